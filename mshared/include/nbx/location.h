@@ -1,0 +1,46 @@
+#pragma once
+
+#include "nbx/export.h"
+#include "nbx/string.h"
+#include "nbx/unknown.h"
+
+namespace nbx {
+
+/** Number of `I_Folder` for `QueryInterface` of a location. */
+constexpr uint32_t kFolderInterfaceId = 402;
+
+/** A place in the file system (file or folder, there or not), or the in-memory database ":memory:".
+    Never changes; may be used from any thread. */
+class NBX_API I_Location : public I_Unknown {
+  public:
+    /** The text as it was given; for messages. */
+    virtual String get_Text() const = 0;
+    /** The absolute path without "." and ".." in it and without a trailing slash; ":memory:" and the
+        empty text as they are. Two locations of one file have the same path text unless links differ. */
+    virtual String get_PathText() const = 0;
+    /** Whether a file or folder is there now. */
+    virtual bool get_Exists() const = 0;
+    /** The folder that holds this location; null for the root and for ":memory:". */
+    virtual smart_ptr<I_Location> get_Parent() const = 0;
+    /** A location in this folder. `name` may be a path: then its last component is the name. */
+    virtual smart_ptr<I_Location> MakeChild(const String& name) const = 0;
+};
+
+/** The folder view of a location; every location but ":memory:" offers it. */
+class NBX_API I_Folder {
+  public:
+    virtual ~I_Folder();
+    /** Whether a folder is there now. */
+    virtual bool get_Exists() const = 0;
+    /** Makes the folder, and those above it; no error when it is there. Throws `xException`. */
+    virtual void Create() = 0;
+};
+
+/** A location of the given path, with one reference for the caller. */
+NBX_API smart_ptr<I_Location> CreateLocation(const String& path);
+
+/** The location of `sub_path` (UTF-8, separated and ended by slashes as wished) below a folder, made
+    when it is not there. Throws `xException`. */
+NBX_API smart_ptr<I_Location> PrepareFolder(const smart_ptr<I_Location>& folder, const char* sub_path);
+
+}  // namespace nbx

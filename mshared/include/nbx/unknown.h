@@ -1,0 +1,145 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <utility>
+
+#include "nbx/export.h"
+
+namespace nbx {
+
+/** Root of every host interface: an intrusive reference count and a look-up of further interfaces.
+
+    An object starts with a count of 0; whoever creates it takes the first reference. The counting
+    operations may be called from any thread. */
+class NBX_API I_Unknown {
+  public:
+    virtual ~I_Unknown();
+
+    /** Takes a reference; gives the new count. */
+    virtual uint32_t AddRef() = 0;
+    /** Gives a reference back and destroys the object at 0; gives the new count. */
+    virtual uint32_t Release() = 0;
+    /** The interface with this number, or null. Takes no reference: the pointer is good for as long
+        as the caller's reference to the object is. */
+    virtual void* QueryInterface(uint32_t interface_id) = 0;
+    /** The count at this moment; for tests and diagnosis. */
+    virtual uint32_t get_RefsCount() const = 0;
+};
+
+/** Empty base that forbids copying. */
+class noncopyable {
+  public:
+    noncopyable(const noncopyable&) = delete;
+    noncopyable& operator=(const noncopyable&) = delete;
+
+  protected:
+    noncopyable() = default;
+    ~noncopyable() = default;
+};
+
+/** The atomic count behind `AddRef` and `Release`. */
+class RefCount : noncopyable {
+  public:
+    explicit RefCount(uint32_t initial = 0) noexcept : count_(initial) {}
+    uint32_t Increment() noexcept { return count_.fetch_add(1, std::memory_order_relaxed) + 1; }
+    /** Gives the new count. At 0 the caller alone may touch the object, and everything that other
+        threads did to it before they gave their references back is visible. */
+    uint32_t Decrement() noexcept {
+        // The last owner cannot race with anyone, so it is spared the locked instruction.
+        if (count_.load(std::memory_order_acquire) == 1) {
+            return 0;
+        }
+        return count_.fetch_sub(1, std::memory_order_acq_rel) - 1;
+    }
+    uint32_t get_Value() const noexcept { return count_.load(std::memory_order_acquire); }
+
+  private:
+    std::atomic<uint32_t> count_;
+};
+
+/** Intrusive reference-counting pointer to an interface derived from `I_Unknown`; may be null.
+    Passed by value it hands over a reference, which the callee releases. */
+template <class T>
+class smart_ptr {
+  public:
+    using element_type = T;
+
+    smart_ptr() noexcept = default;
+    smart_ptr(std::nullptr_t) noexcept {}  // NOLINT(google-explicit-constructor): null is a pointer
+    /** Takes a further reference. */
+    explicit smart_ptr(T* object) noexcept : object_(object) {
+        if (object_ != nullptr) {
+            object_->AddRef();
+        }
+    }
+    smart_ptr(const smart_ptr& other) noexcept : smart_ptr(other.object_) {}
+    smart_ptr(smart_ptr&& other) noexcept : object_(std::exchange(other.object_, nullptr)) {}
+    template <class U>
+    smart_ptr(const smart_ptr<U>& other) noexcept  // NOLINT(google-explicit-constructor): upcast
+        : smart_ptr(static_cast<T*>(other.get())) {}
+    template <class U>
+    smart_ptr(smart_ptr<U>&& other) noexcept  // NOLINT(google-explicit-constructor): upcast
+        : object_(other.detach()) {}
+    ~smart_ptr() { reset(); }
+
+    smart_ptr& operator=(const smart_ptr& other) noexcept {
+        smart_ptr(other).swap(*this);
+        return *this;
+    }
+    smart_ptr& operator=(smart_ptr&& other) noexcept {
+        smart_ptr(std::move(other)).swap(*this);
+        return *this;
+    }
+
+    /** Wraps a pointer whose reference the caller owns and hands over. */
+    static smart_ptr Adopt(T* object) noexcept {
+        smart_ptr result;
+        result.object_ = object;
+        return result;
+    }
+
+    T* get() const noexcept { return object_; }
+    T* operator->() const noexcept { return object_; }
+    T& operator*() const noexcept { return *object_; }
+    explicit operator bool() const noexcept { return object_ != nullptr; }
+    /** Gives up the reference to the caller. */
+    T* detach() noexcept { return std::exchange(object_, nullptr); }
+    void reset() noexcept {
+        if (T* object = std::exchange(object_, nullptr)) {
+            object->Release();
+        }
+    }
+    void swap(smart_ptr& other) noexcept { std::swap(object_, other.object_); }
+
+    friend bool operator==(const smart_ptr& a, const smart_ptr& b) noexcept { return a.object_ == b.object_; }
+    friend bool operator==(const smart_ptr& a, std::nullptr_t) noexcept { return a.object_ == nullptr; }
+
+  private:
+    T* object_ = nullptr;
+};
+
+/** Makes a `T` and takes the first reference to it. */
+template <class T, class... Args>
+smart_ptr<T> MakeObject(Args&&... args) {
+    return smart_ptr<T>(new T(std::forward<Args>(args)...));
+}
+
+/** One row of a class's interface table: the number of an interface, and where in the object it is. */
+struct InterfaceItem {
+    uint32_t interface_id;
+    void* (*cast)(void* object);
+};
+
+/** Answers `QueryInterface` from a class's static table, which a row with a null `cast` ends.
+    `object` is the most derived object, as the table's casts expect it. */
+NBX_API void* InterfaceTableQueryInterface(void* object, const InterfaceItem* table, uint32_t interface_id) noexcept;
+
+/** The `cast` of an `InterfaceItem` for a class and one of its bases. */
+template <class Object, class Interface>
+void* CastToInterface(void* object) noexcept {
+    return static_cast<Interface*>(static_cast<Object*>(object));
+}
+
+}  // namespace nbx

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "nbx/exception.h"
+#include "nbx/string.h"
+
+namespace mduckdb {
+
+/** Every DuckDB failure and every wrong use of a database, statement or cursor (`xDuckDBError`). */
+constexpr uint32_t kDuckDBErrorCode = 0x72501;
+/** A database file that cannot be opened, or a connection that cannot be made (`xException`). */
+constexpr uint32_t kOpenErrorCode = 0x99000;
+/** A failure that follows `Interrupt` (`xInterruptError`). */
+constexpr uint32_t kInterruptErrorCode = 0x57501;
+/** Anything else that ends an execution which reports instead of throwing. */
+constexpr uint32_t kUnexpectedErrorCode = 0x72000;
+/** No database location (`xDBError`). */
+constexpr uint32_t kNoDatabaseLocationCode = 0x51501;
+/** No backup location (`xDBError`). */
+constexpr uint32_t kNoBackupLocationCode = 0x66000;
+
+/** DuckDB's text when there is one, otherwise the fixed text. Copies: the owner may be destroyed. */
+std::string TextOr(const char* duckdb_text, const char* fixed_text);
+
+/** Throws `xDuckDBError` with the database's path and a UTF-8 message. */
+[[noreturn]] void ThrowDuckDBError(const nbx::String& path, std::string_view message);
+/** The same for objects that have no database: its path is "unknown". */
+[[noreturn]] void ThrowDetachedError(std::string_view message);
+
+/** What DuckDB's error text says: a JSON object on our connections, plain text from the C API itself. */
+struct DuckDBErrorInfo {
+    nbx::String message;
+    nbx::String type;
+    /** Byte offset in the SQL text; -1 when DuckDB gives none. */
+    int64_t position = -1;
+};
+DuckDBErrorInfo ReadDuckDBError(const char* duckdb_text);
+
+}  // namespace mduckdb

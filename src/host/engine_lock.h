@@ -1,0 +1,37 @@
+#pragma once
+
+#include "nbx/engine_lock.h"
+#include "nbx/thread_annotations.h"
+
+namespace mduckdb {
+
+/** Stands for the host's global engine lock in the compiler's thread-safety analysis: what needs the
+    lock is annotated with `gEngineLock`, and an `EngineLockScope` provides it. Nothing of it exists at
+    run time. */
+class NBX_CAPABILITY("engine lock") EngineLockRole {};
+inline constexpr EngineLockRole gEngineLock;
+
+/** Holds the host's global engine lock for a scope. Does not lock on a thread that holds the lock
+    already, nor on the host's diagnostic thread, and then gives nothing back at the end. */
+class NBX_SCOPED_CAPABILITY EngineLockScope : nbx::noncopyable {
+  public:
+    EngineLockScope() NBX_ACQUIRE(gEngineLock) NBX_NO_THREAD_SAFETY_ANALYSIS {
+        if (nbx::gIsThisDiagnoseMTThread.get() || nbx::gIsGlobalLockTaken.get()) {
+            return;
+        }
+        nbx::GetGlobalEngineLock().lock();
+        nbx::gIsGlobalLockTaken.put(true);
+        is_locked_here_ = true;
+    }
+    ~EngineLockScope() NBX_RELEASE() NBX_NO_THREAD_SAFETY_ANALYSIS {
+        if (is_locked_here_) {
+            nbx::GetGlobalEngineLock().unlock();
+            nbx::gIsGlobalLockTaken.put(false);
+        }
+    }
+
+  private:
+    bool is_locked_here_ = false;
+};
+
+}  // namespace mduckdb

@@ -1,0 +1,14 @@
+#pragma once
+
+#include "mirona/extension_api.h"
+
+namespace mduckdb {
+
+/** Stores the host's function table, which lives as long as the process. */
+void BindApi(const mirona_extension_api* api) noexcept;
+const mirona_extension_api& GetApi() noexcept;
+
+/** Registers the five procedures; a refused one is reported and otherwise ignored. */
+void RegisterProcedures(mirona_host host);
+
+}  // namespace mduckdb
