@@ -1,0 +1,48 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace bench {
+
+/** One way of doing a workload. `run` does it once and gives the number of units done (cells, rows,
+    calls); what it needs is prepared by its group. */
+struct Case {
+    std::string name;
+    std::function<uint64_t()> run;
+    /** Runs after every measured run, outside the clock. */
+    std::function<void()> clean_up;
+};
+
+/** Cases that are compared with each other: measured in interleaved rounds, in a new order each round. */
+struct Group {
+    std::string name;
+    /** What a unit is, for the table. */
+    std::string unit;
+    std::function<void()> prepare;
+    std::vector<Case> cases;
+};
+
+struct Options {
+    unsigned rounds = 5;
+    /** Share of the full size of the workloads. */
+    double scale = 1.0;
+    std::vector<std::string> groups;
+    std::string only_case;
+    std::string module;
+    std::string folder;
+    bool list = false;
+};
+
+/** Runs the group's cases and prints one JSON line for each: the seconds of every round, the units, and
+    the peak of the process's resident memory after it. */
+void MeasureGroup(const Group& group, const Options& options);
+
+/** Keeps a result alive for the optimiser. */
+void Consume(uint64_t value) noexcept;
+
+[[noreturn]] void Die(const std::string& message);
+
+}  // namespace bench

@@ -1,0 +1,63 @@
+#include "module_under_test.h"
+
+#include <dlfcn.h>
+
+#include <map>
+
+#include "host_table.h"
+#include "measure.h"
+#include "nbx/mrsql/registry.h"
+
+namespace bench {
+namespace {
+
+template <class F>
+F GetSymbol(void* library, const char* name) {
+    void* symbol = dlsym(library, name);
+    if (symbol == nullptr) {
+        Die(std::string("the module lacks ") + name);
+    }
+    return reinterpret_cast<F>(symbol);
+}
+
+nbx::mrsql::DuckDBDatabaseOptions OneThread(bool read_write) {
+    nbx::mrsql::DuckDBDatabaseOptions options;
+    options.read_write = read_write;
+    options.threads = 1;
+    return options;
+}
+
+}  // namespace
+
+void LoadModule(const std::string& file) {
+    // Never unloaded: the objects and callbacks that it gives away live as long as the process.
+    void* library = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (library == nullptr) {
+        Die(dlerror());
+    }
+    GetSymbol<void (*)(const mirona_extension_api*)>(library, "mirona_extension_bind_api")(&GetHostTable());
+    GetSymbol<void (*)(mirona_host)>(library, "mirona_extension_init")(nullptr);
+}
+
+mirona_procedure_handler GetProcedure(const std::string& name) {
+    const mirona_procedure_handler handler = FindProcedure(name);
+    if (handler == nullptr) {
+        Die("no procedure " + name);
+    }
+    return handler;
+}
+
+nbx::smart_ptr<nbx::mrsql::I_DuckDBExtension> GetExtension() { return nbx::mrsql::GetDuckDBExtension(); }
+
+nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase> MakeDatabase(const std::string& path) {
+    return GetExtension()->CreateDatabase(nbx::CreateLocation(nbx::String(path.c_str())));
+}
+
+nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase> OpenDatabase(const std::string& path, bool read_write) {
+    nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase> database = MakeDatabase(path);
+    database->put_Options(OneThread(read_write || path == ":memory:"));
+    database->Open();
+    return database;
+}
+
+}  // namespace bench

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <string>
+
+#include "mirona/extension_api.h"
+#include "nbx/mrsql/duckdb_database.h"
+#include "nbx/mrsql/duckdb_extension.h"
+
+namespace bench {
+
+/** Loads the built module as a host does: binds `GetHostTable()`, initialises, once a process. */
+void LoadModule(const std::string& file);
+
+/** Handler of a registered procedure; ends the program when there is none. */
+mirona_procedure_handler GetProcedure(const std::string& name);
+
+/** The module's root object. */
+nbx::smart_ptr<nbx::mrsql::I_DuckDBExtension> GetExtension();
+
+/** A database object of the module on a path, opened with one thread. */
+nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase> OpenDatabase(const std::string& path, bool read_write = false);
+nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase> MakeDatabase(const std::string& path);
+
+}  // namespace bench
