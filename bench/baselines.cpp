@@ -176,13 +176,15 @@ uint64_t VectorLoop(duckdb_connection connection, const std::string& sql) {
     return ForEachChunk(connection, sql, [](duckdb_data_chunk chunk) { ReadVectors(chunk, UseAndRelease); });
 }
 
-uint64_t ValueLoopKept(duckdb_connection connection, const std::string& sql, std::vector<nbx::I_Value*>& kept) {
+uint64_t ValueLoopKept(duckdb_connection connection, const std::string& sql,
+                       std::vector<nbx::I_Value*>& kept) {
     return ForEachChunk(connection, sql, [&kept](duckdb_data_chunk chunk) {
         ReadValues(chunk, [&kept](nbx::I_Value* value) { kept.push_back(value); });
     });
 }
 
-uint64_t VectorLoopKept(duckdb_connection connection, const std::string& sql, std::vector<nbx::I_Value*>& kept) {
+uint64_t VectorLoopKept(duckdb_connection connection, const std::string& sql,
+                        std::vector<nbx::I_Value*>& kept) {
     return ForEachChunk(connection, sql, [&kept](duckdb_data_chunk chunk) {
         ReadVectors(chunk, [&kept](nbx::I_Value* value) { kept.push_back(value); });
     });

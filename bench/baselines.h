@@ -19,9 +19,11 @@ uint64_t ValueLoop(duckdb_connection connection, const std::string& sql);
 /** The same host values straight from the vectors, released at once. */
 uint64_t VectorLoop(duckdb_connection connection, const std::string& sql);
 /** As `ValueLoop`, the host values kept in `kept`. */
-uint64_t ValueLoopKept(duckdb_connection connection, const std::string& sql, std::vector<nbx::I_Value*>& kept);
+uint64_t ValueLoopKept(duckdb_connection connection, const std::string& sql,
+                       std::vector<nbx::I_Value*>& kept);
 /** As `VectorLoop`, kept. */
-uint64_t VectorLoopKept(duckdb_connection connection, const std::string& sql, std::vector<nbx::I_Value*>& kept);
+uint64_t VectorLoopKept(duckdb_connection connection, const std::string& sql,
+                        std::vector<nbx::I_Value*>& kept);
 
 void ReleaseAll(std::vector<nbx::I_Value*>& kept);
 

@@ -43,7 +43,9 @@ uint64_t BuildClientCursor(Fixture& fixture) {
     return uint64_t{fixture.cursor->get_RecordCount()} * fixture.cursor->get_ColumnCount();
 }
 
-bool HasVectorReading(const std::string& workload) { return workload != "W4"; }
+bool HasVectorReading(const std::string& workload) {
+    return workload != "W4";
+}
 
 Group MakeDeliveryGroup(const std::string& workload, const Options& options) {
     const auto fixture = std::make_shared<Fixture>();
@@ -59,16 +61,18 @@ Group MakeDeliveryGroup(const std::string& workload, const Options& options) {
     group.cases = {
         {"drain", [fixture] { return Drain(fixture->bare->get(), fixture->sql); }, nullptr},
         {"value loop", [fixture] { return ValueLoop(fixture->bare->get(), fixture->sql); }, nullptr},
-        {"value loop, kept", [fixture] { return ValueLoopKept(fixture->bare->get(), fixture->sql, fixture->kept); },
-         release},
+        {"value loop, kept",
+         [fixture] { return ValueLoopKept(fixture->bare->get(), fixture->sql, fixture->kept); }, release},
         {"server cursor", [fixture] { return ReadThroughServerCursor(*fixture); }, nullptr},
-        {"client cursor", [fixture] { return BuildClientCursor(*fixture); }, [fixture] { fixture->cursor.reset(); }},
+        {"client cursor", [fixture] { return BuildClientCursor(*fixture); },
+         [fixture] { fixture->cursor.reset(); }},
     };
     if (HasVectorReading(workload)) {
         group.cases.push_back(
             {"vectors", [fixture] { return VectorLoop(fixture->bare->get(), fixture->sql); }, nullptr});
         group.cases.push_back(
-            {"vectors, kept", [fixture] { return VectorLoopKept(fixture->bare->get(), fixture->sql, fixture->kept); },
+            {"vectors, kept",
+             [fixture] { return VectorLoopKept(fixture->bare->get(), fixture->sql, fixture->kept); },
              release});
     }
     return group;

@@ -24,9 +24,13 @@ uint32_t RegisterProcedure(mirona_host /*host*/, const mirona_procedure_def* def
     return 0;
 }
 
-uint32_t ArgCount(mirona_call call) { return static_cast<uint32_t>(static_cast<Call*>(call)->arguments->size()); }
+uint32_t ArgCount(mirona_call call) {
+    return static_cast<uint32_t>(static_cast<Call*>(call)->arguments->size());
+}
 
-void ReportError(void* /*call_or_host*/, const char* text, uint64_t length) { Die(std::string(text, length)); }
+void ReportError(void* /*call_or_host*/, const char* text, uint64_t length) {
+    Die(std::string(text, length));
+}
 
 uint32_t CreateCursor(mirona_call call, const mirona_cursor_def* def, mirona_cursor* out) {
     *static_cast<Call*>(call)->cursor = *def;
@@ -42,22 +46,36 @@ mirona_value Make(nbx::I_Value* (*factory)(bool, const void*, const void*), T co
 mirona_value MakeBlob(mirona_call, const void* bytes, uint32_t length, uint32_t) {
     return Make(nbx::CreateValueFixedBinary, std::string_view(static_cast<const char*>(bytes), length));
 }
-mirona_value MakeBool(mirona_call, uint8_t content) { return Make(nbx::CreateValueBoolean, content != 0); }
-mirona_value MakeDate(mirona_call, uint32_t packed) {
-    return Make(nbx::CreateValueDate, nbx::DateContent{static_cast<int32_t>(packed) >> 9,
-                                                       static_cast<uint8_t>(packed >> 5 & 15),
-                                                       static_cast<uint8_t>(packed & 31)});
+mirona_value MakeBool(mirona_call, uint8_t content) {
+    return Make(nbx::CreateValueBoolean, content != 0);
 }
-mirona_value MakeUnsigned(mirona_call, uint64_t content) { return Make(nbx::CreateValueULLong, content); }
-mirona_value MakeTime(mirona_call, uint32_t packed) { return Make(nbx::CreateValueULong, packed); }
-mirona_value MakeDouble(mirona_call, double content) { return Make(nbx::CreateValueDouble, content); }
-mirona_value MakeInt(mirona_call, int64_t content) { return Make(nbx::CreateValueLLong, content); }
+mirona_value MakeDate(mirona_call, uint32_t packed) {
+    return Make(nbx::CreateValueDate,
+                nbx::DateContent{static_cast<int32_t>(packed) >> 9, static_cast<uint8_t>(packed >> 5 & 15),
+                                 static_cast<uint8_t>(packed & 31)});
+}
+mirona_value MakeUnsigned(mirona_call, uint64_t content) {
+    return Make(nbx::CreateValueULLong, content);
+}
+mirona_value MakeTime(mirona_call, uint32_t packed) {
+    return Make(nbx::CreateValueULong, packed);
+}
+mirona_value MakeDouble(mirona_call, double content) {
+    return Make(nbx::CreateValueDouble, content);
+}
+mirona_value MakeInt(mirona_call, int64_t content) {
+    return Make(nbx::CreateValueLLong, content);
+}
 mirona_value MakeText(mirona_call, const char* text, uint32_t length, uint32_t) {
     return Make(nbx::CreateValueString, std::string_view(text, length));
 }
 
-bool ValueIsNull(mirona_value value) { return value == nullptr; }
-uint32_t ValueType(mirona_value) { return MIRONA_TYPE_TEXT; }
+bool ValueIsNull(mirona_value value) {
+    return value == nullptr;
+}
+uint32_t ValueType(mirona_value) {
+    return MIRONA_TYPE_TEXT;
+}
 const char* ValueText(mirona_call, mirona_value value, uint64_t* length) {
     const auto* text = static_cast<const std::string*>(value);
     *length = text->size();

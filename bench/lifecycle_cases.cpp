@@ -75,7 +75,9 @@ std::string GetOnlyFolder(const std::string& folder) {
     Die("no backup in " + folder);
 }
 
-nbx::smart_ptr<nbx::I_Location> At(const std::string& path) { return nbx::CreateLocation(nbx::String(path.c_str())); }
+nbx::smart_ptr<nbx::I_Location> At(const std::string& path) {
+    return nbx::CreateLocation(nbx::String(path.c_str()));
+}
 
 Group MakeBackupGroup(const Options& options) {
     const std::string folder = options.folder + "/backup";
@@ -187,9 +189,10 @@ Group MakeInterruptGroup() {
                   std::vector<double> delays(200);
                   std::generate(delays.begin(), delays.end(), [&] { return MeasureInterrupt(**database); });
                   std::sort(delays.begin(), delays.end());
-                  std::printf(R"({"group":"interrupt","case":"delay","median_ms":%.3f,"p99_ms":%.3f,"max_ms":%.3f})"
-                              "\n",
-                              delays[100] * 1e3, delays[198] * 1e3, delays[199] * 1e3);
+                  std::printf(
+                      R"({"group":"interrupt","case":"delay","median_ms":%.3f,"p99_ms":%.3f,"max_ms":%.3f})"
+                      "\n",
+                      delays[100] * 1e3, delays[198] * 1e3, delays[199] * 1e3);
                   return delays.size();
               },
               nullptr}}};
@@ -198,7 +201,8 @@ Group MakeInterruptGroup() {
 }  // namespace
 
 std::vector<Group> GetLifecycleGroups(const Options& options) {
-    return {MakeOpenGroup(options), MakeBackupGroup(options), MakeRestoreGroup(options), MakeInterruptGroup()};
+    return {MakeOpenGroup(options), MakeBackupGroup(options), MakeRestoreGroup(options),
+            MakeInterruptGroup()};
 }
 
 }  // namespace bench

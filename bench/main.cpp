@@ -62,8 +62,8 @@ int Run(const Options& options) {
     for (const Group& group : GetAllGroups(options)) {
         if (options.list) {
             std::printf("%s\n", group.name.c_str());
-        } else if (options.groups.empty() ||
-                   std::find(options.groups.begin(), options.groups.end(), group.name) != options.groups.end()) {
+        } else if (options.groups.empty() || std::find(options.groups.begin(), options.groups.end(),
+                                                       group.name) != options.groups.end()) {
             MeasureGroup(group, options);
         }
     }

@@ -40,8 +40,9 @@ struct Figures {
 };
 
 void Print(const Group& group, const std::string& name, const Figures& figures) {
-    std::printf(R"({"group":"%s","case":"%s","unit":"%s","units":%llu,"peak_kib":%ld,"seconds":[)", group.name.c_str(),
-                name.c_str(), group.unit.c_str(), static_cast<unsigned long long>(figures.units), get_PeakMemory());
+    std::printf(R"({"group":"%s","case":"%s","unit":"%s","units":%llu,"peak_kib":%ld,"seconds":[)",
+                group.name.c_str(), name.c_str(), group.unit.c_str(),
+                static_cast<unsigned long long>(figures.units), get_PeakMemory());
     for (std::size_t i = 0; i < figures.seconds.size(); ++i) {
         std::printf("%s%.9f", i == 0 ? "" : ",", figures.seconds[i]);
     }
@@ -51,7 +52,9 @@ void Print(const Group& group, const std::string& name, const Figures& figures) 
 
 }  // namespace
 
-void Consume(uint64_t value) noexcept { gSink = gSink + value; }
+void Consume(uint64_t value) noexcept {
+    gSink = gSink + value;
+}
 
 void Die(const std::string& message) {
     std::fprintf(stderr, "mduckdb-bench: %s\n", message.c_str());

@@ -47,7 +47,9 @@ mirona_procedure_handler GetProcedure(const std::string& name) {
     return handler;
 }
 
-nbx::smart_ptr<nbx::mrsql::I_DuckDBExtension> GetExtension() { return nbx::mrsql::GetDuckDBExtension(); }
+nbx::smart_ptr<nbx::mrsql::I_DuckDBExtension> GetExtension() {
+    return nbx::mrsql::GetDuckDBExtension();
+}
 
 nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase> MakeDatabase(const std::string& path) {
     return GetExtension()->CreateDatabase(nbx::CreateLocation(nbx::String(path.c_str())));

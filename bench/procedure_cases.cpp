@@ -31,7 +31,8 @@ mirona_value MakeFromVector(const mirona_extension_api& table, const VectorView&
         }
         case DUCKDB_TYPE_VARCHAR: {
             duckdb_string_t text = static_cast<const duckdb_string_t*>(view.data)[row];
-            return table.make_text_value(nullptr, duckdb_string_t_data(&text), duckdb_string_t_length(text), 0);
+            return table.make_text_value(nullptr, duckdb_string_t_data(&text), duckdb_string_t_length(text),
+                                         0);
         }
         default:
             Die("no vector reading for this type");
@@ -94,7 +95,8 @@ Group MakeFetchGroup(const std::string& procedure, const Options& options) {
                 *bare = std::make_unique<BareDuckDB>(is_parquet ? "" : data.database);
                 // The procedures run on all of the machine's threads, so their rivals do too.
                 (*bare)->Run("RESET threads");
-                *sql = is_parquet ? "SELECT * FROM read_parquet('" + data.parquet + "')" : "SELECT * FROM orders";
+                *sql = is_parquet ? "SELECT * FROM read_parquet('" + data.parquet + "')"
+                                  : "SELECT * FROM orders";
                 *arguments = is_parquet ? std::vector<std::string>{data.parquet}
                                         : std::vector<std::string>{data.database, "orders"};
             },

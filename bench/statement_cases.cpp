@@ -23,7 +23,9 @@ struct Fixture {
     }
 };
 
-std::shared_ptr<Fixture> MakeFixture() { return std::make_shared<Fixture>(); }
+std::shared_ptr<Fixture> MakeFixture() {
+    return std::make_shared<Fixture>();
+}
 
 void Open(Fixture& fixture) {
     fixture.bare = std::make_unique<BareDuckDB>("");
@@ -89,7 +91,8 @@ Group MakePointQueryGroup(const Options& options) {
             "query",
             [=] {
                 Open(*fixture);
-                fixture->Run("CREATE TABLE people AS SELECT i AS id, 'name ' || i AS name FROM range(100000) t(i)");
+                fixture->Run(
+                    "CREATE TABLE people AS SELECT i AS id, 'name ' || i AS name FROM range(100000) t(i)");
                 fixture->Run("CREATE UNIQUE INDEX people_id ON people(id)");
             },
             {{"bare",
@@ -215,7 +218,8 @@ Group MakeScriptGroup() {
 }  // namespace
 
 std::vector<Group> GetStatementGroups(const Options& options) {
-    return {MakeBindGroup(options), MakePointQueryGroup(options), MakeMultiRowGroup(options), MakeScriptGroup()};
+    return {MakeBindGroup(options), MakePointQueryGroup(options), MakeMultiRowGroup(options),
+            MakeScriptGroup()};
 }
 
 }  // namespace bench

@@ -16,18 +16,22 @@ std::string Count(double rows, const Options& options) {
 }
 
 std::string OrdersSql(const std::string& rows) {
-    return "CREATE TABLE orders AS SELECT (i // 4 + 1)::BIGINT AS o_key, (hash(i, 1) % 20000 + 1)::BIGINT AS o_part, "
+    return "CREATE TABLE orders AS SELECT (i // 4 + 1)::BIGINT AS o_key, (hash(i, 1) % 20000 + 1)::BIGINT AS "
+           "o_part, "
            "(hash(i, 2) % 1000 + 1)::BIGINT AS o_supplier, (i % 4 + 1)::INTEGER AS o_line, "
            "(hash(i, 3) % 50 + 1)::DECIMAL(15,2) AS o_quantity, "
            "((hash(i, 4) % 10000000 + 90000) / 100)::DECIMAL(15,2) AS o_price, "
-           "((hash(i, 5) % 11) / 100)::DECIMAL(15,2) AS o_discount, ((hash(i, 6) % 9) / 100)::DECIMAL(15,2) AS o_tax, "
+           "((hash(i, 5) % 11) / 100)::DECIMAL(15,2) AS o_discount, ((hash(i, 6) % 9) / 100)::DECIMAL(15,2) "
+           "AS o_tax, "
            "substr('ANR', (hash(i, 7) % 3 + 1)::INTEGER, 1) AS o_flag, "
            "substr('FO', (hash(i, 8) % 2 + 1)::INTEGER, 1) AS o_status, "
            "DATE '1992-01-02' + (hash(i, 9) % 2500)::INTEGER AS o_shipped, "
            "DATE '1992-01-31' + (hash(i, 10) % 2500)::INTEGER AS o_promised, "
            "DATE '1992-02-04' + (hash(i, 11) % 2500)::INTEGER AS o_received, "
-           "(['DELIVER IN PERSON', 'COLLECT COD', 'NONE', 'TAKE BACK RETURN'])[(hash(i, 12) % 4 + 1)::INTEGER] AS o_how, "
-           "(['REG AIR', 'AIR', 'RAIL', 'SHIP', 'TRUCK', 'MAIL', 'FOB'])[(hash(i, 13) % 7 + 1)::INTEGER] AS o_mode, "
+           "(['DELIVER IN PERSON', 'COLLECT COD', 'NONE', 'TAKE BACK RETURN'])[(hash(i, 12) % 4 + "
+           "1)::INTEGER] AS o_how, "
+           "(['REG AIR', 'AIR', 'RAIL', 'SHIP', 'TRUCK', 'MAIL', 'FOB'])[(hash(i, 13) % 7 + 1)::INTEGER] AS "
+           "o_mode, "
            "substr('order ' || i || ' was packed with care and left the house in time', 1, "
            "(10 + hash(i, 14) % 34)::INTEGER) AS o_comment FROM range(" +
            rows + ") t(i)";
@@ -36,7 +40,8 @@ std::string OrdersSql(const std::string& rows) {
 std::string TextSql(const std::string& rows) {
     return "CREATE TABLE texts AS SELECT 'k' || lpad(i::VARCHAR, 7, '0') AS short_text, "
            "'row ' || lpad(i::VARCHAR, 10, '0') || ' of a text of forty bytes.' AS long_text, "
-           "'Привет, ' || translate(lpad(i::VARCHAR, 9, '0'), '0123456789', 'абвгдежзик') || '日本語' AS wide_text "
+           "'Привет, ' || translate(lpad(i::VARCHAR, 9, '0'), '0123456789', 'абвгдежзик') || '日本語' AS "
+           "wide_text "
            "FROM range(" +
            rows + ") t(i)";
 }
@@ -90,8 +95,8 @@ const Data& PrepareData(const Options& options) {
         duckdb.Run(OrdersSql(Count(kOrderRows, options)));
         duckdb.Run(TextSql(Count(kTextRows, options)));
         duckdb.Run("COPY orders TO '" + data.parquet + "' (FORMAT PARQUET)");
-        duckdb.Run("COPY (SELECT i AS n FROM range(" + Count(kTallRows, options) + ") t(i)) TO '" + data.tall_parquet +
-                   "' (FORMAT PARQUET)");
+        duckdb.Run("COPY (SELECT i AS n FROM range(" + Count(kTallRows, options) + ") t(i)) TO '" +
+                   data.tall_parquet + "' (FORMAT PARQUET)");
     }
     return data;
 }
@@ -99,9 +104,10 @@ const Data& PrepareData(const Options& options) {
 Workload GetWorkload(const std::string& name, const Options& options) {
     const Data& data = PrepareData(options);
     if (name == "W1") {
-        return {name, "SELECT i::INTEGER AS a, i * 1.5::DOUBLE AS b, i::BIGINT AS c, 'str' || i AS d, "
-                      "(i % 100)::SMALLINT AS e FROM range(" +
-                          Count(kW1Rows, options) + ") t(i)"};
+        return {name,
+                "SELECT i::INTEGER AS a, i * 1.5::DOUBLE AS b, i::BIGINT AS c, 'str' || i AS d, "
+                "(i % 100)::SMALLINT AS e FROM range(" +
+                    Count(kW1Rows, options) + ") t(i)"};
     }
     if (name == "W2") {
         return {name, "SELECT * FROM orders"};
@@ -113,9 +119,11 @@ Workload GetWorkload(const std::string& name, const Options& options) {
         return {name, "SELECT * FROM texts"};
     }
     if (name == "W4") {
-        return {name, "SELECT [i, i + 1, i + 2] AS numbers, {'a': i, 'b': 'text ' || i} AS record, (i * 3)::VARIANT AS v "
-                      "FROM range(" +
-                          Count(kNestedRows, options) + ") t(i)"};
+        return {name,
+                "SELECT [i, i + 1, i + 2] AS numbers, {'a': i, 'b': 'text ' || i} AS record, (i * "
+                "3)::VARIANT AS v "
+                "FROM range(" +
+                    Count(kNestedRows, options) + ") t(i)"};
     }
     Die("no workload " + name);
 }

@@ -17,7 +17,9 @@ namespace mduckdb {
     holds a dead object. Holds no references to the children. */
 class ChildLists : nbx::noncopyable {
   public:
-    void Add(nbx::mrsql::I_DuckDBStatement* statement) NBX_REQUIRES(gEngineLock) { statements_.Add(statement); }
+    void Add(nbx::mrsql::I_DuckDBStatement* statement) NBX_REQUIRES(gEngineLock) {
+        statements_.Add(statement);
+    }
     void Add(nbx::mrsql::I_DuckDBCursor* cursor) NBX_REQUIRES(gEngineLock) { cursors_.Add(cursor); }
     void Add(nbx::mrsql::I_DuckDBQueryResult* result) NBX_REQUIRES(gEngineLock) { results_.Add(result); }
 
@@ -25,7 +27,9 @@ class ChildLists : nbx::noncopyable {
     bool Remove(nbx::mrsql::I_DuckDBStatement* statement) NBX_REQUIRES(gEngineLock) {
         return statements_.Remove(statement);
     }
-    bool Remove(nbx::mrsql::I_DuckDBCursor* cursor) NBX_REQUIRES(gEngineLock) { return cursors_.Remove(cursor); }
+    bool Remove(nbx::mrsql::I_DuckDBCursor* cursor) NBX_REQUIRES(gEngineLock) {
+        return cursors_.Remove(cursor);
+    }
     bool Remove(nbx::mrsql::I_DuckDBQueryResult* result) NBX_REQUIRES(gEngineLock) {
         return results_.Remove(result);
     }

@@ -53,8 +53,8 @@ class DuckDBDatabase final : public nbx::mrsql::I_DuckDBDatabase,
     void RemoveQueryResult(nbx::mrsql::I_DuckDBQueryResult* result) override;
     void Interrupt() override;
     int64_t SqlExecute(const nbx::String& sql, nbx::smart_ptr<nbx::ValueRow> parameters) override;
-    nbx::smart_ptr<nbx::mrsql::I_DuckDBQueryResult> SqlQuery(const nbx::String& sql, uint32_t cursor_location,
-                                                             nbx::smart_ptr<nbx::ValueRow> parameters) override;
+    nbx::smart_ptr<nbx::mrsql::I_DuckDBQueryResult> SqlQuery(
+        const nbx::String& sql, uint32_t cursor_location, nbx::smart_ptr<nbx::ValueRow> parameters) override;
     nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor> SqlSelect(const nbx::String& sql, uint32_t cursor_location,
                                                          nbx::smart_ptr<nbx::ValueRow> parameters) override;
 

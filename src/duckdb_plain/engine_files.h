@@ -28,7 +28,8 @@ class EngineFiles {
     /** Takes the announcement back: nothing was opened. */
     void CancelHold(const std::string& path, Access access);
     /** Gives up an engine that was announced; it is closed now or when its file is no longer used. */
-    void GiveUp(const std::string& path, Access access, const std::string& configuration, duckdb_database engine);
+    void GiveUp(const std::string& path, Access access, const std::string& configuration,
+                duckdb_database engine);
     /** An idle reading engine with this configuration that sees the present content of the file and
         works, now held by the caller, or null. */
     duckdb_database TakeIdleReader(const std::string& path, const std::string& configuration);

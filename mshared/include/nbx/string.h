@@ -19,7 +19,8 @@ class NBX_API String {
     String() noexcept = default;
     /** From narrow text of `length` bytes, or up to its terminating NUL when `length` is negative.
         A null `encoding` means UTF-8; what is not valid becomes U+FFFD. `kind` is reserved, 0. */
-    explicit String(const char* text, std::ptrdiff_t length = -1, const Converter* encoding = nullptr, int kind = 0);
+    explicit String(const char* text, std::ptrdiff_t length = -1, const Converter* encoding = nullptr,
+                    int kind = 0);
     /** From `length` UTF-16 code units, taken as they are. */
     String(const char16_t* text, std::size_t length);
     explicit String(std::u16string text) noexcept : text_(std::move(text)) {}

@@ -134,7 +134,8 @@ struct InterfaceItem {
 
 /** Answers `QueryInterface` from a class's static table, which a row with a null `cast` ends.
     `object` is the most derived object, as the table's casts expect it. */
-NBX_API void* InterfaceTableQueryInterface(void* object, const InterfaceItem* table, uint32_t interface_id) noexcept;
+NBX_API void* InterfaceTableQueryInterface(void* object, const InterfaceItem* table,
+                                           uint32_t interface_id) noexcept;
 
 /** The `cast` of an `InterfaceItem` for a class and one of its bases. */
 template <class Object, class Interface>
