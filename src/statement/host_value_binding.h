@@ -3,17 +3,37 @@
 #include <duckdb.h>
 
 #include "duckdb_plain/holders.h"
-#include "nbx/string.h"
 #include "nbx/value.h"
 
 namespace mduckdb {
 
-/** One host value as a DuckDB value; a null pointer and a null value become NULL. Throws `xDuckDBError`
-    for what cannot be bound. Never gives a null holder. */
+class DuckDBDatabase;
+
+/** What is reported of a host value that cannot be bound, when DuckDB says nothing. */
+constexpr const char* kBindFailureText = "Failed to bind statement parameter";
+
+/** Arrays and references inside one another go this deep; what is deeper cannot be bound. */
+constexpr unsigned kMaxHostValueDepth = 200;
+
+/** One host value as a DuckDB value; a null pointer and a null value become NULL. An empty holder means
+    that no value can be made of it, which is an error and never NULL: an array with an element that is
+    none of its type, a time outside a day. Throws `xDuckDBError` for what is refused with a reason. */
 duckdb_plain::ValueHolder HostValueToDuckDB(nbx::I_Value* value);
 
-/** Binds element i to parameter i + 1, in order; a null row binds nothing. Throws `xDuckDBError` with
-    the given path; parameters bound before the failing one stay bound. */
-void BindValueArray(duckdb_prepared_statement prepared, const nbx::ValueRow* values, const nbx::String& path);
+enum class BindOutcome {
+    bound,
+    /** DuckDB failed, and has a text or has none (`duckdb_prepare_error`). */
+    refused_by_duckdb,
+    /** DuckDB was not asked; a text that it keeps is of an older failure. */
+    no_value,
+};
+
+/** Binds one host value to a parameter, counted from 1. Throws as `HostValueToDuckDB` does. */
+BindOutcome BindHostValue(duckdb_prepared_statement prepared, idx_t index, nbx::I_Value* value);
+
+/** Binds element i to parameter i + 1, in order; a null row binds nothing. Throws `xDuckDBError`, for a
+    bind that failed with the database's path; parameters bound before the failing one stay bound. */
+void BindValueArray(duckdb_prepared_statement prepared, const nbx::ValueRow* values,
+                    DuckDBDatabase& database);
 
 }  // namespace mduckdb
