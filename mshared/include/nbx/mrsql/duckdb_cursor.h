@@ -15,6 +15,21 @@ class I_DuckDBDatabase;
 constexpr uint32_t kClientCursor = 1;
 constexpr uint32_t kServerCursor = 2;
 
+/** Numbers of the interfaces that a cursor offers through `QueryInterface`. */
+enum DuckDBCursorInterfaceId : uint32_t {
+    kDuckDBCursorInterfaceId = 7250,
+    kFetchStatusInterfaceId = 7251,
+};
+
+/** Tells the end of a cursor's rows from a failure to read them, which `NextRecord` does not report. */
+class I_FetchStatus {
+  public:
+    virtual ~I_FetchStatus() = default;
+    /** DuckDB's text of the failure that ended the rows; empty when nothing failed. Good as long as the
+        cursor. */
+    virtual const String& get_FetchError() const = 0;
+};
+
 /** The rows of one query result. Column indexes count from 0, records from 1.
 
     A new cursor stands before the first row. A client cursor keeps all rows and moves freely; a server

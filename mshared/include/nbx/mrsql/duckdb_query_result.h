@@ -16,6 +16,9 @@ enum QueryResultFlags : uint32_t {
     kHasError = 4,
 };
 
+/** Number of `I_DuckDBQueryResult` for `QueryInterface`. */
+constexpr uint32_t kDuckDBQueryResultInterfaceId = 7260;
+
 /** The outcome of one executed statement, and the way to that of the next statement of its script. */
 class NBX_API I_DuckDBQueryResult : public I_Unknown {
   public:

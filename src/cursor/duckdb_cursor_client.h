@@ -1,0 +1,43 @@
+#pragma once
+
+#include "cursor/duckdb_cursor_imp.h"
+#include "nbx/value.h"
+
+namespace mduckdb {
+
+/** Keeps all rows of a result as host values, read at construction, and moves freely among them.
+
+    A new cursor has no current record. Moving and reading fields take no lock and do not call DuckDB. */
+class DuckDBCursor_client final : public DuckDBCursor_imp {
+  public:
+    /** Reads the rows without the engine lock, unless the caller holds it; an `Interrupt` of the
+        database cuts it (`xInterruptError`). Whatever it throws, nothing stays behind. */
+    DuckDBCursor_client(DuckDBDatabase& database, duckdb_plain::ResultHolder result);
+
+    uint32_t get_RecordCount() override;
+    uint32_t get_CurrentRecord() override;
+    bool put_CurrentRecord(uint32_t record) override;
+    bool FirstRecord() override;
+    bool LastRecord() override;
+    bool NextRecord() override;
+    bool PrevRecord() override;
+    nbx::smart_ptr<nbx::I_Value> get_Value(uint32_t column_index) override;
+
+    /** The rows, shared with this cursor. */
+    nbx::smart_ptr<nbx::ValueRows> get_Rows() const { return rows_; }
+
+  private:
+    class BorrowedResult;
+
+    uint32_t get_RowCount() const noexcept { return static_cast<uint32_t>(rows_->get_Count()); }
+    void ReadRows(DuckDBDatabase& database);
+    void AppendRows(duckdb_data_chunk chunk);
+    /** Records are numbered in 32 bits: throws when there are more rows. */
+    void RequireNumberable(uint64_t row_count) const;
+
+    nbx::smart_ptr<nbx::ValueRows> rows_;
+    /** Counts from 1; 0 when there is none. */
+    uint32_t current_record_ = 0;
+};
+
+}  // namespace mduckdb
