@@ -1,27 +1,40 @@
-# Finds the DuckDB library and its C and C++ headers, both of the pinned version.
+# Finds the DuckDB library and its C and C++ headers, and refuses a pair of two versions or of another one
+# than the pinned: the plain functions are built on C++ classes whose layout belongs to one version.
 #
-#   DuckDB_ROOT   a folder with the library in it or in lib/, and the headers in it or in include/. Without
-#                 it: the cache folder that scripts/ fills.
+#   DuckDB_ROOT   (variable or environment) a folder with the library in it or in lib/, and the headers in
+#                 it or in include/. Without it: the cache folder that scripts/setup fills.
 #
 # Gives DuckDB::DuckDB (library and duckdb.h) and DuckDB_VERSION.
 
-file(STRINGS ${CMAKE_CURRENT_LIST_DIR}/../scripts/duckdb.pin _pin REGEX "^DUCKDB_VERSION=")
+set(_duckdb_pin ${CMAKE_CURRENT_LIST_DIR}/../scripts/duckdb.pin)
+file(STRINGS ${_duckdb_pin} _pin REGEX "^DUCKDB_VERSION=")
 string(REPLACE "DUCKDB_VERSION=" "" DuckDB_PINNED_VERSION "${_pin}")
-set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${CMAKE_CURRENT_LIST_DIR}/../scripts/duckdb.pin)
+set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${_duckdb_pin})
 
-if(NOT DuckDB_ROOT)
-    if(DEFINED ENV{XDG_CACHE_HOME} AND NOT "$ENV{XDG_CACHE_HOME}" STREQUAL "")
+if(DuckDB_ROOT)
+    set(_root "${DuckDB_ROOT}")
+elseif(NOT "$ENV{DuckDB_ROOT}" STREQUAL "")
+    set(_root "$ENV{DuckDB_ROOT}")
+else()
+    if(NOT "$ENV{XDG_CACHE_HOME}" STREQUAL "")
         set(_cache "$ENV{XDG_CACHE_HOME}")
     else()
         set(_cache "$ENV{HOME}/.cache")
     endif()
     set(_root "${_cache}/mduckdb/duckdb-${DuckDB_PINNED_VERSION}")
-else()
-    set(_root "${DuckDB_ROOT}")
+endif()
+
+# What was found in another root does not stay.
+if(NOT "${_root}" STREQUAL "${_DuckDB_FOUND_IN}")
+    unset(DuckDB_INCLUDE_DIR CACHE)
+    unset(DuckDB_LIBRARY CACHE)
+    unset(_DuckDB_LIBRARY_VERSION CACHE)
+    set(_DuckDB_FOUND_IN "${_root}" CACHE INTERNAL "")
 endif()
 
 find_path(DuckDB_INCLUDE_DIR duckdb.h PATHS ${_root} PATH_SUFFIXES include src/include NO_DEFAULT_PATH)
 find_library(DuckDB_LIBRARY duckdb PATHS ${_root} PATH_SUFFIXES lib NO_DEFAULT_PATH)
+mark_as_advanced(DuckDB_INCLUDE_DIR DuckDB_LIBRARY)
 
 include(FindPackageHandleStandardArgs)
 find_package_handle_standard_args(DuckDB
@@ -29,10 +42,59 @@ find_package_handle_standard_args(DuckDB
     REASON_FAILURE_MESSAGE "No DuckDB ${DuckDB_PINNED_VERSION} in '${_root}'. Run scripts/setup, or give \
 -DDuckDB_ROOT=FOLDER with lib/libduckdb.so and the DuckDB C and C++ headers in include/.")
 
+# The version that duckdb.h states, as 1.5.6.
+function(_duckdb_header_version result)
+    set(parts "")
+    foreach(part MAJOR MINOR PATCH)
+        file(STRINGS ${DuckDB_INCLUDE_DIR}/duckdb.h line
+             REGEX "^#define DUCKDB_API_VERSION_${part} [0-9]+" LIMIT_COUNT 1)
+        string(REGEX MATCH "[0-9]+$" number "${line}")
+        list(APPEND parts "${number}")
+    endforeach()
+    list(JOIN parts "." version)
+    set(${result} "${version}" PARENT_SCOPE)
+endfunction()
+
+# The version that the library tells of itself, asked once for a root.
+function(_duckdb_library_version)
+    set(source ${CMAKE_BINARY_DIR}/CMakeFiles/duckdb_version.c)
+    file(WRITE ${source} "#include <stdio.h>\nextern const char *duckdb_library_version(void);\n"
+                         "int main(void) { return puts(duckdb_library_version()) < 0; }\n")
+    try_run(run_code is_built ${CMAKE_BINARY_DIR}/CMakeFiles/duckdb_version ${source}
+            LINK_LIBRARIES ${DuckDB_LIBRARY}
+            RUN_OUTPUT_VARIABLE output COMPILE_OUTPUT_VARIABLE compile_output)
+    if(NOT is_built OR NOT run_code EQUAL 0)
+        message(FATAL_ERROR "${DuckDB_LIBRARY} cannot be loaded:\n${compile_output}${output}")
+    endif()
+    string(STRIP "${output}" output)
+    string(REGEX REPLACE "^v" "" output "${output}")
+    set(_DuckDB_LIBRARY_VERSION "${output}" CACHE INTERNAL "")
+endfunction()
+
+if(DuckDB_FOUND)
+    _duckdb_header_version(DuckDB_VERSION)
+    if(NOT DEFINED CACHE{_DuckDB_LIBRARY_VERSION})
+        _duckdb_library_version()
+    endif()
+    if(NOT DuckDB_VERSION STREQUAL _DuckDB_LIBRARY_VERSION)
+        message(FATAL_ERROR "The DuckDB headers in ${DuckDB_INCLUDE_DIR} are of version ${DuckDB_VERSION}, "
+                            "and ${DuckDB_LIBRARY} is ${_DuckDB_LIBRARY_VERSION}. Both must be the same.")
+    endif()
+    if(NOT DuckDB_VERSION STREQUAL DuckDB_PINNED_VERSION)
+        message(FATAL_ERROR "DuckDB ${DuckDB_PINNED_VERSION} is needed (scripts/duckdb.pin), and "
+                            "${_root} has ${DuckDB_VERSION}.")
+    endif()
+    if(NOT EXISTS ${DuckDB_INCLUDE_DIR}/duckdb/main/capi/capi_internal.hpp)
+        message(FATAL_ERROR "${DuckDB_INCLUDE_DIR} has duckdb.h, but not the C++ headers beside it "
+                            "(duckdb/main/capi/capi_internal.hpp and the rest of DuckDB's src/include).")
+    endif()
+endif()
+
 if(DuckDB_FOUND AND NOT TARGET DuckDB::DuckDB)
     add_library(DuckDB::DuckDB SHARED IMPORTED)
     set_target_properties(DuckDB::DuckDB PROPERTIES
         IMPORTED_LOCATION ${DuckDB_LIBRARY}
+        IMPORTED_SONAME libduckdb.so
         INTERFACE_INCLUDE_DIRECTORIES ${DuckDB_INCLUDE_DIR}
         INTERFACE_SYSTEM_INCLUDE_DIRECTORIES ${DuckDB_INCLUDE_DIR})
 endif()
