@@ -7,6 +7,8 @@
 #include <string_view>
 
 #include "database/child_lists.h"
+#include "database/engine.h"
+#include "database/export_gate.h"
 #include "host/engine_lock.h"
 #include "nbx/foreign_plugin.h"
 #include "nbx/mrsql/duckdb_database.h"
@@ -15,9 +17,13 @@ namespace mduckdb {
 
 /** A connection, shared so that it cannot go away during a call. The holder never disconnects. */
 using SharedConnection = std::shared_ptr<duckdb_connection>;
-/** An engine, shared likewise. The holder never closes. */
-using SharedEngine = std::shared_ptr<duckdb_database>;
 
+/** One database object: an engine shared with the other objects on its path, and a connection of its own.
+
+    Ownership: the host holds references; children (statements, cursors, results) hold none, they are closed
+   by `Close`, which the destructor calls. Threads: the engine lock guards everything but the connection,
+   which the connection mutex guards, so that `Interrupt` may come while a query runs under the engine lock.
+   The engine lock is taken first, the connection mutex last. */
 class DuckDBDatabase final : public nbx::mrsql::I_DuckDBDatabase,
                              public nbx::ForeignPlugin_imp,
                              nbx::noncopyable {
@@ -61,7 +67,7 @@ class DuckDBDatabase final : public nbx::mrsql::I_DuckDBDatabase,
     // For the statements, cursors and results of this database.
 
     /** The connection, or null when the database is closed. */
-    SharedConnection get_Connection() const NBX_REQUIRES(gEngineLock);
+    SharedConnection get_Connection() const;
     /** The lists in which children stand; a child keeps them for its whole life. */
     const std::shared_ptr<ChildLists>& get_Children() const noexcept { return children_; }
     /** Forgets an interrupt that came before; at the start of every run. */
@@ -69,7 +75,7 @@ class DuckDBDatabase final : public nbx::mrsql::I_DuckDBDatabase,
     /** Throws `xInterruptError` when `Interrupt` was called since; each interrupt is reported once. */
     void ThrowIfInterrupted();
     /** Throws `xDuckDBError` with this database's path and a UTF-8 message. */
-    [[noreturn]] void ThrowError(std::string_view message);
+    [[noreturn]] void ThrowError(std::string_view message) const;
     /** Throws "DuckDBDatabase is not open" unless there are an engine and a connection. */
     SharedConnection RequireConnection() NBX_REQUIRES(gEngineLock);
     /** Executes like `duckdb_execute_prepared`, but an `Interrupt` that came before DuckDB's own start
@@ -78,9 +84,56 @@ class DuckDBDatabase final : public nbx::mrsql::I_DuckDBDatabase,
     duckdb_state ExecutePrepared(duckdb_prepared_statement prepared, duckdb_result* out_result);
 
   private:
-    // (fields to be completed with the implementation)
-    std::shared_ptr<ChildLists> children_;
+    class Session;
+
+    /** Whether the path names the in-memory database. */
+    bool IsInMemory() const;
+    bool get_ExistsLocked() NBX_REQUIRES(gEngineLock);
+    /** The file that engines of this object open, for `Engine::file`; empty when there is none. */
+    std::string get_EngineFile() const;
+
+    void CloseLocked() noexcept NBX_REQUIRES(gEngineLock);
+    void OpenLocked() NBX_REQUIRES(gEngineLock);
+    void DropLocked() NBX_REQUIRES(gEngineLock);
+    /** `Create` after the preliminary drop; gives the creation error, which is empty on success. */
+    void CreateSession(Session& session, std::string& error) NBX_REQUIRES(gEngineLock);
+    /** Throws `xException` 0x99000 when the file cannot be opened. */
+    SharedEngine OpenEngine() NBX_REQUIRES(gEngineLock);
+    /** Null and the error text when the file cannot be made. */
+    SharedEngine CreateEngine(std::string& error) NBX_REQUIRES(gEngineLock);
+    /** Makes the file with the storage version and block size; false and the error text on failure. */
+    bool CreateFormattedFile(duckdb_config config, std::string& error) NBX_REQUIRES(gEngineLock);
+    std::string BuildAttachStatement() const NBX_REQUIRES(gEngineLock);
+    /** Makes the session this object's own; the object is open from now on. */
+    void Adopt(Session& session) NBX_REQUIRES(gEngineLock);
+    void ReplaceConnection(SharedConnection connection);
+    /** Cuts the query that DuckDB has begun, when an interrupt came before it began. */
+    void RepeatInterrupt();
+
+    nbx::RefCount refs_;
+    const nbx::smart_ptr<nbx::I_Location> location_;
+    const nbx::String path_;
+
+    nbx::String token_ NBX_GUARDED_BY(gEngineLock);
+    nbx::String user_agent_ NBX_GUARDED_BY(gEngineLock);
+    uint32_t block_size_ NBX_GUARDED_BY(gEngineLock) = 0;
+    nbx::String storage_version_ NBX_GUARDED_BY(gEngineLock);
+    nbx::mrsql::DuckDBDatabaseOptions options_ NBX_GUARDED_BY(gEngineLock);
+    bool are_options_given_ NBX_GUARDED_BY(gEngineLock) = false;
+
     std::atomic<bool> is_interrupted_{false};
+    /** Written under the engine lock, read without. */
+    std::atomic<bool> is_open_{false};
+    std::atomic<bool> is_read_only_{false};
+    SharedEngine engine_ NBX_GUARDED_BY(gEngineLock);
+    /** The registry key under which this object is a user of its engine. */
+    nbx::String open_key_ NBX_GUARDED_BY(gEngineLock);
+
+    mutable nbx::Mutex connection_mutex_;
+    SharedConnection connection_ NBX_GUARDED_BY(connection_mutex_);
+
+    ExportGate export_gate_;
+    const std::shared_ptr<ChildLists> children_;
 };
 
 }  // namespace mduckdb

@@ -1,0 +1,55 @@
+#include <utility>
+
+#include "database/database.h"
+#include "database/handle_registry.h"
+#include "host/text.h"
+#include "nbx/file.h"
+
+namespace mduckdb {
+
+void DuckDBDatabase::Close() {
+    if (!is_open_.load()) {
+        return;
+    }
+    const IdleEngineLockScope lock(export_gate_);
+    CloseLocked();
+}
+
+void DuckDBDatabase::CloseLocked() noexcept {
+    if (!engine_) {
+        return;
+    }
+    children_->CloseAll();
+    if (const SharedConnection connection = get_Connection()) {
+        const nbx::MutexLock lock(connection_mutex_);
+        duckdb_disconnect(connection.get());
+        connection_.reset();
+    }
+    is_read_only_.store(false);
+    are_options_given_ = false;
+    is_open_.store(false);
+    const SharedEngine engine = std::move(engine_);
+    HandleRegistry::Get().RemoveUser(open_key_, engine);
+    open_key_.clear();
+}
+
+void DuckDBDatabase::Drop() {
+    const IdleEngineLockScope lock(export_gate_);
+    CloseLocked();
+    DropLocked();
+}
+
+void DuckDBDatabase::DropLocked() {
+    if (const uint32_t count = HandleRegistry::Get().get_UserCount(location_->get_PathText())) {
+        ThrowError("Can not be dropped. " + std::to_string(count) + " connections are alive.");
+    }
+    if (IsInMemory()) {
+        return;
+    }
+    const auto file = nbx::CreateFile(location_);
+    file->Open();
+    file->Close();
+    file->ThrowOut();
+}
+
+}  // namespace mduckdb

@@ -1,0 +1,57 @@
+#include "extension/file_probe.h"
+
+#include <cstring>
+#include <utility>
+
+#include "duckdb_plain/engine_files.h"
+#include "host/text.h"
+#include "nbx/file.h"
+
+namespace mduckdb {
+
+namespace {
+
+constexpr uint64_t kMarkOffset = 8;
+constexpr char kMark[] = {'D', 'U', 'C', 'K'};
+
+bool HasMark(nbx::I_File& file) {
+    if (file.get_Size() == 0) {
+        return true;
+    }
+    char bytes[sizeof kMark] = {};
+    file.Read(bytes, kMarkOffset, sizeof bytes);
+    return std::memcmp(bytes, kMark, sizeof kMark) == 0;
+}
+
+bool Probe(nbx::I_File& file, nbx::smart_ptr<nbx::I_Location> location) noexcept {
+    bool answer = false;
+    try {
+        file.put_Location(std::move(location));
+        file.put_IsReadOnly(true);
+        file.Open();
+        answer = HasMark(file);
+    } catch (...) {  // What cannot be read is no database to us.
+    }
+    try {
+        file.Close();
+    } catch (...) {  // The answer stands.
+    }
+    return answer;
+}
+
+}  // namespace
+
+bool LooksLikeDuckDBFile(nbx::smart_ptr<nbx::I_Location> location) noexcept {
+    try {
+        // Opening and closing a file that an engine of this process has open would drop the engine's lock.
+        if (location && duckdb_plain::EngineFiles::Get().IsInUse(ToUtf8(location->get_PathText()))) {
+            return true;
+        }
+        const auto file = nbx::MakeObject<nbx::FileWin>();
+        return Probe(*file, std::move(location));
+    } catch (...) {
+        return false;
+    }
+}
+
+}  // namespace mduckdb
