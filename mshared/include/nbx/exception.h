@@ -10,6 +10,15 @@
 
 namespace nbx {
 
+/** A file or folder operation that the system refused: path, what was tried and why. */
+constexpr uint32_t kFileErrorCode = 0x66001;
+/** A location that cannot be used as asked. */
+constexpr uint32_t kLocationErrorCode = 0x66002;
+/** Setting a value to null that may not be null. */
+constexpr uint32_t kValueNotNullableCode = 0x41001;
+/** Storing a content that the value's type cannot hold, such as a text that is no date in a date. */
+constexpr uint32_t kValueContentCode = 0x41002;
+
 /** Root of the host's exceptions: an error code and up to four texts, which may be missing.
     Thrown by value, caught by reference, copyable. */
 class NBX_API xException : public std::exception {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
 
 #include "nbx/export.h"
 #include "nbx/location.h"
@@ -61,6 +62,7 @@ class NBX_API File : public I_File, noncopyable {
 
   private:
     std::string get_NativePath() const;
+    void OpenWith(int flags, const char* operation);
 
     RefCount refs_;
     smart_ptr<I_Location> location_;

@@ -1,0 +1,42 @@
+#include "nbx/exception.h"
+
+#include <cstdio>
+
+namespace nbx {
+
+xException::xException(uint32_t code, const char* text1, const char* text2, const char* text3, const char* text4)
+    : code_(code), texts_{String(text1), String(text2), String(text3), String(text4)} {
+    BuildWhat();
+}
+
+xException::xException(uint32_t code, const char16_t* text1, const char16_t* text2, const char16_t* text3,
+                       const char16_t* text4)
+    : code_(code) {
+    texts_[0] = text1;
+    texts_[1] = text2;
+    texts_[2] = text3;
+    texts_[3] = text4;
+    BuildWhat();
+}
+
+xException::xException(const xException&) = default;
+xException& xException::operator=(const xException&) = default;
+xException::~xException() = default;
+
+const String& xException::get_Text(std::size_t index) const noexcept {
+    return index < texts_.size() ? texts_[index] : String::sEmpty();
+}
+
+void xException::BuildWhat() {
+    char code[16];
+    const int length = std::snprintf(code, sizeof code, "0x%X", static_cast<unsigned>(code_));
+    what_.assign(code, static_cast<std::size_t>(length));
+    for (const String& text : texts_) {
+        if (!text.isEmpty()) {
+            what_ += ": ";
+            what_ += StFromUTF16(text, nullptr).get_View();
+        }
+    }
+}
+
+}  // namespace nbx

@@ -1,0 +1,175 @@
+#include "json_text.h"
+
+#include <algorithm>
+#include <charconv>
+#include <nlohmann/json.hpp>
+
+namespace nbx {
+namespace {
+
+// The parser turns every number into its float type on the way and refuses what does not fit, so the
+// widest type is given to it; the text kept is the source's.
+using Parser = nlohmann::basic_json<std::map, std::vector, std::string, bool, int64_t, uint64_t, long double>;
+
+/** Receives the parser's events: writes what stands inside the outermost object's members as text. */
+class MemberCollector {
+  public:
+    explicit MemberCollector(JsonMembers& result) : result_(result) {}
+
+    bool null() { return Scalar(JsonKind::Null, "null"); }
+    bool boolean(bool value) { return Scalar(JsonKind::Boolean, value ? "true" : "false"); }
+    bool number_integer(int64_t value) {
+        // Only "-0" arrives here as 0; without the sign it is unsigned.
+        return value == 0 ? Scalar(JsonKind::Number, "-0") : Integer(value);
+    }
+    bool number_unsigned(uint64_t value) { return Integer(value); }
+    bool number_float(long double /*value*/, const std::string& source) {
+        std::string digits = source;
+        // The parser writes the decimal point of the process's locale into its copy of the source.
+        std::replace_if(
+            digits.begin(), digits.end(),
+            [](char c) { return (c < '0' || c > '9') && c != '-' && c != '+' && c != 'e' && c != 'E'; }, '.');
+        return Scalar(JsonKind::Number, digits);
+    }
+    bool string(const std::string& text) {
+        if (depth_ == 1 && is_object_) {
+            Member(JsonKind::Text).text = text;
+        } else if (Separate()) {
+            AppendJsonString(text, target_->text);
+        }
+        return true;
+    }
+    bool binary(Parser::binary_t& /*bytes*/) { return false; }
+    bool start_object(std::size_t /*count*/) { return Start('{'); }
+    bool end_object() { return End('}'); }
+    bool start_array(std::size_t /*count*/) { return Start('['); }
+    bool end_array() { return End(']'); }
+    bool key(const std::string& name) {
+        if (depth_ == 1) {
+            key_ = name;
+        } else if (Separate()) {
+            AppendJsonString(name, target_->text);
+            target_->text += ':';
+            needs_comma_ = false;
+        }
+        return true;
+    }
+    bool parse_error(std::size_t /*position*/, const std::string& /*token*/, const nlohmann::detail::exception& /*e*/) {
+        return false;
+    }
+
+  private:
+    JsonMember& Member(JsonKind kind) {
+        result_.members.push_back({std::move(key_), kind, {}});
+        return result_.members.back();
+    }
+    /** Prepares for one more value of nested content; false when nobody wants it. */
+    bool Separate() {
+        if (target_ == nullptr) {
+            return false;
+        }
+        if (needs_comma_) {
+            target_->text += ',';
+        }
+        needs_comma_ = true;
+        return true;
+    }
+    bool Scalar(JsonKind kind, std::string_view text) {
+        if (depth_ == 1 && is_object_) {
+            Member(kind).text = text;
+        } else if (Separate()) {
+            target_->text += text;
+        }
+        return true;
+    }
+    template <class T>
+    bool Integer(T value) {
+        char digits[24];
+        const char* const end = std::to_chars(digits, digits + sizeof digits, value).ptr;
+        return Scalar(JsonKind::Number, std::string_view(digits, static_cast<std::size_t>(end - digits)));
+    }
+    bool Start(char bracket) {
+        if (depth_ == 0) {
+            is_object_ = bracket == '{';
+            result_.is_object = is_object_;
+        } else if (depth_ == 1 && is_object_) {
+            target_ = &Member(JsonKind::Nested);
+            target_->text += bracket;
+        } else if (Separate()) {
+            target_->text += bracket;
+        }
+        needs_comma_ = false;
+        ++depth_;
+        return true;
+    }
+    bool End(char bracket) {
+        --depth_;
+        if (target_ != nullptr) {
+            target_->text += bracket;
+            needs_comma_ = true;
+            if (depth_ == 1) {
+                target_ = nullptr;
+            }
+        }
+        return true;
+    }
+
+    JsonMembers& result_;
+    std::size_t depth_ = 0;
+    bool is_object_ = false;
+    std::string key_;
+    /** The member whose nested content is being written; good until the next member is added. */
+    JsonMember* target_ = nullptr;
+    bool needs_comma_ = false;
+};
+
+bool Parse(std::string_view text, JsonMembers& result) {
+    // The parser takes a NUL for the end of the text.
+    if (text.find('\0') != std::string_view::npos) {
+        return false;
+    }
+    MemberCollector collector(result);
+    return Parser::sax_parse(text.begin(), text.end(), &collector);
+}
+
+}  // namespace
+
+const JsonMember* JsonMembers::Find(std::string_view key) const noexcept {
+    const auto found = std::find_if(members.rbegin(), members.rend(),
+                                    [key](const JsonMember& member) { return member.key == key; });
+    return found == members.rend() ? nullptr : &*found;
+}
+
+JsonMembers ReadJsonMembers(std::string_view text) {
+    JsonMembers result;
+    if (!Parse(text, result)) {
+        return {};
+    }
+    result.is_valid = true;
+    return result;
+}
+
+bool IsJson(std::string_view text) {
+    return text.find('\0') == std::string_view::npos && Parser::accept(text.begin(), text.end());
+}
+
+void AppendJsonString(std::string_view text, std::string& result) {
+    constexpr char kHexDigits[] = "0123456789abcdef";
+    result += '"';
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (c == '"' || c == '\\') {
+            result += '\\';
+            result += c;
+        } else if (byte >= 0x20) {
+            result += c;
+        } else {
+            result += "\\u00";
+            result += kHexDigits[byte >> 4U];
+            result += kHexDigits[byte & 0xFU];
+        }
+    }
+    result += '"';
+}
+
+}  // namespace nbx

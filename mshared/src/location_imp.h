@@ -1,0 +1,45 @@
+#pragma once
+
+#include <filesystem>
+
+#include "nbx/location.h"
+
+namespace nbx {
+
+/** What a location's `QueryInterface` gives as its folder view; part of the location. */
+class FolderView final : public I_Folder, noncopyable {
+  public:
+    explicit FolderView(const std::filesystem::path& path) noexcept : path_(path) {}
+    bool get_Exists() const override;
+    void Create() override;
+
+  private:
+    const std::filesystem::path& path_;
+};
+
+/** A location that never changes, so that threads may share it. */
+class Location_imp final : public I_Location, noncopyable {
+  public:
+    explicit Location_imp(const String& text);
+
+    uint32_t AddRef() override { return refs_.Increment(); }
+    uint32_t Release() override;
+    void* QueryInterface(uint32_t interface_id) override;
+    uint32_t get_RefsCount() const override { return refs_.get_Value(); }
+
+    String get_Text() const override { return text_; }
+    String get_PathText() const override { return path_text_; }
+    bool get_Exists() const override;
+    smart_ptr<I_Location> get_Parent() const override;
+    smart_ptr<I_Location> MakeChild(const String& name) const override;
+
+  private:
+    RefCount refs_;
+    const String text_;
+    /** Absolute and normal; empty for the in-memory database and for the empty text. */
+    const std::filesystem::path path_;
+    const String path_text_;
+    FolderView folder_;
+};
+
+}  // namespace nbx

@@ -1,0 +1,106 @@
+#include "nbx/string.h"
+
+#include <charconv>
+#include <cstring>
+#include <utility>
+
+#include "number_text.h"
+#include "unicode.h"
+
+namespace nbx {
+namespace {
+
+std::string_view NarrowView(const char* text, std::ptrdiff_t length) noexcept {
+    if (text == nullptr) {
+        return {};
+    }
+    return {text, length < 0 ? std::strlen(text) : static_cast<std::size_t>(length)};
+}
+
+std::u16string ToUTF16(std::string_view text, const Converter* converter) {
+    return converter == nullptr ? Utf8ToUtf16(text) : converter->ToUTF16(text);
+}
+
+class Utf8Converter final : public Converter {
+  public:
+    std::u16string ToUTF16(std::string_view text) const override { return Utf8ToUtf16(text); }
+    std::string FromUTF16(std::u16string_view text) const override { return Utf16ToUtf8(text); }
+};
+
+}  // namespace
+
+String::String(const char* text, std::ptrdiff_t length, const Converter* encoding, int /*kind*/)
+    : text_(ToUTF16(NarrowView(text, length), encoding)) {}
+
+String::String(const char16_t* text, std::size_t length) {
+    if (text != nullptr) {
+        text_.assign(text, length);
+    }
+}
+
+String& String::operator=(const char* text) {
+    // A new text first: `text` may be what somebody made of this string.
+    text_ = Utf8ToUtf16(NarrowView(text, -1));
+    return *this;
+}
+
+String& String::operator=(const char16_t* text) {
+    if (text == nullptr) {
+        text_.clear();
+    } else {
+        text_ = text;
+    }
+    return *this;
+}
+
+String& String::operator+=(const char* text) {
+    AppendUtf8AsUtf16(NarrowView(text, -1), text_);
+    return *this;
+}
+
+String& String::operator<<(const String& text) {
+    text_ += text.text_;
+    return *this;
+}
+
+String& String::operator<<(uint32_t number) {
+    char digits[10];
+    const char* const end = std::to_chars(digits, digits + sizeof digits, number).ptr;
+    text_.append(static_cast<const char*>(digits), end);
+    return *this;
+}
+
+int64_t String::parseLLong() const noexcept {
+    return ParseLLong(text_);
+}
+
+const String& String::sEmpty() noexcept {
+    // Never destroyed, since objects that go at the very end of the process may still hand it out.
+    static const String* const empty = new String;
+    return *empty;
+}
+
+const Converter* GetConverter_UTF8() noexcept {
+    static const Converter* const converter = new Utf8Converter;
+    return converter;
+}
+
+StToUTF16::StToUTF16(const char* text, std::ptrdiff_t length, const Converter* converter)
+    : text_(ToUTF16(NarrowView(text, length), converter)) {}
+
+StFromUTF16::StFromUTF16(const String& text, const Converter* converter)
+    : text_(converter == nullptr ? Utf16ToUtf8(text.get_View()) : converter->FromUTF16(text.get_View())) {}
+
+String EscapeStringU(const char16_t* text, std::size_t length) {
+    std::u16string escaped;
+    escaped.reserve(length);
+    for (std::size_t i = 0; i < length; ++i) {
+        if (text[i] == u'\'') {
+            escaped += u'\'';
+        }
+        escaped += text[i];
+    }
+    return String(std::move(escaped));
+}
+
+}  // namespace nbx

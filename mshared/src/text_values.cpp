@@ -1,0 +1,89 @@
+#include "text_values.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "unicode.h"
+
+namespace nbx {
+namespace {
+
+I_Value* MakeMember(const JsonMember& member) {
+    const std::string_view text = member.text;
+    switch (member.kind) {
+        case JsonKind::Nested:
+            return CreateValueJSON(false, &text, nullptr);
+        case JsonKind::Text:
+        case JsonKind::Number:
+            return CreateValueString(false, &text, nullptr);
+        case JsonKind::Boolean: {
+            const bool content = text == "true";
+            return CreateValueBoolean(false, &content, nullptr);
+        }
+        case JsonKind::Null:
+            break;
+    }
+    I_Value* const value = CreateValueBoolean(true, nullptr, nullptr);
+    value->put_IsNull(true);
+    return value;
+}
+
+}  // namespace
+
+void* JSONValue::QueryInterface(uint32_t interface_id) {
+    return interface_id == kJSONInterfaceId ? static_cast<I_JSONValue*>(this) : nullptr;
+}
+
+void JSONValue::put_Text(String content) {
+    Forget();
+    content_ = std::move(content);
+    MarkNotNull();
+}
+
+void JSONValue::Clear() {
+    Forget();
+    content_ = String();
+}
+
+smart_ptr<I_Value> JSONValue::get_Member(const char* key) const {
+    const JsonMember* const member = get_Members().Find(key);
+    return member == nullptr ? nullptr : smart_ptr<I_Value>::Adopt(MakeMember(*member));
+}
+
+const JsonMembers& JSONValue::get_Members() const {
+    const JsonMembers* members = members_.load(std::memory_order_acquire);
+    if (members == nullptr) {
+        auto made = std::make_unique<const JsonMembers>(ReadJsonMembers(Utf16ToUtf8(content_.get_View())));
+        if (members_.compare_exchange_strong(members, made.get(), std::memory_order_acq_rel)) {
+            members = made.release();
+        }
+    }
+    return *members;
+}
+
+void* BytesValue::QueryInterface(uint32_t interface_id) {
+    return interface_id == kRawBytesInterfaceId ? static_cast<I_RawBytes*>(this) : nullptr;
+}
+
+void BytesValue::put_Text(String content) {
+    std::optional<std::string> bytes = ParseBytes(content);
+    if (!bytes) {
+        ThrowBadContent(get_TypeCode(), content);
+    }
+    content_ = std::move(*bytes);
+    MarkNotNull();
+}
+
+void BytesValue::CopyTo(void* buffer, uint64_t count) const {
+    const uint64_t length = std::min<uint64_t>(count, content_.size());
+    if (length != 0) {
+        std::memcpy(buffer, content_.data(), length);
+    }
+}
+
+void BytesValue::put_Bytes(const void* data, uint64_t length) {
+    content_ = length == 0 ? std::string() : std::string(static_cast<const char*>(data), length);
+    MarkNotNull();
+}
+
+}  // namespace nbx

@@ -1,0 +1,19 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace nbx {
+
+/** Well-formed text converts exactly. Each longest piece that could still have begun a character becomes
+    one U+FFFD, as in the web's UTF-8 decoder, so that damaged text keeps all of its intact characters. */
+std::u16string Utf8ToUtf16(std::string_view text);
+
+/** Each surrogate without its partner becomes one U+FFFD. */
+std::string Utf16ToUtf8(std::u16string_view text);
+
+/** Appends to texts that exist already; otherwise like the two above. */
+void AppendUtf8AsUtf16(std::string_view text, std::u16string& result);
+void AppendUtf16AsUtf8(std::u16string_view text, std::string& result);
+
+}  // namespace nbx

@@ -1,0 +1,195 @@
+#include "value_text.h"
+
+#include <array>
+#include <charconv>
+#include <cstdio>
+#include <string>
+
+#include "unicode.h"
+
+namespace nbx {
+namespace {
+
+template <class T>
+String NumberText(T number) {
+    // Wide enough for the shortest form of any number of 64 bits.
+    char digits[32];
+    const char* const end = std::to_chars(digits, digits + sizeof digits, number).ptr;
+    return String(std::u16string(digits, end));
+}
+
+/** Reads fields of digits from a text, one after the other. */
+class FieldReader {
+  public:
+    explicit FieldReader(const String& text) : text_(Utf16ToUtf8(text.get_View())) {}
+
+    bool get_IsAtEnd() const noexcept { return position_ == text_.size(); }
+    bool Skip(char expected) noexcept {
+        const bool is_there = !get_IsAtEnd() && text_[position_] == expected;
+        position_ += static_cast<std::size_t>(is_there);
+        return is_there;
+    }
+    /** A number from 0 to `max`; nothing when there is none. */
+    std::optional<int32_t> Number(int32_t max) noexcept {
+        int32_t number = 0;
+        const char* const start = text_.data() + position_;
+        const auto read = std::from_chars(start, text_.data() + text_.size(), number);
+        if (read.ec != std::errc() || *start == '-' || number > max) {
+            return std::nullopt;
+        }
+        position_ += static_cast<std::size_t>(read.ptr - start);
+        return number;
+    }
+    /** The milliseconds of a fraction; digits beyond the third are cut off. */
+    std::optional<uint16_t> Fraction() noexcept {
+        const std::size_t start = position_;
+        uint32_t millis = 0;
+        for (uint32_t weight = 100; !get_IsAtEnd() && text_[position_] >= '0' && text_[position_] <= '9';
+             ++position_, weight /= 10) {
+            millis += weight * static_cast<uint32_t>(text_[position_] - '0');
+        }
+        return position_ == start ? std::nullopt : std::optional<uint16_t>(static_cast<uint16_t>(millis));
+    }
+
+    std::optional<DateContent> Date() noexcept {
+        const bool is_negative = Skip('-');
+        const auto year = Number(INT32_MAX);
+        const auto month = year && Skip('-') ? Number(12) : std::nullopt;
+        const auto day = month && Skip('-') ? Number(31) : std::nullopt;
+        if (!day) {
+            return std::nullopt;
+        }
+        return DateContent{is_negative ? -*year : *year, static_cast<uint8_t>(*month), static_cast<uint8_t>(*day)};
+    }
+    std::optional<TimeContent> Time() noexcept {
+        const auto hours = Number(24);
+        const auto minutes = hours && Skip(':') ? Number(59) : std::nullopt;
+        if (!minutes) {
+            return std::nullopt;
+        }
+        TimeContent time{static_cast<uint8_t>(*hours), static_cast<uint8_t>(*minutes), 0, 0};
+        if (Skip(':')) {
+            const auto seconds = Number(60);
+            const auto millis = seconds && Skip('.') ? Fraction() : std::optional<uint16_t>(uint16_t{0});
+            if (!seconds || !millis) {
+                return std::nullopt;
+            }
+            time.seconds = static_cast<uint8_t>(*seconds);
+            time.milliseconds = *millis;
+        }
+        return time;
+    }
+
+  private:
+    std::string text_;
+    std::size_t position_ = 0;
+};
+
+template <std::size_t kSize, class... Args>
+String Format(const char* format, Args... args) {
+    std::array<char, kSize> text;
+    const int length = std::snprintf(text.data(), text.size(), format, args...);
+    return String(text.data(), length);
+}
+
+}  // namespace
+
+String FloatText(float number) {
+    return NumberText(number);
+}
+
+String DoubleText(double number) {
+    return NumberText(number);
+}
+
+String LLongText(int64_t number) {
+    return NumberText(number);
+}
+
+String ULLongText(uint64_t number) {
+    return NumberText(number);
+}
+
+String BooleanText(bool content) {
+    return String(content ? "true" : "false");
+}
+
+String DateText(const DateContent& date) {
+    const char* const sign = date.year < 0 ? "-" : "";
+    const int64_t year = date.year < 0 ? -int64_t{date.year} : int64_t{date.year};
+    return Format<32>("%s%04lld-%02u-%02u", sign, static_cast<long long>(year), unsigned{date.month},
+                      unsigned{date.day});
+}
+
+String TimeText(const TimeContent& time) {
+    return Format<32>("%02u:%02u:%02u.%03u", unsigned{time.hours}, unsigned{time.minutes}, unsigned{time.seconds},
+                      unsigned{time.milliseconds});
+}
+
+String DateTimeText(const DateTimeContent& date_time) {
+    String text = DateText(date_time.date);
+    text += " ";
+    text << TimeText(date_time.time);
+    return text;
+}
+
+String BytesText(std::string_view bytes) {
+    constexpr char16_t kDigits[] = u"0123456789abcdef";
+    std::u16string text;
+    text.reserve(bytes.size() * 2);
+    for (const char c : bytes) {
+        const auto byte = static_cast<unsigned char>(c);
+        text += kDigits[byte >> 4U];
+        text += kDigits[byte & 0xFU];
+    }
+    return String(std::move(text));
+}
+
+std::optional<DateContent> ParseDate(const String& text) {
+    FieldReader reader(text);
+    const auto date = reader.Date();
+    return reader.get_IsAtEnd() ? date : std::nullopt;
+}
+
+std::optional<TimeContent> ParseTime(const String& text) {
+    FieldReader reader(text);
+    const auto time = reader.Time();
+    return reader.get_IsAtEnd() ? time : std::nullopt;
+}
+
+std::optional<DateTimeContent> ParseDateTime(const String& text) {
+    FieldReader reader(text);
+    const auto date = reader.Date();
+    if (!date) {
+        return std::nullopt;
+    }
+    if (reader.get_IsAtEnd()) {
+        return DateTimeContent{*date, {}};
+    }
+    const auto time = reader.Skip(' ') || reader.Skip('T') ? reader.Time() : std::nullopt;
+    if (!time || !reader.get_IsAtEnd()) {
+        return std::nullopt;
+    }
+    return DateTimeContent{*date, *time};
+}
+
+std::optional<std::string> ParseBytes(const String& text) {
+    const std::u16string_view digits = text.get_View();
+    if (digits.size() % 2 != 0) {
+        return std::nullopt;
+    }
+    constexpr std::u16string_view kDigits = u"0123456789abcdef0123456789ABCDEF";
+    std::string bytes;
+    bytes.reserve(digits.size() / 2);
+    for (std::size_t i = 0; i < digits.size(); i += 2) {
+        const std::size_t high = kDigits.find(digits[i]);
+        const std::size_t low = kDigits.find(digits[i + 1]);
+        if (high == std::u16string_view::npos || low == std::u16string_view::npos) {
+            return std::nullopt;
+        }
+        bytes += static_cast<char>((high % 16 << 4U) | low % 16);
+    }
+    return bytes;
+}
+
+}  // namespace nbx

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+#include "nbx/string.h"
+#include "nbx/value.h"
+
+namespace nbx {
+
+/** The fewest digits that give the same number back; "inf" and "nan". */
+String FloatText(float number);
+String DoubleText(double number);
+String LLongText(int64_t number);
+String ULLongText(uint64_t number);
+String BooleanText(bool content);
+/** 2024-01-31, 12:34:56.789, and both with a blank between them. */
+String DateText(const DateContent& date);
+String TimeText(const TimeContent& time);
+String DateTimeText(const DateTimeContent& date_time);
+/** Two hexadecimal digits for each byte. */
+String BytesText(std::string_view bytes);
+
+/** The opposite direction; nothing when the text is not one of that sort. A time may stop after the
+    minutes or seconds, a date-time after the date. */
+std::optional<DateContent> ParseDate(const String& text);
+std::optional<TimeContent> ParseTime(const String& text);
+std::optional<DateTimeContent> ParseDateTime(const String& text);
+std::optional<std::string> ParseBytes(const String& text);
+
+}  // namespace nbx
