@@ -42,7 +42,8 @@ class ReferenceValue final : public ValueCore<ReferenceValue>, public I_Referenc
 class ArrayValue final : public TextLikeValue<ArrayValue>, public I_ArrayValue {
   public:
     explicit ArrayValue(uint32_t element_type_code) noexcept
-        : TextLikeValue(static_cast<uint32_t>(ValueType::Array), true), element_type_code_(element_type_code) {}
+        : TextLikeValue(static_cast<uint32_t>(ValueType::Array), true),
+          element_type_code_(element_type_code) {}
 
     void* QueryInterface(uint32_t interface_id) override;
     String get_Text() const override;

@@ -4,7 +4,8 @@
 
 namespace nbx {
 
-xException::xException(uint32_t code, const char* text1, const char* text2, const char* text3, const char* text4)
+xException::xException(uint32_t code, const char* text1, const char* text2, const char* text3,
+                       const char* text4)
     : code_(code), texts_{String(text1), String(text2), String(text3), String(text4)} {
     BuildWhat();
 }

@@ -54,7 +54,8 @@ class MemberCollector {
         }
         return true;
     }
-    bool parse_error(std::size_t /*position*/, const std::string& /*token*/, const nlohmann::detail::exception& /*e*/) {
+    bool parse_error(std::size_t /*position*/, const std::string& /*token*/,
+                     const nlohmann::detail::exception& /*e*/) {
         return false;
     }
 

@@ -52,7 +52,10 @@ void FolderView::Create() {
 }
 
 Location_imp::Location_imp(const String& text)
-    : text_(text), path_(NormalPath(text)), path_text_(path_.empty() ? text : PathString(path_)), folder_(path_) {}
+    : text_(text),
+      path_(NormalPath(text)),
+      path_text_(path_.empty() ? text : PathString(path_)),
+      folder_(path_) {}
 
 uint32_t Location_imp::Release() {
     const uint32_t count = refs_.Decrement();

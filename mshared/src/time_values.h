@@ -70,8 +70,8 @@ class DateTimeValue final : public TextLikeValue<DateTimeValue>, public I_DateTi
     uint8_t get_Minutes() const override { return content_.time.minutes; }
     uint8_t get_Seconds() const override { return content_.time.seconds; }
     uint16_t get_Milliseconds() const override { return content_.time.milliseconds; }
-    void put_DateTime(int32_t year, uint8_t month, uint8_t day, uint8_t hours, uint8_t minutes, uint8_t seconds,
-                      uint16_t milliseconds) override {
+    void put_DateTime(int32_t year, uint8_t month, uint8_t day, uint8_t hours, uint8_t minutes,
+                      uint8_t seconds, uint16_t milliseconds) override {
         content_ = {{year, month, day}, {hours, minutes, seconds, milliseconds}};
         MarkNotNull();
     }

@@ -26,7 +26,8 @@ I_Value* MakeText(uint32_t type_code, bool nullable, const void* content) {
 }
 
 I_Value* MakeBytes(uint32_t type_code, bool nullable, const void* content, const void* extra) {
-    return new BytesValue(type_code, nullable, ContentOf<std::string_view>(content), ContentOf<uint64_t>(extra));
+    return new BytesValue(type_code, nullable, ContentOf<std::string_view>(content),
+                          ContentOf<uint64_t>(extra));
 }
 
 }  // namespace

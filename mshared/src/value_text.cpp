@@ -1,9 +1,9 @@
 #include "value_text.h"
 
-#include <array>
 #include <charconv>
-#include <cstdio>
+#include <cstdlib>
 #include <string>
+#include <utility>
 
 #include "unicode.h"
 
@@ -14,8 +14,9 @@ template <class T>
 String NumberText(T number) {
     // Wide enough for the shortest form of any number of 64 bits.
     char digits[32];
+    const char* const start = digits;
     const char* const end = std::to_chars(digits, digits + sizeof digits, number).ptr;
-    return String(std::u16string(digits, end));
+    return String(std::u16string(start, end));
 }
 
 /** Reads fields of digits from a text, one after the other. */
@@ -59,7 +60,8 @@ class FieldReader {
         if (!day) {
             return std::nullopt;
         }
-        return DateContent{is_negative ? -*year : *year, static_cast<uint8_t>(*month), static_cast<uint8_t>(*day)};
+        return DateContent{is_negative ? -*year : *year, static_cast<uint8_t>(*month),
+                           static_cast<uint8_t>(*day)};
     }
     std::optional<TimeContent> Time() noexcept {
         const auto hours = Number(24);
@@ -85,11 +87,35 @@ class FieldReader {
     std::size_t position_ = 0;
 };
 
-template <std::size_t kSize, class... Args>
-String Format(const char* format, Args... args) {
-    std::array<char, kSize> text;
-    const int length = std::snprintf(text.data(), text.size(), format, args...);
-    return String(text.data(), length);
+/** Appends the number with leading zeros up to the width. */
+void AppendPadded(uint32_t number, std::size_t width, std::u16string& text) {
+    char digits[10];
+    const char* const start = digits;
+    const char* const end = std::to_chars(digits, digits + sizeof digits, number).ptr;
+    const auto length = static_cast<std::size_t>(end - start);
+    text.append(length < width ? width - length : 0, u'0');
+    text.append(start, end);
+}
+
+void AppendDate(const DateContent& date, std::u16string& text) {
+    if (date.year < 0) {
+        text += u'-';
+    }
+    AppendPadded(static_cast<uint32_t>(std::abs(int64_t{date.year})), 4, text);
+    text += u'-';
+    AppendPadded(date.month, 2, text);
+    text += u'-';
+    AppendPadded(date.day, 2, text);
+}
+
+void AppendTime(const TimeContent& time, std::u16string& text) {
+    AppendPadded(time.hours, 2, text);
+    text += u':';
+    AppendPadded(time.minutes, 2, text);
+    text += u':';
+    AppendPadded(time.seconds, 2, text);
+    text += u'.';
+    AppendPadded(time.milliseconds, 3, text);
 }
 
 }  // namespace
@@ -115,22 +141,23 @@ String BooleanText(bool content) {
 }
 
 String DateText(const DateContent& date) {
-    const char* const sign = date.year < 0 ? "-" : "";
-    const int64_t year = date.year < 0 ? -int64_t{date.year} : int64_t{date.year};
-    return Format<32>("%s%04lld-%02u-%02u", sign, static_cast<long long>(year), unsigned{date.month},
-                      unsigned{date.day});
+    std::u16string text;
+    AppendDate(date, text);
+    return String(std::move(text));
 }
 
 String TimeText(const TimeContent& time) {
-    return Format<32>("%02u:%02u:%02u.%03u", unsigned{time.hours}, unsigned{time.minutes}, unsigned{time.seconds},
-                      unsigned{time.milliseconds});
+    std::u16string text;
+    AppendTime(time, text);
+    return String(std::move(text));
 }
 
 String DateTimeText(const DateTimeContent& date_time) {
-    String text = DateText(date_time.date);
-    text += " ";
-    text << TimeText(date_time.time);
-    return text;
+    std::u16string text;
+    AppendDate(date_time.date, text);
+    text += u' ';
+    AppendTime(date_time.time, text);
+    return String(std::move(text));
 }
 
 String BytesText(std::string_view bytes) {
