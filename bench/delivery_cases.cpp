@@ -86,7 +86,7 @@ const std::vector<uint32_t>& GetRandomNumbers() {
         std::mt19937 random(20260101);
         std::vector<uint32_t> made(kRandomReads);
         for (uint32_t& number : made) {
-            number = random();
+            number = static_cast<uint32_t>(random());
         }
         return made;
     }();
@@ -131,7 +131,7 @@ Group MakeRandomReadGroup(const Options& options) {
 
 std::vector<Group> GetDeliveryGroups(const Options& options) {
     std::vector<Group> groups;
-    for (const char* workload : {"W1", "W2", "W2-parquet", "W3", "W4"}) {
+    for (const char* workload : {"W1", "numbers", "W2", "W2-parquet", "W3", "W4"}) {
         groups.push_back(MakeDeliveryGroup(workload, options));
     }
     groups.push_back(MakeRandomReadGroup(options));

@@ -109,6 +109,12 @@ Workload GetWorkload(const std::string& name, const Options& options) {
                 "(i % 100)::SMALLINT AS e FROM range(" +
                     Count(kW1Rows, options) + ") t(i)"};
     }
+    if (name == "numbers") {
+        return {name,
+                "SELECT i::INTEGER AS a, i * 1.5::DOUBLE AS b, i::BIGINT AS c, (i % 100)::SMALLINT AS d, "
+                "(i * 7)::BIGINT AS e FROM range(" +
+                    Count(kW1Rows, options) + ") t(i)"};
+    }
     if (name == "W2") {
         return {name, "SELECT * FROM orders"};
     }

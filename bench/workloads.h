@@ -24,7 +24,8 @@ struct Data {
 };
 const Data& PrepareData(const Options& options);
 
-/** W1 mixed numbers and text, W2 sixteen columns of orders, W3 text, W4 nested columns and a VARIANT. */
+/** W1 mixed numbers and text, `numbers` W1 without the text, W2 sixteen columns of orders (W2-parquet: from
+    the Parquet file), W3 text, W4 nested columns and a VARIANT. */
 Workload GetWorkload(const std::string& name, const Options& options);
 
 /** A bare DuckDB database with one thread and a connection, closed at the end of the scope. */
