@@ -67,14 +67,6 @@ std::string ExportSql(const std::string& folder) {
            "' ( FORMAT PARQUET, COMPRESSION ZSTD, ROW_GROUP_SIZE 100_000, PARQUET_VERSION V2 )";
 }
 
-/** The one folder below another. */
-std::string GetOnlyFolder(const std::string& folder) {
-    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
-        return entry.path();
-    }
-    Die("no backup in " + folder);
-}
-
 nbx::smart_ptr<nbx::I_Location> At(const std::string& path) {
     return nbx::CreateLocation(nbx::String(path.c_str()));
 }
