@@ -8,6 +8,7 @@
 #include <string>
 
 #include "nbx/exception.h"
+#include "pool_cache.h"
 #include "system_error.h"
 #include "unicode.h"
 
@@ -53,7 +54,9 @@ smart_ptr<I_Location> NoServerFolder() {
 
 const char* gmDuckDB_backup_sfx = "duckdb_backup";
 
-void MironaInit3() {}
+void MironaInit3() {
+    pool::PrepareThread();
+}
 
 namespace mrsql {
 

@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "nbx/value.h"
-#include "nbx/value_pool.h"
+#include "pool_cache.h"
 
 namespace nbx {
 
@@ -22,8 +22,8 @@ class ValueCore : public I_Value {
     ValueCore(uint32_t type_code, bool is_nullable) noexcept
         : type_code_(static_cast<uint16_t>(type_code)), is_nullable_(is_nullable) {}
 
-    static void* operator new(std::size_t size) { return AllocatePooled(size); }
-    static void operator delete(void* memory, std::size_t size) noexcept { FreePooled(memory, size); }
+    static void* operator new(std::size_t size) { return pool::Allocate(size); }
+    static void operator delete(void* memory, std::size_t size) noexcept { pool::Free(memory, size); }
 
     uint32_t AddRef() final { return refs_.Increment(); }
     uint32_t Release() final {

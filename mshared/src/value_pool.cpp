@@ -1,15 +1,111 @@
 #include "nbx/value_pool.h"
 
-#include <new>
+#include <array>
+
+#include "pool_cache.h"
+#include "pool_slabs.h"
+#include "slab_memory.h"
 
 namespace nbx {
+namespace pool {
+
+constinit thread_local Cache t_caches[kClassCount];
+
+namespace {
+
+constexpr uint32_t kCacheLimit = 512;
+constexpr uint32_t kRefill = 128;
+
+enum class ThreadState { Fresh, Running, Ended };
+constinit thread_local ThreadState t_state = ThreadState::Fresh;
+
+constinit std::array<SlabStore, kClassCount> g_stores{SlabStore(kClassSizes[0]), SlabStore(kClassSizes[1]),
+                                                      SlabStore(kClassSizes[2])};
+
+/** Gives all of a thread's free objects back when the thread ends. Objects that are released later still,
+    by other thread-local or static objects, go straight to their slabs. */
+struct ThreadEnd {
+    ~ThreadEnd() {
+        t_state = ThreadState::Ended;
+        for (std::size_t i = 0; i < kClassCount; ++i) {
+            FreeObject* const objects = t_caches[i].head;
+            t_caches[i] = {};
+            if (objects != nullptr) {
+                g_stores[i].Return(objects);
+            }
+        }
+    }
+    void Register() noexcept { is_registered_ = true; }
+
+  private:
+    bool is_registered_ = false;
+};
+thread_local ThreadEnd t_end;
+
+/** Cuts the first `count` objects off the cache and gives them back. */
+void ReturnFirst(std::size_t size_class, uint32_t count) noexcept {
+    Cache& cache = t_caches[size_class];
+    FreeObject* const first = cache.head;
+    FreeObject* last = first;
+    for (uint32_t i = 1; i < count; ++i) {
+        last = last->next;
+    }
+    cache.head = last->next;
+    cache.count -= count;
+    last->next = nullptr;
+    g_stores[size_class].Return(first);
+}
+
+}  // namespace
+
+void PrepareThread() noexcept {
+    if (t_state == ThreadState::Fresh) {
+        t_state = ThreadState::Running;
+        t_end.Register();
+        for (Cache& cache : t_caches) {
+            cache.limit = kCacheLimit;
+        }
+    }
+}
+
+void* AllocateSlowly(std::size_t size_class) {
+    PrepareThread();
+    uint32_t count = t_state == ThreadState::Ended ? 1 : kRefill;
+    FreeObject* const objects = g_stores[size_class].Take(count);
+    t_caches[size_class].head = objects->next;
+    t_caches[size_class].count = count - 1;
+    return objects;
+}
+
+void FreeSlowly(std::size_t size_class, FreeObject* object) noexcept {
+    PrepareThread();
+    object->next = nullptr;
+    if (t_state == ThreadState::Ended) {
+        g_stores[size_class].Return(object);
+        return;
+    }
+    Cache& cache = t_caches[size_class];
+    if (cache.count >= cache.limit) {
+        // Half stays, so that neither a run of releases nor one of allocations comes back at once.
+        ReturnFirst(size_class, kCacheLimit / 2);
+    }
+    object->next = cache.head;
+    cache.head = object;
+    ++cache.count;
+}
+
+}  // namespace pool
 
 void* AllocatePooled(std::size_t size) {
-    return ::operator new(size);
+    return pool::Allocate(size);
 }
 
 void FreePooled(void* memory, std::size_t size) noexcept {
-    ::operator delete(memory, size);
+    pool::Free(memory, size);
+}
+
+std::size_t GetPoolMappedBytes() noexcept {
+    return pool::GetMappedBytes();
 }
 
 }  // namespace nbx

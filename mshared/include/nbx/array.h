@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "nbx/unknown.h"
+#include "nbx/value_pool.h"
 
 namespace nbx {
 
@@ -13,6 +14,9 @@ namespace nbx {
 template <class T>
 class Array : public I_Unknown, noncopyable {
   public:
+    static void* operator new(std::size_t size) { return AllocatePooled(size); }
+    static void operator delete(void* memory, std::size_t size) noexcept { FreePooled(memory, size); }
+
     uint32_t AddRef() final { return refs_.Increment(); }
     uint32_t Release() final {
         const uint32_t count = refs_.Decrement();
