@@ -57,9 +57,8 @@ class CellReader {
     CellReader& operator=(CellReader&&) noexcept;
     ~CellReader();
 
-    /** Turns to the chunk, which stays the caller's and must live, unchanged by others, as long as cells
-        are read. Columns in a compressed form are spread out in it once. Null: no cells. Throws
-        `std::bad_alloc`. */
+    /** Turns to the chunk, which stays the caller's and must live, unchanged, as long as cells are read.
+        Null: no cells. Throws `std::bad_alloc`. */
     void Bind(duckdb_data_chunk chunk);
     /** Rows of the chunk. */
     idx_t get_RowCount() const noexcept;

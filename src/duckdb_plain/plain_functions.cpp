@@ -113,6 +113,24 @@ bool ContainsVariant(const LogicalType& type) {
     return duckdb::TypeVisitor::Contains(type, LogicalTypeId::VARIANT);
 }
 
+/** A text cell as a value. DuckDB's own way checks the text and gives no value for one that is not valid
+    UTF-8, so a damaged file would turn texts into NULL; and checking again what it checked when it read the
+    text costs more than the copy. */
+Value MakeTextValue(const duckdb::string_t& text, const LogicalType& type) {
+    Value value = Value::BLOB(reinterpret_cast<duckdb::const_data_ptr_t>(text.GetData()), text.GetSize());
+    value.Reinterpret(type);
+    return value;
+}
+
+Value MakeCellValue(const duckdb::DataChunk& chunk, idx_t column, idx_t row) {
+    const duckdb::Vector& vector = chunk.data[column];
+    if (vector.GetVectorType() == duckdb::VectorType::FLAT_VECTOR &&
+        vector.GetType().id() == LogicalTypeId::VARCHAR && !duckdb::FlatVector::IsNull(vector, row)) {
+        return MakeTextValue(duckdb::FlatVector::GetData<duckdb::string_t>(vector)[row], vector.GetType());
+    }
+    return chunk.GetValue(column, row);
+}
+
 /** Calls `read(data)` with the value's VARIANT data; gives `nothing` when it is no readable VARIANT. */
 template <class Result, class Read>
 Result ReadVariant(duckdb_value value, Result nothing, Read read) noexcept {
@@ -139,7 +157,7 @@ duckdb_value duckdb_data_chunk_get_value(duckdb_data_chunk chunk, idx_t column, 
         if (data == nullptr || column >= data->ColumnCount() || row >= data->size()) {
             return nullptr;
         }
-        return Wrap(data->GetValue(column, row));
+        return Wrap(MakeCellValue(*data, column, row));
     } catch (...) {
         return nullptr;
     }
