@@ -1,0 +1,141 @@
+#include "procedures/cell_values.h"
+
+#include <cstring>
+#include <iterator>
+#include <limits>
+
+#include "duckdb_plain/holders.h"
+#include "procedures/packed_time.h"
+
+namespace mduckdb {
+namespace {
+
+using Api = mirona_extension_api;
+
+/** The cell as a T. Cells may be narrower or wider than their vector's own type, so nothing is assumed of
+    alignment or of what was written there. */
+template <class T>
+T Load(const void* data, idx_t row) noexcept {
+    T cell;
+    std::memcpy(&cell, static_cast<const char*>(data) + row * sizeof(T), sizeof(T));
+    return cell;
+}
+
+mirona_value ReadNothing(const Api&, mirona_call, const void*, idx_t) { return nullptr; }
+
+mirona_value ReadBool(const Api& api, mirona_call call, const void* data, idx_t row) {
+    return api.make_bool_value(call, Load<std::uint8_t>(data, row) != 0 ? 1 : 0);
+}
+
+template <class T>
+mirona_value ReadSigned(const Api& api, mirona_call call, const void* data, idx_t row) {
+    return api.make_int_value(call, Load<T>(data, row));
+}
+
+template <class T>
+mirona_value ReadUnsigned(const Api& api, mirona_call call, const void* data, idx_t row) {
+    return api.make_uint_value(call, Load<T>(data, row));
+}
+
+template <class T>
+mirona_value ReadFloating(const Api& api, mirona_call call, const void* data, idx_t row) {
+    return api.make_double_value(call, static_cast<double>(Load<T>(data, row)));
+}
+
+mirona_value ReadTimestamp(const Api& api, mirona_call call, const void* data, idx_t row) {
+    // The last number is infinity; of the first ones, minus infinity among them, DuckDB knows no midnight.
+    constexpr std::int64_t kInfinity = std::numeric_limits<std::int64_t>::max();
+    constexpr std::int64_t kFirst = -(kInfinity / kMicrosPerDay) * kMicrosPerDay;
+    const auto micros = Load<std::int64_t>(data, row);
+    if (micros < kFirst || micros == kInfinity) {
+        return nullptr;
+    }
+    std::int64_t days = micros / kMicrosPerDay;
+    std::int64_t time = micros % kMicrosPerDay;
+    if (time < 0) {
+        --days;
+        time += kMicrosPerDay;
+    }
+    const std::uint64_t date = PackDate(static_cast<std::int32_t>(days)).packed;
+    return api.make_datetime_value(call, date << 32 | PackTime(time));
+}
+
+mirona_value ReadDate(const Api& api, mirona_call call, const void* data, idx_t row) {
+    const PackedDate date = PackDate(Load<std::int32_t>(data, row));
+    return date.is_packable ? api.make_date_value(call, date.packed) : nullptr;
+}
+
+mirona_value ReadTime(const Api& api, mirona_call call, const void* data, idx_t row) {
+    const auto micros = Load<std::int64_t>(data, row);
+    return IsTimeOfDay(micros) ? api.make_time_value(call, PackTime(micros)) : nullptr;
+}
+
+struct Bytes {
+    const char* data;
+    std::uint32_t length;
+};
+
+/** `cell` must outlive the bytes: short ones stand inside it. */
+Bytes GetBytes(const duckdb_string_t& cell) noexcept {
+    constexpr std::uint32_t kInlined = sizeof(cell.value.inlined.inlined);
+    const std::uint32_t length = cell.value.inlined.length;
+    return {length <= kInlined ? cell.value.inlined.inlined : cell.value.pointer.ptr, length};
+}
+
+mirona_value ReadBlob(const Api& api, mirona_call call, const void* data, idx_t row) {
+    const Bytes bytes = GetBytes(static_cast<const duckdb_string_t*>(data)[row]);
+    return api.make_blob_value(call, bytes.data, bytes.length, 0);
+}
+
+mirona_value ReadText(const Api& api, mirona_call call, const void* data, idx_t row) {
+    const Bytes bytes = GetBytes(static_cast<const duckdb_string_t*>(data)[row]);
+    return api.make_text_value(call, bytes.data, bytes.length, 0);
+}
+
+/** By normalised type; the types between have text's reader, and none of them is a normalised one. */
+constexpr CellReader kReaders[] = {
+    ReadText,
+    ReadBool,
+    ReadSigned<std::int8_t>,
+    ReadSigned<std::int16_t>,
+    ReadSigned<std::int32_t>,
+    ReadSigned<std::int64_t>,
+    ReadUnsigned<std::uint8_t>,
+    ReadUnsigned<std::uint16_t>,
+    ReadUnsigned<std::uint32_t>,
+    ReadUnsigned<std::uint64_t>,
+    ReadFloating<float>,
+    ReadFloating<double>,
+    ReadTimestamp,
+    ReadDate,
+    ReadTime,
+    ReadText,
+    ReadText,
+    ReadText,
+    ReadBlob,
+};
+constexpr std::int32_t kLastReader = DUCKDB_TYPE_BLOB;
+static_assert(std::size(kReaders) == kLastReader + 1);
+
+}  // namespace
+
+CellReader ChooseCellReader(std::int32_t normalised_type, CellStorage storage) noexcept {
+    const bool has_reader = normalised_type >= 0 && normalised_type <= kLastReader;
+    const std::int32_t type = has_reader ? normalised_type : static_cast<std::int32_t>(DUCKDB_TYPE_VARCHAR);
+    const CellReader reader = kReaders[type];
+    if (reader == &ReadText || reader == &ReadBlob) {
+        return storage.is_string ? reader : &ReadNothing;
+    }
+    return storage.width >= GetCellStorage(type).width ? reader : &ReadNothing;
+}
+
+CellStorage GetColumnStorage(duckdb_result& result, idx_t column) {
+    const duckdb_type type = duckdb_column_type(&result, column);
+    if (type != DUCKDB_TYPE_DECIMAL) {
+        return GetCellStorage(static_cast<std::int32_t>(type));
+    }
+    const duckdb_plain::LogicalTypeHolder decimal(duckdb_column_logical_type(&result, column));
+    return GetCellStorage(static_cast<std::int32_t>(duckdb_decimal_internal_type(decimal.get())));
+}
+
+}  // namespace mduckdb

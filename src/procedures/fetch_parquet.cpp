@@ -1,0 +1,27 @@
+#include <stdexcept>
+
+#include "procedures/handlers.h"
+#include "procedures/query_runner.h"
+#include "procedures/sql_text.h"
+
+namespace mduckdb {
+namespace {
+
+std::string BaseQuery(const Arguments& arguments) {
+    if (arguments.get_Count() < 1) {
+        throw std::invalid_argument("fetch_parquet requires parquet file path.");
+    }
+    const std::string uri = arguments.RequiredText(0, FetchParquet::kName);
+    return "SELECT " + arguments.ColumnList(1) + " FROM " + ReadParquetCall(uri) +
+           WhereClause(arguments.OptionalText(2));
+}
+
+}  // namespace
+
+mirona_cursor FetchParquet::Run(mirona_call call, const Arguments& arguments) {
+    const std::string base_query = BaseQuery(arguments);
+    const std::string limit = arguments.Limit(3);
+    return RunQuery(call, PrivateEngine::OpenInMemory(), base_query, limit);
+}
+
+}  // namespace mduckdb

@@ -1,0 +1,15 @@
+#include "procedures/handlers.h"
+#include "procedures/query_runner.h"
+#include "procedures/sql_text.h"
+
+namespace mduckdb {
+
+mirona_cursor ParquetCount::Run(mirona_call call, const Arguments& arguments) {
+    const std::string uri = arguments.RequiredText(0, kName);
+    return RunQuery(call, PrivateEngine::OpenInMemory(),
+                    "SELECT count(*) AS count FROM " + ReadParquetCall(uri) +
+                        WhereClause(arguments.OptionalText(1)),
+                    {});
+}
+
+}  // namespace mduckdb

@@ -1,0 +1,13 @@
+#include "procedures/handlers.h"
+#include "procedures/query_runner.h"
+#include "procedures/sql_text.h"
+
+namespace mduckdb {
+
+mirona_cursor ParquetMetadata::Run(mirona_call call, const Arguments& arguments) {
+    const std::string uri = arguments.RequiredText(0, kName);
+    return RunQuery(call, PrivateEngine::OpenInMemory(),
+                    "SELECT * FROM parquet_metadata(" + QuoteLiteral(uri) + ")", {});
+}
+
+}  // namespace mduckdb

@@ -1,0 +1,69 @@
+#include "procedures/query_runner.h"
+
+#include <memory>
+#include <stdexcept>
+#include <utility>
+#include <vector>
+
+#include "duckdb_plain/holders.h"
+#include "procedures/procedures.h"
+#include "procedures/query_state.h"
+#include "procedures/select_type.h"
+#include "procedures/sql_text.h"
+#include "procedures/type_tables.h"
+
+namespace mduckdb {
+namespace {
+
+struct Plan {
+    std::vector<ColumnRecord> columns;
+    std::vector<std::string> select_items;
+};
+
+/** Asks DuckDB for the columns of the base query, without rows. */
+Plan ProbeColumns(PrivateEngine& engine, const std::string& base_query) {
+    duckdb_plain::ResultHolder probe(
+        engine.Query("SELECT * FROM (" + base_query + ") AS parquet_source LIMIT 0"));
+    Plan plan;
+    const idx_t count = duckdb_column_count(probe.get());
+    for (idx_t i = 0; i < count; ++i) {
+        const auto reported = static_cast<std::int32_t>(duckdb_column_type(probe.get(), i));
+        const std::int32_t normalised = NormalizeDuckDBType(reported);
+        std::string name = ColumnName(duckdb_column_name(probe.get(), i), i);
+        plan.select_items.push_back(SelectItem(name, GetSelectType(reported, normalised)));
+        plan.columns.push_back({std::move(name), normalised, HostTypeOfDuckDBType(normalised)});
+    }
+    return plan;
+}
+
+}  // namespace
+
+std::string ColumnName(const char* duckdb_name, idx_t column) {
+    return duckdb_name != nullptr ? duckdb_name : "Column" + std::to_string(column + 1);
+}
+
+std::string FinalQuery(const std::string& select_list, const std::string& base_query,
+                       const std::string& limit) {
+    std::string sql = "SELECT " + select_list + " FROM (" + base_query + ") AS parquet_source";
+    if (!limit.empty()) {
+        sql += " LIMIT " + limit;
+    }
+    return sql;
+}
+
+mirona_cursor RunQuery(mirona_call call, PrivateEngine engine, const std::string& base_query,
+                       const std::string& limit) {
+    Plan plan = ProbeColumns(engine, base_query);
+    duckdb_plain::ResultHolder result(
+        engine.Query(FinalQuery(JoinList(plan.select_items), base_query, limit)));
+    auto state = std::make_unique<QueryState>(std::move(engine), std::move(plan.columns), std::move(result));
+    const mirona_cursor_def def = state->MakeCursorDef();
+    mirona_cursor cursor = nullptr;
+    if (GetApi().create_cursor(call, &def, &cursor) != 0) {
+        throw std::runtime_error("Unable to create DuckDB cursor.");
+    }
+    static_cast<void>(state.release());  // the cursor's now
+    return cursor;
+}
+
+}  // namespace mduckdb

@@ -1,0 +1,73 @@
+#pragma once
+
+#include <duckdb.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "duckdb_plain/holders.h"
+#include "mirona/extension_api.h"
+#include "procedures/cell_values.h"
+#include "procedures/private_engine.h"
+
+namespace mduckdb {
+
+/** A result column as the host sees it. */
+struct ColumnRecord {
+    std::string name;
+    std::int32_t normalised_type;
+    std::int32_t host_type;
+};
+
+/** A finished result and the position of the host's cursor in it. Owned by the cursor once there is one; the
+    engine that made the result lives as long as it. One chunk of the result is loaded at a time. The host
+    calls on one thread at a time. */
+class QueryState {
+  public:
+    /** Visits every chunk once for its size; throws when DuckDB does not give one. */
+    QueryState(PrivateEngine engine, std::vector<ColumnRecord> columns, duckdb_plain::ResultHolder result);
+    QueryState(const QueryState&) = delete;
+    QueryState& operator=(const QueryState&) = delete;
+
+    /** The callbacks over this state, and its columns. */
+    mirona_cursor_def MakeCursorDef() noexcept;
+
+    /** Null for NULL, for a column that is not there, and while the cursor stands on no row. */
+    mirona_value GetValue(mirona_call call, std::int32_t column) const noexcept;
+    /** MIRONA_ROW_END, with the position as it was, for a row that is not there. */
+    std::uint32_t GoToRow(std::int64_t row) noexcept;
+    std::uint32_t NextRow() noexcept;
+    std::uint64_t get_RowCount() const noexcept { return row_count_; }
+
+  private:
+    /** Where the cells of a column of the loaded chunk are; `validity` is null when none is NULL. */
+    struct LoadedColumn {
+        CellReader read;
+        const void* data;
+        const std::uint64_t* validity;
+    };
+
+    void IndexChunks();
+    bool IsLoaded(idx_t row) const noexcept { return chunk_ && row - chunk_begin_ < chunk_end_ - chunk_begin_; }
+    bool LoadChunkOf(idx_t row) noexcept;
+
+    // Destroyed from the last to the first: chunk, result, engine.
+    PrivateEngine engine_;
+    duckdb_plain::ResultHolder result_;
+    std::vector<ColumnRecord> columns_;
+    std::vector<mirona_column> host_columns_;
+    std::vector<idx_t> first_rows_;
+    idx_t row_count_;
+
+    duckdb_plain::ChunkHolder chunk_;
+    idx_t chunk_begin_ = 0;
+    idx_t chunk_end_ = 0;
+    std::vector<LoadedColumn> loaded_;
+    const mirona_extension_api* api_;
+    idx_t row_ = 0;
+    idx_t row_in_chunk_ = 0;
+    bool is_started_ = false;
+};
+
+}  // namespace mduckdb
