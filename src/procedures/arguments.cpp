@@ -45,7 +45,9 @@ mirona_value Arguments::At(std::uint32_t position) const noexcept {
     return position < count_ ? values_[position] : nullptr;
 }
 
-bool Arguments::IsNull(mirona_value value) const { return value == nullptr || GetApi().value_is_null(value); }
+bool Arguments::IsNull(mirona_value value) const {
+    return value == nullptr || GetApi().value_is_null(value);
+}
 
 bool Arguments::ReadText(mirona_value value, std::string& text) const {
     std::uint64_t length = 0;

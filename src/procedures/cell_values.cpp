@@ -21,7 +21,9 @@ T Load(const void* data, idx_t row) noexcept {
     return cell;
 }
 
-mirona_value ReadNothing(const Api&, mirona_call, const void*, idx_t) { return nullptr; }
+mirona_value ReadNothing(const Api&, mirona_call, const void*, idx_t) {
+    return nullptr;
+}
 
 mirona_value ReadBool(const Api& api, mirona_call call, const void* data, idx_t row) {
     return api.make_bool_value(call, Load<std::uint8_t>(data, row) != 0 ? 1 : 0);

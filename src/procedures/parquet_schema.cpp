@@ -48,7 +48,8 @@ mirona_cursor ParquetSchema::Run(mirona_call call, const Arguments& arguments) {
         AppendRow(values, call, *result.get(), i);
     }
     mirona_cursor cursor = nullptr;
-    if (GetApi().create_table_cursor(call, kColumns.size(), rows, kColumns.data(), values.data(), &cursor) != 0) {
+    if (GetApi().create_table_cursor(call, kColumns.size(), rows, kColumns.data(), values.data(), &cursor) !=
+        0) {
         throw std::runtime_error("Unable to create cursor.");
     }
     return cursor;

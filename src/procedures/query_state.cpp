@@ -9,19 +9,29 @@
 namespace mduckdb {
 namespace {
 
-QueryState& StateOf(void* state) noexcept { return *static_cast<QueryState*>(state); }
+QueryState& StateOf(void* state) noexcept {
+    return *static_cast<QueryState*>(state);
+}
 
-void CloseCursor(void* state) noexcept { delete static_cast<QueryState*>(state); }
+void CloseCursor(void* state) noexcept {
+    delete static_cast<QueryState*>(state);
+}
 
 mirona_value GetCursorValue(mirona_call call, void* state, std::int32_t column) noexcept {
     return StateOf(state).GetValue(call, column);
 }
 
-std::uint32_t GoToCursorRow(void* state, std::int64_t row) noexcept { return StateOf(state).GoToRow(row); }
+std::uint32_t GoToCursorRow(void* state, std::int64_t row) noexcept {
+    return StateOf(state).GoToRow(row);
+}
 
-std::uint32_t GoToNextCursorRow(void* state) noexcept { return StateOf(state).NextRow(); }
+std::uint32_t GoToNextCursorRow(void* state) noexcept {
+    return StateOf(state).NextRow();
+}
 
-std::uint64_t GetCursorRowCount(void* state) noexcept { return StateOf(state).get_RowCount(); }
+std::uint64_t GetCursorRowCount(void* state) noexcept {
+    return StateOf(state).get_RowCount();
+}
 
 }  // namespace
 

@@ -49,7 +49,9 @@ class QueryState {
     };
 
     void IndexChunks();
-    bool IsLoaded(idx_t row) const noexcept { return chunk_ && row - chunk_begin_ < chunk_end_ - chunk_begin_; }
+    bool IsLoaded(idx_t row) const noexcept {
+        return chunk_ && row - chunk_begin_ < chunk_end_ - chunk_begin_;
+    }
     bool LoadChunkOf(idx_t row) noexcept;
 
     // Destroyed from the last to the first: chunk, result, engine.

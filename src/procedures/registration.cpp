@@ -13,8 +13,8 @@ const mirona_extension_api* gApi = nullptr;
 template <class Procedure>
 constexpr mirona_procedure_def Define(std::uint32_t min_args, std::uint32_t max_args, const char* signature,
                                       const char* description) {
-    return {Procedure::kName, min_args, max_args, signature, description, nullptr, nullptr,
-            &HandleCall<Procedure>};
+    return {Procedure::kName, min_args, max_args, signature,
+            description,      nullptr,  nullptr,  &HandleCall<Procedure>};
 }
 
 // In the order in which the host gets them.
@@ -37,9 +37,13 @@ void Register(mirona_host host, const mirona_procedure_def& procedure) {
 
 }  // namespace
 
-void BindApi(const mirona_extension_api* api) noexcept { gApi = api; }
+void BindApi(const mirona_extension_api* api) noexcept {
+    gApi = api;
+}
 
-const mirona_extension_api& GetApi() noexcept { return *gApi; }
+const mirona_extension_api& GetApi() noexcept {
+    return *gApi;
+}
 
 void RegisterProcedures(mirona_host host) {
     for (const mirona_procedure_def& procedure : kProcedures) {

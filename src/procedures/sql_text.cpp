@@ -10,7 +10,9 @@
 namespace mduckdb {
 namespace {
 
-bool IsSpace(char character) noexcept { return std::isspace(static_cast<unsigned char>(character)) != 0; }
+bool IsSpace(char character) noexcept {
+    return std::isspace(static_cast<unsigned char>(character)) != 0;
+}
 
 std::string Quote(std::string_view text, char quote) {
     std::string quoted;
@@ -38,9 +40,13 @@ std::string_view Trim(std::string_view text) noexcept {
     return text;
 }
 
-std::string QuoteLiteral(std::string_view text) { return Quote(text, '\''); }
+std::string QuoteLiteral(std::string_view text) {
+    return Quote(text, '\'');
+}
 
-std::string QuoteIdentifier(std::string_view text) { return Quote(text, '"'); }
+std::string QuoteIdentifier(std::string_view text) {
+    return Quote(text, '"');
+}
 
 std::vector<std::string> SplitQualifiedName(std::string_view text) {
     std::vector<std::string> parts;
@@ -88,7 +94,9 @@ std::string JoinList(const std::vector<std::string>& items) {
     return list;
 }
 
-std::string ReadParquetCall(std::string_view uri) { return "read_parquet(" + QuoteLiteral(uri) + ")"; }
+std::string ReadParquetCall(std::string_view uri) {
+    return "read_parquet(" + QuoteLiteral(uri) + ")";
+}
 
 std::string SelectItem(std::string_view column_name, std::int32_t duckdb_type) {
     const std::string identifier = QuoteIdentifier(column_name);

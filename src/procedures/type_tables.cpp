@@ -19,7 +19,9 @@ struct TypeRow {
 constexpr CellStorage kNoStorage{0, false};
 constexpr CellStorage kString{16, true};
 
-constexpr CellStorage Fixed(std::uint8_t width) { return {width, false}; }
+constexpr CellStorage Fixed(std::uint8_t width) {
+    return {width, false};
+}
 
 constexpr std::int32_t kText = DUCKDB_TYPE_VARCHAR;
 
