@@ -1,12 +1,36 @@
+#include <cstdio>
+
+#include "duckdb_plain/library_version.h"
+#include "extension/extension.h"
 #include "mirona/extension_api.h"
+#include "nbx/mrsql/registry.h"
 #include "procedures/procedures.h"
 
 #define MDUCKDB_EXPORT extern "C" __attribute__((visibility("default")))
+
+namespace {
+
+/** Whether the module can work with the DuckDB library that was loaded; if not, says so where an operator
+    and the host can see it. */
+bool CheckLibrary(mirona_host host) {
+    const std::string mismatch = duckdb_plain::CheckLibraryVersion();
+    if (mismatch.empty()) {
+        return true;
+    }
+    std::fprintf(stderr, "%s\n", mismatch.c_str());
+    mduckdb::GetApi().report_error(host, mismatch.data(), mismatch.size());
+    return false;
+}
+
+}  // namespace
 
 MDUCKDB_EXPORT void mirona_extension_bind_api(const mirona_extension_api* api) {
     mduckdb::BindApi(api);
 }
 
 MDUCKDB_EXPORT void mirona_extension_init(mirona_host host) {
-    mduckdb::RegisterProcedures(host);
+    if (CheckLibrary(host)) {
+        nbx::mrsql::SetDuckDBExtension(mduckdb::MakeExtension());
+        mduckdb::RegisterProcedures(host);
+    }
 }

@@ -1,11 +1,66 @@
 #include "procedures/private_engine.h"
 
+#include <strings.h>
+
+#include <array>
+#include <cstdlib>
 #include <stdexcept>
+#include <string_view>
 #include <utility>
 
+#include "duckdb_plain/engine_files.h"
 #include "duckdb_plain/holders.h"
 
 namespace mduckdb {
+namespace {
+
+using duckdb_plain::EngineFiles;
+
+constexpr EngineFiles::Access kReading = EngineFiles::Access::reading;
+/** Stands for the configuration below among the idle engines. */
+constexpr const char* kConfiguration = "procedure";
+
+duckdb_state OpenReadOnly(const std::string& path, duckdb_database* database) {
+    duckdb_plain::ConfigHolder config;
+    if (duckdb_create_config(config.Receive()) != DuckDBSuccess ||
+        duckdb_set_config(config.get(), "access_mode", "READ_ONLY") != DuckDBSuccess) {
+        return DuckDBError;
+    }
+    return duckdb_open_ext(path.c_str(), database, config.get(), nullptr);
+}
+
+bool TakePrefix(std::string_view& text, std::string_view prefix) {
+    const bool has_prefix =
+        text.size() >= prefix.size() && strncasecmp(text.data(), prefix.data(), prefix.size()) == 0;
+    if (has_prefix) {
+        text.remove_prefix(prefix.size());
+    }
+    return has_prefix;
+}
+
+}  // namespace
+
+std::string DatabaseFilePath(const std::string& uri) {
+    // A path with a NUL in it would be cut there, and another file opened.
+    if (uri.find('\0') != uri.npos) {
+        return {};
+    }
+    std::string_view path = uri;
+    TakePrefix(path, "duckdb:");
+    const char* home = std::getenv("HOME");
+    if (path.starts_with('~') && home != nullptr) {
+        return home + std::string(path.substr(1));
+    }
+    // file:/a, file:///a and file://localhost/a are the path /a
+    constexpr std::array<std::string_view, 3> kSchemes{"file://localhost/", "file:///", "file:/"};
+    for (const std::string_view scheme : kSchemes) {
+        if (path.starts_with(scheme)) {
+            path.remove_prefix(scheme.size() - 1);
+            break;
+        }
+    }
+    return std::string(path);
+}
 
 PrivateEngine PrivateEngine::OpenInMemory() {
     PrivateEngine engine;
@@ -18,27 +73,41 @@ PrivateEngine PrivateEngine::OpenInMemory() {
 
 PrivateEngine PrivateEngine::OpenFile(const std::string& path) {
     PrivateEngine engine;
-    duckdb_plain::ConfigHolder config;
-    if (duckdb_create_config(config.Receive()) != DuckDBSuccess ||
-        duckdb_set_config(config.get(), "access_mode", "READ_ONLY") != DuckDBSuccess ||
-        duckdb_open_ext(path.c_str(), &engine.database_, config.get(), nullptr) != DuckDBSuccess) {
+    const std::string file = DatabaseFilePath(path);
+    if (file == ":memory:") {
+        duckdb_open(nullptr, &engine.database_);
+    } else if (!file.empty()) {
+        engine.OpenReading(file);
+    }
+    if (engine.database_ == nullptr) {
         throw std::runtime_error("Unable to open DuckDB database.");
     }
     engine.Connect("Unable to connect to DuckDB database.");
     return engine;
 }
 
-PrivateEngine PrivateEngine::Open(const std::string& path) {
-    return path.empty() ? OpenInMemory() : OpenFile(path);
+void PrivateEngine::OpenReading(const std::string& file) {
+    EngineFiles& files = EngineFiles::Get();
+    held_file_ = file;
+    database_ = files.TakeIdleReader(file, kConfiguration);
+    if (database_ == nullptr && files.TryHold(file, kReading) &&
+        OpenReadOnly(file, &database_) != DuckDBSuccess) {
+        files.CancelHold(file, kReading);
+    }
 }
 
 PrivateEngine::PrivateEngine(PrivateEngine&& other) noexcept
-    : database_(std::exchange(other.database_, nullptr)),
+    : held_file_(std::exchange(other.held_file_, {})),
+      database_(std::exchange(other.database_, nullptr)),
       connection_(std::exchange(other.connection_, nullptr)) {}
 
 PrivateEngine::~PrivateEngine() {
     duckdb_disconnect(&connection_);
-    duckdb_close(&database_);
+    if (held_file_.empty() || database_ == nullptr) {
+        duckdb_close(&database_);
+    } else {
+        EngineFiles::Get().GiveUp(held_file_, kReading, kConfiguration, database_);
+    }
 }
 
 void PrivateEngine::Connect(const char* failure_text) {

@@ -7,18 +7,18 @@
 namespace mduckdb {
 
 /** The DuckDB engine of one procedure call and its connection. Move-only; the destructor disconnects, then
-    closes the engine. Failures are std::runtime_error with their fixed texts. */
+    gives the engine up. Failures are std::runtime_error with their fixed texts. */
 class PrivateEngine {
   public:
     /** An engine of its own in memory. */
     static PrivateEngine OpenInMemory();
-    /** An engine that only reads the database file. */
+    /** An engine that only reads the database file: it creates, checkpoints and deletes nothing. Refused
+        while an engine of this process has the file open for writing. `:memory:` is an empty database. */
     static PrivateEngine OpenFile(const std::string& path);
-    /** In memory for the empty path. */
-    static PrivateEngine Open(const std::string& path);
 
     PrivateEngine(PrivateEngine&& other) noexcept;
-    PrivateEngine& operator=(PrivateEngine&&) = delete;
+    PrivateEngine(const PrivateEngine&) = delete;
+    PrivateEngine& operator=(const PrivateEngine&) = delete;
     ~PrivateEngine();
 
     /** Runs the text to the end; throws with DuckDB's text when it fails. The result is the caller's. */
@@ -27,9 +27,18 @@ class PrivateEngine {
   private:
     PrivateEngine() = default;
     void Connect(const char* failure_text);
+    /** Leaves the engine null when the file cannot be opened. */
+    void OpenReading(const std::string& file);
 
+    /** The file that the engine is announced for; empty when it has none. */
+    std::string held_file_;
     duckdb_database database_ = nullptr;
     duckdb_connection connection_ = nullptr;
 };
+
+/** The path of the database file that DuckDB means by the text: without the prefix that names the kind of
+    database, without the scheme of a file URL and with the home folder in place of a tilde. Empty for a text
+    that names no file. */
+std::string DatabaseFilePath(const std::string& uri);
 
 }  // namespace mduckdb
