@@ -1,0 +1,48 @@
+#include <memory>
+
+#include "arguments.h"
+#include "procedures.h"
+#include "program.h"
+
+namespace mduckdb_host {
+
+namespace {
+
+constexpr const char* kHelp =
+    "Procedures: fetch_parquet(uri [, columns [, where [, limit]]]), parquet_schema(uri),\n"
+    "parquet_metadata(uri), parquet_count(uri [, where]), fetch_duckdb(uri, table_or_view [, limit]).\n"
+    "An argument that reads as the JSON of null, a number, a quoted text or an array is that value,\n"
+    "everything else is text as it stands. What follows -- is an argument even with a dash before it.\n\n"
+    "Example:\n"
+    "  mduckdb-host call fetch_parquet sales.parquet '[\"id\", \"price\"]' 'price > 10' 20\n";
+
+int RunCall(Program& program, const std::string& procedure, const std::vector<std::string>& words) {
+    std::vector<Cell> arguments;
+    for (const std::string& word : words) {
+        arguments.push_back(ParseArgument(word));
+    }
+    program.Load();
+    const std::unique_ptr<Printer> printer = program.MakePrinter();
+    PrintProcedure(program.registry, procedure, std::move(arguments), *printer);
+    return kWorked;
+}
+
+}  // namespace
+
+void AddCallCommand(CLI::App& app, Program& program) {
+    CLI::App* const command = app.add_subcommand("call", "Call a procedure of the module and print its rows");
+    command->footer(kHelp);
+    auto procedure = std::make_shared<std::string>();
+    command->add_option("PROCEDURE", *procedure, "Name of the procedure")->required();
+    // Read as raw words: the library would take an array apart.
+    CLI::Option* const arguments = command->add_option("ARGUMENT", "Arguments of the procedure")
+                                       ->expected(0, 1000)
+                                       ->allow_extra_args(false);
+    command->callback([&program, procedure, arguments] {
+        program.command = [&program, procedure, arguments] {
+            return RunCall(program, *procedure, arguments->results());
+        };
+    });
+}
+
+}  // namespace mduckdb_host

@@ -1,0 +1,97 @@
+#include <fmt/format.h>
+
+#include <unistd.h>
+#include <csignal>
+#include <exception>
+
+#include "display_width.h"
+#include "nbx/mrsql/registry.h"
+#include "program.h"
+
+namespace mduckdb_host {
+namespace {
+
+constexpr const char* kFooter =
+    "Exit status: 0 it worked, 1 a procedure or a statement failed, 2 wrong usage.\n"
+    "mduckdb-host COMMAND --help tells more about a command, with an example.\n";
+
+void AddCommonOptions(CLI::App& app, Program& program) {
+    program.module_name = "mduckdb_casts";
+    app.add_option("--module", program.module_name,
+                   "Module to load: a file, or a name to look for beside this program")
+        ->type_name("FILE")
+        ->capture_default_str();
+    app.add_option_function<std::string>(
+           "--format",
+           [&program](const std::string& name) {
+               const std::optional<Format> format = FindFormat(name);
+               if (!format) {
+                   throw CLI::ValidationError("--format",
+                                              "'" + name + "' is none of table, csv, json, jsonl, markdown");
+               }
+               program.print.format = *format;
+           },
+           "How rows are printed: table, csv, json, jsonl or markdown (default: table)")
+        ->type_name("NAME");
+    app.add_flag_callback(
+        "--all", [&program] { program.print.is_cut_to_screen = false; },
+        "Print all of a table that is larger than the screen");
+}
+
+void AddCommands(CLI::App& app, Program& program) {
+    AddCallCommand(app, program);
+    AddVersionCommand(app, program);
+    AddProbeCommand(app, program);
+    AddCreateCommand(app, program);
+}
+
+int RunCommand(Program& program) {
+    try {
+        const int status = program.command();
+        program.out.Flush();
+        return status;
+    } catch (const xOutputClosed&) {
+        return kWorked;
+    } catch (const xUsageError& error) {
+        PrintError(error.what());
+        return kWrongUsage;
+    } catch (const std::exception& error) {
+        // What was printed before the error stands before it on a terminal, too.
+        try {
+            program.out.Flush();
+        } catch (const std::exception&) {
+            return kFailed;
+        }
+        PrintError(error.what());
+        return kFailed;
+    }
+}
+
+int Main(int argc, char** argv) {
+    // A write to a pipe that nobody reads fails instead, and everything is closed in order.
+    std::signal(SIGPIPE, SIG_IGN);
+    InitDisplayWidth();
+    Program program(STDOUT_FILENO);
+    CLI::App app("Try and drive the mduckdb extension module from a terminal.", "mduckdb-host");
+    app.footer(kFooter);
+    app.require_subcommand(1);
+    app.fallthrough();  // common options may stand behind the command, too
+    AddCommonOptions(app, program);
+    AddCommands(app, program);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? kWorked : kWrongUsage;
+    }
+    const int status = RunCommand(program);
+    // The module's object goes while everything it may need is still there.
+    nbx::mrsql::SetDuckDBExtension(nullptr);
+    return status;
+}
+
+}  // namespace
+}  // namespace mduckdb_host
+
+int main(int argc, char** argv) {
+    return mduckdb_host::Main(argc, argv);
+}

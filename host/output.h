@@ -1,0 +1,38 @@
+#pragma once
+
+#include <exception>
+#include <string>
+#include <string_view>
+
+namespace mduckdb_host {
+
+/** The reader of the output has gone. Not an error: the program ends quietly, after closing what it
+    opened. */
+class xOutputClosed : public std::exception {
+  public:
+    const char* what() const noexcept override { return "the output was closed"; }
+};
+
+/** Buffered text on a file descriptor, which it does not own. Writing throws `xOutputClosed` once nobody
+    reads any more, and `std::system_error` for every other failure (a full disk). */
+class Output {
+  public:
+    explicit Output(int descriptor);
+    ~Output();
+    Output(const Output&) = delete;
+    Output& operator=(const Output&) = delete;
+
+    void Write(std::string_view text);
+    void Flush();
+    bool get_IsTerminal() const noexcept { return is_terminal_; }
+    /** Size of the terminal in characters; 80 by 24 when it does not tell. */
+    int get_Columns() const noexcept;
+    int get_Lines() const noexcept;
+
+  private:
+    int descriptor_;
+    bool is_terminal_;
+    std::string buffer_;
+};
+
+}  // namespace mduckdb_host

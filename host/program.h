@@ -1,0 +1,60 @@
+#pragma once
+
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
+#include <functional>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "function_table.h"
+#include "output.h"
+#include "printer.h"
+
+namespace mduckdb_host {
+
+/** Exit statuses. */
+constexpr int kWorked = 0;
+constexpr int kFailed = 1;
+constexpr int kWrongUsage = 2;
+
+/** The command line makes no sense. */
+class xUsageError : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
+/** What all commands share. */
+struct Program {
+    explicit Program(int output_descriptor) : out(output_descriptor) {}
+
+    Output out;
+    PrintOptions print;
+    std::string module_name;
+    /** Empty until `Load`. */
+    ProcedureRegistry registry;
+    /** The command that the command line names; gives the exit status. */
+    std::function<int()> command;
+
+    /** Loads the module. Throws `std::runtime_error`. */
+    void Load();
+    std::unique_ptr<Printer> MakePrinter() { return mduckdb_host::MakePrinter(out, print); }
+};
+
+/** Each adds one command with its options and its help. The program must outlive the application. */
+void AddCallCommand(CLI::App& app, Program& program);
+void AddVersionCommand(CLI::App& app, Program& program);
+void AddProbeCommand(CLI::App& app, Program& program);
+void AddCreateCommand(CLI::App& app, Program& program);
+void AddSqlCommand(CLI::App& app, Program& program);
+void AddBackupCommand(CLI::App& app, Program& program);
+void AddRestoreCommand(CLI::App& app, Program& program);
+void AddShellCommand(CLI::App& app, Program& program);
+
+/** Prints an error as a person reads it on stderr. */
+void PrintError(std::string_view text);
+
+}  // namespace mduckdb_host

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "nbx/string.h"
+
+namespace mduckdb_host {
+
+inline std::string ToUtf8(const nbx::String& text) {
+    return nbx::StFromUTF16(text, nbx::GetConverter_UTF8()).Take();
+}
+
+inline nbx::String FromUtf8(std::string_view text) {
+    return nbx::String(nbx::GetConverter_UTF8()->ToUTF16(text));
+}
+
+}  // namespace mduckdb_host
