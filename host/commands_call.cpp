@@ -19,6 +19,9 @@ constexpr const char* kHelp =
 int RunCall(Program& program, const std::string& procedure, const std::vector<std::string>& words) {
     std::vector<Cell> arguments;
     for (const std::string& word : words) {
+        arguments.push_back(ParseArgument(UnguardWord(word)));
+    }
+    for (const std::string& word : program.words_after_dashes) {
         arguments.push_back(ParseArgument(word));
     }
     program.Load();
@@ -34,14 +37,10 @@ void AddCallCommand(CLI::App& app, Program& program) {
     command->footer(kHelp);
     auto procedure = std::make_shared<std::string>();
     command->add_option("PROCEDURE", *procedure, "Name of the procedure")->required();
-    // Read as raw words: the library would take an array apart.
-    CLI::Option* const arguments = command->add_option("ARGUMENT", "Arguments of the procedure")
-                                       ->expected(0, 1000)
-                                       ->allow_extra_args(false);
-    command->callback([&program, procedure, arguments] {
-        program.command = [&program, procedure, arguments] {
-            return RunCall(program, *procedure, arguments->results());
-        };
+    auto words = std::make_shared<std::vector<std::string>>();
+    command->add_option("ARGUMENT", *words, "Arguments of the procedure");
+    command->callback([&program, procedure, words] {
+        program.command = [&program, procedure, words] { return RunCall(program, *procedure, *words); };
     });
 }
 

@@ -1,6 +1,7 @@
 #include <fmt/format.h>
 
 #include <unistd.h>
+#include <algorithm>
 #include <csignal>
 #include <exception>
 
@@ -79,7 +80,9 @@ int Main(int argc, char** argv) {
     AddCommonOptions(app, program);
     AddCommands(app, program);
     try {
-        app.parse(argc, argv);
+        std::vector<std::string> words = ReadCommandLine(argc, argv, program);
+        std::reverse(words.begin(), words.end());  // as the parser wants them
+        app.parse(std::move(words));
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? kWorked : kWrongUsage;
     }

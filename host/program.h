@@ -34,6 +34,8 @@ struct Program {
     Output out;
     PrintOptions print;
     std::string module_name;
+    /** What stands behind a `--` on the command line of `call`. */
+    std::vector<std::string> words_after_dashes;
     /** Empty until `Load`. */
     ProcedureRegistry registry;
     /** The command that the command line names; gives the exit status. */
@@ -53,6 +55,13 @@ void AddSqlCommand(CLI::App& app, Program& program);
 void AddBackupCommand(CLI::App& app, Program& program);
 void AddRestoreCommand(CLI::App& app, Program& program);
 void AddShellCommand(CLI::App& app, Program& program);
+
+/** The command line as the parser takes it, without the program's name. The parser takes a word such as
+    `[1, 2]` apart, and a `--` inside a command means something else to it: for the arguments of `call`,
+    such words are guarded, and what stands behind the `--` goes to the program. */
+std::vector<std::string> ReadCommandLine(int argc, const char* const* argv, Program& program);
+/** A word of the parser's as it stood on the command line. */
+std::string UnguardWord(const std::string& word);
 
 /** Prints an error as a person reads it on stderr. */
 void PrintError(std::string_view text);
