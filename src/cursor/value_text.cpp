@@ -2,7 +2,6 @@
 
 #include "duckdb_plain/holders.h"
 #include "duckdb_plain/plain_functions.h"
-#include "duckdb_plain/value_guard.h"
 
 namespace mduckdb {
 namespace {
@@ -10,9 +9,7 @@ namespace {
 /** DuckDB's text, in DuckDB's memory. */
 struct EngineText {
     explicit EngineText(duckdb_value value) {
-        if (value != nullptr && duckdb_plain::IsReadable(value)) {
-            text = duckdb_plain::TextHolder(duckdb_get_varchar_length(value, &length));
-        }
+        text.Reset(duckdb_get_varchar_length(value, &length));
     }
     std::string_view get_View() const noexcept {
         return text ? std::string_view(text.get(), length) : std::string_view();

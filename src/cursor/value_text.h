@@ -10,8 +10,7 @@
 namespace mduckdb {
 
 /** DuckDB's text of a value, UTF-8 and whole, NUL characters included. Empty for a null handle, for
-    NULL, and for what has no text: a number that is no value of its type is not shown to DuckDB. The
-    value may be changed in place. */
+    NULL, and for what has no text: a number that is no value of its type, say. */
 std::string DuckDBValueToText(duckdb_value value);
 
 /** A host String value, never null, with the UTF-8 text. */

@@ -1,0 +1,178 @@
+// What both kinds of cursor do alike.
+#include "cursor_fixture.h"
+
+namespace mduckdb {
+namespace {
+
+class BothCursors : public testing::TestWithParam<uint32_t> {
+  protected:
+    Cursor Select(const std::string& sql) const { return database_.Select(sql, GetParam()); }
+
+    OpenedDatabase database_;
+};
+
+INSTANTIATE_TEST_SUITE_P(Cursors, BothCursors, testing::Values(kServerCursor, kClientCursor),
+                         [](const auto& kind) {
+                             return kind.param == kClientCursor ? std::string("client") : std::string("server");
+                         });
+
+TEST_P(BothCursors, describe_their_columns) {
+    const Cursor cursor =
+        Select("SELECT 1.5::DECIMAL(18,3) AS \"pr\u00e9is\", [1]::INTEGER[] AS l, 'x'::VARIANT AS v");
+    EXPECT_EQ(cursor->get_ColumnCount(), 3U);
+    EXPECT_EQ(ToUtf8(cursor->get_ColumnName(0)), "pr\u00e9is");
+    EXPECT_EQ(ToUtf8(cursor->get_ColumnTypeName(0)), "DECIMAL(18,3)");
+    EXPECT_EQ(ToUtf8(cursor->get_ColumnTypeName(1)), "INTEGER[]");
+    EXPECT_EQ(cursor->get_ColumnType(0), 19U);
+    EXPECT_EQ(cursor->get_ColumnType(1), 24U);
+    EXPECT_EQ(cursor->get_ColumnType(2), 41U);
+}
+
+TEST_P(BothCursors, give_nothing_for_a_column_that_is_not_there) {
+    const Cursor cursor = Select("SELECT 1 AS a, 2 AS b");
+    EXPECT_TRUE(cursor->get_ColumnName(99).isEmpty());
+    EXPECT_EQ(&cursor->get_ColumnName(2), &nbx::String::sEmpty());
+    EXPECT_EQ(&cursor->get_ColumnTypeName(2), &nbx::String::sEmpty());
+    EXPECT_EQ(cursor->get_ColumnType(99), 0U);
+}
+
+TEST_P(BothCursors, describe_more_columns_than_they_have_room_for_inside) {
+    std::string sql = "SELECT ";
+    for (int i = 0; i < 30; ++i) {
+        sql += (i == 0 ? "" : ", ") + std::to_string(i) + " AS c" + std::to_string(i);
+    }
+    const Cursor cursor = Select(sql);
+    ASSERT_EQ(cursor->get_ColumnCount(), 30U);
+    ASSERT_TRUE(cursor->NextRecord());
+    for (uint32_t column = 0; column < 30; ++column) {
+        EXPECT_EQ(ToUtf8(cursor->get_ColumnName(column)), "c" + std::to_string(column));
+        EXPECT_EQ(DescribeField(*cursor, column), "Long " + std::to_string(column));
+    }
+}
+
+TEST_P(BothCursors, know_their_database_until_they_are_closed) {
+    const Cursor cursor = Select("SELECT 1");
+    EXPECT_EQ(cursor->get_Database().get(), &*database_);
+    cursor->Close();
+    EXPECT_FALSE(cursor->get_Database());
+}
+
+TEST_P(BothCursors, check_the_column_before_the_position) {
+    const Cursor cursor = Select("SELECT 1, 2");
+    EXPECT_EQ(ErrorOf([&] { cursor->get_Value(2); }), CursorError("inColumnIndex is out of bounds"));
+    ASSERT_TRUE(cursor->NextRecord());
+    EXPECT_EQ(ErrorOf([&] { cursor->get_Value(2); }), CursorError("inColumnIndex is out of bounds"));
+    EXPECT_EQ(ErrorOf([&] { cursor->get_Value(UINT32_MAX); }), CursorError("inColumnIndex is out of bounds"));
+    EXPECT_EQ(DescribeField(*cursor, 1), "Long 2");
+}
+
+void ExpectInvalid(I_DuckDBCursor& cursor) {
+    EXPECT_EQ(ErrorOf([&] { cursor.get_RecordCount(); }), kInvalidCursor);
+    EXPECT_EQ(ErrorOf([&] { cursor.get_CurrentRecord(); }), kInvalidCursor);
+    EXPECT_EQ(ErrorOf([&] { cursor.put_CurrentRecord(1); }), kInvalidCursor);
+    EXPECT_EQ(ErrorOf([&] { cursor.FirstRecord(); }), kInvalidCursor);
+    EXPECT_EQ(ErrorOf([&] { cursor.LastRecord(); }), kInvalidCursor);
+    EXPECT_EQ(ErrorOf([&] { cursor.NextRecord(); }), kInvalidCursor);
+    EXPECT_EQ(ErrorOf([&] { cursor.PrevRecord(); }), kInvalidCursor);
+    EXPECT_EQ(ErrorOf([&] { cursor.get_Value(0); }), kInvalidCursor);
+    EXPECT_EQ(ErrorOf([&] { cursor.get_Value(99); }), kInvalidCursor);
+}
+
+TEST_P(BothCursors, answer_for_their_columns_only_after_Close) {
+    const Cursor cursor = Select("SELECT 1 AS a");
+    ASSERT_TRUE(cursor->NextRecord());
+    cursor->Close();
+    EXPECT_EQ(cursor->get_ColumnCount(), 1U);
+    EXPECT_EQ(ToUtf8(cursor->get_ColumnName(0)), "a");
+    EXPECT_EQ(ToUtf8(cursor->get_ColumnTypeName(0)), "INTEGER");
+    EXPECT_EQ(cursor->get_ColumnType(0), 4U);
+    ExpectInvalid(*cursor);
+    cursor->Close();
+    ExpectInvalid(*cursor);
+}
+
+TEST_P(BothCursors, are_invalid_after_Detach) {
+    const Cursor cursor = Select("SELECT 1 AS a");
+    {
+        const EngineLockScope lock;
+        cursor->Detach();
+        cursor->Detach();
+    }
+    ExpectInvalid(*cursor);
+    EXPECT_FALSE(cursor->get_Database());
+    EXPECT_EQ(ToUtf8(cursor->get_ColumnName(0)), "a");
+}
+
+TEST_P(BothCursors, are_invalid_after_the_database_has_closed) {
+    const Cursor cursor = Select("SELECT 1 AS a");
+    database_->Close();
+    ExpectInvalid(*cursor);
+    EXPECT_EQ(ToUtf8(cursor->get_ColumnName(0)), "a");
+}
+
+TEST_P(BothCursors, hand_out_values_that_outlive_them) {
+    Cursor cursor = Select("SELECT repeat('long text ', 10)");
+    ASSERT_TRUE(cursor->NextRecord());
+    const nbx::smart_ptr<nbx::I_Value> value = cursor->get_Value(0);
+    cursor.reset();
+    database_->Close();
+    EXPECT_EQ(ToUtf8(value->get_Text()).size(), 100U);
+}
+
+TEST_P(BothCursors, start_with_one_reference_for_the_maker) {
+    const Cursor cursor = Select("SELECT 1");
+    EXPECT_EQ(cursor->get_RefsCount(), 1U);
+    EXPECT_EQ(cursor->AddRef(), 2U);
+    EXPECT_EQ(cursor->Release(), 1U);
+}
+
+TEST_P(BothCursors, answer_QueryInterface_for_the_interfaces_that_they_have) {
+    const Cursor cursor = Select("SELECT 1");
+    EXPECT_EQ(cursor->QueryInterface(nbx::mrsql::kDuckDBCursorInterfaceId), cursor.get());
+    EXPECT_NE(cursor->QueryInterface(nbx::mrsql::kFetchStatusInterfaceId), nullptr);
+    EXPECT_EQ(cursor->QueryInterface(0), nullptr);
+    EXPECT_EQ(cursor->QueryInterface(12345), nullptr);
+}
+
+TEST_P(BothCursors, take_the_engine_lock_only_while_they_need_it) {
+    const Cursor cursor = Select("SELECT 1");
+    EXPECT_FALSE(nbx::gIsGlobalLockTaken.get());
+    EXPECT_TRUE(cursor->NextRecord());
+    EXPECT_FALSE(nbx::gIsGlobalLockTaken.get());
+    cursor->Close();
+    EXPECT_NE(ErrorOf([&] { cursor->NextRecord(); }), "");
+    EXPECT_FALSE(nbx::gIsGlobalLockTaken.get());
+    EXPECT_TRUE(nbx::GetGlobalEngineLock().try_lock());
+    nbx::GetGlobalEngineLock().unlock();
+}
+
+TEST_P(BothCursors, work_on_a_thread_that_holds_the_lock_already) {
+    const EngineLockScope lock;
+    const Cursor cursor = Select("SELECT 7");
+    EXPECT_TRUE(cursor->NextRecord());
+    EXPECT_EQ(DescribeField(*cursor, 0), "Long 7");
+    cursor->Close();
+    EXPECT_TRUE(nbx::gIsGlobalLockTaken.get());
+}
+
+TEST_P(BothCursors, tell_which_kind_they_are) {
+    const Cursor cursor = Select("SELECT 1");
+    EXPECT_EQ(IsClientCursor(cursor.get()), GetParam() == kClientCursor);
+    EXPECT_EQ(static_cast<bool>(GetClientCursorRows(cursor.get())), GetParam() == kClientCursor);
+}
+
+TEST(CursorKinds, no_cursor_is_no_client_cursor) {
+    EXPECT_FALSE(IsClientCursor(nullptr));
+    EXPECT_FALSE(GetClientCursorRows(nullptr));
+}
+
+TEST(CursorKinds, every_location_but_1_makes_a_server_cursor) {
+    const OpenedDatabase database;
+    for (const uint32_t location : {0U, 2U, 3U, UINT32_MAX}) {
+        EXPECT_FALSE(IsClientCursor(database.Select("SELECT 1", location).get())) << location;
+    }
+    EXPECT_TRUE(IsClientCursor(database.Select("SELECT 1", 1).get()));
+}
+
+}  // namespace
+}  // namespace mduckdb

@@ -1,0 +1,101 @@
+#include "cursor_fixture.h"
+
+namespace mduckdb {
+namespace {
+
+const std::string kNoData = CursorError("Data is not available. Use NextRecord() to fetch data.");
+
+class ServerCursor : public testing::Test {
+  protected:
+    Cursor Select(const std::string& sql) const { return database_.Select(sql, kServerCursor); }
+
+    OpenedDatabase database_;
+};
+
+TEST_F(ServerCursor, has_no_data_before_the_first_row_and_after_the_last) {
+    const Cursor cursor = Select("SELECT 1");
+    EXPECT_EQ(ErrorOf([&] { cursor->get_Value(0); }), kNoData);
+    EXPECT_TRUE(cursor->NextRecord());
+    EXPECT_EQ(DescribeField(*cursor, 0), "Long 1");
+    EXPECT_FALSE(cursor->NextRecord());
+    EXPECT_EQ(ErrorOf([&] { cursor->get_Value(0); }), kNoData);
+    EXPECT_FALSE(cursor->NextRecord());
+    EXPECT_EQ(ErrorOf([&] { cursor->get_Value(0); }), kNoData);
+}
+
+TEST_F(ServerCursor, over_no_rows_is_at_the_end_at_once) {
+    const Cursor cursor = Select("SELECT 1 WHERE false");
+    EXPECT_FALSE(cursor->NextRecord());
+    EXPECT_EQ(ErrorOf([&] { cursor->get_Value(0); }), kNoData);
+}
+
+TEST_F(ServerCursor, refuses_to_count_and_to_move_other_than_forward) {
+    const Cursor cursor = Select("SELECT 1");
+    const auto refusal = [](const char* operation) {
+        return CursorError(std::string(operation) + " is not supported for server-side cursors");
+    };
+    EXPECT_EQ(ErrorOf([&] { cursor->get_RecordCount(); }), refusal("get_RecordCount()"));
+    EXPECT_EQ(ErrorOf([&] { cursor->get_CurrentRecord(); }), refusal("get_CurrentRecord()"));
+    EXPECT_EQ(ErrorOf([&] { cursor->put_CurrentRecord(1); }), refusal("put_CurrentRecord()"));
+    EXPECT_EQ(ErrorOf([&] { cursor->FirstRecord(); }), refusal("FirstRecord()"));
+    EXPECT_EQ(ErrorOf([&] { cursor->LastRecord(); }), refusal("LastRecord()"));
+    EXPECT_EQ(ErrorOf([&] { cursor->PrevRecord(); }), refusal("PrevRecord()"));
+    EXPECT_TRUE(cursor->NextRecord()) << "a refusal leaves the cursor as it was";
+}
+
+TEST_F(ServerCursor, says_that_it_is_closed_rather_than_that_it_cannot_count) {
+    const Cursor cursor = Select("SELECT 1");
+    cursor->Close();
+    EXPECT_EQ(ErrorOf([&] { cursor->get_RecordCount(); }), kInvalidCursor);
+    EXPECT_EQ(ErrorOf([&] { cursor->PrevRecord(); }), kInvalidCursor);
+}
+
+TEST_F(ServerCursor, reads_a_field_as_often_as_asked) {
+    const Cursor cursor = Select("SELECT 'text', 1.5");
+    ASSERT_TRUE(cursor->NextRecord());
+    EXPECT_EQ(DescribeField(*cursor, 1), "Double 0x1.8p+0");
+    EXPECT_EQ(DescribeField(*cursor, 0), "String text");
+    EXPECT_EQ(DescribeField(*cursor, 0), "String text");
+}
+
+TEST_F(ServerCursor, does_not_mind_other_statements_on_its_connection) {
+    const Cursor cursor = Select("SELECT i FROM range(5000) t(i)");
+    int64_t sum = 0;
+    while (cursor->NextRecord()) {
+        const auto value = cursor->get_Value(0);
+        sum += value->get_LLong();
+        if (sum % 1000 == 1) {
+            database_.Query("SELECT 1");
+        }
+    }
+    EXPECT_EQ(sum, 5000 * 4999 / 2);
+}
+
+TEST_F(ServerCursor, keeps_the_text_of_a_failure_that_ends_the_rows) {
+    const Cursor cursor = database_.Open(
+        database_.Stream(
+            "SELECT CASE WHEN i = 50000 THEN error('broken here') ELSE i END AS x FROM range(100000) t(i)"),
+        kServerCursor);
+    uint64_t rows = 0;
+    while (cursor->NextRecord()) {
+        ++rows;
+    }
+    EXPECT_GT(rows, 0U);
+    EXPECT_LT(rows, 50001U);
+    EXPECT_NE(FetchErrorOf(*cursor).find("broken here"), std::string::npos) << FetchErrorOf(*cursor);
+    EXPECT_FALSE(cursor->NextRecord()) << "the end stays the end";
+    EXPECT_NE(FetchErrorOf(*cursor).find("broken here"), std::string::npos)
+        << "a further fetch does not replace the text: " << FetchErrorOf(*cursor);
+    EXPECT_EQ(ErrorOf([&] { cursor->get_Value(0); }), kNoData);
+}
+
+TEST_F(ServerCursor, has_no_failure_to_tell_at_an_ordinary_end) {
+    const Cursor cursor = Select("SELECT 1");
+    EXPECT_EQ(FetchErrorOf(*cursor), "");
+    while (cursor->NextRecord()) {
+    }
+    EXPECT_EQ(FetchErrorOf(*cursor), "");
+}
+
+}  // namespace
+}  // namespace mduckdb
