@@ -8,9 +8,7 @@ namespace {
 
 /** DuckDB's text, in DuckDB's memory. */
 struct EngineText {
-    explicit EngineText(duckdb_value value) {
-        text.Reset(duckdb_get_varchar_length(value, &length));
-    }
+    explicit EngineText(duckdb_value value) { text.Reset(duckdb_get_varchar_length(value, &length)); }
     std::string_view get_View() const noexcept {
         return text ? std::string_view(text.get(), length) : std::string_view();
     }

@@ -91,7 +91,8 @@ TEST_F(ConvertVariantTest, survives_a_TIMESTAMP_in_milliseconds_that_has_no_micr
     for (const int64_t millis : {INT64_MIN, INT64_MAX - 1, INT64_MAX / 1000 + 1}) {
         const ValueHolder value(duckdb_create_timestamp_ms({millis}));
         const std::string text = Describe(ConvertVariantValue(value.get(), 23).get());
-        EXPECT_EQ(text.rfind(R"(JSON {"duckdb_variant":true,"variant_type":"TIMESTAMP_MILIS")", 0), 0U) << text;
+        EXPECT_EQ(text.rfind(R"(JSON {"duckdb_variant":true,"variant_type":"TIMESTAMP_MILIS")", 0), 0U)
+            << text;
     }
 }
 
@@ -103,7 +104,8 @@ TEST_F(ConvertVariantTest, puts_every_other_kind_into_an_envelope_with_the_text_
               Envelope("UUID", "a1b2c3d4-0000-4000-8000-00000000ffff"));
     EXPECT_EQ(Convert("'12:34:56.789'::TIME"), Envelope("TIME_MICROS", "12:34:56.789"));
     EXPECT_EQ(Convert("'12:34:56.789012345'::TIME_NS"), Envelope("TIME_NANOS", "12:34:56.789012345"));
-    EXPECT_EQ(Convert("'2024-01-31 12:34:56'::TIMESTAMP_S"), Envelope("TIMESTAMP_SEC", "2024-01-31 12:34:56"));
+    EXPECT_EQ(Convert("'2024-01-31 12:34:56'::TIMESTAMP_S"),
+              Envelope("TIMESTAMP_SEC", "2024-01-31 12:34:56"));
     EXPECT_EQ(Convert("'2024-01-31 12:34:56.789012345'::TIMESTAMP_NS"),
               Envelope("TIMESTAMP_NANOS", "2024-01-31 12:34:56.789012345"));
     EXPECT_EQ(Convert("'12:34:56+02'::TIMETZ"), Envelope("TIME_MICROS_TZ", "12:34:56+02"));

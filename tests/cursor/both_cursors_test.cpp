@@ -13,7 +13,8 @@ class BothCursors : public testing::TestWithParam<uint32_t> {
 
 INSTANTIATE_TEST_SUITE_P(Cursors, BothCursors, testing::Values(kServerCursor, kClientCursor),
                          [](const auto& kind) {
-                             return kind.param == kClientCursor ? std::string("client") : std::string("server");
+                             return kind.param == kClientCursor ? std::string("client")
+                                                                : std::string("server");
                          });
 
 TEST_P(BothCursors, describe_their_columns) {

@@ -76,12 +76,11 @@ TEST_F(ClientCursor, shares_its_rows) {
 }
 
 TEST_F(ClientCursor, keeps_the_rows_before_a_failure_and_its_text) {
-    const Cursor cursor = database_.Open(
-        database_.Stream(
-            "SELECT CASE WHEN i = 50000 THEN error('broken here') ELSE i END AS x FROM range(100000) t(i)"),
-        kClientCursor);
+    const Cursor cursor = database_.Open(database_.Stream("SELECT CASE WHEN i = 1000000 THEN error('broken "
+                                                          "here') ELSE i END AS x FROM range(2000000) t(i)"),
+                                         kClientCursor);
     EXPECT_GT(cursor->get_RecordCount(), 0U);
-    EXPECT_LT(cursor->get_RecordCount(), 50001U);
+    EXPECT_LT(cursor->get_RecordCount(), 1000001U);
     EXPECT_NE(FetchErrorOf(*cursor).find("broken here"), std::string::npos) << FetchErrorOf(*cursor);
 }
 

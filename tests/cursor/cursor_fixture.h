@@ -96,8 +96,8 @@ inline std::string DescribeField(I_DuckDBCursor& cursor, uint32_t column) {
 
 /** The failure that ended the rows, or the empty text. */
 inline std::string FetchErrorOf(I_DuckDBCursor& cursor) {
-    const auto* status = static_cast<nbx::mrsql::I_FetchStatus*>(
-        cursor.QueryInterface(nbx::mrsql::kFetchStatusInterfaceId));
+    const auto* status =
+        static_cast<nbx::mrsql::I_FetchStatus*>(cursor.QueryInterface(nbx::mrsql::kFetchStatusInterfaceId));
     return status != nullptr ? ToUtf8(status->get_FetchError()) : "no fetch status";
 }
 

@@ -72,16 +72,15 @@ TEST_F(ServerCursor, does_not_mind_other_statements_on_its_connection) {
 }
 
 TEST_F(ServerCursor, keeps_the_text_of_a_failure_that_ends_the_rows) {
-    const Cursor cursor = database_.Open(
-        database_.Stream(
-            "SELECT CASE WHEN i = 50000 THEN error('broken here') ELSE i END AS x FROM range(100000) t(i)"),
-        kServerCursor);
+    const Cursor cursor = database_.Open(database_.Stream("SELECT CASE WHEN i = 1000000 THEN error('broken "
+                                                          "here') ELSE i END AS x FROM range(2000000) t(i)"),
+                                         kServerCursor);
     uint64_t rows = 0;
     while (cursor->NextRecord()) {
         ++rows;
     }
     EXPECT_GT(rows, 0U);
-    EXPECT_LT(rows, 50001U);
+    EXPECT_LT(rows, 1000001U);
     EXPECT_NE(FetchErrorOf(*cursor).find("broken here"), std::string::npos) << FetchErrorOf(*cursor);
     EXPECT_FALSE(cursor->NextRecord()) << "the end stays the end";
     EXPECT_NE(FetchErrorOf(*cursor).find("broken here"), std::string::npos)
