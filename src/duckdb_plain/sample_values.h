@@ -153,10 +153,9 @@ inline const std::vector<std::string>& get_SampleExpressions() {
     return samples;
 }
 
-/** SQL expressions, each a VARIANT of one kind, from kind 0 on. */
+/** SQL expressions, each a VARIANT of one kind, in the order of the kinds from 1 on. */
 inline const std::vector<std::string>& get_VariantExpressions() {
     static const std::vector<std::string> samples = {
-        "[NULL]::VARIANT[]",  // the first element is of kind 0
         "true::VARIANT",
         "false::VARIANT",
         "(-5)::TINYINT::VARIANT",
@@ -192,6 +191,47 @@ inline const std::vector<std::string>& get_VariantExpressions() {
         "'POINT(1 2)'::GEOMETRY::VARIANT",
     };
     return samples;
+}
+
+/** The names that `variant_typeof` gives the kinds, from kind 0 on. */
+inline const std::vector<std::string>& get_VariantKindNames() {
+    static const std::vector<std::string> names = {
+        "VARIANT_NULL",
+        "BOOL_TRUE",
+        "BOOL_FALSE",
+        "INT8",
+        "INT16",
+        "INT32",
+        "INT64",
+        "INT128",
+        "UINT8",
+        "UINT16",
+        "UINT32",
+        "UINT64",
+        "UINT128",
+        "FLOAT",
+        "DOUBLE",
+        "DECIMAL",
+        "VARCHAR",
+        "BLOB",
+        "UUID",
+        "DATE",
+        "TIME_MICROS",
+        "TIME_NANOS",
+        "TIMESTAMP_SEC",
+        "TIMESTAMP_MILIS",
+        "TIMESTAMP_MICROS",
+        "TIMESTAMP_NANOS",
+        "TIME_MICROS_TZ",
+        "TIMESTAMP_MICROS_TZ",
+        "INTERVAL",
+        "OBJECT",
+        "ARRAY",
+        "BIGNUM",
+        "BITSTRING",
+        "GEOMETRY",
+    };
+    return names;
 }
 
 }  // namespace duckdb_plain
