@@ -149,6 +149,10 @@ TEST(CastValue, EveryValueBecomesAVariantAndBack) {
         SCOPED_TRACE(expression);
         ValueHolder source = engine.QueryValue("SELECT " + expression);
         CastResult cast = Cast(source.get(), DUCKDB_TYPE_VARIANT);
+        if (expression.starts_with("row(")) {
+            EXPECT_EQ(cast.error, "Can't cast unnamed struct to VARIANT");
+            continue;
+        }
         ASSERT_EQ(cast.state, DuckDBSuccess) << cast.error;
         EXPECT_EQ(TextOf(cast.value.get()),
                   engine.QueryText("SELECT (" + expression + ")::VARIANT::VARCHAR"));
