@@ -2,10 +2,9 @@
 
 #include <limits>
 
-#include "cursor/value_conversion.h"
+#include "cursor/cell_conversion.h"
 #include "database/database.h"
 #include "database/errors.h"
-#include "duckdb_plain/plain_functions.h"
 
 namespace mduckdb {
 
@@ -41,25 +40,31 @@ DuckDBCursor_client::DuckDBCursor_client(DuckDBDatabase& database, duckdb_plain:
 
 void DuckDBCursor_client::ReadRows(DuckDBDatabase& database) {
     BorrowedResult result(*this);
-    const uint64_t expected_count = duckdb_row_count(result.get().get());
-    RequireNumberable(expected_count);
-    rows_->Reserve(expected_count);
+    ReserveRows(*result.get());
+    CellConverter cells;
     while (const duckdb_plain::ChunkHolder chunk = FetchChunk(result.get())) {
-        RequireNumberable(rows_->get_Count() + duckdb_data_chunk_get_size(chunk.get()));
-        AppendRows(chunk.get());
+        cells.Bind(chunk.get());
+        RequireNumberable(rows_->get_Count() + cells.get_RowCount());
+        AppendRows(cells);
         database.ThrowIfInterrupted();
     }
 }
 
-void DuckDBCursor_client::AppendRows(duckdb_data_chunk chunk) {
+void DuckDBCursor_client::ReserveRows(duckdb_result result) {
+    // DuckDB counts the rows of a result that it has computed; 0 stands for not known.
+    const uint64_t expected_count = result.internal_data != nullptr ? duckdb_row_count(&result) : 0;
+    RequireNumberable(expected_count);
+    rows_->Reserve(expected_count);
+}
+
+void DuckDBCursor_client::AppendRows(CellConverter& cells) {
     const uint32_t column_count = get_ColumnCount();
-    const idx_t row_count = duckdb_data_chunk_get_size(chunk);
+    const idx_t row_count = cells.get_RowCount();
     for (idx_t row = 0; row < row_count; ++row) {
         auto values = nbx::MakeObject<nbx::ValueRow>();
         values->Reserve(column_count);
         for (uint32_t column = 0; column < column_count; ++column) {
-            const duckdb_plain::ValueHolder value(duckdb_data_chunk_get_value(chunk, column, row));
-            values->Append(ConvertCellValue(value.get(), get_ColumnType(column)));
+            values->Append(cells.Convert(column, row));
         }
         rows_->Append(std::move(values));
     }

@@ -5,6 +5,8 @@
 
 namespace mduckdb {
 
+class CellConverter;
+
 /** Keeps all rows of a result as host values, read at construction, and moves freely among them.
 
     A new cursor has no current record. Moving and reading fields take no lock and do not call DuckDB. */
@@ -31,7 +33,8 @@ class DuckDBCursor_client final : public DuckDBCursor_imp {
 
     uint32_t get_RowCount() const noexcept { return static_cast<uint32_t>(rows_->get_Count()); }
     void ReadRows(DuckDBDatabase& database);
-    void AppendRows(duckdb_data_chunk chunk);
+    void ReserveRows(duckdb_result result);
+    void AppendRows(CellConverter& cells);
     /** Records are numbered in 32 bits: throws when there are more rows. */
     void RequireNumberable(uint64_t row_count) const;
 

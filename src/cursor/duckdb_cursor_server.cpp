@@ -1,8 +1,5 @@
 #include "cursor/duckdb_cursor_server.h"
 
-#include "cursor/value_conversion.h"
-#include "duckdb_plain/plain_functions.h"
-
 namespace mduckdb {
 
 DuckDBCursor_server::DuckDBCursor_server(DuckDBDatabase& database, duckdb_plain::ResultHolder result)
@@ -40,17 +37,24 @@ bool DuckDBCursor_server::PrevRecord() {
 bool DuckDBCursor_server::NextRecord() {
     const EngineLockScope lock;
     RequireValid();
-    if (chunk_ && duckdb_data_chunk_get_size(chunk_.get()) > row_in_chunk_ + 1) {
+    if (chunk_ && cells_.get_RowCount() > row_in_chunk_ + 1) {
         ++row_in_chunk_;
         return true;
     }
-    chunk_.Reset();
-    chunk_ = FetchChunk(result_);
-    row_in_chunk_ = 0;
-    if (chunk_ && duckdb_data_chunk_get_size(chunk_.get()) == 0) {
-        chunk_.Reset();
-    }
+    MoveToNextChunk();
     return static_cast<bool>(chunk_);
+}
+
+void DuckDBCursor_server::MoveToNextChunk() {
+    cells_.Bind(nullptr);
+    chunk_.Reset();
+    row_in_chunk_ = 0;
+    duckdb_plain::ChunkHolder chunk = FetchChunk(result_);
+    if (!chunk || duckdb_data_chunk_get_size(chunk.get()) == 0) {
+        return;
+    }
+    cells_.Bind(chunk.get());
+    chunk_ = std::move(chunk);
 }
 
 nbx::smart_ptr<nbx::I_Value> DuckDBCursor_server::get_Value(uint32_t column_index) {
@@ -59,12 +63,10 @@ nbx::smart_ptr<nbx::I_Value> DuckDBCursor_server::get_Value(uint32_t column_inde
     if (!chunk_) {
         ThrowError("Data is not available. Use NextRecord() to fetch data.");
     }
-    if (row_in_chunk_ >= duckdb_data_chunk_get_size(chunk_.get())) {
+    if (row_in_chunk_ >= cells_.get_RowCount()) {
         ThrowError("Current position is out of bounds");
     }
-    const duckdb_plain::ValueHolder value(
-        duckdb_data_chunk_get_value(chunk_.get(), column_index, row_in_chunk_));
-    return ConvertCellValue(value.get(), get_ColumnType(column_index));
+    return cells_.Convert(column_index, row_in_chunk_);
 }
 
 }  // namespace mduckdb

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "cursor/cell_conversion.h"
 #include "cursor/duckdb_cursor_imp.h"
 
 namespace mduckdb {
@@ -25,10 +26,14 @@ class DuckDBCursor_server final : public DuckDBCursor_imp {
   private:
     /** For what only a client cursor can do. */
     [[noreturn]] void Refuse(const char* message) const;
+    /** Puts the next rows, or nothing, in the place of the chunk. */
+    void MoveToNextChunk();
 
     /** Null before the first row and after the last. */
     duckdb_plain::ChunkHolder chunk_;
     uint64_t row_in_chunk_ = 0;
+    /** Bound to the chunk. */
+    CellConverter cells_;
 };
 
 }  // namespace mduckdb
