@@ -99,15 +99,12 @@ smart_ptr<I_Location> CreateLocation(const String& path) {
 }
 
 smart_ptr<I_Location> PrepareFolder(const smart_ptr<I_Location>& folder, const char* sub_path) {
-    if (!folder) {
+    if (!folder || folder->QueryInterface(kFolderInterfaceId) == nullptr) {
         throw xException(kLocationErrorCode, sub_path, "No folder to make a folder in");
     }
     const fs::path path = fs::path(Utf16ToUtf8(folder->get_PathText().get_View())) / sub_path;
     smart_ptr<I_Location> location = CreateLocation(PathString(path));
     auto* const view = static_cast<I_Folder*>(location->QueryInterface(kFolderInterfaceId));
-    if (view == nullptr) {
-        throw xException(kLocationErrorCode, path.c_str(), "Not a place for a folder");
-    }
     view->Create();
     return location;
 }

@@ -1,0 +1,100 @@
+#include <string>
+
+#include "test_support.h"
+
+namespace nbx {
+namespace {
+
+ValuePtr MakeText(std::string_view content, bool nullable = true) {
+    return TakeValue(CreateValueString(nullable, &content, nullptr));
+}
+
+TEST(TextValue, KeepsTheTextOfAnyLength) {
+    for (const std::size_t length : {0U, 1U, 7U, 8U, 20U, 40U, 100U, 600U, 100'000U}) {
+        const std::string text(length, 'x');
+        const ValuePtr value = MakeText(text);
+        EXPECT_EQ(value->get_TypeCode(), static_cast<uint32_t>(ValueType::String));
+        EXPECT_EQ(Narrow(value->get_Text()), text);
+    }
+    const std::string special("a\0\xE2\x82\xAC\xF0\x9F\x98\x80", 9);
+    EXPECT_EQ(Narrow(MakeText(special)->get_Text()), special);
+    EXPECT_EQ(MakeText("\xFF")->get_Text().get_View(), u"\uFFFD");
+}
+
+TEST(TextValue, ReadsAsTheNumberThatItStartsWith) {
+    const ValuePtr value = MakeText("-12.75 metres");
+    EXPECT_EQ(value->get_LLong(), -12);
+    EXPECT_EQ(value->get_ULLong(), 0U);
+    EXPECT_EQ(value->get_Double(), -12.75);
+    EXPECT_TRUE(value->get_Boolean());
+    EXPECT_FALSE(MakeText("metres")->get_Boolean());
+}
+
+TEST(TextValue, StoresNumbersAsTheirDigits) {
+    const ValuePtr value = MakeText("");
+    value->put_LLong(-5);
+    EXPECT_EQ(Narrow(value->get_Text()), "-5");
+    value->put_ULLong(18446744073709551615U);
+    EXPECT_EQ(Narrow(value->get_Text()), "18446744073709551615");
+    value->put_Double(0.25);
+    EXPECT_EQ(Narrow(value->get_Text()), "0.25");
+    value->put_Boolean(true);
+    EXPECT_EQ(Narrow(value->get_Text()), "true");
+    value->put_Text(Wide("a text that replaces the former one by a longer one"));
+    EXPECT_EQ(Narrow(value->get_Text()), "a text that replaces the former one by a longer one");
+}
+
+TEST(TextValue, IsEmptyWhileItIsNull) {
+    const ValuePtr value = MakeText("something");
+    value->put_IsNull(true);
+    EXPECT_TRUE(value->get_IsNull());
+    EXPECT_EQ(value->get_Text(), String());
+    value->put_Text(Wide("again"));
+    EXPECT_FALSE(value->get_IsNull());
+    EXPECT_EQ(Narrow(value->get_Text()), "again");
+}
+
+TEST(CreateValueOfType, GivesAValueOfEveryCodeThatReportsItsCode) {
+    for (uint32_t code = 0; code <= 50; ++code) {
+        const ValuePtr value = TakeValue(CreateValueOfType(code, true));
+        EXPECT_EQ(value->get_TypeCode(), code);
+        EXPECT_TRUE(value->get_IsNullable()) << code;
+        EXPECT_FALSE(value->get_Boolean()) << code;
+        EXPECT_EQ(value->get_RefsCount(), 1U) << code;
+    }
+}
+
+TEST(CreateValueOfType, GivesTextWhereTheHostHasNoKind) {
+    for (const uint32_t code : {0U, 1U, 19U, 20U, 24U, 26U, 32U, 35U, 37U, 40U, 50U}) {
+        const ValuePtr value = TakeValue(CreateValueOfType(code, false));
+        value->put_Text(Wide("any text"));
+        EXPECT_EQ(Narrow(value->get_Text()), "any text") << code;
+    }
+}
+
+struct InterfaceOfType {
+    ValueType type;
+    uint32_t interface_id;
+};
+
+TEST(CreateValueOfType, GivesTheInterfaceThatBelongsToTheType) {
+    for (const InterfaceOfType& test : {InterfaceOfType{ValueType::Date, kDateInterfaceId},
+                                        InterfaceOfType{ValueType::Time, kTimeInterfaceId},
+                                        InterfaceOfType{ValueType::DateTime, kDateTimeInterfaceId},
+                                        InterfaceOfType{ValueType::FixedBinary, kRawBytesInterfaceId},
+                                        InterfaceOfType{ValueType::VarBinary, kRawBytesInterfaceId},
+                                        InterfaceOfType{ValueType::Blob, kRawBytesInterfaceId},
+                                        InterfaceOfType{ValueType::Picture, kRawBytesInterfaceId},
+                                        InterfaceOfType{ValueType::JSON, kJSONInterfaceId},
+                                        InterfaceOfType{ValueType::Array, kArrayInterfaceId},
+                                        InterfaceOfType{ValueType::Reference, kReferenceInterfaceId}}) {
+        const ValuePtr value = TakeValue(CreateValueOfType(static_cast<uint32_t>(test.type), true));
+        for (uint32_t id = 2200; id < 2220; ++id) {
+            EXPECT_EQ(value->QueryInterface(id) != nullptr, id == test.interface_id)
+                << value->get_TypeCode() << " " << id;
+        }
+    }
+}
+
+}  // namespace
+}  // namespace nbx

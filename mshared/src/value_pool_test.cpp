@@ -1,0 +1,191 @@
+#include "nbx/value_pool.h"
+
+#include <atomic>
+#include <cstdint>
+#include <cstring>
+#include <random>
+#include <set>
+#include <thread>
+#include <vector>
+
+#include "test_support.h"
+
+namespace nbx {
+namespace {
+
+struct Block {
+    unsigned char* memory;
+    std::size_t size;
+    unsigned char fill;
+};
+
+Block MakeBlock(std::size_t size, unsigned char fill) {
+    auto* const memory = static_cast<unsigned char*>(AllocatePooled(size));
+    std::memset(memory, fill, size);
+    return {memory, size, fill};
+}
+
+/** Tells whether somebody else wrote into the block, and releases it. */
+bool CheckAndFree(const Block& block) {
+    bool is_intact = true;
+    for (std::size_t i = 0; i < block.size; ++i) {
+        is_intact = is_intact && block.memory[i] == block.fill;
+    }
+    FreePooled(block.memory, block.size);
+    return is_intact;
+}
+
+TEST(ValuePool, GivesMemoryThatIsAlignedAndNobodyElses) {
+    std::mt19937 random(3);
+    std::vector<Block> blocks;
+    std::set<unsigned char*> addresses;
+    for (int i = 0; i < 20'000; ++i) {
+        blocks.push_back(MakeBlock(1 + random() % 100, static_cast<unsigned char>(random())));
+        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(blocks.back().memory) % 16, 0U);
+        EXPECT_TRUE(addresses.insert(blocks.back().memory).second);
+    }
+    for (const Block& block : blocks) {
+        ASSERT_TRUE(CheckAndFree(block));
+    }
+}
+
+TEST(ValuePool, SurvivesReleasesInAnyOrder) {
+    std::mt19937 random(5);
+    std::vector<Block> blocks;
+    for (int i = 0; i < 200'000; ++i) {
+        if (blocks.empty() || (random() % 100 < 51 && blocks.size() < 30'000)) {
+            blocks.push_back(MakeBlock(8 + random() % 60, static_cast<unsigned char>(random())));
+        } else {
+            std::swap(blocks[random() % blocks.size()], blocks.back());
+            ASSERT_TRUE(CheckAndFree(blocks.back()));
+            blocks.pop_back();
+        }
+    }
+    for (const Block& block : blocks) {
+        ASSERT_TRUE(CheckAndFree(block));
+    }
+}
+
+TEST(ValuePool, GivesTheMemoryOfAReleasedRowSetBack) {
+    constexpr std::size_t kMegabyte = 1024 * 1024;
+    const std::size_t before = GetPoolMappedBytes();
+    std::vector<ValuePtr> values;
+    for (int32_t i = 0; i < 1'000'000; ++i) {
+        values.push_back(TakeValue(CreateValueLong(false, &i, nullptr)));
+    }
+    const std::size_t full = GetPoolMappedBytes();
+    if (full == 0) {
+        GTEST_SKIP() << "The pool is switched off under this sanitizer";
+    }
+    EXPECT_GE(full, before + 30 * kMegabyte);
+    EXPECT_EQ(values[777'777]->get_LLong(), 777'777);
+    values.clear();
+    EXPECT_LE(GetPoolMappedBytes(), before + 3 * kMegabyte);
+}
+
+TEST(ValuePool, UsesTheRoomBetweenValuesThatAreKept) {
+    std::vector<ValuePtr> kept;
+    for (int round = 0; round < 100; ++round) {
+        std::vector<ValuePtr> values;
+        for (int32_t i = 0; i < 5000; ++i) {
+            values.push_back(TakeValue(CreateValueLong(false, &i, nullptr)));
+        }
+        kept.push_back(values[2500]);
+    }
+    // 100 rounds hold 100 values and one round's worth at a time, not 100 rounds' worth.
+    const std::size_t before = GetPoolMappedBytes();
+    for (int round = 0; round < 100; ++round) {
+        std::vector<ValuePtr> values;
+        for (int32_t i = 0; i < 5000; ++i) {
+            values.push_back(TakeValue(CreateValueLong(false, &i, nullptr)));
+        }
+        kept.push_back(values[2500]);
+    }
+    EXPECT_LE(GetPoolMappedBytes(), before + 1024 * 1024);
+}
+
+TEST(ValuePool, TakesValuesBackOnAnotherThread) {
+    for (int round = 0; round < 5; ++round) {
+        std::vector<ValuePtr> values;
+        std::thread([&values] {
+            for (int32_t i = 0; i < 20'000; ++i) {
+                values.push_back(TakeValue(CreateValueLong(false, &i, nullptr)));
+            }
+        }).join();
+        int64_t sum = 0;
+        for (const ValuePtr& value : values) {
+            sum += value->get_LLong();
+        }
+        EXPECT_EQ(sum, 199'990'000);
+        std::thread([&values] { values.clear(); }).join();
+    }
+}
+
+TEST(ValuePool, ServesThreadsThatMakeAndReleaseEachOthersValues) {
+    constexpr int kThreads = 4;
+    std::vector<std::atomic<I_Value*>> slots(64);
+    std::vector<std::thread> threads;
+    std::atomic<int> made{0};
+    std::atomic<int> released{0};
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([&, t] {
+            std::mt19937 random(static_cast<unsigned>(t));
+            for (int32_t i = 0; i < 20'000; ++i) {
+                I_Value* const mine = CreateValueLong(false, &i, nullptr);
+                ++made;
+                if (I_Value* const former = slots[random() % slots.size()].exchange(mine)) {
+                    released += former->Release() == 0 ? 1 : 0;
+                }
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    for (std::atomic<I_Value*>& slot : slots) {
+        if (I_Value* const last = slot.exchange(nullptr)) {
+            released += last->Release() == 0 ? 1 : 0;
+        }
+    }
+    EXPECT_EQ(made.load(), released.load());
+}
+
+/** Releases a value after the thread's own store has been given up. */
+struct LateRelease {
+    ValuePtr value;
+    ~LateRelease() {
+        const int32_t content = 8;
+        const ValuePtr another = TakeValue(CreateValueLong(false, &content, nullptr));
+        EXPECT_EQ(another->get_LLong(), 8);
+    }
+};
+
+TEST(ValuePool, ServesThreadLocalObjectsThatGoLast) {
+    std::thread([] {
+        // Made before the thread's first value, and so destroyed after what belongs to the values.
+        static thread_local LateRelease late;
+        const int32_t content = 7;
+        late.value = TakeValue(CreateValueLong(false, &content, nullptr));
+        EXPECT_EQ(late.value->get_LLong(), 7);
+    }).join();
+}
+
+TEST(ValuePool, LeavesNothingWithThreadsThatHaveEnded) {
+    const auto run_thread = [] {
+        std::thread([] {
+            std::vector<ValuePtr> values;
+            for (int32_t i = 0; i < 3000; ++i) {
+                values.push_back(TakeValue(CreateValueLong(false, &i, nullptr)));
+            }
+        }).join();
+    };
+    run_thread();
+    const std::size_t before = GetPoolMappedBytes();
+    for (int i = 0; i < 100; ++i) {
+        run_thread();
+    }
+    EXPECT_LE(GetPoolMappedBytes(), before);
+}
+
+}  // namespace
+}  // namespace nbx
