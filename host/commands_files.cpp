@@ -67,10 +67,7 @@ void AddProbeCommand(CLI::App& app, Program& program) {
     CLI::App* const command = app.add_subcommand("probe", "Tell which files are DuckDB databases");
     command->footer(kProbeHelp);
     auto files = std::make_shared<std::vector<std::string>>();
-    command->add_option("FILE", *files, "Files to look at")
-        ->required()
-        ->allow_extra_args(false)
-        ->expected(1, 100000);
+    command->add_option("FILE", *files, "Files to look at")->required();
     command->callback(
         [&program, files] { program.command = [&program, files] { return RunProbe(program, *files); }; });
 }

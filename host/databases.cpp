@@ -1,11 +1,25 @@
 #include "databases.h"
 
+#include <fmt/format.h>
+#include <unistd.h>
+
 #include <stdexcept>
 
+#include "interruption.h"
+#include "nbx/exception.h"
 #include "nbx/mrsql/registry.h"
+#include "program.h"
+#include "sql_errors.h"
 #include "text.h"
 
 namespace mduckdb_host {
+
+namespace {
+
+/** What a shell reports for a program that Ctrl-C ended. */
+constexpr int kInterruptedStatus = 130;
+
+}  // namespace
 
 nbx::smart_ptr<nbx::mrsql::I_DuckDBExtension> GetExtension() {
     auto extension = nbx::mrsql::GetDuckDBExtension();
@@ -37,6 +51,19 @@ DatabasePtr OpenDatabase(const std::string& path, IfMissing if_missing, bool is_
         database->Open();
     }
     return database;
+}
+
+DatabasePtr OpenForCommand(const std::string& path, bool is_read_only) {
+    const InterruptWatch watch([] { ::_exit(kInterruptedStatus); });
+    try {
+        DatabasePtr database = OpenDatabase(path, IfMissing::kFail, is_read_only);
+        if (database->get_IsReadOnly() && !is_read_only) {
+            PrintError(fmt::format("{} is open for reading only: it may not be written or is in use.", path));
+        }
+        return database;
+    } catch (const nbx::xException& error) {
+        throw std::runtime_error(fmt::format("Cannot open {}: {}", path, DescribeException(error, {})));
+    }
 }
 
 }  // namespace mduckdb_host

@@ -24,4 +24,9 @@ enum class IfMissing { kFail, kCreate };
     host's exceptions. */
 DatabasePtr OpenDatabase(const std::string& path, IfMissing if_missing, bool is_read_only = false);
 
+/** Opens a database that a command line names: it must exist, and a Ctrl-C ends the program meanwhile.
+    Says on stderr when the file could be opened for reading only. Throws `std::runtime_error` with a text
+    for people. */
+DatabasePtr OpenForCommand(const std::string& path, bool is_read_only);
+
 }  // namespace mduckdb_host

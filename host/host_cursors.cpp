@@ -1,10 +1,14 @@
 #include <utility>
 
+#include "host_values.h"
 #include "procedure_call.h"
 
 namespace mduckdb_host {
 
 namespace {
+
+/** DuckDB's code of single-precision numbers, which arrive widened. */
+constexpr uint32_t kFloat = 10;
 
 class CallbackCursor final : public HostCursor {
   public:
@@ -34,6 +38,10 @@ class CallbackCursor final : public HostCursor {
             const mirona_value value =
                 def_.get_value(static_cast<ErrorTarget*>(&call_), def_.state, static_cast<int32_t>(i));
             row[i] = value == nullptr ? Cell{} : std::move(static_cast<HostValue*>(value)->cell);
+            if (auto* number = std::get_if<double>(&row[i].content);
+                number != nullptr && columns_[i].duckdb_type == kFloat) {
+                *number = WidenByDigits(static_cast<float>(*number));
+            }
         }
         call_.ReleaseValues();
         return true;

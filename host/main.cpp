@@ -44,6 +44,9 @@ void AddCommands(CLI::App& app, Program& program) {
     AddVersionCommand(app, program);
     AddProbeCommand(app, program);
     AddCreateCommand(app, program);
+    AddSqlCommand(app, program);
+    AddBackupCommand(app, program);
+    AddRestoreCommand(app, program);
 }
 
 int RunCommand(Program& program) {

@@ -1,0 +1,53 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace mduckdb_host {
+
+/** Cuts SQL text that arrives in pieces into statements at the semicolons that stand outside of quotes,
+    dollar quotes and comments. */
+class StatementSplitter {
+  public:
+    void Add(std::string_view text) { text_ += text; }
+    /** Takes the next complete statement with its semicolon, without blanks before it; statements of blanks
+        and comments alone are left out. False when there is none yet. */
+    bool TakeStatement(std::string& statement);
+    /** Takes what is left although no semicolon ended it; empty when it is blanks and comments alone. */
+    std::string TakeRest();
+    /** Whether a statement has been begun. */
+    bool get_IsInside() const;
+    void Clear();
+
+  private:
+    enum class State {
+        kCode,
+        kSingleQuote,
+        kEscapedQuote,
+        kDoubleQuote,
+        kLineComment,
+        kBlockComment,
+        kDollarQuote
+    };
+
+    /** Reads on; true when it stopped behind a semicolon. False when more text is needed. */
+    bool Scan();
+    void ScanCode();
+    void ScanBlockComment();
+    void ScanUntil(char end);
+    bool StartsWith(std::string_view word) const {
+        return std::string_view(text_).substr(position_).starts_with(word);
+    }
+    std::string TakeFront(std::size_t length);
+
+    std::string text_;
+    std::size_t position_ = 0;
+    State state_ = State::kCode;
+    int comment_depth_ = 0;
+    std::string dollar_tag_;
+    /** Where the first character of the statement stands that is neither a blank nor in a comment. */
+    std::size_t content_start_ = std::string::npos;
+    bool is_at_semicolon_ = false;
+};
+
+}  // namespace mduckdb_host
