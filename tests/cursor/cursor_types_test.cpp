@@ -218,9 +218,9 @@ std::string ExpectedOfKind(uint32_t kind, const std::string& text, const std::st
 
 TEST_F(CursorTypes, every_kind_of_value_inside_a_VARIANT_is_what_DuckDB_says) {
     const std::vector<std::string>& expressions = get_VariantExpressions();
-    ASSERT_EQ(expressions.size(), kVariantTypeCount);
+    ASSERT_EQ(expressions.size(), kVariantTypeCount - 1) << "all kinds but NULL";
     for (uint32_t kind = 1; kind < kVariantTypeCount; ++kind) {
-        const std::string& expression = expressions[kind];
+        const std::string& expression = expressions[kind - 1];
         const std::string text = *oracle_.QueryText("SELECT CAST(" + expression + " AS VARCHAR)");
         std::string hex;
         if (kind == 17) {
