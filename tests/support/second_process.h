@@ -1,0 +1,42 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <string>
+#include <vector>
+
+/** A second process, started by fork and exec, spoken to by lines. Killed when this goes. */
+class SecondProcess {
+  public:
+    /** Runs a program; the first word is its path. */
+    explicit SecondProcess(const std::vector<std::string>& words);
+    ~SecondProcess();
+    SecondProcess(const SecondProcess&) = delete;
+    SecondProcess& operator=(const SecondProcess&) = delete;
+
+    /** The next line of its output without the end of line; empty at the end. */
+    std::string ReadLine();
+    /** Closes its input, on which it should end, and gives its exit status; -1 when a signal ended it. */
+    int Finish();
+    void Kill();
+
+  private:
+    pid_t pid_ = -1;
+    int input_ = -1;
+    int output_ = -1;
+};
+
+/** Opens the file in another process with DuckDB alone: "ok", or DuckDB's error text. */
+std::string TryOpenElsewhere(const std::string& path, bool for_writing);
+
+/** Another process that has the file open until this goes. */
+class HeldElsewhere {
+  public:
+    HeldElsewhere(const std::string& path, bool for_writing);
+    /** "ok", or DuckDB's error text. */
+    const std::string& get_Outcome() const { return outcome_; }
+
+  private:
+    SecondProcess process_;
+    std::string outcome_;
+};
