@@ -3,6 +3,7 @@
 #include "database/database.h"
 #include "database/errors.h"
 #include "duckdb_plain/holders.h"
+#include "duckdb_plain/pending_error.h"
 #include "nbx/hooks.h"
 
 namespace mduckdb {
@@ -55,12 +56,13 @@ void DuckDBDatabase::ThrowIfInterrupted() {
 }
 
 duckdb_state DuckDBDatabase::ExecutePrepared(duckdb_prepared_statement prepared, duckdb_result* out_result) {
-    *out_result = {};
     // DuckDB forgets interrupts when it begins a query, which happens in the first of the two calls.
     duckdb_plain::PendingHolder pending;
-    static_cast<void>(duckdb_pending_prepared(prepared, pending.Receive()));
+    if (duckdb_pending_prepared(prepared, pending.Receive()) != DuckDBSuccess) {
+        duckdb_plain::TakePendingError(pending.get(), out_result);
+        return DuckDBError;
+    }
     RepeatInterrupt();
-    // A failed beginning is an error result with the same text as that of an execution in one call.
     return duckdb_execute_pending(pending.get(), out_result);
 }
 

@@ -144,6 +144,15 @@ std::vector<EngineFiles::Idle> EngineFiles::Leave(const std::string& path, Acces
     return closing;
 }
 
+duckdb_database EngineFiles::Reuse(const std::string& path, const std::string& canonical, File& file,
+                                   const Idle& idle) {
+    const duckdb_database engine = idle.engine;
+    const std::ptrdiff_t index = &idle - file.idle.data();
+    AddHold(path, canonical, file, idle.access);
+    file.idle.erase(file.idle.begin() + index);
+    return engine;
+}
+
 duckdb_database EngineFiles::TakeIdleReader(const std::string& path, const std::string& configuration) {
     const std::scoped_lock lock(mutex_);
     const std::string canonical = Resolve(path);
@@ -155,18 +164,14 @@ duckdb_database EngineFiles::TakeIdleReader(const std::string& path, const std::
     if (file.fingerprint != ReadFingerprint(canonical)) {
         return nullptr;
     }
-    for (auto idle = file.idle.begin(); idle != file.idle.end(); ++idle) {
-        if (idle->access != Access::reading || !idle->is_current || idle->configuration != configuration) {
+    for (Idle& idle : file.idle) {
+        if (idle.access != Access::reading || !idle.is_current || idle.configuration != configuration) {
             continue;
         }
-        if (!IsEngineAlive(idle->engine)) {
-            idle->is_current = false;
-            continue;
+        if (IsEngineAlive(idle.engine)) {
+            return Reuse(path, canonical, file, idle);
         }
-        const duckdb_database engine = idle->engine;
-        AddHold(path, canonical, file, Access::reading);
-        file.idle.erase(idle);
-        return engine;
+        idle.is_current = false;
     }
     return nullptr;
 }
@@ -179,19 +184,15 @@ duckdb_database EngineFiles::TakeIdleWriter(const std::string& path) {
         return nullptr;
     }
     File& file = found->second;
-    for (auto idle = file.idle.begin(); idle != file.idle.end(); ++idle) {
-        if (idle->access != Access::writing) {
+    for (Idle& idle : file.idle) {
+        if (idle.access != Access::writing) {
             continue;
         }
-        if (!IsEngineAlive(idle->engine)) {
-            idle->access = Access::dead;
-            continue;
+        if (IsEngineAlive(idle.engine)) {
+            file.OutdateReaders();
+            return Reuse(path, canonical, file, idle);
         }
-        const duckdb_database engine = idle->engine;
-        file.OutdateReaders();
-        AddHold(path, canonical, file, Access::writing);
-        file.idle.erase(idle);
-        return engine;
+        idle.access = Access::dead;
     }
     return nullptr;
 }

@@ -89,6 +89,9 @@ class EngineFiles {
     /** The canonical path by which the path text is known now. */
     std::string Resolve(const std::string& path);
     void AddHold(const std::string& path, const std::string& canonical, File& file, Access access);
+    /** Announces an idle engine again and takes it out of the list. */
+    duckdb_database Reuse(const std::string& path, const std::string& canonical, File& file,
+                          const Idle& idle);
     /** Takes one hold away; gives the engines to be closed, outside the mutex, when it was the last. */
     std::vector<Idle> Leave(const std::string& path, Access access, Idle* given_up) noexcept;
 

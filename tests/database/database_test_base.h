@@ -1,0 +1,33 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include "duckdb_plain/engine_files.h"
+#include "support/duckdb_faults.h"
+#include "support/second_process.h"
+#include "support/temp_folder.h"
+#include "support/test_host.h"
+
+/** A host, a folder for files, and the check that nothing of DuckDB's is left open in the end. */
+class DatabaseTest : public testing::Test {
+  protected:
+    using Database = nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase>;
+
+    void SetUp() override { duckdb_faults::Reset(); }
+    void TearDown() override {
+        EXPECT_EQ(duckdb_faults::CountLiveHandles(), 0);
+        EXPECT_EQ(duckdb_plain::EngineFiles::Get().get_IdleCount(), 0u);
+    }
+    std::string Path(const std::string& name = "test.db") const { return folder / name; }
+    /** A file with the table t of the numbers 1 to 3. */
+    std::string MakeFile(const std::string& name = "test.db") const {
+        Execute(*host.Created(Path(name)), "CREATE TABLE t AS SELECT range + 1 AS i FROM range(3)");
+        return Path(name);
+    }
+    std::string Refusal(const std::string& path, const std::string& message) const {
+        return "xDuckDBError 72501 [" + path + "] [" + message + "]";
+    }
+
+    TempFolder folder;
+    TestHost host;
+};

@@ -1,0 +1,142 @@
+#include <atomic>
+#include <chrono>
+#include <thread>
+
+#include "database/database.h"
+#include "database_test_base.h"
+#include "duckdb_plain/holders.h"
+#include "nbx/hooks.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using Clock = std::chrono::steady_clock;
+
+// Many times longer than any test waits.
+constexpr const char* kLongQuery =
+    "SELECT count(*) FROM range(100000000) a, range(100000000) b WHERE a.range = b.range + 1";
+
+class DatabaseInterrupt : public DatabaseTest {
+  protected:
+    void SetUp() override {
+        DatabaseTest::SetUp();
+        nbx::mrsql::gpIsLocalSqlCall_PTR = [] { return false; };
+        database = host.Created(":memory:");
+    }
+    void TearDown() override {
+        database = nullptr;
+        DatabaseTest::TearDown();
+    }
+    /** Interrupts a query that runs; gives what it throws, and how long it took to notice. */
+    std::string InterruptLongQuery(Clock::duration& latency) {
+        Clock::time_point interrupted;
+        std::thread interrupter([&] {
+            std::this_thread::sleep_for(200ms);
+            interrupted = Clock::now();
+            database->Interrupt();
+        });
+        std::string thrown = Thrown([&] { Execute(*database, kLongQuery); });
+        const auto ended = Clock::now();
+        interrupter.join();
+        latency = ended - interrupted;
+        return thrown;
+    }
+
+    Database database;
+};
+
+TEST_F(DatabaseInterrupt, CutsARunningStatementQuicklyAndOnce) {
+    for (int i = 0; i < 3; ++i) {
+        Clock::duration latency{};
+        EXPECT_EQ(InterruptLongQuery(latency), "xInterruptError 57501");
+        EXPECT_LT(latency, 100ms);
+    }
+    EXPECT_EQ(Thrown([&] { Execute(*database, "SELECT * FROM missing"); }).find("xDuckDBError 72501"), 0u);
+    EXPECT_EQ(QueryText(*database, "SELECT 1"), "1");
+}
+
+TEST_F(DatabaseInterrupt, WithoutTheHookDoesNothing) {
+    nbx::mrsql::gpIsLocalSqlCall_PTR = nullptr;
+    database->Interrupt();
+    EXPECT_EQ(duckdb_faults::CountCalls("duckdb_interrupt"), 0u);
+}
+
+TEST_F(DatabaseInterrupt, OfALocalCallNeedsPermission) {
+    nbx::mrsql::gpIsLocalSqlCall_PTR = [] { return true; };
+    nbx::mrsql::SetLocalSqlCancellationAllowed(false);
+    database->Interrupt();
+    EXPECT_EQ(duckdb_faults::CountCalls("duckdb_interrupt"), 0u);
+    nbx::mrsql::SetLocalSqlCancellationAllowed(true);
+    database->Interrupt();
+    EXPECT_EQ(duckdb_faults::CountCalls("duckdb_interrupt"), 1u);
+}
+
+TEST_F(DatabaseInterrupt, OfARemoteCallNeedsNone) {
+    nbx::mrsql::SetLocalSqlCancellationAllowed(false);
+    database->Interrupt();
+    EXPECT_EQ(duckdb_faults::CountCalls("duckdb_interrupt"), 1u);
+}
+
+TEST_F(DatabaseInterrupt, OfAClosedDatabaseDoesNothingAndIsNotRemembered) {
+    database->Close();
+    database->Interrupt();
+    database->Open();
+    EXPECT_EQ(duckdb_faults::CountCalls("duckdb_interrupt"), 0u);
+    EXPECT_EQ(Thrown([&] { dynamic_cast<mduckdb::DuckDBDatabase&>(*database).ThrowIfInterrupted(); }),
+              "none");
+}
+
+TEST_F(DatabaseInterrupt, BeforeDuckDBBeginsIsNotLost) {
+    auto& own = dynamic_cast<mduckdb::DuckDBDatabase&>(*database);
+    const auto connection = own.get_Connection();
+    duckdb_plain::PreparedHolder prepared;
+    ASSERT_EQ(duckdb_prepare(*connection, kLongQuery, prepared.Receive()), DuckDBSuccess);
+    own.ClearInterrupted();
+    database->Interrupt();
+    duckdb_plain::ResultHolder result;
+    const auto begun = Clock::now();
+    EXPECT_EQ(own.ExecutePrepared(prepared.get(), result.Receive()), DuckDBError);
+    EXPECT_LT(Clock::now() - begun, 1s);
+    EXPECT_NE(std::string(duckdb_result_error(result.get())).find("INTERRUPT"), std::string::npos);
+    EXPECT_EQ(Thrown([&] { own.ThrowIfInterrupted(); }), "xInterruptError 57501");
+    EXPECT_EQ(Thrown([&] { own.ThrowIfInterrupted(); }), "none");
+}
+
+TEST_F(DatabaseInterrupt, ExecutionGivesTheSameErrorTextsAsDuckDBs) {
+    auto& own = dynamic_cast<mduckdb::DuckDBDatabase&>(*database);
+    const auto connection = own.get_Connection();
+    for (const char* sql : {"SELECT ?", "SELECT CAST('x' AS INTEGER)", "SELECT error('boom')",
+                            "INSERT INTO (SELECT 1) VALUES (1)"}) {
+        duckdb_plain::PreparedHolder prepared;
+        if (duckdb_prepare(*connection, sql, prepared.Receive()) != DuckDBSuccess) {
+            duckdb_plain::ResultHolder result;
+            EXPECT_EQ(own.ExecutePrepared(prepared.get(), result.Receive()), DuckDBError) << sql;
+            continue;
+        }
+        duckdb_plain::ResultHolder ours;
+        duckdb_plain::ResultHolder theirs;
+        EXPECT_EQ(own.ExecutePrepared(prepared.get(), ours.Receive()), DuckDBError) << sql;
+        EXPECT_EQ(duckdb_execute_prepared(prepared.get(), theirs.Receive()), DuckDBError) << sql;
+        EXPECT_STREQ(duckdb_result_error(ours.get()), duckdb_result_error(theirs.get())) << sql;
+    }
+    duckdb_plain::ResultHolder result;
+    EXPECT_EQ(own.ExecutePrepared(nullptr, result.Receive()), DuckDBError);
+}
+
+TEST_F(DatabaseInterrupt, NeverTouchesAConnectionThatIsBeingReplacedOrClosed) {
+    std::atomic<bool> is_over = false;
+    std::thread interrupter([&] {
+        while (!is_over) {
+            database->Interrupt();
+        }
+    });
+    for (int i = 0; i < 20; ++i) {
+        database->Close();
+        database->Open();
+    }
+    is_over = true;
+    interrupter.join();
+    EXPECT_EQ(QueryText(*database, "SELECT 1"), "1");
+}
+
+}  // namespace
