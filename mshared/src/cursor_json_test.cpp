@@ -116,6 +116,7 @@ TEST(CursorToJSON, WritesEachKindInItsForm) {
         {MakeJson("{\"a\": [1.10]}"), "{\"a\": [1.10]}"},
         {MakeJson("{\"a\": "), "\"{\\\"a\\\": \""},
         {MakeJson(""), "\"\""},
+        {MakeJson("\xEF\xBB\xBF{}"), "\"\xEF\xBB\xBF{}\""},
         {MakeText("\"\\/\b\n\x1F\x7F\xE2\x82\xAC"), "\"\\\"\\\\/\\u0008\\u000a\\u001f\x7F\xE2\x82\xAC\""},
         {MakeText(std::string_view("a\0b", 3)), "\"a\\u0000b\""},
         {nullptr, "null"},

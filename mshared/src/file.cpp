@@ -63,6 +63,10 @@ std::string File::get_NativePath() const {
     return location_ ? Utf16ToUtf8(location_->get_PathText().get_View()) : std::string();
 }
 
+void File::Fail(const char* operation, int error_number) const {
+    ThrowFileError(get_NativePath(), operation, error_number);
+}
+
 void File::Open() {
     OpenWith(is_read_only_ ? O_RDONLY : O_RDWR, "open");
 }
@@ -91,7 +95,7 @@ void File::Close() {
         const int descriptor = std::exchange(descriptor_, -1);
         // Even when it fails the descriptor is gone, so it is never closed twice.
         if (::close(descriptor) != 0 && errno != EINTR) {
-            ThrowFileError(get_NativePath(), "close", errno);
+            Fail("close", errno);
         }
     }
 }
@@ -99,7 +103,7 @@ void File::Close() {
 uint64_t File::get_Size() const {
     struct stat status {};
     if (::fstat(descriptor_, &status) != 0) {
-        ThrowFileError(get_NativePath(), "read the size of", errno);
+        Fail("read the size of", errno);
     }
     return static_cast<uint64_t>(status.st_size);
 }
@@ -123,7 +127,7 @@ bool File::get_Exists() const {
 
 uint32_t File::Read(void* buffer, uint64_t offset, uint32_t count) {
     if (!IsOffsetValid(offset, count)) {
-        ThrowFileError(get_NativePath(), "read", EOVERFLOW);
+        Fail("read", EOVERFLOW);
     }
     uint32_t done = 0;
     while (done < count) {
@@ -135,7 +139,7 @@ uint32_t File::Read(void* buffer, uint64_t offset, uint32_t count) {
         if (step > 0) {
             done += static_cast<uint32_t>(step);
         } else if (errno != EINTR) {
-            ThrowFileError(get_NativePath(), "read", errno);
+            Fail("read", errno);
         }
     }
     return done;
@@ -143,7 +147,7 @@ uint32_t File::Read(void* buffer, uint64_t offset, uint32_t count) {
 
 uint32_t File::Write(const void* buffer, uint64_t offset, uint32_t count) {
     if (!IsOffsetValid(offset, count)) {
-        ThrowFileError(get_NativePath(), "write", EOVERFLOW);
+        Fail("write", EOVERFLOW);
     }
     uint32_t done = 0;
     while (done < count) {
@@ -152,7 +156,7 @@ uint32_t File::Write(const void* buffer, uint64_t offset, uint32_t count) {
         if (step >= 0) {
             done += static_cast<uint32_t>(step);
         } else if (errno != EINTR) {
-            ThrowFileError(get_NativePath(), "write", errno);
+            Fail("write", errno);
         }
     }
     return done;
@@ -170,7 +174,7 @@ void File::ThrowOut() {
 
 void File::Flush() {
     if (::fsync(descriptor_) != 0) {
-        ThrowFileError(get_NativePath(), "flush", errno);
+        Fail("flush", errno);
     }
 }
 

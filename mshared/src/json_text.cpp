@@ -151,7 +151,9 @@ JsonMembers ReadJsonMembers(std::string_view text) {
 }
 
 bool IsJson(std::string_view text) {
-    return text.find('\0') == std::string_view::npos && Parser::accept(text.begin(), text.end());
+    // The parser skips a byte order mark, which is no JSON inside of another text.
+    return text.find('\0') == std::string_view::npos && !text.starts_with("\xEF\xBB\xBF") &&
+           Parser::accept(text.begin(), text.end());
 }
 
 void AppendJsonString(std::string_view text, std::string& result) {

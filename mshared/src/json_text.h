@@ -31,7 +31,7 @@ struct JsonMembers {
 /** Reads UTF-8 JSON text, however deep it is nested. Malformed text gives `is_valid` false and no members. */
 JsonMembers ReadJsonMembers(std::string_view text);
 
-/** Whether the text as a whole is JSON. */
+/** Whether the text as a whole is JSON that may stand inside of other JSON. */
 bool IsJson(std::string_view text);
 
 /** Appends the UTF-8 text between double quotes, escaped as JSON asks for. */

@@ -87,7 +87,7 @@ bool ParseBoolean(std::u16string_view text) {
     constexpr std::u16string_view kTrue = u"true";
     text = SkipBlanks(text);
     const bool is_true =
-        text.size() >= kTrue.size() && std::equal(kTrue.begin(), kTrue.end(), text.begin(),
+        text.size() == kTrue.size() && std::equal(kTrue.begin(), kTrue.end(), text.begin(),
                                                   [](char16_t a, char16_t b) { return a == (b | 0x20); });
     return is_true || ParseDouble(text) != 0;
 }

@@ -163,7 +163,7 @@ TEST(BooleanValue, ReadsItsWordsAndNumbers) {
         value->put_Text(Wide(text));
         EXPECT_TRUE(value->get_Boolean()) << text;
     }
-    for (const char* const text : {"false", "0", "", "no"}) {
+    for (const char* const text : {"false", "0", "", "no", "truest"}) {
         value->put_Text(Wide(text));
         EXPECT_FALSE(value->get_Boolean()) << text;
     }

@@ -23,6 +23,8 @@ constexpr std::size_t kChunk = 512;
 // A step of a loop below writes this many units at most, though it may count fewer of them.
 constexpr std::size_t kSlack = 16;
 
+constexpr std::ptrdiff_t kHalfBlock = 8;
+
 #if defined(__SSE2__)
 constexpr std::ptrdiff_t kBlock = 16;
 
@@ -33,6 +35,14 @@ std::ptrdiff_t WidenAsciiBlock(const char* in, char16_t* out) noexcept {
     _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_unpacklo_epi8(bytes, zero));
     _mm_storeu_si128(reinterpret_cast<__m128i*>(out + 8), _mm_unpackhi_epi8(bytes, zero));
     const unsigned high_bits = static_cast<unsigned>(_mm_movemask_epi8(bytes)) | 0x10000U;
+    return std::countr_zero(high_bits);
+}
+
+/** The same for 8 bytes: the ends of texts, and short texts. */
+std::ptrdiff_t WidenAsciiHalfBlock(const char* in, char16_t* out) noexcept {
+    const __m128i bytes = _mm_loadl_epi64(reinterpret_cast<const __m128i*>(in));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_unpacklo_epi8(bytes, _mm_setzero_si128()));
+    const unsigned high_bits = (static_cast<unsigned>(_mm_movemask_epi8(bytes)) & 0xFFU) | 0x100U;
     return std::countr_zero(high_bits);
 }
 
@@ -57,6 +67,10 @@ std::ptrdiff_t WidenAsciiBlock(const char* in, char16_t* out) noexcept {
         out[count] = static_cast<unsigned char>(in[count]);
     }
     return count;
+}
+
+std::ptrdiff_t WidenAsciiHalfBlock(const char* in, char16_t* out) noexcept {
+    return WidenAsciiBlock(in, out);
 }
 
 std::ptrdiff_t NarrowAsciiBlock(const char16_t* in, char* out) noexcept {
@@ -166,6 +180,11 @@ char16_t* DecodeChunk(const char*& in, const char* end, char16_t* out) noexcept 
             DecodeOne(in, end, out);
         }
     }
+    if (out < full && end - in >= kHalfBlock) {
+        const std::ptrdiff_t ascii = WidenAsciiHalfBlock(in, out);
+        in += ascii;
+        out += ascii;
+    }
     while (out < full && in < end) {
         if (static_cast<signed char>(*in) >= 0) {
             *out++ = static_cast<unsigned char>(*in++);
@@ -258,12 +277,25 @@ void AppendUtf16AsUtf8(std::u16string_view text, std::string& result) {
 }
 
 std::u16string Utf8ToUtf16(std::string_view text) {
+    if (text.size() <= kChunk) {
+        // No text becomes more units than it has bytes, so one piece is all of it.
+        char16_t buffer[kChunk + kSlack];
+        const char* in = text.data();
+        const char16_t* const out = DecodeChunk(in, in + text.size(), buffer);
+        return std::u16string(buffer, static_cast<std::size_t>(out - buffer));
+    }
     std::u16string result;
     AppendUtf8AsUtf16(text, result);
     return result;
 }
 
 std::string Utf16ToUtf8(std::u16string_view text) {
+    if (text.size() <= kChunk / kMaxBytesPerUnit) {
+        char buffer[kChunk + kSlack];
+        const char16_t* in = text.data();
+        const char* const out = EncodeChunk(in, in + text.size(), buffer);
+        return std::string(buffer, static_cast<std::size_t>(out - buffer));
+    }
     std::string result;
     AppendUtf16AsUtf8(text, result);
     return result;

@@ -62,6 +62,7 @@ class NBX_API File : public I_File, noncopyable {
 
   private:
     std::string get_NativePath() const;
+    [[noreturn]] void Fail(const char* operation, int error_number) const;
     void OpenWith(int flags, const char* operation);
 
     RefCount refs_;
