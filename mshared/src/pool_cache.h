@@ -69,7 +69,7 @@ inline void* Allocate(std::size_t size) {
 inline void Free(void* memory, std::size_t size) noexcept {
     const std::size_t size_class = ClassOf(size);
     if (NBX_POOL_IS_OFF != 0 || size_class == kClassCount) {
-        ::operator delete(memory, size);
+        ::operator delete(memory);
         return;
     }
     auto* const object = static_cast<FreeObject*>(memory);
