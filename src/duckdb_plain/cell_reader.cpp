@@ -3,9 +3,11 @@
 #include <array>
 #include <duckdb/common/operator/cast_operators.hpp>
 #include <duckdb/common/operator/string_cast.hpp>
+#include <duckdb/common/type_visitor.hpp>
 #include <duckdb/common/types/data_chunk.hpp>
 #include <duckdb/common/types/hugeint.hpp>
 #include <duckdb/common/types/vector.hpp>
+#include <duckdb/common/vector_operations/vector_operations.hpp>
 #include <type_traits>
 #include <vector>
 
@@ -86,6 +88,10 @@ struct Scratch {
     string_t short_text;
     TextHolder owned;
 
+    /** Columns of nested values as texts, by their place in the chunk, made when first read; null: not made.
+     */
+    std::vector<std::unique_ptr<duckdb::Vector>> texts;
+
     duckdb::Vector& GetVector() {
         if (!vector || used > kScratchBytes) {
             vector = std::make_unique<duckdb::Vector>(LogicalType::VARCHAR, idx_t{1});
@@ -145,6 +151,53 @@ Cell ReadTextOfValue(const Column& column, Scratch& scratch, idx_t row) {
     idx_t length = 0;
     scratch.owned.Reset(duckdb_get_varchar_length(value.get(), &length));
     return MakeBytes(Cell::Kind::text, {scratch.owned.get(), length});
+}
+
+/** A nested value as text. Casting one value costs microseconds, so the column is cast as a whole. When
+    that fails, because of one row maybe, each row is read by itself. */
+Cell ReadNested(const Column& column, Scratch& scratch, idx_t row) {
+    auto& texts = scratch.texts[column.index];
+    if (!texts) {
+        auto& chunk = *reinterpret_cast<duckdb::DataChunk*>(column.chunk);
+        texts = std::make_unique<duckdb::Vector>(LogicalType::VARCHAR, chunk.size());
+        std::string error;
+        bool is_cast = false;
+        try {
+            is_cast = duckdb::VectorOperations::DefaultTryCast(chunk.data[column.index], *texts, chunk.size(),
+                                                               &error);
+            texts->Flatten(chunk.size());
+        } catch (...) {
+        }
+        if (!is_cast) {
+            texts = std::make_unique<duckdb::Vector>(LogicalType::SQLNULL, idx_t{1});
+        }
+    }
+    if (texts->GetType().id() != LogicalTypeId::VARCHAR) {
+        return ReadTextOfValue(column, scratch, row);
+    }
+    if (duckdb::FlatVector::IsNull(*texts, row)) {
+        return {};
+    }
+    const auto& text = duckdb::FlatVector::GetData<string_t>(*texts)[row];
+    return MakeBytes(Cell::Kind::text, {text.GetData(), text.GetSize()});
+}
+
+/** Whether values of the type can be made into text without looking at each of them first. */
+bool NeedsNoGuard(const LogicalType& type) {
+    return !duckdb::TypeVisitor::Contains(type, [](const LogicalType& part) {
+        switch (part.id()) {
+            case LogicalTypeId::TIME:
+            case LogicalTypeId::TIME_NS:
+            case LogicalTypeId::TIME_TZ:
+            case LogicalTypeId::DECIMAL:
+            case LogicalTypeId::BIT:
+            case LogicalTypeId::BIGNUM:
+            case LogicalTypeId::VARIANT:
+                return true;
+            default:
+                return false;
+        }
+    });
 }
 
 bool IsValidTimeOfDay(duckdb::dtime_t time) {
@@ -300,6 +353,12 @@ ReadCell FindValueReader(const LogicalType& type, bool is_flat) {
             return ReadNothing;
         case LogicalTypeId::VARIANT:
             return is_flat ? ReadVariant : ReadVariantOfValue;
+        case LogicalTypeId::LIST:
+        case LogicalTypeId::ARRAY:
+        case LogicalTypeId::STRUCT:
+        case LogicalTypeId::MAP:
+        case LogicalTypeId::UNION:
+            return NeedsNoGuard(type) ? ReadNested : ReadTextOfValue;
         default:
             return ReadTextOfValue;
     }
@@ -357,6 +416,7 @@ void CellReader::Bind(duckdb_data_chunk chunk) {
     }
     state_->columns.clear();
     state_->spread.clear();
+    state_->scratch.texts.clear();
     state_->row_count = 0;
     state_->chunk = chunk;
     if (chunk == nullptr) {
@@ -365,6 +425,7 @@ void CellReader::Bind(duckdb_data_chunk chunk) {
     auto& data = *reinterpret_cast<duckdb::DataChunk*>(chunk);
     state_->row_count = data.size();
     state_->columns.reserve(data.ColumnCount());
+    state_->scratch.texts.resize(data.ColumnCount());
     for (idx_t index = 0; index < data.ColumnCount(); ++index) {
         state_->Add(data.data[index], index);
     }

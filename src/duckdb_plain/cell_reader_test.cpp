@@ -220,6 +220,17 @@ TEST(CellReader, DecimalsOfEveryWidthAreTheDoublesOfDuckDBsCast) {
     }
 }
 
+TEST(CellReader, NestedColumnsReadAsTheStockWayReadsThem) {
+    TestEngine engine;
+    ExpectSameRows(engine, R"(
+        SELECT CASE i % 5 WHEN 0 THEN NULL WHEN 1 THEN [] ELSE [i, NULL, i + 1] END,
+               {'a': i, 'b': 'x' || chr(0) || i}, [i, i]::BIGINT[2], MAP {i: [i]}, [[i], []],
+               CASE i % 3 WHEN 0 THEN i::UNION(num BIGINT, txt VARCHAR) WHEN 1 THEN NULL
+                    ELSE 'x'::UNION(num BIGINT, txt VARCHAR) END,
+               [i::DECIMAL(9, 1)], {'t': '12:00:00'::TIME}, [i::VARIANT], [{'a': i, 'b': [NULL, 'y']}]
+        FROM range(3000) t(i))");
+}
+
 TEST(CellReader, EnumsOfEveryWidthReadAsTheirTexts) {
     TestEngine engine;
     for (const int size : {200, 300, 70000}) {
@@ -373,6 +384,20 @@ TEST(CellReader, TimestampsThatHaveNoTextAreEmptyTexts) {
         EXPECT_EQ(cells[2].bytes, "infinity");
         EXPECT_EQ(cells[4].bytes.substr(0, 19), "1970-01-01 00:00:00");
     }
+}
+
+TEST(CellReader, ANestedRowWithoutATextLeavesTheOthersTheirs) {
+    LogicalTypeHolder seconds(duckdb_create_logical_type(DUCKDB_TYPE_TIMESTAMP_S));
+    LogicalTypeHolder pair(duckdb_create_array_type(seconds.get(), 1));
+    OneColumn column(pair.get(), 3);
+    auto* numbers =
+        static_cast<int64_t*>(duckdb_vector_get_data(duckdb_array_vector_get_child(column.get_Vector())));
+    numbers[0] = 0;
+    numbers[1] = std::numeric_limits<int64_t>::max() - 1;
+    numbers[2] = 86400;
+    EXPECT_EQ(ReadAll(column), (std::vector<PlainCell>{{Kind::text, 0, "[1970-01-01 00:00:00]"},
+                                                       kEmptyText,
+                                                       {Kind::text, 0, "[1970-01-02 00:00:00]"}}));
 }
 
 TEST(CellReader, EveryDateHasItsText) {
