@@ -79,7 +79,8 @@ TEST_F(ExecutionTest, ExecuteAllRunsEveryStatementAndStartsAnew) {
 }
 
 TEST_F(ExecutionTest, ExecuteAllStopsAtTheFirstErrorAndThrowsIt) {
-    auto statement = Make("INSERT INTO seen VALUES ('a', 'b'); SELECT * FROM nowhere; INSERT INTO seen VALUES ('c', 'd')");
+    auto statement =
+        Make("INSERT INTO seen VALUES ('a', 'b'); SELECT * FROM nowhere; INSERT INTO seen VALUES ('c', 'd')");
     const Thrown thrown = Catch([&] { statement->ExecuteAll(); });
     EXPECT_EQ(thrown.exception, "xDuckDBError");
     EXPECT_EQ(thrown.code, 0x72501u);
@@ -90,7 +91,8 @@ TEST_F(ExecutionTest, ExecuteAllStopsAtTheFirstErrorAndThrowsIt) {
 }
 
 TEST_F(ExecutionTest, TryExecuteAllReportsTheFirstErrorAndStartsAnew) {
-    auto statement = Make("INSERT INTO seen VALUES ('a', 'b'); SELECT * FROM nowhere; INSERT INTO seen VALUES ('c', 'd')");
+    auto statement =
+        Make("INSERT INTO seen VALUES ('a', 'b'); SELECT * FROM nowhere; INSERT INTO seen VALUES ('c', 'd')");
     for (int run = 1; run <= 2; ++run) {
         const auto outcome = statement->TryExecuteAll();
         EXPECT_EQ(outcome.statements_executed, 1u);
@@ -208,13 +210,16 @@ TEST_F(ExecutionTest, ClearBindingsForgetsEverything) {
     auto statement = Prepared("INSERT INTO seen VALUES ($1, 'x')");
     statement->put_Parameters(Row({Long(1)}));
     statement->ClearBindings();
-    EXPECT_NE(Catch([&] { statement->Execute(); }).message.find("Values were not provided"), std::string::npos);
+    EXPECT_NE(Catch([&] { statement->Execute(); }).message.find("Values were not provided"),
+              std::string::npos);
     statement->put_ParameterRows(Rows({Row({Long(1)}), Row({Long(2)})}));
     statement->ClearBindings();
-    EXPECT_NE(Catch([&] { statement->Execute(); }).message.find("Values were not provided"), std::string::npos);
+    EXPECT_NE(Catch([&] { statement->Execute(); }).message.find("Values were not provided"),
+              std::string::npos);
     statement->BindInteger(1, 3);
     statement->ClearBindings();
-    EXPECT_NE(Catch([&] { statement->Execute(); }).message.find("Values were not provided"), std::string::npos);
+    EXPECT_NE(Catch([&] { statement->Execute(); }).message.find("Values were not provided"),
+              std::string::npos);
     Make("SELECT 1")->ClearBindings();
 }
 
@@ -235,13 +240,18 @@ TEST_F(ExecutionTest, AnEmptyParameterSetClearsWhatWasBound) {
     auto statement = Prepared("INSERT INTO seen VALUES ($1, 'x')");
     statement->BindInteger(1, 3);
     statement->put_Parameters(Row({}));
-    EXPECT_NE(Catch([&] { statement->Execute(); }).message.find("Values were not provided"), std::string::npos);
+    EXPECT_NE(Catch([&] { statement->Execute(); }).message.find("Values were not provided"),
+              std::string::npos);
 }
 
 TEST_F(ExecutionTest, TooManyParametersAreAnErrorWithTheDatabasesPath) {
     auto statement = Prepared("INSERT INTO seen VALUES ($1, 'x')");
-    EXPECT_EQ(Catch([&] { statement->put_Parameters(Row({Long(1), Long(2)})); }),
-              MemoryError("Invalid Input Error: Can not bind to parameter number 2, statement only has 1 parameter(s)"));
+    EXPECT_EQ(
+        Catch([&] {
+            statement->put_Parameters(Row({Long(1), Long(2)}));
+        }),
+        MemoryError(
+            "Invalid Input Error: Can not bind to parameter number 2, statement only has 1 parameter(s)"));
 }
 
 TEST_F(ExecutionTest, TryExecuteAllLetsOtherThreadsInBetweenTwoStatements) {

@@ -9,8 +9,8 @@ std::ostream& operator<<(std::ostream& out, const Thrown& thrown) {
     if (thrown.exception.empty()) {
         return out << "nothing thrown";
     }
-    return out << thrown.exception << " 0x" << std::hex << thrown.code << std::dec << " [" << thrown.name << "] ["
-               << thrown.message << "]";
+    return out << thrown.exception << " 0x" << std::hex << thrown.code << std::dec << " [" << thrown.name
+               << "] [" << thrown.message << "]";
 }
 
 std::string Utf8(const String& text) {
@@ -188,21 +188,23 @@ std::string StatementTest::Scalar(const std::string& sql) {
 }
 
 smart_ptr<I_DuckDBStatement> StatementTest::Probe() {
-    // `typeof($1)` of a text parameter is an internal error that ends the engine; behind a subquery it is not.
+    // `typeof($1)` of a text parameter is an internal error that ends the engine; behind a subquery it is
+    // not.
     return Prepared("INSERT INTO seen SELECT typeof(v), CAST(v AS VARCHAR) FROM (SELECT $1 AS v)");
 }
 
-std::pair<std::string, std::string> StatementTest::Seen(I_DuckDBStatement& probe) {
+std::pair<std::string, std::string> StatementTest::ReadBack(I_DuckDBStatement& probe) {
     Direct("DELETE FROM seen");
     probe.Execute();
     const Table table = Direct("SELECT type, text FROM seen");
-    return table.empty() ? std::pair<std::string, std::string>("no row", "") : std::pair(table[0][0], table[0][1]);
+    return table.empty() ? std::pair<std::string, std::string>("no row", "")
+                         : std::pair(table[0][0], table[0][1]);
 }
 
 std::pair<std::string, std::string> StatementTest::SeenOf(const Value& value) {
     auto probe = Probe();
     probe->BindValue(1, value);
-    return Seen(*probe);
+    return ReadBack(*probe);
 }
 
 }  // namespace mduckdb::test

@@ -35,7 +35,8 @@ struct Thrown {
     std::string message;
 
     bool operator==(const Thrown& other) const {
-        return exception == other.exception && code == other.code && name == other.name && message == other.message;
+        return exception == other.exception && code == other.code && name == other.name &&
+               message == other.message;
     }
 };
 std::ostream& operator<<(std::ostream& out, const Thrown& thrown);
@@ -98,7 +99,7 @@ class StatementTest : public ::testing::Test {
     /** A prepared statement with one parameter that writes down what it is bound to. */
     smart_ptr<I_DuckDBStatement> Probe();
     /** Executes the probe; gives type and text of the parameter as DuckDB sees it. */
-    std::pair<std::string, std::string> Seen(I_DuckDBStatement& probe);
+    std::pair<std::string, std::string> ReadBack(I_DuckDBStatement& probe);
     /** Type and text of a host value bound as a parameter. */
     std::pair<std::string, std::string> SeenOf(const Value& value);
 

@@ -114,7 +114,8 @@ TEST_F(LifecycleTest, AStoredParameterThatCannotBeBoundLeavesTheStatementToBeTri
     auto two = Row({Str("a"), Str("b")});
     EXPECT_EQ(Catch([&] { statement->put_Parameters(two); }).exception, "xDuckDBError");
     for (int attempt = 0; attempt < 2; ++attempt) {
-        EXPECT_NE(Catch([&] { statement->PrepareNext(); }).message.find("parameter number 2"), std::string::npos);
+        EXPECT_NE(Catch([&] { statement->PrepareNext(); }).message.find("parameter number 2"),
+                  std::string::npos);
         EXPECT_EQ(statement->get_PendingCount(), 1u);
     }
     statement->put_Parameters(Row({Str("a")}));

@@ -100,21 +100,24 @@ const std::vector<Case>& FractionCases() {
     static const std::vector<Case> kCases = {
         {"decimal zero", [](S& s) { s.BindDecimal(1, 1, 0, 0, 0); }, "DECIMAL(1,0)", "0"},
         {"decimal of one digit", [](S& s) { s.BindDecimal(1, 1, 1, 9, 0); }, "DECIMAL(1,1)", ".9"},
-        {"decimal negative", [](S& s) { s.BindDecimal(1, 4, 2, static_cast<uint64_t>(-1250), -1); }, "DECIMAL(4,2)",
-         "-12.50"},
-        {"decimal of 18 digits", [](S& s) { s.BindDecimal(1, 18, 0, 999999999999999999u, 0); }, "DECIMAL(18,0)",
-         "999999999999999999"},
-        {"decimal past 64 bits", [](S& s) { s.BindDecimal(1, 19, 3, 9999999999999999999u, 0); }, "DECIMAL(19,3)",
-         "9999999999999999.999"},
+        {"decimal negative", [](S& s) { s.BindDecimal(1, 4, 2, static_cast<uint64_t>(-1250), -1); },
+         "DECIMAL(4,2)", "-12.50"},
+        {"decimal of 18 digits", [](S& s) { s.BindDecimal(1, 18, 0, 999999999999999999u, 0); },
+         "DECIMAL(18,0)", "999999999999999999"},
+        {"decimal past 64 bits", [](S& s) { s.BindDecimal(1, 19, 3, 9999999999999999999u, 0); },
+         "DECIMAL(19,3)", "9999999999999999.999"},
         {"decimal max", [](S& s) { s.BindDecimal(1, 38, 0, 687399551400673279u, 5421010862427522170); },
          "DECIMAL(38,0)", "99999999999999999999999999999999999999"},
-        {"decimal min", [](S& s) { s.BindDecimal(1, 38, 38, ~687399551400673279u + 1, -5421010862427522171); },
+        {"decimal min",
+         [](S& s) { s.BindDecimal(1, 38, 38, ~687399551400673279u + 1, -5421010862427522171); },
          "DECIMAL(38,38)", "-.99999999999999999999999999999999999999"},
         {"float lowest", [](S& s) { s.BindFloat(1, -std::numeric_limits<float>::max()); }, "FLOAT",
          "-3.4028235e+38"},
         {"float zero", [](S& s) { s.BindFloat(1, 0); }, "FLOAT", "0.0"},
-        {"float max", [](S& s) { s.BindFloat(1, std::numeric_limits<float>::max()); }, "FLOAT", "3.4028235e+38"},
-        {"float infinity", [](S& s) { s.BindFloat(1, std::numeric_limits<float>::infinity()); }, "FLOAT", "inf"},
+        {"float max", [](S& s) { s.BindFloat(1, std::numeric_limits<float>::max()); }, "FLOAT",
+         "3.4028235e+38"},
+        {"float infinity", [](S& s) { s.BindFloat(1, std::numeric_limits<float>::infinity()); }, "FLOAT",
+         "inf"},
         {"float nan", [](S& s) { s.BindFloat(1, std::numeric_limits<float>::quiet_NaN()); }, "FLOAT", "nan"},
         {"double lowest", [](S& s) { s.BindDouble(1, -std::numeric_limits<double>::max()); }, "DOUBLE",
          "-1.7976931348623157e+308"},
@@ -122,7 +125,8 @@ const std::vector<Case>& FractionCases() {
         {"double past float", [](S& s) { s.BindDouble(1, 1e39); }, "DOUBLE", "1e+39"},
         {"double max", [](S& s) { s.BindDouble(1, std::numeric_limits<double>::max()); }, "DOUBLE",
          "1.7976931348623157e+308"},
-        {"double infinity", [](S& s) { s.BindDouble(1, -std::numeric_limits<double>::infinity()); }, "DOUBLE", "-inf"},
+        {"double infinity", [](S& s) { s.BindDouble(1, -std::numeric_limits<double>::infinity()); }, "DOUBLE",
+         "-inf"},
     };
     return kCases;
 }
@@ -138,7 +142,8 @@ const std::vector<Case>& TimeCases() {
         {"time max", [](S& s) { s.BindTime(1, kDayMicros); }, "TIME", "24:00:00"},
         {"time_ns min", [](S& s) { s.BindTimeNs(1, 0); }, "TIME_NS", "00:00:00"},
         {"time_ns max", [](S& s) { s.BindTimeNs(1, kDayNanos); }, "TIME_NS", "24:00:00"},
-        {"time_ns below midnight", [](S& s) { s.BindTimeNs(1, kDayNanos - 1); }, "TIME_NS", "23:59:59.999999999"},
+        {"time_ns below midnight", [](S& s) { s.BindTimeNs(1, kDayNanos - 1); }, "TIME_NS",
+         "23:59:59.999999999"},
         {"time_tz zero", [](S& s) { s.BindTimeTz(1, 0, 0); }, "TIME WITH TIME ZONE", "00:00:00+00"},
         {"time_tz one hour", [](S& s) { s.BindTimeTz(1, 0, 3600); }, "TIME WITH TIME ZONE", "00:00:00+01"},
         {"time_tz max", [](S& s) { s.BindTimeTz(1, kDayMicros, 57599); }, "TIME WITH TIME ZONE",
@@ -163,10 +168,10 @@ const std::vector<Case>& TimeCases() {
         {"timestamp_ns max", [](S& s) { s.BindTimestampNs(1, kMax<int64_t> - 1); }, "TIMESTAMP_NS",
          "2262-04-11 23:47:16.854775806"},
         {"interval zero", [](S& s) { s.BindInterval(1, 0, 0, 0); }, "INTERVAL", "00:00:00"},
-        {"interval max", [](S& s) { s.BindInterval(1, kMax<int32_t>, kMax<int32_t>, kMax<int64_t>); }, "INTERVAL",
-         "178956970 years 7 months 2147483647 days 2562047788:00:54.775807"},
-        {"interval min", [](S& s) { s.BindInterval(1, kMin<int32_t>, kMin<int32_t>, kMin<int64_t>); }, "INTERVAL",
-         "-178956970 years -8 months -2147483648 days -2562047788:00:54.775808"},
+        {"interval max", [](S& s) { s.BindInterval(1, kMax<int32_t>, kMax<int32_t>, kMax<int64_t>); },
+         "INTERVAL", "178956970 years 7 months 2147483647 days 2562047788:00:54.775807"},
+        {"interval min", [](S& s) { s.BindInterval(1, kMin<int32_t>, kMin<int32_t>, kMin<int64_t>); },
+         "INTERVAL", "-178956970 years -8 months -2147483648 days -2562047788:00:54.775808"},
     };
     return kCases;
 }
@@ -178,12 +183,27 @@ const std::vector<Case>& TextAndByteCases() {
         {"blob empty", [](S& s) { BindBlobText(s, ""); }, "BLOB", ""},
         {"blob empty without a pointer", [](S& s) { s.BindBlob(1, nullptr, 0); }, "BLOB", ""},
         {"blob", [](S& s) { BindBlobText(s, std::string_view("a\0\xff", 3)); }, "BLOB", "a\\x00\\xFF"},
-        {"bit of one byte", [](S& s) { BindBitBytes(s, {0, 0xA5}); }, "BIT", "10100101"},
-        {"bit with padding", [](S& s) { BindBitBytes(s, {7, 0xFF}); }, "BIT", "1"},
+        {"bit of one byte",
+         [](S& s) {
+             BindBitBytes(s, {0, 0xA5});
+         },
+         "BIT", "10100101"},
+        {"bit with padding",
+         [](S& s) {
+             BindBitBytes(s, {7, 0xFF});
+         },
+         "BIT", "1"},
         {"bignum zero", [](S& s) { BindBignumBytes(s, {0}, false); }, "BIGNUM", "0"},
-        {"bignum", [](S& s) { BindBignumBytes(s, {1, 0, 0, 0, 0, 0, 0, 0, 0}, false); }, "BIGNUM",
-         "18446744073709551616"},
-        {"bignum negative", [](S& s) { BindBignumBytes(s, {1, 0}, true); }, "BIGNUM", "-256"},
+        {"bignum",
+         [](S& s) {
+             BindBignumBytes(s, {1, 0, 0, 0, 0, 0, 0, 0, 0}, false);
+         },
+         "BIGNUM", "18446744073709551616"},
+        {"bignum negative",
+         [](S& s) {
+             BindBignumBytes(s, {1, 0}, true);
+         },
+         "BIGNUM", "-256"},
         {"uuid zero", [](S& s) { s.BindUuid(1, 0, 0); }, "UUID", "00000000-0000-0000-0000-000000000000"},
         {"uuid max", [](S& s) { s.BindUuid(1, kMax<uint64_t>, kMax<uint64_t>); }, "UUID",
          "ffffffff-ffff-ffff-ffff-ffffffffffff"},
@@ -199,12 +219,13 @@ const std::vector<Refusal>& Refusals() {
         {"decimal too wide", [](S& s) { s.BindDecimal(1, 39, 0, 0, 0); }, "DECIMAL"},
         {"decimal with too many places", [](S& s) { s.BindDecimal(1, 4, 5, 0, 0); }, "DECIMAL"},
         {"decimal one past one digit", [](S& s) { s.BindDecimal(1, 1, 0, 10, 0); }, "DECIMAL"},
-        {"decimal one past 18 digits", [](S& s) { s.BindDecimal(1, 18, 0, 1000000000000000000u, 0); }, "DECIMAL"},
+        {"decimal one past 18 digits", [](S& s) { s.BindDecimal(1, 18, 0, 1000000000000000000u, 0); },
+         "DECIMAL"},
         {"decimal with an upper half", [](S& s) { s.BindDecimal(1, 18, 0, 0, 1); }, "DECIMAL"},
-        {"decimal one past max", [](S& s) { s.BindDecimal(1, 38, 0, 687399551400673280u, 5421010862427522170); },
-         "DECIMAL"},
-        {"decimal one past min", [](S& s) { s.BindDecimal(1, 38, 0, ~687399551400673279u, -5421010862427522171); },
-         "DECIMAL"},
+        {"decimal one past max",
+         [](S& s) { s.BindDecimal(1, 38, 0, 687399551400673280u, 5421010862427522170); }, "DECIMAL"},
+        {"decimal one past min",
+         [](S& s) { s.BindDecimal(1, 38, 0, ~687399551400673279u, -5421010862427522171); }, "DECIMAL"},
         {"date that is none", [](S& s) { s.BindDate(1, 2023, 2, 29); }, "DATE", "out of range"},
         {"date without a month", [](S& s) { s.BindDate(1, 2023, 0, 1); }, "DATE", "out of range"},
         {"date one past max", [](S& s) { s.BindDate(1, 5881580, 7, 11); }, "DATE", "out of range"},
@@ -223,7 +244,11 @@ const std::vector<Refusal>& Refusals() {
         {"bit without bytes", [](S& s) { s.BindBit(1, kNoBytes, 0); }, "BIT"},
         {"bit without a pointer", [](S& s) { s.BindBit(1, nullptr, 0); }, "BIT"},
         {"bit of padding alone", [](S& s) { BindBitBytes(s, {0}); }, "BIT"},
-        {"bit with too much padding", [](S& s) { BindBitBytes(s, {8, 0xFF}); }, "BIT"},
+        {"bit with too much padding",
+         [](S& s) {
+             BindBitBytes(s, {8, 0xFF});
+         },
+         "BIT"},
         {"bignum without bytes", [](S& s) { s.BindBignum(1, kNoBytes, 0, 0); }, "BIGNUM"},
         {"blob without the bytes announced", [](S& s) { s.BindBlob(1, nullptr, 3); }, "BLOB"},
         {"bignum without the bytes announced", [](S& s) { s.BindBignum(1, nullptr, 3, 0); }, "BIGNUM"},
@@ -280,7 +305,7 @@ class TypedBindsTest : public StatementTest {
         for (const Case& item : cases) {
             SCOPED_TRACE(item.what);
             EXPECT_EQ(Catch([&] { item.bind(*probe); }), Thrown{});
-            EXPECT_EQ(Seen(*probe), std::pair(std::string(item.type), std::string(item.text)));
+            EXPECT_EQ(ReadBack(*probe), std::pair(std::string(item.type), std::string(item.text)));
         }
     }
 };
@@ -309,13 +334,14 @@ TEST_F(TypedBindsTest, ValuesThatAreNoneOfTheirTypeAreRefused) {
         probe->BindInteger(1, 77);
         const Thrown thrown = Catch([&] { item.bind(*probe); });
         if (item.part_of_duckdb_text == nullptr) {
-            EXPECT_EQ(thrown, MemoryError(std::string("Failed to bind ") + item.type_word + " statement parameter"));
+            EXPECT_EQ(thrown,
+                      MemoryError(std::string("Failed to bind ") + item.type_word + " statement parameter"));
         } else {
             EXPECT_EQ(thrown, MemoryError(thrown.message));
             EXPECT_NE(thrown.message.find(item.part_of_duckdb_text), std::string::npos) << thrown.message;
         }
         // What was bound before stays bound.
-        EXPECT_EQ(Seen(*probe), std::pair(std::string("INTEGER"), std::string("77")));
+        EXPECT_EQ(ReadBack(*probe), std::pair(std::string("INTEGER"), std::string("77")));
     }
 }
 
@@ -341,12 +367,12 @@ TEST_F(TypedBindsTest, AnIndexThatTheStatementDoesNotHaveIsRefusedByEveryBind) {
         auto probe = Probe();
         for (const uint32_t index : {0u, 2u, kMax<uint32_t>}) {
             EXPECT_EQ(Catch([&] { item.bind(*probe, index); }),
-                      MemoryError("Invalid Input Error: Can not bind to parameter number " + std::to_string(index) +
-                                  ", statement only has 1 parameter(s)"));
+                      MemoryError("Invalid Input Error: Can not bind to parameter number " +
+                                  std::to_string(index) + ", statement only has 1 parameter(s)"));
         }
         // And the next one works, whatever text DuckDB keeps of the failure.
         EXPECT_EQ(Catch([&] { item.bind(*probe, 1); }), Thrown{});
-        EXPECT_NE(Seen(*probe).first, "no row");
+        EXPECT_NE(ReadBack(*probe).first, "no row");
     }
 }
 
@@ -365,7 +391,8 @@ TEST_F(TypedBindsTest, EveryBindIsLostWithoutAnErrorWhileNothingIsPrepared) {
         EXPECT_EQ(Catch([&] { item.bind(*statement, 1); }), Thrown{});
         EXPECT_EQ(Catch([&] { item.bind(*statement, 99); }), Thrown{});
         statement->PrepareNext();
-        EXPECT_NE(Catch([&] { statement->Execute(); }).message.find("Values were not provided"), std::string::npos);
+        EXPECT_NE(Catch([&] { statement->Execute(); }).message.find("Values were not provided"),
+                  std::string::npos);
         item.bind(*statement, 1);
         EXPECT_EQ(Catch([&] { statement->Execute(); }), Thrown{});
     }
@@ -388,7 +415,8 @@ TEST_F(TypedBindsTest, EveryBindDropsStoredValuesAndWhatTheyBound) {
         item.bind(*statement, 1);
         EXPECT_EQ(row->get_RefsCount(), 1u);
         // Parameter 2 is not bound any more.
-        EXPECT_NE(Catch([&] { statement->Execute(); }).message.find("Values were not provided"), std::string::npos);
+        EXPECT_NE(Catch([&] { statement->Execute(); }).message.find("Values were not provided"),
+                  std::string::npos);
         item.bind(*statement, 2);
         EXPECT_EQ(Catch([&] { statement->Execute(); }), Thrown{});
 
@@ -415,7 +443,8 @@ TEST_F(TypedBindsTest, TheLengthOfATextIsThatOfItsUtf8Bytes) {
 }
 
 TEST_F(TypedBindsTest, NulCharactersInATextArrive) {
-    auto statement = Prepared("INSERT INTO seen SELECT length($1), CAST($1 = 'a' || chr(0) || 'b' AS VARCHAR)");
+    auto statement =
+        Prepared("INSERT INTO seen SELECT length($1), CAST($1 = 'a' || chr(0) || 'b' AS VARCHAR)");
     statement->BindVarchar(1, String(std::u16string(u"a\0b", 3)));
     statement->Execute();
     EXPECT_EQ(Direct("SELECT * FROM seen"), (Table{{"3", "true"}}));
