@@ -4,12 +4,10 @@
 
 #include <array>
 #include <cstdlib>
-#include <stdexcept>
 #include <string_view>
 #include <utility>
 
 #include "duckdb_plain/engine_files.h"
-#include "duckdb_plain/holders.h"
 
 namespace mduckdb {
 namespace {
@@ -116,13 +114,21 @@ void PrivateEngine::Connect(const char* failure_text) {
     }
 }
 
-duckdb_result PrivateEngine::Query(const std::string& sql) {
+bool PrivateEngine::TryQuery(const std::string& sql, duckdb_plain::ResultHolder& result) {
+    return duckdb_query(connection_, sql.c_str(), result.Receive()) == DuckDBSuccess;
+}
+
+duckdb_plain::ResultHolder PrivateEngine::Query(const std::string& sql) {
     duckdb_plain::ResultHolder result;
-    if (duckdb_query(connection_, sql.c_str(), result.Receive()) != DuckDBSuccess) {
-        const char* error = duckdb_result_error(result.get());
-        throw std::runtime_error(error != nullptr ? error : "DuckDB query failed.");
+    if (!TryQuery(sql, result)) {
+        throw QueryError(*result.get());
     }
-    return result.Detach();
+    return result;
+}
+
+std::runtime_error QueryError(duckdb_result& result) {
+    const char* text = duckdb_result_error(&result);
+    return std::runtime_error(text != nullptr ? text : "DuckDB query failed.");
 }
 
 }  // namespace mduckdb

@@ -2,7 +2,10 @@
 
 #include <duckdb.h>
 
+#include <stdexcept>
 #include <string>
+
+#include "duckdb_plain/holders.h"
 
 namespace mduckdb {
 
@@ -21,8 +24,10 @@ class PrivateEngine {
     PrivateEngine& operator=(const PrivateEngine&) = delete;
     ~PrivateEngine();
 
-    /** Runs the text to the end; throws with DuckDB's text when it fails. The result is the caller's. */
-    duckdb_result Query(const std::string& sql);
+    /** Runs the text to the end; throws with DuckDB's text when it fails. */
+    duckdb_plain::ResultHolder Query(const std::string& sql);
+    /** Whether it worked; the result holds the rows or DuckDB's error. */
+    bool TryQuery(const std::string& sql, duckdb_plain::ResultHolder& result);
 
   private:
     PrivateEngine() = default;
@@ -35,6 +40,9 @@ class PrivateEngine {
     duckdb_database database_ = nullptr;
     duckdb_connection connection_ = nullptr;
 };
+
+/** The error of a failed query, with DuckDB's text if it has one. */
+std::runtime_error QueryError(duckdb_result& result);
 
 /** The path of the database file that DuckDB means by the text: without the prefix that names the kind of
     database, without the scheme of a file URL and with the home folder in place of a tilde. Empty for a text

@@ -28,6 +28,14 @@ std::string Quote(std::string_view text, char quote) {
     return quoted;
 }
 
+bool NeedsCast(std::int32_t duckdb_type) noexcept {
+    return NormalizeDuckDBType(duckdb_type) != duckdb_type;
+}
+
+std::string Cast(const std::string& identifier, std::int32_t duckdb_type) {
+    return "CAST(" + identifier + " AS " + DuckDBTypeName(NormalizeDuckDBType(duckdb_type)) + ")";
+}
+
 }  // namespace
 
 std::string_view Trim(std::string_view text) noexcept {
@@ -100,11 +108,13 @@ std::string ReadParquetCall(std::string_view uri) {
 
 std::string SelectItem(std::string_view column_name, std::int32_t duckdb_type) {
     const std::string identifier = QuoteIdentifier(column_name);
-    const std::int32_t target = NormalizeDuckDBType(duckdb_type);
-    if (target == duckdb_type) {
-        return identifier;
-    }
-    return "CAST(" + identifier + " AS " + DuckDBTypeName(target) + ") AS " + identifier;
+    return NeedsCast(duckdb_type) ? Cast(identifier, duckdb_type) + " AS " + identifier : identifier;
+}
+
+std::string ForgivingSelectItem(std::string_view column_name, std::int32_t duckdb_type) {
+    const std::string identifier = QuoteIdentifier(column_name);
+    return NeedsCast(duckdb_type) ? "TRY(" + Cast(identifier, duckdb_type) + ") AS " + identifier
+                                  : identifier;
 }
 
 std::string WhereClause(std::string_view condition) {

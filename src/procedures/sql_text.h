@@ -36,6 +36,9 @@ std::string ReadParquetCall(std::string_view uri);
     directly: the bare column when the type code is such a one, else a cast. */
 std::string SelectItem(std::string_view column_name, std::int32_t duckdb_type);
 
+/** The same, but a cell that cannot be cast becomes NULL and does not end the query. Slower where one is. */
+std::string ForgivingSelectItem(std::string_view column_name, std::int32_t duckdb_type);
+
 /** " WHERE " and the condition as it stands, or nothing for a blank one. */
 std::string WhereClause(std::string_view condition);
 

@@ -1,0 +1,16 @@
+# cmake -DNM=... -DMODULE=... -P check_exports.cmake: fails unless the module exports exactly its two functions.
+execute_process(COMMAND ${NM} -D --defined-only --format=posix ${MODULE}
+    OUTPUT_VARIABLE _output COMMAND_ERROR_IS_FATAL ANY)
+string(REGEX REPLACE "[\r\n]+" ";" _lines "${_output}")
+set(_found)
+foreach(_line IN LISTS _lines)
+    if(_line MATCHES "^([^ ]+) ")
+        list(APPEND _found ${CMAKE_MATCH_1})
+    endif()
+endforeach()
+list(SORT _found)
+set(_expected mirona_extension_bind_api mirona_extension_init)
+if(NOT "${_found}" STREQUAL "${_expected}")
+    message(FATAL_ERROR "${MODULE} exports '${_found}', not '${_expected}'")
+endif()
+message(STATUS "exports: ${_found}")

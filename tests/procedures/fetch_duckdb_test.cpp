@@ -1,0 +1,125 @@
+#include <duckdb.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <string>
+
+#include "duckdb_plain/engine_files.h"
+#include "fake_host.h"
+#include "procedures/handlers.h"
+#include "procedures/private_engine.h"
+
+namespace mduckdb::testing {
+namespace {
+
+using duckdb_plain::EngineFiles;
+using ::testing::ElementsAre;
+
+/** A folder with a database of one table, `items`, with the numbers 1 and 2. */
+class FetchDuckDBTest : public ::testing::Test {
+  protected:
+    FetchDuckDBTest() {
+        std::string pattern = (std::filesystem::temp_directory_path() / "fetch_duckdb.XXXXXX").string();
+        folder_ = mkdtemp(pattern.data());
+        file_ = folder_ + "/a.db";
+        Run(file_, "CREATE TABLE items AS SELECT unnest([1, 2]) AS id");
+    }
+    ~FetchDuckDBTest() override { std::filesystem::remove_all(folder_); }
+
+    static void Run(const std::string& file, const char* sql) {
+        duckdb_database database = nullptr;
+        duckdb_connection connection = nullptr;
+        ASSERT_EQ(DuckDBSuccess, duckdb_open(file.c_str(), &database));
+        ASSERT_EQ(DuckDBSuccess, duckdb_connect(database, &connection));
+        EXPECT_EQ(DuckDBSuccess, duckdb_query(connection, sql, nullptr)) << sql;
+        duckdb_disconnect(&connection);
+        duckdb_close(&database);
+    }
+
+    bool Fetch(const std::string& uri) {
+        host_.reports.clear();
+        return host_.Call<FetchDuckDB>({host_.Text(uri), host_.Text("items")}) != nullptr;
+    }
+
+    std::string folder_;
+    std::string file_;
+    FakeHost host_;
+};
+
+TEST_F(FetchDuckDBTest, RefusesAFileThatThisProcessHoldsForWriting) {
+    ASSERT_TRUE(EngineFiles::Get().TryHold(file_, EngineFiles::Access::writing));
+    for (const std::string& uri : {file_, folder_ + "/./a.db", "file:" + file_, "file://" + file_,
+                                   "file://localhost" + file_, "duckdb:" + file_, "DuckDB:" + file_}) {
+        EXPECT_FALSE(Fetch(uri)) << uri;
+        EXPECT_THAT(host_.reports, ElementsAre("Unable to open DuckDB database.")) << uri;
+    }
+    EngineFiles::Get().CancelHold(file_, EngineFiles::Access::writing);
+    EXPECT_TRUE(Fetch(file_));
+}
+
+TEST_F(FetchDuckDBTest, LetsTheFileGoWhenTheCursorIsClosed) {
+    ASSERT_TRUE(Fetch(file_));
+    EXPECT_TRUE(EngineFiles::Get().IsInUse(file_));
+    host_.CloseCursor();
+    EXPECT_FALSE(EngineFiles::Get().IsInUse(file_));
+    EXPECT_EQ(0u, EngineFiles::Get().get_IdleCount());
+}
+
+TEST_F(FetchDuckDBTest, LetsTheFileGoWhenTheCallFails) {
+    EXPECT_EQ(nullptr, host_.Call<FetchDuckDB>({host_.Text(file_), host_.Text("nothing")}));
+    EXPECT_FALSE(EngineFiles::Get().IsInUse(file_));
+    EXPECT_FALSE(Fetch(folder_ + "/missing.db"));
+    EXPECT_FALSE(EngineFiles::Get().IsInUse(folder_ + "/missing.db"));
+    EXPECT_FALSE(std::filesystem::exists(folder_ + "/missing.db"));
+}
+
+TEST_F(FetchDuckDBTest, TakesTheEngineOfACursorThatWasClosedBeforeAnother) {
+    FakeHost other;  // calls go through its table from now on; both tables are alike
+    ASSERT_NE(nullptr, other.Call<FetchDuckDB>({other.Text(file_), other.Text("items")}));
+    ASSERT_TRUE(Fetch(file_));
+    host_.CloseCursor();
+    EXPECT_EQ(1u, EngineFiles::Get().get_IdleCount());
+    ASSERT_TRUE(Fetch(file_));
+    EXPECT_EQ(0u, EngineFiles::Get().get_IdleCount());
+    host_.CloseCursor();
+    other.CloseCursor();
+    EXPECT_FALSE(EngineFiles::Get().IsInUse(file_));
+}
+
+TEST_F(FetchDuckDBTest, SeesWhatWasWrittenBetweenTwoCalls) {
+    ASSERT_TRUE(Fetch(file_));
+    EXPECT_EQ(2u, host_.cursor.row_count(host_.cursor.state));
+    host_.CloseCursor();
+    Run(file_, "INSERT INTO items VALUES (3)");
+    ASSERT_TRUE(Fetch(file_));
+    EXPECT_EQ(3u, host_.cursor.row_count(host_.cursor.state));
+}
+
+TEST_F(FetchDuckDBTest, ReadsFilesWithBlanksQuotesAndUmlautsInTheirNames) {
+    const std::string odd = folder_ + "/it's a \xC3\xBC b.db";
+    std::filesystem::copy_file(file_, odd);
+    EXPECT_TRUE(Fetch(odd));
+}
+
+TEST_F(FetchDuckDBTest, FindsNoTableInMemory) {
+    EXPECT_FALSE(Fetch(":memory:"));
+    ASSERT_EQ(1u, host_.reports.size());
+    EXPECT_THAT(host_.reports[0], ::testing::HasSubstr("items"));
+}
+
+TEST(DatabaseFilePath, IsThePathThatDuckDBOpens) {
+    EXPECT_EQ("/a/b.db", DatabaseFilePath("/a/b.db"));
+    EXPECT_EQ("/a/b.db", DatabaseFilePath("file:/a/b.db"));
+    EXPECT_EQ("/a/b.db", DatabaseFilePath("file:///a/b.db"));
+    EXPECT_EQ("/a/b.db", DatabaseFilePath("file://localhost/a/b.db"));
+    EXPECT_EQ("/a/b.db", DatabaseFilePath("duckdb:/a/b.db"));
+    EXPECT_EQ("a.db", DatabaseFilePath("a.db"));
+    EXPECT_EQ("file:a.db", DatabaseFilePath("file:a.db"));
+    EXPECT_EQ("", DatabaseFilePath(std::string("a.db\0x", 6)));
+}
+
+}  // namespace
+}  // namespace mduckdb::testing
