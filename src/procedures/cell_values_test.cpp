@@ -51,9 +51,8 @@ TEST_F(CellReaderTest, ABooleanIsZeroOrOneWhateverTheByte) {
 }
 
 TEST_F(CellReaderTest, ATimestampIsPackedAsDuckDBSplitsIt) {
-    for (const std::int64_t micros :
-         {std::int64_t{0}, std::int64_t{-1}, std::int64_t{1'710'508'455'678'901}, -kDay, -kDay - 1, kMax - 1,
-          -(kMax / kDay) * kDay}) {
+    for (const std::int64_t micros : {std::int64_t{0}, std::int64_t{-1}, std::int64_t{1'710'508'455'678'901},
+                                      -kDay, -kDay - 1, kMax - 1, -(kMax / kDay) * kDay}) {
         const duckdb_timestamp_struct parts = duckdb_from_timestamp({micros});
         const auto date = static_cast<std::uint32_t>(parts.date.year) << 9 |
                           static_cast<std::uint32_t>(parts.date.month) << 5 |
@@ -62,7 +61,8 @@ TEST_F(CellReaderTest, ATimestampIsPackedAsDuckDBSplitsIt) {
                           static_cast<std::uint32_t>(parts.time.min) << 21 |
                           static_cast<std::uint32_t>(parts.time.sec) << 15 |
                           static_cast<std::uint32_t>(parts.time.micros / 1000);
-        EXPECT_EQ(std::to_string(std::uint64_t{date} << 32 | time), Read(DUCKDB_TYPE_TIMESTAMP, micros)) << micros;
+        EXPECT_EQ(std::to_string(std::uint64_t{date} << 32 | time), Read(DUCKDB_TYPE_TIMESTAMP, micros))
+            << micros;
     }
 }
 
@@ -124,8 +124,8 @@ TEST(ChooseCellReader, ReadsADecimalAsADoubleWhereItsNumberIsAsWideAsOne) {
     FakeHost host;
     const std::int64_t memory[4]{};
     const auto is_readable = [&](std::int32_t internal) {
-        return ChooseCellReader(DUCKDB_TYPE_DOUBLE, GetCellStorage(internal))(host.get_Api(), host.get_Call(), memory,
-                                                                             0) != nullptr;
+        return ChooseCellReader(DUCKDB_TYPE_DOUBLE, GetCellStorage(internal))(host.get_Api(), host.get_Call(),
+                                                                              memory, 0) != nullptr;
     };
     EXPECT_FALSE(is_readable(DUCKDB_TYPE_SMALLINT));
     EXPECT_FALSE(is_readable(DUCKDB_TYPE_INTEGER));

@@ -62,9 +62,10 @@ TEST(PackTime, PutsMillisecondsSecondMinuteAndHourFromTheLowestBitUp) {
 }
 
 TEST(IsTimeOfDay, AgreesWithTheGuardOfTheCursors) {
-    for (const std::int64_t micros : {std::int64_t{0}, std::int64_t{1}, std::int64_t{-1}, kMicrosPerDay - 1, kMicrosPerDay,
-                                      kMicrosPerDay + 1, std::numeric_limits<std::int64_t>::max(),
-                                      std::numeric_limits<std::int64_t>::min()}) {
+    for (const std::int64_t micros :
+         {std::int64_t{0}, std::int64_t{1}, std::int64_t{-1}, kMicrosPerDay - 1, kMicrosPerDay,
+          kMicrosPerDay + 1, std::numeric_limits<std::int64_t>::max(),
+          std::numeric_limits<std::int64_t>::min()}) {
         EXPECT_EQ(duckdb_plain::IsValidTime(micros), IsTimeOfDay(micros)) << micros;
     }
 }

@@ -56,7 +56,8 @@ TEST(RunQuery, ThrowsDuckDBsTextOfTheProbeOrOfTheRun) {
         }
     };
     EXPECT_THAT(error_of("SELECT nope"), ::testing::StartsWith("Binder Error"));
-    EXPECT_THAT(error_of("SELECT error('at run time') AS e FROM range(3)"), ::testing::HasSubstr("at run time"));
+    EXPECT_THAT(error_of("SELECT error('at run time') AS e FROM range(3)"),
+                ::testing::HasSubstr("at run time"));
     EXPECT_FALSE(host.has_cursor);
 }
 

@@ -14,13 +14,46 @@ constexpr std::int32_t kSmallest = std::numeric_limits<std::int32_t>::min();
 constexpr std::int32_t kLargest = std::numeric_limits<std::int32_t>::max();
 
 TEST(DuckDBTypeName, IsTheEnumerationNameOfEveryCodeFrom0To39) {
-    const std::vector<std::string> names{
-        "INVALID",    "BOOLEAN",        "TINYINT",         "SMALLINT",  "INTEGER",     "BIGINT",       "UTINYINT",
-        "USMALLINT",  "UINTEGER",       "UBIGINT",         "FLOAT",     "DOUBLE",      "TIMESTAMP",    "DATE",
-        "TIME",       "INTERVAL",       "HUGEINT",         "VARCHAR",   "BLOB",        "DECIMAL",      "TIMESTAMP_S",
-        "TIMESTAMP_MS", "TIMESTAMP_NS", "ENUM",            "LIST",      "STRUCT",      "MAP",          "UUID",
-        "UNION",      "BIT",            "TIME_TZ",         "TIMESTAMP_TZ", "UHUGEINT", "ARRAY",        "ANY",
-        "BIGNUM",     "SQLNULL",        "STRING_LITERAL",  "INTEGER_LITERAL", "TIME_NS"};
+    const std::vector<std::string> names{"INVALID",
+                                         "BOOLEAN",
+                                         "TINYINT",
+                                         "SMALLINT",
+                                         "INTEGER",
+                                         "BIGINT",
+                                         "UTINYINT",
+                                         "USMALLINT",
+                                         "UINTEGER",
+                                         "UBIGINT",
+                                         "FLOAT",
+                                         "DOUBLE",
+                                         "TIMESTAMP",
+                                         "DATE",
+                                         "TIME",
+                                         "INTERVAL",
+                                         "HUGEINT",
+                                         "VARCHAR",
+                                         "BLOB",
+                                         "DECIMAL",
+                                         "TIMESTAMP_S",
+                                         "TIMESTAMP_MS",
+                                         "TIMESTAMP_NS",
+                                         "ENUM",
+                                         "LIST",
+                                         "STRUCT",
+                                         "MAP",
+                                         "UUID",
+                                         "UNION",
+                                         "BIT",
+                                         "TIME_TZ",
+                                         "TIMESTAMP_TZ",
+                                         "UHUGEINT",
+                                         "ARRAY",
+                                         "ANY",
+                                         "BIGNUM",
+                                         "SQLNULL",
+                                         "STRING_LITERAL",
+                                         "INTEGER_LITERAL",
+                                         "TIME_NS"};
     ASSERT_EQ(40u, names.size());
     for (std::int32_t code = 0; code < 40; ++code) {
         EXPECT_EQ(names[static_cast<std::size_t>(code)], DuckDBTypeName(code));
@@ -51,14 +84,15 @@ TEST(NormalizeDuckDBType, TakesDecimalsTimestampsAndTimesForTheirPlainKind) {
 }
 
 TEST(NormalizeDuckDBType, TakesEverythingElseForText) {
-    for (const std::int32_t code :
-         {0, 15, 16, 23, 24, 25, 26, 27, 28, 29, 32, 33, 34, 35, 36, 37, 38, 40, 41, 42, -1, kSmallest, kLargest}) {
+    for (const std::int32_t code : {0,  15, 16, 23, 24, 25, 26, 27, 28, 29,        32,      33,
+                                    34, 35, 36, 37, 38, 40, 41, 42, -1, kSmallest, kLargest}) {
         EXPECT_EQ(17, NormalizeDuckDBType(code)) << code;
     }
 }
 
 TEST(HostTypeOfDuckDBType, FollowsTheKindOfTheType) {
-    const std::vector<std::int32_t> expected{10, 2, 7, 7, 7, 7, 12, 12, 12, 12, 6, 6, 5, 4, 11, 10, 10, 10, 3, 10};
+    const std::vector<std::int32_t> expected{10, 2, 7, 7, 7,  7,  12, 12, 12, 12,
+                                             6,  6, 5, 4, 11, 10, 10, 10, 3,  10};
     for (std::size_t code = 0; code < expected.size(); ++code) {
         EXPECT_EQ(expected[code], HostTypeOfDuckDBType(static_cast<std::int32_t>(code))) << code;
     }
@@ -68,8 +102,8 @@ TEST(HostTypeOfDuckDBType, FollowsTheKindOfTheType) {
 }
 
 TEST(HostTypeName, KnowsTheHostsWholeRange) {
-    const std::vector<std::string> names{"unknown", "array", "bool", "binary", "date", "datetime", "double", "int64",
-                                         "money",   "null",  "text", "time",   "uint64", "variant"};
+    const std::vector<std::string> names{"unknown", "array", "bool", "binary", "date", "datetime", "double",
+                                         "int64",   "money", "null", "text",   "time", "uint64",   "variant"};
     for (std::size_t code = 0; code < names.size(); ++code) {
         EXPECT_EQ(names[code], HostTypeName(static_cast<std::int32_t>(code)));
     }

@@ -27,11 +27,11 @@ TEST(Registration, ReportsEachRefusalInOrderAfterTheExtensionIsInstalled) {
     host.register_status = 1;
     nbx::mrsql::SetDuckDBExtension({});
     mirona_extension_init(host.get_Call());
-    EXPECT_THAT(host.reports, ElementsAre("Cannot register fetch_parquet procedure.",
-                                          "Cannot register parquet_schema procedure.",
-                                          "Cannot register parquet_metadata procedure.",
-                                          "Cannot register parquet_count procedure.",
-                                          "Cannot register fetch_duckdb procedure."));
+    EXPECT_THAT(
+        host.reports,
+        ElementsAre("Cannot register fetch_parquet procedure.", "Cannot register parquet_schema procedure.",
+                    "Cannot register parquet_metadata procedure.", "Cannot register parquet_count procedure.",
+                    "Cannot register fetch_duckdb procedure."));
     EXPECT_TRUE(host.had_extension_at_report);
     nbx::mrsql::SetDuckDBExtension({});
 }
