@@ -1,16 +1,15 @@
 #include "duckdb_plain/cell_reader.h"
 
-#include <array>
 #include <duckdb/common/operator/cast_operators.hpp>
 #include <duckdb/common/operator/string_cast.hpp>
 #include <duckdb/common/type_visitor.hpp>
 #include <duckdb/common/types/data_chunk.hpp>
-#include <duckdb/common/types/hugeint.hpp>
 #include <duckdb/common/types/vector.hpp>
 #include <duckdb/common/vector_operations/vector_operations.hpp>
 #include <type_traits>
 #include <vector>
 
+#include "duckdb_plain/decimal_double.h"
 #include "duckdb_plain/plain_functions.h"
 #include "duckdb_plain/value_guard.h"
 
@@ -25,37 +24,6 @@ namespace {
 
 /** Texts that DuckDB formats go into its vectors, which only grow; one is renewed after so many bytes. */
 constexpr idx_t kScratchBytes = idx_t{64} * 1024;
-
-constexpr auto kPowersOfTen = [] {
-    std::array<int64_t, 19> powers{};
-    int64_t power = 1;
-    for (auto& entry : powers) {
-        entry = power;
-        power *= entry < 1'000'000'000'000'000'000 ? 10 : 0;
-    }
-    return powers;
-}();
-
-constexpr double kDoublePowersOfTen[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,
-                                         1e10, 1e11, 1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19,
-                                         1e20, 1e21, 1e22, 1e23, 1e24, 1e25, 1e26, 1e27, 1e28, 1e29,
-                                         1e30, 1e31, 1e32, 1e33, 1e34, 1e35, 1e36, 1e37, 1e38};
-
-bool IsExactDouble(int64_t number) noexcept {
-    constexpr int64_t kLargestExact = int64_t{1} << 53;
-    return number >= -kLargestExact && number <= kLargestExact;
-}
-
-/** The double that DuckDB's cast gives, to the last bit: it divides once when the number fits a double,
-    and otherwise adds the whole part and the fraction. */
-double DecimalToDouble(int64_t number, uint8_t scale) noexcept {
-    if (IsExactDouble(number) || scale == 0) {
-        return static_cast<double>(number) / kDoublePowersOfTen[scale];
-    }
-    const int64_t power = kPowersOfTen[scale];
-    return static_cast<double>(number / power) +
-           static_cast<double>(number % power) / kDoublePowersOfTen[scale];
-}
 
 struct Scratch;
 struct Column;
@@ -246,30 +214,18 @@ Cell MakeDouble(double number) noexcept {
 template <class T>
 Cell ReadDecimal(const Column& column, Scratch&, idx_t row) {
     const int64_t number = column.Get<T>(row);
-    const int64_t bound = kPowersOfTen[column.width];
-    if (number <= -bound || number >= bound) {
+    if (!IsValidNarrowDecimal(column.width, number)) {
         return MakeBytes(Cell::Kind::text, {});
     }
     return MakeDouble(DecimalToDouble(number, column.scale));
 }
 
 Cell ReadWideDecimal(const Column& column, Scratch&, idx_t row) {
-    const auto number = column.Get<duckdb::hugeint_t>(row);
-    if (!IsValidDecimal(column.width, column.scale, {number.lower, number.upper})) {
+    const auto number = column.Get<duckdb_hugeint>(row);
+    if (!IsValidDecimal(column.width, column.scale, number)) {
         return MakeBytes(Cell::Kind::text, {});
     }
-    int64_t narrow = 0;
-    if (duckdb::Hugeint::TryCast(number, narrow) && IsExactDouble(narrow)) {
-        return MakeDouble(static_cast<double>(narrow) / kDoublePowersOfTen[column.scale]);
-    }
-    if (column.scale == 0) {
-        return MakeDouble(duckdb::Hugeint::Cast<double>(number));
-    }
-    duckdb::hugeint_t rest;
-    const duckdb::hugeint_t whole =
-        duckdb::Hugeint::DivMod(number, duckdb::Hugeint::POWERS_OF_TEN[column.scale], rest);
-    return MakeDouble(duckdb::Hugeint::Cast<double>(whole) +
-                      duckdb::Hugeint::Cast<double>(rest) / kDoublePowersOfTen[column.scale]);
+    return MakeDouble(WideDecimalToDouble(number, column.scale));
 }
 
 struct TypeReader {
