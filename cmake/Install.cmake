@@ -1,0 +1,75 @@
+# The installed tree. It works from wherever it stands: programs and libraries find each other by $ORIGIN,
+# the CMake and pkg-config files by their own place.
+#
+#   bin/mduckdb-host
+#   lib/libmshared.so*            the host foundation
+#   lib/mduckdb/                  both modules, and the DuckDB library that they are built on
+#   include/nbx, include/mirona   headers of the foundation and of the function table
+#   lib/cmake, lib/pkgconfig, share/man, share/bash-completion, share/doc
+include(GNUInstallDirs)
+include(CMakePackageConfigHelpers)
+
+# A multiarch folder would break the relative paths between packages and tree.
+set(MDUCKDB_LIBDIR lib)
+set(MDUCKDB_MODULEDIR ${MDUCKDB_LIBDIR}/mduckdb)
+
+set_target_properties(mduckdb mduckdb_casts PROPERTIES INSTALL_RPATH "$ORIGIN:$ORIGIN/..")
+set_target_properties(mshared PROPERTIES INSTALL_RPATH "")
+
+install(TARGETS mshared EXPORT mshared-targets
+    LIBRARY DESTINATION ${MDUCKDB_LIBDIR}
+    INCLUDES DESTINATION include)
+install(DIRECTORY mshared/include/ DESTINATION include FILES_MATCHING PATTERN "*.h")
+install(TARGETS mduckdb mduckdb_casts EXPORT mduckdb-targets
+    LIBRARY DESTINATION ${MDUCKDB_MODULEDIR})
+install(FILES ${DuckDB_LIBRARY} DESTINATION ${MDUCKDB_MODULEDIR})
+if(MDUCKDB_HOST)
+    set_target_properties(mduckdb-host PROPERTIES INSTALL_RPATH "$ORIGIN/../${MDUCKDB_LIBDIR}")
+    install(TARGETS mduckdb-host RUNTIME DESTINATION bin)
+    install(FILES docs/mduckdb-host.1 DESTINATION share/man/man1 OPTIONAL)
+    install(FILES host/completions/mduckdb-host.bash
+        DESTINATION share/bash-completion/completions RENAME mduckdb-host OPTIONAL)
+endif()
+
+# find_package(mshared) gives mshared::mshared; find_package(mduckdb) the modules' files as mduckdb::mduckdb
+# and mduckdb::mduckdb_casts.
+foreach(package IN ITEMS mshared mduckdb)
+    set(destination ${MDUCKDB_LIBDIR}/cmake/${package})
+    install(EXPORT ${package}-targets NAMESPACE ${package}:: DESTINATION ${destination})
+    configure_package_config_file(cmake/package/${package}-config.cmake.in
+        ${PROJECT_BINARY_DIR}/package/${package}-config.cmake
+        INSTALL_DESTINATION ${destination} NO_SET_AND_CHECK_MACRO)
+    write_basic_package_version_file(${PROJECT_BINARY_DIR}/package/${package}-config-version.cmake
+        COMPATIBILITY SameMinorVersion)
+    install(FILES ${PROJECT_BINARY_DIR}/package/${package}-config.cmake
+                  ${PROJECT_BINARY_DIR}/package/${package}-config-version.cmake
+        DESTINATION ${destination})
+endforeach()
+configure_file(cmake/package/mshared.pc.in ${PROJECT_BINARY_DIR}/package/mshared.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/package/mshared.pc DESTINATION ${MDUCKDB_LIBDIR}/pkgconfig)
+
+install(FILES README.md CHANGELOG.md DESTINATION share/doc/mduckdb)
+install(FILES LICENSE DESTINATION share/doc/mduckdb OPTIONAL)
+cmake_path(GET DuckDB_INCLUDE_DIR PARENT_PATH _duckdb_home)
+install(FILES ${_duckdb_home}/LICENSE DESTINATION share/doc/mduckdb RENAME LICENSE.duckdb OPTIONAL)
+
+set(CPACK_PACKAGE_NAME mduckdb)
+set(CPACK_PACKAGE_VENDOR "mduckdb")
+set(CPACK_PACKAGE_CONTACT "mduckdb maintainers <mduckdb@localhost>")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "DuckDB for the Mirona database server")
+set(CPACK_PACKAGE_DESCRIPTION
+    "An extension module through which the SQL of the Mirona database server reaches DuckDB and Parquet \
+files, the foundation library that it is built on, and a small host for the terminal.")
+set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
+set(CPACK_PACKAGE_FILE_NAME ${PROJECT_NAME}-${PROJECT_VERSION}-linux-${CMAKE_SYSTEM_PROCESSOR})
+set(CPACK_GENERATOR TGZ DEB)
+set(CPACK_STRIP_FILES ON)
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SECTION database)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}/lib)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
+set(CPACK_PROJECT_CONFIG_FILE ${PROJECT_SOURCE_DIR}/cmake/package/cpack.cmake)
+include(CPack)

@@ -1,0 +1,242 @@
+/* A host on mshared: databases, scripts, parameters, both kinds of cursor, the classes of error, an
+   interruption from a second thread, backup and restore.
+
+     host-cpp FOLDER [MODULE]      FOLDER is for the files that it makes */
+
+#include <dlfcn.h>
+#include <mirona/extension_api.h>
+#include <nbx/exception.h>
+#include <nbx/hooks.h>
+#include <nbx/location.h>
+#include <nbx/mrsql/duckdb_extension.h>
+#include <nbx/mrsql/registry.h>
+#include <nbx/value.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstring>
+#include <iostream>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <thread>
+
+#ifndef DEFAULT_MODULE
+#define DEFAULT_MODULE "libmduckdb.so"
+#endif
+
+namespace {
+
+using nbx::smart_ptr;
+using nbx::String;
+using namespace nbx::mrsql;
+
+String FromUtf8(std::string_view text) {
+    return String(text.data(), static_cast<std::ptrdiff_t>(text.size()));
+}
+
+std::string ToUtf8(const String& text) {
+    return nbx::StFromUTF16(text, nbx::GetConverter_UTF8()).Take();
+}
+
+// This host has no SQL of its own, so its function table takes the registrations and offers nothing else.
+
+void UnusedPosition() {
+    std::cerr << "The module called a position of the function table that is not in use.\n";
+}
+
+uint32_t AcceptProcedure(mirona_host /*host*/, const mirona_procedure_def* /*def*/) {
+    return 0;
+}
+
+void PrintError(void* /*call_or_host*/, const char* text, uint64_t length) {
+    std::cerr << std::string_view(text, length) << '\n';
+}
+
+const mirona_extension_api& GetTable() {
+    static const mirona_extension_api gTable = [] {
+        mirona_extension_api table;
+        void (*positions[sizeof table / sizeof(void (*)())])();
+        for (auto& position : positions) {
+            position = &UnusedPosition;
+        }
+        std::memcpy(&table, positions, sizeof table);
+        table.register_procedure = &AcceptProcedure;
+        table.report_error = &PrintError;
+        return table;
+    }();
+    return gTable;
+}
+
+/** The module's root object. The module stays loaded: objects made by it may live to the end. */
+smart_ptr<I_DuckDBExtension> LoadModule(const char* file) {
+    void* const module = dlopen(file, RTLD_NOW | RTLD_LOCAL);
+    if (module == nullptr) {
+        throw std::runtime_error(dlerror());
+    }
+    const auto bind_api =
+        reinterpret_cast<decltype(&mirona_extension_bind_api)>(dlsym(module, "mirona_extension_bind_api"));
+    const auto init =
+        reinterpret_cast<decltype(&mirona_extension_init)>(dlsym(module, "mirona_extension_init"));
+    if (bind_api == nullptr || init == nullptr) {
+        throw std::runtime_error(std::string(file) + " is no extension module");
+    }
+    bind_api(&GetTable());
+    init(nullptr);
+    smart_ptr<I_DuckDBExtension> extension = GetDuckDBExtension();
+    if (!extension) {
+        throw std::runtime_error("the module refused to start");
+    }
+    return extension;
+}
+
+smart_ptr<nbx::ValueRow> MakeRow(int64_t number, std::string_view text) {
+    auto row = nbx::MakeObject<nbx::ValueRow>();
+    row->Append(smart_ptr<nbx::I_Value>(nbx::CreateValueLLong(true, &number, nullptr)));
+    row->Append(smart_ptr<nbx::I_Value>(nbx::CreateValueString(true, &text, nullptr)));
+    return row;
+}
+
+void RunScript(I_DuckDBDatabase& database) {
+    const int64_t changed = database.SqlExecute(
+        FromUtf8(
+            "CREATE TABLE city (id BIGINT, name VARCHAR); INSERT INTO city VALUES (1, 'Bern'), (2, 'Wien');"),
+        nullptr);
+    std::cout << "script: " << changed << " rows changed\n";
+}
+
+void BindParameters(I_DuckDBDatabase& database) {
+    const auto statement = database.CreateStatement(FromUtf8("INSERT INTO city VALUES (?, ?)"));
+    statement->PrepareNext();
+    statement->put_Parameters(MakeRow(3, "Zürich"));
+    std::cout << "values: " << statement->Execute() << " row changed\n";
+    statement->BindBigInt(1, 4);
+    statement->BindVarchar(2, FromUtf8("Graz"));
+    std::cout << "typed binds: " << statement->Execute() << " row changed\n";
+}
+
+std::string Text(I_DuckDBCursor& cursor, uint32_t column) {
+    return ToUtf8(cursor.get_Value(column)->get_Text());
+}
+
+void ReadRows(I_DuckDBDatabase& database) {
+    const String sql = FromUtf8("SELECT id, name FROM city ORDER BY id");
+    // Forward only: the rows come from DuckDB as they are asked for.
+    const auto stream = database.SqlSelect(sql, kServerCursor, nullptr);
+    std::cout << "server cursor:";
+    while (stream->NextRecord()) {
+        std::cout << ' ' << Text(*stream, 0) << '=' << Text(*stream, 1);
+    }
+    // All rows kept here: moves in any direction.
+    const auto rows = database.SqlSelect(sql, kClientCursor, nullptr);
+    rows->LastRecord();
+    std::cout << "\nclient cursor: " << rows->get_RecordCount() << " rows, the last is " << Text(*rows, 1);
+    rows->put_CurrentRecord(2);
+    std::cout << ", the second " << Text(*rows, 1) << '\n';
+}
+
+/** Runs something that fails, and tells how. The most special class comes first. */
+template <class Action>
+void Report(const char* what, Action action) {
+    std::cout << what << ": ";
+    try {
+        action();
+        std::cout << "no error\n";
+    } catch (const xDuckDBError& error) {
+        std::cout << "xDuckDBError of " << ToUtf8(error.get_DatabasePath()) << ": "
+                  << ToUtf8(error.get_Message()) << '\n';
+    } catch (const nbx::xInterruptError&) {
+        std::cout << "xInterruptError\n";
+    } catch (const nbx::xDBError& error) {
+        std::cout << "xDBError " << std::hex << error.get_Code() << std::dec << '\n';
+    } catch (const nbx::xFeatureError&) {
+        std::cout << "xFeatureError\n";
+    } catch (const nbx::xException& error) {
+        std::cout << "xException " << std::hex << error.get_Code() << std::dec << '\n';
+    }
+}
+
+void ShowErrors(I_DuckDBExtension& extension, I_DuckDBDatabase& database, const String& folder) {
+    Report("usage error",
+           [&] { database.SqlSelect(FromUtf8("CREATE TABLE t (i INT)"), kServerCursor, nullptr); });
+    Report("no location", [&] { extension.CreateDatabase(nullptr); });
+    Report("a folder is no database", [&] { extension.CreateDatabase(nbx::CreateLocation(folder))->Open(); });
+    Report("rows of parameters for a query", [&] {
+        const auto statement = database.CreateStatement(FromUtf8("SELECT ?::BIGINT, ?::VARCHAR"));
+        const auto rows = nbx::MakeObject<nbx::ValueRows>();
+        rows->Append(MakeRow(1, "a"));
+        rows->Append(MakeRow(2, "b"));
+        statement->PrepareNext();
+        statement->put_ParameterRows(rows);
+        statement->OpenCursor(kServerCursor);
+    });
+}
+
+/** A second thread ends what the first one is busy with. */
+void ShowInterruption(I_DuckDBDatabase& database) {
+    gpIsLocalSqlCall_PTR = [] { return true; };
+    std::atomic<bool> is_over = false;
+    std::thread watch([&] {
+        // An interruption that comes before the statement runs finds nothing to end, so it is repeated.
+        while (!is_over) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+            database.Interrupt();
+        }
+    });
+    Report("interrupted", [&] {
+        database.SqlExecute(FromUtf8("SELECT count(*) FROM range(1000000000000) WHERE range % 7 = 3"),
+                            nullptr);
+    });
+    is_over = true;
+    watch.join();
+}
+
+void BackUpAndRestore(I_DuckDBExtension& extension, I_DuckDBDatabase& database,
+                      const nbx::I_Location& folder) {
+    static smart_ptr<nbx::I_Location> gBackup;
+    gCreateBackupLocation = [](const smart_ptr<nbx::I_Location>& parent) {
+        gBackup = nbx::PrepareFolder(parent, "today");
+        return gBackup;
+    };
+    database.Backup(folder.MakeChild(FromUtf8("backups")));
+    const auto copy = extension.RestoreDatabase(folder.MakeChild(FromUtf8("copy.duckdb")), gBackup);
+    gBackup.reset();
+    copy->Open();
+    const auto count = copy->SqlSelect(FromUtf8("SELECT count(*) FROM city"), kClientCursor, nullptr);
+    count->FirstRecord();
+    std::cout << "restored: " << Text(*count, 0) << " rows\n";
+}
+
+void Run(const char* folder_text, const char* module) {
+    nbx::MironaInit3();
+    const auto extension = LoadModule(module);
+    std::cout << "DuckDB " << extension->get_LibraryVersion() << '\n';
+    const auto folder = nbx::CreateLocation(FromUtf8(folder_text));
+    const auto database = extension->CreateDatabase(folder->MakeChild(FromUtf8("cities.duckdb")));
+    database->Create();
+    RunScript(*database);
+    BindParameters(*database);
+    ReadRows(*database);
+    ShowErrors(*extension, *database, folder->get_PathText());
+    ShowInterruption(*database);
+    BackUpAndRestore(*extension, *database, *folder);
+    database->Close();
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc != 2 && argc != 3) {
+        std::cerr << "usage: host-cpp FOLDER [MODULE]\n";
+        return 2;
+    }
+    try {
+        Run(argv[1], argc == 3 ? argv[2] : DEFAULT_MODULE);
+        // The module's objects go while the module's own state is still there.
+        SetDuckDBExtension(nullptr);
+    } catch (const std::exception& error) {
+        std::cerr << "host-cpp: " << error.what() << '\n';
+        return 1;
+    }
+    return 0;
+}
