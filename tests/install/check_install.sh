@@ -64,7 +64,9 @@ config() { PKG_CONFIG_PATH="$tree/lib/pkgconfig" pkg-config "$@" mshared; }
 eval "gcc -std=gnu11 -Wall -Wextra -Werror '$examples/host-c/host.c' -o '$work/c' $(config --cflags) -ldl"
 eval "g++ -std=c++20 -Wall -Wextra -Werror '$examples/host-cpp/host.cpp' -o '$work/cpp' \
     $(config --cflags --libs) -Wl,-rpath,'$tree/lib' -pthread -ldl"
-modules=$(config --variable=moduledir)
+# pkg-config escapes what the shell would take apart.
+modules=
+eval "modules=$(config --variable=moduledir)"
 
 expect "the C example, by CMake" $'42\tx' clean "$work/host-c/host-c" fetch_parquet "$sample"
 expect "the C example, by the compiler" $'42\tx' \
