@@ -8,23 +8,23 @@ namespace {
 constexpr unsigned kGlobalLockTakenSlot = 0;
 constexpr unsigned kDiagnoseThreadSlot = 1;
 
-thread_local std::array<bool, 2> t_flags{};
+thread_local std::array<bool, 2> gThreadFlags{};
 
 // Needs no constructor and no destructor at run time, so it serves before and after everything else.
-constinit Mutex g_engine_lock;
+constinit Mutex gEngineMutex;
 
 }  // namespace
 
 Mutex& GetGlobalEngineLock() noexcept {
-    return g_engine_lock;
+    return gEngineMutex;
 }
 
 bool ThreadFlag::get() const noexcept {
-    return t_flags[slot_];
+    return gThreadFlags[slot_];
 }
 
 void ThreadFlag::put(bool value) const noexcept {
-    t_flags[slot_] = value;
+    gThreadFlags[slot_] = value;
 }
 
 constinit const ThreadFlag gIsGlobalLockTaken(kGlobalLockTakenSlot);

@@ -18,7 +18,7 @@ constexpr mode_t kNewFileMode = 0666;
 
 /** Opens, also when a signal interrupts the system. */
 int OpenDescriptor(const std::string& path, int flags) {
-    int descriptor;
+    int descriptor = -1;
     do {
         // A named pipe must give an error, not wait for somebody at its other end.
         descriptor = ::open(path.c_str(), flags | O_CLOEXEC | O_NONBLOCK, kNewFileMode);

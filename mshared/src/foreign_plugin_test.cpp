@@ -5,15 +5,15 @@
 namespace nbx {
 namespace {
 
-int g_finalized = 0;
-const void* g_xtra_at_end = nullptr;
-void** g_watched = nullptr;
-bool g_was_back_ref_set = false;
+int gFinalized = 0;
+const void* gXtraAtEnd = nullptr;
+void** gWatched = nullptr;
+bool gWasBackRefSet = false;
 
 void Finalize(I_ForeignPlugin* plugin) {
-    ++g_finalized;
-    g_xtra_at_end = plugin->get_Xtra();
-    g_was_back_ref_set = g_watched != nullptr && *g_watched != nullptr;
+    ++gFinalized;
+    gXtraAtEnd = plugin->get_Xtra();
+    gWasBackRefSet = gWatched != nullptr && *gWatched != nullptr;
 }
 
 TEST(ForeignPlugin, StoresTheHostsWords) {
@@ -29,22 +29,22 @@ TEST(ForeignPlugin, StoresTheHostsWords) {
 }
 
 TEST(ForeignPlugin, CallsItsFinaliserOnceAndThenClearsTheBackReference) {
-    g_finalized = 0;
+    gFinalized = 0;
     int word = 0;
     void* back = &word;
-    g_watched = &back;
+    gWatched = &back;
     {
         ForeignPlugin_imp plugin;
         plugin.put_Xtra(&word);
         plugin.put_BackRef(&back);
         plugin.put_Finalize(Finalize);
-        EXPECT_EQ(g_finalized, 0);
+        EXPECT_EQ(gFinalized, 0);
     }
-    EXPECT_EQ(g_finalized, 1);
-    EXPECT_EQ(g_xtra_at_end, &word);
-    EXPECT_TRUE(g_was_back_ref_set);
+    EXPECT_EQ(gFinalized, 1);
+    EXPECT_EQ(gXtraAtEnd, &word);
+    EXPECT_TRUE(gWasBackRefSet);
     EXPECT_EQ(back, nullptr);
-    g_watched = nullptr;
+    gWatched = nullptr;
 }
 
 }  // namespace

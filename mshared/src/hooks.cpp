@@ -15,7 +15,7 @@
 namespace nbx {
 namespace {
 
-std::atomic<bool> g_is_local_cancellation_allowed{true};
+std::atomic<bool> gIsLocalCancellationAllowed{true};
 
 /** Colons are left out, so that the name serves on every file system. */
 std::string TimeName() {
@@ -61,11 +61,11 @@ void MironaInit3() {
 namespace mrsql {
 
 bool IsLocalSqlCancellationAllowed() {
-    return g_is_local_cancellation_allowed.load(std::memory_order_relaxed);
+    return gIsLocalCancellationAllowed.load(std::memory_order_relaxed);
 }
 
 void SetLocalSqlCancellationAllowed(bool is_allowed) {
-    g_is_local_cancellation_allowed.store(is_allowed, std::memory_order_relaxed);
+    gIsLocalCancellationAllowed.store(is_allowed, std::memory_order_relaxed);
 }
 
 bool (*gpIsLocalSqlCall_PTR)() = nullptr;

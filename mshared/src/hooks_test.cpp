@@ -2,7 +2,6 @@
 
 #include <filesystem>
 #include <fstream>
-#include <regex>
 #include <set>
 #include <string>
 #include <thread>
@@ -36,16 +35,23 @@ TEST(MironaInit3, MayBeCalledOftenAndOnAnyThread) {
     std::thread(MironaInit3).join();
 }
 
+/** The text with a 0 for each digit. */
+std::string ShapeOf(std::string text) {
+    for (char& c : text) {
+        c = c >= '0' && c <= '9' ? '0' : c;
+    }
+    return text;
+}
+
 TEST(CreateBackupLocation, MakesANewFolderNamedByTheTimeEachTime) {
     const TemporaryFolder folder;
-    const std::regex name("[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}-[0-9]{2}-[0-9]{2}Z(-[0-9]+)?");
     std::set<std::string> paths;
     for (int i = 0; i < 5; ++i) {
         const auto location = mrsql::gCreateBackupLocation(folder.LocationOf(""));
         const fs::path path = Narrow(location->get_PathText());
         EXPECT_TRUE(fs::is_directory(path));
         EXPECT_EQ(path.parent_path(), folder.get_Path());
-        EXPECT_TRUE(std::regex_match(path.filename().string(), name)) << path;
+        EXPECT_EQ(ShapeOf(path.filename().string()).substr(0, 20), "0000-00-00T00-00-00Z") << path;
         paths.insert(path.string());
     }
     EXPECT_EQ(paths.size(), 5U);

@@ -20,7 +20,7 @@ bool Json::isValid() const noexcept {
 
 String Json::get_JsonValue(const char* key) const {
     const JsonMember* const member = document_->content.Find(key);
-    if (member == nullptr || member->kind == JsonKind::Null) {
+    if (member == nullptr || member->kind == JsonKind::kNull) {
         return {};
     }
     return String(Utf8ToUtf16(member->text));

@@ -16,11 +16,12 @@ class MemberCollector {
   public:
     explicit MemberCollector(JsonMembers& result) : result_(result) {}
 
-    bool null() { return Scalar(JsonKind::Null, "null"); }
-    bool boolean(bool value) { return Scalar(JsonKind::Boolean, value ? "true" : "false"); }
+    // NOLINTBEGIN(readability-identifier-naming): the parser's names
+    bool null() { return Scalar(JsonKind::kNull, "null"); }
+    bool boolean(bool value) { return Scalar(JsonKind::kBoolean, value ? "true" : "false"); }
     bool number_integer(int64_t value) {
         // Only "-0" arrives here as 0; without the sign it is unsigned.
-        return value == 0 ? Scalar(JsonKind::Number, "-0") : Integer(value);
+        return value == 0 ? Scalar(JsonKind::kNumber, "-0") : Integer(value);
     }
     bool number_unsigned(uint64_t value) { return Integer(value); }
     bool number_float(long double /*value*/, const std::string& source) {
@@ -29,11 +30,11 @@ class MemberCollector {
         std::replace_if(
             digits.begin(), digits.end(),
             [](char c) { return (c < '0' || c > '9') && c != '-' && c != '+' && c != 'e' && c != 'E'; }, '.');
-        return Scalar(JsonKind::Number, digits);
+        return Scalar(JsonKind::kNumber, digits);
     }
     bool string(const std::string& text) {
         if (depth_ == 1 && is_object_) {
-            Member(JsonKind::Text).text = text;
+            Member(JsonKind::kText).text = text;
         } else if (Separate()) {
             AppendJsonString(text, target_->text);
         }
@@ -58,6 +59,8 @@ class MemberCollector {
                      const nlohmann::detail::exception& /*e*/) {
         return false;
     }
+
+    // NOLINTEND(readability-identifier-naming)
 
   private:
     JsonMember& Member(JsonKind kind) {
@@ -87,14 +90,14 @@ class MemberCollector {
     bool Integer(T value) {
         char digits[24];
         const char* const end = std::to_chars(digits, digits + sizeof digits, value).ptr;
-        return Scalar(JsonKind::Number, std::string_view(digits, static_cast<std::size_t>(end - digits)));
+        return Scalar(JsonKind::kNumber, std::string_view(digits, static_cast<std::size_t>(end - digits)));
     }
     bool Start(char bracket) {
         if (depth_ == 0) {
             is_object_ = bracket == '{';
             result_.is_object = is_object_;
         } else if (depth_ == 1 && is_object_) {
-            target_ = &Member(JsonKind::Nested);
+            target_ = &Member(JsonKind::kNested);
             target_->text += bracket;
         } else if (Separate()) {
             target_->text += bracket;

@@ -9,7 +9,7 @@
 namespace nbx {
 
 /** Kinds of JSON values, as far as they matter for reading a member. */
-enum class JsonKind { Null, Boolean, Number, Text, Nested };
+enum class JsonKind { kNull, kBoolean, kNumber, kText, kNested };
 
 /** A member of an object: texts decoded, numbers with the digits of the source, the rest as JSON text. */
 struct JsonMember {

@@ -86,7 +86,7 @@ smart_ptr<I_Location> Location_imp::get_Parent() const {
 
 smart_ptr<I_Location> Location_imp::MakeChild(const String& name) const {
     const fs::path component = LastComponent(name);
-    if (component.empty() || component == "." || component == "..") {
+    if (path_.empty() || component.empty() || component == "." || component == "..") {
         const std::string text = Utf16ToUtf8(name.get_View());
         throw xException(kLocationErrorCode, Utf16ToUtf8(text_.get_View()).c_str(), text.c_str(),
                          "Not a name for a file in a folder");

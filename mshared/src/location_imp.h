@@ -35,10 +35,10 @@ class Location_imp final : public I_Location, noncopyable {
 
   private:
     RefCount refs_;
-    const String text_;
+    String text_;
     /** Absolute and normal; empty for the in-memory database and for the empty text. */
-    const std::filesystem::path path_;
-    const String path_text_;
+    std::filesystem::path path_;
+    String path_text_;
     FolderView folder_;
 };
 

@@ -64,6 +64,7 @@ TEST(Location, MakesNoChildWithoutAName) {
     for (const char* const name : {"", "/", "//", ".", "..", "a/.."}) {
         EXPECT_THROW(folder->MakeChild(Wide(name)), xException) << name;
     }
+    EXPECT_THROW(CreateLocation(Wide(":memory:"))->MakeChild(Wide("x")), xException);
 }
 
 TEST(Location, SeesWhatIsThere) {

@@ -42,7 +42,7 @@ struct Cache {
 };
 
 // The library is loaded by its users' link, so its few bytes of thread storage can have a fixed place.
-extern constinit thread_local Cache t_caches[kClassCount] __attribute__((tls_model("initial-exec")));
+extern constinit thread_local Cache gThreadCaches[kClassCount] __attribute__((tls_model("initial-exec")));
 
 /** Refills the thread's cache and gives one object. Throws `std::bad_alloc`. */
 void* AllocateSlowly(std::size_t size_class);
@@ -56,7 +56,7 @@ inline void* Allocate(std::size_t size) {
     if (NBX_POOL_IS_OFF != 0 || size_class == kClassCount) {
         return ::operator new(size);
     }
-    Cache& cache = t_caches[size_class];
+    Cache& cache = gThreadCaches[size_class];
     FreeObject* const object = cache.head;
     if (object == nullptr) {
         return AllocateSlowly(size_class);
@@ -73,7 +73,7 @@ inline void Free(void* memory, std::size_t size) noexcept {
         return;
     }
     auto* const object = static_cast<FreeObject*>(memory);
-    Cache& cache = t_caches[size_class];
+    Cache& cache = gThreadCaches[size_class];
     if (cache.count >= cache.limit) {
         FreeSlowly(size_class, object);
         return;

@@ -42,7 +42,7 @@ class SlabStore : noncopyable {
     /** Takes back the objects at the head of the list that are of one slab; gives the rest of the list. */
     FreeObject* ReturnRun(FreeObject* objects, Slab*& emptied) noexcept NBX_REQUIRES(mutex_);
 
-    const std::size_t object_size_;
+    std::size_t object_size_;
     Mutex mutex_;
     /** First of the slabs with room. */
     Slab* roomy_ NBX_GUARDED_BY(mutex_) = nullptr;

@@ -30,7 +30,7 @@ struct SlabMemory {
 };
 
 // Needs no destructor: the last objects may be released after all others are gone.
-constinit SlabMemory g_memory;
+constinit SlabMemory gSlabMemory;
 
 char* MapAnywhere(std::size_t size) {
     void* const memory = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
@@ -55,37 +55,37 @@ char* MapAligned(std::size_t size) {
 }  // namespace
 
 void* MapSlab() {
-    const MutexLock lock(g_memory.mutex);
-    if (g_memory.kept != nullptr) {
-        KeptSlab* const slab = g_memory.kept;
-        g_memory.kept = slab->next;
-        --g_memory.kept_count;
+    const MutexLock lock(gSlabMemory.mutex);
+    if (gSlabMemory.kept != nullptr) {
+        KeptSlab* const slab = gSlabMemory.kept;
+        gSlabMemory.kept = slab->next;
+        --gSlabMemory.kept_count;
         return slab;
     }
-    if (g_memory.region_next == g_memory.region_end) {
-        g_memory.region_next = MapAligned(kRegionSize);
-        g_memory.region_end = g_memory.region_next + kRegionSize;
-        g_memory.mapped += kRegionSize;
+    if (gSlabMemory.region_next == gSlabMemory.region_end) {
+        gSlabMemory.region_next = MapAligned(kRegionSize);
+        gSlabMemory.region_end = gSlabMemory.region_next + kRegionSize;
+        gSlabMemory.mapped += kRegionSize;
     }
-    char* const slab = g_memory.region_next;
-    g_memory.region_next += kSlabSize;
+    char* const slab = gSlabMemory.region_next;
+    gSlabMemory.region_next += kSlabSize;
     return slab;
 }
 
 void UnmapSlab(void* memory) noexcept {
-    const MutexLock lock(g_memory.mutex);
+    const MutexLock lock(gSlabMemory.mutex);
     // The system refuses when the hole would make one mapping too many; then the memory is kept as well.
-    if (g_memory.kept_count >= kMaxKept && ::munmap(memory, kSlabSize) == 0) {
-        g_memory.mapped -= kSlabSize;
+    if (gSlabMemory.kept_count >= kMaxKept && ::munmap(memory, kSlabSize) == 0) {
+        gSlabMemory.mapped -= kSlabSize;
         return;
     }
-    g_memory.kept = new (memory) KeptSlab{g_memory.kept};
-    ++g_memory.kept_count;
+    gSlabMemory.kept = new (memory) KeptSlab{gSlabMemory.kept};
+    ++gSlabMemory.kept_count;
 }
 
 std::size_t GetMappedBytes() noexcept {
-    const MutexLock lock(g_memory.mutex);
-    return g_memory.mapped;
+    const MutexLock lock(gSlabMemory.mutex);
+    return gSlabMemory.mapped;
 }
 
 }  // namespace nbx::pool

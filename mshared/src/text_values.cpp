@@ -11,16 +11,16 @@ namespace {
 I_Value* MakeMember(const JsonMember& member) {
     const std::string_view text = member.text;
     switch (member.kind) {
-        case JsonKind::Nested:
+        case JsonKind::kNested:
             return CreateValueJSON(false, &text, nullptr);
-        case JsonKind::Text:
-        case JsonKind::Number:
+        case JsonKind::kText:
+        case JsonKind::kNumber:
             return CreateValueString(false, &text, nullptr);
-        case JsonKind::Boolean: {
+        case JsonKind::kBoolean: {
             const bool content = text == "true";
             return CreateValueBoolean(false, &content, nullptr);
         }
-        case JsonKind::Null:
+        case JsonKind::kNull:
             break;
     }
     I_Value* const value = CreateValueBoolean(true, nullptr, nullptr);

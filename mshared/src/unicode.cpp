@@ -89,7 +89,7 @@ std::size_t CountUtf16Units(std::string_view text) noexcept {
     std::size_t count = 0;
     std::size_t i = 0;
     for (; i + 8 <= text.size(); i += 8) {
-        uint64_t bytes;
+        uint64_t bytes = 0;
         std::memcpy(&bytes, text.data() + i, 8);
         const uint64_t is_trail = (bytes >> 7U) & (~bytes >> 6U) & kLanes;
         const uint64_t is_long_lead = (bytes >> 7U) & (bytes >> 6U) & (bytes >> 5U) & (bytes >> 4U) & kLanes;

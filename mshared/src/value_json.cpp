@@ -8,7 +8,7 @@
 namespace nbx {
 namespace {
 
-enum class JsonForm { Text, Number, Float, Json, Array, Reference };
+enum class JsonForm { kText, kNumber, kFloat, kJson, kArray, kReference };
 
 JsonForm FormOf(uint32_t type_code) noexcept {
     switch (static_cast<ValueType>(type_code)) {
@@ -22,26 +22,26 @@ JsonForm FormOf(uint32_t type_code) noexcept {
         case ValueType::ULong:
         case ValueType::LLong:
         case ValueType::ULLong:
-            return JsonForm::Number;
+            return JsonForm::kNumber;
         case ValueType::Float:
         case ValueType::Double:
         case ValueType::LDouble:
         case ValueType::Currency:
-            return JsonForm::Float;
+            return JsonForm::kFloat;
         case ValueType::JSON:
-            return JsonForm::Json;
+            return JsonForm::kJson;
         case ValueType::Array:
-            return JsonForm::Array;
+            return JsonForm::kArray;
         case ValueType::Reference:
-            return JsonForm::Reference;
+            return JsonForm::kReference;
         default:
-            return JsonForm::Text;
+            return JsonForm::kText;
     }
 }
 
 bool IsPlain(JsonForm form, I_Value& value, const std::string& text) {
-    return form == JsonForm::Number || (form == JsonForm::Float && std::isfinite(value.get_Double())) ||
-           (form == JsonForm::Json && IsJson(text));
+    return form == JsonForm::kNumber || (form == JsonForm::kFloat && std::isfinite(value.get_Double())) ||
+           (form == JsonForm::kJson && IsJson(text));
 }
 
 void AppendAsTextOrPlain(JsonForm form, I_Value& value, std::string& result) {
@@ -61,13 +61,13 @@ void AppendValueJson(I_Value* value, std::string& result) {
         return;
     }
     const JsonForm form = FormOf(value->get_TypeCode());
-    if (form == JsonForm::Array) {
+    if (form == JsonForm::kArray) {
         if (const auto* array = static_cast<const I_ArrayValue*>(value->QueryInterface(kArrayInterfaceId))) {
             AppendArrayJson(*array, result);
             return;
         }
     }
-    if (form == JsonForm::Reference) {
+    if (form == JsonForm::kReference) {
         if (const auto* reference =
                 static_cast<const I_ReferenceValue*>(value->QueryInterface(kReferenceInterfaceId))) {
             AppendValueJson(reference->get_Inner().get(), result);

@@ -9,29 +9,29 @@
 namespace nbx {
 namespace pool {
 
-constinit thread_local Cache t_caches[kClassCount];
+constinit thread_local Cache gThreadCaches[kClassCount];
 
 namespace {
 
 constexpr uint32_t kCacheLimit = 512;
 constexpr uint32_t kRefill = 128;
 
-enum class ThreadState { Fresh, Running, Ended };
-constinit thread_local ThreadState t_state = ThreadState::Fresh;
+enum class ThreadState { kFresh, kRunning, kEnded };
+constinit thread_local ThreadState gThreadState = ThreadState::kFresh;
 
-constinit std::array<SlabStore, kClassCount> g_stores{SlabStore(kClassSizes[0]), SlabStore(kClassSizes[1]),
-                                                      SlabStore(kClassSizes[2])};
+constinit std::array<SlabStore, kClassCount> gStores{SlabStore(kClassSizes[0]), SlabStore(kClassSizes[1]),
+                                                     SlabStore(kClassSizes[2])};
 
 /** Gives all of a thread's free objects back when the thread ends. Objects that are released later still,
     by other thread-local or static objects, go straight to their slabs. */
 struct ThreadEnd {
     ~ThreadEnd() {
-        t_state = ThreadState::Ended;
+        gThreadState = ThreadState::kEnded;
         for (std::size_t i = 0; i < kClassCount; ++i) {
-            FreeObject* const objects = t_caches[i].head;
-            t_caches[i] = {};
+            FreeObject* const objects = gThreadCaches[i].head;
+            gThreadCaches[i] = {};
             if (objects != nullptr) {
-                g_stores[i].Return(objects);
+                gStores[i].Return(objects);
             }
         }
     }
@@ -40,11 +40,11 @@ struct ThreadEnd {
   private:
     bool is_registered_ = false;
 };
-thread_local ThreadEnd t_end;
+thread_local ThreadEnd gThreadEnd;
 
 /** Cuts the first `count` objects off the cache and gives them back. */
 void ReturnFirst(std::size_t size_class, uint32_t count) noexcept {
-    Cache& cache = t_caches[size_class];
+    Cache& cache = gThreadCaches[size_class];
     FreeObject* const first = cache.head;
     FreeObject* last = first;
     for (uint32_t i = 1; i < count; ++i) {
@@ -53,16 +53,16 @@ void ReturnFirst(std::size_t size_class, uint32_t count) noexcept {
     cache.head = last->next;
     cache.count -= count;
     last->next = nullptr;
-    g_stores[size_class].Return(first);
+    gStores[size_class].Return(first);
 }
 
 }  // namespace
 
 void PrepareThread() noexcept {
-    if (t_state == ThreadState::Fresh) {
-        t_state = ThreadState::Running;
-        t_end.Register();
-        for (Cache& cache : t_caches) {
+    if (gThreadState == ThreadState::kFresh) {
+        gThreadState = ThreadState::kRunning;
+        gThreadEnd.Register();
+        for (Cache& cache : gThreadCaches) {
             cache.limit = kCacheLimit;
         }
     }
@@ -70,21 +70,21 @@ void PrepareThread() noexcept {
 
 void* AllocateSlowly(std::size_t size_class) {
     PrepareThread();
-    uint32_t count = t_state == ThreadState::Ended ? 1 : kRefill;
-    FreeObject* const objects = g_stores[size_class].Take(count);
-    t_caches[size_class].head = objects->next;
-    t_caches[size_class].count = count - 1;
+    uint32_t count = gThreadState == ThreadState::kEnded ? 1 : kRefill;
+    FreeObject* const objects = gStores[size_class].Take(count);
+    gThreadCaches[size_class].head = objects->next;
+    gThreadCaches[size_class].count = count - 1;
     return objects;
 }
 
 void FreeSlowly(std::size_t size_class, FreeObject* object) noexcept {
     PrepareThread();
     object->next = nullptr;
-    if (t_state == ThreadState::Ended) {
-        g_stores[size_class].Return(object);
+    if (gThreadState == ThreadState::kEnded) {
+        gStores[size_class].Return(object);
         return;
     }
-    Cache& cache = t_caches[size_class];
+    Cache& cache = gThreadCaches[size_class];
     if (cache.count >= cache.limit) {
         // Half stays, so that neither a run of releases nor one of allocations comes back at once.
         ReturnFirst(size_class, kCacheLimit / 2);

@@ -22,7 +22,8 @@ class NBX_API I_Location : public I_Unknown {
     virtual bool get_Exists() const = 0;
     /** The folder that holds this location; null for the root and for ":memory:". */
     virtual smart_ptr<I_Location> get_Parent() const = 0;
-    /** A location in this folder. `name` may be a path: then its last component is the name. */
+    /** A location in this folder. `name` may be a path: then its last component is the name. Throws
+        `xException` when that leaves no name, and for ":memory:". */
     virtual smart_ptr<I_Location> MakeChild(const String& name) const = 0;
 };
 

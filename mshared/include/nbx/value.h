@@ -53,8 +53,11 @@ enum ValueInterfaceId : uint32_t {
 
 /** A host value: a type, a null flag and a content. A new value is not null. Reading converts: a
     number from text is the number the text starts with, a text from a number its decimal digits;
-    reading a null value gives zero or the empty text. Not for use by two threads at once when one of
-    them changes it; references may be taken and given back from any thread. */
+    reading a null value gives zero or the empty text. So does storing: a number that the value cannot
+    hold becomes the nearest one that it can; text that is no date, no time or no hexadecimal bytes is
+    refused by a value of that type with `xException`. A reference stores into its inner value. Not for
+    use by two threads at once when one of them changes it; references may be taken and given back from
+    any thread. */
 class NBX_API I_Value : public I_Unknown {
   public:
     virtual uint32_t get_TypeCode() const = 0;
