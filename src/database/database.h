@@ -104,6 +104,11 @@ class DuckDBDatabase final : public nbx::mrsql::I_DuckDBDatabase,
     /** Makes the file with the storage version and block size; false and the error text on failure. */
     bool CreateFormattedFile(duckdb_config config, std::string& error) NBX_REQUIRES(gEngineLock);
     std::string BuildAttachStatement() const NBX_REQUIRES(gEngineLock);
+    /** Chooses and marks the place of a backup; gives the connection and the statement that exports. */
+    SharedConnection PrepareBackup(nbx::smart_ptr<nbx::I_Location> folder, std::string& export_statement)
+        NBX_REQUIRES(gEngineLock);
+    /** False and the error text when the export fails; runs without the engine lock. */
+    bool Export(duckdb_connection connection, const std::string& statement, std::string& error);
     /** Makes the session this object's own; the object is open from now on. */
     void Adopt(Session& session) NBX_REQUIRES(gEngineLock);
     void ReplaceConnection(SharedConnection connection);

@@ -46,6 +46,7 @@ void DuckDBDatabase::DropLocked() {
     if (IsInMemory()) {
         return;
     }
+    duckdb_plain::EngineFiles::Get().CloseIdle(ToUtf8(path_));
     const auto file = nbx::CreateFile(location_);
     file->Open();
     file->Close();

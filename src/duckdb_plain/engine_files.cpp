@@ -96,9 +96,7 @@ void EngineFiles::AddHold(const std::string& path, const std::string& canonical,
 }
 
 void EngineFiles::CancelHold(const std::string& path, Access access) noexcept {
-    for (Idle& idle : Leave(path, access, nullptr)) {
-        duckdb_close(&idle.engine);
-    }
+    CloseAll(Leave(path, access, nullptr));
 }
 
 void EngineFiles::Retire(const std::string& path, Access access) noexcept {
@@ -114,7 +112,13 @@ void EngineFiles::Retire(const std::string& path, Access access) noexcept {
 void EngineFiles::GiveUp(const std::string& path, Access access, std::string configuration,
                          duckdb_database engine) noexcept {
     Idle given_up{access, true, std::move(configuration), engine};
-    for (Idle& idle : Leave(path, access, &given_up)) {
+    CloseAll(Leave(path, access, &given_up));
+}
+
+void EngineFiles::CloseAll(std::vector<Idle> engines) noexcept {
+    std::sort(engines.begin(), engines.end(),
+              [](const Idle& a, const Idle& b) { return ClosingRank(a.access) < ClosingRank(b.access); });
+    for (Idle& idle : engines) {
         duckdb_close(&idle.engine);
     }
 }
@@ -137,9 +141,6 @@ std::vector<EngineFiles::Idle> EngineFiles::Leave(const std::string& path, Acces
     if (!file.IsUsed()) {
         closing = std::move(file.idle);
         files_.erase(found);
-        std::stable_sort(closing.begin(), closing.end(), [](const Idle& a, const Idle& b) {
-            return ClosingRank(a.access) < ClosingRank(b.access);
-        });
     }
     return closing;
 }
@@ -195,6 +196,22 @@ duckdb_database EngineFiles::TakeIdleWriter(const std::string& path) {
         idle.access = Access::dead;
     }
     return nullptr;
+}
+
+void EngineFiles::CloseIdle(const std::string& path) {
+    std::vector<Idle> closing;
+    {
+        const std::scoped_lock lock(mutex_);
+        const auto found = files_.find(Resolve(path));
+        if (found == files_.end()) {
+            return;
+        }
+        File& file = found->second;
+        closing.reserve(file.readers + file.writers + file.dead);
+        closing.swap(file.idle);
+        file.OutdateReaders();
+    }
+    CloseAll(std::move(closing));
 }
 
 bool EngineFiles::IsHeldForWriting(const std::string& path) {

@@ -44,6 +44,9 @@ class EngineFiles {
     /** The idle writing engine of the file, if it works, now held by the caller for writing, or null. Two
         engines must never write, so it is taken whatever its configuration. */
     duckdb_database TakeIdleWriter(const std::string& path);
+    /** Closes the idle engines of a file that is about to be deleted: a writing one would go on to its log,
+        by a name that may be another file's by then. */
+    void CloseIdle(const std::string& path);
     /** Whether an engine of this process holds the file for writing. */
     bool IsHeldForWriting(const std::string& path);
     /** Whether any engine of this process has the file open: then opening and closing the file by other
@@ -92,7 +95,9 @@ class EngineFiles {
     /** Announces an idle engine again and takes it out of the list. */
     duckdb_database Reuse(const std::string& path, const std::string& canonical, File& file,
                           const Idle& idle);
-    /** Takes one hold away; gives the engines to be closed, outside the mutex, when it was the last. */
+    /** The writer first. Not under the mutex, since closing may take long. */
+    static void CloseAll(std::vector<Idle> engines) noexcept;
+    /** Takes one hold away; gives the engines to be closed when it was the last. */
     std::vector<Idle> Leave(const std::string& path, Access access, Idle* given_up) noexcept;
 
     std::mutex mutex_;

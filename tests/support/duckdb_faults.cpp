@@ -159,6 +159,12 @@ int64_t CountLiveHandles(std::string_view creating_function) {
     return live == state.live.end() ? 0 : live->second;
 }
 
+void ClearLog() {
+    State& state = GetState();
+    const std::scoped_lock lock(state.mutex);
+    state.log.clear();
+}
+
 std::vector<std::string> get_Log() {
     return get_Log("");
 }

@@ -33,6 +33,8 @@ int64_t CountLiveHandles(std::string_view creating_function);
 /** The calls with their texts, in order: "duckdb_set_config threads=8", "duckdb_query SELECT 1",
     "duckdb_disconnect". */
 std::vector<std::string> get_Log();
+/** Forgets the log alone; for tests of many calls. */
+void ClearLog();
 /** The lines of the log that start with the text. */
 std::vector<std::string> get_Log(std::string_view start);
 

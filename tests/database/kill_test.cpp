@@ -1,0 +1,40 @@
+#include <cstdlib>
+#include <random>
+
+#include "database_test_base.h"
+
+namespace {
+
+using DatabaseKill = DatabaseTest;
+
+int RunsFromEnvironment() {
+    const char* runs = std::getenv("MDUCKDB_TEST_KILL_RUNS");
+    return runs != nullptr ? std::atoi(runs) : 8;
+}
+
+TEST_F(DatabaseKill, WhatWasCommittedBeforeAProcessIsKilledIsThere) {
+    std::mt19937 random(20240917);
+    const int runs = RunsFromEnvironment();
+    for (int run = 0; run < runs; ++run) {
+        int committed = 0;
+        {
+            SecondProcess writer({COMMIT_WRITER, Path()});
+            for (auto lines = 1 + random() % 60; lines > 0; --lines) {
+                committed = std::stoi("0" + writer.ReadLine());
+            }
+            writer.Kill();
+        }
+        ASSERT_GT(committed, 0);
+        const auto database = host.Opened(Path());
+        ASSERT_FALSE(database->get_IsReadOnly());
+        const int last = std::stoi(QueryText(*database, "SELECT max(i) FROM r"));
+        ASSERT_GE(last, committed) << "run " << run;
+        ASSERT_EQ(QueryText(*database, "SELECT count(*) FROM r"), std::to_string(last)) << "run " << run;
+        // Odd runs leave the next writer a file without a log, even ones a recovered log.
+        if (run % 2 == 0) {
+            Execute(*database, "CHECKPOINT");
+        }
+    }
+}
+
+}  // namespace

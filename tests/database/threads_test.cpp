@@ -1,0 +1,146 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <thread>
+#include <vector>
+
+#include "duckdb_plain/engine_files.h"
+#include "nbx/hooks.h"
+#include "support/temp_folder.h"
+#include "support/test_host.h"
+
+// Databases used by many threads at once. For ThreadSanitizer; without it, for crashes, dead locks and wrong
+// answers.
+
+namespace {
+
+using namespace std::chrono_literals;
+using Database = nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase>;
+
+std::chrono::seconds Duration() {
+    const char* seconds = std::getenv("MDUCKDB_TEST_SECONDS");
+    return std::chrono::seconds(seconds != nullptr ? std::atoi(seconds) : 3);
+}
+
+/** Exceptions are part of the game: another thread closes, interrupts or drops at any moment. Those that are
+    no host exceptions are not. */
+void Try(const std::function<void()>& action) {
+    const std::string thrown = Thrown(action);
+    EXPECT_NE(thrown.find("std: "), 0u) << thrown;
+    EXPECT_NE(thrown, "unknown");
+}
+
+TEST(DatabaseThreads, EightThreadsOnSharedAndOwnObjects) {
+    const TempFolder folder;
+    TestHost host;
+    nbx::mrsql::gpIsLocalSqlCall_PTR = [] { return false; };
+    host.Created(folder / "a.db");
+    const Database shared = host.Database(folder / "a.db");
+    const Database memory = host.Database(":memory:");
+    const auto end = std::chrono::steady_clock::now() + Duration();
+    std::atomic<long> answers = 0;
+    const auto work = [&](unsigned number) {
+        for (unsigned i = number; std::chrono::steady_clock::now() < end; ++i) {
+            const Database& database = i % 2 == 0 ? shared : memory;
+            switch ((i * 7 + number) % 8) {
+                case 0:
+                    Try([&] { database->Open(); });
+                    break;
+                case 1:
+                    Try([&] { database->Close(); });
+                    break;
+                case 2:
+                    Try([&] { database->Interrupt(); });
+                    break;
+                case 3: {
+                    const Database own = host.Database(folder / "a.db");
+                    Try([&] {
+                        own->Open();
+                        EXPECT_GT(own->get_ConnectionCount(), 0u);
+                        EXPECT_EQ(QueryText(*own, "SELECT 42"), "42");
+                        ++answers;
+                    });
+                    break;
+                }
+                case 4:
+                    Try([&] {
+                        const auto cursor =
+                            database->SqlSelect(S("SELECT range FROM range(5000)"), 2, nullptr);
+                        while (cursor->NextRecord()) {
+                            ++answers;
+                        }
+                    });
+                    break;
+                case 5:
+                    Try([&] {
+                        const auto statement = database->CreateStatement(S("SELECT 1"));
+                        statement->ExecuteAll();
+                    });
+                    break;
+                case 6:
+                    Try([&] { host->IsDuckDBFile(Location(folder / "a.db")); });
+                    Try([&] { EXPECT_FALSE(host->IsDatabaseOpen(S(folder / "other.db"))); });
+                    break;
+                default:
+                    database->get_IsOpen();
+                    database->get_IsReadOnly();
+                    database->get_Exists();
+                    break;
+            }
+        }
+    };
+    std::vector<std::thread> threads;
+    for (unsigned number = 0; number < 8; ++number) {
+        threads.emplace_back(work, number);
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_GT(answers.load(), 0);
+    shared->Close();
+    memory->Close();
+    EXPECT_EQ(shared->get_ConnectionCount(), 0u);
+    EXPECT_EQ(duckdb_plain::EngineFiles::Get().get_IdleCount(), 0u);
+    EXPECT_FALSE(duckdb_plain::EngineFiles::Get().IsInUse(folder / "a.db"));
+}
+
+TEST(DatabaseThreads, ExportsRunWhileOthersCloseAndInterrupt) {
+    const TempFolder folder;
+    TestHost host;
+    nbx::mrsql::gpIsLocalSqlCall_PTR = [] { return false; };
+    const Database database = host.Created(folder / "a.db");
+    Execute(*database, "CREATE TABLE t AS SELECT range AS i FROM range(20000)");
+    std::filesystem::create_directory(folder / "backups");
+    const auto end = std::chrono::steady_clock::now() + Duration() / 2;
+    std::vector<std::thread> threads;
+    for (int number = 0; number < 2; ++number) {
+        threads.emplace_back([&] {
+            while (std::chrono::steady_clock::now() < end) {
+                Try([&] { database->Backup(Location(folder / "backups")); });
+            }
+        });
+    }
+    threads.emplace_back([&] {
+        while (std::chrono::steady_clock::now() < end) {
+            Try([&] { database->Close(); });
+            Try([&] { database->Open(); });
+        }
+    });
+    threads.emplace_back([&] {
+        while (std::chrono::steady_clock::now() < end) {
+            database->Interrupt();
+            std::this_thread::sleep_for(20ms);
+        }
+    });
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    database->Close();
+    EXPECT_FALSE(database->get_IsOpen());
+}
+
+}  // namespace
