@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <filesystem>
 
 #include "support/temp_folder.h"
@@ -14,26 +15,26 @@ using Access = EngineFiles::Access;
 class EngineFilesTest : public testing::Test {
   protected:
     void TearDown() override { EXPECT_EQ(files.get_IdleCount(), 0u); }
-    static duckdb_database OpenAt(const std::string& path, const char* mode) {
+    static duckdb_database OpenAt(const std::string& file_path, const char* mode) {
         duckdb_config config = nullptr;
         duckdb_create_config(&config);
         duckdb_set_config(config, "access_mode", mode);
         duckdb_database engine = nullptr;
-        EXPECT_EQ(duckdb_open_ext(path.c_str(), &engine, config, nullptr), DuckDBSuccess);
+        EXPECT_EQ(duckdb_open_ext(file_path.c_str(), &engine, config, nullptr), DuckDBSuccess);
         duckdb_destroy_config(&config);
         return engine;
     }
-    duckdb_database OpenWriter(const std::string& path) {
-        EXPECT_TRUE(files.TryHold(path, Access::writing));
-        return OpenAt(path, "READ_WRITE");
+    duckdb_database OpenWriter(const std::string& file_path) {
+        EXPECT_TRUE(files.TryHold(file_path, Access::writing));
+        return OpenAt(file_path, "READ_WRITE");
     }
-    duckdb_database OpenReader(const std::string& path) {
-        EXPECT_TRUE(files.TryHold(path, Access::reading));
-        return OpenAt(path, "READ_ONLY");
+    duckdb_database OpenReader(const std::string& file_path) {
+        EXPECT_TRUE(files.TryHold(file_path, Access::reading));
+        return OpenAt(file_path, "READ_ONLY");
     }
-    void MakeFile(const std::string& path) {
-        duckdb_database engine = OpenWriter(path);
-        files.GiveUp(path, Access::writing, "", engine);
+    void MakeFile(const std::string& file_path) {
+        duckdb_database engine = OpenWriter(file_path);
+        files.GiveUp(file_path, Access::writing, "", engine);
     }
 
     TempFolder folder;
