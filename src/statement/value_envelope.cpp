@@ -78,7 +78,9 @@ ValueHolder ReadDecimal(std::string_view type_word, const std::string& text, duc
 /** JSON text as VARIANT; its type is VARCHAR with an alias, by which DuckDB's cast knows it. */
 ValueHolder ReadJson(std::string_view type_word, const std::string& text, duckdb_type) {
     const LogicalTypeHolder json_type = MakeType(DUCKDB_TYPE_VARCHAR);
-    duckdb_logical_type_set_alias(json_type.get(), "JSON");
+    if (json_type) {
+        duckdb_logical_type_set_alias(json_type.get(), "JSON");
+    }
     std::string error;
     const ValueHolder json = CastTo(MakeTextValue(text), json_type, error);
     ValueHolder value;

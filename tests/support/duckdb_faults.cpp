@@ -26,12 +26,26 @@ State& GetState() {
 
 /** The functions that give a handle or a result which another one of the list takes back. */
 const std::set<std::string, std::less<>> kCreating = {
-    "duckdb_create_config",    "duckdb_open_ext",
-    "duckdb_connect",          "duckdb_query",
-    "duckdb_prepare",          "duckdb_prepare_extracted_statement",
-    "duckdb_fetch_chunk",      "duckdb_extract_statements",
-    "duckdb_execute_prepared", "duckdb_execute_pending",
-    "duckdb_pending_prepared", "duckdb_column_logical_type",
+    "duckdb_create_config",
+    "duckdb_open_ext",
+    "duckdb_connect",
+    "duckdb_query",
+    "duckdb_prepare",
+    "duckdb_prepare_extracted_statement",
+    "duckdb_fetch_chunk",
+    "duckdb_extract_statements",
+    "duckdb_execute_prepared",
+    "duckdb_execute_pending",
+    "duckdb_pending_prepared",
+    "duckdb_column_logical_type",
+    "duckdb_create_logical_type",
+    "duckdb_create_decimal_type",
+    "duckdb_create_varchar_length",
+    "duckdb_create_int32",
+    "duckdb_create_null_value",
+    "duckdb_create_list_value",
+    "duckdb_create_blob",
+    "duckdb_create_uuid",
 };
 
 /** Handles by address, so that the destroying call finds which function gave it. */
@@ -190,12 +204,12 @@ std::vector<std::string> get_Log(std::string_view start) {
 #include "support/duckdb_calls.def"
 #undef CALL
 
-#define UNPACK(...) __VA_ARGS__
-#define CALL(result, name, parameters, arguments, failure, text)                                \
-    extern "C" result __wrap_##name parameters {                                                \
-        using namespace duckdb_faults;                                                          \
-        return Watch(                                                                           \
-            #name, &__real_##name, []() -> result { return failure; }, text, UNPACK arguments); \
+#define UNPACK(...) __VA_OPT__(, ) __VA_ARGS__
+#define CALL(result, name, parameters, arguments, failure, text)                               \
+    extern "C" result __wrap_##name parameters {                                               \
+        using namespace duckdb_faults;                                                         \
+        return Watch(                                                                          \
+            #name, &__real_##name, []() -> result { return failure; }, text UNPACK arguments); \
     }
 #include "support/duckdb_calls.def"
 // NOLINTEND(bugprone-reserved-identifier)
