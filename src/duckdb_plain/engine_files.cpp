@@ -240,8 +240,19 @@ std::string EngineFiles::Resolve(const std::string& path) {
 }
 
 std::string EngineFiles::Canonical(const std::string& path) {
+    namespace fs = std::filesystem;
+    constexpr int kMostLinks = 40;
     std::error_code error;
-    const auto canonical = std::filesystem::weakly_canonical(std::filesystem::path(path), error);
+    fs::path target(path);
+    // A link to a file that is not there yet names the file that opening it makes.
+    for (int links = 0; links < kMostLinks && fs::is_symlink(fs::symlink_status(target, error)); ++links) {
+        const fs::path next = fs::read_symlink(target, error);
+        if (error) {
+            break;
+        }
+        target = target.parent_path() / next;
+    }
+    const fs::path canonical = fs::weakly_canonical(target, error);
     return error ? path : canonical.string();
 }
 
