@@ -192,14 +192,14 @@ void ShowInterruption(I_DuckDBDatabase& database) {
 }
 
 void BackUpAndRestore(I_DuckDBExtension& extension, I_DuckDBDatabase& database,
-                      const nbx::I_Location& folder) {
+                      const smart_ptr<nbx::I_Location>& folder) {
     static smart_ptr<nbx::I_Location> gBackup;
     gCreateBackupLocation = [](const smart_ptr<nbx::I_Location>& parent) {
         gBackup = nbx::PrepareFolder(parent, "today");
         return gBackup;
     };
-    database.Backup(folder.MakeChild(FromUtf8("backups")));
-    const auto copy = extension.RestoreDatabase(folder.MakeChild(FromUtf8("copy.duckdb")), gBackup);
+    database.Backup(nbx::PrepareFolder(folder, "backups"));
+    const auto copy = extension.RestoreDatabase(folder->MakeChild(FromUtf8("copy.duckdb")), gBackup);
     gBackup.reset();
     copy->Open();
     const auto count = copy->SqlSelect(FromUtf8("SELECT count(*) FROM city"), kClientCursor, nullptr);
@@ -219,7 +219,7 @@ void Run(const char* folder_text, const char* module) {
     ReadRows(*database);
     ShowErrors(*extension, *database, folder->get_PathText());
     ShowInterruption(*database);
-    BackUpAndRestore(*extension, *database, *folder);
+    BackUpAndRestore(*extension, *database, folder);
     database->Close();
 }
 
