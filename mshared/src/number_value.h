@@ -100,7 +100,7 @@ class NumberValue final : public ValueCore<NumberValue<T>> {
     T content_;
 };
 
-static_assert(sizeof(NumberValue<bool>) <= 32 && sizeof(NumberValue<double>) <= 32,
+static_assert(sizeof(NumberValue<bool>) <= 24 && sizeof(NumberValue<double>) <= 24,
               "row sets hold millions of these");
 
 }  // namespace nbx

@@ -20,12 +20,17 @@
     else about the pool is in pool_slabs.h. */
 namespace nbx::pool {
 
-/** Sizes of the pooled objects; larger ones come from the heap. */
-inline constexpr std::size_t kClassSizes[] = {32, 48, 64};
-inline constexpr std::size_t kClassCount = 3;
+/** Sizes of the pooled objects; larger ones come from the heap. A row set is made of numbers, 24 bytes each,
+    and rows, 40 bytes. Objects are aligned to 8 bytes. */
+inline constexpr std::size_t kClassSizes[] = {24, 32, 40, 48, 64};
+inline constexpr std::size_t kClassCount = 5;
 
 constexpr std::size_t ClassOf(std::size_t size) noexcept {
-    return size <= kClassSizes[0] ? 0 : size <= kClassSizes[1] ? 1 : size <= kClassSizes[2] ? 2 : kClassCount;
+    std::size_t size_class = 0;
+    while (size_class < kClassCount && size > kClassSizes[size_class]) {
+        ++size_class;
+    }
+    return size_class;
 }
 
 /** What the first bytes of an object are while nobody uses it. */

@@ -1,0 +1,78 @@
+// What the cursors hold of a result.
+#include <fstream>
+
+#include "cursor_fixture.h"
+#include "nbx/value_pool.h"
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define MEMORY_IS_WATCHED 1
+#else
+#define MEMORY_IS_WATCHED 0
+#endif
+
+namespace mduckdb {
+namespace {
+
+constexpr int64_t kKiB = 1024;
+constexpr int64_t kMiB = 1024 * kKiB;
+
+/** Bytes of the process in memory now. */
+int64_t GetResidentBytes() {
+    std::ifstream status("/proc/self/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.rfind("VmRSS:", 0) == 0) {
+            return std::strtoll(line.c_str() + 6, nullptr, 10) * kKiB;
+        }
+    }
+    return -1;
+}
+
+class CursorMemory : public testing::Test {
+  protected:
+    void SetUp() override {
+        if (MEMORY_IS_WATCHED != 0) {
+            GTEST_SKIP() << "A sanitizer's own memory hides what is measured here";
+        }
+    }
+
+    OpenedDatabase database_;
+};
+
+TEST_F(CursorMemory, a_server_cursor_needs_the_same_for_any_number_of_rows) {
+    const Cursor cursor = database_.Select("SELECT i, i::VARCHAR FROM range(1000000) t(i)", kServerCursor);
+    for (int row = 0; row < 5000; ++row) {
+        ASSERT_TRUE(cursor->NextRecord());
+        cursor->get_Value(0);
+        cursor->get_Value(1);
+    }
+    const int64_t resident = GetResidentBytes();
+    const std::size_t pooled = nbx::GetPoolMappedBytes();
+    while (cursor->NextRecord()) {
+        cursor->get_Value(0);
+        cursor->get_Value(1);
+    }
+    EXPECT_LE(GetResidentBytes(), resident + 8 * kMiB);
+    EXPECT_LE(nbx::GetPoolMappedBytes(), pooled + static_cast<std::size_t>(256 * kKiB));
+}
+
+TEST_F(CursorMemory, a_client_cursor_needs_at_most_56_bytes_a_number_with_its_result) {
+    constexpr int64_t kCells = 4 * 500'000;
+    const int64_t before = GetResidentBytes();
+    const Cursor cursor = database_.Select(
+        "SELECT i::INTEGER, i * 1.5::DOUBLE, i::BIGINT, (i % 1000)::SMALLINT FROM range(500000) t(i)",
+        kClientCursor);
+    EXPECT_EQ(cursor->get_RecordCount(), 500'000U);
+    const int64_t slack = 4 * kMiB;  // what DuckDB allocates once
+    EXPECT_LE(GetResidentBytes() - before, 56 * kCells + slack);
+}
+
+TEST_F(CursorMemory, a_released_client_cursor_gives_its_values_back) {
+    const std::size_t before = nbx::GetPoolMappedBytes();
+    Cursor cursor = database_.Select("SELECT i, i, i FROM range(300000) t(i)", kClientCursor);
+    EXPECT_GE(nbx::GetPoolMappedBytes(), before + 20 * static_cast<std::size_t>(kMiB));
+    cursor.reset();
+    EXPECT_LE(nbx::GetPoolMappedBytes(), before + 4 * static_cast<std::size_t>(kMiB));
+}
+
+}  // namespace
+}  // namespace mduckdb
