@@ -47,6 +47,7 @@ void AddCommands(CLI::App& app, Program& program) {
     AddSqlCommand(app, program);
     AddBackupCommand(app, program);
     AddRestoreCommand(app, program);
+    AddShellCommand(app, program);
 }
 
 int RunCommand(Program& program) {

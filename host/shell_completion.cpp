@@ -1,0 +1,63 @@
+#include <algorithm>
+#include <cctype>
+
+#include "shell.h"
+#include "sql_names.h"
+
+namespace mduckdb_host {
+
+namespace {
+
+bool StartsWithAnyCase(std::string_view text, std::string_view start) {
+    return text.size() >= start.size() &&
+           std::equal(start.begin(), start.end(), text.begin(),
+                      [](unsigned char a, unsigned char b) { return std::tolower(a) == std::tolower(b); });
+}
+
+/** The keyword in the case in which the user began it. */
+std::string InCaseOf(std::string_view keyword, const std::string& word) {
+    std::string text(keyword);
+    const bool is_lower =
+        std::any_of(word.begin(), word.end(), [](unsigned char c) { return std::islower(c) != 0; });
+    if (is_lower) {
+        std::transform(text.begin(), text.end(), text.begin(),
+                       [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    }
+    return text;
+}
+
+bool IsInQuotes(const std::string& line) {
+    return std::count(line.begin(), line.end(), '\'') % 2 != 0 ||
+           std::count(line.begin(), line.end(), '"') % 2 != 0;
+}
+
+}  // namespace
+
+std::vector<std::string> Shell::Complete(const std::string& line, const std::string& word) const {
+    if (line.empty() && word.starts_with('.')) {
+        return CompleteDotCommand(word);
+    }
+    // Inside quotes, and behind a dot command, stand file names, which the reader knows itself.
+    if (IsInQuotes(line) || line.starts_with('.')) {
+        return {};
+    }
+    std::vector<std::string> words;
+    for (const std::string_view keyword : GetKeywords()) {
+        if (StartsWithAnyCase(keyword, word)) {
+            words.push_back(InCaseOf(keyword, word));
+        }
+    }
+    for (const Procedure& procedure : program_.registry.get_Procedures()) {
+        if (StartsWithAnyCase(procedure.name, word)) {
+            words.push_back(procedure.name);
+        }
+    }
+    for (const std::string& name : ListNames(HasCurrent() ? get_Current().database : DatabasePtr())) {
+        if (StartsWithAnyCase(name, word)) {
+            words.push_back(QuoteName(name));
+        }
+    }
+    return words;
+}
+
+}  // namespace mduckdb_host
