@@ -104,6 +104,9 @@ class TerminalReader final : public LineReader {
     }
 
     static ReadOutcome GiveUpLine() {
+        // The mark stands behind the line, wherever the cursor was.
+        rl_point = rl_end;
+        rl_redisplay();
         rl_callback_sigcleanup();
         rl_free_line_state();
         std::fputs("^C\n", rl_outstream);

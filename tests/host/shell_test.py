@@ -1,0 +1,137 @@
+"""`mduckdb-host shell` reading from a pipe."""
+
+import os
+import subprocess
+import unittest
+
+from host_case import HOST, HostCase
+
+
+class PipeShellTest(HostCase):
+    def shell(self, text, *arguments, status=0):
+        """What the shell prints and says on stderr for the lines."""
+        done = self.run_host("--format", "csv", "shell", *arguments, stdin=text)
+        self.assertEqual(done.returncode, status, done.stderr.decode())
+        return done.stdout.decode(), done.stderr.decode()
+
+    def test_statements_run_in_order_and_nothing_else_is_printed(self):
+        out, error = self.shell("SELECT 1 AS a;\nSELECT\n 2 AS b\n;SELECT 3 AS c; SELECT 4 AS d\n")
+        self.assertEqual(out, "a\n1\n\nb\n2\n\nc\n3\n\nd\n4\n")
+        self.assertEqual(error, "")
+
+    def test_semicolons_in_quotes_and_comments_end_nothing(self):
+        out, _ = self.shell("-- a; comment\nSELECT 'a;\nb' AS t, $$c;$$ AS d /* ; */;\n")
+        self.assertEqual(out, 't,d\n"a;\nb",c;\n')
+
+    def test_an_error_ends_its_statement_only_and_gives_status_1(self):
+        out, error = self.shell("SELECT * FROM nope;\nSELECT 1 AS a;\n", status=1)
+        self.assertEqual(out, "a\n1\n")
+        self.assertIn("LINE 1: SELECT * FROM nope;\n                      ^\n", error)
+
+    def test_a_database_file_is_made_and_kept(self):
+        self.shell("CREATE TABLE t AS SELECT 42 AS i;\n", "new.db")
+        self.assertEqual(self.shell("FROM t;\n", "new.db")[0], "i\n42\n")
+
+    def test_a_failed_statement_leaves_the_transaction_rolled_back(self):
+        out, _ = self.shell("CREATE TABLE t (i INT);\nBEGIN;\nINSERT INTO t VALUES (1);\nSELECT nope;\nFROM t;\n", status=1)
+        self.assertTrue(out.endswith("i\n"), out)
+
+    def test_several_databases_are_open_at_once(self):
+        out, error = self.shell("CREATE TABLE t AS SELECT 1 AS i;\n.open b.db\nCREATE TABLE t AS SELECT 2 AS i;\n"
+                                ".use a\nFROM t;\n.use b\nFROM t;\n.databases\n.close\nFROM t;\n.close a\nFROM t;\n",
+                                "a.db", status=1)
+        self.assertEqual(out.split("\n\n"), ["i\n1", "i\n2", "current,name,path,access\n"
+                                             '"",a,a.db,read and write\n*,b,b.db,read and write', "i\n1\n"])
+        self.assertTrue(error.endswith("No database is open; .open FILE opens one.\n"), error)
+
+    def test_one_name_for_two_databases_gets_a_number(self):
+        out, _ = self.shell(".open x/a.db\n.databases\n", "a.db", status=0) if os.mkdir(self.path("x")) is None else None
+        self.assertIn("a_2,x/a.db", out)
+
+    def test_call_takes_literals(self):
+        self.execute(":memory:", "COPY (SELECT i, 'n''' || i AS name FROM range(10) r(i)) TO '%s'" % self.path("a.parquet"))
+        out, error = self.shell("CALL parquet_count('a.parquet');\n"
+                                "call fetch_parquet('a.parquet', ['name', 'i'], 'name = ''n''''7''', NULL);\n"
+                                "CALL fetch_parquet('a.parquet', NULL, NULL, 1);\n")
+        self.assertEqual(out, "count\n10\n\nname,i\nn'7,7\n\ni,name\n0,n'0\n")
+        self.assertEqual(error, "")
+
+    def test_call_of_what_is_no_procedure_is_sql(self):
+        out, _ = self.shell("CREATE TABLE t (i INT);\nCALL pragma_table_info('t');\n")
+        self.assertIn("0,i,INTEGER", out)
+
+    def test_call_points_at_what_is_no_literal(self):
+        _, error = self.shell("CALL parquet_count(1 + 1);\n", status=1)
+        self.assertIn("LINE 1: CALL parquet_count(1 + 1);\n" + " " * 29 + "^", error)
+        _, error = self.shell("CALL parquet_count();\n", status=1)
+        self.assertIn("parquet_count takes 1 to 2 arguments, not 0", error)
+
+    def test_tables_and_schema(self):
+        out, _ = self.shell("CREATE TABLE t (i INT PRIMARY KEY);CREATE VIEW v AS FROM t;CREATE INDEX x ON t (i);\n"
+                            ".tables\n.tables v%\n.schema\n.schema v\n")
+        self.assertIn("main,t,base table\nmain,v,view\n", out)
+        self.assertIn("\nschema,name,type\nmain,v,view\n", out)
+        self.assertIn("CREATE TABLE t(i INTEGER PRIMARY KEY);", out)
+        self.assertEqual(out.count("CREATE VIEW v"), 2)
+        self.assertIn("CREATE INDEX x", out)
+
+    def test_mode_changes_the_format(self):
+        out, _ = self.shell(".mode jsonl\nSELECT 1 AS a;\n.mode markdown\nSELECT 1 AS a;\n")
+        self.assertEqual(out, '{"a":1}\n| a |\n| ---: |\n| 1 |\n')
+
+    def test_timer_prints_a_time(self):
+        self.assertRegex(self.shell(".timer on\nSELECT 1 AS a;\n")[0], r"^a\n1\nTime: \d+\.\d{3} s\n$")
+
+    def test_cursor_chooses_the_kind(self):
+        out, _ = self.shell(".cursor client\nSELECT count(*) AS n FROM range(3000);\n.cursor server\nSELECT 1 AS a;\n")
+        self.assertEqual(out, "n\n3000\n\na\n1\n")
+
+    def test_wrong_dot_commands_say_what_is_right(self):
+        for line, text in ((".nope", "There is no command '.nope'"), (".mode xml", "none of table, csv"),
+                           (".cursor", "Usage: .cursor server|client"), (".timer maybe", "neither on nor off"),
+                           (".use nope", "No database is open as 'nope'"), (".close nope", "'nope'"),
+                           (".", "may be"), (".read nope", "There is no file 'nope'")):
+            with self.subTest(line=line):
+                self.assertIn(text, self.shell(line + "\n", status=1)[1])
+
+    def test_help_and_procedures_list_everything(self):
+        text = self.shell(".help\n")[0]
+        for command in (".open .close .databases .tables .schema .mode .timer .cursor .backup .restore .procedures "
+                        ".help .quit").split():
+            self.assertIn("\n" + command + " ", "\n" + text)
+        self.assertIn("CALL fetch_duckdb(uri, table_or_view [, limit])", self.shell(".procedures\n")[0])
+
+    def test_quit_leaves_the_rest_unread(self):
+        self.assertEqual(self.shell("SELECT 1 AS a;\n.quit\nSELECT 2 AS b;\n")[0], "a\n1\n")
+
+    def test_read_runs_a_file(self):
+        with open(self.path("s.sql"), "w") as file:
+            file.write("CREATE TABLE t AS SELECT 5 AS i;\nFROM t")
+        self.assertEqual(self.shell(".read s.sql\nSELECT 1 AS a;\n")[0], "i\n5\n\na\n1\n")
+        with open(self.path("self.sql"), "w") as file:
+            file.write(".read self.sql\n")
+        self.assertIn("without an end", self.shell(".read self.sql\n", status=1)[1])
+
+    def test_a_result_that_fails_half_way_leaves_the_next_one_whole(self):
+        out, _ = self.shell("SELECT CASE WHEN i < 5000 THEN i ELSE error('x') END AS i FROM range(9000) r(i);\n"
+                            "SELECT 1 AS a;\n", status=1)
+        self.assertTrue(out.endswith("a\n1\n"))
+
+    def test_a_reader_that_goes_away_ends_the_shell_quietly(self):
+        process = subprocess.Popen([HOST, "shell"], stdin=subprocess.PIPE, stdout=subprocess.PIPE,
+                                   stderr=subprocess.PIPE)
+        process.stdin.write(b"SELECT * FROM range(1000000);\n" * 3)
+        process.stdin.close()
+        process.stdout.read(10)
+        process.stdout.close()
+        self.assertEqual((process.stderr.read(), process.wait(timeout=60)), (b"", 0))
+        process.stderr.close()
+
+    def test_a_database_that_cannot_be_opened_is_one_clear_error(self):
+        with open(self.path("text"), "w") as file:
+            file.write("this is no database, and it is long enough to be read as one")
+        self.assertIn("Cannot open text: ", self.error("shell", "text"))
+
+
+if __name__ == "__main__":
+    unittest.main()

@@ -1,0 +1,113 @@
+"""`mduckdb-host sql`: results, parameters, errors."""
+
+import json
+import os
+import signal
+import subprocess
+import time
+import unittest
+
+from host_case import HOST, HostCase
+
+
+class SqlTest(HostCase):
+    def test_every_result_of_a_script_is_printed(self):
+        text = self.output("sql", ":memory:", "CREATE TABLE t (i INT); INSERT INTO t VALUES (1), (2), (3);"
+                           "SELECT sum(i) AS s FROM t; DELETE FROM t WHERE i > 1")
+        self.assertIn("OK\n3 rows changed\n", text)
+        self.assertIn("│ s │", text)
+        self.assertTrue(text.endswith("1 row\n2 rows changed\n"))
+
+    def test_json_gives_an_object_for_each_result(self):
+        text = self.output("--format", "json", "sql", ":memory:",
+                           "CREATE TABLE t (i INT); INSERT INTO t VALUES (1), (2); SELECT 1 AS a")
+        decoder, results = json.JSONDecoder(), []
+        while text.strip():
+            result, end = decoder.raw_decode(text.lstrip())
+            results.append(result)
+            text = text.lstrip()[end:]
+        self.assertEqual(results[:2], [{"rows_changed": None}, {"rows_changed": 2}])
+        self.assertEqual(results[2]["columns"],
+                         [{"name": "a", "duckdb_type": 4, "host_type": 7, "host_type_name": "int64"}])
+
+    def test_csv_keeps_changed_rows_off_the_data(self):
+        done = self.run_host("--format", "csv", "sql", ":memory:",
+                             "CREATE TABLE t (i INT); INSERT INTO t VALUES (1); SELECT * FROM t; SELECT 2 AS j")
+        self.assertEqual(done.stdout, b"i\n1\n\nj\n2\n")
+        self.assertEqual(done.stderr, b"1 row changed\n")
+
+    def test_both_cursors_give_the_same_rows(self):
+        query = "SELECT i, i::VARCHAR || 'é' AS t, CASE WHEN i % 3 = 0 THEN NULL ELSE i / 7 END AS d FROM range(5000) r(i)"
+        server = self.sql(":memory:", query, "--cursor", "server")
+        self.assertEqual(server, self.sql(":memory:", query, "--cursor", "client"))
+        self.assertEqual(len(server), 5000)
+        self.assertEqual(server[4], [4, "4é", 4 / 7])
+
+    def test_kinds_of_values(self):
+        row = self.sql(":memory:", """SELECT true, -128::TINYINT, 18446744073709551615::UBIGINT, 1.5::DECIMAL(5, 2),
+            0.1::FLOAT, 'NaN'::DOUBLE, '-inf'::DOUBLE, '\\x00\\xAB'::BLOB, NULL, DATE '2024-03-15', [1, 2],
+            'a' || chr(0) || 'b'""")[0]
+        self.assertEqual(row, [True, -128, 2**64 - 1, 1.5, 0.1, "NaN", "-Infinity", "\\x00ab", None, "2024-03-15",
+                               "[1, 2]", "a\0b"])
+
+    def test_parameters_bind_as_their_json_kinds(self):
+        envelope = '{"duckdb_value":true,"value_type":"DATE","value":"2024-01-31"}'
+        parameters = ["1", "18446744073709551615", "1.5", '"x"', "true", "null", "[1, 2]", '["a", null]', envelope]
+        arguments = [word for parameter in parameters for word in ("--param", parameter)]
+        types = ", ".join(f"typeof(${i + 1})" for i in range(len(parameters)))
+        row = self.sql(":memory:", f"SELECT {types}, $8[2] IS NULL, $2, $9", *arguments)[0]
+        self.assertEqual(row[:5], ["BIGINT", "UBIGINT", "DOUBLE", "VARCHAR", "BOOLEAN"])
+        self.assertEqual(row[6:], ["BIGINT[]", "VARCHAR[]", "DATE", True, 2**64 - 1, "2024-01-31"])
+
+    def test_a_parameter_that_is_no_json_is_wrong_usage(self):
+        self.assertIn("no JSON value: hello", self.error("sql", ":memory:", "SELECT $1", "--param", "hello", status=2))
+
+    def test_a_parameter_file_runs_the_statement_once_a_line(self):
+        self.output("create", "p.db")
+        self.execute("p.db", "CREATE TABLE t (i INT, s VARCHAR)")
+        with open(self.path("rows.jsonl"), "w") as file:
+            file.write('[1, "a"]\n\n[2, null]\n[3, "é"]\n')
+        done = self.run_host("sql", "p.db", "INSERT INTO t VALUES (?, ?)", "--params-file", "rows.jsonl")
+        self.assertEqual((done.returncode, done.stdout), (0, b"1 row changed\n"))
+        self.assertIn(b"3 parameter rows", done.stderr)
+        self.assertEqual(self.sql("p.db", "FROM t ORDER BY i"), [[1, "a"], [2, None], [3, "é"]])
+
+    def test_a_bad_line_of_a_parameter_file_is_named(self):
+        error = self.error("sql", ":memory:", "SELECT ?", "--params-file", "-", stdin="[1]\n{}\n", status=2)
+        self.assertEqual(error, "Line 2 of the parameters is no JSON array.\n")
+        self.assertIn("no file 'nope'", self.error("sql", ":memory:", "SELECT ?", "--params-file", "nope", status=2))
+
+    def test_an_error_shows_type_message_and_place(self):
+        error = self.error("sql", ":memory:", "SELECT 1;\nSELECT 'é', nope;")
+        self.assertEqual(error, 'Binder Error: Referenced column "nope" was not found because the FROM clause is '
+                         "missing\n\nLINE 2: SELECT 'é', nope;\n                    ^\n")
+        self.assertTrue(self.error("sql", ":memory:", "SELEC 2").startswith("Parser Error: syntax error at or near"))
+        self.assertIn("Conversion Error: Could not convert string 'x' to INT32",
+                      self.error("sql", ":memory:", "SELECT 'x'::INT"))
+
+    def test_a_database_that_is_not_there_is_not_made(self):
+        self.assertIn("Cannot open nope.db: File does not exist", self.error("sql", "nope.db", "SELECT 1"))
+        self.assertFalse(os.path.exists(self.path("nope.db")))
+
+    def test_a_script_comes_from_the_standard_input(self):
+        self.assertEqual(self.sql(":memory:", "-", stdin="SELECT 'from stdin'"), [["from stdin"]])
+
+    def test_read_only_refuses_to_write(self):
+        self.output("create", "r.db")
+        self.assertIn("read-only", self.error("sql", "r.db", "CREATE TABLE t (i INT)", "--read-only"))
+
+    def test_ctrl_c_interrupts_and_the_database_stays_usable(self):
+        self.output("create", "i.db")
+        process = subprocess.Popen(
+            [HOST, "sql", "i.db", "CREATE TABLE t AS SELECT 1 AS i; "
+             "SELECT count(*) FROM range(1000000000) a, range(1000000) b"],
+            cwd=self.folder, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        time.sleep(1.5)
+        process.send_signal(signal.SIGINT)
+        out, error = process.communicate(timeout=30)
+        self.assertEqual((process.returncode, error.decode()), (1, "Interrupted.\n"))
+        self.assertEqual(self.sql("i.db", "SELECT 1"), [[1]])
+
+
+if __name__ == "__main__":
+    unittest.main()

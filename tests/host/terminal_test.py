@@ -1,0 +1,191 @@
+"""`mduckdb-host shell` and tables on a pseudo-terminal."""
+
+import fcntl
+import os
+import pty
+import re
+import select
+import signal
+import struct
+import termios
+import time
+import unittest
+
+from host_case import HOST, HostCase
+
+CONTROL = re.compile(r"\x1b\[[0-9;?]*[A-Za-z]|\r")
+
+
+class Terminal:
+    """A program on a terminal of 100 columns and 30 lines."""
+
+    def __init__(self, folder, *arguments):
+        self.text = ""
+        self.process, self.terminal = pty.fork()
+        if self.process == 0:
+            os.chdir(folder)
+            os.environ.update(TERM="xterm", XDG_STATE_HOME=os.path.join(folder, "state"), INPUTRC="/dev/null")
+            os.execv(HOST, [HOST, *arguments])
+        fcntl.ioctl(self.terminal, termios.TIOCSWINSZ, struct.pack("HHHH", 30, 100, 0, 0))
+
+    def send(self, text):
+        os.write(self.terminal, text.encode())
+
+    def expect(self, text, seconds=20):
+        """Reads on until the text appears; gives what came, without control sequences, and forgets it."""
+        end = time.monotonic() + seconds
+        while text not in self.text:
+            if not select.select([self.terminal], [], [], max(0, end - time.monotonic()))[0]:
+                raise AssertionError(f"{text!r} did not appear in {self.text!r}")
+            try:
+                self.text += CONTROL.sub("", os.read(self.terminal, 65536).decode(errors="replace"))
+            except OSError:
+                raise AssertionError(f"the program ended before {text!r}: {self.text!r}") from None
+        before, self.text = self.text.split(text, 1)
+        return before + text
+
+    def finish(self):
+        """Waits for the end of the program; gives its status."""
+        end = time.monotonic() + 20
+        while time.monotonic() < end:
+            if select.select([self.terminal], [], [], 0.1)[0]:
+                try:
+                    self.text += os.read(self.terminal, 65536).decode(errors="replace")
+                except OSError:
+                    break
+        os.close(self.terminal)
+        return os.waitstatus_to_exitcode(os.waitpid(self.process, 0)[1])
+
+    def kill(self):
+        try:
+            os.kill(self.process, signal.SIGKILL)
+            os.waitpid(self.process, 0)
+        except (ProcessLookupError, ChildProcessError):
+            pass
+
+
+class TerminalTest(HostCase):
+    def start(self, *arguments):
+        terminal = Terminal(self.folder, *(arguments or ("shell",)))
+        self.addCleanup(terminal.kill)
+        if not arguments or arguments[0] == "shell":
+            terminal.expect("> ")
+        return terminal
+
+    def test_a_statement_over_several_lines(self):
+        shell = self.start()
+        shell.send("SELECT 40\n")
+        shell.expect("...> ")
+        shell.send("+ 2 AS answer;\n")
+        self.assertIn("│     42 │", shell.expect("1 row"))
+        shell.send(".quit\n")
+        self.assertEqual(shell.finish(), 0)
+
+    def test_end_of_input_leaves_the_shell(self):
+        shell = self.start()
+        shell.send("\x04")
+        self.assertEqual(shell.finish(), 0)
+
+    def test_ctrl_c_interrupts_the_statement_and_the_shell_goes_on(self):
+        shell = self.start()
+        shell.send("SELECT count(*) FROM range(1000000000) a, range(1000000) b;\n")
+        shell.expect(" s  (Ctrl-C interrupts)")
+        start = time.monotonic()
+        shell.send("\x03")
+        shell.expect("Interrupted: SELECT count(*) FROM range(1000000000) a, range(1000000) b;")
+        self.assertLess(time.monotonic() - start, 5)
+        shell.send("SELECT 'still here' AS t;\n")
+        shell.expect("│ still here │")
+        shell.send(".quit\n")
+        self.assertEqual(shell.finish(), 0)
+
+    def test_ctrl_c_at_the_prompt_drops_the_line_and_the_statement(self):
+        shell = self.start()
+        shell.send("SELECT 1,\n")
+        shell.expect("...> ")
+        shell.send("2, nonsense\x03")
+        shell.expect("^C")
+        shell.expect("memory> ")
+        shell.send("SELECT 7 AS seven;\n")
+        shell.expect("│     7 │")
+
+    def test_the_history_lasts_until_the_next_start(self):
+        shell = self.start()
+        shell.send("SELECT 'of\n")
+        shell.expect("...> ")
+        shell.send("yore' AS t;\n")
+        shell.expect("1 row")
+        shell.send(" SELECT 'secret' AS t;\n")
+        shell.expect("1 row")
+        shell.send(".quit\n")
+        self.assertEqual(shell.finish(), 0)
+        history = self.path("state/mduckdb/history")
+        self.assertEqual(os.stat(history).st_mode & 0o777, 0o600)
+        with open(history) as file:
+            text = file.read()
+        self.assertIn("SELECT 'of\nyore' AS t;", text)
+        again = self.start()
+        again.send("\x1b[A\x1b[A\n")
+        again.expect("│ of\\nyore │")
+
+    def test_completion_of_keywords_tables_columns_procedures_and_commands(self):
+        self.output("create", "c.db")
+        self.execute("c.db", "CREATE TABLE zebras (stripe_count INT); INSERT INTO zebras VALUES (99)")
+        shell = self.start("shell", "c.db")
+        shell.send("sel\tstri\t fr\tzeb\t;\n")
+        self.assertIn("select stripe_count from zebras", shell.expect("│           99 │"))
+        shell.send(".data\t\n")
+        shell.expect("read and write")
+        self.execute(":memory:", "COPY (SELECT 1 AS i) TO '%s'" % self.path("only_one.parquet"))
+        shell.send("call parquet_co\t('only\t);\n")
+        shell.expect("│     1 │")
+
+    def test_a_paste_of_ten_statements_runs_them_all(self):
+        shell = self.start()
+        paste = "\n".join(f"SELECT {i} * 1000 AS n;" for i in range(1, 11))
+        shell.send("\x1b[200~" + paste + "\x1b[201~\n")
+        for i in range(1, 11):
+            shell.expect(f"{i}000 │")
+        shell.send(".quit\n")
+        self.assertEqual(shell.finish(), 0)
+
+    def test_a_long_result_is_cut_in_the_middle(self):
+        shell = self.start()
+        shell.send("SELECT i FROM range(1000) r(i);\n")
+        text = shell.expect("shows everything)")
+        self.assertIn("│ 999 │", text)
+        self.assertIn("│   … │", text)
+        left_out = int(re.search(r"1,000 rows \(left out: (\d+) rows;", text).group(1))
+        self.assertEqual(len(re.findall(r"│ +\d+ │", text)), 1000 - left_out)
+        self.assertLess(1000 - left_out, 30)
+        shell.send(".all on\nSELECT i FROM range(1000) r(i);\n")
+        self.assertIn("│ 500 │", shell.expect("1,000 rows\n"))
+
+    def test_a_wide_result_fits_the_screen(self):
+        shell = self.start()
+        names = ", ".join(f"repeat('日', 40) AS column_number_{i}" for i in range(20))
+        shell.send(f".all off\nSELECT {names};\n")
+        shell.expect("┌")
+        text = "┌" + shell.expect("shows everything)")
+        self.assertRegex(text, r"left out: \d+ columns;")
+        for line in text.splitlines():
+            if line.startswith(("│", "┌", "├", "└")):
+                width = sum(2 if c == "日" else 1 for c in line)
+                self.assertLessEqual(width, 100, line)
+        self.assertEqual(len({sum(2 if c == "日" else 1 for c in line) for line in text.splitlines()
+                              if line.startswith(("│", "┌"))}), 1)
+
+    def test_all_prints_everything_on_a_terminal(self):
+        terminal = self.start("--all", "sql", ":memory:", "SELECT i FROM range(1000) r(i)")
+        self.assertIn("│ 500 │", terminal.expect("1,000 rows"))
+        self.assertEqual(terminal.finish(), 0)
+
+    def test_a_null_is_told_from_the_text_null(self):
+        terminal = Terminal(self.folder, "sql", ":memory:", "SELECT NULL AS a, 'NULL' AS b")
+        self.addCleanup(terminal.kill)
+        self.assertEqual(terminal.finish(), 0)
+        self.assertIn("│ \x1b[2mNULL\x1b[22m │ NULL │", terminal.text)
+
+
+if __name__ == "__main__":
+    unittest.main()
