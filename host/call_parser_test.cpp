@@ -21,7 +21,7 @@ TEST(FindCall, FindsTheProcedureAndItsArguments) {
     ASSERT_TRUE(call.has_value());
     EXPECT_EQ(call->procedure, "fetch_parquet");
     EXPECT_EQ(call->arguments, " 'a' )");
-    EXPECT_EQ(call->arguments_start, 24U);
+    EXPECT_EQ(call->arguments_start, 23U);
 }
 
 TEST(FindCall, LeavesOtherStatementsAlone) {

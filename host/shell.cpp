@@ -98,9 +98,14 @@ void Shell::Accept(LineReader& reader, const std::string& line) {
     if (!splitter_.get_IsInside() && IsBlank(line)) {
         return;
     }
+    if (!splitter_.get_IsInside()) {
+        is_kept_ = !line.starts_with(' ');
+    }
     splitter_.Add(line + "\n");
     for (std::string statement; !is_over_ && splitter_.TakeStatement(statement);) {
-        reader.AddToHistory(statement);
+        if (is_kept_) {
+            reader.AddToHistory(statement);
+        }
         RunStatement(statement);
     }
 }

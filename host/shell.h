@@ -77,6 +77,8 @@ class Shell {
     std::size_t current_ = 0;
     std::unique_ptr<Printer> printer_;
     StatementSplitter splitter_;
+    /** Whether the history takes the statement that is being read; not when it began with a blank. */
+    bool is_kept_ = true;
     uint32_t cursor_location_ = nbx::mrsql::kServerCursor;
     bool has_timer_ = false;
     bool is_over_ = false;

@@ -80,8 +80,7 @@ class TerminalReader final : public LineReader {
     }
 
     void AddToHistory(const std::string& entry) override {
-        // What begins with a blank is not kept, as in other shells; nor what was just entered.
-        if (entry.empty() || entry.front() == ' ' || entry == last_entry_) {
+        if (entry.empty() || entry == last_entry_) {
             return;
         }
         last_entry_ = entry;

@@ -44,7 +44,7 @@ class SqlTest(HostCase):
         self.assertEqual(server[4], [4, "4é", 4 / 7])
 
     def test_kinds_of_values(self):
-        row = self.sql(":memory:", """SELECT true, -128::TINYINT, 18446744073709551615::UBIGINT, 1.5::DECIMAL(5, 2),
+        row = self.sql(":memory:", """SELECT true, (-128)::TINYINT, 18446744073709551615::UBIGINT, 1.5::DECIMAL(5, 2),
             0.1::FLOAT, 'NaN'::DOUBLE, '-inf'::DOUBLE, '\\x00\\xAB'::BLOB, NULL, DATE '2024-03-15', [1, 2],
             'a' || chr(0) || 'b'""")[0]
         self.assertEqual(row, [True, -128, 2**64 - 1, 1.5, 0.1, "NaN", "-Infinity", "\\x00ab", None, "2024-03-15",

@@ -133,7 +133,7 @@ class TerminalTest(HostCase):
         self.execute("c.db", "CREATE TABLE zebras (stripe_count INT); INSERT INTO zebras VALUES (99)")
         shell = self.start("shell", "c.db")
         shell.send("sel\tstri\t fr\tzeb\t;\n")
-        self.assertIn("select stripe_count from zebras", shell.expect("│           99 │"))
+        self.assertIn("select stripe_count  from zebras ;", shell.expect("│           99 │"))
         shell.send(".data\t\n")
         shell.expect("read and write")
         self.execute(":memory:", "COPY (SELECT 1 AS i) TO '%s'" % self.path("only_one.parquet"))

@@ -1,0 +1,26 @@
+# fish completion for mduckdb-host
+
+set -l commands call version probe create sql backup restore shell
+set -l procedures fetch_parquet parquet_schema parquet_metadata parquet_count fetch_duckdb
+
+complete -c mduckdb-host -l module -r -d 'Module to load'
+complete -c mduckdb-host -l format -x -a 'table csv json jsonl markdown' -d 'How rows are printed'
+complete -c mduckdb-host -l all -d 'Print all of a large table'
+complete -c mduckdb-host -s h -l help -d 'Help'
+
+complete -c mduckdb-host -f -n "not __fish_seen_subcommand_from $commands" -a call -d 'Call a procedure'
+complete -c mduckdb-host -f -n "not __fish_seen_subcommand_from $commands" -a version -d 'Print the versions'
+complete -c mduckdb-host -f -n "not __fish_seen_subcommand_from $commands" -a probe -d 'Tell which files are databases'
+complete -c mduckdb-host -f -n "not __fish_seen_subcommand_from $commands" -a create -d 'Make a database file'
+complete -c mduckdb-host -f -n "not __fish_seen_subcommand_from $commands" -a sql -d 'Run SQL'
+complete -c mduckdb-host -f -n "not __fish_seen_subcommand_from $commands" -a backup -d 'Back a database up'
+complete -c mduckdb-host -f -n "not __fish_seen_subcommand_from $commands" -a restore -d 'Restore a backup'
+complete -c mduckdb-host -f -n "not __fish_seen_subcommand_from $commands" -a shell -d 'Enter SQL'
+
+complete -c mduckdb-host -n '__fish_seen_subcommand_from call' -a "$procedures"
+complete -c mduckdb-host -n '__fish_seen_subcommand_from create' -l block-size -x -a '16384 262144' -d 'Bytes in a block'
+complete -c mduckdb-host -n '__fish_seen_subcommand_from create' -l storage-version -x -d 'Oldest DuckDB that reads it'
+complete -c mduckdb-host -n '__fish_seen_subcommand_from sql' -l cursor -x -a 'server client' -d 'Who keeps the rows'
+complete -c mduckdb-host -n '__fish_seen_subcommand_from sql' -l read-only -d 'Open for reading only'
+complete -c mduckdb-host -n '__fish_seen_subcommand_from sql' -l param -x -d 'Value of a parameter'
+complete -c mduckdb-host -n '__fish_seen_subcommand_from sql' -l params-file -r -d 'Rows of parameters'
