@@ -5,7 +5,7 @@
 #   lib/libmshared.so*            the host foundation
 #   lib/mduckdb/                  both modules, and the DuckDB library that they are built on
 #   include/nbx, include/mirona   headers of the foundation and of the function table
-#   lib/cmake, lib/pkgconfig, share/man, share/bash-completion, share/doc
+#   lib/cmake, lib/pkgconfig, share/man, share/doc, completions for bash, zsh and fish
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
@@ -26,9 +26,11 @@ install(FILES ${DuckDB_LIBRARY} DESTINATION ${MDUCKDB_MODULEDIR})
 if(MDUCKDB_HOST)
     set_target_properties(mduckdb-host PROPERTIES INSTALL_RPATH "$ORIGIN/../${MDUCKDB_LIBDIR}")
     install(TARGETS mduckdb-host RUNTIME DESTINATION bin)
-    install(FILES docs/mduckdb-host.1 DESTINATION share/man/man1 OPTIONAL)
+    install(FILES host/mduckdb-host.1 DESTINATION share/man/man1)
     install(FILES host/completions/mduckdb-host.bash
-        DESTINATION share/bash-completion/completions RENAME mduckdb-host OPTIONAL)
+        DESTINATION share/bash-completion/completions RENAME mduckdb-host)
+    install(FILES host/completions/_mduckdb-host DESTINATION share/zsh/site-functions)
+    install(FILES host/completions/mduckdb-host.fish DESTINATION share/fish/vendor_completions.d)
 endif()
 
 # find_package(mshared) gives mshared::mshared; find_package(mduckdb) the modules' files as mduckdb::mduckdb

@@ -53,7 +53,8 @@ class FilesTest(HostCase):
         folder = os.path.join(os.path.dirname(__file__), "../../host")
         options = set(re.findall(r"(--[a-z-]+)", "".join(self.output(*words, "--help")
                                                          for words in [()] + [(c,) for c in COMMANDS])))
-        for name in ("mduckdb-host.1", "mduckdb-host.bash", "_mduckdb-host", "mduckdb-host.fish"):
+        for name in ("mduckdb-host.1", "completions/mduckdb-host.bash", "completions/_mduckdb-host",
+                     "completions/mduckdb-host.fish"):
             with open(os.path.join(folder, name)) as file:
                 text = file.read().replace("\\-", "-")
             for word in list(COMMANDS) + sorted(options):
