@@ -47,13 +47,12 @@ void PrintProcedure(const ProcedureRegistry& registry, std::string_view name, st
     const Procedure& procedure = FindProcedure(registry, name, arguments.size());
     ProcedureCall call(procedure, std::move(arguments));
     HostCursor& cursor = RunOrThrow(call);
+    bool is_over = is_stopped && is_stopped();
     printer.Begin(cursor.get_Columns());
     Row row;
-    while (cursor.NextRow(row)) {
+    while (!is_over && cursor.NextRow(row)) {
         printer.Add(row);
-        if (is_stopped && is_stopped()) {
-            break;
-        }
+        is_over = is_stopped && is_stopped();
     }
     printer.End();
 }

@@ -22,7 +22,8 @@ class xProcedureError : public std::runtime_error {
 const Procedure& FindProcedure(const ProcedureRegistry& registry, std::string_view name,
                                std::size_t argument_count);
 
-/** Calls a procedure and prints its rows. Stops after a row for which `is_stopped` says so. Throws
+/** Calls a procedure and prints its rows. Asks `is_stopped` before the first row and
+    after each, and leaves out the rest when it says so. Throws
     `xUsageError` and `xProcedureError`. */
 void PrintProcedure(const ProcedureRegistry& registry, std::string_view name, std::vector<Cell> arguments,
                     Printer& printer, const std::function<bool()>& is_stopped = nullptr);

@@ -19,6 +19,8 @@ namespace mduckdb_host {
 
 namespace {
 
+/** The module's code of an interruption, for one that came while rows were printed. */
+constexpr uint32_t kInterruptCode = 0x57501;
 /** Files that read files that read files. */
 constexpr int kDeepestFile = 20;
 
@@ -141,8 +143,7 @@ void Shell::RunCall(const std::string& statement) {
         return watch.get_IsInterrupted();
     });
     if (watch.get_IsInterrupted()) {
-        throw std::runtime_error(
-            fmt::format("Interrupted: CALL {}. Not all rows were printed.", call.procedure));
+        throw nbx::xInterruptError(kInterruptCode);
     }
 }
 
@@ -153,7 +154,7 @@ void Shell::RunSql(const std::string& statement) {
     watch.EndProgress();
     PrintResults(std::move(result), get_Printer(), [&watch] { return watch.get_IsInterrupted(); });
     if (watch.get_IsInterrupted()) {
-        throw std::runtime_error("Interrupted while the result was printed.");
+        throw nbx::xInterruptError(kInterruptCode);
     }
 }
 
@@ -165,6 +166,8 @@ void Shell::RunReported(const std::string& sql, const std::function<void()>& wor
     } catch (const nbx::xInterruptError&) {
         const std::string first_line = sql.substr(0, sql.find('\n'));
         Report(fmt::format("Interrupted: {}", first_line));
+        // Who interrupts a pasted script wants none of its statements.
+        splitter_.Clear();
     } catch (const std::exception& error) {
         Report(DescribeException(error, sql));
     }
