@@ -35,13 +35,13 @@ TEST(ParseArgument, ReadsOtherNumbersAsDoubles) {
 }
 
 TEST(ParseArgument, ReadsNullTextsAndArrays) {
-    EXPECT_TRUE(ParseArgument("null").is_null());
+    EXPECT_TRUE(ParseArgument("null").get_IsNull());
     EXPECT_EQ(Get<std::string>(ParseArgument("\"a\\nb\"")), "a\nb");
     const List list = Get<List>(ParseArgument(" [\"a\", [1], null] "));
     ASSERT_EQ(list.items.size(), 3U);
     EXPECT_EQ(Get<std::string>(list.items[0]), "a");
     EXPECT_EQ(Get<List>(list.items[1]).items.size(), 1U);
-    EXPECT_TRUE(list.items[2].is_null());
+    EXPECT_TRUE(list.items[2].get_IsNull());
 }
 
 TEST(ParseArgument, LeavesEverythingElseAsText) {

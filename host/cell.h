@@ -32,7 +32,7 @@ struct Cell {
 
     Content content;
 
-    bool is_null() const noexcept { return std::holds_alternative<Null>(content); }
+    bool get_IsNull() const noexcept { return std::holds_alternative<Null>(content); }
 };
 
 /** The type of the content, as the function table numbers types (`mirona_type`). */

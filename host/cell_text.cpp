@@ -119,7 +119,7 @@ void AppendJsonString(std::string& out, std::string_view text) {
 }
 
 void AppendJson(std::string& out, const Cell& cell) {
-    if (cell.is_null()) {
+    if (cell.get_IsNull()) {
         out += "null";
     } else if (IsPlainJson(cell)) {
         AppendText(out, cell);

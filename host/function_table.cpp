@@ -137,7 +137,7 @@ mirona_value MakeUint(mirona_call call, uint64_t value) noexcept {
 }
 
 bool ValueIsNull(mirona_value value) noexcept {
-    return value == nullptr || ValueOf(value)->cell.is_null();
+    return value == nullptr || ValueOf(value)->cell.get_IsNull();
 }
 
 uint32_t ValueType(mirona_value value) noexcept {

@@ -122,7 +122,7 @@ ValueType get_ElementType(const List& list) {
     ValueType type = ValueType::String;
     bool is_first = true;
     for (const Cell& item : list.items) {
-        if (item.is_null()) {
+        if (item.get_IsNull()) {
             continue;
         }
         const ValueType item_type = std::holds_alternative<bool>(item.content)       ? ValueType::Boolean

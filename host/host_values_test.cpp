@@ -45,7 +45,7 @@ TEST(HostValues, ANullIsANullPointer) {
 TEST(HostValues, ANullValueOfAnyKindIsANull) {
     const auto value = smart_ptr<I_Value>::Adopt(nbx::CreateValueBoolean(true, nullptr, nullptr));
     value->put_IsNull(true);
-    EXPECT_TRUE(ToCell(value).is_null());
+    EXPECT_TRUE(ToCell(value).get_IsNull());
 }
 
 TEST(HostValues, AnArrayDeclaresTheKindOfItsItems) {

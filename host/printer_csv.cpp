@@ -55,7 +55,7 @@ class CsvPrinter final : public Printer {
         const char* separator = "";
         for (const Cell& cell : row) {
             line_ += separator;
-            if (!cell.is_null()) {
+            if (!cell.get_IsNull()) {
                 text_.clear();
                 AppendText(text_, cell);
                 AppendField(line_, text_);

@@ -38,7 +38,7 @@ class MarkdownPrinter final : public Printer {
     void Add(const Row& row) override {
         std::string line = "|";
         for (const Cell& cell : row) {
-            line += fmt::format(" {} |", cell.is_null() ? "*NULL*" : EscapeForMarkdown(ToText(cell)));
+            line += fmt::format(" {} |", cell.get_IsNull() ? "*NULL*" : EscapeForMarkdown(ToText(cell)));
         }
         out_.Write(line + "\n");
     }

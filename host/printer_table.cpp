@@ -66,8 +66,8 @@ class TablePrinter final : public Printer {
         Fields fields;
         fields.reserve(row.size());
         for (const Cell& cell : row) {
-            fields.push_back(MakeField(cell.is_null() ? "NULL" : ToPrintable(ToText(cell))));
-            fields.back().is_null = cell.is_null();
+            fields.push_back(MakeField(cell.get_IsNull() ? "NULL" : ToPrintable(ToText(cell))));
+            fields.back().is_null = cell.get_IsNull();
         }
         if (is_started_) {
             PrintRow(fields);

@@ -9,7 +9,8 @@ namespace mduckdb_host {
 namespace {
 
 using nbx::smart_ptr;
-using namespace nbx::mrsql;
+using nbx::mrsql::I_DuckDBCursor;
+using nbx::mrsql::I_DuckDBQueryResult;
 
 std::vector<Column> DescribeColumns(const I_DuckDBCursor& cursor) {
     std::vector<Column> columns;
@@ -22,8 +23,8 @@ std::vector<Column> DescribeColumns(const I_DuckDBCursor& cursor) {
 
 // The end of the rows and a failure to fetch them look alike to `NextRecord`.
 void ThrowIfFetchFailed(I_DuckDBCursor& cursor) {
-    const auto* const status =
-        static_cast<const I_FetchStatus*>(cursor.QueryInterface(kFetchStatusInterfaceId));
+    const auto* const status = static_cast<const nbx::mrsql::I_FetchStatus*>(
+        cursor.QueryInterface(nbx::mrsql::kFetchStatusInterfaceId));
     if (status != nullptr && !status->get_FetchError().isEmpty()) {
         throw xFetchError(DescribeError(ParseDuckDBError(ToUtf8(status->get_FetchError())), {}));
     }
@@ -51,14 +52,14 @@ void PrintCursor(const smart_ptr<I_DuckDBCursor>& cursor, Printer& printer, cons
 void PrintResults(smart_ptr<I_DuckDBQueryResult> result, Printer& printer, const StopTest& is_stopped) {
     for (; result != nullptr && !(is_stopped && is_stopped()); result = result->NextResult()) {
         const uint32_t flags = result->get_Flags();
-        if ((flags & kHasError) != 0) {
+        if ((flags & nbx::mrsql::kHasError) != 0) {
             const DuckDBError error{ToUtf8(result->get_ErrorType()), ToUtf8(result->get_ErrorMessage()),
                                     result->get_ErrorPosition()};
             throw xFetchError(DescribeError(error, {}));
         }
-        if ((flags & kHasCursor) != 0) {
+        if ((flags & nbx::mrsql::kHasCursor) != 0) {
             PrintCursor(result->get_Cursor(), printer, is_stopped);
-        } else if ((flags & kHasRowsChanged) != 0) {
+        } else if ((flags & nbx::mrsql::kHasRowsChanged) != 0) {
             printer.PrintRowsChanged(result->get_RowsChanged());
         } else {
             printer.PrintRowsChanged(std::nullopt);
