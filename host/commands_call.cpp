@@ -1,3 +1,6 @@
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
 #include <memory>
 
 #include "arguments.h"

@@ -1,5 +1,8 @@
 #include <fmt/format.h>
 #include <unistd.h>
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
 
 #include <iostream>
 #include <memory>

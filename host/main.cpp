@@ -1,4 +1,7 @@
 #include <fmt/format.h>
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
 
 #include <unistd.h>
 #include <algorithm>

@@ -1,8 +1,5 @@
 #pragma once
 
-#include <CLI/App.hpp>
-#include <CLI/Config.hpp>
-#include <CLI/Formatter.hpp>
 #include <functional>
 #include <memory>
 #include <stdexcept>
@@ -13,6 +10,10 @@
 #include "function_table.h"
 #include "output.h"
 #include "printer.h"
+
+namespace CLI {
+class App;  // its headers take long to read
+}
 
 namespace mduckdb_host {
 
