@@ -36,8 +36,8 @@ double DecimalToDouble(int64_t number, uint8_t scale) noexcept {
         return static_cast<double>(number) / kDoublePowersOfTen[scale];
     }
     const int64_t power = kPowersOfTen[scale];
-    return static_cast<double>(number / power) +
-           static_cast<double>(number % power) / kDoublePowersOfTen[scale];
+    const int64_t whole = number / power;
+    return static_cast<double>(whole) + static_cast<double>(number % power) / kDoublePowersOfTen[scale];
 }
 
 double WideDecimalToDouble(duckdb_hugeint number, uint8_t scale) {
