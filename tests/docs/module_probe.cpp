@@ -1,0 +1,105 @@
+#include "module_probe.h"
+
+#include <dlfcn.h>
+
+#include <stdexcept>
+
+#include "cell_text.h"
+#include "nbx/exception.h"
+#include "nbx/json.h"
+#include "nbx/mrsql/registry.h"
+#include "type_names.h"
+
+namespace mduckdb_docs {
+
+nbx::String FromUtf8(std::string_view text) {
+    return nbx::String(text.data(), static_cast<std::ptrdiff_t>(text.size()));
+}
+
+std::string ToUtf8(const nbx::String& text) {
+    return nbx::StFromUTF16(text, nbx::GetConverter_UTF8()).Take();
+}
+
+LoadedModule::LoadedModule(const std::string& file) {
+    void* const module = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
+    if (module == nullptr) {
+        throw std::runtime_error(dlerror());
+    }
+    const auto bind_api =
+        reinterpret_cast<decltype(&mirona_extension_bind_api)>(dlsym(module, "mirona_extension_bind_api"));
+    const auto init =
+        reinterpret_cast<decltype(&mirona_extension_init)>(dlsym(module, "mirona_extension_init"));
+    if (bind_api == nullptr || init == nullptr) {
+        throw std::runtime_error(file + " lacks an export");
+    }
+    bind_api(&mduckdb_host::GetFunctionTable());
+    init(static_cast<mduckdb_host::ErrorTarget*>(&registry_));
+    if (registry_.Find("fetch_duckdb") == nullptr) {
+        throw std::runtime_error(file + " registered no fetch_duckdb");
+    }
+}
+
+std::string LoadedModule::FetchCell(const std::string& database_file, const std::string& table) const {
+    mduckdb_host::ProcedureCall call(*registry_.Find("fetch_duckdb"),
+                                     {mduckdb_host::Cell{database_file}, mduckdb_host::Cell{table}});
+    mduckdb_host::HostCursor* const cursor = call.Run();
+    if (cursor == nullptr) {
+        return "error: " + call.get_Error();
+    }
+    mduckdb_host::Row row;
+    if (!cursor->NextRow(row) || row.size() != 1) {
+        throw std::runtime_error(table + " is not one cell");
+    }
+    const std::string type = mduckdb_host::get_HostTypeName(cursor->get_Columns().front().host_type);
+    return Code(type) + " " + (row[0].is_null() ? "null" : Code(mduckdb_host::ToText(row[0])));
+}
+
+std::string ErrorText(const std::exception& error) {
+    const auto* duckdb_error = dynamic_cast<const nbx::mrsql::xDuckDBError*>(&error);
+    if (duckdb_error == nullptr) {
+        return error.what();
+    }
+    const nbx::Json json(ToUtf8(duckdb_error->get_Message()).c_str());
+    return ToUtf8(json.isValid() ? json.get_JsonValue("exception_message") : duckdb_error->get_Message());
+}
+
+DatabaseProbe::DatabaseProbe(const std::string& file) {
+    const auto location = nbx::CreateLocation(FromUtf8(file));
+    database_ = nbx::mrsql::GetDuckDBExtension()->CreateDatabase(location);
+    // Files of older formats hold no VARIANT.
+    database_->put_StorageVersion(FromUtf8("latest"));
+    database_->Create();
+}
+
+DatabaseProbe::~DatabaseProbe() {
+    database_->Close();
+}
+
+void DatabaseProbe::Run(const std::string& sql) {
+    database_->SqlExecute(FromUtf8(sql), nullptr);
+}
+
+Answer DatabaseProbe::Select(const std::string& sql, smart_ptr<nbx::I_Value> parameter) {
+    return Ask([&] {
+        smart_ptr<nbx::ValueRow> row;
+        if (parameter) {
+            row = nbx::MakeObject<nbx::ValueRow>();
+            row->Append(parameter);
+        }
+        return database_->SqlSelect(FromUtf8(sql), nbx::mrsql::kClientCursor, row);
+    });
+}
+
+Answer DatabaseProbe::ReadOnlyCell(nbx::mrsql::I_DuckDBCursor& cursor) {
+    if (cursor.get_RecordCount() != 1 || cursor.get_ColumnCount() != 1) {
+        throw std::runtime_error("not one cell");
+    }
+    cursor.FirstRecord();
+    Answer answer;
+    answer.value = cursor.get_Value(0);
+    answer.kind = KindName(answer.value->get_TypeCode());
+    answer.text = answer.value->get_IsNull() ? "null" : ToUtf8(answer.value->get_Text());
+    return answer;
+}
+
+}  // namespace mduckdb_docs
