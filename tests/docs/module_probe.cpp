@@ -86,7 +86,17 @@ Answer DatabaseProbe::Select(const std::string& sql, smart_ptr<nbx::I_Value> par
             row = nbx::MakeObject<nbx::ValueRow>();
             row->Append(parameter);
         }
-        return database_->SqlSelect(FromUtf8(sql), nbx::mrsql::kClientCursor, row);
+        // Both kinds of cursor must say the same.
+        const auto server = database_->SqlSelect(FromUtf8(sql), nbx::mrsql::kServerCursor, row);
+        server->NextRecord();
+        const auto client = database_->SqlSelect(FromUtf8(sql), nbx::mrsql::kClientCursor, row);
+        client->FirstRecord();
+        const auto streamed = server->get_Value(0);
+        const auto kept = client->get_Value(0);
+        if (streamed->get_TypeCode() != kept->get_TypeCode() || streamed->get_Text() != kept->get_Text()) {
+            throw std::logic_error("the cursors differ");
+        }
+        return client;
     });
 }
 

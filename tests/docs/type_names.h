@@ -1,5 +1,7 @@
 #pragma once
 
+#include <utf8.h>
+
 #include <cstdint>
 #include <string>
 #include <utility>
@@ -48,20 +50,19 @@ inline std::string KindName(uint32_t code) {
     return "kind " + std::to_string(code);
 }
 
-/** A text as code in a cell of a table. */
+/** A text as code in a cell of a table; one with bytes that no page shows, in hexadecimal. */
 inline std::string Code(const std::string& text) {
-    if (text.empty()) {
-        return "(empty)";
-    }
-    std::string code = "`";
+    static constexpr char kDigits[] = "0123456789abcdef";
+    std::string code;
+    std::string bytes;
+    bool is_shown = utf8::is_valid(text.begin(), text.end());
     for (const char character : text) {
-        if (character == '|') {
-            code += '\\';
-        }
-        // Bytes that no page shows.
-        code += character >= 0 && character < ' ' ? '?' : character;
+        const auto byte = static_cast<unsigned char>(character);
+        is_shown = is_shown && byte >= 0x20;
+        code += character == '|' ? "\\|" : std::string(1, character);
+        bytes += {kDigits[byte >> 4], kDigits[byte & 15]};
     }
-    return code + "`";
+    return text.empty() ? "(empty)" : is_shown ? "`" + code + "`" : "(bytes " + bytes + ")";
 }
 
 }  // namespace mduckdb_docs
