@@ -15,6 +15,9 @@ namespace fs = std::filesystem;
 constexpr std::u16string_view kInMemory = u":memory:";
 
 fs::path NormalPath(const String& text) {
+    if (text.get_View().find(u'\0') != std::u16string_view::npos) {
+        throw xException(kLocationErrorCode, "A path must not contain NUL characters");
+    }
     if (text.isEmpty() || text.get_View() == kInMemory) {
         return {};
     }

@@ -126,5 +126,9 @@ TEST(PrepareFolder, ReportsWhatCannotBeMade) {
     EXPECT_FALSE(fs::exists(":memory:"));
 }
 
+TEST(Location, RefusesAPathWithANulCharacter) {
+    EXPECT_THROW(CreateLocation(String(u"a\0b", 3)), xException);
+}
+
 }  // namespace
 }  // namespace nbx

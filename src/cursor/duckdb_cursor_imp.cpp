@@ -85,7 +85,7 @@ uint32_t DuckDBCursor_imp::get_ColumnType(uint32_t column_index) const {
 }
 
 nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase> DuckDBCursor_imp::get_Database() {
-    return nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase>(database_);
+    return nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase>(get_Attached());
 }
 
 void DuckDBCursor_imp::Close() {

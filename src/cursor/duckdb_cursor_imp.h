@@ -53,7 +53,11 @@ class DuckDBCursor_imp : public nbx::mrsql::I_DuckDBCursor, public nbx::ForeignP
   protected:
     DuckDBCursor_imp(DuckDBDatabase& database, duckdb_plain::ResultHolder result);
 
-    bool get_IsValid() const noexcept { return database_ != nullptr && result_; }
+    /** The database, or null when the cursor has lost it. */
+    DuckDBDatabase* get_Attached() const noexcept {
+        return siblings_->get_IsOrphaned() ? nullptr : database_;
+    }
+    bool get_IsValid() const noexcept { return get_Attached() != nullptr && result_; }
     /** Throws "DuckDBCursor is invalid" unless the cursor has its database and its result. */
     void RequireValid() const;
     /** Throws "inColumnIndex is out of bounds". The cursor is valid. */

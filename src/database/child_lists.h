@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <memory>
 
 #include "host/engine_lock.h"
@@ -34,6 +35,11 @@ class ChildLists : nbx::noncopyable {
         return results_.Remove(result);
     }
 
+    /** The database is being destroyed. A child that was taken out of the lists and lives on must not reach
+     * it. */
+    void Orphan() noexcept { is_orphaned_.store(true); }
+    bool get_IsOrphaned() const noexcept { return is_orphaned_.load(); }
+
     /** Takes every child out, results first, then cursors, then statements, each list from its last
         entry to its first, and has it give up the database. */
     void CloseAll() NBX_REQUIRES(gEngineLock);
@@ -54,6 +60,7 @@ class ChildLists : nbx::noncopyable {
         T* TakeLast() { return items && !items->get_IsEmpty() ? items->TakeLast() : nullptr; }
     };
 
+    std::atomic<bool> is_orphaned_{false};
     List<nbx::mrsql::I_DuckDBStatement> statements_ NBX_GUARDED_BY(gEngineLock);
     List<nbx::mrsql::I_DuckDBCursor> cursors_ NBX_GUARDED_BY(gEngineLock);
     List<nbx::mrsql::I_DuckDBQueryResult> results_ NBX_GUARDED_BY(gEngineLock);

@@ -20,6 +20,7 @@ DuckDBDatabase::~DuckDBDatabase() {
         Close();
     } catch (...) {  // Nobody is left to tell.
     }
+    children_->Orphan();
 }
 
 uint32_t DuckDBDatabase::AddRef() {
@@ -141,6 +142,14 @@ SharedConnection DuckDBDatabase::RequireConnection() {
         ThrowError("DuckDBDatabase is not open");
     }
     return connection;
+}
+
+std::string DuckDBDatabase::ToSql(const nbx::String& sql) const {
+    std::string text = ToUtf8(sql);
+    if (text.find('\0') != std::string::npos) {
+        ThrowError("SQL text must not contain NUL characters");
+    }
+    return text;
 }
 
 void DuckDBDatabase::ThrowError(std::string_view message) const {

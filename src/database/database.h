@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <memory>
+#include <string>
 #include <string_view>
 
 #include "database/child_lists.h"
@@ -76,6 +77,8 @@ class DuckDBDatabase final : public nbx::mrsql::I_DuckDBDatabase,
     void ThrowIfInterrupted();
     /** Throws `xDuckDBError` with this database's path and a UTF-8 message. */
     [[noreturn]] void ThrowError(std::string_view message) const;
+    /** SQL text as UTF-8. Throws for a text with a NUL character: DuckDB would run what stands before it. */
+    std::string ToSql(const nbx::String& sql) const;
     /** Throws "DuckDBDatabase is not open" unless there are an engine and a connection. */
     SharedConnection RequireConnection() NBX_REQUIRES(gEngineLock);
     /** Executes like `duckdb_execute_prepared`, but an `Interrupt` that came before DuckDB's own start

@@ -74,9 +74,7 @@ void DuckDBDatabase::Create() {
 }
 
 void DuckDBDatabase::CreateSession(Session& session, std::string& error) {
-    if (SharedEngine shared = HandleRegistry::Get().Share(location_->get_PathText())) {
-        session.Join(std::move(shared));
-    } else {
+    if (!session.JoinShared(location_->get_PathText())) {
         session.Own(CreateEngine(error));
     }
     if (error.empty() && !session.Connect()) {

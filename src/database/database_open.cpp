@@ -18,9 +18,7 @@ void DuckDBDatabase::OpenLocked() {
         ThrowError("File does not exist");
     }
     Session session;
-    if (SharedEngine shared = HandleRegistry::Get().Share(location_->get_PathText())) {
-        session.Join(std::move(shared));
-    } else {
+    if (!session.JoinShared(location_->get_PathText())) {
         session.Own(OpenEngine());
     }
     if (!session.Connect()) {
@@ -68,8 +66,6 @@ void DuckDBDatabase::Adopt(Session& session) {
     open_key_ = key;
     ReplaceConnection(session.get_Connection());
     is_open_.store(true);
-    // An engine on which this fails reports its errors as plain text; nothing else depends on it.
-    static_cast<void>(duckdb_query(*session.get_Connection(), "SET errors_as_json = true;", nullptr));
 }
 
 }  // namespace mduckdb

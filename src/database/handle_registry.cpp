@@ -19,18 +19,15 @@ uint32_t HandleRegistry::get_UserCount(const nbx::String& key) const {
     return entry == entries_.end() ? 0 : entry->second.users;
 }
 
-SharedEngine HandleRegistry::Share(const nbx::String& key) {
+SharedEngine HandleRegistry::get_Shared(const nbx::String& key) const {
     const auto found = entries_.find(key);
-    if (found == entries_.end() || !found->second.engine) {
-        return nullptr;
-    }
-    Entry& entry = found->second;
-    if (duckdb_plain::IsEngineAlive(entry.engine->handle)) {
-        return entry.engine;
-    }
+    return found == entries_.end() ? nullptr : found->second.engine;
+}
+
+void HandleRegistry::RetireShared(const nbx::String& key) {
+    Entry& entry = entries_.at(key);
     entry.retired.push_back(entry.engine);
     RetireEngine(*std::exchange(entry.engine, nullptr));
-    return nullptr;
 }
 
 void HandleRegistry::AddUser(const nbx::String& key, const SharedEngine& engine) {

@@ -18,9 +18,11 @@ class HandleRegistry : nbx::noncopyable {
 
     bool Contains(const nbx::String& key) const NBX_REQUIRES(gEngineLock);
     uint32_t get_UserCount(const nbx::String& key) const NBX_REQUIRES(gEngineLock);
-    /** The engine that users of the key share, or null. One that an internal error has ended is retired:
-        its users keep it until they close, and the next user opens a new one. */
-    SharedEngine Share(const nbx::String& key) NBX_REQUIRES(gEngineLock);
+    /** The engine that users of the key share, or null. */
+    SharedEngine get_Shared(const nbx::String& key) const NBX_REQUIRES(gEngineLock);
+    /** Retires the shared engine, which an internal error has ended: its users keep it until they close, and
+        the next user opens a new one. */
+    void RetireShared(const nbx::String& key) NBX_REQUIRES(gEngineLock);
     /** Enters one more user of an engine, which becomes the shared one if it writes. Strong guarantee. */
     void AddUser(const nbx::String& key, const SharedEngine& engine) NBX_REQUIRES(gEngineLock);
     /** Takes one user away, whose connection is closed. The last one closes every engine of the key; one

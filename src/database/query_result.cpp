@@ -123,7 +123,7 @@ void* DuckDBQueryResult::QueryInterface(uint32_t interface_id) {
 
 nbx::smart_ptr<nbx::mrsql::I_DuckDBQueryResult> DuckDBQueryResult::NextResult() {
     const EngineLockScope lock;
-    if (remaining_.empty()) {
+    if (remaining_.empty() || siblings_->get_IsOrphaned()) {
         return nullptr;
     }
     return MakeQueryResult(*database_, std::exchange(remaining_, {}), cursor_location_);

@@ -6,7 +6,6 @@
 #include "cursor/cursor.h"
 #include "database/database.h"
 #include "database/errors.h"
-#include "host/text.h"
 #include "nbx/hooks.h"
 #include "statement/host_value_binding.h"
 
@@ -106,7 +105,7 @@ int64_t RowsChanged(ResultHolder& result) {
 ResultList ExecuteScript(DuckDBDatabase& database, const nbx::String& sql, const nbx::ValueRow* parameters) {
     database.ClearInterrupted();
     const SharedConnection connection = database.RequireConnection();
-    const std::string text = ToUtf8(sql);
+    const std::string text = database.ToSql(sql);
     if (parameters == nullptr || parameters->get_IsEmpty()) {
         return ExecuteStatements(database, *connection, text);
     }

@@ -12,14 +12,15 @@ class DuckDBDatabase::Session : nbx::noncopyable {
     Session() : connection_(std::make_shared<duckdb_connection>()) {}
     ~Session();
 
-    /** Takes an engine that others use already. */
-    void Join(SharedEngine engine) { engine_ = std::move(engine); }
+    /** Takes the engine that users of the key share and connects to it; false when there is none, or only one
+        that an internal error has ended, which is retired. */
+    bool JoinShared(const nbx::String& key) NBX_REQUIRES(gEngineLock);
     /** Takes an engine that is given up unless the session is kept. */
     void Own(SharedEngine engine) {
         engine_ = std::move(engine);
         is_owned_ = engine_ != nullptr;
     }
-    /** False when DuckDB gives no connection. */
+    /** Connects and has the connection report errors as JSON, once; false when DuckDB gives no connection. */
     bool Connect();
 
     const SharedEngine& get_Engine() const { return engine_; }
@@ -28,9 +29,20 @@ class DuckDBDatabase::Session : nbx::noncopyable {
     void Keep() { is_kept_ = true; }
 
   private:
+    enum class State {
+        unconnected,
+        refused,
+        connected,
+        /** Connected, but the connection runs nothing: the engine may be dead. */
+        mute,
+    };
+
+    void Disconnect() noexcept;
+
     SharedEngine engine_;
     // Made beforehand, so that nothing can fail between the opening of a handle and its being held.
     SharedConnection connection_;
+    State state_ = State::unconnected;
     bool is_owned_ = false;
     bool is_kept_ = false;
 };

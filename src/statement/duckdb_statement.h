@@ -130,6 +130,11 @@ class DuckDBStatement final : public nbx::mrsql::I_DuckDBStatement,
     void RunRows(int64_t& rows_changed) NBX_REQUIRES(gEngineLock);
     void RunOnce(int64_t& rows_changed) NBX_REQUIRES(gEngineLock);
 
+    /** The database, or null when the statement has lost it. */
+    DuckDBDatabase* get_Attached() const noexcept {
+        return children_->get_IsOrphaned() ? nullptr : database_;
+    }
+
     nbx::RefCount refs_;
     DuckDBDatabase* database_;
     /** Kept to leave the list at the end, also when the database is forgotten. */

@@ -55,7 +55,7 @@ uint32_t DuckDBStatement::get_RefsCount() const {
 
 nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase> DuckDBStatement::get_Database() {
     EngineLockScope lock;
-    return nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase>(database_);
+    return nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase>(get_Attached());
 }
 
 uint64_t DuckDBStatement::get_PendingCount() {
@@ -71,17 +71,19 @@ void DuckDBStatement::Detach() {
 }
 
 DuckDBDatabase& DuckDBStatement::RequireDatabase() const {
-    if (database_ == nullptr) {
+    DuckDBDatabase* database = get_Attached();
+    if (database == nullptr) {
         ThrowDetachedError("DuckDBDatabase is invalid");
     }
-    return *database_;
+    return *database;
 }
 
 void DuckDBStatement::ThrowError(std::string_view message) const {
-    if (database_ == nullptr) {
+    const DuckDBDatabase* database = get_Attached();
+    if (database == nullptr) {
         ThrowDetachedError(message);
     }
-    database_->ThrowError(message);
+    database->ThrowError(message);
 }
 
 void DuckDBStatement::ThrowStatementError(const char* fixed_text) const {
@@ -112,7 +114,7 @@ void DuckDBStatement::Prepare() {
 }
 
 void DuckDBStatement::Extract(duckdb_connection connection) {
-    const std::string sql = ToUtf8(sql_text_);
+    const std::string sql = RequireDatabase().ToSql(sql_text_);
     const uint64_t index = next_index_;
     DestroyExtracted();
     extracted_count_ = duckdb_extract_statements(connection, sql.c_str(), extracted_.Receive());

@@ -52,7 +52,7 @@ nbx::mrsql::DuckDBExecutionResult DuckDBStatement::TryExecuteAll() {
     nbx::mrsql::DuckDBExecutionResult outcome;
     {
         EngineLockScope lock;
-        if (database_ == nullptr) {
+        if (get_Attached() == nullptr) {
             return outcome;
         }
     }

@@ -157,5 +157,14 @@ TEST(CursorLifetime, a_cursor_calls_the_finaliser_and_clears_the_back_reference)
     EXPECT_EQ(reference, nullptr);
 }
 
+TEST(CursorLifetime, ACursorTakenOutOfItsDatabaseOutlivesIt) {
+    OpenedDatabase database;
+    const Cursor cursor = database->SqlSelect(FromUtf8("SELECT 1"), kServerCursor, nullptr);
+    database->RemoveCursor(cursor.get());
+    database.Forget();
+    EXPECT_THROW(cursor->NextRecord(), nbx::mrsql::xDuckDBError);
+    EXPECT_EQ(cursor->get_Database(), nullptr);
+}
+
 }  // namespace
 }  // namespace mduckdb

@@ -358,4 +358,11 @@ TEST_F(ScriptTest, RandomScriptsStatementByStatementDoWhatDuckDBDoes) {
     }
 }
 
+TEST_F(ScriptTest, TextWithANulCharacterIsRefusedWholeAndRunsNothing) {
+    Execute("CREATE TABLE t AS SELECT 1 AS a");
+    EXPECT_EQ(Catch([&] { Execute(std::string_view("DELETE FROM t\0 WHERE a = 2", 26)); }),
+              MemoryError("SQL text must not contain NUL characters"));
+    EXPECT_EQ(Execute("DELETE FROM t"), 1);
+}
+
 }  // namespace mduckdb::test

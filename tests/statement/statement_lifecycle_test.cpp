@@ -201,4 +201,21 @@ TEST_F(LifecycleTest, StatementsOfOneDatabaseDoNotDisturbOneAnother) {
     EXPECT_EQ(Direct("SELECT * FROM seen ORDER BY type"), (Table{{"first", "1"}, {"second", "2"}}));
 }
 
+// DuckDB would run what stands before the NUL, and the rest would vanish in silence.
+TEST_F(LifecycleTest, TextWithANulCharacterIsRefusedWholeAndRunsNothing) {
+    database_->SqlExecute(Text("CREATE TABLE t AS SELECT 1 AS a"), nullptr);
+    auto statement = Make(std::string_view("DELETE FROM t\0 WHERE a = 2", 26));
+    EXPECT_EQ(Catch([&] { statement->PrepareNext(); }),
+              MemoryError("SQL text must not contain NUL characters"));
+    EXPECT_EQ(database_->SqlExecute(Text("DELETE FROM t"), nullptr), 1);
+}
+
+TEST_F(LifecycleTest, AStatementTakenOutOfItsDatabaseOutlivesIt) {
+    auto statement = Make("SELECT 1");
+    database_->RemoveStatement(statement.get());
+    database_.reset();
+    EXPECT_EQ(Catch([&] { statement->PrepareNext(); }), kDatabaseIsInvalid);
+    EXPECT_EQ(statement->get_Database(), nullptr);
+}
+
 }  // namespace mduckdb::test

@@ -37,7 +37,8 @@ class NBX_API I_Folder {
     virtual void Create() = 0;
 };
 
-/** A location of the given path, with one reference for the caller. */
+/** A location of the given path, with one reference for the caller. Throws `xException` for a path with a NUL
+    character, of which the system would take the part before it. */
 NBX_API smart_ptr<I_Location> CreateLocation(const String& path);
 
 /** The location of `sub_path` (UTF-8, separated and ended by slashes as wished) below a folder, made
