@@ -83,8 +83,7 @@ TEST_F(DatabaseFailure, ReadOnlyOpenWithoutAConnection) {
 TEST_F(DatabaseFailure, OpenOfASharedEngineWithoutAConnectionLeavesTheOthersAlone) {
     const auto first = host.Opened(Path());
     const auto second = host.Database(Path());
-    // The first connection is the one that asks whether the engine works.
-    FailCall("duckdb_connect", 2);
+    FailCall("duckdb_connect", 1);
     ExpectFailure(
         "xException 99000 [Failed to create DuckDB connection]", [&] { second->Open(); }, second, 1);
     EXPECT_EQ(QueryText(*first, "SELECT count(*) FROM t"), "3");

@@ -211,9 +211,11 @@ TEST_F(LifecycleTest, TextWithANulCharacterIsRefusedWholeAndRunsNothing) {
 }
 
 TEST_F(LifecycleTest, AStatementTakenOutOfItsDatabaseOutlivesIt) {
-    auto statement = Make("SELECT 1");
-    database_->RemoveStatement(statement.get());
-    database_.reset();
+    auto database = nbx::MakeObject<DuckDBDatabase>(nbx::CreateLocation(Text(":memory:")));
+    database->Open();
+    auto statement = database->CreateStatement(Text("SELECT 1"));
+    database->RemoveStatement(statement.get());
+    database.reset();
     EXPECT_EQ(Catch([&] { statement->PrepareNext(); }), kDatabaseIsInvalid);
     EXPECT_EQ(statement->get_Database(), nullptr);
 }
