@@ -28,9 +28,13 @@ const char* get_HostTypeName(uint32_t host_type) noexcept {
     return host_type < kTypeNames.size() ? kTypeNames[host_type] : kTypeNames[0];
 }
 
-bool IsNumeric(uint32_t host_type) noexcept {
-    return host_type == MIRONA_TYPE_DOUBLE || host_type == MIRONA_TYPE_INT64 ||
-           host_type == MIRONA_TYPE_MONEY || host_type == MIRONA_TYPE_UINT64;
+bool IsNumeric(const Column& column) noexcept {
+    constexpr uint32_t kHugeInt = 16;
+    constexpr uint32_t kUHugeInt = 32;
+    constexpr uint32_t kBignum = 35;
+    return column.host_type == MIRONA_TYPE_DOUBLE || column.host_type == MIRONA_TYPE_INT64 ||
+           column.host_type == MIRONA_TYPE_MONEY || column.host_type == MIRONA_TYPE_UINT64 ||
+           column.duckdb_type == kHugeInt || column.duckdb_type == kUHugeInt || column.duckdb_type == kBignum;
 }
 
 }  // namespace mduckdb_host

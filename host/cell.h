@@ -49,7 +49,7 @@ struct Column {
 
 using Row = std::vector<Cell>;
 
-/** Whether a column of this host type holds numbers. */
-bool IsNumeric(uint32_t host_type) noexcept;
+/** Whether the column holds numbers, also those that are too large for the host and arrive as text. */
+bool IsNumeric(const Column& column) noexcept;
 
 }  // namespace mduckdb_host

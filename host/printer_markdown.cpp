@@ -29,7 +29,7 @@ class MarkdownPrinter final : public Printer {
         std::string rules = "|";
         for (const Column& column : columns) {
             names += fmt::format(" {} |", EscapeForMarkdown(column.name));
-            rules += IsNumeric(column.host_type) ? " ---: |" : " --- |";
+            rules += IsNumeric(column) ? " ---: |" : " --- |";
         }
         is_first_ = false;
         out_.Write(names + "\n" + rules + "\n");

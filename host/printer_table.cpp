@@ -178,7 +178,7 @@ class TablePrinter final : public Printer {
             width = DisplayWidth(text) + 1;
         }
         const std::string blanks(static_cast<std::size_t>(std::max(0, room - width)), ' ');
-        const bool is_right = IsNumeric(columns_[column].host_type);
+        const bool is_right = IsNumeric(columns_[column]);
         line += "│ ";
         line += is_right ? blanks : "";
         line += field.is_null && has_colours_ ? fmt::format("\x1b[2m{}\x1b[22m", text) : std::string(text);
@@ -194,7 +194,7 @@ class TablePrinter final : public Printer {
             line += rows_left_out > 0 ? " " + CountOf(rows_left_out, "row") : "";
             line += rows_left_out > 0 && layout_.left_out > 0 ? " and" : "";
             line += layout_.left_out > 0 ? " " + CountOf(layout_.left_out, "column") : "";
-            line += "; --all shows everything)";
+            line += "; --all, or .all on in the shell, shows everything)";
         }
         out_.Write(line + "\n");
     }
