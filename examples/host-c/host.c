@@ -18,41 +18,23 @@ typedef struct Value {
     uint32_t type; /* mirona_type */
     union {
         int64_t integer;
-        uint64_t natural; /* also a truth value, a packed date or time */
+        uint64_t natural; /* also a truth value, a packed date or time, the length of a text */
         double number;
-        struct {
-            char* bytes;
-            uint64_t length;
-        } text;
     } as;
+    char bytes[]; /* of a text or binary value, and a NUL behind them */
 } Value;
 
-static Value* make_value(uint32_t type) {
-    Value* value = calloc(1, sizeof *value);
+static Value* make_value(uint32_t type, const void* bytes, uint64_t length) {
+    Value* value = calloc(1, sizeof *value + length + 1);
     if (value == NULL) {
         abort();
     }
     value->type = type;
-    return value;
-}
-
-static Value* make_bytes(uint32_t type, const void* bytes, uint64_t length) {
-    Value* value = make_value(type);
-    value->as.text.bytes = malloc(length + 1);
-    if (value->as.text.bytes == NULL) {
-        abort();
+    value->as.natural = length;
+    if (length > 0) {
+        memcpy(value->bytes, bytes, length);
     }
-    memcpy(value->as.text.bytes, bytes, length);
-    value->as.text.bytes[length] = '\0';
-    value->as.text.length = length;
     return value;
-}
-
-static void free_value(Value* value) {
-    if (value != NULL && (value->type == MIRONA_TYPE_TEXT || value->type == MIRONA_TYPE_BINARY)) {
-        free(value->as.text.bytes);
-    }
-    free(value);
 }
 
 static void print_date(uint32_t packed) {
@@ -64,11 +46,10 @@ static void print_time(uint32_t packed) {
 }
 
 static void print_value(const Value* value) {
-    if (value == NULL) {
-        printf("NULL");
-        return;
-    }
-    switch (value->type) {
+    switch (value != NULL ? value->type : MIRONA_TYPE_NULL) {
+        case MIRONA_TYPE_NULL:
+            printf("NULL");
+            break;
         case MIRONA_TYPE_BOOL:
             printf("%s", value->as.natural ? "true" : "false");
             break;
@@ -79,7 +60,7 @@ static void print_value(const Value* value) {
             printf("%llu", (unsigned long long)value->as.natural);
             break;
         case MIRONA_TYPE_DOUBLE:
-            printf("%.17g", value->as.number);
+            printf("%.15g", value->as.number);
             break;
         case MIRONA_TYPE_DATE:
             print_date((uint32_t)value->as.natural);
@@ -93,10 +74,10 @@ static void print_value(const Value* value) {
             print_time((uint32_t)value->as.natural);
             break;
         case MIRONA_TYPE_TEXT:
-            printf("%s", value->as.text.bytes);
+            printf("%s", value->bytes);
             break;
         default:
-            printf("(%llu bytes)", (unsigned long long)value->as.text.length);
+            printf("(%llu bytes)", (unsigned long long)value->as.natural);
     }
 }
 
@@ -105,14 +86,10 @@ enum { MAX_PROCEDURES = 16 };
 static mirona_procedure_def procedures[MAX_PROCEDURES];
 static uint32_t procedure_count;
 
-/* One call of a procedure, and what came of it: a cursor of callbacks, or a finished table. */
+/* One call of a procedure, and the cursor that came of it, if it was one of callbacks. */
 typedef struct Call {
     uint32_t arg_count;
     mirona_cursor_def cursor;
-    uint64_t columns;
-    uint64_t rows;
-    char** names;
-    Value** cells;
 } Call;
 
 static uint32_t register_procedure(mirona_host host, const mirona_procedure_def* def) {
@@ -139,83 +116,51 @@ static uint32_t create_cursor(mirona_call call, const mirona_cursor_def* def, mi
     return 0;
 }
 
-static uint32_t create_table_cursor(mirona_call handle, uint64_t columns, uint64_t rows,
+/* A finished table. This host keeps no rows, so it prints them at once. */
+static uint32_t create_table_cursor(mirona_call call, uint64_t columns, uint64_t rows,
                                     const char* const* names, const mirona_value* values,
                                     mirona_cursor* out) {
-    Call* call = handle;
-    call->columns = columns;
-    call->rows = rows;
-    call->names = calloc(columns + 1, sizeof *call->names);
-    call->cells = calloc(columns * rows + 1, sizeof *call->cells);
-    if (call->names == NULL || call->cells == NULL) {
-        abort();
-    }
     for (uint64_t i = 0; i < columns; ++i) {
-        call->names[i] = strdup(names[i]);
+        printf("%s%s", i == 0 ? "" : "\t", names[i]);
     }
     for (uint64_t i = 0; i < columns * rows; ++i) {
-        call->cells[i] = values[i];
+        printf("%s", i % columns == 0 ? "\n" : "\t");
+        print_value(values[i]);
+        free(values[i]);
     }
+    printf("\n%llu rows\n", (unsigned long long)rows);
     *out = call;
     return 0;
 }
 
 static mirona_value make_blob_value(mirona_call call, const void* bytes, uint32_t length, uint32_t zero) {
     (void)call, (void)zero;
-    return make_bytes(MIRONA_TYPE_BINARY, bytes, length);
+    return make_value(MIRONA_TYPE_BINARY, bytes, length);
 }
 
 static mirona_value make_text_value(mirona_call call, const char* text, uint32_t length, uint32_t zero) {
     (void)call, (void)zero;
-    return make_bytes(MIRONA_TYPE_TEXT, text, length);
+    return make_value(MIRONA_TYPE_TEXT, text, length);
 }
 
-static mirona_value make_natural(uint32_t type, uint64_t content) {
-    Value* value = make_value(type);
-    value->as.natural = content;
-    return value;
-}
+/* A function of the table that makes a value of one plain content. */
+#define MAKER(name, type, content_type, member)                        \
+    static mirona_value name(mirona_call call, content_type content) { \
+        Value* value = make_value(type, NULL, 0);                      \
+        (void)call;                                                    \
+        value->as.member = content;                                    \
+        return value;                                                  \
+    }
+MAKER(make_bool_value, MIRONA_TYPE_BOOL, uint8_t, natural)
+MAKER(make_date_value, MIRONA_TYPE_DATE, uint32_t, natural)
+MAKER(make_datetime_value, MIRONA_TYPE_DATETIME, uint64_t, natural)
+MAKER(make_time_value, MIRONA_TYPE_TIME, uint32_t, natural)
+MAKER(make_uint_value, MIRONA_TYPE_UINT64, uint64_t, natural)
+MAKER(make_int_value, MIRONA_TYPE_INT64, int64_t, integer)
+MAKER(make_double_value, MIRONA_TYPE_DOUBLE, double, number)
 
-static mirona_value make_bool_value(mirona_call call, uint8_t content) {
-    (void)call;
-    return make_natural(MIRONA_TYPE_BOOL, content);
-}
-
-static mirona_value make_date_value(mirona_call call, uint32_t packed) {
-    (void)call;
-    return make_natural(MIRONA_TYPE_DATE, packed);
-}
-
-static mirona_value make_datetime_value(mirona_call call, uint64_t packed) {
-    (void)call;
-    return make_natural(MIRONA_TYPE_DATETIME, packed);
-}
-
-static mirona_value make_time_value(mirona_call call, uint32_t packed) {
-    (void)call;
-    return make_natural(MIRONA_TYPE_TIME, packed);
-}
-
-static mirona_value make_uint_value(mirona_call call, uint64_t content) {
-    (void)call;
-    return make_natural(MIRONA_TYPE_UINT64, content);
-}
-
-static mirona_value make_int_value(mirona_call call, int64_t content) {
-    (void)call;
-    Value* value = make_value(MIRONA_TYPE_INT64);
-    value->as.integer = content;
-    return value;
-}
-
-static mirona_value make_double_value(mirona_call call, double content) {
-    (void)call;
-    Value* value = make_value(MIRONA_TYPE_DOUBLE);
-    value->as.number = content;
-    return value;
-}
-
-/* The arguments of this host are texts, so the questions about them have simple answers. */
+/* The arguments of this host are texts, so the questions about them have simple answers; those about
+   numbers and arrays are never asked. */
 static bool value_is_null(mirona_value value) {
     return value == NULL;
 }
@@ -224,39 +169,22 @@ static uint32_t value_type(mirona_value value) {
     return ((Value*)value)->type;
 }
 
-static uint32_t array_length(mirona_value value) {
-    (void)value;
-    return 0;
-}
-
-static mirona_value array_element(mirona_value value, uint64_t index) {
-    (void)value, (void)index;
-    return NULL;
-}
-
-static int64_t value_int64(mirona_value value) {
-    return ((Value*)value)->as.integer;
-}
-
-static uint64_t value_uint64(mirona_value value) {
-    return ((Value*)value)->as.natural;
-}
-
 static const char* value_text(mirona_call call, mirona_value value, uint64_t* length) {
     (void)call;
-    *length = ((Value*)value)->as.text.length;
-    return ((Value*)value)->as.text.bytes;
+    *length = ((Value*)value)->as.natural;
+    return ((Value*)value)->bytes;
 }
 
 static void unused_position(void) {
     fprintf(stderr, "The module called a position of the function table that is not in use.\n");
+    abort();
 }
 
 /* The table: every position is a function, also those that no module calls. */
 static mirona_extension_api make_table(void) {
     mirona_extension_api api;
-    void (*positions[sizeof api / sizeof(void (*)(void))])(void);
-    for (size_t i = 0; i < sizeof positions / sizeof positions[0]; ++i) {
+    void (*positions[MIRONA_EXTENSION_API_POSITIONS])(void);
+    for (int i = 0; i < MIRONA_EXTENSION_API_POSITIONS; ++i) {
         positions[i] = &unused_position;
     }
     memcpy(&api, positions, sizeof api);
@@ -276,10 +204,6 @@ static mirona_extension_api make_table(void) {
     api.make_uint_value = &make_uint_value;
     api.value_is_null = &value_is_null;
     api.value_type = &value_type;
-    api.array_length = &array_length;
-    api.array_element = &array_element;
-    api.value_int64 = &value_int64;
-    api.value_uint64 = &value_uint64;
     api.value_text = &value_text;
     return api;
 }
@@ -292,32 +216,19 @@ static void print_cursor(Call* call) {
         printf("%s%.*s", i == 0 ? "" : "\t", (int)column->name_length, column->name);
     }
     printf("\n");
+    /* docs: walk */
     while (cursor->next_row(cursor->state) == MIRONA_ROW_OK) {
         for (uint32_t i = 0; i < cursor->column_count; ++i) {
             Value* value = cursor->get_value(call, cursor->state, (int32_t)i);
             printf("%s", i == 0 ? "" : "\t");
             print_value(value);
-            free_value(value);
+            free(value);
         }
         printf("\n");
     }
     printf("%llu rows\n", (unsigned long long)cursor->row_count(cursor->state));
     cursor->close(cursor->state);
-}
-
-static void print_table(Call* call) {
-    for (uint64_t i = 0; i < call->columns; ++i) {
-        printf("%s%s", i == 0 ? "" : "\t", call->names[i]);
-        free(call->names[i]);
-    }
-    for (uint64_t i = 0; i < call->columns * call->rows; ++i) {
-        printf("%s", i % call->columns == 0 ? "\n" : "\t");
-        print_value(call->cells[i]);
-        free_value(call->cells[i]);
-    }
-    printf("\n%llu rows\n", (unsigned long long)call->rows);
-    free(call->names);
-    free(call->cells);
+    /* docs: end */
 }
 
 static int call_procedure(const mirona_procedure_def* procedure, int count, char** texts) {
@@ -331,16 +242,14 @@ static int call_procedure(const mirona_procedure_def* procedure, int count, char
         abort();
     }
     for (int i = 0; i < count; ++i) {
-        arguments[i] = make_bytes(MIRONA_TYPE_TEXT, texts[i], strlen(texts[i]));
+        arguments[i] = make_value(MIRONA_TYPE_TEXT, texts[i], strlen(texts[i]));
     }
     const bool is_done = procedure->handler(&call, arguments) != NULL;
     if (is_done && call.cursor.close != NULL) {
         print_cursor(&call);
-    } else if (is_done) {
-        print_table(&call);
     }
     for (int i = 0; i < count; ++i) {
-        free_value(arguments[i]);
+        free(arguments[i]);
     }
     free(arguments);
     return is_done ? 0 : 1;
@@ -348,6 +257,7 @@ static int call_procedure(const mirona_procedure_def* procedure, int count, char
 
 /* The module stays loaded to the end of the process: what it gave points into it. */
 static int load_module(const char* file, const mirona_extension_api* api) {
+    /* docs: load */
     void* module = dlopen(file, RTLD_NOW | RTLD_LOCAL);
     if (module == NULL) {
         fprintf(stderr, "%s\n", dlerror());
@@ -363,6 +273,7 @@ static int load_module(const char* file, const mirona_extension_api* api) {
     }
     bind_api(api);
     init(NULL);
+    /* docs: end */
     return 1;
 }
 

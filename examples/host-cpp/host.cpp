@@ -106,6 +106,7 @@ void RunScript(I_DuckDBDatabase& database) {
 }
 
 void BindParameters(I_DuckDBDatabase& database) {
+    // docs: bind
     const auto statement = database.CreateStatement(FromUtf8("INSERT INTO city VALUES (?, ?)"));
     statement->PrepareNext();
     statement->put_Parameters(MakeRow(3, "Zürich"));
@@ -113,6 +114,7 @@ void BindParameters(I_DuckDBDatabase& database) {
     statement->BindBigInt(1, 4);
     statement->BindVarchar(2, FromUtf8("Graz"));
     std::cout << "typed binds: " << statement->Execute() << " row changed\n";
+    // docs: end
 }
 
 std::string Text(I_DuckDBCursor& cursor, uint32_t column) {

@@ -51,7 +51,7 @@ std::string LoadedModule::FetchCell(const std::string& database_file, const std:
         throw std::runtime_error(table + " is not one cell");
     }
     const std::string type = mduckdb_host::get_HostTypeName(cursor->get_Columns().front().host_type);
-    return Code(type) + " " + (row[0].is_null() ? "null" : Code(mduckdb_host::ToText(row[0])));
+    return Code(type) + " " + (row[0].get_IsNull() ? "null" : Code(mduckdb_host::ToText(row[0])));
 }
 
 std::string ErrorText(const std::exception& error) {
