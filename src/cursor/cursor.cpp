@@ -15,7 +15,7 @@ nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor> MakeCursor(DuckDBDatabase& database, 
 }
 
 nbx::smart_ptr<nbx::ValueRows> GetClientCursorRows(nbx::mrsql::I_DuckDBCursor* cursor) {
-    const auto* client = dynamic_cast<DuckDBCursor_client*>(cursor);
+    auto* client = dynamic_cast<DuckDBCursor_client*>(cursor);
     return client != nullptr ? client->get_Rows() : nullptr;
 }
 

@@ -33,7 +33,7 @@ class DuckDBCursor_client::BorrowedResult : nbx::noncopyable {
 };
 
 DuckDBCursor_client::DuckDBCursor_client(DuckDBDatabase& database, duckdb_plain::ResultHolder result)
-    : DuckDBCursor_imp(database, std::move(result)), rows_(nbx::MakeObject<nbx::ValueRows>()) {
+    : DuckDBCursor_imp(database, std::move(result)) {
     ReadRows(database);
     RequireValid();
 }
@@ -44,7 +44,7 @@ void DuckDBCursor_client::ReadRows(DuckDBDatabase& database) {
     CellConverter cells;
     while (const duckdb_plain::ChunkHolder chunk = FetchChunk(result.get())) {
         cells.Bind(chunk.get());
-        RequireNumberable(rows_->get_Count() + cells.get_RowCount());
+        RequireNumberable(row_count_ + cells.get_RowCount());
         AppendRows(cells);
         database.ThrowIfInterrupted();
     }
@@ -54,20 +54,38 @@ void DuckDBCursor_client::ReserveRows(duckdb_result result) {
     // DuckDB counts the rows of a result that it has computed; 0 stands for not known.
     const uint64_t expected_count = result.internal_data != nullptr ? duckdb_row_count(&result) : 0;
     RequireNumberable(expected_count);
-    rows_->Reserve(expected_count);
+    values_.reserve(expected_count * get_ColumnCount());
 }
 
 void DuckDBCursor_client::AppendRows(CellConverter& cells) {
     const uint32_t column_count = get_ColumnCount();
     const idx_t row_count = cells.get_RowCount();
     for (idx_t row = 0; row < row_count; ++row) {
-        auto values = nbx::MakeObject<nbx::ValueRow>();
-        values->Reserve(column_count);
         for (uint32_t column = 0; column < column_count; ++column) {
-            values->Append(cells.Convert(column, row));
+            values_.push_back(cells.Convert(column, row));
         }
-        rows_->Append(std::move(values));
     }
+    row_count_ += static_cast<uint32_t>(row_count);
+}
+
+nbx::smart_ptr<nbx::ValueRows> DuckDBCursor_client::get_Rows() {
+    if (rows_) {
+        return rows_;
+    }
+    auto rows = nbx::MakeObject<nbx::ValueRows>();
+    rows->Reserve(row_count_);
+    const uint32_t column_count = get_ColumnCount();
+    auto value = values_.cbegin();
+    for (uint32_t row = 0; row < row_count_; ++row) {
+        auto fields = nbx::MakeObject<nbx::ValueRow>();
+        fields->Reserve(column_count);
+        for (uint32_t column = 0; column < column_count; ++column) {
+            fields->Append(*value++);
+        }
+        rows->Append(std::move(fields));
+    }
+    rows_ = std::move(rows);
+    return rows_;
 }
 
 void DuckDBCursor_client::RequireNumberable(uint64_t row_count) const {
@@ -78,7 +96,7 @@ void DuckDBCursor_client::RequireNumberable(uint64_t row_count) const {
 
 uint32_t DuckDBCursor_client::get_RecordCount() {
     RequireValid();
-    return get_RowCount();
+    return row_count_;
 }
 
 uint32_t DuckDBCursor_client::get_CurrentRecord() {
@@ -88,7 +106,7 @@ uint32_t DuckDBCursor_client::get_CurrentRecord() {
 
 bool DuckDBCursor_client::put_CurrentRecord(uint32_t record) {
     RequireValid();
-    if (record == 0 || record > get_RowCount()) {
+    if (record == 0 || record > row_count_) {
         return false;
     }
     current_record_ = record;
@@ -101,13 +119,13 @@ bool DuckDBCursor_client::FirstRecord() {
 
 bool DuckDBCursor_client::LastRecord() {
     RequireValid();
-    current_record_ = get_RowCount();
+    current_record_ = row_count_;
     return current_record_ != 0;
 }
 
 bool DuckDBCursor_client::NextRecord() {
     RequireValid();
-    if (current_record_ >= get_RowCount()) {
+    if (current_record_ >= row_count_) {
         return false;
     }
     ++current_record_;
@@ -129,7 +147,7 @@ nbx::smart_ptr<nbx::I_Value> DuckDBCursor_client::get_Value(uint32_t column_inde
     if (current_record_ == 0) {
         ThrowError("No current record.");
     }
-    return rows_->get_Item(current_record_ - 1)->get_Item(column_index);
+    return values_[std::size_t{current_record_ - 1} * get_ColumnCount() + column_index];
 }
 
 }  // namespace mduckdb

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <vector>
+
 #include "cursor/duckdb_cursor_imp.h"
 #include "nbx/value.h"
 
@@ -25,19 +27,23 @@ class DuckDBCursor_client final : public DuckDBCursor_imp {
     bool PrevRecord() override;
     nbx::smart_ptr<nbx::I_Value> get_Value(uint32_t column_index) override;
 
-    /** The rows, shared with this cursor. */
-    nbx::smart_ptr<nbx::ValueRows> get_Rows() const { return rows_; }
+    /** The rows as arrays, made when they are first asked for and kept from then on; the values in them are
+        the cursor's own. */
+    nbx::smart_ptr<nbx::ValueRows> get_Rows();
 
   private:
     class BorrowedResult;
 
-    uint32_t get_RowCount() const noexcept { return static_cast<uint32_t>(rows_->get_Count()); }
     void ReadRows(DuckDBDatabase& database);
     void ReserveRows(duckdb_result result);
     void AppendRows(CellConverter& cells);
     /** Records are numbered in 32 bits: throws when there are more rows. */
     void RequireNumberable(uint64_t row_count) const;
 
+    /** Row after row. One flat array: a field is one look-up away, and a row costs nothing but its fields. */
+    std::vector<nbx::smart_ptr<nbx::I_Value>> values_;
+    uint32_t row_count_ = 0;
+    /** Null until it is asked for. */
     nbx::smart_ptr<nbx::ValueRows> rows_;
     /** Counts from 1; 0 when there is none. */
     uint32_t current_record_ = 0;
