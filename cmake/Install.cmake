@@ -51,6 +51,7 @@ configure_file(cmake/package/mshared.pc.in ${PROJECT_BINARY_DIR}/package/mshared
 install(FILES ${PROJECT_BINARY_DIR}/package/mshared.pc DESTINATION ${MDUCKDB_LIBDIR}/pkgconfig)
 
 install(FILES README.md CHANGELOG.md DESTINATION share/doc/mduckdb)
+install(DIRECTORY docs examples DESTINATION share/doc/mduckdb USE_SOURCE_PERMISSIONS PATTERN "*.1" EXCLUDE)
 install(FILES LICENSE DESTINATION share/doc/mduckdb OPTIONAL)
 cmake_path(GET DuckDB_INCLUDE_DIR PARENT_PATH _duckdb_home)
 install(FILES ${_duckdb_home}/LICENSE DESTINATION share/doc/mduckdb RENAME LICENSE.duckdb OPTIONAL)

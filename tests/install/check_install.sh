@@ -31,7 +31,7 @@ tree="$work/moved tree"
 
 for file in lib/libmshared.so lib/mduckdb/libmduckdb.so lib/mduckdb/libmduckdb_casts.so lib/mduckdb/libduckdb.so \
     include/mirona/extension_api.h include/nbx/string.h lib/pkgconfig/mshared.pc \
-    share/doc/mduckdb/README.md; do
+    share/doc/mduckdb/README.md share/doc/mduckdb/docs/host-contract.md share/doc/mduckdb/examples/host-c/host.c; do
     [ -e "$tree/$file" ] || fail "$file is not installed"
 done
 for file in "$tree"/bin/* "$tree"/lib/libmshared.so "$tree"/lib/mduckdb/*.so; do
