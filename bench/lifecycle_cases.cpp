@@ -29,6 +29,7 @@ Group MakeOpenGroup(const Options& options) {
                 *path = options.folder + "/open-module.duckdb";
                 std::filesystem::remove(bare_path);
                 *bare = std::make_unique<BareDuckDB>(bare_path, false);
+                (*bare)->Run("RESET threads");  // the module's database has all of them too
                 *holder = MakeDatabase(*path);
                 (*holder)->Create();
             },
