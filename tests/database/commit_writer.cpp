@@ -1,29 +1,55 @@
-// Writes rows to a database, one transaction each, until it is killed: commit_writer FILE
+// Writes rows to a database, one transaction each, until it is killed: commit_writer FILE [ORDER]
 // Prints the number of each row after its commit. The table r(i INTEGER) goes on from where it ends.
+// With an ORDER it calls fetch_duckdb on the same file after each commit too, and prints what that reported
+// behind the number; `fetch-before` also has a cursor of it open while the file is opened for writing.
 
 #include <cstdio>
+#include <cstring>
 #include <string>
 
+#include "fake_host.h"
+#include "procedures/handlers.h"
 #include "support/test_host.h"
 
+namespace {
+
+/** What fetch_duckdb reports about the table r of the file; "none" when it gives a cursor. */
+std::string Fetch(mduckdb::testing::FakeHost& caller, const std::string& file) {
+    caller.reports.clear();
+    caller.Call<mduckdb::FetchDuckDB>({caller.Text(file), caller.Text("r")});
+    return caller.reports.empty() ? "none" : caller.reports.front();
+}
+
+}  // namespace
+
 int main(int argc, char** argv) {
-    if (argc != 2) {
+    if (argc != 2 && argc != 3) {
         return 2;
     }
+    const char* order = argc == 3 ? argv[2] : "";
     const TestHost host;
+    mduckdb::testing::FakeHost caller;
+    if (std::strcmp(order, "fetch-before") == 0 && Fetch(caller, argv[1]) != "none") {
+        return 1;
+    }
     const auto database = host.Database(argv[1]);
     if (database->get_Exists()) {
         database->Open();
     } else {
         database->Create();
     }
+    caller.CloseCursor();
     Execute(*database, "CREATE TABLE IF NOT EXISTS r(i INTEGER)");
     for (int i = std::stoi(QueryText(*database, "SELECT coalesce(max(i), 0) FROM r")) + 1;; ++i) {
         Execute(*database, "INSERT INTO r VALUES (" + std::to_string(i) + ")");
         if (i % 50 == 0) {
             Execute(*database, "CHECKPOINT");
         }
-        std::printf("%d\n", i);
+        if (*order != '\0') {
+            std::printf("%d %s\n", i, Fetch(caller, argv[1]).c_str());
+        } else {
+            std::printf("%d\n", i);
+        }
         std::fflush(stdout);
     }
 }
