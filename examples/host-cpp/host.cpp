@@ -92,8 +92,8 @@ smart_ptr<I_DuckDBExtension> LoadModule(const char* file) {
 
 smart_ptr<nbx::ValueRow> MakeRow(int64_t number, std::string_view text) {
     auto row = nbx::MakeObject<nbx::ValueRow>();
-    row->Append(smart_ptr<nbx::I_Value>(nbx::CreateValueLLong(true, &number, nullptr)));
-    row->Append(smart_ptr<nbx::I_Value>(nbx::CreateValueString(true, &text, nullptr)));
+    row->Append(smart_ptr<nbx::I_Value>::Adopt(nbx::CreateValueLLong(true, &number, nullptr)));
+    row->Append(smart_ptr<nbx::I_Value>::Adopt(nbx::CreateValueString(true, &text, nullptr)));
     return row;
 }
 

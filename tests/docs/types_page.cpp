@@ -93,8 +93,9 @@ void WriteVariants(std::ostream& page, const std::string& file) {
 }
 
 smart_ptr<I_Value> MakeArray(nbx::ValueType element_kind, const char* text) {
-    smart_ptr<I_Value> array(nbx::CreateValueArray(static_cast<uint32_t>(element_kind)));
-    smart_ptr<I_Value> element(nbx::CreateValueOfType(static_cast<uint32_t>(element_kind), true));
+    auto array = smart_ptr<I_Value>::Adopt(nbx::CreateValueArray(static_cast<uint32_t>(element_kind)));
+    auto element =
+        smart_ptr<I_Value>::Adopt(nbx::CreateValueOfType(static_cast<uint32_t>(element_kind), true));
     element->put_Text(FromUtf8(text));
     static_cast<nbx::I_ArrayValue*>(array->QueryInterface(nbx::kArrayInterfaceId))->Append(element);
     return array;
@@ -103,13 +104,13 @@ smart_ptr<I_Value> MakeArray(nbx::ValueType element_kind, const char* text) {
 smart_ptr<I_Value> MakeKind(const KindSample& sample) {
     const int32_t number = -5;
     if (sample.kind == nbx::ValueType::Reference) {
-        return smart_ptr<I_Value>(
-            nbx::CreateValueReference(smart_ptr<I_Value>(nbx::CreateValueLong(true, &number, nullptr))));
+        return smart_ptr<I_Value>::Adopt(nbx::CreateValueReference(
+            smart_ptr<I_Value>::Adopt(nbx::CreateValueLong(true, &number, nullptr))));
     }
     if (sample.kind == nbx::ValueType::Array) {
         return MakeArray(nbx::ValueType::Long, "-5");
     }
-    smart_ptr<I_Value> value(nbx::CreateValueOfType(static_cast<uint32_t>(sample.kind), true));
+    auto value = smart_ptr<I_Value>::Adopt(nbx::CreateValueOfType(static_cast<uint32_t>(sample.kind), true));
     value->put_Text(FromUtf8(sample.text));
     return value;
 }
@@ -173,7 +174,7 @@ std::string EnvelopeText(const EnvelopeSample& sample) {
 smart_ptr<I_Value> MakeEnvelope(const EnvelopeSample& sample) {
     const std::string text = EnvelopeText(sample);
     const std::string_view content = text;
-    return smart_ptr<I_Value>(nbx::CreateValueJSON(true, &content, nullptr));
+    return smart_ptr<I_Value>::Adopt(nbx::CreateValueJSON(true, &content, nullptr));
 }
 
 void WriteParameters(std::ostream& page, DatabaseProbe& probe) {
