@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "duckdb_plain/engine_files.h"
+#include "handle_balance.h"
 #include "nbx/hooks.h"
 #include "support/temp_folder.h"
 #include "support/test_host.h"
@@ -32,6 +33,12 @@ void Try(const std::function<void()>& action) {
     const std::string thrown = Thrown(action);
     EXPECT_NE(thrown.find("std: "), 0u) << thrown;
     EXPECT_NE(thrown, "unknown");
+}
+
+void ExpectNoHandleLeft() {
+    EXPECT_GT(handle_balance::CountOpened(), 0);
+    EXPECT_EQ(handle_balance::CountEngines(), 0);
+    EXPECT_EQ(handle_balance::CountConnections(), 0);
 }
 
 TEST(DatabaseThreads, EightThreadsOnSharedAndOwnObjects) {
@@ -106,6 +113,7 @@ TEST(DatabaseThreads, EightThreadsOnSharedAndOwnObjects) {
     EXPECT_EQ(shared->get_ConnectionCount(), 0u);
     EXPECT_EQ(duckdb_plain::EngineFiles::Get().get_IdleCount(), 0u);
     EXPECT_FALSE(duckdb_plain::EngineFiles::Get().IsInUse(folder / "a.db"));
+    ExpectNoHandleLeft();
 }
 
 TEST(DatabaseThreads, ExportsRunWhileOthersCloseAndInterrupt) {
@@ -141,6 +149,7 @@ TEST(DatabaseThreads, ExportsRunWhileOthersCloseAndInterrupt) {
     }
     database->Close();
     EXPECT_FALSE(database->get_IsOpen());
+    ExpectNoHandleLeft();
 }
 
 }  // namespace
