@@ -17,11 +17,11 @@ void Finalize(I_ForeignPlugin* plugin) {
 }
 
 TEST(ForeignPlugin, StoresTheHostsWords) {
+    int word = 0;
+    void* back = &word;  // written to when the plug-in goes
     ForeignPlugin_imp plugin;
     EXPECT_EQ(plugin.get_Xtra(), nullptr);
     EXPECT_EQ(plugin.get_BackRef(), nullptr);
-    int word = 0;
-    void* back = &word;
     plugin.put_Xtra(&word);
     plugin.put_BackRef(&back);
     EXPECT_EQ(plugin.get_Xtra(), &word);

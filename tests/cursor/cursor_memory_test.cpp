@@ -4,7 +4,7 @@
 #include "cursor_fixture.h"
 #include "nbx/value_pool.h"
 
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#ifdef MDUCKDB_TEST_IS_SANITIZED
 #define MEMORY_IS_WATCHED 1
 #else
 #define MEMORY_IS_WATCHED 0

@@ -204,12 +204,20 @@ std::vector<std::string> get_Log(std::string_view start) {
 #include "support/duckdb_calls.def"
 #undef CALL
 
+/** A query that DuckDB has begun is run all the same: 1.5.6 loses memory when one is dropped unrun. */
+static duckdb_state FailAfterRunning(duckdb_pending_result pending) {
+    duckdb_result result;
+    __real_duckdb_execute_pending(pending, &result);
+    __real_duckdb_destroy_result(&result);
+    return DuckDBError;
+}
+
 #define UNPACK(...) __VA_OPT__(, ) __VA_ARGS__
 #define CALL(result, name, parameters, arguments, failure, text)                               \
     extern "C" result __wrap_##name parameters {                                               \
         using namespace duckdb_faults;                                                         \
         return Watch(                                                                          \
-            #name, &__real_##name, []() -> result { return failure; }, text UNPACK arguments); \
+            #name, &__real_##name, [&]() -> result { return failure; }, text UNPACK arguments); \
     }
 #include "support/duckdb_calls.def"
 // NOLINTEND(bugprone-reserved-identifier)
