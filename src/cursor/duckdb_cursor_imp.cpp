@@ -41,7 +41,10 @@ DuckDBCursor_imp::DuckDBCursor_imp(DuckDBDatabase& database, duckdb_plain::Resul
 }
 
 DuckDBCursor_imp::~DuckDBCursor_imp() {
-    // A database that closes on another thread may still call `Detach` until the lock is held here.
+    LeaveSiblings();
+}
+
+void DuckDBCursor_imp::LeaveSiblings() noexcept {
     try {
         const EngineLockScope lock;
         siblings_->Remove(this);
@@ -53,6 +56,7 @@ DuckDBCursor_imp::~DuckDBCursor_imp() {
 uint32_t DuckDBCursor_imp::Release() {
     const uint32_t count = refs_.Decrement();
     if (count == 0) {
+        LeaveSiblings();
         delete this;
     }
     return count;

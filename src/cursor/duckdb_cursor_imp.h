@@ -76,6 +76,9 @@ class DuckDBCursor_imp : public nbx::mrsql::I_DuckDBCursor, public nbx::ForeignP
     using Names = boost::container::small_vector<nbx::String, kInlineNames>;
 
     void ReadDescription();
+    /** To be called before the destruction begins: a database that closes on another thread calls `Detach` of
+        what stands in its list, which must not meet a half destroyed object. May be called twice. */
+    void LeaveSiblings() noexcept;
 
     Names column_names_;
     Names column_type_names_;

@@ -116,6 +116,29 @@ TEST(DatabaseThreads, EightThreadsOnSharedAndOwnObjects) {
     ExpectNoHandleLeft();
 }
 
+TEST(DatabaseThreads, CursorsGoWhileTheirDatabaseCloses) {
+    TestHost host;
+    const Database database = host.Database(":memory:");
+    const auto end = std::chrono::steady_clock::now() + Duration() / 3;
+    std::thread closer([&] {
+        while (std::chrono::steady_clock::now() < end) {
+            Try([&] { database->Open(); });
+            std::this_thread::yield();
+            Try([&] { database->Close(); });
+        }
+    });
+    long made = 0;
+    while (std::chrono::steady_clock::now() < end) {
+        Try([&] {
+            database->SqlSelect(S("SELECT 1"), 2, nullptr);
+            ++made;
+        });
+    }
+    closer.join();
+    EXPECT_GT(made, 0);
+    ExpectNoHandleLeft();
+}
+
 TEST(DatabaseThreads, ExportsRunWhileOthersCloseAndInterrupt) {
     const TempFolder folder;
     TestHost host;
