@@ -24,12 +24,12 @@ using LocationPtr = nbx::smart_ptr<nbx::I_Location>;
 class BackupFolderSpy {
   public:
     BackupFolderSpy() : original_(nbx::mrsql::gCreateBackupLocation) {
-        current_ = this;
+        gCurrent = this;
         nbx::mrsql::gCreateBackupLocation = &CreateBackupLocation;
     }
     ~BackupFolderSpy() {
         nbx::mrsql::gCreateBackupLocation = original_;
-        current_ = nullptr;
+        gCurrent = nullptr;
     }
     BackupFolderSpy(const BackupFolderSpy&) = delete;
     BackupFolderSpy& operator=(const BackupFolderSpy&) = delete;
@@ -41,18 +41,18 @@ class BackupFolderSpy {
 
   private:
     static LocationPtr CreateBackupLocation(const LocationPtr& folder) {
-        LocationPtr location = current_->original_(folder);
-        const std::lock_guard<std::mutex> lock(current_->mutex_);
-        current_->folder_ = ToUtf8(location->get_PathText());
+        LocationPtr location = gCurrent->original_(folder);
+        const std::lock_guard<std::mutex> lock(gCurrent->mutex_);
+        gCurrent->folder_ = ToUtf8(location->get_PathText());
         return location;
     }
 
-    static BackupFolderSpy* current_;
+    static BackupFolderSpy* gCurrent;
     LocationPtr (*original_)(const LocationPtr& folder);
     std::mutex mutex_;
     std::string folder_;
 };
-BackupFolderSpy* BackupFolderSpy::current_ = nullptr;
+BackupFolderSpy* BackupFolderSpy::gCurrent = nullptr;
 
 void PrintHeading(const BackupReport& report, const std::string& folder) {
     const std::string text =

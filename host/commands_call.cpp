@@ -21,6 +21,7 @@ constexpr const char* kHelp =
 
 int RunCall(Program& program, const std::string& procedure, const std::vector<std::string>& words) {
     std::vector<Cell> arguments;
+    arguments.reserve(words.size() + program.words_after_dashes.size());
     for (const std::string& word : words) {
         arguments.push_back(ParseArgument(UnguardWord(word)));
     }

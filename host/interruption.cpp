@@ -80,7 +80,7 @@ InterruptWatch::InterruptWatch(std::function<void()> on_interrupt, Describe desc
     thread_ = std::thread([this] { Run(); });
 }
 
-InterruptWatch::InterruptWatch(DatabasePtr database)
+InterruptWatch::InterruptWatch(const DatabasePtr& database)
     : InterruptWatch([database] { database->Interrupt(); }) {}
 
 InterruptWatch::~InterruptWatch() {

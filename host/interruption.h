@@ -28,7 +28,7 @@ class InterruptWatch {
 
     explicit InterruptWatch(std::function<void()> on_interrupt, Describe describe = nullptr);
     /** Interrupts what the database runs. */
-    explicit InterruptWatch(DatabasePtr database);
+    explicit InterruptWatch(const DatabasePtr& database);
     ~InterruptWatch();
     InterruptWatch(const InterruptWatch&) = delete;
     InterruptWatch& operator=(const InterruptWatch&) = delete;

@@ -6,6 +6,7 @@
 #include <unistd.h>
 #include <algorithm>
 #include <csignal>
+#include <cstdio>
 #include <exception>
 
 #include "display_width.h"
@@ -103,5 +104,10 @@ int Main(int argc, char** argv) {
 }  // namespace mduckdb_host
 
 int main(int argc, char** argv) {
-    return mduckdb_host::Main(argc, argv);
+    try {
+        return mduckdb_host::Main(argc, argv);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "%s\n", error.what());
+        return mduckdb_host::kFailed;
+    }
 }

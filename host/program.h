@@ -11,8 +11,8 @@
 #include "output.h"
 #include "printer.h"
 
-namespace CLI {
-class App;  // its headers take long to read
+namespace CLI {  // NOLINT(readability-identifier-naming): the library's own
+class App;       // its headers take long to read
 }
 
 namespace mduckdb_host {

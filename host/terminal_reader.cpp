@@ -171,7 +171,7 @@ std::string PrepareHistoryFile() {
     folder /= "mduckdb";
     std::error_code error;
     fs::create_directories(folder, error);
-    const std::string file = (folder / "history").string();
+    std::string file = (folder / "history").string();
     // Statements may hold what others should not read.
     const int descriptor = ::open(file.c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600);
     if (descriptor < 0) {

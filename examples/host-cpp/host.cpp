@@ -29,7 +29,16 @@ namespace {
 
 using nbx::smart_ptr;
 using nbx::String;
-using namespace nbx::mrsql;
+using nbx::mrsql::gCreateBackupLocation;
+using nbx::mrsql::GetDuckDBExtension;
+using nbx::mrsql::gpIsLocalSqlCall_PTR;
+using nbx::mrsql::I_DuckDBCursor;
+using nbx::mrsql::I_DuckDBDatabase;
+using nbx::mrsql::I_DuckDBExtension;
+using nbx::mrsql::kClientCursor;
+using nbx::mrsql::kServerCursor;
+using nbx::mrsql::SetDuckDBExtension;
+using nbx::mrsql::xDuckDBError;
 
 String FromUtf8(std::string_view text) {
     return String(text.data(), static_cast<std::ptrdiff_t>(text.size()));
@@ -54,7 +63,7 @@ void PrintError(void* /*call_or_host*/, const char* text, uint64_t length) {
 }
 
 const mirona_extension_api& GetTable() {
-    static const mirona_extension_api gTable = [] {
+    static const mirona_extension_api kTable = [] {
         mirona_extension_api table;
         void (*positions[sizeof table / sizeof(void (*)())])();
         for (auto& position : positions) {
@@ -65,7 +74,7 @@ const mirona_extension_api& GetTable() {
         table.report_error = &PrintError;
         return table;
     }();
-    return gTable;
+    return kTable;
 }
 
 /** The module's root object. The module stays loaded: objects made by it may live to the end. */
@@ -195,14 +204,14 @@ void ShowInterruption(I_DuckDBDatabase& database) {
 
 void BackUpAndRestore(I_DuckDBExtension& extension, I_DuckDBDatabase& database,
                       const smart_ptr<nbx::I_Location>& folder) {
-    static smart_ptr<nbx::I_Location> gBackup;
+    static smart_ptr<nbx::I_Location> made_backup;
     gCreateBackupLocation = [](const smart_ptr<nbx::I_Location>& parent) {
-        gBackup = nbx::PrepareFolder(parent, "today");
-        return gBackup;
+        made_backup = nbx::PrepareFolder(parent, "today");
+        return made_backup;
     };
     database.Backup(nbx::PrepareFolder(folder, "backups"));
-    const auto copy = extension.RestoreDatabase(folder->MakeChild(FromUtf8("copy.duckdb")), gBackup);
-    gBackup.reset();
+    const auto copy = extension.RestoreDatabase(folder->MakeChild(FromUtf8("copy.duckdb")), made_backup);
+    made_backup.reset();
     copy->Open();
     const auto count = copy->SqlSelect(FromUtf8("SELECT count(*) FROM city"), kClientCursor, nullptr);
     count->FirstRecord();

@@ -20,7 +20,9 @@ namespace {
 
 using nbx::I_Location;
 using nbx::smart_ptr;
-using namespace nbx::mrsql;
+using nbx::mrsql::I_DuckDBCursor;
+using nbx::mrsql::I_DuckDBDatabase;
+using nbx::mrsql::I_DuckDBExtension;
 
 class DuckDBExtension final : public I_DuckDBExtension, nbx::noncopyable {
   public:
