@@ -1,0 +1,63 @@
+// A program of its own, since it replaces the allocation functions of the whole process.
+#include <atomic>
+#include <cstdlib>
+#include <new>
+
+#include "cursor_fixture.h"
+#include "nbx/value_pool.h"
+
+namespace {
+
+/** Characters of a text that nobody else has: the allocation for its UTF-16 form is told by its size. */
+constexpr std::size_t kLength = 1237;
+constexpr std::size_t kBytes = (kLength + 1) * sizeof(char16_t);
+
+/** Allocations of that size until one fails; none fails while it is negative. */
+std::atomic<long> gUntilFailure{-1};
+
+}  // namespace
+
+// NOLINTBEGIN(cppcoreguidelines-no-malloc): what they stand for
+void* operator new(std::size_t size) {
+    if (size == kBytes && gUntilFailure.load() >= 0 && gUntilFailure.fetch_sub(1) == 0) {
+        throw std::bad_alloc();
+    }
+    void* memory = std::malloc(size);
+    if (memory == nullptr) {
+        throw std::bad_alloc();
+    }
+    return memory;
+}
+void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+void operator delete(void* memory, std::size_t /*size*/) noexcept {
+    std::free(memory);
+}
+// NOLINTEND(cppcoreguidelines-no-malloc)
+
+namespace mduckdb {
+namespace {
+
+// What is left behind by mistake is also seen by AddressSanitizer's leak check.
+TEST(CursorOutOfMemory, ReadingAllRowsOrNoneLeavesNothingBehind) {
+    OpenedDatabase database;
+    const std::string sql = "SELECT repeat('x', " + std::to_string(kLength) + ") FROM range(6000)";
+    const auto select = [&] { return database->SqlSelect(FromUtf8(sql), kClientCursor, nullptr); };
+    EXPECT_EQ(select()->get_RecordCount(), 6000U);
+    const uint32_t references = database->get_RefsCount();
+    const std::size_t pooled = nbx::GetPoolMappedBytes();
+    for (const long at : {0L, 1L, 2047L, 2048L, 5000L}) {
+        gUntilFailure = at;
+        EXPECT_THROW(select(), std::bad_alloc) << at;
+        EXPECT_EQ(gUntilFailure.load(), -1) << "no allocation failed";
+    }
+    EXPECT_EQ(database->get_RefsCount(), references);
+    EXPECT_LE(nbx::GetPoolMappedBytes(), pooled);
+    EXPECT_EQ(select()->get_RecordCount(), 6000U);
+    database->Close();  // would call back into whatever still stood in its lists
+    EXPECT_FALSE(database->get_IsOpen());
+}
+
+}  // namespace
+}  // namespace mduckdb
