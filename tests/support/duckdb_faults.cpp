@@ -213,10 +213,10 @@ static duckdb_state FailAfterRunning(duckdb_pending_result pending) {
 }
 
 #define UNPACK(...) __VA_OPT__(, ) __VA_ARGS__
-#define CALL(result, name, parameters, arguments, failure, text)                               \
-    extern "C" result __wrap_##name parameters {                                               \
-        using namespace duckdb_faults;                                                         \
-        return Watch(                                                                          \
+#define CALL(result, name, parameters, arguments, failure, text)                                \
+    extern "C" result __wrap_##name parameters {                                                \
+        using namespace duckdb_faults;                                                          \
+        return Watch(                                                                           \
             #name, &__real_##name, [&]() -> result { return failure; }, text UNPACK arguments); \
     }
 #include "support/duckdb_calls.def"
