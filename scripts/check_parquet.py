@@ -56,6 +56,10 @@ def double(cell):
     return float(cell.replace("Infinity", "inf")) if isinstance(cell, str) else float(cell)
 
 
+def single(number):
+    return struct.unpack("f", struct.pack("f", number))[0]
+
+
 def same_double(cell, number, tolerance=0.0):
     return (math.isnan(cell) and math.isnan(number)) or math.isclose(cell, number, rel_tol=tolerance, abs_tol=0.0)
 
@@ -77,7 +81,7 @@ def is_same(kind, cell, reference):
     if kind in INTEGERS:
         return type(cell) is int and cell == int(reference)
     if kind == FLOAT:
-        return same_double(double(cell), struct.unpack("f", struct.pack("f", float(reference)))[0])
+        return same_double(single(double(cell)), single(float(reference)))
     if kind == DOUBLE:
         return same_double(double(cell), float(reference))
     if kind == DECIMAL:
