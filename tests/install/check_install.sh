@@ -55,7 +55,7 @@ for module in mduckdb mduckdb_casts; do
 done
 
 for example in host-c host-cpp; do
-    clean cmake -S "$examples/$example" -B "$work/$example" -DCMAKE_PREFIX_PATH="$tree" >"$work/log" 2>&1 ||
+    clean cmake -G Ninja -S "$examples/$example" -B "$work/$example" -DCMAKE_PREFIX_PATH="$tree" >"$work/log" 2>&1 ||
         fail "$example does not configure: $(cat "$work/log")"
     clean cmake --build "$work/$example" >"$work/log" 2>&1 ||
         fail "$example does not build with CMake: $(cat "$work/log")"
