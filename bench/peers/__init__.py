@@ -13,7 +13,9 @@ import sys
 HERE = pathlib.Path(__file__).resolve().parent
 CACHE = pathlib.Path(os.environ.get("XDG_CACHE_HOME") or pathlib.Path.home() / ".cache") / "mduckdb"
 WORK = CACHE / "peers"
-DUCKDB = CACHE / "duckdb-1.5.6"
+PIN = dict(line.strip().split("=", 1) for line in open(HERE.parents[1] / "scripts" / "duckdb.pin") if "=" in line)
+VERSION = PIN["DUCKDB_VERSION"]
+DUCKDB = CACHE / f"duckdb-{VERSION}"
 WORKLOADS = ("W1", "W2", "W3")
 
 
@@ -31,7 +33,7 @@ def build_python():
     venv = WORK / "python" / "venv"
     if not venv.exists():
         call(sys.executable, "-m", "venv", venv)
-        call(venv / "bin" / "pip", "install", "-q", "duckdb==1.5.6")
+        call(venv / "bin" / "pip", "install", "-q", f"duckdb=={VERSION}")
     script = HERE / "python" / "read.py"
     return {f"Python {mode}": lambda db, mode=mode: [venv / "bin" / "python", script, db, mode]
             for mode in ("fetchall", "fetchmany")}
@@ -40,7 +42,7 @@ def build_python():
 def build_node():
     folder = copy("node")
     if not (folder / "node_modules").exists():
-        call("npm", "install", "--silent", "--no-save", "--prefix", folder, "@duckdb/node-api@1.5.6-r.1")
+        call("npm", "install", "--silent", "--no-save", "--prefix", folder, f"@duckdb/node-api@{PIN['DUCKDB_NPM_VERSION']}")
     return {"Node getRows": lambda db: ["node", "--max-old-space-size=14000", folder / "read.mjs", db]}
 
 
@@ -64,7 +66,7 @@ def build_jdbc():
     folder = copy("jdbc")
     jar = folder / "duckdb_jdbc.jar"
     if not jar.exists():
-        call("mvn", "-q", "dependency:copy", "-Dartifact=org.duckdb:duckdb_jdbc:1.5.6.0",
+        call("mvn", "-q", "dependency:copy", f"-Dartifact=org.duckdb:duckdb_jdbc:{VERSION}.0",
              f"-DoutputDirectory={folder}", "-Dmdep.stripVersion=true")
     call("javac", "-d", folder, folder / "Read.java")
     return {"JDBC getObject": lambda db: ["java", "-cp", f"{folder}:{jar}", "Read", db]}
