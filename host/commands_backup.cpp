@@ -26,7 +26,7 @@ constexpr const char* kRestoreHelp =
     "backup printed. Prints the rows of each table in the backup and in the database, and says which\n"
     "differ; the exit status is 1 when one does.\n\n"
     "Example:\n"
-    "  mduckdb-host restore sales-again.db /var/backups/2024-03-15_12-34-56\n";
+    "  mduckdb-host restore sales-again.db /var/backups/2024-03-15T12-34-56Z\n";
 
 BackupReport MakeReport(Program& program, Printer& printer) {
     const bool is_for_people =

@@ -4,9 +4,13 @@
 #include <CLI/Formatter.hpp>
 
 #include <memory>
+#include <optional>
 
 #include "databases.h"
 #include "mirona/extension_api.h"
+#include "module_version.h"
+#include "nbx/mrsql/registry.h"
+#include "nbx/version.h"
 #include "program.h"
 #include "text.h"
 
@@ -14,7 +18,9 @@ namespace mduckdb_host {
 
 namespace {
 
-constexpr const char* kVersionHelp = "Example:\n  mduckdb-host version\n";
+constexpr const char* kVersionHelp =
+    "Each part tells its own version; a module that tells none has a NULL.\n\n"
+    "Example:\n  mduckdb-host version --format json\n";
 constexpr const char* kProbeHelp =
     "An empty file counts as a database, since one can be made of it. The exit status is 1 when a file\n"
     "is none or cannot be read.\n\n"
@@ -23,10 +29,18 @@ constexpr const char* kCreateHelp =
     "A file that is there already is deleted first.\n\n"
     "Example:\n  mduckdb-host create new.db --storage-version v1.2.0 --block-size 16384\n";
 
+/** Each version comes from what is running: the module's from its file, the others from their functions. */
 int RunVersion(Program& program) {
-    program.Load();
-    program.out.Write(fmt::format("mduckdb-host {}\nmodule       {}\nDuckDB       {}\n", MDUCKDB_HOST_VERSION,
-                                  program.module_name, GetExtension()->get_LibraryVersion()));
+    const std::optional<std::string> module_version = ReadModuleVersion(program.Load());
+    const auto extension = nbx::mrsql::GetDuckDBExtension();
+    const std::unique_ptr<Printer> printer = program.MakePrinter();
+    printer->Begin(
+        {{"part", 0, MIRONA_TYPE_TEXT}, {"name", 0, MIRONA_TYPE_TEXT}, {"version", 0, MIRONA_TYPE_TEXT}});
+    printer->Add({{"program"}, {"mduckdb-host"}, {MDUCKDB_HOST_VERSION}});
+    printer->Add({{"module"}, {program.module_name}, module_version ? Cell{*module_version} : Cell{}});
+    printer->Add({{"foundation"}, {"mshared"}, {nbx::get_LibraryVersion()}});
+    printer->Add({{"engine"}, {"DuckDB"}, extension ? Cell{extension->get_LibraryVersion()} : Cell{}});
+    printer->End();
     return kWorked;
 }
 
@@ -61,7 +75,7 @@ int RunCreate(Program& program, const std::string& path, uint32_t block_size,
 
 void AddVersionCommand(CLI::App& app, Program& program) {
     CLI::App* const command =
-        app.add_subcommand("version", "Print the versions of this program and of DuckDB");
+        app.add_subcommand("version", "Print the versions of this program, the module, mshared and DuckDB");
     command->footer(kVersionHelp);
     command->callback([&program] { program.command = [&program] { return RunVersion(program); }; });
 }

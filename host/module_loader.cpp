@@ -44,7 +44,7 @@ Function FindFunction(void* module, const char* name, const std::string& file) {
 
 }  // namespace
 
-void LoadModule(const std::string& name, ProcedureRegistry& registry) {
+const void* LoadModule(const std::string& name, ProcedureRegistry& registry) {
     const std::string file = FindModule(name);
     void* const module = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (module == nullptr) {
@@ -58,6 +58,7 @@ void LoadModule(const std::string& name, ProcedureRegistry& registry) {
     for (const std::string& error : registry.get_Errors()) {
         fmt::print(stderr, "{}\n", error);
     }
+    return reinterpret_cast<const void*>(init);
 }
 
 }  // namespace mduckdb_host

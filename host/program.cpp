@@ -36,8 +36,8 @@ std::string UnguardWord(const std::string& word) {
     return word.starts_with(kGuard) ? word.substr(1) : word;
 }
 
-void Program::Load() {
-    LoadModule(module_name, registry);
+const void* Program::Load() {
+    return LoadModule(module_name, registry);
 }
 
 void PrintError(std::string_view text) {

@@ -42,8 +42,8 @@ struct Program {
     /** The command that the command line names; gives the exit status. */
     std::function<int()> command;
 
-    /** Loads the module. Throws `std::runtime_error`. */
-    void Load();
+    /** Loads the module; gives an address inside it. Throws `std::runtime_error`. */
+    const void* Load();
     std::unique_ptr<Printer> MakePrinter() { return mduckdb_host::MakePrinter(out, print); }
 };
 

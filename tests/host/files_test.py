@@ -2,16 +2,55 @@
 
 import os
 import re
+import subprocess
 import unittest
 
-from host_case import HostCase
+from host_case import HOST, PLAIN_MODULE, SAMPLE_MODULE, HostCase
 
+SOURCES = os.path.join(os.path.dirname(__file__), "../../host")
+VERSION = os.environ["MDUCKDB_VERSION"]
 COMMANDS = ("call", "version", "probe", "create", "sql", "backup", "restore", "shell")
 
 
 class FilesTest(HostCase):
-    def test_version_names_duckdbs(self):
-        self.assertRegex(self.output("version"), r"mduckdb-host \d+\.\d+\.\d+\nmodule +mduckdb_casts\nDuckDB +v1\.\d")
+    def versions(self, *arguments, **more):
+        rows = self.rows("version", *arguments, **more)
+        self.assertEqual([row[0] for row in rows], ["program", "module", "foundation", "engine"])
+        return [row[2] for row in rows]
+
+    def patched(self, file, name):
+        """A copy of a library that tells another version."""
+        with open(file, "rb") as library:
+            content = library.read()
+        old, new = VERSION.encode() + b"\0", re.sub("[0-9]", "9", VERSION).encode() + b"\0"
+        self.assertEqual(content.count(old), 1, file)
+        with open(self.path(name), "wb") as library:
+            library.write(content.replace(old, new))
+        return self.path(name)
+
+    def test_version_names_every_part(self):
+        self.assertEqual([row[1] for row in self.rows("version")],
+                         ["mduckdb-host", "mduckdb_casts", "mshared", "DuckDB"])
+        duckdb = "v" + os.environ["MDUCKDB_DUCKDB_VERSION"]
+        self.assertEqual(self.versions(), [VERSION, VERSION, VERSION, duckdb])
+        self.assertEqual(self.versions("--module", "mduckdb"), [VERSION, VERSION, VERSION, duckdb])
+        self.assertIn("│ foundation │ mshared       │ " + VERSION, self.output("version"))
+
+    def test_version_comes_from_each_part_itself(self):
+        other = re.sub("[0-9]", "9", VERSION)
+        module = self.patched(PLAIN_MODULE, "other.so")
+        self.assertEqual(self.versions("--module", module)[:3], [VERSION, other, VERSION])
+        self.patched(os.environ["MDUCKDB_MSHARED"], "libmshared.so.0")
+        environment = {**os.environ, "LD_LIBRARY_PATH": self.folder}
+        self.assertEqual(self.versions(env=environment)[:3], [VERSION, VERSION, other])
+
+    def test_a_module_may_tell_no_version_and_have_no_databases(self):
+        self.assertEqual(self.versions("--module", SAMPLE_MODULE), [VERSION, None, VERSION, None])
+
+    def test_a_stripped_module_tells_its_version(self):
+        stripped = self.path("stripped.so")
+        subprocess.run(["strip", "--strip-all", "-o", stripped, PLAIN_MODULE], check=True)
+        self.assertEqual(self.versions("--module", stripped)[1], VERSION)
 
     def test_probe_tells_databases_from_other_files(self):
         self.output("create", "a.db")
@@ -49,13 +88,37 @@ class FilesTest(HostCase):
                 text = self.output(command, "--help")
                 self.assertRegex(text, r"Example:\n  mduckdb-host " + command)
 
+    def examples(self):
+        for command in COMMANDS:
+            yield from re.search(r"Example:\n((?:  .*\n)+)", self.output(command, "--help")).group(1).splitlines()
+        with open(os.path.join(SOURCES, "mduckdb-host.1")) as file:
+            page = file.read().replace("\\-", "-")
+        yield from re.search(r"\.SH EXAMPLES\n\.nf\n((?:.*\n)*)\.fi", page).group(1).splitlines()
+
+    def test_every_example_of_the_help_and_the_man_page_works(self):
+        self.execute(":memory:", "COPY (SELECT 1 AS id, 20 AS price) TO '%s'" % self.path("sales.parquet"))
+        self.output("create", "sales.db")
+        self.execute("sales.db", "CREATE TABLE orders AS SELECT 17 AS id")
+        os.mkdir(self.path("backups"))
+        environment = {**os.environ, "PATH": os.path.dirname(HOST) + ":/usr/bin:/bin"}
+        count = 0
+        for line in self.examples():
+            with self.subTest(line=line):
+                made = os.listdir(self.path("backups"))
+                line = re.sub("/var/backups(/[0-9TZ-]+)?", lambda found: self.path("backups") + (
+                    "/" + made[0] if found.group(1) else ""), line)
+                done = subprocess.run(["bash", "-c", line], cwd=self.folder, env=environment, stdin=subprocess.DEVNULL,
+                                      capture_output=True, timeout=60)
+                self.assertEqual((done.returncode, done.stderr.decode()), (0, ""))
+                count += 1
+        self.assertGreaterEqual(count, len(COMMANDS) + 3)
+
     def test_man_page_and_completions_know_every_command_and_option(self):
-        folder = os.path.join(os.path.dirname(__file__), "../../host")
         options = set(re.findall(r"(--[a-z-]+)", "".join(self.output(*words, "--help")
                                                          for words in [()] + [(c,) for c in COMMANDS])))
         for name in ("mduckdb-host.1", "completions/mduckdb-host.bash", "completions/_mduckdb-host",
                      "completions/mduckdb-host.fish"):
-            with open(os.path.join(folder, name)) as file:
+            with open(os.path.join(SOURCES, name)) as file:
                 text = file.read().replace("\\-", "-")
             for word in list(COMMANDS) + sorted(options):
                 with self.subTest(file=name, word=word):

@@ -1,11 +1,12 @@
 #!/usr/bin/env bash
 # Installs a build, moves the tree elsewhere and uses it there with an empty environment: the program, and
 # both examples, built with CMake and with the bare compiler and pkg-config.
-#   check_install.sh BUILD_FOLDER SOURCE_FOLDER
+#   check_install.sh BUILD_FOLDER SOURCE_FOLDER VERSION
 set -euo pipefail
 
 build=$1
 examples=$2/examples
+version=$3
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
@@ -30,7 +31,10 @@ mv "$work/first" "$work/moved tree"
 tree="$work/moved tree"
 
 for file in lib/libmshared.so lib/mduckdb/libmduckdb.so lib/mduckdb/libmduckdb_casts.so lib/mduckdb/libduckdb.so \
-    include/mirona/extension_api.h include/nbx/string.h lib/pkgconfig/mshared.pc \
+    include/mirona/extension_api.h include/nbx/string.h include/nbx/version.h lib/pkgconfig/mshared.pc \
+    share/man/man1/mduckdb-host.1 \
+    share/bash-completion/completions/mduckdb-host share/zsh/site-functions/_mduckdb-host \
+    share/fish/vendor_completions.d/mduckdb-host.fish \
     share/doc/mduckdb/README.md share/doc/mduckdb/docs/host-contract.md share/doc/mduckdb/examples/host-c/host.c; do
     [ -e "$tree/$file" ] || fail "$file is not installed"
 done
@@ -50,6 +54,8 @@ expect "a program far from where it was installed" 42 \
     clean "$tree/bin/mduckdb-host" sql :memory: \
     "COPY (SELECT 42 AS answer, 'x' AS letter) TO '$sample' (FORMAT parquet); SELECT 42 AS answer"
 for module in mduckdb mduckdb_casts; do
+    expect "the version of $module" '["module","'$module'","'"$version"'"]' \
+        clean "$tree/bin/mduckdb-host" --module $module --format json version
     expect "fetch_parquet through $module" '"rows":[
 [42,"x"]]' clean "$tree/bin/mduckdb-host" --module "$module" --format json call fetch_parquet "$sample"
 done
