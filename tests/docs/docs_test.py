@@ -1,106 +1,59 @@
 #!/usr/bin/env python3
-"""Checks README.md and docs/*.md against the tree and the build.
+"""Checks README.md and docs/*.md against the sources: blocks of code, links, names, error texts. What the pages
+show of running programs is checked by commands_test.py and console_test.py.
 
-Conventions of the pages:
-  - A ```sh block that is followed by a ```text block, with nothing but blank lines between, is run by bash in a
-    scratch folder that the blocks of one page share, in their order. What it prints on both streams must be the text
-    block. A line `...` in the text stands for any lines, `...` inside a line for any text. mduckdb-host and the examples are in PATH, the folder
-    `examples` is there.
-  - A ```sh block without a text block builds or installs; it is not run, but the files of this tree and the presets
-    that it names must be there.
-  - A ```c or ```cpp block names a file and a region in its first line, as ```c examples/host-c/host.c load; it must be
-    the lines between `docs: load` and `docs: end` in that file.
-  - A block without a word after its fence (a picture, a capture of a terminal) is not looked at.
-
-  docs_test.py SOURCE_FOLDER BUILD_BIN_FOLDER [unittest arguments]
+  docs_test.py SOURCE_FOLDER [unittest arguments]
 """
-import json
-import os
+
 import pathlib
 import re
-import subprocess
 import sys
-import tempfile
 import textwrap
 import unittest
 
-ROOT = pathlib.Path()
-BIN = pathlib.Path()
+import pages
 
-FENCE = re.compile(r"^```(.*)\n((?:.*\n)*?)```$", re.MULTILINE)
+ROOT = pathlib.Path()
 # A string literal, or a character literal, which may be a quote.
 STRING = re.compile(r'"((?:[^"\\\n]|\\.)*)"|\'(?:[^\'\\\n]|\\.)\'')
 
 
-def pages():
-    return [ROOT / "README.md"] + sorted((ROOT / "docs").glob("*.md"))
+def all_pages():
+    return pages.all_pages(ROOT)
 
 
-def blocks(page):
-    """(info, text, whether the next block follows at once) of each code block."""
-    text = page.read_text()
-    found = list(FENCE.finditer(text))
-    for block, following in zip(found, found[1:] + [None]):
-        is_followed = following is not None and not text[block.end():following.start()].strip()
-        yield block.group(1).strip(), block.group(2), is_followed
+def all_blocks():
+    return [block for page in all_pages() for block in pages.blocks(page)]
 
 
-def runs(page):
-    """(command, expected output) of each block that is run."""
-    found = list(blocks(page))
-    for (info, text, is_followed), (next_info, output, _) in zip(found, found[1:]):
-        if info == "sh" and is_followed and next_info == "text":
-            yield text, output
+class Blocks(unittest.TestCase):
+    def test_every_block_says_what_it_is(self):
+        for block in all_blocks():
+            self.assertIn(block.kind, pages.KINDS, f"{block.place}: a block without a word that a test knows")
 
+    def test_every_fence_belongs_to_a_block(self):
+        for page in all_pages():
+            fences = re.findall(r"^[ \t>]*(?:```|~~~)", page.read_text(), re.MULTILINE)
+            self.assertEqual(len(fences), 2 * len(list(pages.blocks(page))), page.name)
 
-def matches(expected, actual):
-    pattern = "".join(r"(?:.*\n)*" if line == "..." else re.escape(line).replace(r"\.\.\.", ".*") + "\n" for line in expected.splitlines())
-    return re.fullmatch(pattern, actual) is not None
-
-
-class Commands(unittest.TestCase):
-    maxDiff = None
-
-    def run_page(self, page):
-        with tempfile.TemporaryDirectory() as folder:
-            os.symlink(ROOT / "examples", pathlib.Path(folder, "examples"))
-            environment = {"PATH": f"{BIN}:/usr/bin:/bin", "HOME": folder, "LANG": "C.UTF-8", "TZ": "UTC"}
-            for variable in ("ASAN_OPTIONS", "LSAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS"):
-                if variable in os.environ:
-                    environment[variable] = os.environ[variable]
-            for command, expected in runs(page):
-                with self.subTest(page=page.name, command=command):
-                    done = subprocess.run(["bash", "-c", command], cwd=folder, env=environment, text=True,
-                                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT, timeout=60, check=False)
-                    if not matches(expected, done.stdout):
-                        self.assertEqual(expected, done.stdout)
-
-    def test_readme_has_commands_that_are_run(self):
-        self.assertGreater(len(list(runs(ROOT / "README.md"))), 2)
-
-    def test_output_of_the_commands_is_as_shown(self):
-        for page in pages():
-            self.run_page(page)
+    def test_no_block_is_made_by_indentation(self):
+        for page in all_pages():
+            self.assertNotRegex(pages.FENCE.sub("", page.read_text()), r"(?m)^(?: {4}|\t)", page.name)
 
     def test_every_output_belongs_to_a_command(self):
-        for page in pages():
-            before = ("", "", False)
-            for block in blocks(page):
-                if block[0] == "text":
-                    self.assertTrue(before[0] == "sh" and before[2], f"{page.name}: {block[1][:60]}")
-                before = block
+        before = None
+        for block in all_blocks():
+            if block.kind == "text":
+                self.assertTrue(block.follows and before.kind == "sh", block.place)
+            before = block
 
-    def test_files_and_presets_of_other_commands_exist(self):
-        presets = json.loads((ROOT / "CMakePresets.json").read_text())
-        names = {preset["name"] for preset in presets["configurePresets"]}
-        for page in pages():
-            for info, text, _ in blocks(page):
-                if info != "sh":
-                    continue
-                for path in re.findall(r"(?<![\w/.-])(?:scripts|\.ci|examples)/[\w./-]+", text):
-                    self.assertTrue((ROOT / path).exists(), f"{page.name}: {path}")
-                for preset in re.findall(r"--preset[ =](\w+)", text):
-                    self.assertIn(preset, names, page.name)
+    def test_no_output_is_left_out_whole(self):
+        for block in all_blocks():
+            if block.kind in ("text", "console"):
+                self.assertNotEqual(set(block.text.splitlines()), {"..."}, block.place)
+
+    def test_pictures_are_few(self):
+        self.assertEqual([block.page.name for block in all_blocks() if block.kind == "picture"], ["architecture.md"])
 
 
 class Code(unittest.TestCase):
@@ -113,20 +66,17 @@ class Code(unittest.TestCase):
 
     def test_code_is_that_of_the_files(self):
         count = 0
-        for page in pages():
-            for info, text, _ in blocks(page):
-                words = info.split()
-                if not words or words[0] not in ("c", "cpp"):
-                    continue
-                self.assertEqual(len(words), 3, f"{page.name}: a code block names no file and region: {text[:60]}")
-                self.assertEqual(self.region(words[1], words[2]), text, f"{page.name}: {info}")
+        for block in all_blocks():
+            if block.kind in ("c", "cpp"):
+                self.assertEqual(len(block.info), 3, f"{block.place}: names no file and region")
+                self.assertEqual(self.region(*block.info[1:]), block.text, block.place)
                 count += 1
         self.assertGreater(count, 0)
 
 
 class Names(unittest.TestCase):
     def test_links_lead_somewhere(self):
-        for page in pages():
+        for page in all_pages():
             for target, anchor in re.findall(r"\]\(([^)#:]*)(#[^)]*)?\)", page.read_text()):
                 file = page.parent / target if target else page
                 self.assertTrue(file.exists(), f"{page.name}: {target}")
@@ -136,14 +86,14 @@ class Names(unittest.TestCase):
                     self.assertIn(anchor, anchors, f"{page.name}: {target}{anchor}")
 
     def test_paths_exist(self):
-        for page in pages():
-            for path in re.findall(r"`((?:src|mshared|host|tests|bench|docs|scripts|examples|cmake|\.ci)/[\w./-]*)`",
+        for page in all_pages():
+            for path in re.findall(r"`((?:src|mshared|host|tests|bench|docs|scripts|examples|cmake|tools|\.ci)/[\w./-]*)`",
                                    page.read_text()):
                 where = [ROOT / path, ROOT / "src" / path]
                 self.assertTrue(any(file.exists() for file in where), f"{page.name}: {path}")
 
     def test_headers_named_exist(self):
-        for page in pages():
+        for page in all_pages():
             for path in re.findall(r"`((?:nbx|mirona)/[\w./-]*\.h)`", page.read_text()):
                 self.assertTrue((ROOT / "mshared/include" / path).exists(), f"{page.name}: {path}")
 
@@ -203,5 +153,4 @@ class Errors(unittest.TestCase):
 
 if __name__ == "__main__":
     ROOT = pathlib.Path(sys.argv[1]).resolve()
-    BIN = pathlib.Path(sys.argv[2]).resolve()
-    unittest.main(argv=[sys.argv[0]] + sys.argv[3:], verbosity=1)
+    unittest.main(argv=[sys.argv[0]] + sys.argv[2:], verbosity=1)

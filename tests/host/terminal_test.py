@@ -1,73 +1,23 @@
 """`mduckdb-host shell` and tables on a pseudo-terminal."""
 
-import fcntl
 import os
-import pty
 import re
-import select
-import signal
-import struct
-import termios
 import time
 import unittest
 
 from host_case import HOST, HostCase
-
-CONTROL = re.compile(r"\x1b\[[0-9;?]*[A-Za-z]|\r")
-
-
-class Terminal:
-    """A program on a terminal of 100 columns and 30 lines."""
-
-    def __init__(self, folder, *arguments):
-        self.text = ""
-        self.process, self.terminal = pty.fork()
-        if self.process == 0:
-            os.chdir(folder)
-            os.environ.update(TERM="xterm", XDG_STATE_HOME=os.path.join(folder, "state"), INPUTRC="/dev/null")
-            os.execv(HOST, [HOST, *arguments])
-        fcntl.ioctl(self.terminal, termios.TIOCSWINSZ, struct.pack("HHHH", 30, 100, 0, 0))
-
-    def send(self, text):
-        os.write(self.terminal, text.encode())
-
-    def expect(self, text, seconds=20):
-        """Reads on until the text appears; gives what came, without control sequences, and forgets it."""
-        end = time.monotonic() + seconds
-        while text not in self.text:
-            if not select.select([self.terminal], [], [], max(0, end - time.monotonic()))[0]:
-                raise AssertionError(f"{text!r} did not appear in {self.text!r}")
-            try:
-                self.text += CONTROL.sub("", os.read(self.terminal, 65536).decode(errors="replace"))
-            except OSError:
-                raise AssertionError(f"the program ended before {text!r}: {self.text!r}") from None
-        before, self.text = self.text.split(text, 1)
-        return before + text
-
-    def finish(self):
-        """Waits for the end of the program; gives its status."""
-        end = time.monotonic() + 20
-        while time.monotonic() < end:
-            if select.select([self.terminal], [], [], 0.1)[0]:
-                try:
-                    self.text += os.read(self.terminal, 65536).decode(errors="replace")
-                except OSError:
-                    break
-        os.close(self.terminal)
-        return os.waitstatus_to_exitcode(os.waitpid(self.process, 0)[1])
-
-    def kill(self):
-        try:
-            os.kill(self.process, signal.SIGKILL)
-            os.waitpid(self.process, 0)
-        except (ProcessLookupError, ChildProcessError):
-            pass
+from pseudo_terminal import Terminal
 
 
 class TerminalTest(HostCase):
-    def start(self, *arguments):
-        terminal = Terminal(self.folder, *(arguments or ("shell",)))
+    def open(self, *arguments):
+        environment = {**os.environ, "XDG_STATE_HOME": self.path("state")}
+        terminal = Terminal([HOST, *arguments], self.folder, environment)
         self.addCleanup(terminal.kill)
+        return terminal
+
+    def start(self, *arguments):
+        terminal = self.open(*(arguments or ("shell",)))
         if not arguments or arguments[0] == "shell":
             terminal.expect("> ")
         return terminal
@@ -181,8 +131,7 @@ class TerminalTest(HostCase):
         self.assertEqual(terminal.finish(), 0)
 
     def test_a_null_is_told_from_the_text_null(self):
-        terminal = Terminal(self.folder, "sql", ":memory:", "SELECT NULL AS a, 'NULL' AS b")
-        self.addCleanup(terminal.kill)
+        terminal = self.open("sql", ":memory:", "SELECT NULL AS a, 'NULL' AS b")
         self.assertEqual(terminal.finish(), 0)
         self.assertIn("│ \x1b[2mNULL\x1b[22m │ NULL │", terminal.text)
 

@@ -1,0 +1,67 @@
+"""The pages, README.md and docs/*.md, and the blocks of code in them.
+
+The word behind a fence tells what a block is; a block without one is an error.
+  sh        Commands. Run by bash in their order, all of a page in one folder and one environment. What they print on
+            both streams is the ```text block that follows, with nothing but blank lines between; without one they
+            print nothing. commands_test.py runs them.
+  text      What the ```sh block before it prints. A line `...` stands for any lines, `...` inside a line for any text.
+  console   What a terminal shows, compared in the same way. `$ COMMAND` starts a program on a new terminal, what stands
+            behind a prompt (`memory> `) is typed. A block that doesn't begin with `$` goes on in the terminal of the
+            block before, on the line of its cursor. `paste=N`: the first N lines are pasted as one. `press=KEY+KEY`: the
+            keys are pressed first, and the first line is what they make of the cursor's line. console_test.py runs them.
+  c, cpp    Code: ```c FILE REGION are the lines between `docs: REGION` and `docs: end` in that file, which is built and
+            run. docs_test.py compares them.
+  picture   A drawing, which nothing can check.
+"""
+
+import pathlib
+import re
+import typing
+
+KINDS = ("sh", "text", "console", "c", "cpp", "picture")
+FENCE = re.compile(r"^```(.*)\n((?:.*\n)*?)```$", re.MULTILINE)
+
+
+class Block(typing.NamedTuple):
+    page: pathlib.Path
+    line: int
+    info: list  # the words behind the fence
+    text: str
+    follows: bool  # whether nothing stands between it and the block before
+
+    @property
+    def kind(self):
+        return self.info[0] if self.info else ""
+
+    @property
+    def place(self):
+        return f"{self.page.name}:{self.line}"
+
+
+def all_pages(root):
+    return [root / "README.md"] + sorted((root / "docs").glob("*.md"))
+
+
+def blocks(page):
+    text = page.read_text()
+    end = None
+    for found in FENCE.finditer(text):
+        follows = end is not None and not text[end:found.start()].strip()
+        yield Block(page, text.count("\n", 0, found.start()) + 1, found.group(1).split(), found.group(2), follows)
+        end = found.end()
+
+
+def commands(page):
+    """(block, what it prints) of each block of commands."""
+    found = list(blocks(page))
+    for block, following in zip(found, found[1:] + [None]):
+        if block.kind == "sh":
+            has_output = following is not None and following.kind == "text" and following.follows
+            yield block, following.text if has_output else ""
+
+
+def matches(expected, actual):
+    """Whether the lines are those of the page, which may hold `...`."""
+    pattern = "".join(r"(?:.*\n)*" if line == "..." else re.escape(line).replace(r"\.\.\.", ".*") + "\n"
+                      for line in expected.splitlines())
+    return re.fullmatch(pattern, actual) is not None
