@@ -26,7 +26,16 @@ install(FILES ${DuckDB_LIBRARY} DESTINATION ${MDUCKDB_MODULEDIR})
 if(MDUCKDB_HOST)
     set_target_properties(mduckdb-host PROPERTIES INSTALL_RPATH "$ORIGIN/../${MDUCKDB_LIBDIR}")
     install(TARGETS mduckdb-host RUNTIME DESTINATION bin)
-    install(FILES host/mduckdb-host.1 DESTINATION share/man/man1)
+    # Compressed, as Debian wants its manual pages; `man` reads them everywhere.
+    find_program(MDUCKDB_GZIP_PROGRAM gzip REQUIRED)
+    mark_as_advanced(MDUCKDB_GZIP_PROGRAM)
+    set(_manual ${PROJECT_SOURCE_DIR}/host/mduckdb-host.1)
+    add_custom_command(OUTPUT ${PROJECT_BINARY_DIR}/package/mduckdb-host.1.gz
+        COMMAND ${MDUCKDB_GZIP_PROGRAM} -9nc ${_manual} > mduckdb-host.1.gz
+        DEPENDS ${_manual} WORKING_DIRECTORY ${PROJECT_BINARY_DIR}/package VERBATIM)
+    add_custom_target(mduckdb-host-manual DEPENDS ${PROJECT_BINARY_DIR}/package/mduckdb-host.1.gz)
+    add_dependencies(mduckdb-host mduckdb-host-manual)
+    install(FILES ${PROJECT_BINARY_DIR}/package/mduckdb-host.1.gz DESTINATION share/man/man1)
     install(FILES host/completions/mduckdb-host.bash
         DESTINATION share/bash-completion/completions RENAME mduckdb-host)
     install(FILES host/completions/_mduckdb-host DESTINATION share/zsh/site-functions)
@@ -51,18 +60,22 @@ configure_file(cmake/package/mshared.pc.in ${PROJECT_BINARY_DIR}/package/mshared
 install(FILES ${PROJECT_BINARY_DIR}/package/mshared.pc DESTINATION ${MDUCKDB_LIBDIR}/pkgconfig)
 
 install(FILES README.md CHANGELOG.md DESTINATION share/doc/mduckdb)
-install(DIRECTORY docs examples DESTINATION share/doc/mduckdb USE_SOURCE_PERMISSIONS PATTERN "*.1" EXCLUDE)
-install(FILES LICENSE DESTINATION share/doc/mduckdb OPTIONAL)
-cmake_path(GET DuckDB_INCLUDE_DIR PARENT_PATH _duckdb_home)
-install(FILES ${_duckdb_home}/LICENSE DESTINATION share/doc/mduckdb RENAME LICENSE.duckdb OPTIONAL)
+install(DIRECTORY docs examples DESTINATION share/doc/mduckdb USE_SOURCE_PERMISSIONS)
+install(FILES cmake/package/copyright DESTINATION share/doc/mduckdb)
 
+# What is not installed, the tests that is, need not be built for a package.
+set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON)
 set(CPACK_PACKAGE_NAME mduckdb)
 set(CPACK_PACKAGE_VENDOR "mduckdb")
-set(CPACK_PACKAGE_CONTACT "mduckdb maintainers <mduckdb@localhost>")
+set(CPACK_PACKAGE_CONTACT "mduckdb maintainers <mduckdb@localhost>" CACHE STRING "Maintainer that the package names")
 set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "DuckDB for the Mirona database server")
 set(CPACK_PACKAGE_DESCRIPTION
-    "An extension module through which the SQL of the Mirona database server reaches DuckDB and Parquet \
-files, the foundation library that it is built on, and a small host for the terminal.")
+    "An extension module through which the SQL of the Mirona database server
+reads Parquet files and creates, reads, backs up and restores DuckDB
+databases, with the DuckDB library that it is built on.
+
+Also the foundation library mshared with the headers for hosts in C and C++,
+mduckdb-host, a small host for the terminal, documentation and examples.")
 set(CPACK_PACKAGE_DIRECTORY ${PROJECT_BINARY_DIR}/packages)
 set(CPACK_PACKAGE_FILE_NAME ${PROJECT_NAME}-${PROJECT_VERSION}-linux-${CMAKE_SYSTEM_PROCESSOR})
 set(CPACK_GENERATOR TGZ DEB)
@@ -72,7 +85,8 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION database)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}/lib)
-set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
-set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
+# Who packages a host that is linked with mshared gets the dependency on this package from it.
+file(CONFIGURE OUTPUT package/shlibs CONTENT "libmshared 0 mduckdb (>= @PROJECT_VERSION@)\n")
+set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${PROJECT_BINARY_DIR}/package/shlibs)
 set(CPACK_PROJECT_CONFIG_FILE ${PROJECT_SOURCE_DIR}/cmake/package/cpack.cmake)
 include(CPack)

@@ -44,6 +44,7 @@ INLINE = {
 }
 NOT_RUN = {
     "scripts/bench": "measures for half an hour",
+    "scripts/check-package": "needs root, and a network the first time",
     ".ci/run": "is what runs this test",
     ".ci/run format tidy": "is what runs this test",
     "man mduckdb-host": "a machine may have no man; install_test looks for the page",

@@ -32,7 +32,7 @@ tree="$work/moved tree"
 
 for file in lib/libmshared.so lib/mduckdb/libmduckdb.so lib/mduckdb/libmduckdb_casts.so lib/mduckdb/libduckdb.so \
     include/mirona/extension_api.h include/nbx/string.h include/nbx/version.h lib/pkgconfig/mshared.pc \
-    share/man/man1/mduckdb-host.1 \
+    share/man/man1/mduckdb-host.1.gz share/doc/mduckdb/copyright \
     share/bash-completion/completions/mduckdb-host share/zsh/site-functions/_mduckdb-host \
     share/fish/vendor_completions.d/mduckdb-host.fish \
     share/doc/mduckdb/README.md share/doc/mduckdb/docs/host-contract.md share/doc/mduckdb/examples/host-c/host.c; do
