@@ -216,7 +216,6 @@ static void print_cursor(Call* call) {
         printf("%s%.*s", i == 0 ? "" : "\t", (int)column->name_length, column->name);
     }
     printf("\n");
-    /* docs: walk */
     while (cursor->next_row(cursor->state) == MIRONA_ROW_OK) {
         for (uint32_t i = 0; i < cursor->column_count; ++i) {
             Value* value = cursor->get_value(call, cursor->state, (int32_t)i);
@@ -228,7 +227,6 @@ static void print_cursor(Call* call) {
     }
     printf("%llu rows\n", (unsigned long long)cursor->row_count(cursor->state));
     cursor->close(cursor->state);
-    /* docs: end */
 }
 
 static int call_procedure(const mirona_procedure_def* procedure, int count, char** texts) {
@@ -257,7 +255,6 @@ static int call_procedure(const mirona_procedure_def* procedure, int count, char
 
 /* The module stays loaded to the end of the process: what it gave points into it. */
 static int load_module(const char* file, const mirona_extension_api* api) {
-    /* docs: load */
     void* module = dlopen(file, RTLD_NOW | RTLD_LOCAL);
     if (module == NULL) {
         fprintf(stderr, "%s\n", dlerror());
@@ -273,7 +270,6 @@ static int load_module(const char* file, const mirona_extension_api* api) {
     }
     bind_api(api);
     init(NULL);
-    /* docs: end */
     return 1;
 }
 

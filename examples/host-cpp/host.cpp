@@ -115,7 +115,6 @@ void RunScript(I_DuckDBDatabase& database) {
 }
 
 void BindParameters(I_DuckDBDatabase& database) {
-    // docs: bind
     const auto statement = database.CreateStatement(FromUtf8("INSERT INTO city VALUES (?, ?)"));
     statement->PrepareNext();
     statement->put_Parameters(MakeRow(3, "Zürich"));
@@ -123,7 +122,6 @@ void BindParameters(I_DuckDBDatabase& database) {
     statement->BindBigInt(1, 4);
     statement->BindVarchar(2, FromUtf8("Graz"));
     std::cout << "typed binds: " << statement->Execute() << " row changed\n";
-    // docs: end
 }
 
 std::string Text(I_DuckDBCursor& cursor, uint32_t column) {

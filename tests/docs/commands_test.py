@@ -117,7 +117,7 @@ class Commands(unittest.TestCase):
         else:
             (tree / "build").mkdir()
             (tree / "build/release").symlink_to(BUILD)
-            for program in ("host-c", "host-cpp"):
+            for program in ("sum-c", "sum-cpp", "host-c", "host-cpp"):
                 (tree / program).symlink_to(BUILD / "bin" / program)
             (folder / "home/mduckdb/lib").mkdir(parents=True)
             (folder / "home/mduckdb/lib/mduckdb").symlink_to(BUILD / "lib")
