@@ -11,8 +11,12 @@
 namespace nbx::pool {
 namespace {
 
-/** Slabs are mapped sixteen at a time, since the call costs more than the address space does. */
-constexpr std::size_t kRegionSize = 16 * kSlabSize;
+/** Slabs are mapped so many at a time, since the call costs more than the address space does: one huge page
+   of the processor, where the system has such. */
+constexpr std::size_t kRegionSize = std::size_t{2} * 1024 * 1024;
+/** Up to here memory comes in small pages, so that a process with few values touches little. Beyond, there
+    are row sets, and whoever reads them at random waits for the translation of addresses most. */
+constexpr std::size_t kSmallPagesUpTo = 8 * kRegionSize;
 constexpr std::size_t kMaxKept = 16;
 
 struct KeptSlab {
@@ -40,15 +44,15 @@ char* MapAnywhere(std::size_t size) {
     return static_cast<char*>(memory);
 }
 
-/** Maps more than is asked for and gives back what lies before and after the aligned part. */
+/** Memory aligned to its size, a power of two: maps twice as much and gives back what lies around it. */
 char* MapAligned(std::size_t size) {
-    char* const memory = MapAnywhere(size + kSlabSize);
-    const std::size_t excess = reinterpret_cast<std::uintptr_t>(memory) % kSlabSize;
-    const std::size_t before = excess == 0 ? 0 : kSlabSize - excess;
+    char* const memory = MapAnywhere(2 * size);
+    const std::size_t excess = reinterpret_cast<std::uintptr_t>(memory) % size;
+    const std::size_t before = excess == 0 ? 0 : size - excess;
     if (before != 0) {
         ::munmap(memory, before);
     }
-    ::munmap(memory + before + size, kSlabSize - before);
+    ::munmap(memory + before + size, size - before);
     return memory + before;
 }
 
@@ -65,6 +69,10 @@ void* MapSlab() {
     if (gSlabMemory.region_next == gSlabMemory.region_end) {
         gSlabMemory.region_next = MapAligned(kRegionSize);
         gSlabMemory.region_end = gSlabMemory.region_next + kRegionSize;
+        if (gSlabMemory.mapped >= kSmallPagesUpTo) {
+            // Advice: where it is refused, small pages do.
+            ::madvise(gSlabMemory.region_next, kRegionSize, MADV_HUGEPAGE);
+        }
         gSlabMemory.mapped += kRegionSize;
     }
     char* const slab = gSlabMemory.region_next;

@@ -13,23 +13,18 @@ namespace nbx {
 /** Throws the `xException` of a content that the value's type cannot hold. */
 [[noreturn]] void ThrowBadContent(uint32_t type_code, const String& content);
 
-/** What all values share: count, type, null flag, memory from the pool; 16 bytes with the vtable.
-    `Derived` is the final class; its `Clear` makes the content zero or empty, as it is while the value
-    is null, so that reading needs no look at the flag. */
-template <class Derived>
-class ValueCore : public I_Value {
+/** What all values have, whatever they hold: count, type, null flag; 16 bytes with the vtable. The calls of
+    every read are the same functions for all of them, so that the processor foresees where they lead. */
+class ValueBase : public I_Value {
   public:
-    ValueCore(uint32_t type_code, bool is_nullable) noexcept
+    ValueBase(uint32_t type_code, bool is_nullable) noexcept
         : type_code_(static_cast<uint16_t>(type_code)), is_nullable_(is_nullable) {}
-
-    static void* operator new(std::size_t size) { return pool::Allocate(size); }
-    static void operator delete(void* memory, std::size_t size) noexcept { pool::Free(memory, size); }
 
     uint32_t AddRef() final { return refs_.Increment(); }
     uint32_t Release() final {
         const uint32_t count = refs_.Decrement();
         if (count == 0) {
-            delete static_cast<Derived*>(this);
+            delete this;
         }
         return count;
     }
@@ -38,24 +33,39 @@ class ValueCore : public I_Value {
     uint32_t get_TypeCode() const final { return type_code_; }
     bool get_IsNullable() const final { return is_nullable_; }
     bool get_IsNull() const override { return is_null_; }
-    void put_IsNull(bool is_null) final {
-        if (is_null && !is_nullable_) {
-            ThrowNotNullable(type_code_);
-        }
-        if (is_null) {
-            static_cast<Derived*>(this)->Clear();
-        }
-        is_null_ = is_null;
-    }
 
   protected:
-    void MarkNotNull() noexcept { is_null_ = false; }
+    void MarkNull(bool is_null) noexcept { is_null_ = is_null; }
 
   private:
     RefCount refs_{1};
     uint16_t type_code_;
     bool is_nullable_;
     bool is_null_ = false;
+};
+
+/** A value's memory, from the pool, and its way to null. `Derived` is the final class; its `Clear` makes the
+    content zero or empty, as it is while the value is null, so that reading needs no look at the flag. */
+template <class Derived>
+class ValueCore : public ValueBase {
+  public:
+    using ValueBase::ValueBase;
+
+    static void* operator new(std::size_t size) { return pool::Allocate(size); }
+    static void operator delete(void* memory, std::size_t size) noexcept { pool::Free(memory, size); }
+
+    void put_IsNull(bool is_null) final {
+        if (is_null && !get_IsNullable()) {
+            ThrowNotNullable(get_TypeCode());
+        }
+        if (is_null) {
+            static_cast<Derived*>(this)->Clear();
+        }
+        MarkNull(is_null);
+    }
+
+  protected:
+    void MarkNotNull() noexcept { MarkNull(false); }
 };
 
 }  // namespace nbx

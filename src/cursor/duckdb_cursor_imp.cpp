@@ -104,16 +104,8 @@ void DuckDBCursor_imp::Detach() {
     database_ = nullptr;
 }
 
-void DuckDBCursor_imp::RequireValid() const {
-    if (!get_IsValid()) {
-        ThrowDetachedError("DuckDBCursor is invalid");
-    }
-}
-
-void DuckDBCursor_imp::RequireColumn(uint32_t column_index) const {
-    if (column_index >= column_type_names_.size()) {
-        ThrowError("inColumnIndex is out of bounds");
-    }
+void DuckDBCursor_imp::ThrowInvalid() {
+    ThrowDetachedError("DuckDBCursor is invalid");
 }
 
 void DuckDBCursor_imp::ThrowError(const char* message) const {

@@ -59,9 +59,18 @@ class DuckDBCursor_imp : public nbx::mrsql::I_DuckDBCursor, public nbx::ForeignP
     }
     bool get_IsValid() const noexcept { return get_Attached() != nullptr && result_; }
     /** Throws "DuckDBCursor is invalid" unless the cursor has its database and its result. */
-    void RequireValid() const;
+    void RequireValid() const {
+        if (!get_IsValid()) {
+            ThrowInvalid();
+        }
+    }
     /** Throws "inColumnIndex is out of bounds". The cursor is valid. */
-    void RequireColumn(uint32_t column_index) const;
+    void RequireColumn(uint32_t column_index) const {
+        if (column_index >= column_types_.size()) {
+            ThrowError("inColumnIndex is out of bounds");
+        }
+    }
+    [[noreturn]] static void ThrowInvalid();
     /** Throws with the path of the database, which the cursor has. */
     [[noreturn]] void ThrowError(const char* message) const;
     /** The next rows, or null at the end of the rows and after a failure, whose text is kept. */

@@ -1,7 +1,5 @@
 #include "procedures/query_state.h"
 
-#include <algorithm>
-#include <stdexcept>
 #include <utility>
 
 #include "procedures/procedures.h"
@@ -41,6 +39,7 @@ QueryState::QueryState(PrivateEngine engine, std::vector<ColumnRecord> columns,
       result_(std::move(result)),
       columns_(std::move(columns)),
       row_count_(duckdb_row_count(result_.get())),
+      chunks_(*result_),
       api_(&GetApi()) {
     for (const ColumnRecord& column : columns_) {
         const CellStorage storage = GetColumnStorage(*result_.get(), loaded_.size());
@@ -48,21 +47,6 @@ QueryState::QueryState(PrivateEngine engine, std::vector<ColumnRecord> columns,
         host_columns_.push_back({column.name.data(), column.name.size(),
                                  static_cast<std::uint32_t>(column.normalised_type),
                                  static_cast<std::uint32_t>(column.host_type)});
-    }
-    IndexChunks();
-}
-
-void QueryState::IndexChunks() {
-    const idx_t count = duckdb_result_chunk_count(*result_);
-    first_rows_.reserve(count);
-    idx_t first_row = 0;
-    for (idx_t i = 0; i < count; ++i) {
-        const duckdb_plain::ChunkHolder chunk(duckdb_result_get_chunk(*result_, i));
-        if (!chunk) {
-            throw std::runtime_error("Unable to access DuckDB result chunk.");
-        }
-        first_rows_.push_back(first_row);
-        first_row += duckdb_data_chunk_get_size(chunk.get());
     }
 }
 
@@ -78,51 +62,46 @@ mirona_cursor_def QueryState::MakeCursorDef() noexcept {
 }
 
 mirona_value QueryState::GetValue(mirona_call call, std::int32_t column) const noexcept {
+    const idx_t row = row_ - chunk_begin_;
     // A negative index becomes a large one.
     const auto index = static_cast<std::uint32_t>(column);
-    if (!chunk_ || index >= loaded_.size()) {
+    if (chunk_begin_ == chunk_end_ || index >= loaded_.size()) {
         return nullptr;
     }
     const LoadedColumn& cells = loaded_[index];
-    if (cells.validity != nullptr && (cells.validity[row_in_chunk_ / 64] >> (row_in_chunk_ % 64) & 1) == 0) {
+    if (cells.validity != nullptr && (cells.validity[row / 64] >> (row % 64) & 1) == 0) {
         return nullptr;
     }
-    return cells.read(*api_, call, cells.data, row_in_chunk_);
+    return cells.read(*api_, call, cells.data, row);
 }
 
 std::uint32_t QueryState::GoToRow(std::int64_t row) noexcept {
     const auto target = static_cast<idx_t>(row);
-    if (row < 0 || target >= row_count_ || (!IsLoaded(target) && !LoadChunkOf(target))) {
+    const bool is_loaded = target - chunk_begin_ < chunk_end_ - chunk_begin_;
+    if (!is_loaded && (row < 0 || target >= row_count_ || !LoadChunkOf(target))) {
         return MIRONA_ROW_END;
     }
     row_ = target;
-    row_in_chunk_ = target - chunk_begin_;
     is_started_ = true;
     return MIRONA_ROW_OK;
 }
 
 std::uint32_t QueryState::NextRow() noexcept {
     const idx_t next = is_started_ ? row_ + 1 : 0;
-    return next >= row_count_ ? MIRONA_ROW_END : GoToRow(static_cast<std::int64_t>(next));
+    return GoToRow(static_cast<std::int64_t>(next));
 }
 
 bool QueryState::LoadChunkOf(idx_t row) noexcept {
-    chunk_.Reset();
+    chunk_begin_ = chunk_end_ = 0;
     try {
-        const auto after = std::upper_bound(first_rows_.begin(), first_rows_.end(), row);
-        const auto index = static_cast<idx_t>(after - first_rows_.begin()) - 1;
-        duckdb_plain::ChunkHolder chunk(duckdb_result_get_chunk(*result_, index));
-        if (!chunk) {
-            return false;
-        }
+        const idx_t index = chunks_.FindRow(row);
+        chunks_.Load(index);
         for (idx_t i = 0; i < loaded_.size(); ++i) {
-            const duckdb_vector vector = duckdb_data_chunk_get_vector(chunk.get(), i);
-            loaded_[i].data = duckdb_vector_get_data(vector);
-            loaded_[i].validity = duckdb_vector_get_validity(vector);
+            loaded_[i].data = chunks_.get_Data(i);
+            loaded_[i].validity = chunks_.get_Validity(i);
         }
-        chunk_begin_ = first_rows_[index];
-        chunk_end_ = chunk_begin_ + duckdb_data_chunk_get_size(chunk.get());
-        chunk_ = std::move(chunk);
+        chunk_begin_ = chunks_.get_FirstRow(index);
+        chunk_end_ = chunks_.get_FirstRow(index + 1);
     } catch (...) {  // DuckDB out of memory: the callback has no way to say more than that there is no row
         return false;
     }

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "duckdb_plain/holders.h"
+#include "duckdb_plain/result_chunks.h"
 #include "mirona/extension_api.h"
 #include "procedures/cell_values.h"
 #include "procedures/private_engine.h"
@@ -25,7 +26,7 @@ struct ColumnRecord {
     calls on one thread at a time. */
 class QueryState {
   public:
-    /** Visits every chunk once for its size; throws when DuckDB does not give one. */
+    /** Throws when DuckDB does not give the result's chunks. */
     QueryState(PrivateEngine engine, std::vector<ColumnRecord> columns, duckdb_plain::ResultHolder result);
     QueryState(const QueryState&) = delete;
     QueryState& operator=(const QueryState&) = delete;
@@ -48,27 +49,23 @@ class QueryState {
         const std::uint64_t* validity;
     };
 
-    void IndexChunks();
-    bool IsLoaded(idx_t row) const noexcept {
-        return chunk_ && row - chunk_begin_ < chunk_end_ - chunk_begin_;
-    }
     bool LoadChunkOf(idx_t row) noexcept;
 
-    // Destroyed from the last to the first: chunk, result, engine.
+    // Destroyed from the last to the first: chunks, result, engine.
     PrivateEngine engine_;
     duckdb_plain::ResultHolder result_;
     std::vector<ColumnRecord> columns_;
     std::vector<mirona_column> host_columns_;
-    std::vector<idx_t> first_rows_;
     idx_t row_count_;
 
-    duckdb_plain::ChunkHolder chunk_;
+    duckdb_plain::ResultChunks chunks_;
+    /** Rows of the loaded chunk; from 0 to 0 while none is loaded. */
     idx_t chunk_begin_ = 0;
     idx_t chunk_end_ = 0;
     std::vector<LoadedColumn> loaded_;
     const mirona_extension_api* api_;
+    /** The current row, unless the cursor has not started. */
     idx_t row_ = 0;
-    idx_t row_in_chunk_ = 0;
     bool is_started_ = false;
 };
 
