@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <new>
@@ -21,16 +22,25 @@
 namespace nbx::pool {
 
 /** Sizes of the pooled objects; larger ones come from the heap. A row set is made of numbers, 24 bytes each,
-    and rows, 40 bytes. Objects are aligned to 8 bytes. */
-inline constexpr std::size_t kClassSizes[] = {24, 32, 40, 48, 64};
-inline constexpr std::size_t kClassCount = 5;
+    texts with their characters, and rows, 40 bytes. Objects are aligned to 8 bytes. */
+inline constexpr std::size_t kClassSizes[] = {24, 32, 40, 48, 64, 96, 128};
+inline constexpr std::size_t kClassCount = 7;
+inline constexpr std::size_t kLargestPooled = kClassSizes[kClassCount - 1];
 
-constexpr std::size_t ClassOf(std::size_t size) noexcept {
-    std::size_t size_class = 0;
-    while (size_class < kClassCount && size > kClassSizes[size_class]) {
-        ++size_class;
+/** The class of each size in units of 8 bytes, rounded up. */
+inline constexpr std::array<uint8_t, kLargestPooled / 8 + 1> kClassOfWords = [] {
+    std::array<uint8_t, kLargestPooled / 8 + 1> classes{};
+    uint8_t size_class = 0;
+    for (std::size_t words = 0; words < classes.size(); ++words) {
+        size_class = static_cast<uint8_t>(size_class + (words * 8 > kClassSizes[size_class] ? 1 : 0));
+        classes[words] = size_class;
     }
-    return size_class;
+    return classes;
+}();
+
+/** `kClassCount` for what is not pooled. */
+constexpr std::size_t ClassOf(std::size_t size) noexcept {
+    return size > kLargestPooled ? kClassCount : kClassOfWords[(size + 7) / 8];
 }
 
 /** What the first bytes of an object are while nobody uses it. */

@@ -21,6 +21,20 @@ TEST(TextValue, KeepsTheTextOfAnyLength) {
     EXPECT_EQ(MakeText("\xFF")->get_Text().get_View(), u"\uFFFD");
 }
 
+TEST(TextValue, TakesTextsOfEveryLengthOneAfterTheOther) {
+    const ValuePtr value = MakeText("first");
+    for (std::size_t length = 0; length < 200; ++length) {
+        const std::string text(length, 'y');
+        value->put_Text(Wide(text));
+        ASSERT_EQ(Narrow(value->get_Text()), text);
+        ASSERT_EQ(Narrow(MakeText(text)->get_Text()), text);
+    }
+    value->put_IsNull(true);
+    EXPECT_EQ(value->get_Text(), String());
+    value->put_IsNull(false);
+    EXPECT_EQ(value->get_Text(), String());
+}
+
 TEST(TextValue, ReadsAsTheNumberThatItStartsWith) {
     const ValuePtr value = MakeText("-12.75 metres");
     EXPECT_EQ(value->get_LLong(), -12);

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <limits>
+#include <new>
 
 #include "unicode.h"
 
@@ -29,6 +31,45 @@ I_Value* MakeMember(const JsonMember& member) {
 }
 
 }  // namespace
+
+TextValue* TextValue::Make(uint32_t type_code, bool is_nullable, std::u16string_view content) {
+    const bool is_countable = content.size() <= std::numeric_limits<uint32_t>::max();
+    const std::u16string_view own = is_countable ? content : std::u16string_view();
+    void* const memory = pool::Allocate(SizeFor(own.size()));
+    auto* const value = ::new (memory) TextValue(type_code, is_nullable, own);
+    if (!is_countable) {
+        smart_ptr<I_Value> holder = smart_ptr<I_Value>::Adopt(value);
+        value->put_Text(String(content.data(), content.size()));
+        holder.detach();
+    }
+    return value;
+}
+
+TextValue::TextValue(uint32_t type_code, bool is_nullable, std::u16string_view content) noexcept
+    : TextLikeValue(type_code, is_nullable),
+      length_(static_cast<uint32_t>(content.size())),
+      capacity_(length_) {
+    std::copy(content.begin(), content.end(), get_Characters());
+}
+
+String TextValue::get_Text() const {
+    return replacement_ ? *replacement_ : String(get_Characters(), length_);
+}
+
+void TextValue::put_Text(String content) {
+    replacement_ = std::make_unique<const String>(std::move(content));
+    MarkNotNull();
+}
+
+void TextValue::Destroy() noexcept {
+    const std::size_t size = SizeFor(capacity_);
+    this->~TextValue();
+    pool::Free(this, size);
+}
+
+char16_t* TextValue::get_Characters() const noexcept {
+    return reinterpret_cast<char16_t*>(const_cast<TextValue*>(this + 1));
+}
 
 void* JSONValue::QueryInterface(uint32_t interface_id) {
     return interface_id == kJSONInterfaceId ? static_cast<I_JSONValue*>(this) : nullptr;

@@ -10,22 +10,38 @@
 
 namespace nbx {
 
-/** String values, and values of the host's types that travel as text. */
+/** String values, and values of the host's types that travel as text. The text that a value is made with
+   stands behind the object in the same piece of memory: a row set is made of these, and most live for one
+   read. */
 class TextValue final : public TextLikeValue<TextValue> {
   public:
-    TextValue(uint32_t type_code, bool is_nullable, std::u16string content) noexcept
-        : TextLikeValue(type_code, is_nullable), content_(std::move(content)) {}
+    /** A value with a copy of the text. */
+    static TextValue* Make(uint32_t type_code, bool is_nullable, std::u16string_view content);
 
     void* QueryInterface(uint32_t /*interface_id*/) override { return nullptr; }
-    String get_Text() const override { return content_; }
-    void put_Text(String content) override {
-        content_ = std::move(content);
-        MarkNotNull();
+    String get_Text() const override;
+    void put_Text(String content) override;
+    void Clear() noexcept {
+        replacement_.reset();
+        length_ = 0;
     }
-    void Clear() { content_ = String(); }
+
+  protected:
+    void Destroy() noexcept override;
 
   private:
-    String content_;
+    TextValue(uint32_t type_code, bool is_nullable, std::u16string_view content) noexcept;
+
+    static std::size_t SizeFor(std::size_t capacity) noexcept {
+        return sizeof(TextValue) + capacity * sizeof(char16_t);
+    }
+    char16_t* get_Characters() const noexcept;
+
+    /** The text in place of the one behind the object; null until somebody stores another. */
+    std::unique_ptr<const String> replacement_;
+    /** UTF-16 units behind the object: those that belong to its text, and those that there is memory for. */
+    uint32_t length_;
+    const uint32_t capacity_;
 };
 
 /** JSON text. It is taken apart at the first question about its members. */

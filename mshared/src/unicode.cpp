@@ -58,8 +58,29 @@ std::ptrdiff_t NarrowAsciiBlock(const char16_t* in, char* out) noexcept {
     const unsigned others = (~static_cast<unsigned>(_mm_movemask_epi8(is_ascii)) & 0xFFFFU) | 0x10000U;
     return std::countr_zero(others);
 }
+/** Decodes the characters of two bytes that the 16 bytes begin with; gives their number. All 8 units are
+    written. Whatever script has an alphabet comes in runs of these. */
+std::ptrdiff_t DecodePairs(const char* in, char16_t* out) noexcept {
+    const __m128i pairs = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in));
+    // In each lane the lead byte is below: 110xxxxx, and not 1100000x, which would be an ASCII character in
+    // disguise; above it the trail byte, 10xxxxxx.
+    const __m128i has_marks =
+        _mm_cmpeq_epi16(_mm_and_si128(pairs, _mm_set1_epi16(static_cast<short>(0xC0E0))),
+                        _mm_set1_epi16(static_cast<short>(0x80C0)));
+    const __m128i is_disguise =
+        _mm_cmpeq_epi16(_mm_and_si128(pairs, _mm_set1_epi16(0x001E)), _mm_setzero_si128());
+    const __m128i lead_bits = _mm_slli_epi16(_mm_and_si128(pairs, _mm_set1_epi16(0x001F)), 6);
+    const __m128i trail_bits = _mm_and_si128(_mm_srli_epi16(pairs, 8), _mm_set1_epi16(0x003F));
+    _mm_storeu_si128(reinterpret_cast<__m128i*>(out), _mm_or_si128(lead_bits, trail_bits));
+    const auto good = static_cast<unsigned>(_mm_movemask_epi8(_mm_andnot_si128(is_disguise, has_marks)));
+    return std::countr_one(good) / 2;
+}
 #else
 constexpr std::ptrdiff_t kBlock = 8;
+
+std::ptrdiff_t DecodePairs(const char* /*in*/, char16_t* /*out*/) noexcept {
+    return 0;
+}
 
 std::ptrdiff_t WidenAsciiBlock(const char* in, char16_t* out) noexcept {
     std::ptrdiff_t count = 0;
@@ -168,6 +189,25 @@ void DecodeOne(const char*& in, const char* end, char16_t*& out) noexcept {
     }
 }
 
+bool BeginsPair(char byte) noexcept {
+    return (static_cast<unsigned char>(byte) & 0xE0U) == 0xC0U;
+}
+
+/** Converts the characters up to the next ASCII one. */
+void DecodeOthers(const char*& in, const char* end, char16_t*& out, const char16_t* full) noexcept {
+    while (out < full && in < end && static_cast<signed char>(*in) < 0) {
+        if (BeginsPair(*in) && end - in >= kBlock) {
+            const std::ptrdiff_t count = DecodePairs(in, out);
+            in += 2 * count;
+            out += count;
+            if (count != 0) {
+                continue;
+            }
+        }
+        DecodeOne(in, end, out);
+    }
+}
+
 /** Converts from `in` on until the text ends or `kChunk` units are written; `out` has room for `kChunk`
     + `kSlack` of them. Gives the end of what was written. */
 char16_t* DecodeChunk(const char*& in, const char* end, char16_t* out) noexcept {
@@ -176,9 +216,7 @@ char16_t* DecodeChunk(const char*& in, const char* end, char16_t* out) noexcept 
         const std::ptrdiff_t ascii = WidenAsciiBlock(in, out);
         in += ascii;
         out += ascii;
-        while (out < full && in < end && static_cast<signed char>(*in) < 0) {
-            DecodeOne(in, end, out);
-        }
+        DecodeOthers(in, end, out, full);
     }
     if (out < full && end - in >= kHalfBlock) {
         const std::ptrdiff_t ascii = WidenAsciiHalfBlock(in, out);
@@ -276,13 +314,22 @@ void AppendUtf16AsUtf8(std::u16string_view text, std::string& result) {
     }
 }
 
+Utf16Text::Utf16Text(std::string_view utf8) {
+    static_assert(sizeof(buffer_) == (kChunk + kSlack) * sizeof(char16_t));
+    if (utf8.size() <= kChunk) {
+        // No text becomes more units than it has bytes, so one piece is all of it.
+        const char* in = utf8.data();
+        const char16_t* const out = DecodeChunk(in, in + utf8.size(), buffer_);
+        view_ = {buffer_, static_cast<std::size_t>(out - buffer_)};
+    } else {
+        AppendUtf8AsUtf16(utf8, long_text_);
+        view_ = long_text_;
+    }
+}
+
 std::u16string Utf8ToUtf16(std::string_view text) {
     if (text.size() <= kChunk) {
-        // No text becomes more units than it has bytes, so one piece is all of it.
-        char16_t buffer[kChunk + kSlack];
-        const char* in = text.data();
-        const char16_t* const out = DecodeChunk(in, in + text.size(), buffer);
-        return std::u16string(buffer, static_cast<std::size_t>(out - buffer));
+        return std::u16string(Utf16Text(text).get());
     }
     std::u16string result;
     AppendUtf8AsUtf16(text, result);

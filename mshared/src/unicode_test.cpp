@@ -85,6 +85,34 @@ TEST(Unicode, ReplacesWhatIsNoUtf8AndKeepsTheRest) {
     }
 }
 
+TEST(Unicode, FindsWhatIsBrokenAnywhereInARunOfTwoByteCharacters) {
+    const std::string pair = "\xD0\xB6";
+    const std::array<BrokenText, 7> cases{{
+        {"nothing", "", u""},
+        {"an ASCII character", "-", u"-"},
+        {"the smallest overlong pair", "\xC0\x80", u"\uFFFD\uFFFD"},
+        {"the largest overlong pair", "\xC1\xBF", u"\uFFFD\uFFFD"},
+        {"a lead byte without its trail byte", "\xD0", u"\uFFFD"},
+        {"a trail byte alone", "\xB6", u"\uFFFD"},
+        {"a character of three bytes", "\xE2\x82\xAC", u"\u20AC"},
+    }};
+    for (const BrokenText& test : cases) {
+        for (std::size_t before = 0; before <= 20; ++before) {
+            std::string narrow;
+            for (std::size_t i = 0; i < before; ++i) {
+                narrow += pair;
+            }
+            narrow += test.text;
+            for (int i = 0; i < 20; ++i) {
+                narrow += pair;
+            }
+            ASSERT_EQ(ToWide(narrow),
+                      std::u16string(before, u'\u0436') + test.expected + std::u16string(20, u'\u0436'))
+                << test.what << " after " << before;
+        }
+    }
+}
+
 TEST(Unicode, ConvertsRandomCodePointsThereAndBack) {
     std::mt19937 random(20240131);
     std::uniform_int_distribution<uint32_t> kind(0, 3);

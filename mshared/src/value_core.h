@@ -24,7 +24,7 @@ class ValueBase : public I_Value {
     uint32_t Release() final {
         const uint32_t count = refs_.Decrement();
         if (count == 0) {
-            delete this;
+            Destroy();
         }
         return count;
     }
@@ -35,6 +35,8 @@ class ValueBase : public I_Value {
     bool get_IsNull() const override { return is_null_; }
 
   protected:
+    /** Ends the object and gives its memory back. */
+    virtual void Destroy() noexcept = 0;
     void MarkNull(bool is_null) noexcept { is_null_ = is_null; }
 
   private:
@@ -65,6 +67,7 @@ class ValueCore : public ValueBase {
     }
 
   protected:
+    void Destroy() noexcept override { delete static_cast<Derived*>(this); }
     void MarkNotNull() noexcept { MarkNull(false); }
 };
 

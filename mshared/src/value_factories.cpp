@@ -22,7 +22,8 @@ I_Value* MakeNumber(bool nullable, const void* content, const void* /*extra*/) {
 }
 
 I_Value* MakeText(uint32_t type_code, bool nullable, const void* content) {
-    return new TextValue(type_code, nullable, Utf8ToUtf16(ContentOf<std::string_view>(content)));
+    const Utf16Text text(ContentOf<std::string_view>(content));
+    return TextValue::Make(type_code, nullable, text.get());
 }
 
 I_Value* MakeBytes(uint32_t type_code, bool nullable, const void* content, const void* extra) {

@@ -21,7 +21,8 @@ constinit thread_local ThreadState gThreadState = ThreadState::kFresh;
 
 constinit std::array<SlabStore, kClassCount> gStores{SlabStore(kClassSizes[0]), SlabStore(kClassSizes[1]),
                                                      SlabStore(kClassSizes[2]), SlabStore(kClassSizes[3]),
-                                                     SlabStore(kClassSizes[4])};
+                                                     SlabStore(kClassSizes[4]), SlabStore(kClassSizes[5]),
+                                                     SlabStore(kClassSizes[6])};
 
 /** Gives all of a thread's free objects back when the thread ends. Objects that are released later still,
     by other thread-local or static objects, go straight to their slabs. */
