@@ -19,19 +19,20 @@ class NBX_SCOPED_CAPABILITY EngineLockScope : nbx::noncopyable {
         if (nbx::gIsThisDiagnoseMTThread.get() || nbx::gIsGlobalLockTaken.get()) {
             return;
         }
-        nbx::GetGlobalEngineLock().lock();
+        locked_ = &nbx::GetGlobalEngineLock();
+        locked_->lock();
         nbx::gIsGlobalLockTaken.put(true);
-        is_locked_here_ = true;
     }
     ~EngineLockScope() NBX_RELEASE() NBX_NO_THREAD_SAFETY_ANALYSIS {
-        if (is_locked_here_) {
-            nbx::GetGlobalEngineLock().unlock();
+        if (locked_ != nullptr) {
+            locked_->unlock();
             nbx::gIsGlobalLockTaken.put(false);
         }
     }
 
   private:
-    bool is_locked_here_ = false;
+    /** Null when the scope gives nothing back. */
+    nbx::Mutex* locked_ = nullptr;
 };
 
 }  // namespace mduckdb

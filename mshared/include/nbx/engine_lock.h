@@ -33,20 +33,28 @@ class NBX_SCOPED_CAPABILITY MutexLock : noncopyable {
     it has `gIsGlobalLockTaken` set and must not lock again. */
 NBX_API Mutex& GetGlobalEngineLock() noexcept;
 
+namespace detail {
+
+/** The values of all `ThreadFlag`s in this thread. Read and written inline, at a fixed place in the thread's
+    storage: the lock's scope does so at every call of the module. */
+extern NBX_API constinit thread_local bool gThreadFlags[2] __attribute__((tls_model("initial-exec")));
+
+}  // namespace detail
+
 /** A boolean with a value of its own in each thread; false in a thread that never set it. */
-class NBX_API ThreadFlag : noncopyable {
+class ThreadFlag : noncopyable {
   public:
     explicit constexpr ThreadFlag(unsigned slot) noexcept : slot_(slot) {}
-    bool get() const noexcept;
-    void put(bool value) const noexcept;
+    bool get() const noexcept { return detail::gThreadFlags[slot_]; }
+    void put(bool value) const noexcept { detail::gThreadFlags[slot_] = value; }
 
   private:
     unsigned slot_;
 };
 
 /** Whether this thread holds the engine lock. */
-extern NBX_API const ThreadFlag gIsGlobalLockTaken;
+inline constexpr ThreadFlag gIsGlobalLockTaken(0);
 /** Whether this thread is the host's diagnostic multi-thread test thread, which never takes the lock. */
-extern NBX_API const ThreadFlag gIsThisDiagnoseMTThread;
+inline constexpr ThreadFlag gIsThisDiagnoseMTThread(1);
 
 }  // namespace nbx
