@@ -53,11 +53,13 @@ void CellConverter::Bind(duckdb_data_chunk chunk) {
 
 nbx::smart_ptr<nbx::I_Value> CellConverter::Convert(idx_t column, idx_t row) {
     const Cell cell = reader_.Read(column, row);
-    if (cell.kind == Cell::Kind::variant) {
-        const duckdb_plain::ValueHolder value = reader_.TakeValue(column, row);
-        return ConvertCellValue(value.get(), DUCKDB_TYPE_VARIANT);
-    }
-    return kMakers[static_cast<std::size_t>(cell.kind)](cell);
+    return cell.kind == Cell::Kind::variant ? ConvertVariant(column, row)
+                                            : kMakers[static_cast<std::size_t>(cell.kind)](cell);
+}
+
+nbx::smart_ptr<nbx::I_Value> CellConverter::ConvertVariant(idx_t column, idx_t row) const {
+    const duckdb_plain::ValueHolder value = reader_.TakeValue(column, row);
+    return ConvertCellValue(value.get(), DUCKDB_TYPE_VARIANT);
 }
 
 }  // namespace mduckdb

@@ -18,6 +18,8 @@ class CellConverter {
     nbx::smart_ptr<nbx::I_Value> Convert(idx_t column, idx_t row);
 
   private:
+    nbx::smart_ptr<nbx::I_Value> ConvertVariant(idx_t column, idx_t row) const;
+
     duckdb_plain::CellReader reader_;
     idx_t row_count_ = 0;
 };
