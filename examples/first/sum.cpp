@@ -50,7 +50,7 @@ nbx::smart_ptr<I_DuckDBExtension> LoadModule(const char* file) {
     }
     reinterpret_cast<decltype(&mirona_extension_bind_api)>(bind_api)(&table);
     reinterpret_cast<decltype(&mirona_extension_init)>(init)(nullptr);
-    const auto extension = nbx::mrsql::GetDuckDBExtension();
+    auto extension = nbx::mrsql::GetDuckDBExtension();
     if (!extension) {
         throw std::runtime_error("The module refused to start.");
     }
