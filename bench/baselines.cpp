@@ -2,23 +2,26 @@
 
 #include <cmath>
 #include <cstring>
+#include <string>
 #include <string_view>
 
 #include "duckdb_plain/plain_functions.h"
 #include "measure.h"
+#include "stock_value.h"
 
 namespace bench {
+namespace {
 
-template <class F>
-uint64_t ForEachChunk(duckdb_connection connection, const std::string& sql, F per_chunk) {
+/** Calls `begin(cells)` with the number of cells, then `per_chunk` with each chunk. */
+template <class Begin, class PerChunk>
+uint64_t ForEachChunk(duckdb_connection connection, const std::string& sql, Begin begin, PerChunk per_chunk) {
     duckdb_result result;
     if (duckdb_query(connection, sql.c_str(), &result) != DuckDBSuccess) {
         Die(duckdb_result_error(&result));
     }
-    uint64_t cells = 0;
-    const idx_t columns = duckdb_column_count(&result);
+    const uint64_t cells = duckdb_row_count(&result) * duckdb_column_count(&result);
+    begin(cells);
     while (duckdb_data_chunk chunk = duckdb_fetch_chunk(result)) {
-        cells += duckdb_data_chunk_get_size(chunk) * columns;
         per_chunk(chunk);
         duckdb_destroy_data_chunk(&chunk);
     }
@@ -26,7 +29,7 @@ uint64_t ForEachChunk(duckdb_connection connection, const std::string& sql, F pe
     return cells;
 }
 
-namespace {
+void Nothing(uint64_t /*cells*/) {}
 
 nbx::I_Value* MakeText(const char* text, std::size_t length) {
     const std::string_view view(text, length);
@@ -51,6 +54,28 @@ nbx::I_Value* MakeNumber(nbx::I_Value* (*factory)(bool, const void*, const void*
     return factory(false, &number, nullptr);
 }
 
+/** The array in a VARIANT as the host gets it. DuckDB's text of the arrays here has nothing to escape. */
+nbx::I_Value* MakeEnvelope(duckdb_value array) {
+    char* text = duckdb_get_varchar(array);
+    std::string envelope = R"({"duckdb_variant":true,"variant_type":"ARRAY","value":")";
+    envelope += text;
+    envelope += "\"}";
+    duckdb_free(text);
+    const std::string_view content = envelope;
+    return nbx::CreateValueJSON(false, &content, nullptr);
+}
+
+nbx::I_Value* FromValue(duckdb_value value);
+
+nbx::I_Value* FromVariant(duckdb_value value) {
+    constexpr uint32_t kArray = 30;
+    const bool is_array = duckdb_value_variant_type(value) == kArray;
+    duckdb_value child = duckdb_value_variant_child(value);
+    nbx::I_Value* made = is_array ? MakeEnvelope(child) : FromValue(child);
+    duckdb_destroy_value(&child);
+    return made;
+}
+
 /** What the cursors deliver, by stock calls on a DuckDB value. */
 nbx::I_Value* FromValue(duckdb_value value) {
     if (duckdb_is_null_value(value)) {
@@ -66,6 +91,8 @@ nbx::I_Value* FromValue(duckdb_value value) {
         case DUCKDB_TYPE_DOUBLE:
         case DUCKDB_TYPE_DECIMAL:
             return MakeNumber(nbx::CreateValueDouble, duckdb_get_double(value));
+        case DUCKDB_TYPE_VARIANT:
+            return FromVariant(value);
         default:
             return MakeTextOf(value);
     }
@@ -82,11 +109,21 @@ double GetDecimal(const VectorView& view, idx_t row) {
     }
 }
 
+void PutDigits(char* place, int count, int number) {
+    for (int i = count - 1; i >= 0; --i) {
+        place[i] = static_cast<char>('0' + number % 10);
+        number /= 10;
+    }
+}
+
+/** Of the years 0 to 9999. */
 nbx::I_Value* MakeDate(duckdb_date date) {
     const duckdb_date_struct parts = duckdb_from_date(date);
-    char text[32];
-    const int length = std::snprintf(text, sizeof text, "%04d-%02d-%02d", parts.year, parts.month, parts.day);
-    return MakeText(text, static_cast<std::size_t>(length));
+    char text[] = "0000-00-00";
+    PutDigits(text, 4, parts.year);
+    PutDigits(text + 5, 2, parts.month);
+    PutDigits(text + 8, 2, parts.day);
+    return MakeText(text, sizeof text - 1);
 }
 
 /** The same host values straight from the vector. */
@@ -122,7 +159,7 @@ void ReadValues(duckdb_data_chunk chunk, Deliver deliver) {
     const idx_t columns = duckdb_data_chunk_get_column_count(chunk);
     for (idx_t row = 0; row < rows; ++row) {
         for (idx_t column = 0; column < columns; ++column) {
-            duckdb_value value = duckdb_data_chunk_get_value(chunk, column, row);
+            duckdb_value value = GetStockValue(chunk, column, row);
             deliver(FromValue(value));
             duckdb_destroy_value(&value);
         }
@@ -165,36 +202,33 @@ std::vector<VectorView> GetVectors(duckdb_data_chunk chunk) {
 }
 
 uint64_t Drain(duckdb_connection connection, const std::string& sql) {
-    return ForEachChunk(connection, sql, [](duckdb_data_chunk) {});
+    return ForEachChunk(connection, sql, Nothing, [](duckdb_data_chunk) {});
 }
 
 uint64_t ValueLoop(duckdb_connection connection, const std::string& sql) {
-    return ForEachChunk(connection, sql, [](duckdb_data_chunk chunk) { ReadValues(chunk, UseAndRelease); });
+    return ForEachChunk(connection, sql, Nothing,
+                        [](duckdb_data_chunk chunk) { ReadValues(chunk, UseAndRelease); });
 }
 
 uint64_t VectorLoop(duckdb_connection connection, const std::string& sql) {
-    return ForEachChunk(connection, sql, [](duckdb_data_chunk chunk) { ReadVectors(chunk, UseAndRelease); });
+    return ForEachChunk(connection, sql, Nothing,
+                        [](duckdb_data_chunk chunk) { ReadVectors(chunk, UseAndRelease); });
 }
 
-uint64_t ValueLoopKept(duckdb_connection connection, const std::string& sql,
-                       std::vector<nbx::I_Value*>& kept) {
-    return ForEachChunk(connection, sql, [&kept](duckdb_data_chunk chunk) {
-        ReadValues(chunk, [&kept](nbx::I_Value* value) { kept.push_back(value); });
-    });
+uint64_t ValueLoopKept(duckdb_connection connection, const std::string& sql, KeptValues& kept) {
+    return ForEachChunk(
+        connection, sql, [&kept](uint64_t cells) { kept.Reserve(cells); },
+        [&kept](duckdb_data_chunk chunk) {
+            ReadValues(chunk, [&kept](nbx::I_Value* value) { kept.Keep(value); });
+        });
 }
 
-uint64_t VectorLoopKept(duckdb_connection connection, const std::string& sql,
-                        std::vector<nbx::I_Value*>& kept) {
-    return ForEachChunk(connection, sql, [&kept](duckdb_data_chunk chunk) {
-        ReadVectors(chunk, [&kept](nbx::I_Value* value) { kept.push_back(value); });
-    });
-}
-
-void ReleaseAll(std::vector<nbx::I_Value*>& kept) {
-    for (nbx::I_Value* value : kept) {
-        value->Release();
-    }
-    std::vector<nbx::I_Value*>().swap(kept);
+uint64_t VectorLoopKept(duckdb_connection connection, const std::string& sql, KeptValues& kept) {
+    return ForEachChunk(
+        connection, sql, [&kept](uint64_t cells) { kept.Reserve(cells); },
+        [&kept](duckdb_data_chunk chunk) {
+            ReadVectors(chunk, [&kept](nbx::I_Value* value) { kept.Keep(value); });
+        });
 }
 
 }  // namespace bench

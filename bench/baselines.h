@@ -6,11 +6,11 @@
 #include <string>
 #include <vector>
 
-#include "nbx/value.h"
+#include "same_values.h"
 
 namespace bench {
 
-/** The same deliveries as the cursors make, in bare calls on a connection. Each gives the cells. */
+/** The same deliveries as the cursors make, in bare calls on a connection. Each gives the number of cells. */
 
 /** Runs the query and fetches its chunks; reads nothing. */
 uint64_t Drain(duckdb_connection connection, const std::string& sql);
@@ -19,13 +19,9 @@ uint64_t ValueLoop(duckdb_connection connection, const std::string& sql);
 /** The same host values straight from the vectors, released at once. */
 uint64_t VectorLoop(duckdb_connection connection, const std::string& sql);
 /** As `ValueLoop`, the host values kept in `kept`. */
-uint64_t ValueLoopKept(duckdb_connection connection, const std::string& sql,
-                       std::vector<nbx::I_Value*>& kept);
+uint64_t ValueLoopKept(duckdb_connection connection, const std::string& sql, KeptValues& kept);
 /** As `VectorLoop`, kept. */
-uint64_t VectorLoopKept(duckdb_connection connection, const std::string& sql,
-                        std::vector<nbx::I_Value*>& kept);
-
-void ReleaseAll(std::vector<nbx::I_Value*>& kept);
+uint64_t VectorLoopKept(duckdb_connection connection, const std::string& sql, KeptValues& kept);
 
 /** One cell of a vector. */
 struct VectorView {

@@ -1,9 +1,10 @@
 #include <memory>
 #include <random>
 
+#include "bare_duckdb.h"
 #include "baselines.h"
+#include "cursor_reading.h"
 #include "groups.h"
-#include "module_under_test.h"
 #include "workloads.h"
 
 namespace bench {
@@ -12,7 +13,6 @@ namespace {
 using nbx::mrsql::I_DuckDBCursor;
 using nbx::mrsql::I_DuckDBDatabase;
 using nbx::mrsql::kClientCursor;
-using nbx::mrsql::kServerCursor;
 
 /** What the cases of one workload share: made by the group's preparation. */
 struct Fixture {
@@ -20,23 +20,9 @@ struct Fixture {
     nbx::String text;
     std::unique_ptr<BareDuckDB> bare;
     nbx::smart_ptr<I_DuckDBDatabase> database;
-    std::vector<nbx::I_Value*> kept;
+    KeptValues kept;
     nbx::smart_ptr<I_DuckDBCursor> cursor;
 };
-
-uint64_t ReadThroughServerCursor(Fixture& fixture) {
-    const nbx::smart_ptr<I_DuckDBCursor> cursor =
-        fixture.database->SqlSelect(fixture.text, kServerCursor, nullptr);
-    const uint32_t columns = cursor->get_ColumnCount();
-    uint64_t cells = 0;
-    while (cursor->NextRecord()) {
-        for (uint32_t column = 0; column < columns; ++column) {
-            Consume(cursor->get_Value(column)->get_TypeCode());
-        }
-        cells += columns;
-    }
-    return cells;
-}
 
 uint64_t BuildClientCursor(Fixture& fixture) {
     fixture.cursor = fixture.database->SqlSelect(fixture.text, kClientCursor, nullptr);
@@ -47,27 +33,52 @@ bool HasVectorReading(const std::string& workload) {
     return workload != "W4";
 }
 
-Group MakeDeliveryGroup(const std::string& workload, const Options& options) {
-    const auto fixture = std::make_shared<Fixture>();
-    Group group{workload, "cell", nullptr, {}};
-    group.prepare = [fixture, workload, &options] {
-        const Data& data = PrepareData(options);
-        fixture->sql = GetWorkload(workload, options).sql;
-        fixture->text = nbx::String(fixture->sql.c_str());
-        fixture->bare = std::make_unique<BareDuckDB>(data.database);
-        fixture->database = OpenDatabase(data.database);
+void CheckValues(const std::string& workload, Fixture& fixture) {
+    KeptValues expected;
+    ValueLoopKept(fixture.bare->get(), fixture.sql, expected);
+    KeptValues actual;
+    const auto keep = [&actual](const nbx::smart_ptr<nbx::I_Value>& value) {
+        actual.KeepReference(value.get());
     };
-    const auto release = [fixture] { ReleaseAll(fixture->kept); };
+    ReadServerCursor(*fixture.database, fixture.text, keep);
+    RequireSame(workload + ", server cursor", expected, actual);
+    actual.Release();
+    BuildClientCursor(fixture);
+    while (fixture.cursor->NextRecord()) {
+        for (uint32_t column = 0; column < fixture.cursor->get_ColumnCount(); ++column) {
+            keep(fixture.cursor->get_Value(column));
+        }
+    }
+    RequireSame(workload + ", client cursor", expected, actual);
+    if (HasVectorReading(workload)) {
+        actual.Release();
+        VectorLoopKept(fixture.bare->get(), fixture.sql, actual);
+        RequireSame(workload + ", vectors", expected, actual);
+    }
+}
+
+Group MakeDeliveryGroup(const std::string& name, const Options& options) {
+    const auto fixture = std::make_shared<Fixture>();
+    Group group{name, "cell", nullptr, {}};
+    group.prepare = [fixture, name, &options] {
+        const Workload workload = GetWorkload(name, options);
+        fixture->sql = workload.sql;
+        fixture->text = nbx::String(workload.sql.c_str());
+        fixture->bare = std::make_unique<BareDuckDB>(workload.database);
+        fixture->database = OpenDatabase(workload.database);
+    };
+    const auto release = [fixture] { fixture->kept.Release(); };
     group.cases = {
         {"drain", [fixture] { return Drain(fixture->bare->get(), fixture->sql); }, nullptr},
         {"value loop", [fixture] { return ValueLoop(fixture->bare->get(), fixture->sql); }, nullptr},
         {"value loop, kept",
          [fixture] { return ValueLoopKept(fixture->bare->get(), fixture->sql, fixture->kept); }, release},
-        {"server cursor", [fixture] { return ReadThroughServerCursor(*fixture); }, nullptr},
+        {"server cursor", [fixture] { return ReadThroughServerCursor(*fixture->database, fixture->text); },
+         nullptr},
         {"client cursor", [fixture] { return BuildClientCursor(*fixture); },
          [fixture] { fixture->cursor.reset(); }},
     };
-    if (HasVectorReading(workload)) {
+    if (HasVectorReading(name)) {
         group.cases.push_back(
             {"vectors", [fixture] { return VectorLoop(fixture->bare->get(), fixture->sql); }, nullptr});
         group.cases.push_back(
@@ -75,66 +86,99 @@ Group MakeDeliveryGroup(const std::string& workload, const Options& options) {
              [fixture] { return VectorLoopKept(fixture->bare->get(), fixture->sql, fixture->kept); },
              release});
     }
+    group.check = [fixture, name] { CheckValues(name, *fixture); };
     return group;
 }
 
-constexpr uint64_t kRandomReads = 1'000'000;
+struct Place {
+    uint32_t cell;
+    uint32_t record;
+    uint32_t column;
+};
 
-/** Random places, the same in every run. */
-const std::vector<uint32_t>& GetRandomNumbers() {
-    static const std::vector<uint32_t> numbers = [] {
-        std::mt19937 random(20260101);
-        std::vector<uint32_t> made(kRandomReads);
-        for (uint32_t& number : made) {
-            number = static_cast<uint32_t>(random());
-        }
-        return made;
-    }();
-    return numbers;
-}
+struct RandomReads {
+    Fixture fixture;
+    std::vector<Place> places;
+};
 
-uint64_t ReadFlatArray(const std::vector<nbx::I_Value*>& values) {
-    for (const uint32_t number : GetRandomNumbers()) {
-        Consume(values[number % values.size()]->get_TypeCode());
-    }
-    return kRandomReads;
-}
-
-uint64_t ReadClientCursor(I_DuckDBCursor& cursor) {
+/** Places of a cursor's cells, the same in every run. */
+std::vector<Place> ChoosePlaces(I_DuckDBCursor& cursor) {
+    constexpr std::size_t kReads = 1'000'000;
     const uint32_t columns = cursor.get_ColumnCount();
     const uint32_t cells = cursor.get_RecordCount() * columns;
-    for (const uint32_t number : GetRandomNumbers()) {
-        const uint32_t cell = number % cells;
-        cursor.put_CurrentRecord(cell / columns + 1);
-        Consume(cursor.get_Value(cell % columns)->get_TypeCode());
+    std::mt19937 random(20260101);
+    std::vector<Place> places(kReads);
+    for (Place& place : places) {
+        place.cell = static_cast<uint32_t>(random()) % cells;
+        place.record = place.cell / columns + 1;
+        place.column = place.cell % columns;
     }
-    return kRandomReads;
+    return places;
 }
 
-Group MakeRandomReadGroup(const Options& options) {
-    const auto fixture = std::make_shared<Fixture>();
-    return {"random-cell",
-            "read",
-            [fixture, &options] {
-                fixture->sql = GetWorkload("W1", options).sql;
-                fixture->text = nbx::String(fixture->sql.c_str());
-                fixture->bare = std::make_unique<BareDuckDB>("");
-                fixture->database = OpenDatabase(":memory:");
-                VectorLoopKept(fixture->bare->get(), fixture->sql, fixture->kept);
-                BuildClientCursor(*fixture);
-            },
-            {{"flat array", [fixture] { return ReadFlatArray(fixture->kept); }, nullptr},
-             {"client cursor", [fixture] { return ReadClientCursor(*fixture->cursor); }, nullptr}}};
+uint64_t ReadFlatArray(const RandomReads& reads) {
+    const std::vector<nbx::I_Value*>& values = reads.fixture.kept.get();
+    for (const Place& place : reads.places) {
+        Consume(values[place.cell]->get_TypeCode());
+    }
+    return reads.places.size();
+}
+
+uint64_t ReadClientCursor(const RandomReads& reads) {
+    I_DuckDBCursor& cursor = *reads.fixture.cursor;
+    for (const Place& place : reads.places) {
+        cursor.put_CurrentRecord(place.record);
+        Consume(cursor.get_Value(place.column)->get_TypeCode());
+    }
+    return reads.places.size();
+}
+
+void CheckPlaces(const std::string& workload, const RandomReads& reads) {
+    KeptValues expected;
+    KeptValues actual;
+    I_DuckDBCursor& cursor = *reads.fixture.cursor;
+    for (const Place& place : reads.places) {
+        expected.KeepReference(reads.fixture.kept.get()[place.cell]);
+        cursor.put_CurrentRecord(place.record);
+        actual.KeepReference(cursor.get_Value(place.column).get());
+    }
+    RequireSame(workload + ", random cells", expected, actual);
+}
+
+Group MakeRandomReadGroup(const std::string& name, const Options& options) {
+    const auto reads = std::make_shared<RandomReads>();
+    Group group{"random-" + name, "read", nullptr, {}};
+    group.prepare = [reads, name, &options] {
+        const Workload workload = GetWorkload(name, options);
+        Fixture& fixture = reads->fixture;
+        fixture.text = nbx::String(workload.sql.c_str());
+        fixture.bare = std::make_unique<BareDuckDB>(workload.database);
+        fixture.database = OpenDatabase(workload.database);
+        VectorLoopKept(fixture.bare->get(), workload.sql, fixture.kept);
+        BuildClientCursor(fixture);
+        reads->places = ChoosePlaces(*fixture.cursor);
+    };
+    group.cases = {{"flat array", [reads] { return ReadFlatArray(*reads); }, nullptr},
+                   {"client cursor", [reads] { return ReadClientCursor(*reads); }, nullptr}};
+    group.check = [reads, name] { CheckPlaces(name, *reads); };
+    return group;
 }
 
 }  // namespace
 
 std::vector<Group> GetDeliveryGroups(const Options& options) {
     std::vector<Group> groups;
-    for (const char* workload : {"W1", "numbers", "W2", "W2-parquet", "W3", "W4"}) {
+    for (const char* workload : {"W1", "W2", "W2-parquet", "W3", "W4"}) {
         groups.push_back(MakeDeliveryGroup(workload, options));
     }
-    groups.push_back(MakeRandomReadGroup(options));
+    return groups;
+}
+
+std::vector<Group> GetRandomReadGroups(const Options& options) {
+    std::vector<Group> groups;
+    for (const char* workload : {"W1", "W2", "W3"}) {
+        groups.push_back(MakeRandomReadGroup(workload, options));
+    }
     return groups;
 }
 

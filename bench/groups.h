@@ -6,13 +6,23 @@
 
 namespace bench {
 
-/** Cells of W1 to W4 through the cursors, and random reads of a client cursor. */
+/** The options must outlive the groups. */
+
+/** Cells of W1 to W4 through the cursors. */
 std::vector<Group> GetDeliveryGroups(const Options& options);
-/** Cells of files through fetch_parquet and fetch_duckdb, and random rows of a tall file. */
+/** Random cells of a client cursor. */
+std::vector<Group> GetRandomReadGroups(const Options& options);
+/** Cells of W1 to W4 through fetch_parquet and fetch_duckdb, and random rows of a tall file. */
 std::vector<Group> GetProcedureGroups(const Options& options);
-/** Binds, repeated execution, multi-row runs, scripts. */
+/** Binds of the types of W1 to W4. */
+std::vector<Group> GetBindGroups(const Options& options);
+/** Repeated execution, scripts. */
 std::vector<Group> GetStatementGroups(const Options& options);
+/** Rows of W1 to W4 as parameters. */
+std::vector<Group> GetMultiRowGroups(const Options& options);
 /** Opening and closing, backup and restore, the delay of an interrupt. */
 std::vector<Group> GetLifecycleGroups(const Options& options);
+/** The server cursor over results of one row to a hundred million, and what takes memory. */
+std::vector<Group> GetSizeGroups(const Options& options);
 
 }  // namespace bench

@@ -119,6 +119,7 @@ void CallProcedure(mirona_procedure_handler handler, const std::vector<std::stri
                    mirona_cursor_def& def) {
     std::vector<std::string> texts = arguments;
     std::vector<mirona_value> handles;
+    handles.reserve(texts.size());
     for (std::string& text : texts) {
         handles.push_back(&text);
     }

@@ -4,11 +4,11 @@
 #include <memory>
 #include <thread>
 
+#include "bare_duckdb.h"
 #include "groups.h"
 #include "module_under_test.h"
 #include "nbx/exception.h"
 #include "nbx/hooks.h"
-#include "workloads.h"
 
 namespace bench {
 namespace {
@@ -17,50 +17,50 @@ using nbx::mrsql::I_DuckDBDatabase;
 
 constexpr uint64_t kOpens = 2'000;
 
+uint64_t OpenBare(const BareDuckDB& shared, uint64_t count) {
+    for (uint64_t i = 0; i < count; ++i) {
+        duckdb_connection connection = nullptr;
+        duckdb_connect(shared.get_Engine(), &connection);
+        duckdb_query(connection, "SET errors_as_json = true;", nullptr);
+        duckdb_disconnect(&connection);
+    }
+    return count;
+}
+
+uint64_t OpenByModule(const std::string& path, uint64_t count) {
+    const nbx::smart_ptr<I_DuckDBDatabase> database = MakeDatabase(path);
+    for (uint64_t i = 0; i < count; ++i) {
+        database->Open();
+        database->Close();
+    }
+    return count;
+}
+
+/** On a path whose engine somebody else keeps open. */
 Group MakeOpenGroup(const Options& options) {
     const auto bare = std::make_shared<std::unique_ptr<BareDuckDB>>();
     const auto holder = std::make_shared<nbx::smart_ptr<I_DuckDBDatabase>>();
-    const auto path = std::make_shared<std::string>();
+    const std::string bare_path = options.folder + "/open-bare.duckdb";
+    const std::string path = options.folder + "/open-module.duckdb";
+    const uint64_t count = Scaled(kOpens, options);
     return {"open-close",
             "open",
             [=, &options] {
                 std::filesystem::create_directories(options.folder);
-                const std::string bare_path = options.folder + "/open-bare.duckdb";
-                *path = options.folder + "/open-module.duckdb";
                 std::filesystem::remove(bare_path);
-                *bare = std::make_unique<BareDuckDB>(bare_path, false);
-                (*bare)->Run("RESET threads");  // the module's database has all of them too
-                *holder = MakeDatabase(*path);
+                *bare = std::make_unique<BareDuckDB>(bare_path, BareDuckDB::Access::writing, 0);
+                *holder = MakeDatabase(path);
                 (*holder)->Create();
             },
-            {{"bare",
-              [=] {
-                  for (uint64_t i = 0; i < kOpens; ++i) {
-                      duckdb_connection connection = nullptr;
-                      duckdb_connect((*bare)->get_Engine(), &connection);
-                      duckdb_result result;
-                      duckdb_query(connection, "SET errors_as_json = true;", &result);
-                      duckdb_destroy_result(&result);
-                      duckdb_disconnect(&connection);
-                  }
-                  return kOpens;
-              },
-              nullptr},
-             {"module",
-              [=] {
-                  const nbx::smart_ptr<I_DuckDBDatabase> database = MakeDatabase(*path);
-                  for (uint64_t i = 0; i < kOpens; ++i) {
-                      database->Open();
-                      database->Close();
-                  }
-                  return kOpens;
-              },
-              nullptr}}};
+            {{"bare", [=] { return OpenBare(**bare, count); }, nullptr},
+             {"module", [=] { return OpenByModule(path, count); }, nullptr}}};
 }
 
-std::string TableSql(const Options& options) {
+constexpr uint64_t kBackupRows = 5'000'000;
+
+std::string TableSql(uint64_t rows) {
     return "CREATE TABLE numbers AS SELECT i AS id, hash(i) AS h, 'text ' || i AS t FROM range(" +
-           std::to_string(static_cast<long long>(5'000'000 * options.scale)) + ") t(i)";
+           std::to_string(rows) + ") t(i)";
 }
 
 std::string ExportSql(const std::string& folder) {
@@ -72,77 +72,98 @@ nbx::smart_ptr<nbx::I_Location> At(const std::string& path) {
     return nbx::CreateLocation(nbx::String(path.c_str()));
 }
 
+/** The sum over all rows, each by the hash of its text. */
+int64_t GetHash(const BareDuckDB& duckdb, const std::string& table) {
+    return duckdb.GetNumber("SELECT sum(hash(t::VARCHAR) % 1000000007)::BIGINT FROM " + table + " t");
+}
+
+void RequireSameHash(const std::string& what, int64_t expected, int64_t actual) {
+    if (expected != actual) {
+        Die(what + ": the rows differ");
+    }
+}
+
+void RemakeFolder(const std::string& folder) {
+    std::filesystem::remove_all(folder);
+    std::filesystem::create_directories(folder);
+}
+
 Group MakeBackupGroup(const Options& options) {
     const std::string folder = options.folder + "/backup";
-    const auto source = std::make_shared<std::string>(options.folder + "/backup-source.duckdb");
-    const auto rows = static_cast<uint64_t>(5'000'000 * options.scale);
+    const std::string source = options.folder + "/backup-source.duckdb";
+    const uint64_t rows = Scaled(kBackupRows, options);
     const auto clean = [=] {
-        for (const char* name : {"/bare", "/module"}) {
-            std::filesystem::remove_all(folder + name);
-            std::filesystem::create_directories(folder + name);
-        }
+        RemakeFolder(folder + "/bare");
+        RemakeFolder(folder + "/module");
     };
-    return {"backup",
-            "row",
-            [=, &options] {
-                clean();
-                std::filesystem::remove(*source);
-                const BareDuckDB duckdb(*source, false);
-                duckdb.Run(TableSql(options));
-            },
-            {{"bare",
-              [=] {
-                  const BareDuckDB duckdb(*source);
-                  duckdb.Run("RESET threads");
-                  duckdb.Run(ExportSql(folder + "/bare/export"));
-                  return rows;
-              },
-              clean},
-             {"module",
-              [=] {
-                  const nbx::smart_ptr<I_DuckDBDatabase> database = MakeDatabase(*source);
-                  database->Open();
-                  database->Backup(At(folder + "/module"));
-                  return rows;
-              },
-              clean}}};
+    const auto run_bare = [=] {
+        const BareDuckDB duckdb(source, BareDuckDB::Access::writing, 0);
+        duckdb.Run(ExportSql(folder + "/bare/export"));
+        return rows;
+    };
+    const auto run_module = [=] {
+        const nbx::smart_ptr<I_DuckDBDatabase> database = MakeDatabase(source);
+        database->Open();
+        database->Backup(At(folder + "/module"));
+        return rows;
+    };
+    Group group{"backup", "row", nullptr, {}};
+    group.prepare = [=] {
+        clean();
+        std::filesystem::remove(source);
+        BareDuckDB(source, BareDuckDB::Access::writing).Run(TableSql(rows));
+    };
+    group.cases = {{"bare", run_bare, clean}, {"module", run_module, clean}};
+    group.check = [=] {
+        run_bare();
+        run_module();
+        const int64_t expected = GetHash(BareDuckDB(source), "numbers");
+        const BareDuckDB reader("");
+        RequireSameHash("backup, bare", expected,
+                        GetHash(reader, "read_parquet('" + folder + "/bare/export/numbers.parquet')"));
+        RequireSameHash("backup, module", expected,
+                        GetHash(reader, "read_parquet('" + folder + "/module/*/numbers.parquet')"));
+        clean();
+    };
+    return group;
 }
 
 Group MakeRestoreGroup(const Options& options) {
     const std::string folder = options.folder + "/restore";
-    const auto rows = static_cast<uint64_t>(5'000'000 * options.scale);
-    const auto exported = std::make_shared<std::string>();
+    const std::string exported = folder + "/export";
     const std::string target = options.folder + "/restored.duckdb";
+    const uint64_t rows = Scaled(kBackupRows, options);
     const auto clean = [=] {
         std::filesystem::remove(target);
         std::filesystem::remove(target + ".wal");
     };
-    return {"restore",
-            "row",
-            [=, &options] {
-                std::filesystem::remove_all(folder);
-                std::filesystem::create_directories(folder);
-                const BareDuckDB duckdb("", false);
-                duckdb.Run("RESET threads");
-                duckdb.Run(TableSql(options));
-                *exported = folder + "/export";
-                duckdb.Run(ExportSql(*exported));
-                clean();
-            },
-            {{"bare",
-              [=] {
-                  const BareDuckDB duckdb(target, false);
-                  duckdb.Run("RESET threads");
-                  duckdb.Run("IMPORT DATABASE '" + *exported + "'");
-                  return rows;
-              },
-              clean},
-             {"module",
-              [=] {
-                  GetExtension()->RestoreDatabase(At(target), At(*exported));
-                  return rows;
-              },
-              clean}}};
+    const auto run_bare = [=] {
+        const BareDuckDB duckdb(target, BareDuckDB::Access::writing, 0);
+        duckdb.Run("IMPORT DATABASE '" + exported + "'");
+        return rows;
+    };
+    const auto run_module = [=] {
+        GetExtension()->RestoreDatabase(At(target), At(exported));
+        return rows;
+    };
+    Group group{"restore", "row", nullptr, {}};
+    group.prepare = [=] {
+        RemakeFolder(folder);
+        const BareDuckDB duckdb("");
+        duckdb.Run(TableSql(rows));
+        duckdb.Run(ExportSql(exported));
+        clean();
+    };
+    group.cases = {{"bare", run_bare, clean}, {"module", run_module, clean}};
+    group.check = [=] {
+        run_bare();
+        const int64_t expected = GetHash(BareDuckDB(target), "numbers");
+        clean();
+        run_module();
+        RequireSameHash("restore", expected, GetHash(BareDuckDB(target), "numbers"));
+        clean();
+    };
+    return group;
 }
 
 constexpr const char* kLongQuery = "SELECT count(*) FROM range(1000000000000) t(i) WHERE hash(i) = 1";

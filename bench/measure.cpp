@@ -8,9 +8,11 @@
 #include <map>
 #include <numeric>
 #include <random>
+#include <string_view>
 
 extern "C" {
 /** The one frame that an instruction counter collects below: callgrind's --toggle-collect names it. */
+// NOLINTNEXTLINE(readability-identifier-naming): a name of C
 __attribute__((noinline)) uint64_t mduckdb_bench_measured(const std::function<uint64_t()>* run) {
     const uint64_t units = (*run)();
     asm volatile("" ::: "memory");
@@ -23,12 +25,12 @@ namespace {
 
 volatile uint64_t gSink = 0;
 
-/** Peak of the resident memory in KiB. */
-long get_PeakMemory() {
+/** A figure of /proc/self/status in KiB. */
+long get_Memory(std::string_view name) {
     std::ifstream status("/proc/self/status");
     for (std::string line; std::getline(status, line);) {
-        if (line.rfind("VmHWM:", 0) == 0) {
-            return std::strtol(line.c_str() + 6, nullptr, 10);
+        if (line.starts_with(name)) {
+            return std::strtol(line.c_str() + name.size(), nullptr, 10);
         }
     }
     return -1;
@@ -37,12 +39,15 @@ long get_PeakMemory() {
 struct Figures {
     std::vector<double> seconds;
     uint64_t units = 0;
+    long start_memory = 0;
+    long peak_memory = 0;
 };
 
 void Print(const Group& group, const std::string& name, const Figures& figures) {
-    std::printf(R"({"group":"%s","case":"%s","unit":"%s","units":%llu,"peak_kib":%ld,"seconds":[)",
-                group.name.c_str(), name.c_str(), group.unit.c_str(),
-                static_cast<unsigned long long>(figures.units), get_PeakMemory());
+    std::printf(
+        R"({"group":"%s","case":"%s","unit":"%s","units":%llu,"start_kib":%ld,"peak_kib":%ld,"seconds":[)",
+        group.name.c_str(), name.c_str(), group.unit.c_str(), static_cast<unsigned long long>(figures.units),
+        figures.start_memory, figures.peak_memory);
     for (std::size_t i = 0; i < figures.seconds.size(); ++i) {
         std::printf("%s%.9f", i == 0 ? "" : ",", figures.seconds[i]);
     }
@@ -50,7 +55,25 @@ void Print(const Group& group, const std::string& name, const Figures& figures) 
     std::fflush(stdout);
 }
 
+void MeasureOnce(const Case& measured, Figures& figures) {
+    if (figures.seconds.empty()) {
+        figures.start_memory = get_Memory("VmRSS:");
+    }
+    const auto start = std::chrono::steady_clock::now();
+    figures.units = mduckdb_bench_measured(&measured.run);
+    const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
+    figures.seconds.push_back(elapsed.count());
+    figures.peak_memory = get_Memory("VmHWM:");
+    if (measured.clean_up) {
+        measured.clean_up();
+    }
+}
+
 }  // namespace
+
+uint64_t Scaled(uint64_t full, const Options& options) noexcept {
+    return std::max<uint64_t>(1, static_cast<uint64_t>(static_cast<double>(full) * options.scale));
+}
 
 void Consume(uint64_t value) noexcept {
     gSink = gSink + value;
@@ -62,27 +85,21 @@ void Die(const std::string& message) {
 }
 
 void MeasureGroup(const Group& group, const Options& options) {
-    if (group.prepare) {
-        group.prepare();
-    }
     std::vector<std::size_t> order;
     for (std::size_t i = 0; i < group.cases.size(); ++i) {
         if (options.only_case.empty() || options.only_case == group.cases[i].name) {
             order.push_back(i);
         }
     }
+    if (order.empty()) {
+        Die("no case '" + options.only_case + "' of " + group.name);
+    }
     std::map<std::size_t, Figures> figures;
     std::minstd_rand random(20260101);
     for (unsigned round = 0; round < options.rounds; ++round) {
         std::shuffle(order.begin(), order.end(), random);
         for (const std::size_t i : order) {
-            const auto start = std::chrono::steady_clock::now();
-            figures[i].units = mduckdb_bench_measured(&group.cases[i].run);
-            const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
-            figures[i].seconds.push_back(elapsed.count());
-            if (group.cases[i].clean_up) {
-                group.cases[i].clean_up();
-            }
+            MeasureOnce(group.cases[i], figures[i]);
         }
     }
     for (const auto& [index, result] : figures) {

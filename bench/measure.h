@@ -23,6 +23,13 @@ struct Group {
     std::string unit;
     std::function<void()> prepare;
     std::vector<Case> cases;
+    /** Ends the program unless the cases do the same work, as the values that they make and the rows that
+        they insert show. After `prepare`; none where there is nothing to compare. */
+    std::function<void()> check = nullptr;
+    /** The built module that it measures. */
+    std::string module = "mduckdb";
+    /** Runs only where it is named. */
+    bool is_special = false;
 };
 
 struct Options {
@@ -31,13 +38,17 @@ struct Options {
     double scale = 1.0;
     std::vector<std::string> groups;
     std::string only_case;
-    std::string module;
+    /** Where the built modules lie. */
+    std::string modules;
+    /** For the data, which is made on first use and stays. */
     std::string folder;
-    bool list = false;
 };
 
-/** Runs the group's cases and prints one JSON line for each: the seconds of every round, the units, and
-    the peak of the process's resident memory after it. */
+/** `full` at the options' scale, at least 1. */
+uint64_t Scaled(uint64_t full, const Options& options) noexcept;
+
+/** Runs the group's cases and prints one JSON line for each: the seconds of every round, the units, the
+    process's resident memory before its first run and the peak after its last. */
 void MeasureGroup(const Group& group, const Options& options);
 
 /** Keeps a result alive for the optimiser. */

@@ -30,6 +30,14 @@ nbx::mrsql::DuckDBDatabaseOptions OneThread(bool read_write) {
 }  // namespace
 
 void LoadModule(const std::string& file) {
+    static std::string loaded;
+    if (loaded == file) {
+        return;
+    }
+    if (!loaded.empty()) {
+        Die("a process can have one module only: " + loaded);
+    }
+    loaded = file;
     // Never unloaded: the objects and callbacks that it gives away live as long as the process.
     void* library = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (library == nullptr) {
@@ -60,6 +68,28 @@ nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase> OpenDatabase(const std::string& pat
     database->put_Options(OneThread(read_write || path == ":memory:"));
     database->Open();
     return database;
+}
+
+nbx::smart_ptr<nbx::mrsql::I_DuckDBStatement> PrepareInModule(nbx::mrsql::I_DuckDBDatabase& database,
+                                                              const std::string& sql) {
+    nbx::smart_ptr<nbx::mrsql::I_DuckDBStatement> statement =
+        database.CreateStatement(nbx::String(sql.c_str()));
+    statement->PrepareNext();
+    return statement;
+}
+
+void RequireSameRows(const std::string& what, const BareDuckDB& bare, nbx::mrsql::I_DuckDBDatabase& database,
+                     const std::string& table) {
+    // The sum over all rows, each by the hash of its text; small enough for a BIGINT.
+    const std::string sql =
+        "SELECT coalesce(sum(hash(t::VARCHAR) % 1000000007), 0)::BIGINT FROM " + table + " t";
+    const nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor> cursor =
+        database.SqlSelect(nbx::String(sql.c_str()), nbx::mrsql::kServerCursor, nullptr);
+    cursor->NextRecord();
+    const int64_t sum = cursor->get_Value(0)->get_LLong();
+    if (sum == 0 || sum != bare.GetNumber(sql)) {
+        Die(what + ": the rows differ");
+    }
 }
 
 }  // namespace bench

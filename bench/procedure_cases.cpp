@@ -1,6 +1,8 @@
+#include <algorithm>
 #include <memory>
 #include <random>
 
+#include "bare_duckdb.h"
 #include "baselines.h"
 #include "groups.h"
 #include "host_table.h"
@@ -16,11 +18,12 @@ mirona_value MakeFromVector(const mirona_extension_api& table, const VectorView&
         return nullptr;
     }
     switch (view.type) {
+        case DUCKDB_TYPE_SMALLINT:
+            return table.make_int_value(nullptr, static_cast<const int16_t*>(view.data)[row]);
         case DUCKDB_TYPE_INTEGER:
             return table.make_int_value(nullptr, static_cast<const int32_t*>(view.data)[row]);
         case DUCKDB_TYPE_BIGINT:
             return table.make_int_value(nullptr, static_cast<const int64_t*>(view.data)[row]);
-        case DUCKDB_TYPE_DECIMAL:  // delivered as the double at its place
         case DUCKDB_TYPE_DOUBLE:
             return table.make_double_value(nullptr, static_cast<const double*>(view.data)[row]);
         case DUCKDB_TYPE_DATE: {
@@ -47,10 +50,49 @@ void UseAndRelease(mirona_value handle) {
     }
 }
 
-uint64_t ReadVectorsThroughTable(duckdb_connection connection, const std::string& sql) {
+/** One way into a workload's file, and the engine that a bare program opens for it. Each run opens its
+    own engine, as each call of the procedure does, with all of the machine's threads. */
+struct Source {
+    std::string procedure;
+    std::vector<std::string> arguments;
+    std::string engine_path;
+    /** The query, with the casts that the procedure adds. */
+    std::string sql;
+};
+
+/** A column as the procedure reads it: types that its host does not know are cast. */
+std::string GetSelectItem(const Column& column) {
+    const auto is = [&](const char* word) { return column.type.find(word) != std::string::npos; };
+    if (is("DECIMAL")) {
+        return "CAST(" + column.name + " AS DOUBLE)";
+    }
+    return is("[]") || is("STRUCT") || is("VARIANT") ? "CAST(" + column.name + " AS VARCHAR)" : column.name;
+}
+
+Source GetSource(const std::string& procedure, const std::string& workload_name, const Options& options) {
+    const Workload workload = GetWorkload(workload_name, options);
+    std::string items;
+    for (const Column& column : workload.columns) {
+        items += (items.empty() ? "" : ", ") + GetSelectItem(column);
+    }
+    if (procedure == "fetch_parquet") {
+        return {procedure,
+                {workload.parquet},
+                "",
+                "SELECT " + items + " FROM read_parquet('" + workload.parquet + "')"};
+    }
+    return {procedure,
+            {workload.database, workload.table},
+            workload.database,
+            "SELECT " + items + " FROM " + workload.table};
+}
+
+template <class Deliver>
+uint64_t ReadVectorsThroughTable(const Source& source, Deliver deliver) {
+    const BareDuckDB bare(source.engine_path, BareDuckDB::Access::reading, 0);
     const mirona_extension_api& table = GetHostTable();
     duckdb_result result;
-    if (duckdb_query(connection, sql.c_str(), &result) != DuckDBSuccess) {
+    if (duckdb_query(bare.get(), source.sql.c_str(), &result) != DuckDBSuccess) {
         Die(duckdb_result_error(&result));
     }
     uint64_t cells = 0;
@@ -59,7 +101,7 @@ uint64_t ReadVectorsThroughTable(duckdb_connection connection, const std::string
         const idx_t rows = duckdb_data_chunk_get_size(chunk);
         for (idx_t row = 0; row < rows; ++row) {
             for (const VectorView& view : vectors) {
-                UseAndRelease(MakeFromVector(table, view, row));
+                deliver(MakeFromVector(table, view, row));
             }
         }
         cells += rows * vectors.size();
@@ -69,13 +111,19 @@ uint64_t ReadVectorsThroughTable(duckdb_connection connection, const std::string
     return cells;
 }
 
-uint64_t ReadProcedure(const std::string& procedure, const std::vector<std::string>& arguments) {
+uint64_t DrainInNewEngine(const Source& source) {
+    const BareDuckDB bare(source.engine_path, BareDuckDB::Access::reading, 0);
+    return Drain(bare.get(), source.sql);
+}
+
+template <class Deliver>
+uint64_t ReadProcedure(const Source& source, Deliver deliver) {
     mirona_cursor_def cursor{};
-    CallProcedure(GetProcedure(procedure), arguments, cursor);
+    CallProcedure(GetProcedure(source.procedure), source.arguments, cursor);
     uint64_t cells = 0;
     while (cursor.next_row(cursor.state) == MIRONA_ROW_OK) {
         for (uint32_t column = 0; column < cursor.column_count; ++column) {
-            UseAndRelease(cursor.get_value(nullptr, cursor.state, static_cast<int32_t>(column)));
+            deliver(cursor.get_value(nullptr, cursor.state, static_cast<int32_t>(column)));
         }
         cells += cursor.column_count;
     }
@@ -83,55 +131,127 @@ uint64_t ReadProcedure(const std::string& procedure, const std::vector<std::stri
     return cells;
 }
 
-Group MakeFetchGroup(const std::string& procedure, const Options& options) {
-    const auto bare = std::make_shared<std::unique_ptr<BareDuckDB>>();
-    const auto sql = std::make_shared<std::string>();
-    const auto arguments = std::make_shared<std::vector<std::string>>();
-    const bool is_parquet = procedure == "fetch_parquet";
-    return {procedure,
-            "cell",
-            [=, &options] {
-                const Data& data = PrepareData(options);
-                *bare = std::make_unique<BareDuckDB>(is_parquet ? "" : data.database);
-                // The procedures run on all of the machine's threads, so their rivals do too.
-                (*bare)->Run("RESET threads");
-                *sql = is_parquet ? "SELECT * FROM read_parquet('" + data.parquet + "')"
-                                  : "SELECT * FROM orders";
-                *arguments = is_parquet ? std::vector<std::string>{data.parquet}
-                                        : std::vector<std::string>{data.database, "orders"};
-            },
-            {{"drain", [=] { return Drain((*bare)->get(), *sql); }, nullptr},
-             {"vectors", [=] { return ReadVectorsThroughTable((*bare)->get(), *sql); }, nullptr},
-             {"procedure", [=] { return ReadProcedure(procedure, *arguments); }, nullptr}}};
+void CheckSource(const std::string& what, const Source& source) {
+    KeptValues expected;
+    ReadVectorsThroughTable(source,
+                            [&](mirona_value value) { expected.Keep(static_cast<nbx::I_Value*>(value)); });
+    KeptValues actual;
+    ReadProcedure(source, [&](mirona_value value) { actual.Keep(static_cast<nbx::I_Value*>(value)); });
+    RequireSame(what, expected, actual);
+}
+
+Group MakeFetchGroup(const std::string& procedure, const std::string& workload, const Options& options) {
+    const auto source = std::make_shared<Source>();
+    Group group{procedure + "-" + workload, "cell", nullptr, {}};
+    group.prepare = [=, &options] { *source = GetSource(procedure, workload, options); };
+    group.cases = {{"drain", [=] { return DrainInNewEngine(*source); }, nullptr},
+                   {"vectors", [=] { return ReadVectorsThroughTable(*source, UseAndRelease); }, nullptr},
+                   {"procedure", [=] { return ReadProcedure(*source, UseAndRelease); }, nullptr}};
+    group.check = [=, name = group.name] { CheckSource(name, *source); };
+    if (workload == "W2" || workload == "W4") {
+        group.module = "mduckdb_casts";  // the one that gives the right cell for every type of theirs
+    }
+    return group;
 }
 
 constexpr uint64_t kRandomRows = 2'000;
 
+/** The rows of the tall file through a cursor of the procedure, and as a bare result with an index of its
+    chunks. */
+class TallRows {
+  public:
+    TallRows() = default;
+    ~TallRows() {
+        duckdb_destroy_result(&result_);
+        if (cursor_.close != nullptr) {
+            cursor_.close(cursor_.state);
+        }
+    }
+    TallRows(const TallRows&) = delete;
+    TallRows& operator=(const TallRows&) = delete;
+
+    void Prepare(const Options& options) {
+        const std::string file = GetTallParquet(options);
+        CallProcedure(GetProcedure("fetch_parquet"), {file}, cursor_);
+        const std::string sql = "SELECT * FROM read_parquet('" + file + "')";
+        if (duckdb_query(bare_.get(), sql.c_str(), &result_) != DuckDBSuccess) {
+            Die(duckdb_result_error(&result_));
+        }
+        for (idx_t i = 0; i < duckdb_result_chunk_count(result_); ++i) {
+            duckdb_data_chunk chunk = duckdb_result_get_chunk(result_, i);
+            first_rows_.push_back(row_count_);
+            row_count_ += duckdb_data_chunk_get_size(chunk);
+            duckdb_destroy_data_chunk(&chunk);
+        }
+    }
+
+    template <class Deliver>
+    uint64_t ReadByCursor(Deliver deliver) {
+        std::mt19937_64 random(20260101);
+        for (uint64_t i = 0; i < kRandomRows; ++i) {
+            cursor_.go_to_row(cursor_.state, static_cast<int64_t>(random() % row_count_));
+            deliver(cursor_.get_value(nullptr, cursor_.state, 0));
+        }
+        return kRandomRows;
+    }
+
+    template <class Deliver>
+    uint64_t ReadBare(Deliver deliver) {
+        std::mt19937_64 random(20260101);
+        for (uint64_t i = 0; i < kRandomRows; ++i) {
+            const idx_t row = random() % row_count_;
+            const auto after = std::upper_bound(first_rows_.begin(), first_rows_.end(), row);
+            const auto index = static_cast<idx_t>(after - first_rows_.begin()) - 1;
+            duckdb_data_chunk chunk = duckdb_result_get_chunk(result_, index);
+            duckdb_vector vector = duckdb_data_chunk_get_vector(chunk, 0);
+            const VectorView view{DUCKDB_TYPE_BIGINT, DUCKDB_TYPE_INVALID, 1, duckdb_vector_get_data(vector),
+                                  duckdb_vector_get_validity(vector)};
+            deliver(MakeFromVector(GetHostTable(), view, row - first_rows_[index]));
+            duckdb_destroy_data_chunk(&chunk);
+        }
+        return kRandomRows;
+    }
+
+    void Check() {
+        KeptValues expected;
+        ReadBare([&](mirona_value value) { expected.Keep(static_cast<nbx::I_Value*>(value)); });
+        KeptValues actual;
+        ReadByCursor([&](mirona_value value) { actual.Keep(static_cast<nbx::I_Value*>(value)); });
+        RequireSame("go-to-row", expected, actual);
+    }
+
+  private:
+    mirona_cursor_def cursor_{};
+    BareDuckDB bare_{"", BareDuckDB::Access::reading, 0};
+    duckdb_result result_{};
+    std::vector<idx_t> first_rows_;
+    idx_t row_count_ = 0;
+};
+
 Group MakeGoToRowGroup(const Options& options) {
-    const auto cursor = std::make_shared<mirona_cursor_def>();
-    return {"go-to-row",
-            "row",
-            [=, &options] {
-                CallProcedure(GetProcedure("fetch_parquet"), {PrepareData(options).tall_parquet}, *cursor);
-            },
-            {{"random row",
-              [=] {
-                  std::mt19937_64 random(20260101);
-                  const uint64_t rows = cursor->row_count(cursor->state);
-                  for (uint64_t i = 0; i < kRandomRows; ++i) {
-                      cursor->go_to_row(cursor->state, static_cast<int64_t>(random() % rows));
-                      UseAndRelease(cursor->get_value(nullptr, cursor->state, 0));
-                  }
-                  return kRandomRows;
-              },
-              nullptr}}};
+    const auto rows = std::make_shared<std::unique_ptr<TallRows>>();
+    Group group{"go-to-row", "row", nullptr, {}};
+    group.prepare = [=, &options] {
+        *rows = std::make_unique<TallRows>();
+        (*rows)->Prepare(options);
+    };
+    group.cases = {{"bare", [=] { return (*rows)->ReadBare(UseAndRelease); }, nullptr},
+                   {"procedure", [=] { return (*rows)->ReadByCursor(UseAndRelease); }, nullptr}};
+    group.check = [=] { (*rows)->Check(); };
+    return group;
 }
 
 }  // namespace
 
 std::vector<Group> GetProcedureGroups(const Options& options) {
-    return {MakeFetchGroup("fetch_parquet", options), MakeFetchGroup("fetch_duckdb", options),
-            MakeGoToRowGroup(options)};
+    std::vector<Group> groups;
+    for (const char* procedure : {"fetch_parquet", "fetch_duckdb"}) {
+        for (const char* workload : {"W1", "W2", "W3", "W4"}) {
+            groups.push_back(MakeFetchGroup(procedure, workload, options));
+        }
+    }
+    groups.push_back(MakeGoToRowGroup(options));
+    return groups;
 }
 
 }  // namespace bench

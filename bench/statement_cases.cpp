@@ -1,8 +1,11 @@
 #include <memory>
+#include <string_view>
 
+#include "bare_duckdb.h"
 #include "groups.h"
 #include "module_under_test.h"
-#include "workloads.h"
+#include "same_values.h"
+#include "stock_value.h"
 
 namespace bench {
 namespace {
@@ -14,10 +17,9 @@ using nbx::mrsql::I_DuckDBStatement;
 struct Fixture {
     std::unique_ptr<BareDuckDB> bare;
     nbx::smart_ptr<I_DuckDBDatabase> database;
-    nbx::smart_ptr<nbx::ValueRows> rows;
     std::string script;
 
-    void Run(const std::string& sql) {
+    void Run(const std::string& sql) const {
         bare->Run(sql);
         database->SqlExecute(nbx::String(sql.c_str()), nullptr);
     }
@@ -33,71 +35,23 @@ void Open(Fixture& fixture) {
     fixture.database = OpenDatabase(":memory:");
 }
 
-duckdb_prepared_statement Prepare(duckdb_connection connection, const char* sql) {
-    duckdb_prepared_statement prepared = nullptr;
-    if (duckdb_prepare(connection, sql, &prepared) != DuckDBSuccess) {
-        Die(duckdb_prepare_error(prepared));
-    }
-    return prepared;
-}
+constexpr const char* kPointQuery = "SELECT name FROM people WHERE id = $1";
 
-void ExecuteAndDrop(duckdb_prepared_statement prepared) {
-    duckdb_result result;
-    if (duckdb_execute_prepared(prepared, &result) != DuckDBSuccess) {
-        Die(duckdb_result_error(&result));
-    }
-    duckdb_destroy_result(&result);
-}
-
-nbx::smart_ptr<I_DuckDBStatement> PrepareInModule(Fixture& fixture, const char* sql) {
-    nbx::smart_ptr<I_DuckDBStatement> statement = fixture.database->CreateStatement(nbx::String(sql));
-    statement->PrepareNext();
-    return statement;
-}
-
-Group MakeBindGroup(const Options& options) {
-    const auto fixture = MakeFixture();
-    const auto count = static_cast<uint64_t>(1'000'000 * options.scale);
-    static constexpr const char* kSql = "SELECT $1::BIGINT + $2::BIGINT";
-    return {"typed-binds",
-            "bind",
-            [=] { Open(*fixture); },
-            {{"bare",
-              [=] {
-                  duckdb_prepared_statement prepared = Prepare(fixture->bare->get(), kSql);
-                  for (uint64_t i = 0; i < count; ++i) {
-                      duckdb_bind_int64(prepared, 1 + (i & 1), static_cast<int64_t>(i));
-                  }
-                  duckdb_destroy_prepare(&prepared);
-                  return count;
-              },
-              nullptr},
-             {"module",
-              [=] {
-                  const nbx::smart_ptr<I_DuckDBStatement> statement = PrepareInModule(*fixture, kSql);
-                  for (uint64_t i = 0; i < count; ++i) {
-                      statement->BindBigInt(static_cast<uint32_t>(1 + (i & 1)), static_cast<int64_t>(i));
-                  }
-                  return count;
-              },
-              nullptr}}};
+void PreparePeople(Fixture& fixture) {
+    Open(fixture);
+    fixture.Run("CREATE TABLE people AS SELECT i AS id, 'name ' || i AS name FROM range(100000) t(i)");
+    fixture.Run("CREATE UNIQUE INDEX people_id ON people(id)");
 }
 
 Group MakePointQueryGroup(const Options& options) {
     const auto fixture = MakeFixture();
-    const auto count = static_cast<uint64_t>(20'000 * options.scale);
-    static constexpr const char* kSql = "SELECT name FROM people WHERE id = $1";
+    const uint64_t count = Scaled(10'000, options);
     return {"point-query",
             "query",
-            [=] {
-                Open(*fixture);
-                fixture->Run(
-                    "CREATE TABLE people AS SELECT i AS id, 'name ' || i AS name FROM range(100000) t(i)");
-                fixture->Run("CREATE UNIQUE INDEX people_id ON people(id)");
-            },
+            [=] { PreparePeople(*fixture); },
             {{"bare",
               [=] {
-                  duckdb_prepared_statement prepared = Prepare(fixture->bare->get(), kSql);
+                  duckdb_prepared_statement prepared = Prepare(fixture->bare->get(), kPointQuery);
                   for (uint64_t i = 0; i < count; ++i) {
                       duckdb_bind_int64(prepared, 1, static_cast<int64_t>(i));
                       ExecuteAndDrop(prepared);
@@ -108,7 +62,7 @@ Group MakePointQueryGroup(const Options& options) {
               nullptr},
              {"module",
               [=] {
-                  const nbx::smart_ptr<I_DuckDBStatement> statement = PrepareInModule(*fixture, kSql);
+                  const auto statement = PrepareInModule(*fixture->database, kPointQuery);
                   for (uint64_t i = 0; i < count; ++i) {
                       statement->BindBigInt(1, static_cast<int64_t>(i));
                       statement->Execute();
@@ -118,64 +72,69 @@ Group MakePointQueryGroup(const Options& options) {
               nullptr}}};
 }
 
-constexpr const char* kInsert = "INSERT INTO items VALUES ($1, $2, $3)";
-constexpr const char* kMakeItems = "CREATE OR REPLACE TABLE items (id BIGINT, price DOUBLE, name VARCHAR)";
-
-nbx::smart_ptr<nbx::ValueRows> MakeRows(uint64_t count) {
-    auto rows = nbx::MakeObject<nbx::ValueRows>();
-    rows->Reserve(count);
-    for (uint64_t i = 0; i < count; ++i) {
-        const auto number = static_cast<int64_t>(i);
-        const double price = static_cast<double>(i) * 0.5;
-        const std::string text = "item " + std::to_string(i);
-        const std::string_view name = text;
-        auto row = nbx::MakeObject<nbx::ValueRow>();
-        using Value = nbx::smart_ptr<nbx::I_Value>;
-        row->Append(Value::Adopt(nbx::CreateValueLLong(false, &number, nullptr)));
-        row->Append(Value::Adopt(nbx::CreateValueDouble(false, &price, nullptr)));
-        row->Append(Value::Adopt(nbx::CreateValueString(false, &name, nullptr)));
-        rows->Append(std::move(row));
+/** The name that the query gives, by a value. */
+template <class Deliver>
+void ReadNameBare(duckdb_prepared_statement prepared, Deliver deliver) {
+    duckdb_result result;
+    if (duckdb_execute_prepared(prepared, &result) != DuckDBSuccess) {
+        Die(duckdb_result_error(&result));
     }
-    return rows;
+    duckdb_data_chunk chunk = duckdb_fetch_chunk(result);
+    duckdb_value value = GetStockValue(chunk, 0, 0);
+    char* text = duckdb_get_varchar(value);
+    const std::string_view content = text;
+    deliver(nbx::smart_ptr<nbx::I_Value>::Adopt(nbx::CreateValueString(false, &content, nullptr)));
+    duckdb_free(text);
+    duckdb_destroy_value(&value);
+    duckdb_destroy_data_chunk(&chunk);
+    duckdb_destroy_result(&result);
 }
 
-Group MakeMultiRowGroup(const Options& options) {
+template <class Deliver>
+void ReadName(I_DuckDBStatement& statement, Deliver deliver) {
+    const auto cursor = statement.OpenCursor(nbx::mrsql::kServerCursor);
+    cursor->NextRecord();
+    deliver(cursor->get_Value(0));
+}
+
+template <class Deliver>
+uint64_t ReadNamesBare(const Fixture& fixture, uint64_t count, Deliver deliver) {
+    duckdb_prepared_statement prepared = Prepare(fixture.bare->get(), kPointQuery);
+    for (uint64_t i = 0; i < count; ++i) {
+        duckdb_bind_int64(prepared, 1, static_cast<int64_t>(i));
+        ReadNameBare(prepared, deliver);
+    }
+    duckdb_destroy_prepare(&prepared);
+    return count;
+}
+
+template <class Deliver>
+uint64_t ReadNames(const Fixture& fixture, uint64_t count, Deliver deliver) {
+    const auto statement = PrepareInModule(*fixture.database, kPointQuery);
+    for (uint64_t i = 0; i < count; ++i) {
+        statement->BindBigInt(1, static_cast<int64_t>(i));
+        ReadName(*statement, deliver);
+    }
+    return count;
+}
+
+/** The point query with its one cell read. */
+Group MakePointReadGroup(const Options& options) {
     const auto fixture = MakeFixture();
-    const auto count = static_cast<uint64_t>(100'000 * options.scale);
-    return {"multi-row",
-            "row",
-            [=] {
-                Open(*fixture);
-                fixture->Run(kMakeItems);
-                fixture->rows = MakeRows(count);
-            },
-            {{"bare",
-              [=] {
-                  fixture->bare->Run("BEGIN");
-                  duckdb_prepared_statement prepared = Prepare(fixture->bare->get(), kInsert);
-                  for (uint64_t i = 0; i < count; ++i) {
-                      const std::string text = "item " + std::to_string(i);
-                      duckdb_clear_bindings(prepared);
-                      duckdb_bind_int64(prepared, 1, static_cast<int64_t>(i));
-                      duckdb_bind_double(prepared, 2, static_cast<double>(i) * 0.5);
-                      duckdb_bind_varchar_length(prepared, 3, text.data(), text.size());
-                      ExecuteAndDrop(prepared);
-                  }
-                  duckdb_destroy_prepare(&prepared);
-                  fixture->bare->Run("COMMIT");
-                  return count;
-              },
-              [=] { fixture->bare->Run(kMakeItems); }},
-             {"module",
-              [=] {
-                  fixture->database->SqlExecute(nbx::String("BEGIN"), nullptr);
-                  const nbx::smart_ptr<I_DuckDBStatement> statement = PrepareInModule(*fixture, kInsert);
-                  statement->put_ParameterRows(fixture->rows);
-                  statement->Execute();
-                  fixture->database->SqlExecute(nbx::String("COMMIT"), nullptr);
-                  return count;
-              },
-              [=] { fixture->database->SqlExecute(nbx::String(kMakeItems), nullptr); }}}};
+    const uint64_t count = Scaled(5'000, options);
+    const auto look = [](const nbx::smart_ptr<nbx::I_Value>& value) { Consume(value->get_TypeCode()); };
+    Group group{"point-read", "query", nullptr, {}};
+    group.prepare = [=] { PreparePeople(*fixture); };
+    group.cases = {{"bare", [=] { return ReadNamesBare(*fixture, count, look); }, nullptr},
+                   {"module", [=] { return ReadNames(*fixture, count, look); }, nullptr}};
+    group.check = [=] {
+        KeptValues expected;
+        KeptValues actual;
+        ReadNamesBare(*fixture, 100, [&](const auto& value) { expected.KeepReference(value.get()); });
+        ReadNames(*fixture, 100, [&](const auto& value) { actual.KeepReference(value.get()); });
+        RequireSame("point-read", expected, actual);
+    };
+    return group;
 }
 
 void RunScriptBare(duckdb_connection connection, const std::string& script) {
@@ -190,36 +149,47 @@ void RunScriptBare(duckdb_connection connection, const std::string& script) {
     duckdb_destroy_extracted(&statements);
 }
 
-Group MakeScriptGroup() {
+constexpr uint64_t kStatements = 1000;
+constexpr const char* kMakeLog = "CREATE OR REPLACE TABLE log (id INTEGER)";
+
+Group MakeScriptGroup(const Options& options) {
     const auto fixture = MakeFixture();
-    return {"script-1000",
-            "statement",
-            [=] {
-                Open(*fixture);
-                fixture->Run("CREATE TABLE log (id INTEGER)");
-                for (int i = 0; i < 1000; ++i) {
-                    fixture->script += "INSERT INTO log VALUES (" + std::to_string(i) + ");";
-                }
-            },
-            {{"bare",
-              [=]() -> uint64_t {
-                  RunScriptBare(fixture->bare->get(), fixture->script);
-                  return 1000;
-              },
-              nullptr},
-             {"module",
-              [=]() -> uint64_t {
-                  fixture->database->SqlExecute(nbx::String(fixture->script.c_str()), nullptr);
-                  return 1000;
-              },
-              nullptr}}};
+    const uint64_t repeats = Scaled(5, options);
+    const auto clean = [=] { fixture->Run(kMakeLog); };
+    Group group{"script-1000", "statement", nullptr, {}};
+    group.prepare = [=] {
+        Open(*fixture);
+        fixture->Run(kMakeLog);
+        for (uint64_t i = 0; i < kStatements; ++i) {
+            fixture->script += "INSERT INTO log VALUES (" + std::to_string(i) + ");";
+        }
+    };
+    const auto run_bare = [=] {
+        for (uint64_t i = 0; i < repeats; ++i) {
+            RunScriptBare(fixture->bare->get(), fixture->script);
+        }
+        return kStatements * repeats;
+    };
+    const auto run_module = [=] {
+        const nbx::String script(fixture->script.c_str());
+        for (uint64_t i = 0; i < repeats; ++i) {
+            fixture->database->SqlExecute(script, nullptr);
+        }
+        return kStatements * repeats;
+    };
+    group.cases = {{"bare", run_bare, clean}, {"module", run_module, clean}};
+    group.check = [=] {
+        run_bare();
+        run_module();
+        RequireSameRows("script-1000", *fixture->bare, *fixture->database, "log");
+    };
+    return group;
 }
 
 }  // namespace
 
 std::vector<Group> GetStatementGroups(const Options& options) {
-    return {MakeBindGroup(options), MakePointQueryGroup(options), MakeMultiRowGroup(options),
-            MakeScriptGroup()};
+    return {MakePointQueryGroup(options), MakePointReadGroup(options), MakeScriptGroup(options)};
 }
 
 }  // namespace bench

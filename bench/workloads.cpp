@@ -1,137 +1,184 @@
 #include "workloads.h"
 
 #include <filesystem>
+#include <map>
+
+#include "bare_duckdb.h"
 
 namespace bench {
 namespace {
 
-constexpr double kW1Rows = 2'000'000;
-constexpr double kOrderRows = 600'000;
-constexpr double kTextRows = 2'000'000;
-constexpr double kNestedRows = 200'000;
-constexpr double kTallRows = 10'000'000;
+struct ColumnSource {
+    const char* name;
+    const char* type;
+    /** Its cells, for `i` from 0. */
+    const char* expression;
+};
 
-std::string Count(double rows, const Options& options) {
-    return std::to_string(static_cast<long long>(rows * options.scale));
+struct TableSource {
+    const char* table;
+    uint64_t rows;
+    std::vector<ColumnSource> columns;
+    /** The oldest storage that holds the columns; empty for DuckDB's default. */
+    const char* storage_version = "";
+};
+
+const TableSource kMixed{"mixed",
+                         2'000'000,
+                         {{"a", "INTEGER", "i::INTEGER"},
+                          {"b", "DOUBLE", "i * 1.5::DOUBLE"},
+                          {"c", "BIGINT", "i::BIGINT"},
+                          {"d", "VARCHAR", "'str' || i"},
+                          {"e", "SMALLINT", "(i % 100)::SMALLINT"}}};
+
+/** W1 without its text. */
+const TableSource kNumbers{"numbers",
+                           0,
+                           {{"a", "INTEGER", "i::INTEGER"},
+                            {"b", "DOUBLE", "i * 1.5::DOUBLE"},
+                            {"c", "BIGINT", "i::BIGINT"},
+                            {"d", "SMALLINT", "(i % 100)::SMALLINT"},
+                            {"e", "BIGINT", "(i * 7)::BIGINT"}}};
+
+const TableSource kOrders{
+    "orders",
+    600'000,
+    {{"o_key", "BIGINT", "(i // 4 + 1)::BIGINT"},
+     {"o_part", "BIGINT", "(hash(i, 1) % 20000 + 1)::BIGINT"},
+     {"o_supplier", "BIGINT", "(hash(i, 2) % 1000 + 1)::BIGINT"},
+     {"o_line", "INTEGER", "(i % 4 + 1)::INTEGER"},
+     {"o_quantity", "DECIMAL(15,2)", "(hash(i, 3) % 50 + 1)::DECIMAL(15,2)"},
+     {"o_price", "DECIMAL(15,2)", "((hash(i, 4) % 10000000 + 90000) / 100)::DECIMAL(15,2)"},
+     {"o_discount", "DECIMAL(15,2)", "((hash(i, 5) % 11) / 100)::DECIMAL(15,2)"},
+     {"o_tax", "DECIMAL(15,2)", "((hash(i, 6) % 9) / 100)::DECIMAL(15,2)"},
+     {"o_flag", "VARCHAR", "substr('ANR', (hash(i, 7) % 3 + 1)::INTEGER, 1)"},
+     {"o_status", "VARCHAR", "substr('FO', (hash(i, 8) % 2 + 1)::INTEGER, 1)"},
+     {"o_shipped", "DATE", "DATE '1992-01-02' + (hash(i, 9) % 2500)::INTEGER"},
+     {"o_promised", "DATE", "DATE '1992-01-31' + (hash(i, 10) % 2500)::INTEGER"},
+     {"o_received", "DATE", "DATE '1992-02-04' + (hash(i, 11) % 2500)::INTEGER"},
+     {"o_how", "VARCHAR",
+      "(['DELIVER IN PERSON', 'COLLECT COD', 'NONE', 'TAKE BACK RETURN'])[(hash(i, 12) % 4 + 1)::INTEGER]"},
+     {"o_mode", "VARCHAR",
+      "(['REG AIR', 'AIR', 'RAIL', 'SHIP', 'TRUCK', 'MAIL', 'FOB'])[(hash(i, 13) % 7 + 1)::INTEGER]"},
+     {"o_comment", "VARCHAR",
+      "substr('order ' || i || ' was packed with care and left the house in time', 1, "
+      "(10 + hash(i, 14) % 34)::INTEGER)"}}};
+
+const TableSource kTexts{
+    "texts",
+    2'000'000,
+    {{"short_text", "VARCHAR", "'k' || lpad(i::VARCHAR, 7, '0')"},
+     {"long_text", "VARCHAR", "'row ' || lpad(i::VARCHAR, 10, '0') || ' of a text of forty bytes.'"},
+     {"wide_text", "VARCHAR",
+      "'Привет, ' || translate(lpad(i::VARCHAR, 9, '0'), '0123456789', 'абвгдежзик') || '日本語'"}}};
+
+/** Few rows, since DuckDB itself takes microseconds for the text of a nested cell. */
+const TableSource kNested{"nested",
+                          20'000,
+                          {{"numbers", "BIGINT[]", "[i, i + 1, i + 2]"},
+                           {"record", "STRUCT(a BIGINT, b VARCHAR)", "{'a': i, 'b': 'text ' || i}"},
+                           {"v", "VARIANT",
+                            "CASE i % 4 WHEN 0 THEN (i * 3)::VARIANT WHEN 1 THEN ('text ' || i)::VARIANT "
+                            "WHEN 2 THEN [i, i + 1]::VARIANT ELSE (i * 0.5::DOUBLE)::VARIANT END"}},
+                          "v1.5.0"};
+
+const std::map<std::string, const TableSource*>& GetSources() {
+    static const std::map<std::string, const TableSource*> sources{{"W1", &kMixed},  {"numbers", &kNumbers},
+                                                                   {"W2", &kOrders}, {"W2-parquet", &kOrders},
+                                                                   {"W3", &kTexts},  {"W4", &kNested}};
+    return sources;
 }
 
-std::string OrdersSql(const std::string& rows) {
-    return "CREATE TABLE orders AS SELECT (i // 4 + 1)::BIGINT AS o_key, (hash(i, 1) % 20000 + 1)::BIGINT AS "
-           "o_part, "
-           "(hash(i, 2) % 1000 + 1)::BIGINT AS o_supplier, (i % 4 + 1)::INTEGER AS o_line, "
-           "(hash(i, 3) % 50 + 1)::DECIMAL(15,2) AS o_quantity, "
-           "((hash(i, 4) % 10000000 + 90000) / 100)::DECIMAL(15,2) AS o_price, "
-           "((hash(i, 5) % 11) / 100)::DECIMAL(15,2) AS o_discount, ((hash(i, 6) % 9) / 100)::DECIMAL(15,2) "
-           "AS o_tax, "
-           "substr('ANR', (hash(i, 7) % 3 + 1)::INTEGER, 1) AS o_flag, "
-           "substr('FO', (hash(i, 8) % 2 + 1)::INTEGER, 1) AS o_status, "
-           "DATE '1992-01-02' + (hash(i, 9) % 2500)::INTEGER AS o_shipped, "
-           "DATE '1992-01-31' + (hash(i, 10) % 2500)::INTEGER AS o_promised, "
-           "DATE '1992-02-04' + (hash(i, 11) % 2500)::INTEGER AS o_received, "
-           "(['DELIVER IN PERSON', 'COLLECT COD', 'NONE', 'TAKE BACK RETURN'])[(hash(i, 12) % 4 + "
-           "1)::INTEGER] AS o_how, "
-           "(['REG AIR', 'AIR', 'RAIL', 'SHIP', 'TRUCK', 'MAIL', 'FOB'])[(hash(i, 13) % 7 + 1)::INTEGER] AS "
-           "o_mode, "
-           "substr('order ' || i || ' was packed with care and left the house in time', 1, "
-           "(10 + hash(i, 14) % 34)::INTEGER) AS o_comment FROM range(" +
-           rows + ") t(i)";
+std::string GetQuery(const TableSource& source, uint64_t rows) {
+    std::string items;
+    for (const ColumnSource& column : source.columns) {
+        items += (items.empty() ? "" : ", ") + std::string(column.expression) + " AS " + column.name;
+    }
+    return "SELECT " + items + " FROM range(" + std::to_string(rows) + ") t(i)";
 }
 
-std::string TextSql(const std::string& rows) {
-    return "CREATE TABLE texts AS SELECT 'k' || lpad(i::VARCHAR, 7, '0') AS short_text, "
-           "'row ' || lpad(i::VARCHAR, 10, '0') || ' of a text of forty bytes.' AS long_text, "
-           "'Привет, ' || translate(lpad(i::VARCHAR, 9, '0'), '0123456789', 'абвгдежзик') || '日本語' AS "
-           "wide_text "
-           "FROM range(" +
-           rows + ") t(i)";
+std::string GetStem(const std::string& name, const Options& options) {
+    return options.folder + "/" + name + "-" + std::to_string(options.scale);
+}
+
+/** Writes `write(path)` under another name first, so that a file that is there is whole. */
+template <class Write>
+void MakeFile(const std::string& path, Write write) {
+    if (!std::filesystem::exists(path)) {
+        std::filesystem::create_directories(std::filesystem::path(path).parent_path());
+        std::filesystem::remove(path + ".new");
+        write(path + ".new");
+        std::filesystem::rename(path + ".new", path);
+    }
+}
+
+void MakeFiles(const TableSource& source, const std::string& database, const std::string& parquet,
+               const Options& options) {
+    const std::string query = GetQuery(source, Scaled(source.rows, options));
+    const std::string create = "CREATE TABLE " + std::string(source.table) + " AS " + query;
+    MakeFile(parquet, [&](const std::string& path) {
+        BareDuckDB("").Run("COPY (" + query + ") TO '" + path + "' (FORMAT PARQUET)");
+    });
+    MakeFile(database, [&](const std::string& path) {
+        BareDuckDB(path, BareDuckDB::Access::writing, 1, source.storage_version).Run(create);
+    });
+}
+
+std::string ChooseQuery(const Workload& workload, const TableSource& source, const Options& options) {
+    if (workload.name == "W1") {
+        return GetQuery(source, Scaled(source.rows, options));
+    }
+    if (workload.name == "W2-parquet") {
+        return "SELECT * FROM read_parquet('" + workload.parquet + "')";
+    }
+    return "SELECT * FROM " + workload.table;
 }
 
 }  // namespace
 
-BareDuckDB::BareDuckDB(const std::string& path, bool read_only) {
-    duckdb_config config = nullptr;
-    duckdb_create_config(&config);
-    duckdb_set_config(config, "threads", "1");
-    if (!path.empty() && read_only) {
-        duckdb_set_config(config, "access_mode", "READ_ONLY");
-    }
-    char* error = nullptr;
-    const char* name = path.empty() ? nullptr : path.c_str();
-    if (duckdb_open_ext(name, &database_, config, &error) != DuckDBSuccess) {
-        Die(error);
-    }
-    duckdb_destroy_config(&config);
-    if (duckdb_connect(database_, &connection_) != DuckDBSuccess) {
-        Die("cannot connect");
-    }
-}
-
-BareDuckDB::~BareDuckDB() {
-    duckdb_disconnect(&connection_);
-    duckdb_close(&database_);
-}
-
-void BareDuckDB::Run(const std::string& sql) const {
-    duckdb_result result;
-    if (duckdb_query(connection_, sql.c_str(), &result) != DuckDBSuccess) {
-        Die(std::string(duckdb_result_error(&result)) + " in: " + sql);
-    }
-    duckdb_destroy_result(&result);
-}
-
-const Data& PrepareData(const Options& options) {
-    static Data data;
-    if (!data.database.empty()) {
-        return data;
-    }
-    std::filesystem::create_directories(options.folder);
-    const std::string stem = options.folder + "/data-" + std::to_string(options.scale);
-    data = {stem + ".duckdb", stem + ".parquet", stem + "-tall.parquet"};
-    if (!std::filesystem::exists(data.tall_parquet)) {
-        for (const std::string& file : {data.database, data.database + ".wal", data.parquet}) {
-            std::filesystem::remove(file);
-        }
-        const BareDuckDB duckdb(data.database, false);
-        duckdb.Run(OrdersSql(Count(kOrderRows, options)));
-        duckdb.Run(TextSql(Count(kTextRows, options)));
-        duckdb.Run("COPY orders TO '" + data.parquet + "' (FORMAT PARQUET)");
-        duckdb.Run("COPY (SELECT i AS n FROM range(" + Count(kTallRows, options) + ") t(i)) TO '" +
-                   data.tall_parquet + "' (FORMAT PARQUET)");
-    }
-    return data;
-}
-
 Workload GetWorkload(const std::string& name, const Options& options) {
-    const Data& data = PrepareData(options);
-    if (name == "W1") {
-        return {name,
-                "SELECT i::INTEGER AS a, i * 1.5::DOUBLE AS b, i::BIGINT AS c, 'str' || i AS d, "
-                "(i % 100)::SMALLINT AS e FROM range(" +
-                    Count(kW1Rows, options) + ") t(i)"};
+    const auto found = GetSources().find(name);
+    if (found == GetSources().end()) {
+        Die("no workload " + name);
     }
-    if (name == "numbers") {
-        return {name,
-                "SELECT i::INTEGER AS a, i * 1.5::DOUBLE AS b, i::BIGINT AS c, (i % 100)::SMALLINT AS d, "
-                "(i * 7)::BIGINT AS e FROM range(" +
-                    Count(kW1Rows, options) + ") t(i)"};
+    const TableSource& source = *found->second;
+    Workload workload;
+    workload.name = name;
+    workload.table = source.table;
+    workload.database = GetStem(workload.table, options) + ".duckdb";
+    workload.parquet = GetStem(workload.table, options) + ".parquet";
+    for (const ColumnSource& column : source.columns) {
+        workload.columns.push_back({column.name, column.type});
     }
-    if (name == "W2") {
-        return {name, "SELECT * FROM orders"};
+    workload.sql = ChooseQuery(workload, source, options);
+    MakeFiles(source, workload.database, workload.parquet, options);
+    return workload;
+}
+
+std::string GetMixedQuery(uint64_t rows) {
+    return GetQuery(kMixed, rows);
+}
+
+std::string GetNumberQuery(uint64_t rows) {
+    return GetQuery(kNumbers, rows);
+}
+
+std::string GetColumnList(const Workload& workload) {
+    std::string list;
+    for (const Column& column : workload.columns) {
+        list += (list.empty() ? "" : ", ") + column.name + " " + column.type;
     }
-    if (name == "W2-parquet") {
-        return {name, "SELECT * FROM read_parquet('" + data.parquet + "')"};
-    }
-    if (name == "W3") {
-        return {name, "SELECT * FROM texts"};
-    }
-    if (name == "W4") {
-        return {name,
-                "SELECT [i, i + 1, i + 2] AS numbers, {'a': i, 'b': 'text ' || i} AS record, (i * "
-                "3)::VARIANT AS v "
-                "FROM range(" +
-                    Count(kNestedRows, options) + ") t(i)"};
-    }
-    Die("no workload " + name);
+    return list;
+}
+
+std::string GetTallParquet(const Options& options) {
+    constexpr uint64_t kRows = 10'000'000;
+    std::string path = GetStem("tall", options) + ".parquet";
+    MakeFile(path, [&](const std::string& place) {
+        BareDuckDB("").Run("COPY (SELECT i AS n FROM range(" + std::to_string(Scaled(kRows, options)) +
+                           ") t(i)) TO '" + place + "' (FORMAT PARQUET)");
+    });
+    return path;
 }
 
 }  // namespace bench

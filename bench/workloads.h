@@ -1,49 +1,42 @@
 #pragma once
 
-#include <duckdb.h>
-
 #include <string>
+#include <vector>
 
 #include "measure.h"
 
 namespace bench {
 
-/** A query whose cells are delivered. */
+struct Column {
+    std::string name;
+    std::string type;
+};
+
+/** Rows that are delivered, and the places where they lie. */
 struct Workload {
     std::string name;
+    std::vector<Column> columns;
+    /** A database file whose table `table` has the rows, and a Parquet file of them. */
+    std::string database;
+    std::string table;
+    std::string parquet;
+    /** The query, on the database, that the cursors deliver. */
     std::string sql;
 };
 
-/** The database file with the tables, and the Parquet file, that the workloads read. Made on first use
-    in the options' folder, deterministic. */
-struct Data {
-    std::string database;
-    std::string parquet;
-    /** One BIGINT column and many rows. */
-    std::string tall_parquet;
-};
-const Data& PrepareData(const Options& options);
-
-/** W1 mixed numbers and text, `numbers` W1 without the text, W2 sixteen columns of orders (W2-parquet: from
-    the Parquet file), W3 text, W4 nested columns and a VARIANT. */
+/** W1 mixed numbers and text, W2 sixteen columns of orders, W2-parquet the same from the Parquet file, W3
+    text, W4 nested columns and a VARIANT. Makes the files on first use; they are the same every time. */
 Workload GetWorkload(const std::string& name, const Options& options);
 
-/** A bare DuckDB database with one thread and a connection, closed at the end of the scope. */
-class BareDuckDB {
-  public:
-    explicit BareDuckDB(const std::string& path, bool read_only = true);
-    ~BareDuckDB();
-    BareDuckDB(const BareDuckDB&) = delete;
-    BareDuckDB& operator=(const BareDuckDB&) = delete;
+/** The query of W1 over `rows` rows. It reads no table. */
+std::string GetMixedQuery(uint64_t rows);
+/** The same without the text: five columns of numbers. */
+std::string GetNumberQuery(uint64_t rows);
 
-    duckdb_connection get() const noexcept { return connection_; }
-    duckdb_database get_Engine() const noexcept { return database_; }
-    /** Runs a query whose result nobody wants; ends the program when it fails. */
-    void Run(const std::string& sql) const;
+/** Name and type of each column, as CREATE TABLE takes them. */
+std::string GetColumnList(const Workload& workload);
 
-  private:
-    duckdb_database database_ = nullptr;
-    duckdb_connection connection_ = nullptr;
-};
+/** A Parquet file of one BIGINT column and ten million rows. */
+std::string GetTallParquet(const Options& options);
 
 }  // namespace bench

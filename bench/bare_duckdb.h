@@ -1,0 +1,38 @@
+#pragma once
+
+#include <duckdb.h>
+
+#include <string>
+
+namespace bench {
+
+/** A DuckDB engine and a connection by the C API alone, both closed at the end of the scope. Failures end
+    the program. */
+class BareDuckDB {
+  public:
+    enum class Access { reading, writing };
+
+    /** In memory when `path` is empty. A `threads` of 0 leaves DuckDB's default in force. */
+    explicit BareDuckDB(const std::string& path, Access access = Access::reading, unsigned threads = 1,
+                        const std::string& storage_version = "");
+    ~BareDuckDB();
+    BareDuckDB(const BareDuckDB&) = delete;
+    BareDuckDB& operator=(const BareDuckDB&) = delete;
+
+    duckdb_connection get() const noexcept { return connection_; }
+    duckdb_database get_Engine() const noexcept { return database_; }
+    /** Runs a query whose result nobody wants. */
+    void Run(const std::string& sql) const;
+    /** The one cell of a query, a 64-bit number. */
+    int64_t GetNumber(const std::string& sql) const;
+
+  private:
+    duckdb_database database_ = nullptr;
+    duckdb_connection connection_ = nullptr;
+};
+
+duckdb_prepared_statement Prepare(duckdb_connection connection, const std::string& sql);
+/** Executes and looks at nothing of the result but its success. */
+void ExecuteAndDrop(duckdb_prepared_statement prepared);
+
+}  // namespace bench

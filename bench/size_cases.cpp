@@ -1,0 +1,93 @@
+#include <algorithm>
+#include <memory>
+
+#include "bare_duckdb.h"
+#include "baselines.h"
+#include "cursor_reading.h"
+#include "groups.h"
+#include "workloads.h"
+
+namespace bench {
+namespace {
+
+struct Fixture {
+    std::unique_ptr<BareDuckDB> bare;
+    nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase> database;
+};
+
+/** Runs at least this many rows in one round, so that a small result is timed as well as a large one. */
+constexpr uint64_t kRowsInRound = 2'000'000;
+/** A result of one row is all fixed cost, which is some hundred microseconds. */
+constexpr uint64_t kQueriesInRound = 2'000;
+
+/** Rows of the results; one row is the fixed cost of a query. */
+constexpr uint64_t kSizes[] = {1, 10'000, 100'000, 1'000'000, 10'000'000, 100'000'000};
+
+template <class ReadOnce>
+uint64_t Repeat(uint64_t count, ReadOnce read_once) {
+    uint64_t cells = 0;
+    for (uint64_t i = 0; i < count; ++i) {
+        cells += read_once();
+    }
+    return cells;
+}
+
+void PrepareFixture(Fixture& fixture) {
+    fixture.bare = std::make_unique<BareDuckDB>("");
+    fixture.database = OpenDatabase(":memory:");
+}
+
+Group MakeSizeGroup(const Options& options) {
+    const auto fixture = std::make_shared<Fixture>();
+    Group group{"sizes", "cell", nullptr, {}};
+    group.is_special = true;
+    group.prepare = [fixture] { PrepareFixture(*fixture); };
+    for (const uint64_t full : kSizes) {
+        const uint64_t rows = full == 1 ? 1 : Scaled(full, options);
+        const uint64_t repeats =
+            full == 1 ? Scaled(kQueriesInRound, options) : std::max<uint64_t>(1, kRowsInRound / full);
+        const std::string sql = GetMixedQuery(rows);
+        const std::string suffix = " " + std::to_string(rows);
+        group.cases.push_back(
+            {"drain" + suffix,
+             [=] { return Repeat(repeats, [&] { return Drain(fixture->bare->get(), sql); }); }, nullptr});
+        group.cases.push_back(
+            {"server cursor" + suffix,
+             [=, text = nbx::String(sql.c_str())] {
+                 return Repeat(repeats, [&] { return ReadThroughServerCursor(*fixture->database, text); });
+             },
+             nullptr});
+    }
+    return group;
+}
+
+/** For peaks of memory, so each case is to be run in a process of its own. */
+Group MakeMemoryGroup(const Options& options) {
+    const auto fixture = std::make_shared<Fixture>();
+    const std::string mixed = GetMixedQuery(Scaled(50'000'000, options));
+    const nbx::String numbers(GetNumberQuery(Scaled(2'000'000, options)).c_str());
+    Group group{"memory", "cell", nullptr, {}};
+    group.is_special = true;
+    group.prepare = [fixture] { PrepareFixture(*fixture); };
+    group.cases = {
+        {"drain", [=] { return Drain(fixture->bare->get(), mixed); }, nullptr},
+        {"server cursor",
+         [=, text = nbx::String(mixed.c_str())] { return ReadThroughServerCursor(*fixture->database, text); },
+         nullptr},
+        {"client cursor, numbers",
+         [=]() -> uint64_t {
+             const nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor> cursor =
+                 fixture->database->SqlSelect(numbers, nbx::mrsql::kClientCursor, nullptr);
+             return uint64_t{cursor->get_RecordCount()} * cursor->get_ColumnCount();
+         },
+         nullptr}};
+    return group;
+}
+
+}  // namespace
+
+std::vector<Group> GetSizeGroups(const Options& options) {
+    return {MakeSizeGroup(options), MakeMemoryGroup(options)};
+}
+
+}  // namespace bench

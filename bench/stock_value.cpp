@@ -1,0 +1,31 @@
+// The one file here that knows DuckDB's C++ classes: a `duckdb_value` is a heap `duckdb::Value`.
+#include "stock_value.h"
+
+#include <duckdb/common/types/data_chunk.hpp>
+#include <duckdb/common/types/value.hpp>
+#include <duckdb/main/capi/capi_internal.hpp>
+
+namespace bench {
+namespace {
+
+duckdb_value Wrap(duckdb::Value value) {
+    return reinterpret_cast<duckdb_value>(new duckdb::Value(std::move(value)));
+}
+
+}  // namespace
+
+duckdb_value GetStockValue(duckdb_data_chunk chunk, idx_t column, idx_t row) {
+    return Wrap(reinterpret_cast<const duckdb::DataChunk*>(chunk)->GetValue(column, row));
+}
+
+duckdb_value CastStockText(const std::string& text, duckdb_type type) {
+    return Wrap(duckdb::Value(text).DefaultCastAs(duckdb::LogicalType(duckdb::LogicalTypeIdFromC(type))));
+}
+
+duckdb_value JsonToStockVariant(const std::string& text) {
+    duckdb::Value json(text);
+    json.Reinterpret(duckdb::LogicalType::JSON());
+    return Wrap(json.DefaultCastAs(duckdb::LogicalType::VARIANT()));
+}
+
+}  // namespace bench
