@@ -1,22 +1,35 @@
 """The clients that a user would take instead, each reading the same queries cell by cell in its usual manner.
 
 Each is one small program under this folder that takes the database as its argument and the query from standard
-input, and prints the cells that it read and the seconds from handing in the query to the last cell. Those that
-cannot be built here are left out, and said so."""
+input, and prints DuckDB's version, the cells that it read and the seconds from handing in the query to the last cell.
+Those that cannot be built here, or that bring another DuckDB, are left out, and said so."""
 
 import os
 import pathlib
+import random
 import shutil
 import subprocess
 import sys
 
+import report
+
 HERE = pathlib.Path(__file__).resolve().parent
 CACHE = pathlib.Path(os.environ.get("XDG_CACHE_HOME") or pathlib.Path.home() / ".cache") / "mduckdb"
 WORK = CACHE / "peers"
-PIN = dict(line.strip().split("=", 1) for line in open(HERE.parents[1] / "scripts" / "duckdb.pin") if "=" in line)
+PIN_FILE = HERE.parents[1] / "scripts" / "duckdb.pin"
+PIN = dict(line.split("=", 1) for line in PIN_FILE.read_text().splitlines() if "=" in line)
 VERSION = PIN["DUCKDB_VERSION"]
-DUCKDB = CACHE / f"duckdb-{VERSION}"
+DUCKDB = pathlib.Path(os.environ.get("DuckDB_ROOT") or CACHE / f"duckdb-{VERSION}")
 WORKLOADS = ("W1", "W2", "W3")
+PARAMETER_ROWS = 100_000
+# It takes the better part of a minute each time.
+EXECUTEMANY_ROUNDS = 2
+
+
+def packed_version():
+    """The version as the Go and Rust packages have it within theirs: 10506 for 1.5.6."""
+    major, minor, patch = VERSION.split(".")
+    return f"{major}{int(minor):02}{int(patch):02}"
 
 
 def call(*words, cwd=None, **environment):
@@ -29,21 +42,30 @@ def copy(name):
     return WORK / name
 
 
-def build_python():
-    venv = WORK / "python" / "venv"
-    if not venv.exists():
-        call(sys.executable, "-m", "venv", venv)
+def venv_python():
+    venv = WORK / "python" / f"venv-{VERSION}"
+    if not (venv / "ready").exists():
+        call(sys.executable, "-m", "venv", "--clear", venv)
         call(venv / "bin" / "pip", "install", "-q", f"duckdb=={VERSION}")
-    script = HERE / "python" / "read.py"
-    return {f"Python {mode}": lambda db, mode=mode: [venv / "bin" / "python", script, db, mode]
+        (venv / "ready").touch()
+    return venv / "bin" / "python"
+
+
+def build_python():
+    python = venv_python()
+    return {f"Python {mode}": lambda db, mode=mode: [python, HERE / "python" / "read.py", db, mode]
             for mode in ("fetchall", "fetchmany")}
 
 
 def build_node():
     folder = copy("node")
-    if not (folder / "node_modules").exists():
-        call("npm", "install", "--silent", "--no-save", "--prefix", folder, f"@duckdb/node-api@{PIN['DUCKDB_NPM_VERSION']}")
-    return {"Node getRows": lambda db: ["node", "--max-old-space-size=14000", folder / "read.mjs", db]}
+    package = f"@duckdb/node-api@{PIN['DUCKDB_NPM_VERSION']}"
+    ready = folder / f"ready-{PIN['DUCKDB_NPM_VERSION']}"
+    if not ready.exists():
+        call("npm", "install", "--silent", "--no-save", "--prefix", folder, package)
+        ready.touch()
+    return {f"Node {mode}": lambda db, mode=mode: ["node", "--max-old-space-size=14000", folder / "read.mjs", db, mode]
+            for mode in ("getRows", "yieldRows")}
 
 
 def build_go():
@@ -64,56 +86,99 @@ def build_rust():
 
 def build_jdbc():
     folder = copy("jdbc")
-    jar = folder / "duckdb_jdbc.jar"
+    jar = folder / f"duckdb_jdbc-{VERSION}.0.jar"
     if not jar.exists():
         call("mvn", "-q", "dependency:copy", f"-Dartifact=org.duckdb:duckdb_jdbc:{VERSION}.0",
-             f"-DoutputDirectory={folder}", "-Dmdep.stripVersion=true")
+             f"-DoutputDirectory={folder}")
     call("javac", "-d", folder, folder / "Read.java")
     return {"JDBC getObject": lambda db: ["java", "-cp", f"{folder}:{jar}", "Read", db]}
 
 
-def build_all():
+def build_all(left_out):
+    """{client: command of a database}; the others are added to `left_out`."""
     WORK.mkdir(parents=True, exist_ok=True)
     clients = {}
     for build in (build_python, build_node, build_go, build_rust, build_jdbc):
         try:
             clients.update(build())
         except (OSError, subprocess.CalledProcessError) as error:
-            print(f"left out: {build.__name__[6:]}: {error}", file=sys.stderr)
+            left_out.append(f"{build.__name__[6:]}: {error}")
     return clients
 
 
-def sql_of(workload, scale):
-    if workload == "W1":
-        return ("SELECT i::INTEGER AS a, i * 1.5::DOUBLE AS b, i::BIGINT AS c, 'str' || i AS d, "
-                f"(i % 100)::SMALLINT AS e FROM range({int(2_000_000 * scale)}) t(i)")
-    return {"W2": "SELECT * FROM orders", "W3": "SELECT * FROM texts"}[workload]
+def run_client(words, sql):
+    """DuckDB's version, units, seconds."""
+    output = subprocess.run([str(word) for word in words], input=sql, check=True, capture_output=True, text=True).stdout
+    version, units, seconds = output.split()
+    return version.lstrip("v"), int(units), float(seconds)
 
 
-def measure(folder, rounds, scale):
-    """[(client, workload, [nanoseconds a cell of each round])], rounds interleaved."""
-    database = next(pathlib.Path(folder).glob("data-*.duckdb"))
-    clients = build_all()
-    figures = {(client, workload): [] for client in clients for workload in WORKLOADS}
-    for _ in range(rounds):
-        for (client, workload), rounds_done in figures.items():
-            output = subprocess.run([str(word) for word in clients[client](str(database))],
-                                    input=sql_of(workload, scale), check=True, capture_output=True, text=True).stdout
-            cells, seconds = output.split()
-            rounds_done.append(float(seconds) / int(cells) * 1e9)
-    return [(client, workload, done) for (client, workload), done in figures.items()]
+def keep_right_versions(clients, database, left_out):
+    """Those that bring the pinned DuckDB."""
+    right = {}
+    for client, command in clients.items():
+        version = run_client(command(database), "SELECT 1 AS one FROM range(20000)")[0]
+        if version == VERSION:
+            right[client] = command
+        else:
+            left_out.append(f"{client}: DuckDB {version}")
+    return right
 
 
-def table(rows, figures):
-    """Delivery: total less the bare drain of the same workload, minima, beside our cursors'."""
-    lines = ["| client | " + " | ".join(f"{w}, ns a cell" for w in WORKLOADS) + " |",
-             "|---|" + "---:|" * len(WORKLOADS)]
-    ours = {case: [f"{figures.delivery(w, case):.0f}" if figures.has(w, case) else "" for w in WORKLOADS]
-            for case in ("server cursor", "client cursor", "vectors", "value loop")}
-    for case, cells in ours.items():
-        lines.append(f"| {case} | " + " | ".join(cells) + " |")
-    for client in dict.fromkeys(client for client, _, _ in rows):
-        cells = [min(done) - figures.nanoseconds(w, "drain") for w in WORKLOADS
-                 for c, workload, done in rows if c == client and workload == w]
-        lines.append(f"| {client} | " + " | ".join(f"{cell:.0f}" for cell in cells) + " |")
-    return "\n".join(lines)
+def measure(get_query, run_ours, rounds, names, scale):
+    """Rounds of all clients and of our cases, in processes of their own and a new order each round, over those of
+    `names` that there are. `get_query(workload)` gives database and query, `run_ours(group, case)` the nanoseconds a
+    unit of one run."""
+    left_out = []
+    queries = {workload: get_query(workload) for workload in WORKLOADS if workload in names}
+    has_rows = "multi-row-W1" in names
+    if not queries and not has_rows:
+        sys.exit("--peers: the other clients read " + ", ".join(WORKLOADS) + " only")
+    rows_database, rows_query = get_query("W1")
+    clients = keep_right_versions(build_all(left_out), rows_database, left_out)
+    for line in left_out:
+        print(f"left out: {line}", file=sys.stderr)
+
+    def run_theirs(client, workload):
+        database, sql = queries[workload]
+        _, cells, seconds = run_client(clients[client](database), sql)
+        return seconds / cells * 1e9
+
+    def run_executemany():
+        words = [venv_python(), HERE / "python" / "executemany.py", rows_database,
+                 int(PARAMETER_ROWS * scale)]
+        _, rows, seconds = run_client(words, rows_query)
+        return seconds / rows * 1e9
+
+    cells, rows = {}, {}
+    for number in range(rounds):
+        print(f"other clients, round {number + 1} of {rounds} ...", file=sys.stderr, flush=True)
+        runs = [(cells, (case, workload), lambda c=case, w=workload: run_ours(w, c))
+                for case in report.OURS for workload in queries]
+        runs += [(cells, (client, workload), lambda c=client, w=workload: run_theirs(c, w))
+                 for client in clients for workload in queries]
+        if has_rows and "Python fetchall" in clients and number < EXECUTEMANY_ROUNDS:
+            runs += [(rows, "module", lambda: run_ours("multi-row-W1", "module")),
+                     (rows, "Python executemany", run_executemany)]
+        random.Random(number).shuffle(runs)
+        for figures, key, run in runs:
+            figures.setdefault(key, []).append(run())
+    # In the order in which they are named, not in which they came about.
+    order = [*report.OURS, *clients]
+    cells = dict(sorted(cells.items(), key=lambda item: (order.index(item[0][0]), item[0][1])))
+    return report.Peers(cells, rows, left_out)
+
+
+def first_line(*words):
+    try:
+        done = subprocess.run(words, capture_output=True, text=True, check=True)
+        return (done.stdout + done.stderr).splitlines()[0]
+    except (OSError, subprocess.CalledProcessError, IndexError):
+        return ""
+
+
+def describe():
+    """The languages' versions."""
+    lines = [first_line(sys.executable, "--version"), f"Node {first_line('node', '--version')}",
+             first_line("java", "-version"), first_line("go", "version"), first_line("rustc", "--version")]
+    return ", ".join(line for line in lines if line and not line.endswith(" "))

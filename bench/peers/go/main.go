@@ -1,4 +1,4 @@
-// Reads every cell of a query: peer DATABASE < SQL. Prints cells and seconds.
+// Reads every cell of a query: peer DATABASE < SQL. Prints DuckDB's version, cells and seconds.
 package main
 
 import (
@@ -43,8 +43,10 @@ func main() {
 	check(err)
 	db, err := sql.Open("duckdb", os.Args[1]+"?access_mode=read_only&threads=1")
 	check(err)
+	var version string
+	check(db.QueryRow("SELECT version()").Scan(&version))
 	read(db, "SELECT * FROM ("+string(query)+") LIMIT 10000")
 	start := time.Now()
 	cells := read(db, string(query))
-	fmt.Println(cells, time.Since(start).Seconds())
+	fmt.Println(version, cells, time.Since(start).Seconds())
 }

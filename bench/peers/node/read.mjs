@@ -1,18 +1,31 @@
-// Reads every cell of a query: read.mjs DATABASE < SQL. Prints cells and seconds.
+// Reads every cell of a query: read.mjs DATABASE MODE < SQL. Prints DuckDB's version, cells and seconds.
 import { DuckDBInstance } from '@duckdb/node-api';
 import { readFileSync } from 'node:fs';
 
+const [database, mode] = process.argv.slice(2);
 const sql = readFileSync(0, 'utf8');
-const instance = await DuckDBInstance.create(process.argv[2], { access_mode: 'READ_ONLY', threads: '1' });
+const instance = await DuckDBInstance.create(database, { access_mode: 'READ_ONLY', threads: '1' });
 const connection = await instance.connect();
-await (await connection.run(`SELECT * FROM (${sql}) LIMIT 10000`)).getRows();
 
-const start = performance.now();
-const rows = await (await connection.run(sql)).getRows();
-let cells = 0;
-for (const row of rows) {
-  for (const value of row) {
-    if (value !== undefined) cells++;
+function count(rows) {
+  let cells = 0;
+  for (const row of rows) {
+    for (const value of row) {
+      if (value !== undefined) cells++;
+    }
   }
+  return cells;
 }
-console.log(cells, (performance.now() - start) / 1000);
+
+async function read(query) {
+  if (mode === 'getRows') return count(await (await connection.run(query)).getRows());
+  let cells = 0;
+  for await (const rows of (await connection.stream(query)).yieldRows()) cells += count(rows);
+  return cells;
+}
+
+const version = (await (await connection.run('SELECT version()')).getRows())[0][0];
+await read(`SELECT * FROM (${sql}) LIMIT 10000`);
+const start = performance.now();
+const cells = await read(sql);
+console.log(version, cells, (performance.now() - start) / 1000);

@@ -1,4 +1,4 @@
-"""Reads every cell of a query: read.py DATABASE MODE < SQL. Prints cells and seconds."""
+"""Reads every cell of a query: read.py DATABASE MODE < SQL. Prints DuckDB's version, cells and seconds."""
 
 import sys
 import time
@@ -8,6 +8,7 @@ import duckdb
 database, mode = sys.argv[1:3]
 sql = sys.stdin.read()
 connection = duckdb.connect(database, read_only=True, config={"threads": "1"})
+version = connection.execute("SELECT version()").fetchone()[0]
 connection.execute(f"SELECT * FROM ({sql}) LIMIT 10000").fetchall()
 
 start = time.perf_counter()
@@ -21,4 +22,4 @@ else:
         for row in rows:
             for value in row:
                 cells += 1
-print(cells, time.perf_counter() - start)
+print(version, cells, time.perf_counter() - start)

@@ -1,0 +1,36 @@
+#!/usr/bin/env python3
+"""What the other clients are held to: DuckDB's version."""
+
+import re
+import sys
+import unittest
+
+import peers
+
+
+def echo(*words):
+    """A client that prints these."""
+    return lambda database: [sys.executable, "-c", f"print({' '.join(words)!r})"]
+
+
+class Versions(unittest.TestCase):
+    def test_go_names_the_pinned_duckdb(self):
+        manifest = (peers.HERE / "go" / "go.mod").read_text()
+        self.assertEqual([peers.packed_version()], re.findall(r"duckdb-go/v2 v2\.(\d+)\.\d+", manifest))
+
+    def test_rust_names_the_pinned_duckdb(self):
+        manifest = (peers.HERE / "rust" / "Cargo.toml").read_text()
+        self.assertEqual([peers.packed_version()], re.findall(r'duckdb = "=1\.(\d+)\.\d+"', manifest))
+
+    def test_a_client_with_another_duckdb_is_left_out(self):
+        clients = {"right": echo("v" + peers.VERSION, "5", "0.5"), "old": echo("v0.1.2", "5", "0.5")}
+        left_out = []
+        self.assertEqual({"right"}, set(peers.keep_right_versions(clients, "database", left_out)))
+        self.assertEqual(["old: DuckDB 0.1.2"], left_out)
+
+    def test_a_client_prints_version_units_and_seconds(self):
+        self.assertEqual(("1.2.3", 40, 0.25), peers.run_client(echo("v1.2.3", "40", "0.25")(""), ""))
+
+
+if __name__ == "__main__":
+    unittest.main()

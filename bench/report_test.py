@@ -1,0 +1,160 @@
+#!/usr/bin/env python3
+"""Ratios, targets and tables of report.py."""
+
+import unittest
+
+import report
+
+
+def line(group, case, seconds, units=100, **more):
+    return {"group": group, "case": case, "unit": "cell", "units": units, "seconds": seconds, "start_kib": 0,
+            "peak_kib": 0, **more}
+
+
+def delivery(group, **cases):
+    """Figures of one group in nanoseconds a cell, the same in both rounds."""
+    return [line(group, case.replace("_", " "), [cost * 100e-9] * 2) for case, cost in cases.items()]
+
+
+def sizes(cost, fixed=0.001, drain=10e-9):
+    """Lines of the group `sizes` for a server cursor that costs `cost(rows)` a cell and `fixed` seconds a query."""
+    lines = []
+    for rows, repeats in ((1, 2000), (10_000, 200), (1_000_000, 2)):
+        cells = 5 * rows * repeats
+        lines.append(line("sizes", f"drain {rows}", [repeats * 5e-4 + cells * drain], cells))
+        lines.append(line("sizes", f"server cursor {rows}",
+                          [repeats * (5e-4 + fixed) + cells * (drain + cost(rows))], cells))
+    return report.Figures(lines)
+
+
+def peers(**costs):
+    """A round with the drain at 10 ns a cell and the clients at these."""
+    cells = {("drain", "W1"): [10.0]}
+    cells.update({(client.replace("_", " "), "W1"): [cost] for client, cost in costs.items()})
+    return report.Peers(cells)
+
+
+class Ratios(unittest.TestCase):
+    def test_minima_are_compared_less_the_drain(self):
+        figures = report.Figures([line("W1", "drain", [10e-9, 30e-9], 1), line("W1", "server cursor", [40e-9, 30e-9], 1),
+                                  line("W1", "value loop", [110e-9, 130e-9], 1)])
+        self.assertAlmostEqual(0.2, figures.ratio("W1", "server cursor", "value loop", True))
+        self.assertAlmostEqual(30 / 110, figures.ratio("W1", "server cursor", "value loop", False))
+
+    def test_a_baseline_within_the_noise_reaches_no_target(self):
+        figures = report.Figures(delivery("W1", drain=30, server_cursor=40, value_loop=29))
+        target = report.ratio_targets(figures)[0]
+        self.assertEqual(("inf", False), (target.measured, target.reached))
+
+    def test_target_is_reached_up_to_its_limit(self):
+        for ours, reached in ((25, True), (26, False), (1, True)):
+            figures = report.Figures(delivery("W1", drain=0, server_cursor=ours, value_loop=100))
+            self.assertEqual([reached], [t.reached for t in report.ratio_targets(figures)], ours)
+
+    def test_medians_stand_beside(self):
+        figures = report.Figures([line("backup", "bare", [1, 2, 9], 1), line("backup", "module", [1, 3, 9], 1)])
+        ratio, = report.ratios(figures)
+        self.assertEqual((1, 1.5), (ratio.best, ratio.middle))
+
+    def test_what_was_not_measured_is_left_out(self):
+        figures = report.Figures(delivery("W1", server_cursor=25))
+        self.assertEqual([], report.ratios(figures))
+        self.assertEqual([], report.ratio_targets(figures))
+
+    def test_each_ratio_is_listed_once(self):
+        names = [entry[:3] for entry in report.RATIOS]
+        self.assertEqual(len(set(names)), len(names))
+
+
+class Sizes(unittest.TestCase):
+    def test_cost_of_a_cell_is_free_of_the_query_and_of_the_drain(self):
+        points = report.size_points(sizes(lambda rows: 40e-9))
+        self.assertEqual([10_000, 1_000_000], [rows for rows, _ in points])
+        for _, cost in points:
+            self.assertAlmostEqual(40, cost, places=6)
+
+    def test_flat_within_a_tenth(self):
+        for factor, reached in ((1.0, True), (1.09, True), (1.11, False), (0.9, False)):
+            figures = sizes(lambda rows: 40e-9 * (factor if rows > 10_000 else 1))
+            target = report.all_targets(figures)[-1]
+            self.assertIn("10,000 to 1,000,000 rows", target.what)
+            self.assertEqual(reached, target.reached, factor)
+
+    def test_a_cost_within_the_noise_is_not_flat(self):
+        self.assertEqual(float("inf"), report.flatness([(10, -1.0), (20, 1.0)]))
+
+
+class Memory(unittest.TestCase):
+    def targets(self, server, client):
+        memory = report.Memory({"units": 5_000, "peak_kib": server}, {"units": 5_000, "peak_kib": 1024},
+                               {"units": 1024, "start_kib": 100, "peak_kib": 100 + client})
+        return [t.reached for t in report.all_targets(report.Figures([]), memory) if "memory" in t.what]
+
+    def test_limits(self):
+        self.assertEqual([True, True], self.targets(11 * 1024, 56))
+        self.assertEqual([False, False], self.targets(11 * 1024 + 1, 57))
+
+    def test_units(self):
+        memory = report.Memory({"units": 5_000, "peak_kib": 3072}, {"units": 5_000, "peak_kib": 1024},
+                               {"units": 2048, "start_kib": 0, "peak_kib": 100})
+        self.assertEqual((1000, 2.0, 50.0), (memory.rows, memory.server_mib, memory.bytes_a_cell))
+
+
+class Interrupt(unittest.TestCase):
+    def test_limit(self):
+        for delay, reached in ((50, True), (50.1, False)):
+            figures = report.Figures([{"group": "interrupt", "case": "delay", "p99_ms": delay}])
+            self.assertEqual(reached, report.all_targets(figures)[-1].reached)
+
+
+class Peers(unittest.TestCase):
+    def reached(self, others):
+        return {target.what: target.reached for target in report.peer_targets(others)}
+
+    def test_server_cursor_must_be_below_the_fastest(self):
+        others = peers(server_cursor=30, client_cursor=50, Go=40, Rust=35)
+        self.assertTrue(self.reached(others)["W1: server cursor beside Rust, the fastest of them"])
+        others = peers(server_cursor=35, client_cursor=50, Go=40, Rust=35)
+        self.assertFalse(self.reached(others)["W1: server cursor beside Rust, the fastest of them"])
+
+    def test_client_cursor_must_be_below_the_clients_that_keep_the_rows(self):
+        reached = self.reached(peers(server_cursor=30, client_cursor=50, Python_fetchall=60, Node_getRows=45))
+        self.assertTrue(reached["W1: client cursor beside Python fetchall"])
+        self.assertFalse(reached["W1: client cursor beside Node getRows"])
+
+    def test_a_client_that_is_missing_is_told(self):
+        reached = self.reached(peers(server_cursor=30, client_cursor=50))
+        self.assertEqual({None}, set(reached.values()))
+        self.assertEqual(3, len(reached))
+
+    def test_rows_of_parameters_must_be_three_times_faster_than_executemany(self):
+        for ours, reached in (([100, 90], True), ([101], False)):
+            others = report.Peers({}, {"module": ours, "Python executemany": [300, 310]})
+            self.assertEqual([reached], [t.reached for t in report.peer_targets(others)], ours)
+
+    def test_delivery_is_less_the_drain_of_the_same_rounds(self):
+        others = report.Peers({("drain", "W1"): [10, 20, 30], ("Go", "W1"): [50, 70, 60]})
+        self.assertEqual(40, others.delivery("Go", "W1"))
+        self.assertEqual(40, others.delivery("Go", "W1", pick=max))
+        self.assertIn("| Go | 40 / 40 |", report.peer_table(others))
+
+    def test_without_clients_they_are_told_not_measured(self):
+        self.assertIn(("other clients", None), [(t.what, t.reached) for t in report.all_targets(report.Figures([]))])
+
+
+class Tables(unittest.TestCase):
+    def test_verdicts(self):
+        targets = [report.Target("a", "1", "2", True), report.Target("b", "3", "2", False), report.Target("c", "", "2", None)]
+        rows = report.target_table(targets).splitlines()
+        self.assertEqual("|---|---:|---:|---|", rows[1])
+        self.assertEqual(["| a | 1 | 2 | yes |", "| b | 3 | 2 | **no** |", "| c |  | 2 | not measured |"], rows[2:])
+
+    def test_cases_have_their_delivery_where_there_is_a_drain(self):
+        figures = report.Figures(delivery("W1", drain=10, vectors=30) + delivery("backup", bare=5))
+        rows = report.case_table(figures).splitlines()[2:]
+        self.assertEqual(["| W1 | drain | cell | 100 | 10.0 | 10.0 |  |", "| W1 | vectors | cell | 100 | 30.0 | 30.0 | 20.0 |",
+                          "| backup | bare | cell | 100 | 5.0 | 5.0 |  |"], rows)
+
+
+if __name__ == "__main__":
+    unittest.main()
