@@ -22,7 +22,8 @@ def line(x1, y1, x2, y2, colour="#333", width=1):
 
 
 def ratio_chart(ratios):
-    """Bars, each with a stroke at its target."""
+    """Bars, each with a stroke at its target. What noise has made infinite has none."""
+    ratios = [r for r in ratios if math.isfinite(r.best)]
     row, left = 24, 330
     top = max([r.best for r in ratios] + [r.most for r in ratios if r.most] + [1e-9])
     scale = (WIDTH - left - 70) / top
@@ -31,7 +32,7 @@ def ratio_chart(ratios):
         y = 32 + i * row
         colour = BLUE if r.most is None or r.best <= r.most else RED
         parts.append(text(left - 8, y + 14, f"{r.group}: {r.case} / {r.baseline}", "end"))
-        parts.append(f'<rect x="{left}" y="{y}" width="{r.best * scale:.1f}" height="{row - 6}" fill="{colour}"/>')
+        parts.append(f'<rect x="{left}" y="{y}" width="{max(r.best, 0) * scale:.1f}" height="{row - 6}" fill="{colour}"/>')
         parts.append(text(left + max(r.best, r.most or 0) * scale + 4, y + 14, f"{r.best:.2f}"))
         if r.most:
             x = left + r.most * scale

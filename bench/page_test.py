@@ -8,6 +8,7 @@ import tempfile
 import unittest
 import xml.etree.ElementTree
 
+import charts
 import report
 from report_test import line, peers, sizes
 
@@ -58,6 +59,13 @@ class Page(unittest.TestCase):
             self.assertIn(f"]({name})", self.files["figures.md"])
             root = xml.etree.ElementTree.fromstring(self.files[name])
             self.assertTrue(root.tag.endswith("svg"))
+
+    def test_a_ratio_without_a_number_has_no_bar(self):
+        ratios = [report.Ratio("a", "b", "c", best, best, 1.0) for best in (float("inf"), -0.5, 0.5)]
+        chart = charts.ratio_chart(ratios)
+        self.assertNotIn("inf", chart)
+        self.assertEqual(2, chart.count("a: b / c"))
+        self.assertNotIn('width="-', chart)
 
     def test_a_bar_beyond_its_target_is_red(self):
         self.assertEqual(len([r for r in report.RATIOS if r[4]]), self.files["ratios.svg"].count("#c0504d"))

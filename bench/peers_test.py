@@ -32,5 +32,26 @@ class Versions(unittest.TestCase):
         self.assertEqual(("1.2.3", 40, 0.25), peers.run_client(echo("v1.2.3", "40", "0.25")(""), ""))
 
 
+class Rounds(unittest.TestCase):
+    def test_each_plan_runs_once_a_round_up_to_its_most(self):
+        order = []
+
+        def plan(name, most):
+            return lambda: order.append(name) or len(order), most
+
+        figures, failed = peers.run_rounds({"a": plan("a", 9), "b": plan("b", 9), "c": plan("c", 1)}, 3)
+        self.assertEqual([3, 3, 1], [len(figures[key]) for key in "abc"])
+        self.assertEqual([set("abc"), set("ab"), set("ab")], [set(order[:3]), set(order[3:5]), set(order[5:])])
+        self.assertEqual({}, failed)
+
+    def test_a_plan_that_fails_leaves_the_others(self):
+        def fail():
+            raise ValueError("no figure")
+
+        figures, failed = peers.run_rounds({"good": (lambda: 1.0, 2), "bad": (fail, 2)}, 2)
+        self.assertEqual({"good": [1.0, 1.0]}, figures)
+        self.assertEqual(["bad"], list(failed))
+
+
 if __name__ == "__main__":
     unittest.main()

@@ -127,6 +127,13 @@ class Peers(unittest.TestCase):
         self.assertEqual({None}, set(reached.values()))
         self.assertEqual(3, len(reached))
 
+    def test_a_client_that_failed_on_a_workload_is_no_rival_there(self):
+        others = peers(server_cursor=30, client_cursor=50, Go=40)
+        others.cells.update({("drain", "W2"): [5], ("server cursor", "W2"): [20], ("client cursor", "W2"): [30]})
+        reached = self.reached(others)
+        self.assertTrue(reached["W1: server cursor beside Go, the fastest of them"])
+        self.assertIsNone(reached["W2: server cursor beside every other client"])
+
     def test_rows_of_parameters_must_be_three_times_faster_than_executemany(self):
         for ours, reached in (([100, 90], True), ([101], False)):
             others = report.Peers({}, {"module": ours, "Python executemany": [300, 310]})

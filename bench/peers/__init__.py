@@ -4,6 +4,7 @@ Each is one small program under this folder that takes the database as its argum
 input, and prints DuckDB's version, the cells that it read and the seconds from handing in the query to the last cell.
 Those that cannot be built here, or that bring another DuckDB, are left out, and said so."""
 
+import functools
 import os
 import pathlib
 import random
@@ -125,19 +126,32 @@ def keep_right_versions(clients, database, left_out):
     return right
 
 
+def run_rounds(plans, rounds):
+    """{key: figures} of the plans {key: (what gives a figure, the most rounds of it)}, each round in an order of its
+    own, and {key: error} of those that failed once."""
+    figures, failed = {key: [] for key in plans}, {}
+    for number in range(rounds):
+        print(f"other clients, round {number + 1} of {rounds} ...", file=sys.stderr, flush=True)
+        keys = [key for key, (_, most) in plans.items() if number < most and key not in failed]
+        random.Random(number).shuffle(keys)
+        for key in keys:
+            try:
+                figures[key].append(plans[key][0]())
+            except (ValueError, subprocess.CalledProcessError) as error:
+                failed[key] = error
+    return {key: done for key, done in figures.items() if key not in failed}, failed
+
+
 def measure(get_query, run_ours, rounds, names, scale):
-    """Rounds of all clients and of our cases, in processes of their own and a new order each round, over those of
-    `names` that there are. `get_query(workload)` gives database and query, `run_ours(group, case)` the nanoseconds a
-    unit of one run."""
-    left_out = []
+    """Rounds of all clients and of our cases, in processes of their own, over those of `names` that there are.
+    `get_query(workload)` gives database and query, `run_ours(group, case)` the nanoseconds a unit of one run."""
     queries = {workload: get_query(workload) for workload in WORKLOADS if workload in names}
     has_rows = "multi-row-W1" in names
     if not queries and not has_rows:
         sys.exit("--peers: the other clients read " + ", ".join(WORKLOADS) + " only")
     rows_database, rows_query = get_query("W1")
+    left_out = []
     clients = keep_right_versions(build_all(left_out), rows_database, left_out)
-    for line in left_out:
-        print(f"left out: {line}", file=sys.stderr)
 
     def run_theirs(client, workload):
         database, sql = queries[workload]
@@ -145,28 +159,23 @@ def measure(get_query, run_ours, rounds, names, scale):
         return seconds / cells * 1e9
 
     def run_executemany():
-        words = [venv_python(), HERE / "python" / "executemany.py", rows_database,
-                 int(PARAMETER_ROWS * scale)]
+        words = [venv_python(), HERE / "python" / "executemany.py", rows_database, int(PARAMETER_ROWS * scale)]
         _, rows, seconds = run_client(words, rows_query)
         return seconds / rows * 1e9
 
-    cells, rows = {}, {}
-    for number in range(rounds):
-        print(f"other clients, round {number + 1} of {rounds} ...", file=sys.stderr, flush=True)
-        runs = [(cells, (case, workload), lambda c=case, w=workload: run_ours(w, c))
-                for case in report.OURS for workload in queries]
-        runs += [(cells, (client, workload), lambda c=client, w=workload: run_theirs(c, w))
-                 for client in clients for workload in queries]
-        if has_rows and "Python fetchall" in clients and number < EXECUTEMANY_ROUNDS:
-            runs += [(rows, "module", lambda: run_ours("multi-row-W1", "module")),
-                     (rows, "Python executemany", run_executemany)]
-        random.Random(number).shuffle(runs)
-        for figures, key, run in runs:
-            figures.setdefault(key, []).append(run())
-    # In the order in which they are named, not in which they came about.
-    order = [*report.OURS, *clients]
-    cells = dict(sorted(cells.items(), key=lambda item: (order.index(item[0][0]), item[0][1])))
-    return report.Peers(cells, rows, left_out)
+    plans = {(case, workload): (functools.partial(run_ours, workload, case), rounds)
+             for case in report.OURS for workload in queries}
+    plans.update({(client, workload): (functools.partial(run_theirs, client, workload), rounds)
+                  for client in clients for workload in queries})
+    if has_rows and "Python fetchall" in clients:
+        plans["module", "rows"] = (functools.partial(run_ours, "multi-row-W1", "module"), EXECUTEMANY_ROUNDS)
+        plans["Python executemany", "rows"] = (run_executemany, EXECUTEMANY_ROUNDS)
+    figures, failed = run_rounds(plans, rounds)
+    left_out += [f"{client}, {what}: {error}" for (client, what), error in failed.items()]
+    for line in left_out:
+        print(f"left out: {line}", file=sys.stderr)
+    return report.Peers({key: done for key, done in figures.items() if key[1] != "rows"},
+                        {client: done for (client, what), done in figures.items() if what == "rows"}, left_out)
 
 
 def first_line(*words):
