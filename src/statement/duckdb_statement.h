@@ -127,8 +127,10 @@ class DuckDBStatement final : public nbx::mrsql::I_DuckDBStatement,
     // Executing.
     /** The one way to execute. Gives the changed rows of the last pass that reports any, or 0. */
     int64_t RunPrepared() NBX_REQUIRES(gEngineLock);
-    void RunRows(int64_t& rows_changed) NBX_REQUIRES(gEngineLock);
-    void RunOnce(int64_t& rows_changed) NBX_REQUIRES(gEngineLock);
+    int64_t RunRows() NBX_REQUIRES(gEngineLock);
+    void RunOnce();
+    /** Of the result that is held; 0 for a statement that changes none. */
+    int64_t GetRowsChanged();
 
     /** The database, or null when the statement has lost it. */
     DuckDBDatabase* get_Attached() const noexcept {

@@ -83,43 +83,48 @@ int64_t DuckDBStatement::Execute() {
 
 int64_t DuckDBStatement::RunPrepared() {
     RequireDatabase().ClearInterrupted();
-    int64_t rows_changed = 0;
     if (parameter_rows_) {
-        RunRows(rows_changed);
-        return rows_changed;
+        return RunRows();
     }
-    if (prepared_) {
-        if (parameters_) {
-            BindStoredParameters();
-        }
-        RunOnce(rows_changed);
+    if (!prepared_) {
+        return 0;
     }
-    return rows_changed;
+    if (parameters_) {
+        BindStoredParameters();
+    }
+    RunOnce();
+    return GetRowsChanged();
 }
 
-void DuckDBStatement::RunRows(int64_t& rows_changed) {
+int64_t DuckDBStatement::RunRows() {
     // Held apart: whoever stores other rows meanwhile must not take these away.
     const nbx::smart_ptr<nbx::ValueRows> rows = parameter_rows_;
+    bool has_run = false;
     for (std::size_t i = 0; i < rows->get_Count(); ++i) {
         if (i > 0) {
             database_->ThrowIfInterrupted();
         }
         ApplyParameters(rows->get_Item(i));
         if (prepared_) {
-            RunOnce(rows_changed);
+            RunOnce();
+            has_run = true;
         }
     }
+    // Asked once: only the last run counts, and the answer takes DuckDB as long as several binds.
+    return has_run ? GetRowsChanged() : 0;
 }
 
-void DuckDBStatement::RunOnce(int64_t& rows_changed) {
+void DuckDBStatement::RunOnce() {
     if (database_->ExecutePrepared(prepared_.get(), result_.Receive()) != DuckDBSuccess) {
         const std::string error = TextOr(duckdb_result_error(result_.get()), "Unknown execute error");
         database_->ThrowIfInterrupted();
         database_->ThrowError(error);
     }
-    if (duckdb_result_return_type(*result_) == DUCKDB_RESULT_TYPE_CHANGED_ROWS) {
-        rows_changed = static_cast<int64_t>(duckdb_rows_changed(result_.get()));
-    }
+}
+
+int64_t DuckDBStatement::GetRowsChanged() {
+    const bool is_change = duckdb_result_return_type(*result_) == DUCKDB_RESULT_TYPE_CHANGED_ROWS;
+    return is_change ? static_cast<int64_t>(duckdb_rows_changed(result_.get())) : 0;
 }
 
 nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor> DuckDBStatement::OpenCursor(uint32_t cursor_location) {
