@@ -44,6 +44,8 @@ INLINE = {
 }
 NOT_RUN = {
     "scripts/bench": "measures for half an hour",
+    "scripts/bench --peers": "measures for half an hour, and builds the other clients first",
+    "scripts/bench --gate": "is a stage of .ci/run by itself",
     "scripts/check-package": "needs root, and a network the first time",
     ".ci/run": "is what runs this test",
     ".ci/run format tidy": "is what runs this test",
