@@ -37,6 +37,15 @@ TEST_F(MultiRowTest, AnEmptyRowSetExecutesNothing) {
     EXPECT_EQ(statement->OpenCursor(1), nullptr);
 }
 
+TEST_F(MultiRowTest, AnEmptyRowSetDoesNotTellTheCountOfAnOlderRun) {
+    auto statement = Prepared("INSERT INTO seen VALUES ('a', $1)");
+    statement->put_ParameterRows(Rows({Row({Str("b")})}));
+    EXPECT_EQ(statement->Execute(), 1);
+    statement->put_ParameterRows(Rows({}));
+    EXPECT_EQ(statement->Execute(), 0);
+    EXPECT_EQ(Scalar("SELECT count(*) FROM seen"), "1");
+}
+
 TEST_F(MultiRowTest, AnEmptyRowSetOpensNoCursorOverAnOlderResult) {
     auto statement = Prepared("SELECT 1");
     statement->Execute();
