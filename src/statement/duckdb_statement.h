@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "database/child_lists.h"
+#include "duckdb_plain/bindable_statement.h"
 #include "duckdb_plain/holders.h"
 #include "host/engine_lock.h"
 #include "nbx/foreign_plugin.h"
@@ -151,7 +152,7 @@ class DuckDBStatement final : public nbx::mrsql::I_DuckDBStatement,
     uint64_t next_index_ = 0;
     /** The statement at `next_index_` was taken out of the extracted list by a preparation that failed. */
     bool is_next_consumed_ = false;
-    duckdb_plain::PreparedHolder prepared_;
+    duckdb_plain::BindableStatement prepared_;
     duckdb_plain::ResultHolder result_;
 };
 

@@ -37,7 +37,7 @@ const uint8_t* Bytes(const void* data, uint64_t length) {
 }  // namespace
 
 void DuckDBStatement::ClearPreparedBindings() {
-    if (duckdb_clear_bindings(prepared_.get()) != DuckDBSuccess) {
+    if (prepared_.ClearBindings() != DuckDBSuccess) {
         ThrowStatementError("Failed to clear statement bindings");
     }
 }
@@ -88,7 +88,7 @@ void DuckDBStatement::BindStoredParameters() {
     BindValueArray(prepared_.get(), parameters_.get(), *database_);
 }
 
-/** One typed bind: `bind` is given the prepared statement and calls DuckDB. What DuckDB refuses by
+/** One typed bind: `bind` calls DuckDB for the prepared statement. What DuckDB refuses by
     throwing is the bind's error with DuckDB's text; what never reaches DuckDB, with our own. */
 template <class Bind>
 void DuckDBStatement::BindTyped(const char* type_word, Bind&& bind) {
@@ -97,7 +97,7 @@ void DuckDBStatement::BindTyped(const char* type_word, Bind&& bind) {
         return;
     }
     try {
-        if (bind(prepared_.get()) == DuckDBSuccess) {
+        if (bind() == DuckDBSuccess) {
             return;
         }
     } catch (const NotAValue&) {
@@ -111,22 +111,21 @@ void DuckDBStatement::BindTyped(const char* type_word, Bind&& bind) {
 /** The same where DuckDB takes the arguments as they are. */
 template <auto kBind, class... Arguments>
 void DuckDBStatement::BindDirect(const char* type_word, uint32_t index, Arguments... arguments) {
-    BindTyped(type_word,
-              [&](duckdb_prepared_statement prepared) { return kBind(prepared, index, arguments...); });
+    BindTyped(type_word, [&] { return prepared_.Bind<kBind>(index, arguments...); });
 }
 
 /** The same for the types that DuckDB takes as a value only. */
 template <class MakeValue>
 void DuckDBStatement::BindMadeValue(const char* type_word, uint32_t index, MakeValue&& make_value) {
-    BindTyped(type_word, [&](duckdb_prepared_statement prepared) {
+    BindTyped(type_word, [&] {
         const ValueHolder value(make_value());
         Require(static_cast<bool>(value));
-        return duckdb_bind_value(prepared, index, value.get());
+        return duckdb_bind_value(prepared_.get(), index, value.get());
     });
 }
 
 void DuckDBStatement::BindNull(uint32_t index) {
-    BindDirect<duckdb_bind_null>("NULL", index);
+    BindTyped("NULL", [&] { return duckdb_bind_null(prepared_.get(), index); });
 }
 
 void DuckDBStatement::BindBoolean(uint32_t index, bool value) {
@@ -175,10 +174,10 @@ void DuckDBStatement::BindUHugeInt(uint32_t index, uint64_t lower, uint64_t uppe
 
 void DuckDBStatement::BindDecimal(uint32_t index, uint8_t width, uint8_t scale, uint64_t lower,
                                   int64_t upper) {
-    BindTyped("DECIMAL", [&](auto prepared) {
+    BindTyped("DECIMAL", [&] {
         const duckdb_hugeint number{lower, upper};
         Require(duckdb_plain::IsValidDecimal(width, scale, number));
-        return duckdb_bind_decimal(prepared, index, duckdb_decimal{width, scale, number});
+        return prepared_.Bind<duckdb_bind_decimal>(index, duckdb_decimal{width, scale, number});
     });
 }
 
@@ -191,15 +190,15 @@ void DuckDBStatement::BindDouble(uint32_t index, double value) {
 }
 
 void DuckDBStatement::BindDate(uint32_t index, int32_t year, int8_t month, int8_t day) {
-    BindTyped("DATE", [&](auto prepared) {
-        return duckdb_bind_date(prepared, index, duckdb_to_date(duckdb_date_struct{year, month, day}));
+    BindTyped("DATE", [&] {
+        return prepared_.Bind<duckdb_bind_date>(index, duckdb_to_date(duckdb_date_struct{year, month, day}));
     });
 }
 
 void DuckDBStatement::BindTime(uint32_t index, int64_t micros) {
-    BindTyped("TIME", [&](auto prepared) {
+    BindTyped("TIME", [&] {
         Require(duckdb_plain::IsValidTime(micros));
-        return duckdb_bind_time(prepared, index, duckdb_time{micros});
+        return prepared_.Bind<duckdb_bind_time>(index, duckdb_time{micros});
     });
 }
 
@@ -245,15 +244,17 @@ void DuckDBStatement::BindInterval(uint32_t index, int32_t months, int32_t days,
 }
 
 void DuckDBStatement::BindVarchar(uint32_t index, const nbx::String& value) {
-    BindTyped("VARCHAR", [&](auto prepared) {
+    BindTyped("VARCHAR", [&] {
         const nbx::StFromUTF16 text(value, nbx::GetConverter_UTF8());
-        return duckdb_bind_varchar_length(prepared, index, text.c_str(), text.get_Length());
+        return prepared_.Bind<duckdb_bind_varchar_length>(index, text.c_str(), idx_t{text.get_Length()});
     });
 }
 
 void DuckDBStatement::BindBlob(uint32_t index, const void* data, uint64_t length) {
-    BindTyped("BLOB",
-              [&](auto prepared) { return duckdb_bind_blob(prepared, index, Bytes(data, length), length); });
+    BindTyped("BLOB", [&] {
+        const void* bytes = Bytes(data, length);
+        return prepared_.Bind<duckdb_bind_blob>(index, bytes, idx_t{length});
+    });
 }
 
 void DuckDBStatement::BindBit(uint32_t index, const void* data, uint64_t length) {
