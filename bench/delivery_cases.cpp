@@ -124,6 +124,36 @@ uint64_t ReadFlatArray(const RandomReads& reads) {
     return reads.places.size();
 }
 
+/** The least that can stand between a host and the values of such an array: one virtual call, which gives a
+    reference of the host's own. */
+class CellSource {
+  public:
+    virtual ~CellSource() = default;
+    virtual nbx::smart_ptr<nbx::I_Value> get_Value(uint32_t cell) = 0;
+};
+
+class FlatArraySource final : public CellSource {
+  public:
+    explicit FlatArraySource(const std::vector<nbx::I_Value*>& values) : values_(values) {}
+    nbx::smart_ptr<nbx::I_Value> get_Value(uint32_t cell) override {
+        return nbx::smart_ptr<nbx::I_Value>(values_[cell]);
+    }
+
+  private:
+    const std::vector<nbx::I_Value*>& values_;
+};
+
+uint64_t ReadCellSource(const RandomReads& reads) {
+    FlatArraySource array(reads.fixture.kept.get());
+    CellSource* source = &array;
+    // The compiler is not to know which class it is.
+    asm volatile("" : "+r"(source));
+    for (const Place& place : reads.places) {
+        Consume(source->get_Value(place.cell)->get_TypeCode());
+    }
+    return reads.places.size();
+}
+
 uint64_t ReadClientCursor(const RandomReads& reads) {
     I_DuckDBCursor& cursor = *reads.fixture.cursor;
     for (const Place& place : reads.places) {
@@ -159,6 +189,7 @@ Group MakeRandomReadGroup(const std::string& name, const Options& options) {
         reads->places = ChoosePlaces(*fixture.cursor);
     };
     group.cases = {{"flat array", [reads] { return ReadFlatArray(*reads); }, nullptr},
+                   {"flat array, virtual call", [reads] { return ReadCellSource(*reads); }, nullptr},
                    {"client cursor", [reads] { return ReadClientCursor(*reads); }, nullptr}};
     group.check = [reads, name] { CheckPlaces(name, *reads); };
     return group;

@@ -88,7 +88,7 @@ void MeasureGroup(const Group& group, const Options& options) {
     std::vector<std::size_t> order;
     for (std::size_t i = 0; i < group.cases.size(); ++i) {
         if (options.only_case.empty() || options.only_case == group.cases[i].name) {
-            order.push_back(i);
+            order.insert(order.end(), group.cases[i].runs_in_round, i);
         }
     }
     if (order.empty()) {

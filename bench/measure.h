@@ -14,6 +14,8 @@ struct Case {
     std::function<uint64_t()> run;
     /** Runs after every measured run, outside the clock. */
     std::function<void()> clean_up;
+    /** So often in a round: more for a short run, whose minimum is steady only then. */
+    unsigned runs_in_round = 1;
 };
 
 /** Cases that are compared with each other: measured in interleaved rounds, in a new order each round. */

@@ -11,7 +11,8 @@ RATIOS = [
     ("W4", "client cursor", "value loop, kept", True, None),
     *[(w, "server cursor", "vectors", True, None) for w in ("W1", "W2", "W2-parquet", "W3")],
     *[(w, "client cursor", "vectors, kept", True, None) for w in ("W1", "W2", "W2-parquet", "W3")],
-    *[(f"random-{w}", "client cursor", "flat array", False, 1.30) for w in ("W1", "W2", "W3")],
+    *[(f"random-{w}", "client cursor", "flat array, virtual call", False, 1.30) for w in ("W1", "W2", "W3")],
+    *[(f"random-{w}", "client cursor", "flat array", False, None) for w in ("W1", "W2", "W3")],
     *[(f"fetch_parquet-{w}", "procedure", "vectors", True, 1.25) for w in ("W1", "W2", "W3")],
     *[(f"fetch_duckdb-{w}", "procedure", "vectors", True, 1.25) for w in ("W1", "W2", "W3")],
     # DuckDB's casts of nested cells to text are nearly all of it, so the drain cannot be taken off.
@@ -86,18 +87,18 @@ def ratio_targets(figures):
             for r in ratios(figures) if r.most is not None]
 
 
-def size_points(figures, pick=min):
-    """[(rows, nanoseconds a cell)] of the server cursor less the drain, less what a query costs whatever its
-    size, which a result of one row shows."""
-    def seconds(case, rows):
-        line = figures.cases["sizes", f"{case} {rows}"]
+def size_points(figures, case="server cursor", pick=min):
+    """[(rows, nanoseconds a cell)] of the case less the drain, less what a query costs whatever its size, which a
+    result of one row shows."""
+    def seconds(name, rows):
+        line = figures.cases["sizes", f"{name} {rows}"]
         return pick(line["seconds"]) / line["units"] * rows
 
     def above_drain(rows):
-        return seconds("server cursor", rows) - seconds("drain", rows)
+        return seconds(case, rows) - seconds("drain", rows)
 
-    sizes = sorted(int(case.split()[-1]) for group, case in figures.cases
-                   if group == "sizes" and case.startswith("drain"))
+    sizes = sorted(int(name.split()[-1]) for group, name in figures.cases
+                   if group == "sizes" and name.startswith("drain"))
     columns = 5
     return [(rows, (above_drain(rows) - above_drain(1)) * columns / (columns * (rows - 1)) * 1e9)
             for rows in sizes if rows > 1]
@@ -226,9 +227,10 @@ def case_table(figures):
 
 
 def size_table(figures):
-    middle = dict(size_points(figures, statistics.median))
-    return table([">rows", ">ns a cell, of minima", ">of medians"],
-                 [(f"{rows:,}", f"{cost:.1f}", f"{middle[rows]:.1f}") for rows, cost in size_points(figures)])
+    columns = [dict(size_points(figures, case, pick)) for case in ("server cursor", "vectors")
+               for pick in (min, statistics.median)]
+    return table([">rows", ">server cursor, ns a cell, of minima", ">of medians", ">vectors, of minima", ">of medians"],
+                 [(f"{rows:,}", *[f"{column[rows]:.1f}" for column in columns]) for rows in columns[0]])
 
 
 def peer_table(peers):

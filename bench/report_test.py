@@ -17,13 +17,15 @@ def delivery(group, **cases):
 
 
 def sizes(cost, fixed=0.001, drain=10e-9):
-    """Lines of the group `sizes` for a server cursor that costs `cost(rows)` a cell and `fixed` seconds a query."""
+    """Lines of the group `sizes` for a server cursor that costs `cost(rows)` a cell and `fixed` seconds a query, and
+    for vectors that cost half."""
     lines = []
     for rows, repeats in ((1, 2000), (10_000, 200), (1_000_000, 2)):
         cells = 5 * rows * repeats
         lines.append(line("sizes", f"drain {rows}", [repeats * 5e-4 + cells * drain], cells))
-        lines.append(line("sizes", f"server cursor {rows}",
-                          [repeats * (5e-4 + fixed) + cells * (drain + cost(rows))], cells))
+        for case, share in (("server cursor", 1), ("vectors", 0.5)):
+            lines.append(line("sizes", f"{case} {rows}",
+                              [repeats * (5e-4 + share * fixed) + cells * (drain + share * cost(rows))], cells))
     return report.Figures(lines)
 
 
@@ -68,10 +70,14 @@ class Ratios(unittest.TestCase):
 
 class Sizes(unittest.TestCase):
     def test_cost_of_a_cell_is_free_of_the_query_and_of_the_drain(self):
-        points = report.size_points(sizes(lambda rows: 40e-9))
-        self.assertEqual([10_000, 1_000_000], [rows for rows, _ in points])
-        for _, cost in points:
-            self.assertAlmostEqual(40, cost, places=6)
+        for case, expected in (("server cursor", 40), ("vectors", 20)):
+            points = report.size_points(sizes(lambda rows: 40e-9), case)
+            self.assertEqual([10_000, 1_000_000], [rows for rows, _ in points])
+            for _, cost in points:
+                self.assertAlmostEqual(expected, cost, places=6)
+
+    def test_the_table_shows_the_cursor_and_the_vectors(self):
+        self.assertIn("| 10,000 | 40.0 | 40.0 | 20.0 | 20.0 |", report.size_table(sizes(lambda rows: 40e-9)))
 
     def test_flat_within_a_tenth(self):
         for factor, reached in ((1.0, True), (1.09, True), (1.11, False), (0.9, False)):

@@ -20,6 +20,11 @@ constexpr uint64_t kRowsInRound = 2'000'000;
 /** A result of one row is all fixed cost, which is some hundred microseconds. */
 constexpr uint64_t kQueriesInRound = 2'000;
 
+/** More of the shorter runs: all together they take about as long as the longest. */
+unsigned RunsInRound(uint64_t rows) {
+    return rows <= 1'000'000 ? 5 : rows <= 10'000'000 ? 3 : 1;
+}
+
 /** Rows of the results; one row is the fixed cost of a query. */
 constexpr uint64_t kSizes[] = {1, 10'000, 100'000, 1'000'000, 10'000'000, 100'000'000};
 
@@ -48,15 +53,15 @@ Group MakeSizeGroup(const Options& options) {
             full == 1 ? Scaled(kQueriesInRound, options) : std::max<uint64_t>(1, kRowsInRound / full);
         const std::string sql = GetMixedQuery(rows);
         const std::string suffix = " " + std::to_string(rows);
-        group.cases.push_back(
-            {"drain" + suffix,
-             [=] { return Repeat(repeats, [&] { return Drain(fixture->bare->get(), sql); }); }, nullptr});
-        group.cases.push_back(
-            {"server cursor" + suffix,
-             [=, text = nbx::String(sql.c_str())] {
-                 return Repeat(repeats, [&] { return ReadThroughServerCursor(*fixture->database, text); });
-             },
-             nullptr});
+        const auto add = [&](const char* name, const auto& read_once) {
+            group.cases.push_back(
+                {name + suffix, [=] { return Repeat(repeats, read_once); }, nullptr, RunsInRound(full)});
+        };
+        add("drain", [=] { return Drain(fixture->bare->get(), sql); });
+        add("vectors", [=] { return VectorLoop(fixture->bare->get(), sql); });
+        add("server cursor", [=, text = nbx::String(sql.c_str())] {
+            return ReadThroughServerCursor(*fixture->database, text);
+        });
     }
     return group;
 }
