@@ -99,7 +99,8 @@ bool Restore(const ProcedureRegistry& registry, const std::string& database, con
     const std::vector<ExportedTable> tables = ReadExport(folder);
     {
         const InterruptWatch watch([] { fmt::print(stderr, "\nA restore cannot be interrupted.\n"); },
-                                   [&] { return DescribeSize(GetFolderSize(folder)) + " to read"; });
+                                   [&] { return DescribeSize(GetFolderSize(folder)) + " to read"; },
+                                   "cannot be interrupted");
         GetExtension()->RestoreDatabase(MakeLocation(database), MakeLocation(folder));
     }
     PrintHeading(report, folder);

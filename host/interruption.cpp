@@ -72,9 +72,10 @@ bool TakeInterrupt() {
     return ::read(get_InterruptDescriptor(), &info, sizeof info) == static_cast<ssize_t>(sizeof info);
 }
 
-InterruptWatch::InterruptWatch(std::function<void()> on_interrupt, Describe describe)
+InterruptWatch::InterruptWatch(std::function<void()> on_interrupt, Describe describe, const char* about_key)
     : on_interrupt_(std::move(on_interrupt)),
       describe_(std::move(describe)),
+      about_key_(about_key),
       has_progress_(isatty(STDERR_FILENO) == 1 && isatty(STDOUT_FILENO) == 1),
       stop_descriptor_(MakeStopDescriptor()) {
     thread_ = std::thread([this] { Run(); });
@@ -107,8 +108,11 @@ void InterruptWatch::ShowProgress(int seconds, std::size_t step) {
         return;
     }
     const std::string detail = describe_ ? describe_() : std::string();
-    fmt::print(stderr, "{}{} {} s{}{}  (Ctrl-C interrupts)", kClearLine, kSpinner[step % kSpinner.size()],
-               seconds, detail.empty() ? "" : ", ", detail);
+    fmt::print(stderr, "{}{} {} s{}{}", kClearLine, kSpinner[step % kSpinner.size()], seconds,
+               detail.empty() ? "" : ", ", detail);
+    if (!about_key_.empty()) {
+        fmt::print(stderr, "  ({})", about_key_);
+    }
     std::fflush(stderr);
 }
 

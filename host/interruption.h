@@ -26,7 +26,12 @@ class InterruptWatch {
     /** What the line of progress says behind the seconds; may be empty. */
     using Describe = std::function<std::string()>;
 
-    explicit InterruptWatch(std::function<void()> on_interrupt, Describe describe = nullptr);
+    /** What the line of progress says of the key where it ends what runs. */
+    static constexpr const char* kInterrupts = "Ctrl-C interrupts";
+
+    /** `about_key` is what the line says of the key; empty where it does nothing. */
+    explicit InterruptWatch(std::function<void()> on_interrupt, Describe describe = nullptr,
+                            const char* about_key = kInterrupts);
     /** Interrupts what the database runs. */
     explicit InterruptWatch(const DatabasePtr& database);
     ~InterruptWatch();
@@ -43,6 +48,7 @@ class InterruptWatch {
 
     std::function<void()> on_interrupt_;
     Describe describe_;
+    std::string about_key_;
     std::atomic<bool> is_interrupted_{false};
     std::atomic<bool> has_progress_;
     int stop_descriptor_;

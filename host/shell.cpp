@@ -215,7 +215,7 @@ void Shell::Open(const std::string& path, std::string name) {
     for (int number = 2; Find(name) != databases_.end(); ++number) {
         name = fmt::format("{}_{}", wanted, number);
     }
-    const InterruptWatch watch([] {});
+    const InterruptWatch watch([] {}, nullptr, "");
     DatabasePtr database = OpenDatabase(path, IfMissing::kCreate);
     if (database->get_IsReadOnly()) {
         PrintError(fmt::format("{} is open for reading only: it may not be written or is in use.", path));

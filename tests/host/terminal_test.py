@@ -49,6 +49,18 @@ class TerminalTest(HostCase):
         shell.send(".quit\n")
         self.assertEqual(shell.finish(), 0)
 
+    def test_a_restore_does_not_promise_that_ctrl_c_interrupts(self):
+        self.output("create", "a.db")
+        self.execute("a.db", "CREATE TABLE t AS SELECT 1 AS n")
+        folder = self.output("backup", "a.db").splitlines()[0].removeprefix("Backup folder: ")
+        with open(os.path.join(folder, "schema.sql"), "a") as schema:
+            schema.write("CREATE TABLE slow AS SELECT sum(a.range * b.range) AS s FROM range(1000000) a, range(1000000) b;\n")
+        terminal = self.open("restore", "again.db", folder)
+        progress = terminal.expect("(cannot be interrupted)")
+        self.assertNotIn("Ctrl-C", progress)
+        terminal.send("\x03")
+        terminal.expect("A restore cannot be interrupted.")
+
     def test_ctrl_c_at_the_prompt_drops_the_line_and_the_statement(self):
         shell = self.start()
         shell.send("SELECT 1,\n")
