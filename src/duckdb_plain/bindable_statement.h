@@ -11,8 +11,8 @@ namespace duckdb_plain {
 /** Owns a prepared statement and binds its parameters.
 
     DuckDB looks the parameter up by its name at every bind and copies the value several times. The values'
-    places do not move until the bindings are cleared, so they are remembered, and a parameter that has a value
-    gets the next one directly. Not for two threads at once. */
+    places do not move until the bindings are cleared, so they are remembered, and a parameter that has a
+   value gets the next one directly. Not for two threads at once. */
 class BindableStatement {
   public:
     duckdb_prepared_statement get() const noexcept { return prepared_.get(); }

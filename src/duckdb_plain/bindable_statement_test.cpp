@@ -24,15 +24,24 @@ struct SameBind {
 
 template <auto kBind, class... Arguments>
 SameBind Make(const std::string& name, Arguments... arguments) {
-    return {name, [=](BindableStatement& statement, idx_t index) { return statement.Bind<kBind>(index, arguments...); },
-            [=](duckdb_prepared_statement statement, idx_t index) { return kBind(statement, index, arguments...); }};
+    return {
+        name,
+        [=](BindableStatement& statement, idx_t index) { return statement.Bind<kBind>(index, arguments...); },
+        [=](duckdb_prepared_statement statement, idx_t index) {
+            return kBind(statement, index, arguments...);
+        }};
 }
 
 /** The binds that the class leaves to DuckDB's own functions. */
 template <auto kBind, class... Arguments>
 SameBind MakeStock(const std::string& name, Arguments... arguments) {
-    return {name, [=](BindableStatement& statement, idx_t index) { return kBind(statement.get(), index, arguments...); },
-            [=](duckdb_prepared_statement statement, idx_t index) { return kBind(statement, index, arguments...); }};
+    return {name,
+            [=](BindableStatement& statement, idx_t index) {
+                return kBind(statement.get(), index, arguments...);
+            },
+            [=](duckdb_prepared_statement statement, idx_t index) {
+                return kBind(statement, index, arguments...);
+            }};
 }
 
 template <auto kBind, class Number>
