@@ -4,6 +4,7 @@
 #include "database/child_lists.h"
 #include "database/database.h"
 #include "database/errors.h"
+#include "duckdb_plain/rows_changed.h"
 #include "host/engine_lock.h"
 #include "nbx/foreign_plugin.h"
 
@@ -89,7 +90,7 @@ void DuckDBQueryResult::ReadOutcome() {
     }
     const duckdb_result_type type = duckdb_result_return_type(*result_);
     if (type == DUCKDB_RESULT_TYPE_CHANGED_ROWS) {
-        rows_changed_ = static_cast<int64_t>(duckdb_rows_changed(result_.get()));
+        rows_changed_ = duckdb_plain::GetRowsChanged(result_.get());
         flags_ |= nbx::mrsql::kHasRowsChanged;
     } else if (type == DUCKDB_RESULT_TYPE_QUERY_RESULT) {
         cursor_ = MakeCursor(*database_, result_.Detach(), cursor_location_);

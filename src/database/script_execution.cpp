@@ -1,11 +1,13 @@
-#include "database/script_execution.h"
-
+#include <functional>
 #include <string>
 #include <utility>
 
 #include "cursor/cursor.h"
 #include "database/database.h"
 #include "database/errors.h"
+#include "database/query_result.h"
+#include "duckdb_plain/rows_changed.h"
+#include "host/engine_lock.h"
 #include "nbx/hooks.h"
 #include "statement/host_value_binding.h"
 
@@ -16,6 +18,9 @@ using duckdb_plain::PreparedHolder;
 using duckdb_plain::ResultHolder;
 
 namespace {
+
+/** Is given the result of each statement when it has run. */
+using TakeResult = std::function<void(ResultHolder)>;
 
 /** An interrupt wins over the error that it caused. */
 [[noreturn]] void ThrowFailure(DuckDBDatabase& database, const std::string& message) {
@@ -64,7 +69,8 @@ PreparedHolder PrepareOne(DuckDBDatabase& database, duckdb_connection connection
     return prepared;
 }
 
-ResultList ExecuteStatements(DuckDBDatabase& database, duckdb_connection connection, const std::string& sql) {
+void ExecuteStatements(DuckDBDatabase& database, duckdb_connection connection, const std::string& sql,
+                       const TakeResult& take_result) {
     ExtractedHolder extracted;
     const idx_t count = duckdb_extract_statements(connection, sql.c_str(), extracted.Receive());
     if (count == 0) {
@@ -73,8 +79,6 @@ ResultList ExecuteStatements(DuckDBDatabase& database, duckdb_connection connect
         extracted.Reset();
         ThrowFailure(database, error);
     }
-    ResultList results;
-    results.reserve(count);
     for (idx_t index = 0; index < count; ++index) {
         PreparedHolder prepared = PrepareOne(database, connection, extracted, index);
         ResultHolder result;
@@ -86,42 +90,46 @@ ResultList ExecuteStatements(DuckDBDatabase& database, duckdb_connection connect
             result.Reset();
             Rollback(connection);
             extracted.Reset();
-            results.clear();
             ThrowFailure(database, error);
         }
-        results.push_back(std::move(result));
+        take_result(std::move(result));
     }
-    return results;
 }
 
-int64_t RowsChanged(ResultHolder& result) {
-    return duckdb_result_return_type(*result) == DUCKDB_RESULT_TYPE_CHANGED_ROWS
-               ? static_cast<int64_t>(duckdb_rows_changed(result.get()))
-               : 0;
-}
-
-}  // namespace
-
-ResultList ExecuteScript(DuckDBDatabase& database, const nbx::String& sql, const nbx::ValueRow* parameters) {
+/** Runs a SQL text on the database's connection. With parameters (neither null nor empty) the text is one
+    statement. Throws `xDuckDBError`, or `xInterruptError` after an interrupt, and then leaves nothing of
+   DuckDB's behind but what `take_result` was given; a transaction that was open when a statement of a script
+   failed is rolled back. */
+void ExecuteScript(DuckDBDatabase& database, const nbx::String& sql, const nbx::ValueRow* parameters,
+                   const TakeResult& take_result) NBX_REQUIRES(gEngineLock) {
     database.ClearInterrupted();
     const SharedConnection connection = database.RequireConnection();
     const std::string text = database.ToSql(sql);
     if (parameters == nullptr || parameters->get_IsEmpty()) {
-        return ExecuteStatements(database, *connection, text);
+        ExecuteStatements(database, *connection, text, take_result);
+    } else {
+        take_result(ExecuteSingle(database, *connection, text, *parameters));
     }
+}
+
+/** One result a statement, in their order. */
+ResultList CollectResults(DuckDBDatabase& database, const nbx::String& sql, const nbx::ValueRow* parameters)
+    NBX_REQUIRES(gEngineLock) {
     ResultList results;
-    results.push_back(ExecuteSingle(database, *connection, text, *parameters));
+    ExecuteScript(database, sql, parameters,
+                  [&results](ResultHolder result) { results.push_back(std::move(result)); });
     return results;
 }
+
+}  // namespace
 
 int64_t DuckDBDatabase::SqlExecute(const nbx::String& sql, nbx::smart_ptr<nbx::ValueRow> parameters) {
     nbx::MironaInit3();
     EngineLockScope lock;
-    ResultList results = ExecuteScript(*this, sql, parameters.get());
     int64_t total = 0;
-    for (ResultHolder& result : results) {
-        total += RowsChanged(result);
-    }
+    // One at a time, so that the rows of one statement are gone before the next begins.
+    ExecuteScript(*this, sql, parameters.get(),
+                  [&total](ResultHolder result) { total += duckdb_plain::GetRowsChanged(result.get()); });
     return total;
 }
 
@@ -129,14 +137,14 @@ nbx::smart_ptr<nbx::mrsql::I_DuckDBQueryResult> DuckDBDatabase::SqlQuery(
     const nbx::String& sql, uint32_t cursor_location, nbx::smart_ptr<nbx::ValueRow> parameters) {
     nbx::MironaInit3();
     EngineLockScope lock;
-    return MakeQueryResult(*this, ExecuteScript(*this, sql, parameters.get()), cursor_location);
+    return MakeQueryResult(*this, CollectResults(*this, sql, parameters.get()), cursor_location);
 }
 
 nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor> DuckDBDatabase::SqlSelect(
     const nbx::String& sql, uint32_t cursor_location, nbx::smart_ptr<nbx::ValueRow> parameters) {
     nbx::MironaInit3();
     EngineLockScope lock;
-    ResultList results = ExecuteScript(*this, sql, parameters.get());
+    ResultList results = CollectResults(*this, sql, parameters.get());
     if (results.size() != 1) {
         results.clear();
         ThrowError("Query doesn't return a single result");

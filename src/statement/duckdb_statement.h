@@ -130,8 +130,6 @@ class DuckDBStatement final : public nbx::mrsql::I_DuckDBStatement,
     int64_t RunPrepared() NBX_REQUIRES(gEngineLock);
     int64_t RunRows() NBX_REQUIRES(gEngineLock);
     void RunOnce();
-    /** Of the result that is held; 0 for a statement that changes none. */
-    int64_t GetRowsChanged();
 
     /** The database, or null when the statement has lost it. */
     DuckDBDatabase* get_Attached() const noexcept {

@@ -4,6 +4,7 @@
 #include "database/database.h"
 #include "database/errors.h"
 #include "database/query_result.h"
+#include "duckdb_plain/rows_changed.h"
 #include "nbx/exception.h"
 #include "nbx/hooks.h"
 #include "nbx/mrsql/registry.h"
@@ -93,7 +94,7 @@ int64_t DuckDBStatement::RunPrepared() {
         BindStoredParameters();
     }
     RunOnce();
-    return GetRowsChanged();
+    return duckdb_plain::GetRowsChanged(result_.get());
 }
 
 int64_t DuckDBStatement::RunRows() {
@@ -110,8 +111,8 @@ int64_t DuckDBStatement::RunRows() {
             has_run = true;
         }
     }
-    // Asked once: only the last run counts, and the answer takes DuckDB as long as several binds.
-    return has_run ? GetRowsChanged() : 0;
+    // Asked once: only the last run counts, and the answer costs as much as several binds.
+    return has_run ? duckdb_plain::GetRowsChanged(result_.get()) : 0;
 }
 
 void DuckDBStatement::RunOnce() {
@@ -120,11 +121,6 @@ void DuckDBStatement::RunOnce() {
         database_->ThrowIfInterrupted();
         database_->ThrowError(error);
     }
-}
-
-int64_t DuckDBStatement::GetRowsChanged() {
-    const bool is_change = duckdb_result_return_type(*result_) == DUCKDB_RESULT_TYPE_CHANGED_ROWS;
-    return is_change ? static_cast<int64_t>(duckdb_rows_changed(result_.get())) : 0;
 }
 
 nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor> DuckDBStatement::OpenCursor(uint32_t cursor_location) {

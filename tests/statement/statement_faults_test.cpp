@@ -186,6 +186,17 @@ TEST_F(FaultsTest, AnEmptyRowSetCallsNothing) {
     EXPECT_EQ(duckdb_faults::get_Log(), std::vector<std::string>{});
 }
 
+TEST_F(FaultsTest, SqlExecuteDropsTheRowsOfAStatementBeforeTheNextOneRuns) {
+    duckdb_faults::Reset();
+    database_->SqlExecute(Text("SELECT 1; SELECT 2; SELECT 3"), nullptr);
+    std::vector<std::string> calls = duckdb_faults::get_Log();
+    std::erase_if(calls, [](const std::string& call) {
+        return call != "duckdb_execute_pending" && call != "duckdb_destroy_result";
+    });
+    const std::vector<std::string> one = {"duckdb_execute_pending", "duckdb_destroy_result"};
+    EXPECT_EQ(calls, (std::vector<std::string>{one[0], one[1], one[0], one[1], one[0], one[1]}));
+}
+
 TEST_F(FaultsTest, ATypedBindMakesOneCall) {
     auto statement = Prepared("SELECT $1");
     duckdb_faults::Reset();
