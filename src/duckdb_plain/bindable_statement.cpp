@@ -122,7 +122,7 @@ template <auto kBind, class... Arguments>
 duckdb_state BindableStatement::Bind(idx_t index, Arguments... arguments) {
     if (index < places_.size() && places_[index] != nullptr) {
         try {
-            Put(*static_cast<BoundParameterData*>(places_[index]), kMakeValue<kBind>(arguments...));
+            Put(*places_[index], kMakeValue<kBind>(arguments...));
             return DuckDBSuccess;
         } catch (...) {
             // DuckDB is to say what it has against the value.

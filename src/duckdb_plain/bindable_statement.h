@@ -6,6 +6,10 @@
 
 #include "duckdb_plain/holders.h"
 
+namespace duckdb {
+struct BoundParameterData;
+}
+
 namespace duckdb_plain {
 
 /** Owns a prepared statement and binds its parameters.
@@ -29,8 +33,9 @@ class BindableStatement {
 
   private:
     PreparedHolder prepared_;
-    /** DuckDB's `BoundParameterData` by the parameter's number; null where none is known. */
-    std::vector<void*> places_;
+    /** By the parameter's number; null where none is known. DuckDB's, and its until the bindings are cleared.
+     */
+    std::vector<duckdb::BoundParameterData*> places_;
 };
 
 }  // namespace duckdb_plain

@@ -18,8 +18,9 @@ TEST(RowsChangedTest, are_those_that_DuckDB_counts_for_every_kind_of_statement) 
     TestEngine engine;
     int64_t total = 0;
     for (const char* sql :
-         {"CREATE TABLE t AS SELECT range AS n FROM range(3000)", "INSERT INTO t SELECT range FROM range(5000)",
-          "INSERT INTO t SELECT 1 WHERE false", "UPDATE t SET n = n + 1 WHERE n < 7", "DELETE FROM t WHERE n > 2990",
+         {"CREATE TABLE t AS SELECT range AS n FROM range(3000)",
+          "INSERT INTO t SELECT range FROM range(5000)", "INSERT INTO t SELECT 1 WHERE false",
+          "UPDATE t SET n = n + 1 WHERE n < 7", "DELETE FROM t WHERE n > 2990",
           "INSERT INTO t VALUES (1), (2) RETURNING n", "SELECT 5::BIGINT", "SELECT n FROM t WHERE false",
           "CREATE VIEW v AS SELECT 1", "SET threads = 2", "BEGIN", "COMMIT"}) {
         ResultHolder result = engine.Query(sql);
