@@ -19,8 +19,8 @@ int get_InterruptDescriptor();
 /** Forgets the Ctrl-C that waits; tells whether there was one. */
 bool TakeInterrupt();
 
-/** Watches for Ctrl-C while something runs, and shows on a terminal that it is still running. Calls back on a
-   thread of its own, at every Ctrl-C; the destructor waits for that thread. */
+/** Watches for Ctrl-C while something runs, and shows on a terminal that it is still running. Calls back on
+    a thread of its own, at every Ctrl-C; the destructor waits for that thread. */
 class InterruptWatch {
   public:
     /** What the line of progress says behind the seconds; may be empty. */

@@ -35,7 +35,7 @@ std::unique_ptr<LineReader> MakePipeReader(std::istream& in);
 std::unique_ptr<LineReader> MakeTerminalReader(const std::string& history_file, Completer completer);
 
 /** `mduckdb/history` in `$XDG_STATE_HOME` or `~/.local/state`, the folder made; empty when that is not
- * possible. */
+    possible. */
 std::string PrepareHistoryFile();
 
 }  // namespace mduckdb_host

@@ -12,7 +12,7 @@ namespace nbx::pool {
 namespace {
 
 /** Slabs are mapped so many at a time, since the call costs more than the address space does: one huge page
-   of the processor, where the system has such. */
+    of the processor, where the system has such. */
 constexpr std::size_t kRegionSize = std::size_t{2} * 1024 * 1024;
 /** Up to here memory comes in small pages, so that a process with few values touches little. Beyond, there
     are row sets, and whoever reads them at random waits for the translation of addresses most. */

@@ -11,8 +11,8 @@
 namespace nbx {
 
 /** String values, and values of the host's types that travel as text. The text that a value is made with
-   stands behind the object in the same piece of memory: a row set is made of these, and most live for one
-   read. */
+    stands behind the object in the same piece of memory: a row set is made of these, and most live for one
+    read. */
 class TextValue final : public TextLikeValue<TextValue> {
   public:
     /** A value with a copy of the text. */

@@ -58,6 +58,7 @@ std::ptrdiff_t NarrowAsciiBlock(const char16_t* in, char* out) noexcept {
     const unsigned others = (~static_cast<unsigned>(_mm_movemask_epi8(is_ascii)) & 0xFFFFU) | 0x10000U;
     return std::countr_zero(others);
 }
+
 /** Decodes the characters of two bytes that the 16 bytes begin with; gives their number. All 8 units are
     written. Whatever script has an alphabet comes in runs of these. */
 std::ptrdiff_t DecodePairs(const char* in, char16_t* out) noexcept {

@@ -36,7 +36,7 @@ class ChildLists : nbx::noncopyable {
     }
 
     /** The database is being destroyed. A child that was taken out of the lists and lives on must not reach
-     * it. */
+        it. */
     void Orphan() noexcept { is_orphaned_.store(true); }
     bool get_IsOrphaned() const noexcept { return is_orphaned_.load(); }
 

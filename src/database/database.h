@@ -22,9 +22,9 @@ using SharedConnection = std::shared_ptr<duckdb_connection>;
 /** One database object: an engine shared with the other objects on its path, and a connection of its own.
 
     Ownership: the host holds references; children (statements, cursors, results) hold none, they are closed
-   by `Close`, which the destructor calls. Threads: the engine lock guards everything but the connection,
-   which the connection mutex guards, so that `Interrupt` may come while a query runs under the engine lock.
-   The engine lock is taken first, the connection mutex last. */
+    by `Close`, which the destructor calls. Threads: the engine lock guards everything but the connection,
+    which the connection mutex guards, so that `Interrupt` may come while a query runs under the engine
+    lock. The engine lock is taken first, the connection mutex last. */
 class DuckDBDatabase final : public nbx::mrsql::I_DuckDBDatabase,
                              public nbx::ForeignPlugin_imp,
                              nbx::noncopyable {

@@ -98,8 +98,8 @@ void ExecuteStatements(DuckDBDatabase& database, duckdb_connection connection, c
 
 /** Runs a SQL text on the database's connection. With parameters (neither null nor empty) the text is one
     statement. Throws `xDuckDBError`, or `xInterruptError` after an interrupt, and then leaves nothing of
-   DuckDB's behind but what `take_result` was given; a transaction that was open when a statement of a script
-   failed is rolled back. */
+    DuckDB's behind but what `take_result` was given; a transaction that was open when a statement of a
+    script failed is rolled back. */
 void ExecuteScript(DuckDBDatabase& database, const nbx::String& sql, const nbx::ValueRow* parameters,
                    const TakeResult& take_result) NBX_REQUIRES(gEngineLock) {
     database.ClearInterrupted();

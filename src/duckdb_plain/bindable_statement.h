@@ -16,7 +16,7 @@ namespace duckdb_plain {
 
     DuckDB looks the parameter up by its name at every bind and copies the value several times. The values'
     places do not move until the bindings are cleared, so they are remembered, and a parameter that has a
-   value gets the next one directly. Not for two threads at once. */
+    value gets the next one directly. Not for two threads at once. */
 class BindableStatement {
   public:
     duckdb_prepared_statement get() const noexcept { return prepared_.get(); }
@@ -33,8 +33,8 @@ class BindableStatement {
 
   private:
     PreparedHolder prepared_;
-    /** By the parameter's number; null where none is known. DuckDB's, and its until the bindings are cleared.
-     */
+    /** By the parameter's number; null where none is known. DuckDB owns them, and keeps them until the
+        bindings are cleared. */
     std::vector<duckdb::BoundParameterData*> places_;
 };
 

@@ -56,8 +56,8 @@ struct Scratch {
     string_t short_text;
     TextHolder owned;
 
-    /** Columns of nested values as texts, by their place in the chunk, made when first read; null: not made.
-     */
+    /** Columns of nested values as texts, by their place in the chunk, made when first read; null: not
+        made. */
     std::vector<std::unique_ptr<duckdb::Vector>> texts;
 
     duckdb::Vector& GetVector() {

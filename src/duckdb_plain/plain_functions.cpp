@@ -52,7 +52,7 @@ LogicalType Complete(const LogicalType& type) {
 }
 
 /** Whether a value can be cast to the type at all; a cast to one of the others runs into memory that is not
- * there. */
+    there. */
 bool IsCastTarget(const LogicalType& type) {
     return !duckdb::TypeVisitor::Contains(type, [](const LogicalType& part) {
         switch (part.id()) {

@@ -13,8 +13,8 @@
 extern "C" {
 #endif
 
-/* The cell as a new value, which the caller destroys; null when there is no such cell or it cannot be made.
- */
+/* The cell as a new value, which the caller destroys; null when there is no such cell or it cannot be
+   made. */
 duckdb_value duckdb_data_chunk_get_value(duckdb_data_chunk chunk, idx_t column, idx_t row);
 
 /* DuckDB's text of the type, as DECIMAL(18,3); free it. Null for a null type. */

@@ -5,8 +5,8 @@
 namespace mduckdb {
 
 /* The host's packed forms of DuckDB's dates and times, as extension_api.h describes them. Done here and not
-   with DuckDB's calendar functions: those throw at some numbers, and they cost as much as the rest of a cell.
- */
+   with DuckDB's calendar functions: those throw at some numbers, and they cost as much as the rest of a
+   cell. */
 
 inline constexpr std::int64_t kMicrosPerDay = 86'400'000'000;
 

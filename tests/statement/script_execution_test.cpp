@@ -290,8 +290,8 @@ std::string RandomStatement(std::mt19937& random) {
     }
 }
 
-/** An error's message without the positions in the SQL text, which differ between a script and a statement.
- */
+/** An error's message without the positions in the SQL text, which differ between a script and a
+    statement. */
 std::string WithoutPosition(std::string message) {
     const std::size_t at = message.find("\"position\"");
     return at == std::string::npos ? message : message.substr(0, at);

@@ -15,8 +15,8 @@
     what duckdb_calls.def says. */
 namespace duckdb_faults {
 
-/** Forgets all counts, the log, the live handles and the failures asked for. Handles that are open stay open.
- */
+/** Forgets all counts, the log, the live handles and the failures asked for. Handles that are open stay
+    open. */
 void Reset();
 
 /** Calls of the function since `Reset`, failed ones included. */

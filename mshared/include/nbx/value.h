@@ -63,8 +63,8 @@ class NBX_API I_Value : public I_Unknown {
     virtual uint32_t get_TypeCode() const = 0;
     virtual bool get_IsNullable() const = 0;
     virtual bool get_IsNull() const = 0;
-    /** Setting a value that may not be null to null throws `xException`. Storing a content clears the flag.
-     */
+    /** Setting a value that may not be null to null throws `xException`. Storing a content clears the
+        flag. */
     virtual void put_IsNull(bool is_null) = 0;
 
     virtual bool get_Boolean() const = 0;

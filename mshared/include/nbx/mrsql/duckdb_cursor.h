@@ -61,8 +61,8 @@ class NBX_API I_DuckDBCursor : public I_Unknown {
     /** False at the end of the rows. */
     virtual bool NextRecord() = 0;
     virtual bool PrevRecord() = 0;
-    /** The field of the current record; the value belongs to the caller's reference and outlives the cursor.
-     */
+    /** The field of the current record; the value belongs to the caller's reference and outlives the
+        cursor. */
     virtual smart_ptr<I_Value> get_Value(uint32_t column_index) = 0;
     /** Gives up the result and the database. The caller holds the engine lock. */
     virtual void Detach() = 0;
