@@ -1,5 +1,9 @@
 #include "same_values.h"
 
+#include <sys/mman.h>
+
+#include <cstdint>
+
 #include "measure.h"
 
 namespace bench {
@@ -22,6 +26,18 @@ std::string Describe(nbx::I_Value* value) {
 }
 
 }  // namespace
+
+void KeptValues::Reserve(std::size_t count) {
+    values_.reserve(count);
+    constexpr std::size_t kPage = 4096;
+    constexpr std::size_t kWorthwhile = std::size_t{16} * 1024 * 1024;
+    const std::size_t size = values_.capacity() * sizeof(values_[0]);
+    if (size >= kWorthwhile) {
+        const std::size_t before = -reinterpret_cast<std::uintptr_t>(values_.data()) % kPage;
+        ::madvise(reinterpret_cast<char*>(values_.data()) + before, (size - before) / kPage * kPage,
+                  MADV_HUGEPAGE);
+    }
+}
 
 void KeptValues::Release() noexcept {
     for (nbx::I_Value* value : values_) {

@@ -16,7 +16,9 @@ class KeptValues {
     KeptValues(const KeptValues&) = delete;
     KeptValues& operator=(const KeptValues&) = delete;
 
-    void Reserve(std::size_t count) { values_.reserve(count); }
+    /** In huge pages where it is worth while, as the module's client cursor has its fields: a comparison of
+        random reads must not be one of pages. */
+    void Reserve(std::size_t count);
     /** Takes the caller's reference over. Null stands for a NULL of a procedure. */
     void Keep(nbx::I_Value* value) { values_.push_back(value); }
     void KeepReference(nbx::I_Value* value) {

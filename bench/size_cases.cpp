@@ -15,10 +15,10 @@ struct Fixture {
     nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase> database;
 };
 
-/** Runs at least this many rows in one round, so that a small result is timed as well as a large one. */
-constexpr uint64_t kRowsInRound = 2'000'000;
+/** Reads at least this many rows in one run, so that a small result is timed as well as a large one. */
+constexpr uint64_t kRowsInRun = 2'000'000;
 /** A result of one row is all fixed cost, which is some hundred microseconds. */
-constexpr uint64_t kQueriesInRound = 2'000;
+constexpr uint64_t kQueriesInRun = 2'000;
 
 /** More of the shorter runs: all together they take about as long as the longest. */
 unsigned RunsInRound(uint64_t rows) {
@@ -50,7 +50,7 @@ Group MakeSizeGroup(const Options& options) {
     for (const uint64_t full : kSizes) {
         const uint64_t rows = full == 1 ? 1 : Scaled(full, options);
         const uint64_t repeats =
-            full == 1 ? Scaled(kQueriesInRound, options) : std::max<uint64_t>(1, kRowsInRound / full);
+            full == 1 ? Scaled(kQueriesInRun, options) : std::max<uint64_t>(1, kRowsInRun / full);
         const std::string sql = GetMixedQuery(rows);
         const std::string suffix = " " + std::to_string(rows);
         const auto add = [&](const char* name, const auto& read_once) {

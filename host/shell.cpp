@@ -137,7 +137,7 @@ void Shell::RunCall(const std::string& statement) {
         throw xUsageError(fmt::format("CALL {}: {}\n\n{}", call.procedure, error.what(),
                                       MakeCaret(statement, static_cast<int64_t>(position))));
     }
-    InterruptWatch watch([] {});
+    InterruptWatch watch([] {}, nullptr, "Ctrl-C stops at the first row");
     PrintProcedure(program_.registry, call.procedure, std::move(arguments), get_Printer(), [&watch] {
         watch.EndProgress();
         return watch.get_IsInterrupted();

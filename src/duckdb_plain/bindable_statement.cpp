@@ -94,7 +94,9 @@ LogicalTypeId ParameterTypeOf(const Value& value) {
 }
 
 void Put(BoundParameterData& place, Value&& value) {
-    if (place.return_type.id() == ParameterTypeOf(value) && value.type().AuxInfo() == nullptr) {
+    const bool has_same_type = place.return_type.id() == ParameterTypeOf(value) &&
+                               place.return_type.AuxInfo() == nullptr && value.type().AuxInfo() == nullptr;
+    if (has_same_type) {
         place.SetValue(std::move(value));
     } else {
         place = BoundParameterData(std::move(value));

@@ -7,8 +7,8 @@
 namespace duckdb_plain {
 
 /** How many rows the statement of this result changed, or 0 for a statement of another kind: what
-    `duckdb_rows_changed` gives, which builds a table of all casts to read the one number. The result stays
-    the caller's. Throws only when memory runs out. */
+    `duckdb_rows_changed` gives, which copies the rows into new chunks to read the one number. The result
+    stays the caller's. Throws only when memory runs out. */
 int64_t GetRowsChanged(duckdb_result* result);
 
 }  // namespace duckdb_plain

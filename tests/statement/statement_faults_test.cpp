@@ -204,6 +204,18 @@ TEST_F(FaultsTest, ATypedBindMakesOneCall) {
     EXPECT_EQ(duckdb_faults::get_Log(), std::vector<std::string>{"duckdb_bind_int32"});
 }
 
+TEST_F(FaultsTest, ATypedBindOfAParameterThatHasAValueMakesNone) {
+    auto statement = Prepared("SELECT $1");
+    statement->BindInteger(1, 1);
+    duckdb_faults::Reset();
+    statement->BindInteger(1, 2);
+    statement->BindVarchar(1, Text("a"));
+    EXPECT_EQ(duckdb_faults::get_Log(), std::vector<std::string>{});
+    statement->ClearBindings();
+    statement->BindInteger(1, 3);
+    EXPECT_EQ(duckdb_faults::get_Log("duckdb_bind"), std::vector<std::string>{"duckdb_bind_int32"});
+}
+
 namespace {
 
 /** A bit of everything that statements and scripts do; errors are swallowed one by one. */
