@@ -1,8 +1,8 @@
 #include <cstring>
 #include <string>
 
+#include "mshared/test_support.h"
 #include "nbx/exception.h"
-#include "test_support.h"
 
 namespace nbx {
 namespace {

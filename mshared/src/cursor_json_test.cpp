@@ -3,29 +3,20 @@
 #include <utility>
 #include <vector>
 
+#include "mshared/test_support.h"
 #include "nbx/json.h"
 #include "nbx/mrsql/registry.h"
-#include "test_support.h"
 
 namespace nbx::mrsql {
 namespace {
 
 /** A cursor over rows that a test gives; moves by `NextRecord` only, like a server cursor. */
-class FakeCursor final : public I_DuckDBCursor {
+class FakeCursor final : public Counted<I_DuckDBCursor> {
   public:
     FakeCursor(std::vector<String> names, std::vector<std::vector<ValuePtr>> rows)
         : names_(std::move(names)), rows_(std::move(rows)) {}
 
-    uint32_t AddRef() override { return refs_.Increment(); }
-    uint32_t Release() override {
-        const uint32_t count = refs_.Decrement();
-        if (count == 0) {
-            delete this;
-        }
-        return count;
-    }
     void* QueryInterface(uint32_t /*interface_id*/) override { return nullptr; }
-    uint32_t get_RefsCount() const override { return refs_.get_Value(); }
 
     uint32_t get_ColumnCount() const override { return static_cast<uint32_t>(names_.size()); }
     const String& get_ColumnName(uint32_t column_index) const override { return names_[column_index]; }
@@ -46,7 +37,6 @@ class FakeCursor final : public I_DuckDBCursor {
   private:
     static uint32_t Refuse() { throw std::logic_error("Only NextRecord may move the cursor"); }
 
-    RefCount refs_;
     std::vector<String> names_;
     std::vector<std::vector<ValuePtr>> rows_;
     std::size_t record_ = 0;

@@ -39,14 +39,6 @@ File::~File() {
     }
 }
 
-uint32_t File::Release() {
-    const uint32_t count = refs_.Decrement();
-    if (count == 0) {
-        delete this;
-    }
-    return count;
-}
-
 void* File::QueryInterface(uint32_t /*interface_id*/) {
     return nullptr;
 }

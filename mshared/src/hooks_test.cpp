@@ -6,8 +6,8 @@
 #include <string>
 #include <thread>
 
+#include "mshared/test_support.h"
 #include "nbx/exception.h"
-#include "test_support.h"
 
 namespace nbx {
 namespace {

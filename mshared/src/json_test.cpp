@@ -3,7 +3,7 @@
 #include <clocale>
 #include <string>
 
-#include "test_support.h"
+#include "mshared/test_support.h"
 
 namespace nbx {
 namespace {

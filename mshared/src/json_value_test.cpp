@@ -2,7 +2,7 @@
 #include <thread>
 #include <vector>
 
-#include "test_support.h"
+#include "mshared/test_support.h"
 
 namespace nbx {
 namespace {

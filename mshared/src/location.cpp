@@ -60,14 +60,6 @@ Location_imp::Location_imp(const String& text)
       path_text_(path_.empty() ? text : PathString(path_)),
       folder_(path_) {}
 
-uint32_t Location_imp::Release() {
-    const uint32_t count = refs_.Decrement();
-    if (count == 0) {
-        delete this;
-    }
-    return count;
-}
-
 void* Location_imp::QueryInterface(uint32_t interface_id) {
     if (interface_id != kFolderInterfaceId || path_.empty()) {
         return nullptr;

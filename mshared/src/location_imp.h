@@ -18,14 +18,11 @@ class FolderView final : public I_Folder, noncopyable {
 };
 
 /** A location that never changes, so that threads may share it. */
-class Location_imp final : public I_Location, noncopyable {
+class Location_imp final : public Counted<I_Location> {
   public:
     explicit Location_imp(const String& text);
 
-    uint32_t AddRef() override { return refs_.Increment(); }
-    uint32_t Release() override;
     void* QueryInterface(uint32_t interface_id) override;
-    uint32_t get_RefsCount() const override { return refs_.get_Value(); }
 
     String get_Text() const override { return text_; }
     String get_PathText() const override { return path_text_; }
@@ -34,7 +31,6 @@ class Location_imp final : public I_Location, noncopyable {
     smart_ptr<I_Location> MakeChild(const String& name) const override;
 
   private:
-    RefCount refs_;
     String text_;
     /** Absolute and normal; empty for the in-memory database and for the empty text. */
     std::filesystem::path path_;

@@ -4,8 +4,8 @@
 #include <fstream>
 #include <string>
 
+#include "mshared/test_support.h"
 #include "nbx/exception.h"
-#include "test_support.h"
 
 namespace nbx {
 namespace {

@@ -3,8 +3,8 @@
 #include <limits>
 #include <string>
 
+#include "mshared/test_support.h"
 #include "nbx/exception.h"
-#include "test_support.h"
 
 namespace nbx {
 namespace {

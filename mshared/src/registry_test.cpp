@@ -1,24 +1,15 @@
 #include "nbx/mrsql/registry.h"
 
-#include "test_support.h"
+#include "mshared/test_support.h"
 
 namespace nbx::mrsql {
 namespace {
 
-class FakeExtension final : public I_DuckDBExtension {
+class FakeExtension final : public Counted<I_DuckDBExtension> {
   public:
     explicit FakeExtension(int& alive) : alive_(alive) { ++alive_; }
     ~FakeExtension() override { --alive_; }
-    uint32_t AddRef() override { return refs_.Increment(); }
-    uint32_t Release() override {
-        const uint32_t count = refs_.Decrement();
-        if (count == 0) {
-            delete this;
-        }
-        return count;
-    }
     void* QueryInterface(uint32_t /*interface_id*/) override { return nullptr; }
-    uint32_t get_RefsCount() const override { return refs_.get_Value(); }
 
     const char* get_LibraryVersion() override { return "fake"; }
     smart_ptr<I_DuckDBDatabase> CreateDatabase(smart_ptr<I_Location> /*location*/) override {
@@ -37,7 +28,6 @@ class FakeExtension final : public I_DuckDBExtension {
     }
 
   private:
-    RefCount refs_;
     int& alive_;
 };
 

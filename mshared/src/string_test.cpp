@@ -4,7 +4,7 @@
 #include <string>
 #include <utility>
 
-#include "test_support.h"
+#include "mshared/test_support.h"
 
 namespace nbx {
 namespace {

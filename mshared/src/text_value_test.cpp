@@ -1,6 +1,6 @@
 #include <string>
 
-#include "test_support.h"
+#include "mshared/test_support.h"
 
 namespace nbx {
 namespace {

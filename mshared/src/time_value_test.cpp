@@ -1,5 +1,5 @@
+#include "mshared/test_support.h"
 #include "nbx/exception.h"
-#include "test_support.h"
 
 namespace nbx {
 namespace {

@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-#include "test_support.h"
+#include "mshared/test_support.h"
 
 namespace nbx {
 namespace {

@@ -10,23 +10,13 @@ namespace nbx {
 namespace {
 
 /** Counts how many of it there are. */
-class Probe : public I_Unknown {
+class Probe : public Counted<I_Unknown> {
   public:
     explicit Probe(int& alive) : alive_(alive) { ++alive_; }
     ~Probe() override { --alive_; }
-    uint32_t AddRef() override { return refs_.Increment(); }
-    uint32_t Release() override {
-        const uint32_t count = refs_.Decrement();
-        if (count == 0) {
-            delete this;
-        }
-        return count;
-    }
     void* QueryInterface(uint32_t /*interface_id*/) override { return nullptr; }
-    uint32_t get_RefsCount() const override { return refs_.get_Value(); }
 
   private:
-    RefCount refs_;
     int& alive_;
 };
 
@@ -106,6 +96,29 @@ TEST(SmartPtr, IsCountedFromManyThreads) {
     }
     threads.clear();
     EXPECT_EQ(alive, 0);
+}
+
+/** Destroys itself in a way of its own. */
+class ReusedProbe final : public Counted<I_Unknown> {
+  public:
+    explicit ReusedProbe(int& destroyed) : Counted(1), destroyed_(destroyed) {}
+    uint32_t Release() override {
+        return ReleaseWith([this] { ++destroyed_; });
+    }
+    void* QueryInterface(uint32_t /*interface_id*/) override { return nullptr; }
+
+  private:
+    int& destroyed_;
+};
+
+TEST(Counted, LetsAClassDecideHowItsObjectsAreDestroyed) {
+    int destroyed = 0;
+    ReusedProbe probe(destroyed);
+    EXPECT_EQ(probe.AddRef(), 2U);
+    EXPECT_EQ(probe.Release(), 1U);
+    EXPECT_EQ(destroyed, 0);
+    EXPECT_EQ(probe.Release(), 0U);
+    EXPECT_EQ(destroyed, 1);
 }
 
 struct First {

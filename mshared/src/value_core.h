@@ -15,20 +15,14 @@ namespace nbx {
 
 /** What all values have, whatever they hold: count, type, null flag; 16 bytes with the vtable. The calls of
     every read are the same functions for all of them, so that the processor foresees where they lead. */
-class ValueBase : public I_Value {
+class ValueBase : public Counted<I_Value> {
   public:
     ValueBase(uint32_t type_code, bool is_nullable) noexcept
-        : type_code_(static_cast<uint16_t>(type_code)), is_nullable_(is_nullable) {}
+        : Counted(1), type_code_(static_cast<uint16_t>(type_code)), is_nullable_(is_nullable) {}
 
-    uint32_t AddRef() final { return refs_.Increment(); }
     uint32_t Release() final {
-        const uint32_t count = refs_.Decrement();
-        if (count == 0) {
-            Destroy();
-        }
-        return count;
+        return ReleaseWith([this]() noexcept { Destroy(); });
     }
-    uint32_t get_RefsCount() const final { return refs_.get_Value(); }
 
     uint32_t get_TypeCode() const final { return type_code_; }
     bool get_IsNullable() const final { return is_nullable_; }
@@ -40,7 +34,6 @@ class ValueBase : public I_Value {
     void MarkNull(bool is_null) noexcept { is_null_ = is_null; }
 
   private:
-    RefCount refs_{1};
     uint16_t type_code_;
     bool is_nullable_;
     bool is_null_ = false;

@@ -8,7 +8,7 @@
 #include <thread>
 #include <vector>
 
-#include "test_support.h"
+#include "mshared/test_support.h"
 
 namespace nbx {
 namespace {

@@ -12,21 +12,12 @@ namespace nbx {
 /** Reference-counted growable array; the base of the host's two kinds of array. Not for use by two
     threads at once when one of them changes it. */
 template <class T>
-class Array : public I_Unknown, noncopyable {
+class Array : public Counted<I_Unknown> {
   public:
     static void* operator new(std::size_t size) { return AllocatePooled(size); }
     static void operator delete(void* memory, std::size_t size) noexcept { FreePooled(memory, size); }
 
-    uint32_t AddRef() final { return refs_.Increment(); }
-    uint32_t Release() final {
-        const uint32_t count = refs_.Decrement();
-        if (count == 0) {
-            delete this;
-        }
-        return count;
-    }
     void* QueryInterface(uint32_t /*interface_id*/) final { return nullptr; }
-    uint32_t get_RefsCount() const final { return refs_.get_Value(); }
 
     std::size_t get_Count() const noexcept { return items_.size(); }
     bool get_IsEmpty() const noexcept { return items_.empty(); }
@@ -57,7 +48,6 @@ class Array : public I_Unknown, noncopyable {
     auto end() const noexcept { return items_.end(); }
 
   private:
-    RefCount refs_;
     std::vector<T> items_;
 };
 

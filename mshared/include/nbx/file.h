@@ -37,15 +37,12 @@ class NBX_API I_File : public I_Unknown {
 };
 
 /** The host's file. Starts without a location and with a reference count of 0. */
-class NBX_API File : public I_File, noncopyable {
+class NBX_API File : public Counted<I_File> {
   public:
     File() = default;
     ~File() override;
 
-    uint32_t AddRef() override { return refs_.Increment(); }
-    uint32_t Release() override;
     void* QueryInterface(uint32_t interface_id) override;
-    uint32_t get_RefsCount() const override { return refs_.get_Value(); }
 
     void put_Location(smart_ptr<I_Location> location) override;
     void put_IsReadOnly(bool is_read_only) override;
@@ -65,7 +62,6 @@ class NBX_API File : public I_File, noncopyable {
     [[noreturn]] void Fail(const char* operation, int error_number) const;
     void OpenWith(int flags, const char* operation);
 
-    RefCount refs_;
     smart_ptr<I_Location> location_;
     bool is_read_only_ = false;
     int descriptor_ = -1;

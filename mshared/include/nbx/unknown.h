@@ -120,6 +120,35 @@ class smart_ptr {
     T* object_ = nullptr;
 };
 
+/** The counting part of an object of `Interface`: `AddRef`, `Release`, which deletes the object with its last
+    reference, and `get_RefsCount`. Every counted class derives from it in place of the interface itself and
+    of `noncopyable`. */
+template <class Interface>
+class NBX_API Counted : public Interface, noncopyable {
+  public:
+    uint32_t AddRef() override { return refs_.Increment(); }
+    uint32_t Release() override {
+        return ReleaseWith([this]() noexcept { delete this; });
+    }
+    uint32_t get_RefsCount() const override { return refs_.get_Value(); }
+
+  protected:
+    explicit Counted(uint32_t initial = 0) noexcept : refs_(initial) {}
+    /** `Release` for a class whose objects are destroyed in another way: calls `destroy` when the last
+        reference goes. The object may be gone when it returns. */
+    template <class Destroy>
+    uint32_t ReleaseWith(Destroy destroy) {
+        const uint32_t count = refs_.Decrement();
+        if (count == 0) {
+            destroy();
+        }
+        return count;
+    }
+
+  private:
+    RefCount refs_;
+};
+
 /** Makes a `T` and takes the first reference to it. */
 template <class T, class... Args>
 smart_ptr<T> MakeObject(Args&&... args) {
