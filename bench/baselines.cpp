@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "duckdb_plain/plain_functions.h"
+#include "duckdb_internals/plain_functions.h"
 #include "measure.h"
 #include "stock_value.h"
 

@@ -4,7 +4,7 @@
 #   DuckDB_ROOT   (variable or environment) a folder with the library in it or in lib/, and the headers in
 #                 it or in include/. Without it: the cache folder that scripts/setup fills.
 #
-# Gives DuckDB::DuckDB (library and duckdb.h) and DuckDB_VERSION.
+# Gives DuckDB::DuckDB (library, C and C++ headers), DuckDB::C (the library with duckdb.h alone) and DuckDB_VERSION.
 
 set(_duckdb_pin ${CMAKE_CURRENT_LIST_DIR}/../scripts/duckdb.pin)
 file(STRINGS ${_duckdb_pin} _pin REGEX "^DUCKDB_VERSION=")
@@ -97,4 +97,16 @@ if(DuckDB_FOUND AND NOT TARGET DuckDB::DuckDB)
         IMPORTED_SONAME libduckdb.so
         INTERFACE_INCLUDE_DIRECTORIES ${DuckDB_INCLUDE_DIR}
         INTERFACE_SYSTEM_INCLUDE_DIRECTORIES ${DuckDB_INCLUDE_DIR})
+endif()
+
+if(DuckDB_FOUND AND NOT TARGET DuckDB::C)
+    set(_duckdb_c ${PROJECT_BINARY_DIR}/include_roots/duckdb_c)
+    file(MAKE_DIRECTORY ${_duckdb_c})
+    file(CREATE_LINK ${DuckDB_INCLUDE_DIR}/duckdb.h ${_duckdb_c}/duckdb.h SYMBOLIC)
+    add_library(DuckDB::C SHARED IMPORTED)
+    set_target_properties(DuckDB::C PROPERTIES
+        IMPORTED_LOCATION ${DuckDB_LIBRARY}
+        IMPORTED_SONAME libduckdb.so
+        INTERFACE_INCLUDE_DIRECTORIES ${_duckdb_c}
+        INTERFACE_SYSTEM_INCLUDE_DIRECTORIES ${_duckdb_c})
 endif()

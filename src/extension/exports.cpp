@@ -1,6 +1,6 @@
 #include <cstdio>
 
-#include "duckdb_plain/library_version.h"
+#include "base/library_version.h"
 #include "extension/extension.h"
 #include "mirona/extension_api.h"
 #include "nbx/mrsql/registry.h"
@@ -13,7 +13,7 @@ namespace {
 /** Whether the module can work with the DuckDB library that was loaded; if not, says so where an operator
     and the host can see it. */
 bool CheckLibrary(mirona_host host) {
-    const std::string mismatch = duckdb_plain::CheckLibraryVersion();
+    const std::string mismatch = mduckdb::CheckLibraryVersion();
     if (mismatch.empty()) {
         return true;
     }

@@ -5,14 +5,14 @@
 #include <cstring>
 #include <utility>
 
-#include "cursor/cursor.h"
-#include "database/database.h"
-#include "database/errors.h"
-#include "database/handle_registry.h"
-#include "duckdb_plain/engine_files.h"
+#include "base/errors.h"
+#include "base/text.h"
+#include "engines/engine_files.h"
+#include "engines/handle_registry.h"
 #include "extension/file_probe.h"
 #include "extension/restore.h"
-#include "host/text.h"
+#include "objects/cursor.h"
+#include "objects/database.h"
 
 namespace mduckdb {
 

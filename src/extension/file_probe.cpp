@@ -3,8 +3,8 @@
 #include <cstring>
 #include <utility>
 
-#include "duckdb_plain/engine_files.h"
-#include "host/text.h"
+#include "base/text.h"
+#include "engines/engine_files.h"
 #include "nbx/file.h"
 
 namespace mduckdb {
@@ -44,7 +44,7 @@ bool Probe(nbx::I_File& file, nbx::smart_ptr<nbx::I_Location> location) noexcept
 bool LooksLikeDuckDBFile(nbx::smart_ptr<nbx::I_Location> location) noexcept {
     try {
         // Opening and closing a file that an engine of this process has open would drop the engine's lock.
-        if (location && duckdb_plain::EngineFiles::Get().IsInUse(ToUtf8(location->get_PathText()))) {
+        if (location && EngineFiles::Get().IsInUse(ToUtf8(location->get_PathText()))) {
             return true;
         }
         const auto file = nbx::MakeObject<nbx::FileWin>();

@@ -3,8 +3,8 @@
 #include <string>
 #include <utility>
 
-#include "database/database.h"
-#include "database/errors.h"
+#include "base/errors.h"
+#include "objects/database.h"
 
 namespace mduckdb {
 

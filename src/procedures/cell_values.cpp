@@ -4,7 +4,7 @@
 #include <iterator>
 #include <limits>
 
-#include "duckdb_plain/holders.h"
+#include "base/holders.h"
 #include "procedures/packed_time.h"
 
 namespace mduckdb {
@@ -136,7 +136,7 @@ CellStorage GetColumnStorage(duckdb_result& result, idx_t column) {
     if (type != DUCKDB_TYPE_DECIMAL) {
         return GetCellStorage(static_cast<std::int32_t>(type));
     }
-    const duckdb_plain::LogicalTypeHolder decimal(duckdb_column_logical_type(&result, column));
+    const LogicalTypeHolder decimal(duckdb_column_logical_type(&result, column));
     return GetCellStorage(static_cast<std::int32_t>(duckdb_decimal_internal_type(decimal.get())));
 }
 

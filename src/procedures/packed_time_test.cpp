@@ -6,7 +6,7 @@
 #include <limits>
 #include <random>
 
-#include "duckdb_plain/value_guard.h"
+#include "duckdb_internals/value_guard.h"
 
 namespace mduckdb {
 namespace {
@@ -66,7 +66,7 @@ TEST(IsTimeOfDay, AgreesWithTheGuardOfTheCursors) {
          {std::int64_t{0}, std::int64_t{1}, std::int64_t{-1}, kMicrosPerDay - 1, kMicrosPerDay,
           kMicrosPerDay + 1, std::numeric_limits<std::int64_t>::max(),
           std::numeric_limits<std::int64_t>::min()}) {
-        EXPECT_EQ(duckdb_plain::IsValidTime(micros), IsTimeOfDay(micros)) << micros;
+        EXPECT_EQ(IsValidTime(micros), IsTimeOfDay(micros)) << micros;
     }
 }
 

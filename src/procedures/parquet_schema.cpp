@@ -3,7 +3,7 @@
 #include <string_view>
 #include <vector>
 
-#include "duckdb_plain/holders.h"
+#include "base/holders.h"
 #include "procedures/handlers.h"
 #include "procedures/private_engine.h"
 #include "procedures/procedures.h"
@@ -40,7 +40,7 @@ void AppendRow(std::vector<mirona_value>& values, mirona_call call, duckdb_resul
 mirona_cursor ParquetSchema::Run(mirona_call call, const Arguments& arguments) {
     const std::string uri = arguments.RequiredText(0, kName);
     PrivateEngine engine = PrivateEngine::OpenInMemory();
-    duckdb_plain::ResultHolder result = engine.Query("SELECT * FROM " + ReadParquetCall(uri) + " LIMIT 0");
+    ResultHolder result = engine.Query("SELECT * FROM " + ReadParquetCall(uri) + " LIMIT 0");
     const idx_t rows = duckdb_column_count(result.get());
     std::vector<mirona_value> values;
     values.reserve(rows * kColumns.size());  // nothing may throw between a value and the cursor that takes it

@@ -7,19 +7,17 @@
 #include <string_view>
 #include <utility>
 
-#include "duckdb_plain/engine_files.h"
+#include "engines/engine_files.h"
 
 namespace mduckdb {
 namespace {
-
-using duckdb_plain::EngineFiles;
 
 constexpr EngineFiles::Access kReading = EngineFiles::Access::reading;
 /** Stands for the configuration below among the idle engines. */
 constexpr const char* kConfiguration = "procedure";
 
 duckdb_state OpenReadOnly(const std::string& path, duckdb_database* database) {
-    duckdb_plain::ConfigHolder config;
+    ConfigHolder config;
     if (duckdb_create_config(config.Receive()) != DuckDBSuccess ||
         duckdb_set_config(config.get(), "access_mode", "READ_ONLY") != DuckDBSuccess) {
         return DuckDBError;
@@ -114,12 +112,12 @@ void PrivateEngine::Connect(const char* failure_text) {
     }
 }
 
-bool PrivateEngine::TryQuery(const std::string& sql, duckdb_plain::ResultHolder& result) {
+bool PrivateEngine::TryQuery(const std::string& sql, ResultHolder& result) {
     return duckdb_query(connection_, sql.c_str(), result.Receive()) == DuckDBSuccess;
 }
 
-duckdb_plain::ResultHolder PrivateEngine::Query(const std::string& sql) {
-    duckdb_plain::ResultHolder result;
+ResultHolder PrivateEngine::Query(const std::string& sql) {
+    ResultHolder result;
     if (!TryQuery(sql, result)) {
         throw QueryError(*result.get());
     }

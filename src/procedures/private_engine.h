@@ -5,7 +5,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "duckdb_plain/holders.h"
+#include "base/holders.h"
 
 namespace mduckdb {
 
@@ -25,9 +25,9 @@ class PrivateEngine {
     ~PrivateEngine();
 
     /** Runs the text to the end; throws with DuckDB's text when it fails. */
-    duckdb_plain::ResultHolder Query(const std::string& sql);
+    ResultHolder Query(const std::string& sql);
     /** Whether it worked; the result holds the rows or DuckDB's error. */
-    bool TryQuery(const std::string& sql, duckdb_plain::ResultHolder& result);
+    bool TryQuery(const std::string& sql, ResultHolder& result);
 
   private:
     PrivateEngine() = default;

@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-#include "duckdb_plain/holders.h"
+#include "base/holders.h"
 #include "procedures/procedures.h"
 #include "procedures/query_state.h"
 #include "procedures/select_type.h"
@@ -24,8 +24,7 @@ struct Plan {
 
 /** Asks DuckDB for the columns of the base query, without rows. */
 Plan ProbeColumns(PrivateEngine& engine, const std::string& base_query) {
-    duckdb_plain::ResultHolder probe =
-        engine.Query("SELECT * FROM (" + base_query + ") AS parquet_source LIMIT 0");
+    ResultHolder probe = engine.Query("SELECT * FROM (" + base_query + ") AS parquet_source LIMIT 0");
     Plan plan;
     const idx_t count = duckdb_column_count(probe.get());
     for (idx_t i = 0; i < count; ++i) {
@@ -42,13 +41,13 @@ Plan ProbeColumns(PrivateEngine& engine, const std::string& base_query) {
 
 /** The rows with the casts as they are; when that fails, perhaps because one cell holds a number that is no
     value of its type, with null for such cells. */
-duckdb_plain::ResultHolder FetchRows(PrivateEngine& engine, const Plan& plan, const std::string& base_query,
-                                     const std::string& limit) {
-    duckdb_plain::ResultHolder result;
+ResultHolder FetchRows(PrivateEngine& engine, const Plan& plan, const std::string& base_query,
+                       const std::string& limit) {
+    ResultHolder result;
     if (engine.TryQuery(FinalQuery(JoinList(plan.select_items), base_query, limit), result)) {
         return result;
     }
-    duckdb_plain::ResultHolder forgiving;
+    ResultHolder forgiving;
     if (plan.forgiving_items != plan.select_items &&
         engine.TryQuery(FinalQuery(JoinList(plan.forgiving_items), base_query, limit), forgiving)) {
         return forgiving;
@@ -74,7 +73,7 @@ std::string FinalQuery(const std::string& select_list, const std::string& base_q
 mirona_cursor RunQuery(mirona_call call, PrivateEngine engine, const std::string& base_query,
                        const std::string& limit) {
     Plan plan = ProbeColumns(engine, base_query);
-    duckdb_plain::ResultHolder result = FetchRows(engine, plan, base_query, limit);
+    ResultHolder result = FetchRows(engine, plan, base_query, limit);
     auto state = std::make_unique<QueryState>(std::move(engine), std::move(plan.columns), std::move(result));
     const mirona_cursor_def def = state->MakeCursorDef();
     mirona_cursor cursor = nullptr;

@@ -33,8 +33,7 @@ std::uint64_t GetCursorRowCount(void* state) noexcept {
 
 }  // namespace
 
-QueryState::QueryState(PrivateEngine engine, std::vector<ColumnRecord> columns,
-                       duckdb_plain::ResultHolder result)
+QueryState::QueryState(PrivateEngine engine, std::vector<ColumnRecord> columns, ResultHolder result)
     : engine_(std::move(engine)),
       result_(std::move(result)),
       columns_(std::move(columns)),

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "duckdb_plain/holders.h"
-#include "duckdb_plain/result_chunks.h"
+#include "base/holders.h"
+#include "duckdb_internals/result_chunks.h"
 #include "mirona/extension_api.h"
 #include "procedures/cell_values.h"
 #include "procedures/private_engine.h"
@@ -27,7 +27,7 @@ struct ColumnRecord {
 class QueryState {
   public:
     /** Throws when DuckDB does not give the result's chunks. */
-    QueryState(PrivateEngine engine, std::vector<ColumnRecord> columns, duckdb_plain::ResultHolder result);
+    QueryState(PrivateEngine engine, std::vector<ColumnRecord> columns, ResultHolder result);
     QueryState(const QueryState&) = delete;
     QueryState& operator=(const QueryState&) = delete;
 
@@ -53,12 +53,12 @@ class QueryState {
 
     // Destroyed from the last to the first: chunks, result, engine.
     PrivateEngine engine_;
-    duckdb_plain::ResultHolder result_;
+    ResultHolder result_;
     std::vector<ColumnRecord> columns_;
     std::vector<mirona_column> host_columns_;
     idx_t row_count_;
 
-    duckdb_plain::ResultChunks chunks_;
+    ResultChunks chunks_;
     /** Rows of the loaded chunk; from 0 to 0 while none is loaded. */
     idx_t chunk_begin_ = 0;
     idx_t chunk_end_ = 0;

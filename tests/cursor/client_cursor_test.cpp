@@ -96,7 +96,7 @@ struct InterruptibleHost {
 
 TEST_F(ClientCursor, reading_its_rows_is_cut_by_an_interrupt_and_leaves_nothing_behind) {
     const InterruptibleHost host;
-    duckdb_plain::ResultHolder result = database_.Query("SELECT i FROM range(10000) t(i)");
+    ResultHolder result = database_.Query("SELECT i FROM range(10000) t(i)");
     database_->Interrupt();
     EXPECT_EQ(ErrorOf([&] { database_.Open(std::move(result), kClientCursor); }), "57501||");
     EXPECT_EQ(Select("SELECT 1")->get_RecordCount(), 1U) << "an interrupt counts once";
@@ -105,7 +105,7 @@ TEST_F(ClientCursor, reading_its_rows_is_cut_by_an_interrupt_and_leaves_nothing_
 
 TEST_F(ClientCursor, an_interrupt_from_another_thread_cuts_a_long_read) {
     const InterruptibleHost host;
-    duckdb_plain::ResultHolder result = database_.Query("SELECT i, i::VARCHAR FROM range(3000000) t(i)");
+    ResultHolder result = database_.Query("SELECT i, i::VARCHAR FROM range(3000000) t(i)");
     std::atomic<bool> is_over{false};
     std::thread other([&] {
         while (!is_over) {
@@ -123,7 +123,7 @@ TEST_F(ClientCursor, an_interrupt_from_another_thread_cuts_a_long_read) {
 TEST_F(ClientCursor, is_invalid_at_once_when_its_database_closes_while_it_reads) {
     for (int round = 0; round < 5; ++round) {
         OpenedDatabase database;
-        duckdb_plain::ResultHolder result = database.Query("SELECT i, i::VARCHAR FROM range(200000) t(i)");
+        ResultHolder result = database.Query("SELECT i, i::VARCHAR FROM range(200000) t(i)");
         std::thread other([&] {
             std::this_thread::sleep_for(std::chrono::milliseconds(3));
             database->Close();

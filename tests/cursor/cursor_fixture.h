@@ -4,16 +4,16 @@
 
 #include <string>
 
-#include "cursor/cursor.h"
-#include "cursor/value_description.h"
-#include "database/database.h"
-#include "database/query_result.h"
-#include "duckdb_plain/holders.h"
+#include "base/engine_lock.h"
+#include "base/holders.h"
+#include "base/text.h"
 #include "extension/extension.h"
-#include "host/engine_lock.h"
-#include "host/text.h"
 #include "nbx/exception.h"
 #include "nbx/mrsql/registry.h"
+#include "objects/cursor.h"
+#include "objects/database.h"
+#include "objects/query_result.h"
+#include "support/value_description.h"
 
 namespace mduckdb {
 
@@ -43,8 +43,8 @@ class OpenedDatabase {
         return *database_->get_Connection();
     }
 
-    duckdb_plain::ResultHolder Query(const std::string& sql) const {
-        duckdb_plain::ResultHolder result;
+    ResultHolder Query(const std::string& sql) const {
+        ResultHolder result;
         EXPECT_EQ(duckdb_query(get_Connection(), sql.c_str(), result.Receive()), DuckDBSuccess)
             << sql << "\n"
             << duckdb_result_error(result.get());
@@ -52,17 +52,17 @@ class OpenedDatabase {
     }
 
     /** A result that DuckDB computes while it is fetched, so that fetching can fail. */
-    duckdb_plain::ResultHolder Stream(const std::string& sql) const {
-        duckdb_plain::PreparedHolder prepared;
+    ResultHolder Stream(const std::string& sql) const {
+        PreparedHolder prepared;
         EXPECT_EQ(duckdb_prepare(get_Connection(), sql.c_str(), prepared.Receive()), DuckDBSuccess) << sql;
-        duckdb_plain::PendingHolder pending;
+        PendingHolder pending;
         EXPECT_EQ(duckdb_pending_prepared_streaming(prepared.get(), pending.Receive()), DuckDBSuccess) << sql;
-        duckdb_plain::ResultHolder result;
+        ResultHolder result;
         EXPECT_EQ(duckdb_execute_pending(pending.get(), result.Receive()), DuckDBSuccess) << sql;
         return result;
     }
 
-    Cursor Open(duckdb_plain::ResultHolder result, uint32_t location) const {
+    Cursor Open(ResultHolder result, uint32_t location) const {
         return MakeCursor(*database_, result.Detach(), location);
     }
     Cursor Select(const std::string& sql, uint32_t location) const { return Open(Query(sql), location); }

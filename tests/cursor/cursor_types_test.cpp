@@ -4,17 +4,15 @@
 #include <map>
 #include <set>
 
-#include "cursor/variant_type_names.h"
 #include "cursor_fixture.h"
-#include "duckdb_plain/sample_values.h"
-#include "duckdb_plain/test_engine.h"
+#include "support/sample_values.h"
+#include "support/test_engine.h"
+#include "values/variant_type_names.h"
 
 namespace mduckdb {
 namespace {
 
-using duckdb_plain::get_SampleExpressions;
-using duckdb_plain::get_VariantExpressions;
-using Oracle = duckdb_plain::TestEngine;
+using Oracle = TestEngine;
 
 /** Further cells, where a type is easily got wrong. */
 const std::vector<std::string>& get_EdgeExpressions() {
@@ -117,7 +115,7 @@ std::string ExpectedField(Oracle& oracle, const std::string& expression, duckdb_
 }
 
 duckdb_type TypeOf(Oracle& oracle, const std::string& expression) {
-    duckdb_plain::ResultHolder result = oracle.Query("SELECT " + expression);
+    ResultHolder result = oracle.Query("SELECT " + expression);
     return duckdb_column_type(result.get(), 0);
 }
 

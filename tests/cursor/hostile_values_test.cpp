@@ -6,7 +6,7 @@
 #include <optional>
 
 #include "cursor_fixture.h"
-#include "duckdb_plain/plain_functions.h"
+#include "duckdb_internals/plain_functions.h"
 
 namespace mduckdb {
 namespace {
@@ -79,11 +79,11 @@ class HostileValues : public testing::TestWithParam<RawColumn> {
 
     void MakeTable() {
         const RawColumn& column = GetParam();
-        duckdb_plain::LogicalTypeHolder type(duckdb_create_logical_type(column.type));
-        const duckdb_plain::TextHolder type_name(duckdb_logical_type_to_string(type.get()));
+        LogicalTypeHolder type(duckdb_create_logical_type(column.type));
+        const TextHolder type_name(duckdb_logical_type_to_string(type.get()));
         database_->Query(std::string("CREATE TABLE raw(x ") + type_name.get() + ")");
         duckdb_logical_type types[] = {type.get()};
-        const duckdb_plain::ChunkHolder chunk(duckdb_create_data_chunk(types, 1));
+        const ChunkHolder chunk(duckdb_create_data_chunk(types, 1));
         void* data = duckdb_vector_get_data(duckdb_data_chunk_get_vector(chunk.get(), 0));
         for (std::size_t i = 0; i < column.numbers.size(); ++i) {
             if (column.type == DUCKDB_TYPE_DATE) {
@@ -102,7 +102,7 @@ class HostileValues : public testing::TestWithParam<RawColumn> {
 
     /** Reads every row of the query; nothing when DuckDB refuses it in an ordinary way, with an error. */
     std::vector<std::string> ReadAll(const std::string& sql, uint32_t location) {
-        duckdb_plain::ResultHolder result;
+        ResultHolder result;
         if (duckdb_query(database_->get_Connection(), sql.c_str(), result.Receive()) != DuckDBSuccess) {
             EXPECT_NE(duckdb_result_error(result.get()), nullptr);
             return {};
@@ -176,7 +176,7 @@ TEST_P(HostileValues, in_a_list_make_its_text_empty_where_the_element_has_none) 
 
 TEST_P(HostileValues, in_a_Parquet_file_spoil_no_other_cell) {
     const std::string file = (folder_ / "raw.parquet").string();
-    duckdb_plain::ResultHolder copied;
+    ResultHolder copied;
     if (duckdb_query(database_->get_Connection(), ("COPY raw TO '" + file + "'").c_str(), copied.Receive()) !=
         DuckDBSuccess) {
         EXPECT_EQ(GetParam().type, DUCKDB_TYPE_TIMESTAMP_S) << duckdb_result_error(copied.get());

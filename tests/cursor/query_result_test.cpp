@@ -1,4 +1,4 @@
-#include "database/query_result.h"
+#include "objects/query_result.h"
 
 #include "cursor_fixture.h"
 

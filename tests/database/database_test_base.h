@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "duckdb_plain/engine_files.h"
+#include "engines/engine_files.h"
 #include "support/duckdb_faults.h"
 #include "support/second_process.h"
 #include "support/temp_folder.h"
@@ -16,7 +16,7 @@ class DatabaseTest : public testing::Test {
     void SetUp() override { duckdb_faults::Reset(); }
     void TearDown() override {
         EXPECT_EQ(duckdb_faults::CountLiveHandles(), 0);
-        EXPECT_EQ(duckdb_plain::EngineFiles::Get().get_IdleCount(), 0u);
+        EXPECT_EQ(mduckdb::EngineFiles::Get().get_IdleCount(), 0u);
     }
     std::string Path(const std::string& name = "test.db") const { return folder / name; }
     /** A file with the table t of the numbers 1 to 3. */

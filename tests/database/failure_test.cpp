@@ -25,7 +25,7 @@ class DatabaseFailure : public DatabaseTest {
         if (users == 0) {
             EXPECT_EQ(duckdb_faults::CountLiveHandles(), 0);
             EXPECT_EQ(TryOpenElsewhere(Path(), true), "ok");
-            EXPECT_FALSE(duckdb_plain::EngineFiles::Get().IsInUse(Path()));
+            EXPECT_FALSE(mduckdb::EngineFiles::Get().IsInUse(Path()));
             database->Open();
             EXPECT_TRUE(database->get_IsOpen());
         }
@@ -112,7 +112,7 @@ TEST_F(DatabaseFailure, CreateWhenOpeningFailsWithoutAText) {
     EXPECT_EQ(Thrown([&] { database->Create(); }), Refusal(Path(), "Unknown DuckDB database open error"));
     EXPECT_FALSE(database->get_IsOpen());
     EXPECT_EQ(duckdb_faults::CountLiveHandles(), 0);
-    EXPECT_FALSE(duckdb_plain::EngineFiles::Get().IsInUse(Path()));
+    EXPECT_FALSE(mduckdb::EngineFiles::Get().IsInUse(Path()));
 }
 
 TEST_F(DatabaseFailure, CreateWithoutAConnection) {

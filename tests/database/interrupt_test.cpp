@@ -2,10 +2,10 @@
 #include <chrono>
 #include <thread>
 
-#include "database/database.h"
+#include "base/holders.h"
 #include "database_test_base.h"
-#include "duckdb_plain/holders.h"
 #include "nbx/hooks.h"
+#include "objects/database.h"
 
 namespace {
 
@@ -89,11 +89,11 @@ TEST_F(DatabaseInterrupt, OfAClosedDatabaseDoesNothingAndIsNotRemembered) {
 TEST_F(DatabaseInterrupt, BeforeDuckDBBeginsIsNotLost) {
     auto& own = dynamic_cast<mduckdb::DuckDBDatabase&>(*database);
     const auto connection = own.get_Connection();
-    duckdb_plain::PreparedHolder prepared;
+    mduckdb::PreparedHolder prepared;
     ASSERT_EQ(duckdb_prepare(*connection, kLongQuery, prepared.Receive()), DuckDBSuccess);
     own.ClearInterrupted();
     database->Interrupt();
-    duckdb_plain::ResultHolder result;
+    mduckdb::ResultHolder result;
     const auto begun = Clock::now();
     EXPECT_EQ(own.ExecutePrepared(prepared.get(), result.Receive()), DuckDBError);
     EXPECT_LT(Clock::now() - begun, 1s);
@@ -107,19 +107,19 @@ TEST_F(DatabaseInterrupt, ExecutionGivesTheSameErrorTextsAsDuckDBs) {
     const auto connection = own.get_Connection();
     for (const char* sql : {"SELECT ?", "SELECT CAST('x' AS INTEGER)", "SELECT error('boom')",
                             "INSERT INTO (SELECT 1) VALUES (1)"}) {
-        duckdb_plain::PreparedHolder prepared;
+        mduckdb::PreparedHolder prepared;
         if (duckdb_prepare(*connection, sql, prepared.Receive()) != DuckDBSuccess) {
-            duckdb_plain::ResultHolder result;
+            mduckdb::ResultHolder result;
             EXPECT_EQ(own.ExecutePrepared(prepared.get(), result.Receive()), DuckDBError) << sql;
             continue;
         }
-        duckdb_plain::ResultHolder ours;
-        duckdb_plain::ResultHolder theirs;
+        mduckdb::ResultHolder ours;
+        mduckdb::ResultHolder theirs;
         EXPECT_EQ(own.ExecutePrepared(prepared.get(), ours.Receive()), DuckDBError) << sql;
         EXPECT_EQ(duckdb_execute_prepared(prepared.get(), theirs.Receive()), DuckDBError) << sql;
         EXPECT_STREQ(duckdb_result_error(ours.get()), duckdb_result_error(theirs.get())) << sql;
     }
-    duckdb_plain::ResultHolder result;
+    mduckdb::ResultHolder result;
     EXPECT_EQ(own.ExecutePrepared(nullptr, result.Receive()), DuckDBError);
 }
 

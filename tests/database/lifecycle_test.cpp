@@ -1,8 +1,8 @@
 #include <filesystem>
 
-#include "database/database.h"
+#include "base/holders.h"
 #include "database_test_base.h"
-#include "duckdb_plain/holders.h"
+#include "objects/database.h"
 
 namespace {
 
@@ -195,7 +195,7 @@ TEST_F(DatabaseLifecycle, RepeatedReadOnlyOpeningReusesTheIdleEngine) {
         EXPECT_EQ(QueryText(*database, "SELECT count(*) FROM t"), "3");
     }
     EXPECT_LE(CountCalls("duckdb_open_ext"), 1u);
-    EXPECT_LE(duckdb_plain::EngineFiles::Get().get_IdleCount(), 1u);
+    EXPECT_LE(mduckdb::EngineFiles::Get().get_IdleCount(), 1u);
 }
 
 TEST_F(DatabaseLifecycle, AReaderAfterAWriterSeesWhatItWrote) {
@@ -325,7 +325,7 @@ TEST_F(DatabaseLifecycle, AWriterUnderAnotherPathIsTakenUpAgainWhileAReaderStays
     for (int i = 0; i < 5; ++i) {
         Execute(*host.Opened(Path("link.db")), "INSERT INTO t VALUES (0)");
     }
-    EXPECT_EQ(duckdb_plain::EngineFiles::Get().get_IdleCount(), 1u);
+    EXPECT_EQ(mduckdb::EngineFiles::Get().get_IdleCount(), 1u);
     reader->Close();
     EXPECT_EQ(QueryText(*host.Opened(Path()), "SELECT count(*) FROM t"), "8");
 }
@@ -405,11 +405,11 @@ TEST_F(DatabaseLifecycle, ChildrenThatDieAfterTheirOwnClosingLeaveTheLists) {
 /** Ends the engine with an internal error: a TIME outside of a day cannot be made into text. */
 void EndEngine(nbx::mrsql::I_DuckDBDatabase& database) {
     const auto connection = dynamic_cast<mduckdb::DuckDBDatabase&>(database).get_Connection();
-    duckdb_plain::PreparedHolder prepared;
+    mduckdb::PreparedHolder prepared;
     duckdb_query(*connection, "CREATE TEMP TABLE bad(t TIME)", nullptr);
     ASSERT_EQ(duckdb_prepare(*connection, "INSERT INTO bad VALUES (?)", prepared.Receive()), DuckDBSuccess);
     ASSERT_EQ(duckdb_bind_time(prepared.get(), 1, {INT64_MAX}), DuckDBSuccess);
-    duckdb_plain::ResultHolder result;
+    mduckdb::ResultHolder result;
     ASSERT_EQ(duckdb_execute_prepared(prepared.get(), result.Receive()), DuckDBSuccess);
     ASSERT_NE(duckdb_query(*connection, "SELECT t::VARCHAR FROM bad", nullptr), DuckDBSuccess);
     ASSERT_NE(duckdb_query(*connection, "SELECT 1", nullptr), DuckDBSuccess);

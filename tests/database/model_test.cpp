@@ -112,7 +112,7 @@ class DatabaseModel : public DatabaseTest {
         ASSERT_EQ(object.database->get_ConnectionCount(), object.path->users);
         ASSERT_EQ(object.database->get_Exists(), object.path->exists);
         ASSERT_EQ(host->IsDatabaseOpen(object.database->get_Key()), object.path->users > 0);
-        ASSERT_EQ(duckdb_plain::EngineFiles::Get().IsInUse(object.path->path),
+        ASSERT_EQ(mduckdb::EngineFiles::Get().IsInUse(object.path->path),
                   object.path->users > 0 && !IsMemory(*object.path));
     }
     void Step(ObjectModel& object, unsigned operation, unsigned choice) {

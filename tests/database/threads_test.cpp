@@ -8,7 +8,7 @@
 #include <thread>
 #include <vector>
 
-#include "duckdb_plain/engine_files.h"
+#include "engines/engine_files.h"
 #include "handle_balance.h"
 #include "nbx/hooks.h"
 #include "support/temp_folder.h"
@@ -111,8 +111,8 @@ TEST(DatabaseThreads, EightThreadsOnSharedAndOwnObjects) {
     shared->Close();
     memory->Close();
     EXPECT_EQ(shared->get_ConnectionCount(), 0u);
-    EXPECT_EQ(duckdb_plain::EngineFiles::Get().get_IdleCount(), 0u);
-    EXPECT_FALSE(duckdb_plain::EngineFiles::Get().IsInUse(folder / "a.db"));
+    EXPECT_EQ(mduckdb::EngineFiles::Get().get_IdleCount(), 0u);
+    EXPECT_FALSE(mduckdb::EngineFiles::Get().IsInUse(folder / "a.db"));
     ExpectNoHandleLeft();
 }
 

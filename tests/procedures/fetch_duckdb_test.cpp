@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <string>
 
-#include "duckdb_plain/engine_files.h"
+#include "engines/engine_files.h"
 #include "fake_host.h"
 #include "procedures/handlers.h"
 #include "procedures/private_engine.h"
@@ -15,7 +15,6 @@
 namespace mduckdb::testing {
 namespace {
 
-using duckdb_plain::EngineFiles;
 using ::testing::ElementsAre;
 
 /** A folder with a database of one table, `items`, with the numbers 1 and 2. */

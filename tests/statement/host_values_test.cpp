@@ -1,8 +1,8 @@
 #include <functional>
 #include <map>
 
-#include "statement/host_value_binding.h"
 #include "statement_fixture.h"
+#include "values/host_value_binding.h"
 
 namespace mduckdb::test {
 

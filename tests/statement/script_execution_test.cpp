@@ -242,14 +242,14 @@ class Reference {
     std::pair<int64_t, std::string> Run(const std::vector<std::string>& statements) {
         int64_t changed = 0;
         for (const std::string& sql : statements) {
-            duckdb_plain::PreparedHolder prepared;
+            PreparedHolder prepared;
             if (duckdb_prepare(connection_, sql.c_str(), prepared.Receive()) != DuckDBSuccess) {
                 return {0, duckdb_prepare_error(prepared.get())};
             }
-            duckdb_plain::ResultHolder result;
+            ResultHolder result;
             if (duckdb_execute_prepared(prepared.get(), result.Receive()) != DuckDBSuccess) {
                 const std::string error = duckdb_result_error(result.get());
-                duckdb_plain::ResultHolder rollback;
+                ResultHolder rollback;
                 duckdb_query(connection_, "ROLLBACK", rollback.Receive());
                 return {0, error};
             }

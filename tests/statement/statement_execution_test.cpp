@@ -2,7 +2,7 @@
 #include <atomic>
 #include <thread>
 
-#include "host/engine_lock.h"
+#include "base/engine_lock.h"
 #include "nbx/mrsql/duckdb_cursor.h"
 #include "nbx/mrsql/duckdb_query_result.h"
 #include "statement_fixture.h"

@@ -1,7 +1,7 @@
 #include "statement_fixture.h"
 
-#include "host/engine_lock.h"
-#include "host/text.h"
+#include "base/engine_lock.h"
+#include "base/text.h"
 
 namespace mduckdb::test {
 
@@ -61,7 +61,7 @@ Thrown MemoryError(std::string message) {
 
 Table RunDirectly(duckdb_connection connection, const std::string& sql) {
     Table table;
-    duckdb_plain::ResultHolder result;
+    ResultHolder result;
     if (duckdb_query(connection, sql.c_str(), result.Receive()) != DuckDBSuccess) {
         ADD_FAILURE() << sql << ": " << duckdb_result_error(result.get());
         return table;
@@ -71,7 +71,7 @@ Table RunDirectly(duckdb_connection connection, const std::string& sql) {
     for (idx_t row = 0; row < rows; ++row) {
         table.emplace_back();
         for (idx_t column = 0; column < columns; ++column) {
-            const duckdb_plain::TextHolder text(duckdb_value_varchar(result.get(), column, row));
+            const TextHolder text(duckdb_value_varchar(result.get(), column, row));
             table.back().emplace_back(text ? text.get() : "NULL");
         }
     }

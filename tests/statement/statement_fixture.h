@@ -9,11 +9,11 @@
 #include <utility>
 #include <vector>
 
-#include "database/database.h"
 #include "nbx/exception.h"
 #include "nbx/location.h"
 #include "nbx/mrsql/duckdb_statement.h"
 #include "nbx/value.h"
+#include "objects/database.h"
 
 namespace mduckdb::test {
 

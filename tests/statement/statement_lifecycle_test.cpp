@@ -1,4 +1,4 @@
-#include "statement/duckdb_statement.h"
+#include "objects/duckdb_statement.h"
 #include "statement_fixture.h"
 
 namespace mduckdb::test {

@@ -1,9 +1,9 @@
 #include <string>
 #include <vector>
 
-#include "duckdb_plain/plain_functions.h"
-#include "statement/host_value_binding.h"
+#include "duckdb_internals/plain_functions.h"
 #include "statement_fixture.h"
+#include "values/host_value_binding.h"
 
 namespace mduckdb::test {
 

@@ -2,8 +2,8 @@
 
 #include <cstdio>
 
+#include "base/text.h"
 #include "extension/extension.h"
-#include "host/text.h"
 #include "nbx/hooks.h"
 #include "nbx/mrsql/registry.h"
 

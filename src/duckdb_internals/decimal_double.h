@@ -1,0 +1,20 @@
+#pragma once
+
+#include <duckdb.h>
+
+#include <cstdint>
+
+/* DECIMALs as doubles, the same to the last bit as DuckDB's cast gives: it divides once when the number fits
+   a double, and otherwise adds the whole part and the fraction. */
+namespace mduckdb {
+
+/** Whether a number has no more digits than the width, which is 1 to 18. */
+bool IsValidNarrowDecimal(uint8_t width, int64_t number) noexcept;
+
+/** `number` / 10^`scale`; the scale is 0 to 18. */
+double DecimalToDouble(int64_t number, uint8_t scale) noexcept;
+
+/** The same for a scale of 0 to 38; the number has up to 38 digits. */
+double WideDecimalToDouble(duckdb_hugeint number, uint8_t scale);
+
+}  // namespace mduckdb

@@ -1,0 +1,88 @@
+#include "duckdb_internals/result_chunks.h"
+
+#include <algorithm>
+#include <duckdb/common/types/column/column_data_collection.hpp>
+#include <duckdb/common/types/column/column_data_collection_segment.hpp>
+#include <duckdb/main/capi/capi_internal.hpp>
+#include <duckdb/main/materialized_query_result.hpp>
+#include <stdexcept>
+#include <vector>
+
+namespace mduckdb {
+namespace {
+
+duckdb::ColumnDataCollection& CollectionOf(const duckdb_result& result) {
+    const auto* data = static_cast<const duckdb::DuckDBResultData*>(result.internal_data);
+    if (data == nullptr || !data->result || data->result->HasError() ||
+        data->result->type != duckdb::QueryResultType::MATERIALIZED_RESULT) {
+        throw std::runtime_error("Unable to access DuckDB result chunk.");
+    }
+    return data->result->Cast<duckdb::MaterializedQueryResult>().Collection();
+}
+
+}  // namespace
+
+struct ResultChunks::State {
+    struct Place {
+        duckdb::ColumnDataCollectionSegment* segment;
+        idx_t chunk;  // in the segment
+    };
+
+    std::vector<Place> places;
+    /** One more than there are places. */
+    std::vector<idx_t> first_rows;
+    /** Keeps the memory of the loaded chunk in place. */
+    duckdb::ColumnDataScanState scan;
+    duckdb::DataChunk loaded;
+};
+
+ResultChunks::ResultChunks(const duckdb_result& result) : state_(std::make_unique<State>()) {
+    duckdb::ColumnDataCollection& collection = CollectionOf(result);
+    collection.InitializeScan(state_->scan, duckdb::ColumnDataScanProperties::ALLOW_ZERO_COPY);
+    state_->scan.current_chunk_state.properties = state_->scan.properties;
+    collection.InitializeScanChunk(state_->loaded);
+    state_->places.reserve(collection.ChunkCount());
+    state_->first_rows.reserve(collection.ChunkCount() + 1);
+    idx_t first_row = 0;
+    for (const auto& segment : collection.GetSegments()) {
+        for (idx_t chunk = 0; chunk < segment->ChunkCount(); ++chunk) {
+            state_->places.push_back({segment.get(), chunk});
+            state_->first_rows.push_back(first_row);
+            first_row += segment->chunk_data[chunk].count;
+        }
+    }
+    state_->first_rows.push_back(first_row);
+}
+
+ResultChunks::ResultChunks(ResultChunks&&) noexcept = default;
+ResultChunks& ResultChunks::operator=(ResultChunks&&) noexcept = default;
+ResultChunks::~ResultChunks() = default;
+
+idx_t ResultChunks::get_Count() const noexcept {
+    return state_->places.size();
+}
+
+idx_t ResultChunks::get_FirstRow(idx_t chunk) const noexcept {
+    return state_->first_rows[chunk];
+}
+
+idx_t ResultChunks::FindRow(idx_t row) const noexcept {
+    const auto after = std::upper_bound(state_->first_rows.begin(), state_->first_rows.end(), row);
+    return static_cast<idx_t>(after - state_->first_rows.begin()) - 1;
+}
+
+void ResultChunks::Load(idx_t chunk) {
+    const State::Place& place = state_->places[chunk];
+    place.segment->ReadChunk(place.chunk, state_->scan.current_chunk_state, state_->loaded,
+                             state_->scan.column_ids);
+}
+
+const void* ResultChunks::get_Data(idx_t column) const noexcept {
+    return duckdb_vector_get_data(reinterpret_cast<duckdb_vector>(&state_->loaded.data[column]));
+}
+
+const uint64_t* ResultChunks::get_Validity(idx_t column) const noexcept {
+    return duckdb_vector_get_validity(reinterpret_cast<duckdb_vector>(&state_->loaded.data[column]));
+}
+
+}  // namespace mduckdb

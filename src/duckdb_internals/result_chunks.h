@@ -1,0 +1,40 @@
+#pragma once
+
+#include <duckdb.h>
+
+#include <cstdint>
+#include <memory>
+
+namespace mduckdb {
+
+/** Reads the chunks of a computed result in any order, where DuckDB keeps them: `duckdb_result_get_chunk`
+    allocates a chunk and copies all rows at every call, texts too. One chunk is loaded at a time. Not for two
+    threads at once. */
+class ResultChunks {
+  public:
+    /** Over a result that stays the caller's and must live, undestroyed, as long as this. Throws
+        `std::runtime_error` when the result has no computed rows (a failed one, a streamed one). */
+    explicit ResultChunks(const duckdb_result& result);
+    ResultChunks(ResultChunks&&) noexcept;
+    ResultChunks& operator=(ResultChunks&&) noexcept;
+    ~ResultChunks();
+
+    idx_t get_Count() const noexcept;
+    /** Number of rows of all chunks before this one; for `get_Count()`, of all. */
+    idx_t get_FirstRow(idx_t chunk) const noexcept;
+    /** The chunk that holds the row, which must be one of the result. */
+    idx_t FindRow(idx_t row) const noexcept;
+
+    /** Puts the chunk in the place of the loaded one. Throws what DuckDB throws, and then none is loaded. */
+    void Load(idx_t chunk);
+    /** The column's cells in the loaded chunk, as `duckdb_vector_get_data` and `duckdb_vector_get_validity`
+        give them, until the next `Load`. */
+    const void* get_Data(idx_t column) const noexcept;
+    const uint64_t* get_Validity(idx_t column) const noexcept;
+
+  private:
+    struct State;
+    std::unique_ptr<State> state_;
+};
+
+}  // namespace mduckdb

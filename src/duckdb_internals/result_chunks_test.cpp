@@ -1,0 +1,105 @@
+#include "duckdb_internals/result_chunks.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <stdexcept>
+#include <string_view>
+
+#include "support/test_engine.h"
+
+namespace mduckdb {
+namespace {
+
+bool IsValid(const uint64_t* validity, idx_t row) {
+    return validity == nullptr || (validity[row / 64] >> (row % 64) & 1) != 0;
+}
+
+std::string_view TextAt(const void* data, idx_t row) {
+    auto* text = const_cast<duckdb_string_t*>(static_cast<const duckdb_string_t*>(data)) + row;
+    return {duckdb_string_t_data(text), duckdb_string_t_length(*text)};
+}
+
+/** The loaded chunk's first two columns, BIGINT and VARCHAR, against DuckDB's own chunk. */
+void ExpectSameCells(const ResultChunks& chunks, duckdb_data_chunk expected) {
+    const duckdb_vector numbers = duckdb_data_chunk_get_vector(expected, 0);
+    const duckdb_vector texts = duckdb_data_chunk_get_vector(expected, 1);
+    for (idx_t row = 0; row < duckdb_data_chunk_get_size(expected); ++row) {
+        ASSERT_EQ(IsValid(duckdb_vector_get_validity(numbers), row), IsValid(chunks.get_Validity(0), row));
+        ASSERT_EQ(IsValid(duckdb_vector_get_validity(texts), row), IsValid(chunks.get_Validity(1), row));
+        if (IsValid(chunks.get_Validity(0), row)) {
+            ASSERT_EQ(static_cast<const int64_t*>(duckdb_vector_get_data(numbers))[row],
+                      static_cast<const int64_t*>(chunks.get_Data(0))[row]);
+        }
+        if (IsValid(chunks.get_Validity(1), row)) {
+            ASSERT_EQ(TextAt(duckdb_vector_get_data(texts), row), TextAt(chunks.get_Data(1), row));
+        }
+    }
+}
+
+class ResultChunksTest : public testing::Test {
+  protected:
+    TestEngine engine_;
+    /** Short texts, long ones and NULLs, over many chunks. */
+    ResultHolder rows_ = engine_.Query(
+        "SELECT CASE WHEN i % 5 <> 0 THEN i END AS n, CASE WHEN i % 7 <> 0 THEN repeat('text ' || i, "
+        "(i % 4)::INTEGER) END AS t, [i, i + 1] AS l FROM range(50000) r(i)");
+};
+
+TEST_F(ResultChunksTest, tells_the_rows_of_each_chunk_as_DuckDB_has_them) {
+    const ResultChunks chunks(*rows_);
+    ASSERT_EQ(chunks.get_Count(), duckdb_result_chunk_count(*rows_));
+    idx_t first_row = 0;
+    for (idx_t i = 0; i < chunks.get_Count(); ++i) {
+        EXPECT_EQ(chunks.get_FirstRow(i), first_row);
+        const ChunkHolder chunk(duckdb_result_get_chunk(*rows_, i));
+        first_row += duckdb_data_chunk_get_size(chunk.get());
+        EXPECT_EQ(chunks.FindRow(chunks.get_FirstRow(i)), i);
+        EXPECT_EQ(chunks.FindRow(first_row - 1), i);
+    }
+    EXPECT_EQ(chunks.get_FirstRow(chunks.get_Count()), duckdb_row_count(rows_.get()));
+}
+
+TEST_F(ResultChunksTest, gives_the_cells_of_any_chunk_in_any_order) {
+    ResultChunks chunks(*rows_);
+    const idx_t count = chunks.get_Count();
+    ASSERT_GT(count, 10U);
+    for (idx_t step = 0; step < 2 * count; ++step) {
+        const idx_t index = step * 7 % count;
+        chunks.Load(index);
+        const ChunkHolder expected(duckdb_result_get_chunk(*rows_, index));
+        ExpectSameCells(chunks, expected.get());
+    }
+}
+
+TEST_F(ResultChunksTest, reads_what_DuckDB_has_moved_to_disk) {
+    engine_.Query("SET memory_limit = '40MB'");
+    engine_.Query("SET threads = 1");
+    const ResultHolder rows = engine_.Query(
+        "SELECT i AS n, 'a text that is longer than twelve bytes ' || i AS t FROM range(1500000) r(i)");
+    ResultChunks chunks(*rows);
+    for (idx_t index = 0; index < chunks.get_Count(); index += 50) {
+        chunks.Load(index);
+        const auto row = static_cast<int64_t>(chunks.get_FirstRow(index));
+        ASSERT_EQ(static_cast<const int64_t*>(chunks.get_Data(0))[0], row);
+        ASSERT_EQ(TextAt(chunks.get_Data(1), 0),
+                  "a text that is longer than twelve bytes " + std::to_string(row));
+    }
+}
+
+TEST_F(ResultChunksTest, of_a_result_without_rows_are_none) {
+    const ResultHolder empty = engine_.Query("SELECT 1 AS n, 'x' AS t WHERE false");
+    const ResultChunks chunks(*empty);
+    EXPECT_EQ(chunks.get_Count(), 0U);
+    EXPECT_EQ(chunks.get_FirstRow(0), 0U);
+}
+
+TEST_F(ResultChunksTest, are_refused_for_a_result_that_has_none) {
+    ResultHolder failed;
+    EXPECT_EQ(duckdb_query(engine_.get(), "SELECT nothing FROM nowhere", failed.Receive()), DuckDBError);
+    EXPECT_THROW(ResultChunks{*failed}, std::runtime_error);
+    EXPECT_THROW(ResultChunks{duckdb_result{}}, std::runtime_error);
+}
+
+}  // namespace
+}  // namespace mduckdb

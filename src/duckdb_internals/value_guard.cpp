@@ -1,0 +1,133 @@
+#include "duckdb_internals/value_guard.h"
+
+#include <duckdb/common/types/hugeint.hpp>
+#include <duckdb/common/types/variant.hpp>
+#include <duckdb/common/types/vector.hpp>
+#include <duckdb/function/scalar/variant_utils.hpp>
+
+namespace mduckdb {
+
+namespace {
+
+using duckdb::LogicalTypeId;
+using duckdb::Value;
+
+constexpr int64_t kMicrosPerDay = int64_t{24} * 60 * 60 * 1'000'000;
+constexpr int64_t kNanosPerDay = kMicrosPerDay * 1000;
+constexpr int32_t kLargestOffset = 16 * 60 * 60 - 1;
+constexpr uint8_t kWidestDecimal = 38;
+constexpr uint8_t kMostBitPadding = 7;
+constexpr idx_t kBignumHeader = 3;
+
+bool IsReadable(const Value& value);
+
+bool AreReadable(const duckdb::vector<Value>& values) {
+    for (const auto& value : values) {
+        if (!IsReadable(value)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool IsReadableDecimal(const Value& value) {
+    const duckdb::hugeint_t number = duckdb::IntegralValue::Get(value);
+    return IsValidDecimal(duckdb::DecimalType::GetWidth(value.type()),
+                          duckdb::DecimalType::GetScale(value.type()), {number.lower, number.upper});
+}
+
+bool IsReadableVariant(const Value& value) {
+    duckdb::Vector vector(value);
+    duckdb::RecursiveUnifiedVectorFormat format;
+    duckdb::Vector::RecursiveToUnifiedFormat(vector, 1, format);
+    return IsReadable(
+        duckdb::VariantUtils::ConvertVariantToValue(duckdb::UnifiedVariantVectorData(format), 0, 0));
+}
+
+template <bool (*IsValid)(const uint8_t*, idx_t)>
+bool IsReadableBytes(const Value& value) {
+    const auto& bytes = duckdb::StringValue::Get(value);
+    return IsValid(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
+}
+
+bool IsReadable(const Value& value) {
+    if (value.IsNull()) {
+        return true;
+    }
+    switch (value.type().id()) {
+        case LogicalTypeId::TIME:
+            return IsValidTime(value.GetValueUnsafe<duckdb::dtime_t>().micros);
+        case LogicalTypeId::TIME_NS:
+            return IsValidTimeNs(value.GetValueUnsafe<duckdb::dtime_ns_t>().micros);
+        case LogicalTypeId::TIME_TZ:
+            return IsValidTimeTzBits(value.GetValueUnsafe<duckdb::dtime_tz_t>().bits);
+        case LogicalTypeId::DECIMAL:
+            return IsReadableDecimal(value);
+        case LogicalTypeId::BIT:
+            return IsReadableBytes<IsValidBit>(value);
+        case LogicalTypeId::BIGNUM:
+            return IsReadableBytes<IsValidStoredBignum>(value);
+        case LogicalTypeId::VARIANT:
+            return value.type().AuxInfo() && IsReadableVariant(value);
+        case LogicalTypeId::LIST:
+        case LogicalTypeId::MAP:
+            return AreReadable(duckdb::ListValue::GetChildren(value));
+        case LogicalTypeId::ARRAY:
+            return AreReadable(duckdb::ArrayValue::GetChildren(value));
+        case LogicalTypeId::STRUCT:
+        case LogicalTypeId::UNION:
+            return AreReadable(duckdb::StructValue::GetChildren(value));
+        default:
+            return true;
+    }
+}
+
+}  // namespace
+
+bool IsValidTime(int64_t micros) noexcept {
+    return micros >= 0 && micros <= kMicrosPerDay;
+}
+
+bool IsValidTimeNs(int64_t nanos) noexcept {
+    return nanos >= 0 && nanos <= kNanosPerDay;
+}
+
+bool IsValidTimeTz(int64_t micros, int32_t offset) noexcept {
+    return IsValidTime(micros) && offset >= -kLargestOffset && offset <= kLargestOffset;
+}
+
+bool IsValidTimeTzBits(uint64_t bits) noexcept {
+    const duckdb::dtime_tz_t time(bits);
+    return IsValidTimeTz(time.time().micros, time.offset());
+}
+
+bool IsValidDecimal(uint8_t width, uint8_t scale, duckdb_hugeint value) noexcept {
+    if (width < 1 || width > kWidestDecimal || scale > width) {
+        return false;
+    }
+    const duckdb::hugeint_t number(value.upper, value.lower);
+    const duckdb::hugeint_t& bound = duckdb::Hugeint::POWERS_OF_TEN[width];
+    return number < bound && -bound < number;
+}
+
+bool IsValidBit(const uint8_t* data, idx_t size) noexcept {
+    return data != nullptr && size >= 2 && data[0] <= kMostBitPadding;
+}
+
+bool IsValidBignum(const uint8_t* data, idx_t size) noexcept {
+    return data != nullptr && size > 0;
+}
+
+bool IsValidStoredBignum(const uint8_t* data, idx_t size) noexcept {
+    return data != nullptr && size > kBignumHeader;
+}
+
+bool IsReadable(duckdb_value value) noexcept {
+    try {
+        return value == nullptr || IsReadable(*reinterpret_cast<const Value*>(value));
+    } catch (...) {
+        return false;
+    }
+}
+
+}  // namespace mduckdb

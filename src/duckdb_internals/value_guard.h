@@ -1,0 +1,32 @@
+#pragma once
+
+#include <duckdb.h>
+
+#include <cstdint>
+
+/* Numbers that DuckDB stores in a type without being values of it. Reading such a value or making it into
+   text can throw, end the engine for all its users or end the process, so they are kept away from it. */
+namespace mduckdb {
+
+/** A time of day in microseconds: 0 to 24:00:00 inclusive, as DuckDB has it. */
+bool IsValidTime(int64_t micros) noexcept;
+/** A time of day in nanoseconds, 0 to 24:00:00 inclusive. */
+bool IsValidTimeNs(int64_t nanos) noexcept;
+/** A time of day in microseconds and an offset from UTC in seconds, within 15:59:59 either way. */
+bool IsValidTimeTz(int64_t micros, int32_t offset) noexcept;
+/** The same for DuckDB's packed form. */
+bool IsValidTimeTzBits(uint64_t bits) noexcept;
+/** Width 1 to 38, scale not above it, and no more digits than the width. */
+bool IsValidDecimal(uint8_t width, uint8_t scale, duckdb_hugeint value) noexcept;
+/** A padding byte of 0 to 7 and at least one byte of bits behind it. */
+bool IsValidBit(const uint8_t* data, idx_t size) noexcept;
+/** The bytes of a `duckdb_bignum`: at least one. */
+bool IsValidBignum(const uint8_t* data, idx_t size) noexcept;
+/** DuckDB's stored form of a BIGNUM: a header of three bytes and at least one byte of number. */
+bool IsValidStoredBignum(const uint8_t* data, idx_t size) noexcept;
+
+/** Whether the value, with all that it holds, can be read and made into text. True for a null handle and
+    for NULL. Failures that DuckDB reports in an ordinary way, an infinite date say, do not count. */
+bool IsReadable(duckdb_value value) noexcept;
+
+}  // namespace mduckdb

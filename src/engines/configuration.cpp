@@ -1,0 +1,67 @@
+#include "engines/configuration.h"
+
+#include <stdexcept>
+
+#include "base/text.h"
+
+namespace mduckdb {
+
+namespace {
+
+using Options = nbx::mrsql::DuckDBDatabaseOptions;
+
+/** One option: its key, and its value as text; an empty text leaves the key unwritten. */
+struct OptionRow {
+    const char* key;
+    std::string (*get_value)(const Options& options);
+};
+
+std::string NumberOrNothing(uint32_t number, const char* unit) {
+    return number == 0 ? std::string() : std::to_string(number) + unit;
+}
+
+const OptionRow kOptionRows[] = {
+    {"threads", [](const Options& o) { return NumberOrNothing(o.threads, ""); }},
+    {"max_memory", [](const Options& o) { return NumberOrNothing(o.max_memory_mb, "MB"); }},
+    {"temp_directory", [](const Options& o) { return ToUtf8(o.temp_directory); }},
+    {"enable_external_access",
+     [](const Options& o) { return std::string(o.enable_external_access ? "true" : "false"); }},
+    {"home_directory", [](const Options& o) { return ToUtf8(o.home_directory); }},
+    {"secret_directory", [](const Options& o) { return ToUtf8(o.secret_directory); }},
+    {"extension_directory", [](const Options& o) { return ToUtf8(o.extension_directory); }},
+};
+
+}  // namespace
+
+Configuration::Configuration() {
+    if (duckdb_create_config(config_.Receive()) != DuckDBSuccess) {
+        throw std::runtime_error("Failed to create DuckDB config");
+    }
+}
+
+void Configuration::Set(const char* key, const std::string& value) {
+    // A refused key or value is reported by the opening that follows.
+    static_cast<void>(duckdb_set_config(config_.get(), key, value.c_str()));
+    text_.append(key).append(1, '\0').append(value).append(1, '\0');
+}
+
+void Configuration::ApplyCredentials(const nbx::String& token, const nbx::String& user_agent) {
+    if (token.isEmpty()) {
+        return;
+    }
+    Set("motherduck_token", ToUtf8(token));
+    if (!user_agent.isEmpty()) {
+        Set("custom_user_agent", ToUtf8(user_agent));
+    }
+}
+
+void Configuration::ApplyOptions(const Options& options) {
+    for (const OptionRow& row : kOptionRows) {
+        const std::string value = row.get_value(options);
+        if (!value.empty()) {
+            Set(row.key, value);
+        }
+    }
+}
+
+}  // namespace mduckdb

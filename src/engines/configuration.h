@@ -1,0 +1,33 @@
+#pragma once
+
+#include <string>
+
+#include "base/holders.h"
+#include "nbx/mrsql/duckdb_database.h"
+
+namespace mduckdb {
+
+/** A DuckDB configuration that remembers what was written to it. What DuckDB thinks of a key or a value
+    shows when a database is opened with it. */
+class Configuration : nbx::noncopyable {
+  public:
+    /** Throws `std::runtime_error` "Failed to create DuckDB config". */
+    Configuration();
+
+    void Set(const char* key, const std::string& value);
+    /** READ_WRITE or READ_ONLY; may be changed between two attempts to open. */
+    void SetAccessMode(const char* mode) { Set("access_mode", mode); }
+    /** Nothing is written without a token. */
+    void ApplyCredentials(const nbx::String& token, const nbx::String& user_agent);
+    void ApplyOptions(const nbx::mrsql::DuckDBDatabaseOptions& options);
+
+    duckdb_config get() const noexcept { return config_.get(); }
+    /** Keys and values in the order of writing: equal texts mean equal engines. */
+    const std::string& get_Text() const noexcept { return text_; }
+
+  private:
+    ConfigHolder config_;
+    std::string text_;
+};
+
+}  // namespace mduckdb

@@ -1,0 +1,56 @@
+#include "engines/session.h"
+
+#include "engines/handle_registry.h"
+
+namespace mduckdb {
+
+Session::~Session() {
+    if (is_kept_) {
+        return;
+    }
+    Disconnect();
+    if (is_owned_) {
+        GiveUpEngine(*engine_);
+    }
+}
+
+bool Session::JoinShared(const nbx::String& key) {
+    engine_ = HandleRegistry::Get().get_Shared(key);
+    if (!engine_) {
+        return false;
+    }
+    // A working engine is asked nothing more than any new connection is; only one that fails is looked into.
+    Connect();
+    if (state_ == State::connected || IsEngineAlive(engine_->handle)) {
+        return true;
+    }
+    Disconnect();
+    engine_.reset();
+    HandleRegistry::Get().RetireShared(key);
+    return false;
+}
+
+bool Session::Connect() {
+    if (state_ != State::unconnected) {
+        return state_ != State::refused;
+    }
+    if (duckdb_connect(engine_->handle, connection_.get()) != DuckDBSuccess) {
+        *connection_ = nullptr;
+        state_ = State::refused;
+        return false;
+    }
+    // A connection on which this fails reports its errors as plain text; nothing else depends on it.
+    const bool is_set_up = duckdb_query(*connection_, "SET errors_as_json = true;", nullptr) == DuckDBSuccess;
+    state_ = is_set_up ? State::connected : State::mute;
+    return true;
+}
+
+void Session::Disconnect() noexcept {
+    if (*connection_ != nullptr) {
+        duckdb_disconnect(connection_.get());
+        *connection_ = nullptr;
+    }
+    state_ = State::unconnected;
+}
+
+}  // namespace mduckdb

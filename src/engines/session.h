@@ -1,0 +1,57 @@
+#pragma once
+
+#include <duckdb.h>
+
+#include <memory>
+
+#include "base/engine_lock.h"
+#include "engines/engine.h"
+
+namespace mduckdb {
+
+/** A connection, shared so that it cannot go away during a call. The holder never disconnects. */
+using SharedConnection = std::shared_ptr<duckdb_connection>;
+
+/** An engine and a connection on their way to become a database's own. Until then this closes the
+    connection, and the engine if it was opened for this session, so that a failure leaves nothing behind. */
+class Session : nbx::noncopyable {
+  public:
+    Session() : connection_(std::make_shared<duckdb_connection>()) {}
+    ~Session();
+
+    /** Takes the engine that users of the key share and connects to it; false when there is none, or only one
+        that an internal error has ended, which is retired. */
+    bool JoinShared(const nbx::String& key) NBX_REQUIRES(gEngineLock);
+    /** Takes an engine that is given up unless the session is kept. */
+    void Own(SharedEngine engine) {
+        engine_ = std::move(engine);
+        is_owned_ = engine_ != nullptr;
+    }
+    /** Connects and has the connection report errors as JSON, once; false when DuckDB gives no connection. */
+    bool Connect();
+
+    const SharedEngine& get_Engine() const { return engine_; }
+    const SharedConnection& get_Connection() const { return connection_; }
+    /** Everything belongs to the database now. */
+    void Keep() { is_kept_ = true; }
+
+  private:
+    enum class State {
+        unconnected,
+        refused,
+        connected,
+        /** Connected, but the connection runs nothing: the engine may be dead. */
+        mute,
+    };
+
+    void Disconnect() noexcept;
+
+    SharedEngine engine_;
+    // Made beforehand, so that nothing can fail between the opening of a handle and its being held.
+    SharedConnection connection_;
+    State state_ = State::unconnected;
+    bool is_owned_ = false;
+    bool is_kept_ = false;
+};
+
+}  // namespace mduckdb

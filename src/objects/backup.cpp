@@ -1,0 +1,131 @@
+#include <cstring>
+#include <optional>
+#include <utility>
+
+#include "base/errors.h"
+#include "base/holders.h"
+#include "base/text.h"
+#include "nbx/file.h"
+#include "nbx/hooks.h"
+#include "objects/database.h"
+
+namespace mduckdb {
+
+namespace {
+
+using Location = nbx::smart_ptr<nbx::I_Location>;
+
+/** The folder in which backups go: the server's own, the caller's, or the one beside the database. */
+Location ChooseFolder(Location wished, const nbx::I_Location& database) {
+    const auto get_server_folder = nbx::mrsql::gServerBackupLocation;
+    Location server = get_server_folder != nullptr ? get_server_folder() : nullptr;
+    if (server) {
+        return server;
+    }
+    if (wished) {
+        return wished;
+    }
+    const Location parent = database.get_Parent();
+    return parent ? nbx::PrepareFolder(parent, "Backup/") : nullptr;
+}
+
+bool IsFolderThere(const Location& location) {
+    const auto* folder =
+        location ? static_cast<nbx::I_Folder*>(location->QueryInterface(nbx::kFolderInterfaceId)) : nullptr;
+    return folder != nullptr && folder->get_Exists();
+}
+
+/** Marks the backup's folder as one, with the database's name. */
+void WriteMarker(const nbx::I_Location& backup, const nbx::String& database_path) {
+    const char* suffix = nbx::gmDuckDB_backup_sfx;
+    nbx::String name = database_path;
+    name += ".";
+    name += suffix;
+    const auto file = nbx::MakeObject<nbx::FileWin>();
+    file->put_Location(backup.MakeChild(name));
+    file->Create();
+    file->Write(suffix, 0, static_cast<uint32_t>(std::strlen(suffix)));
+}
+
+std::string BuildExportStatement(const nbx::I_Location& backup) {
+    const nbx::String path = backup.get_PathText();
+    nbx::String sql("EXPORT DATABASE '");
+    sql << nbx::EscapeStringU(path.c_str(), path.get_Length());
+    sql += "' ( FORMAT PARQUET, COMPRESSION ZSTD, ROW_GROUP_SIZE 100_000, PARQUET_VERSION V2 )";
+    return ToUtf8(sql);
+}
+
+/** An export that runs without the engine lock; whoever wants to close the database waits for its end. */
+class RunningExport : nbx::noncopyable {
+  public:
+    explicit RunningExport(ExportGate& gate) NBX_REQUIRES(gEngineLock) : gate_(gate) { gate_.Begin(); }
+    ~RunningExport() { gate_.End(); }
+
+  private:
+    ExportGate& gate_;
+};
+
+}  // namespace
+
+SharedConnection DuckDBDatabase::PrepareBackup(Location folder, std::string& export_statement) {
+    SharedConnection connection = RequireConnection();
+    folder = ChooseFolder(std::move(folder), *location_);
+    if (!IsFolderThere(folder)) {
+        ThrowError("DuckDBDatabase backup folder is not available");
+    }
+    const auto create_backup = nbx::mrsql::gCreateBackupLocation;
+    const Location backup = create_backup != nullptr ? create_backup(folder) : nullptr;
+    if (!backup) {
+        ThrowError("DuckDBDatabase backup folder is not available");
+    }
+    WriteMarker(*backup, location_->get_Text());
+    export_statement = BuildExportStatement(*backup);
+    ClearInterrupted();
+    return connection;
+}
+
+void DuckDBDatabase::Backup(Location folder) {
+    const nbx::String path = location_->get_Text();
+    std::string error;
+    bool is_interrupted = false;
+    {
+        std::string export_statement;
+        SharedConnection connection;
+        std::optional<RunningExport> running;
+        {
+            const EngineLockScope lock;
+            connection = PrepareBackup(std::move(folder), export_statement);
+            running.emplace(export_gate_);
+        }
+        if (!Export(*connection, export_statement, error)) {
+            is_interrupted = is_interrupted_.exchange(false);
+        }
+    }
+    // Whoever waited for the export may have closed and destroyed this object by now.
+    if (is_interrupted) {
+        const EngineLockScope lock;
+        throw nbx::xInterruptError(kInterruptErrorCode);
+    }
+    if (!error.empty()) {
+        const EngineLockScope lock;
+        ThrowDuckDBError(path, error);
+    }
+}
+
+bool DuckDBDatabase::Export(duckdb_connection connection, const std::string& statement, std::string& error) {
+    // Prepared, and not one plain query, since only so an interrupt that comes before the query begins
+    // counts.
+    PreparedHolder prepared;
+    if (duckdb_prepare(connection, statement.c_str(), prepared.Receive()) != DuckDBSuccess) {
+        error = TextOr(duckdb_prepare_error(prepared.get()), "Unknown DuckDB backup error");
+        return false;
+    }
+    ResultHolder result;
+    if (ExecutePrepared(prepared.get(), result.Receive()) != DuckDBSuccess) {
+        error = TextOr(duckdb_result_error(result.get()), "Unknown DuckDB backup error");
+        return false;
+    }
+    return true;
+}
+
+}  // namespace mduckdb

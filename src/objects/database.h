@@ -1,0 +1,145 @@
+#pragma once
+
+#include <duckdb.h>
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "base/engine_lock.h"
+#include "engines/engine.h"
+#include "engines/session.h"
+#include "nbx/foreign_plugin.h"
+#include "nbx/mrsql/duckdb_database.h"
+#include "objects/child_lists.h"
+#include "objects/export_gate.h"
+
+namespace mduckdb {
+
+/** One database object: an engine shared with the other objects on its path, and a connection of its own.
+
+    Ownership: the host holds references; children (statements, cursors, results) hold none, they are closed
+    by `Close`, which the destructor calls. Threads: the engine lock guards everything but the connection,
+    which the connection mutex guards, so that `Interrupt` may come while a query runs under the engine
+    lock. The engine lock is taken first, the connection mutex last. */
+class DuckDBDatabase final : public nbx::mrsql::I_DuckDBDatabase,
+                             public nbx::ForeignPlugin_imp,
+                             nbx::noncopyable {
+  public:
+    explicit DuckDBDatabase(nbx::smart_ptr<nbx::I_Location> location);
+    ~DuckDBDatabase() override;
+
+    uint32_t AddRef() override;
+    uint32_t Release() override;
+    void* QueryInterface(uint32_t interface_id) override;
+    uint32_t get_RefsCount() const override;
+
+    void put_BlockSize(uint32_t block_size) override;
+    uint32_t get_ConnectionCount() override;
+    bool get_Exists() override;
+    bool get_IsOpen() override;
+    bool get_IsReadOnly() override;
+    nbx::String get_Path() override;
+    nbx::String get_Key() override;
+    void put_Credentials(nbx::String token, nbx::String user_agent) override;
+    void put_StorageVersion(nbx::String version) override;
+    void put_Options(const nbx::mrsql::DuckDBDatabaseOptions& options) override;
+    void Create() override;
+    void Open() override;
+    void Close() override;
+    void Drop() override;
+    void Backup(nbx::smart_ptr<nbx::I_Location> folder) override;
+    nbx::smart_ptr<nbx::mrsql::I_DuckDBStatement> CreateStatement(const nbx::String& sql) override;
+    void RemoveStatement(nbx::mrsql::I_DuckDBStatement* statement) override;
+    void AddCursor(nbx::mrsql::I_DuckDBCursor* cursor) override;
+    void RemoveCursor(nbx::mrsql::I_DuckDBCursor* cursor) override;
+    void AddQueryResult(nbx::mrsql::I_DuckDBQueryResult* result) override;
+    void RemoveQueryResult(nbx::mrsql::I_DuckDBQueryResult* result) override;
+    void Interrupt() override;
+    int64_t SqlExecute(const nbx::String& sql, nbx::smart_ptr<nbx::ValueRow> parameters) override;
+    nbx::smart_ptr<nbx::mrsql::I_DuckDBQueryResult> SqlQuery(
+        const nbx::String& sql, uint32_t cursor_location, nbx::smart_ptr<nbx::ValueRow> parameters) override;
+    nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor> SqlSelect(const nbx::String& sql, uint32_t cursor_location,
+                                                         nbx::smart_ptr<nbx::ValueRow> parameters) override;
+
+    // For the statements, cursors and results of this database.
+
+    /** The connection, or null when the database is closed. */
+    SharedConnection get_Connection() const;
+    /** The lists in which children stand; a child keeps them for its whole life. */
+    const std::shared_ptr<ChildLists>& get_Children() const noexcept { return children_; }
+    /** Forgets an interrupt that came before; at the start of every run. */
+    void ClearInterrupted() noexcept { is_interrupted_.store(false); }
+    /** Throws `xInterruptError` when `Interrupt` was called since; each interrupt is reported once. */
+    void ThrowIfInterrupted();
+    /** The path that errors name. */
+    nbx::String get_ErrorPath() const { return location_->get_Text(); }
+    /** Throws `xDuckDBError` with this database's path and a UTF-8 message. */
+    [[noreturn]] void ThrowError(std::string_view message) const;
+    /** SQL text as UTF-8. Throws for a text with a NUL character: DuckDB would run what stands before it. */
+    std::string ToSql(const nbx::String& sql) const;
+    /** Throws "DuckDBDatabase is not open" unless there are an engine and a connection. */
+    SharedConnection RequireConnection() NBX_REQUIRES(gEngineLock);
+    /** Executes like `duckdb_execute_prepared`, but an `Interrupt` that came before DuckDB's own start
+        of the query, at which it clears its own flag, cuts it too. The caller destroys `*out_result`,
+        also on failure. */
+    duckdb_state ExecutePrepared(duckdb_prepared_statement prepared, duckdb_result* out_result);
+
+  private:
+    /** Whether the path names the in-memory database. */
+    bool IsInMemory() const;
+    bool get_ExistsLocked() NBX_REQUIRES(gEngineLock);
+    /** The file that engines of this object open, for `Engine::file`; empty when there is none. */
+    std::string get_EngineFile() const;
+
+    void CloseLocked() noexcept NBX_REQUIRES(gEngineLock);
+    void OpenLocked() NBX_REQUIRES(gEngineLock);
+    void DropLocked() NBX_REQUIRES(gEngineLock);
+    /** `Create` after the preliminary drop; gives the creation error, which is empty on success. */
+    void CreateSession(Session& session, std::string& error) NBX_REQUIRES(gEngineLock);
+    /** Throws `xException` 0x99000 when the file cannot be opened. */
+    SharedEngine OpenEngine() NBX_REQUIRES(gEngineLock);
+    /** Null and the error text when the file cannot be made. */
+    SharedEngine CreateEngine(std::string& error) NBX_REQUIRES(gEngineLock);
+    /** Makes the file with the storage version and block size; false and the error text on failure. */
+    bool CreateFormattedFile(duckdb_config config, std::string& error) NBX_REQUIRES(gEngineLock);
+    std::string BuildAttachStatement() const NBX_REQUIRES(gEngineLock);
+    /** Chooses and marks the place of a backup; gives the connection and the statement that exports. */
+    SharedConnection PrepareBackup(nbx::smart_ptr<nbx::I_Location> folder, std::string& export_statement)
+        NBX_REQUIRES(gEngineLock);
+    /** False and the error text when the export fails; runs without the engine lock. */
+    bool Export(duckdb_connection connection, const std::string& statement, std::string& error);
+    /** Makes the session this object's own; the object is open from now on. */
+    void Adopt(Session& session) NBX_REQUIRES(gEngineLock);
+    void ReplaceConnection(SharedConnection connection);
+    /** Cuts the query that DuckDB has begun, when an interrupt came before it began. */
+    void RepeatInterrupt();
+
+    nbx::RefCount refs_;
+    const nbx::smart_ptr<nbx::I_Location> location_;
+    const nbx::String path_;
+
+    nbx::String token_ NBX_GUARDED_BY(gEngineLock);
+    nbx::String user_agent_ NBX_GUARDED_BY(gEngineLock);
+    uint32_t block_size_ NBX_GUARDED_BY(gEngineLock) = 0;
+    nbx::String storage_version_ NBX_GUARDED_BY(gEngineLock);
+    nbx::mrsql::DuckDBDatabaseOptions options_ NBX_GUARDED_BY(gEngineLock);
+    bool are_options_given_ NBX_GUARDED_BY(gEngineLock) = false;
+
+    std::atomic<bool> is_interrupted_{false};
+    /** Written under the engine lock, read without. */
+    std::atomic<bool> is_open_{false};
+    std::atomic<bool> is_read_only_{false};
+    SharedEngine engine_ NBX_GUARDED_BY(gEngineLock);
+    /** The registry key under which this object is a user of its engine. */
+    nbx::String open_key_ NBX_GUARDED_BY(gEngineLock);
+
+    mutable nbx::Mutex connection_mutex_;
+    SharedConnection connection_ NBX_GUARDED_BY(connection_mutex_);
+
+    ExportGate export_gate_;
+    const std::shared_ptr<ChildLists> children_;
+};
+
+}  // namespace mduckdb

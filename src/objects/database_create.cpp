@@ -1,0 +1,125 @@
+#include "base/errors.h"
+#include "base/text.h"
+#include "engines/configuration.h"
+#include "engines/handle_registry.h"
+#include "engines/session.h"
+#include "objects/database.h"
+
+namespace mduckdb {
+
+namespace {
+
+/** A private in-memory engine with a connection, both closed at the end of the scope. */
+class AuxiliaryEngine : nbx::noncopyable {
+  public:
+    explicit AuxiliaryEngine(duckdb_config config) {
+        if (duckdb_open_ext(nullptr, &engine_, config, error_.Receive()) != DuckDBSuccess) {
+            engine_ = nullptr;
+        } else if (duckdb_connect(engine_, &connection_) != DuckDBSuccess) {
+            connection_ = nullptr;
+        }
+    }
+    ~AuxiliaryEngine() {
+        if (connection_ != nullptr) {
+            duckdb_disconnect(&connection_);
+        }
+        if (engine_ != nullptr) {
+            duckdb_close(&engine_);
+        }
+    }
+    bool Run(const std::string& sql, std::string& error) {
+        if (connection_ == nullptr) {
+            error = engine_ != nullptr ? "Failed to create DuckDB connection"
+                                       : TextOr(error_.get(), "Unknown DuckDB database open error");
+            return false;
+        }
+        ResultHolder result;
+        if (duckdb_query(connection_, sql.c_str(), result.Receive()) != DuckDBSuccess) {
+            error = TextOr(duckdb_result_error(result.get()), "Unknown DuckDB database open error");
+            return false;
+        }
+        return true;
+    }
+
+  private:
+    duckdb_database engine_ = nullptr;
+    duckdb_connection connection_ = nullptr;
+    TextHolder error_;
+};
+
+}  // namespace
+
+void DuckDBDatabase::Create() {
+    try {
+        Drop();
+    } catch (...) {  // Others use the file: it stays, and this object shares it.
+    }
+    const IdleEngineLockScope lock(export_gate_);
+    CloseLocked();
+    std::string error;
+    try {
+        Session session;
+        CreateSession(session, error);
+        if (error.empty()) {
+            Adopt(session);
+        }
+    } catch (const std::exception& caught) {
+        error = TextOr(caught.what(), "Unknown DuckDB database creation error");
+    } catch (...) {
+        error = "Unknown DuckDB database creation error";
+    }
+    if (!error.empty()) {
+        ThrowError(error);
+    }
+}
+
+void DuckDBDatabase::CreateSession(Session& session, std::string& error) {
+    if (!session.JoinShared(location_->get_PathText())) {
+        session.Own(CreateEngine(error));
+    }
+    if (error.empty() && !session.Connect()) {
+        error = "Failed to create DuckDB connection";
+    }
+}
+
+SharedEngine DuckDBDatabase::CreateEngine(std::string& error) {
+    auto engine = std::make_shared<Engine>();
+    engine->file = get_EngineFile();
+    Configuration configuration;
+    configuration.SetAccessMode("READ_WRITE");
+    if (are_options_given_) {
+        configuration.ApplyOptions(options_);
+    }
+    const bool has_format = !storage_version_.isEmpty() || block_size_ != 0;
+    if (has_format && !CreateFormattedFile(configuration.get(), error)) {
+        return nullptr;
+    }
+    if (!OpenForWriting(*engine, ToUtf8(path_), configuration, error)) {
+        error = TextOr(error.c_str(), "Unknown DuckDB database open error");
+        return nullptr;
+    }
+    return engine;
+}
+
+bool DuckDBDatabase::CreateFormattedFile(duckdb_config config, std::string& error) {
+    return AuxiliaryEngine(config).Run(BuildAttachStatement(), error);
+}
+
+std::string DuckDBDatabase::BuildAttachStatement() const {
+    nbx::String sql("ATTACH '");
+    sql << nbx::EscapeStringU(path_.c_str(), path_.get_Length());
+    sql += "' ( READ_WRITE";
+    if (!storage_version_.isEmpty()) {
+        sql += ", STORAGE_VERSION '";
+        sql << storage_version_;
+        sql += "'";
+    }
+    if (block_size_ != 0) {
+        sql += ", BLOCK_SIZE ";
+        sql << block_size_;
+    }
+    sql += " );";
+    return ToUtf8(sql);
+}
+
+}  // namespace mduckdb

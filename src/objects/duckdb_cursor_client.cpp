@@ -1,0 +1,170 @@
+#include "objects/duckdb_cursor_client.h"
+
+#include <sys/mman.h>
+
+#include <limits>
+
+#include "base/errors.h"
+#include "objects/database.h"
+#include "values/cell_conversion.h"
+
+namespace mduckdb {
+namespace {
+
+/** Asks for huge pages behind a large array that is read at random. Advice: where it is refused, nothing is
+    lost. */
+void AdviseHugePages(void* memory, std::size_t size) noexcept {
+    constexpr std::size_t kPage = 4096;
+    constexpr std::size_t kWorthwhile = std::size_t{16} * 1024 * 1024;
+    const std::size_t before = -reinterpret_cast<std::uintptr_t>(memory) % kPage;
+    if (size >= kWorthwhile) {
+        ::madvise(static_cast<char*>(memory) + before, (size - before) / kPage * kPage, MADV_HUGEPAGE);
+    }
+}
+
+}  // namespace
+
+/** The cursor's result, taken out while its rows are read, so that a database that closes on another
+    thread meanwhile cannot destroy it. Goes back at the end if the cursor still has its database. */
+class DuckDBCursor_client::BorrowedResult : nbx::noncopyable {
+  public:
+    explicit BorrowedResult(DuckDBCursor_client& cursor) : cursor_(cursor) {
+        const EngineLockScope lock;
+        cursor_.RequireValid();
+        result_ = std::move(cursor_.result_);
+    }
+    ~BorrowedResult() {
+        const EngineLockScope lock;
+        if (cursor_.database_ != nullptr) {
+            cursor_.result_ = std::move(result_);
+        }
+        result_.Reset();
+    }
+
+    ResultHolder& get() noexcept { return result_; }
+
+  private:
+    DuckDBCursor_client& cursor_;
+    ResultHolder result_;
+};
+
+DuckDBCursor_client::DuckDBCursor_client(DuckDBDatabase& database, ResultHolder result)
+    : DuckDBCursor_imp(database, std::move(result)) {
+    ReadRows(database);
+    RequireValid();
+}
+
+void DuckDBCursor_client::ReadRows(DuckDBDatabase& database) {
+    BorrowedResult result(*this);
+    ReserveRows(*result.get());
+    CellConverter cells;
+    while (const ChunkHolder chunk = FetchChunk(result.get())) {
+        cells.Bind(chunk.get());
+        RequireNumberable(row_count_ + cells.get_RowCount());
+        AppendRows(cells);
+        database.ThrowIfInterrupted();
+    }
+}
+
+void DuckDBCursor_client::ReserveRows(duckdb_result result) {
+    // DuckDB counts the rows of a result that it has computed; 0 stands for not known.
+    const uint64_t expected_count = result.internal_data != nullptr ? duckdb_row_count(&result) : 0;
+    RequireNumberable(expected_count);
+    values_.reserve(expected_count * get_ColumnCount());
+    AdviseHugePages(values_.data(), values_.capacity() * sizeof(values_[0]));
+}
+
+void DuckDBCursor_client::AppendRows(CellConverter& cells) {
+    const uint32_t column_count = get_ColumnCount();
+    const idx_t row_count = cells.get_RowCount();
+    for (idx_t row = 0; row < row_count; ++row) {
+        for (uint32_t column = 0; column < column_count; ++column) {
+            values_.push_back(cells.Convert(column, row));
+        }
+    }
+    row_count_ += static_cast<uint32_t>(row_count);
+}
+
+nbx::smart_ptr<nbx::ValueRows> DuckDBCursor_client::get_Rows() {
+    if (rows_) {
+        return rows_;
+    }
+    auto rows = nbx::MakeObject<nbx::ValueRows>();
+    rows->Reserve(row_count_);
+    const uint32_t column_count = get_ColumnCount();
+    auto value = values_.cbegin();
+    for (uint32_t row = 0; row < row_count_; ++row) {
+        auto fields = nbx::MakeObject<nbx::ValueRow>();
+        fields->Reserve(column_count);
+        for (uint32_t column = 0; column < column_count; ++column) {
+            fields->Append(*value++);
+        }
+        rows->Append(std::move(fields));
+    }
+    rows_ = std::move(rows);
+    return rows_;
+}
+
+void DuckDBCursor_client::RequireNumberable(uint64_t row_count) const {
+    if (row_count > std::numeric_limits<uint32_t>::max()) {
+        ThrowDetachedError("The result has too many rows for a client-side cursor");
+    }
+}
+
+uint32_t DuckDBCursor_client::get_RecordCount() {
+    RequireValid();
+    return row_count_;
+}
+
+uint32_t DuckDBCursor_client::get_CurrentRecord() {
+    RequireValid();
+    return current_record_;
+}
+
+bool DuckDBCursor_client::put_CurrentRecord(uint32_t record) {
+    RequireValid();
+    if (record == 0 || record > row_count_) {
+        return false;
+    }
+    current_record_ = record;
+    return true;
+}
+
+bool DuckDBCursor_client::FirstRecord() {
+    return put_CurrentRecord(1);
+}
+
+bool DuckDBCursor_client::LastRecord() {
+    RequireValid();
+    current_record_ = row_count_;
+    return current_record_ != 0;
+}
+
+bool DuckDBCursor_client::NextRecord() {
+    RequireValid();
+    if (current_record_ >= row_count_) {
+        return false;
+    }
+    ++current_record_;
+    return true;
+}
+
+bool DuckDBCursor_client::PrevRecord() {
+    RequireValid();
+    if (current_record_ < 2) {
+        return false;
+    }
+    --current_record_;
+    return true;
+}
+
+nbx::smart_ptr<nbx::I_Value> DuckDBCursor_client::get_Value(uint32_t column_index) {
+    RequireValid();
+    RequireColumn(column_index);
+    if (current_record_ == 0) {
+        ThrowError("No current record.");
+    }
+    return values_[std::size_t{current_record_ - 1} * get_ColumnCount() + column_index];
+}
+
+}  // namespace mduckdb

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <vector>
+
+#include "nbx/value.h"
+#include "objects/duckdb_cursor_imp.h"
+
+namespace mduckdb {
+
+class CellConverter;
+
+/** Keeps all rows of a result as host values, read at construction, and moves freely among them.
+
+    A new cursor has no current record. Moving and reading fields take no lock and do not call DuckDB. */
+class DuckDBCursor_client final : public DuckDBCursor_imp {
+  public:
+    /** Reads the rows without the engine lock, unless the caller holds it; an `Interrupt` of the
+        database cuts it (`xInterruptError`). Whatever it throws, nothing stays behind. */
+    DuckDBCursor_client(DuckDBDatabase& database, ResultHolder result);
+
+    uint32_t get_RecordCount() override;
+    uint32_t get_CurrentRecord() override;
+    bool put_CurrentRecord(uint32_t record) override;
+    bool FirstRecord() override;
+    bool LastRecord() override;
+    bool NextRecord() override;
+    bool PrevRecord() override;
+    nbx::smart_ptr<nbx::I_Value> get_Value(uint32_t column_index) override;
+
+    /** The rows as arrays, made when they are first asked for and kept from then on; the values in them are
+        the cursor's own. */
+    nbx::smart_ptr<nbx::ValueRows> get_Rows();
+
+  private:
+    class BorrowedResult;
+
+    void ReadRows(DuckDBDatabase& database);
+    void ReserveRows(duckdb_result result);
+    void AppendRows(CellConverter& cells);
+    /** Records are numbered in 32 bits: throws when there are more rows. */
+    void RequireNumberable(uint64_t row_count) const;
+
+    /** Row after row. One flat array: a field is one look-up away, and a row costs nothing but its fields. */
+    std::vector<nbx::smart_ptr<nbx::I_Value>> values_;
+    uint32_t row_count_ = 0;
+    /** Null until it is asked for. */
+    nbx::smart_ptr<nbx::ValueRows> rows_;
+    /** Counts from 1; 0 when there is none. */
+    uint32_t current_record_ = 0;
+};
+
+}  // namespace mduckdb

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <duckdb.h>
+
+#include <vector>
+
+#include "base/holders.h"
+#include "nbx/mrsql/duckdb_query_result.h"
+
+namespace mduckdb {
+
+class DuckDBDatabase;
+
+/** The results of one script, in the order of its statements; they belong to the list. */
+using ResultList = std::vector<ResultHolder>;
+
+/** Makes the head of the chain of query results over a list, which may be empty. Takes the list over. */
+nbx::smart_ptr<nbx::mrsql::I_DuckDBQueryResult> MakeQueryResult(DuckDBDatabase& database, ResultList results,
+                                                                uint32_t cursor_location);
+
+}  // namespace mduckdb

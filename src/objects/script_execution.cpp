@@ -1,0 +1,155 @@
+#include <functional>
+#include <string>
+#include <utility>
+
+#include "base/engine_lock.h"
+#include "base/errors.h"
+#include "duckdb_internals/rows_changed.h"
+#include "nbx/hooks.h"
+#include "objects/cursor.h"
+#include "objects/database.h"
+#include "objects/query_result.h"
+#include "values/host_value_binding.h"
+
+namespace mduckdb {
+
+namespace {
+
+/** Is given the result of each statement when it has run. */
+using TakeResult = std::function<void(ResultHolder)>;
+
+/** An interrupt wins over the error that it caused. */
+[[noreturn]] void ThrowFailure(DuckDBDatabase& database, const std::string& message) {
+    database.ThrowIfInterrupted();
+    database.ThrowError(message);
+}
+
+ResultHolder ExecuteSingle(DuckDBDatabase& database, duckdb_connection connection, const std::string& sql,
+                           const nbx::ValueRow& parameters) {
+    PreparedHolder prepared;
+    if (duckdb_prepare(connection, sql.c_str(), prepared.Receive()) != DuckDBSuccess) {
+        const std::string error = TextOr(duckdb_prepare_error(prepared.get()), "Failed to prepare statement");
+        prepared.Reset();
+        ThrowFailure(database, error);
+    }
+    BindValueArray(prepared.get(), &parameters, database.get_ErrorPath());
+    ResultHolder result;
+    const duckdb_state state = database.ExecutePrepared(prepared.get(), result.Receive());
+    prepared.Reset();
+    if (state != DuckDBSuccess) {
+        const std::string error =
+            TextOr(duckdb_result_error(result.get()), "Failed to execute prepared statement");
+        result.Reset();
+        ThrowFailure(database, error);
+    }
+    return result;
+}
+
+/** Ends the transaction that the script may have opened. There may be none, so the outcome says nothing. */
+void Rollback(duckdb_connection connection) {
+    ResultHolder ignored;
+    duckdb_query(connection, "ROLLBACK", ignored.Receive());
+}
+
+PreparedHolder PrepareOne(DuckDBDatabase& database, duckdb_connection connection, ExtractedHolder& extracted,
+                          idx_t index) {
+    PreparedHolder prepared;
+    if (duckdb_prepare_extracted_statement(connection, extracted.get(), index, prepared.Receive()) !=
+        DuckDBSuccess) {
+        const std::string error =
+            TextOr(duckdb_prepare_error(prepared.get()), "Failed to prepare extracted statement");
+        prepared.Reset();
+        extracted.Reset();
+        ThrowFailure(database, error);
+    }
+    return prepared;
+}
+
+void ExecuteStatements(DuckDBDatabase& database, duckdb_connection connection, const std::string& sql,
+                       const TakeResult& take_result) {
+    ExtractedHolder extracted;
+    const idx_t count = duckdb_extract_statements(connection, sql.c_str(), extracted.Receive());
+    if (count == 0) {
+        const std::string error =
+            TextOr(duckdb_extract_statements_error(extracted.get()), "Failed to extract statements");
+        extracted.Reset();
+        ThrowFailure(database, error);
+    }
+    for (idx_t index = 0; index < count; ++index) {
+        PreparedHolder prepared = PrepareOne(database, connection, extracted, index);
+        ResultHolder result;
+        const duckdb_state state = database.ExecutePrepared(prepared.get(), result.Receive());
+        prepared.Reset();
+        if (state != DuckDBSuccess) {
+            const std::string error =
+                TextOr(duckdb_result_error(result.get()), "Failed to execute statement");
+            result.Reset();
+            Rollback(connection);
+            extracted.Reset();
+            ThrowFailure(database, error);
+        }
+        take_result(std::move(result));
+    }
+}
+
+/** Runs a SQL text on the database's connection. With parameters (neither null nor empty) the text is one
+    statement. Throws `xDuckDBError`, or `xInterruptError` after an interrupt, and then leaves nothing of
+    DuckDB's behind but what `take_result` was given; a transaction that was open when a statement of a
+    script failed is rolled back. */
+void ExecuteScript(DuckDBDatabase& database, const nbx::String& sql, const nbx::ValueRow* parameters,
+                   const TakeResult& take_result) NBX_REQUIRES(gEngineLock) {
+    database.ClearInterrupted();
+    const SharedConnection connection = database.RequireConnection();
+    const std::string text = database.ToSql(sql);
+    if (parameters == nullptr || parameters->get_IsEmpty()) {
+        ExecuteStatements(database, *connection, text, take_result);
+    } else {
+        take_result(ExecuteSingle(database, *connection, text, *parameters));
+    }
+}
+
+/** One result a statement, in their order. */
+ResultList CollectResults(DuckDBDatabase& database, const nbx::String& sql, const nbx::ValueRow* parameters)
+    NBX_REQUIRES(gEngineLock) {
+    ResultList results;
+    ExecuteScript(database, sql, parameters,
+                  [&results](ResultHolder result) { results.push_back(std::move(result)); });
+    return results;
+}
+
+}  // namespace
+
+int64_t DuckDBDatabase::SqlExecute(const nbx::String& sql, nbx::smart_ptr<nbx::ValueRow> parameters) {
+    nbx::MironaInit3();
+    EngineLockScope lock;
+    int64_t total = 0;
+    // One at a time, so that the rows of one statement are gone before the next begins.
+    ExecuteScript(*this, sql, parameters.get(),
+                  [&total](ResultHolder result) { total += GetRowsChanged(result.get()); });
+    return total;
+}
+
+nbx::smart_ptr<nbx::mrsql::I_DuckDBQueryResult> DuckDBDatabase::SqlQuery(
+    const nbx::String& sql, uint32_t cursor_location, nbx::smart_ptr<nbx::ValueRow> parameters) {
+    nbx::MironaInit3();
+    EngineLockScope lock;
+    return MakeQueryResult(*this, CollectResults(*this, sql, parameters.get()), cursor_location);
+}
+
+nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor> DuckDBDatabase::SqlSelect(
+    const nbx::String& sql, uint32_t cursor_location, nbx::smart_ptr<nbx::ValueRow> parameters) {
+    nbx::MironaInit3();
+    EngineLockScope lock;
+    ResultList results = CollectResults(*this, sql, parameters.get());
+    if (results.size() != 1) {
+        results.clear();
+        ThrowError("Query doesn't return a single result");
+    }
+    if (duckdb_result_return_type(*results.front()) != DUCKDB_RESULT_TYPE_QUERY_RESULT) {
+        results.clear();
+        ThrowError("Query doesn't return a result");
+    }
+    return MakeCursor(*this, results.front().Detach(), cursor_location);
+}
+
+}  // namespace mduckdb

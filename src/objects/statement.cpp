@@ -1,0 +1,164 @@
+#include "objects/statement.h"
+
+#include <string>
+#include <utility>
+
+#include "base/errors.h"
+#include "base/text.h"
+#include "duckdb_internals/plain_functions.h"
+#include "nbx/hooks.h"
+#include "objects/database.h"
+#include "objects/duckdb_statement.h"
+#include "values/host_value_binding.h"
+
+namespace mduckdb {
+
+nbx::smart_ptr<nbx::mrsql::I_DuckDBStatement> MakeStatement(DuckDBDatabase& database,
+                                                            const nbx::String& sql) {
+    return nbx::MakeObject<DuckDBStatement>(database, sql);
+}
+
+DuckDBStatement::DuckDBStatement(DuckDBDatabase& database, const nbx::String& sql)
+    : database_(&database), children_(database.get_Children()), sql_text_(sql), current_sql_(sql) {}
+
+DuckDBStatement::~DuckDBStatement() {
+    EngineLockScope lock;
+    DestroyPrepared();
+    DestroyExtracted();
+    children_->Remove(this);
+}
+
+uint32_t DuckDBStatement::AddRef() {
+    return refs_.Increment();
+}
+
+uint32_t DuckDBStatement::Release() {
+    const uint32_t count = refs_.Decrement();
+    if (count == 0) {
+        delete this;
+    }
+    return count;
+}
+
+void* DuckDBStatement::QueryInterface(uint32_t interface_id) {
+    static constexpr nbx::InterfaceItem kTable[] = {
+        {kStatementInterfaceId, &nbx::CastToInterface<DuckDBStatement, nbx::mrsql::I_DuckDBStatement>},
+        {kForeignPluginInterfaceId, &nbx::CastToInterface<DuckDBStatement, nbx::ForeignPlugin_imp>},
+        {0, nullptr},
+    };
+    return nbx::InterfaceTableQueryInterface(this, kTable, interface_id);
+}
+
+uint32_t DuckDBStatement::get_RefsCount() const {
+    return refs_.get_Value();
+}
+
+nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase> DuckDBStatement::get_Database() {
+    EngineLockScope lock;
+    return nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase>(get_Attached());
+}
+
+uint64_t DuckDBStatement::get_PendingCount() {
+    EngineLockScope lock;
+    return extracted_count_ > next_index_ ? extracted_count_ - next_index_ : 0;
+}
+
+void DuckDBStatement::Detach() {
+    EngineLockScope lock;
+    database_ = nullptr;
+    DestroyPrepared();
+    DestroyExtracted();
+}
+
+DuckDBDatabase& DuckDBStatement::RequireDatabase() const {
+    DuckDBDatabase* database = get_Attached();
+    if (database == nullptr) {
+        ThrowDetachedError("DuckDBDatabase is invalid");
+    }
+    return *database;
+}
+
+void DuckDBStatement::ThrowError(std::string_view message) const {
+    const DuckDBDatabase* database = get_Attached();
+    if (database == nullptr) {
+        ThrowDetachedError(message);
+    }
+    database->ThrowError(message);
+}
+
+void DuckDBStatement::ThrowStatementError(const char* fixed_text) const {
+    ThrowError(TextOr(prepared_ ? duckdb_prepare_error(prepared_.get()) : nullptr, fixed_text));
+}
+
+void DuckDBStatement::PrepareNext() {
+    EngineLockScope lock;
+    nbx::MironaInit3();
+    Prepare();
+}
+
+void DuckDBStatement::Prepare() {
+    const SharedConnection connection = RequireDatabase().RequireConnection();
+    DestroyPrepared();
+    if (!extracted_ || is_next_consumed_) {
+        Extract(*connection);
+    }
+    if (next_index_ >= extracted_count_) {
+        return;
+    }
+    PrepareExtracted(*connection);
+    if (parameters_) {
+        BindStoredParameters();
+    }
+    is_next_consumed_ = false;
+    ++next_index_;
+}
+
+void DuckDBStatement::Extract(duckdb_connection connection) {
+    const std::string sql = RequireDatabase().ToSql(sql_text_);
+    const uint64_t index = next_index_;
+    DestroyExtracted();
+    extracted_count_ = duckdb_extract_statements(connection, sql.c_str(), extracted_.Receive());
+    next_index_ = index;
+    if (extracted_count_ == 0) {
+        const std::string error = TextOr(duckdb_extract_statements_error(extracted_.get()), "");
+        DestroyExtracted();
+        if (!error.empty()) {
+            ThrowError(error);
+        }
+    }
+}
+
+void DuckDBStatement::PrepareExtracted(duckdb_connection connection) {
+    // The text first: preparing takes the statement out of the list.
+    const TextHolder own_text(duckdb_extracted_statement_sql(extracted_.get(), next_index_));
+    if (own_text) {
+        current_sql_ = FromUtf8(own_text.get());
+    }
+    is_next_consumed_ = true;
+    if (duckdb_prepare_extracted_statement(connection, extracted_.get(), next_index_, prepared_.Receive()) !=
+        DuckDBSuccess) {
+        const std::string error =
+            TextOr(duckdb_prepare_error(prepared_.get()), "Failed to prepare statement");
+        DestroyPrepared();
+        ThrowError(error);
+    }
+}
+
+void DuckDBStatement::DestroyPrepared() noexcept {
+    result_.Reset();
+    prepared_.Reset();
+}
+
+void DuckDBStatement::DestroyExtracted() noexcept {
+    extracted_.Reset();
+    extracted_count_ = 0;
+    next_index_ = 0;
+    is_next_consumed_ = false;
+}
+
+void DuckDBStatement::EndRun() {
+    DestroyExtracted();
+    current_sql_ = sql_text_;
+}
+
+}  // namespace mduckdb

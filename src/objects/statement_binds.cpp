@@ -1,0 +1,292 @@
+#include <exception>
+#include <string>
+#include <utility>
+
+#include "base/text.h"
+#include "duckdb_internals/value_guard.h"
+#include "objects/database.h"
+#include "objects/duckdb_statement.h"
+#include "values/host_value_binding.h"
+
+namespace mduckdb {
+
+namespace {
+
+std::string FailureText(const char* type_word) {
+    return std::string("Failed to bind ") + type_word + " statement parameter";
+}
+
+/** What a bind was given is no value of its type, and DuckDB was not asked. */
+struct NotAValue {};
+
+void Require(bool is_value) {
+    if (!is_value) {
+        throw NotAValue();
+    }
+}
+
+/** DuckDB reads from the pointer even where there is nothing to read. */
+const uint8_t* Bytes(const void* data, uint64_t length) {
+    static const uint8_t kNoBytes[1] = {0};
+    Require(data != nullptr || length == 0);
+    return data != nullptr ? static_cast<const uint8_t*>(data) : kNoBytes;
+}
+
+}  // namespace
+
+void DuckDBStatement::ClearPreparedBindings() {
+    if (prepared_.ClearBindings() != DuckDBSuccess) {
+        ThrowStatementError("Failed to clear statement bindings");
+    }
+}
+
+void DuckDBStatement::ClearBindings() {
+    EngineLockScope lock;
+    RequireDatabase();
+    parameters_.reset();
+    parameter_rows_.reset();
+    if (prepared_) {
+        ClearPreparedBindings();
+    }
+}
+
+bool DuckDBStatement::BeginTypedBind() {
+    RequireDatabase();
+    if (parameters_ || parameter_rows_) {
+        parameters_.reset();
+        parameter_rows_.reset();
+        if (prepared_) {
+            ClearPreparedBindings();
+        }
+    }
+    return static_cast<bool>(prepared_);
+}
+
+void DuckDBStatement::put_Parameters(nbx::smart_ptr<nbx::ValueRow> values) {
+    parameter_rows_.reset();
+    ApplyParameters(std::move(values));
+}
+
+void DuckDBStatement::put_ParameterRows(nbx::smart_ptr<nbx::ValueRows> rows) {
+    parameter_rows_.reset();
+    ApplyParameters(nullptr);
+    parameter_rows_ = std::move(rows);
+}
+
+void DuckDBStatement::ApplyParameters(nbx::smart_ptr<nbx::ValueRow> values) {
+    RequireDatabase();
+    parameters_ = std::move(values);
+    if (prepared_) {
+        BindStoredParameters();
+    }
+}
+
+void DuckDBStatement::BindStoredParameters() {
+    ClearPreparedBindings();
+    BindValueArray(prepared_.get(), parameters_.get(), database_->get_ErrorPath());
+}
+
+/** One typed bind: `bind` calls DuckDB for the prepared statement. What DuckDB refuses by
+    throwing is the bind's error with DuckDB's text; what never reaches DuckDB, with our own. */
+template <class Bind>
+void DuckDBStatement::BindTyped(const char* type_word, Bind&& bind) {
+    EngineLockScope lock;
+    if (!BeginTypedBind()) {
+        return;
+    }
+    try {
+        if (bind() == DuckDBSuccess) {
+            return;
+        }
+    } catch (const NotAValue&) {
+        ThrowError(FailureText(type_word));
+    } catch (const std::exception& error) {
+        ThrowError(error.what());
+    }
+    ThrowStatementError(FailureText(type_word).c_str());
+}
+
+/** The same where DuckDB takes the arguments as they are. */
+template <auto kBind, class... Arguments>
+void DuckDBStatement::BindDirect(const char* type_word, uint32_t index, Arguments... arguments) {
+    BindTyped(type_word, [&] { return prepared_.Bind<kBind>(index, arguments...); });
+}
+
+/** The same for the types that DuckDB takes as a value only. */
+template <class MakeValue>
+void DuckDBStatement::BindMadeValue(const char* type_word, uint32_t index, MakeValue&& make_value) {
+    BindTyped(type_word, [&] {
+        const ValueHolder value(make_value());
+        Require(static_cast<bool>(value));
+        return duckdb_bind_value(prepared_.get(), index, value.get());
+    });
+}
+
+void DuckDBStatement::BindNull(uint32_t index) {
+    BindTyped("NULL", [&] { return duckdb_bind_null(prepared_.get(), index); });
+}
+
+void DuckDBStatement::BindBoolean(uint32_t index, bool value) {
+    BindDirect<duckdb_bind_boolean>("BOOLEAN", index, value);
+}
+
+void DuckDBStatement::BindTinyInt(uint32_t index, int8_t value) {
+    BindDirect<duckdb_bind_int8>("TINYINT", index, value);
+}
+
+void DuckDBStatement::BindUTinyInt(uint32_t index, uint8_t value) {
+    BindDirect<duckdb_bind_uint8>("UTINYINT", index, value);
+}
+
+void DuckDBStatement::BindSmallInt(uint32_t index, int16_t value) {
+    BindDirect<duckdb_bind_int16>("SMALLINT", index, value);
+}
+
+void DuckDBStatement::BindUSmallInt(uint32_t index, uint16_t value) {
+    BindDirect<duckdb_bind_uint16>("USMALLINT", index, value);
+}
+
+void DuckDBStatement::BindInteger(uint32_t index, int32_t value) {
+    BindDirect<duckdb_bind_int32>("INTEGER", index, value);
+}
+
+void DuckDBStatement::BindUInteger(uint32_t index, uint32_t value) {
+    BindDirect<duckdb_bind_uint32>("UINTEGER", index, value);
+}
+
+void DuckDBStatement::BindBigInt(uint32_t index, int64_t value) {
+    BindDirect<duckdb_bind_int64>("BIGINT", index, value);
+}
+
+void DuckDBStatement::BindUBigInt(uint32_t index, uint64_t value) {
+    BindDirect<duckdb_bind_uint64>("UBIGINT", index, value);
+}
+
+void DuckDBStatement::BindHugeInt(uint32_t index, uint64_t lower, int64_t upper) {
+    BindDirect<duckdb_bind_hugeint>("HUGEINT", index, duckdb_hugeint{lower, upper});
+}
+
+void DuckDBStatement::BindUHugeInt(uint32_t index, uint64_t lower, uint64_t upper) {
+    BindDirect<duckdb_bind_uhugeint>("UHUGEINT", index, duckdb_uhugeint{lower, upper});
+}
+
+void DuckDBStatement::BindDecimal(uint32_t index, uint8_t width, uint8_t scale, uint64_t lower,
+                                  int64_t upper) {
+    BindTyped("DECIMAL", [&] {
+        const duckdb_hugeint number{lower, upper};
+        Require(IsValidDecimal(width, scale, number));
+        return prepared_.Bind<duckdb_bind_decimal>(index, duckdb_decimal{width, scale, number});
+    });
+}
+
+void DuckDBStatement::BindFloat(uint32_t index, float value) {
+    BindDirect<duckdb_bind_float>("FLOAT", index, value);
+}
+
+void DuckDBStatement::BindDouble(uint32_t index, double value) {
+    BindDirect<duckdb_bind_double>("DOUBLE", index, value);
+}
+
+void DuckDBStatement::BindDate(uint32_t index, int32_t year, int8_t month, int8_t day) {
+    BindTyped("DATE", [&] {
+        return prepared_.Bind<duckdb_bind_date>(index, duckdb_to_date(duckdb_date_struct{year, month, day}));
+    });
+}
+
+void DuckDBStatement::BindTime(uint32_t index, int64_t micros) {
+    BindTyped("TIME", [&] {
+        Require(IsValidTime(micros));
+        return prepared_.Bind<duckdb_bind_time>(index, duckdb_time{micros});
+    });
+}
+
+void DuckDBStatement::BindTimeNs(uint32_t index, int64_t nanos) {
+    BindMadeValue("TIME_NS", index, [&] {
+        Require(IsValidTimeNs(nanos));
+        return duckdb_create_time_ns(duckdb_time_ns{nanos});
+    });
+}
+
+void DuckDBStatement::BindTimeTz(uint32_t index, int64_t micros, int32_t offset) {
+    BindMadeValue("TIME_TZ", index, [&] {
+        Require(IsValidTimeTz(micros, offset));
+        return duckdb_create_time_tz_value(duckdb_create_time_tz(micros, offset));
+    });
+}
+
+void DuckDBStatement::BindTimestamp(uint32_t index, int64_t micros) {
+    BindDirect<duckdb_bind_timestamp>("TIMESTAMP", index, duckdb_timestamp{micros});
+}
+
+void DuckDBStatement::BindTimestampTz(uint32_t index, int64_t micros) {
+    BindDirect<duckdb_bind_timestamp_tz>("TIMESTAMP_TZ", index, duckdb_timestamp{micros});
+}
+
+void DuckDBStatement::BindTimestampS(uint32_t index, int64_t seconds) {
+    BindMadeValue("TIMESTAMP_S", index,
+                  [&] { return duckdb_create_timestamp_s(duckdb_timestamp_s{seconds}); });
+}
+
+void DuckDBStatement::BindTimestampMs(uint32_t index, int64_t millis) {
+    BindMadeValue("TIMESTAMP_MS", index,
+                  [&] { return duckdb_create_timestamp_ms(duckdb_timestamp_ms{millis}); });
+}
+
+void DuckDBStatement::BindTimestampNs(uint32_t index, int64_t nanos) {
+    BindMadeValue("TIMESTAMP_NS", index,
+                  [&] { return duckdb_create_timestamp_ns(duckdb_timestamp_ns{nanos}); });
+}
+
+void DuckDBStatement::BindInterval(uint32_t index, int32_t months, int32_t days, int64_t micros) {
+    BindDirect<duckdb_bind_interval>("INTERVAL", index, duckdb_interval{months, days, micros});
+}
+
+void DuckDBStatement::BindVarchar(uint32_t index, const nbx::String& value) {
+    BindTyped("VARCHAR", [&] {
+        const nbx::StFromUTF16 text(value, nbx::GetConverter_UTF8());
+        return prepared_.Bind<duckdb_bind_varchar_length>(index, text.c_str(), idx_t{text.get_Length()});
+    });
+}
+
+void DuckDBStatement::BindBlob(uint32_t index, const void* data, uint64_t length) {
+    BindTyped("BLOB", [&] {
+        const void* bytes = Bytes(data, length);
+        return prepared_.Bind<duckdb_bind_blob>(index, bytes, idx_t{length});
+    });
+}
+
+void DuckDBStatement::BindBit(uint32_t index, const void* data, uint64_t length) {
+    BindMadeValue("BIT", index, [&] {
+        const uint8_t* bytes = Bytes(data, length);
+        Require(IsValidBit(bytes, length));
+        return duckdb_create_bit(duckdb_bit{const_cast<uint8_t*>(bytes), length});
+    });
+}
+
+void DuckDBStatement::BindBignum(uint32_t index, const void* data, uint64_t length, uint8_t is_negative) {
+    BindMadeValue("BIGNUM", index, [&] {
+        const uint8_t* bytes = Bytes(data, length);
+        Require(IsValidBignum(bytes, length));
+        return duckdb_create_bignum(duckdb_bignum{const_cast<uint8_t*>(bytes), length, is_negative != 0});
+    });
+}
+
+void DuckDBStatement::BindUuid(uint32_t index, uint64_t lower, uint64_t upper) {
+    BindMadeValue("UUID", index, [&] { return duckdb_create_uuid(duckdb_uhugeint{lower, upper}); });
+}
+
+void DuckDBStatement::BindValue(uint32_t index, nbx::smart_ptr<nbx::I_Value> value) {
+    EngineLockScope lock;
+    if (!BeginTypedBind()) {
+        return;
+    }
+    const BindOutcome outcome = BindHostValue(prepared_.get(), index, value.get());
+    if (outcome == BindOutcome::refused_by_duckdb) {
+        ThrowStatementError(kBindFailureText);
+    }
+    if (outcome == BindOutcome::no_value) {
+        ThrowError(kBindFailureText);
+    }
+}
+
+}  // namespace mduckdb

@@ -1,0 +1,163 @@
+#include <utility>
+
+#include "base/errors.h"
+#include "duckdb_internals/rows_changed.h"
+#include "nbx/exception.h"
+#include "nbx/hooks.h"
+#include "nbx/mrsql/registry.h"
+#include "objects/cursor.h"
+#include "objects/database.h"
+#include "objects/duckdb_statement.h"
+#include "objects/query_result.h"
+
+namespace mduckdb {
+
+namespace {
+
+constexpr uint32_t kFeatureErrorCode = 0xA000;
+
+}  // namespace
+
+bool DuckDBStatement::ExecuteNext(int64_t& rows_changed) {
+    EngineLockScope lock;
+    nbx::MironaInit3();
+    Prepare();
+    rows_changed = RunPrepared();
+    return next_index_ < extracted_count_;
+}
+
+bool DuckDBStatement::ExecuteNext() {
+    int64_t rows_changed = 0;
+    return ExecuteNext(rows_changed);
+}
+
+void DuckDBStatement::ExecuteAll() {
+    EngineLockScope lock;
+    nbx::MironaInit3();
+    do {
+        Prepare();
+        RunPrepared();
+    } while (next_index_ < extracted_count_);
+    EndRun();
+}
+
+bool DuckDBStatement::RunOne() {
+    EngineLockScope lock;
+    nbx::MironaInit3();
+    Prepare();
+    RunPrepared();
+    return next_index_ < extracted_count_;
+}
+
+nbx::mrsql::DuckDBExecutionResult DuckDBStatement::TryExecuteAll() {
+    nbx::mrsql::DuckDBExecutionResult outcome;
+    {
+        EngineLockScope lock;
+        if (get_Attached() == nullptr) {
+            return outcome;
+        }
+    }
+    try {
+        bool has_more = true;
+        while (has_more) {
+            // Each pass has the engine lock for itself, so that other threads get in between two of them.
+            has_more = RunOne();
+            ++outcome.statements_executed;
+        }
+    } catch (const nbx::mrsql::xDuckDBError& error) {
+        outcome.error_code = error.get_Code();
+        outcome.error_message = error.get_Message();
+    } catch (...) {
+        outcome.error_code = kUnexpectedErrorCode;
+        outcome.error_message = "Unexpected DuckDB error";
+    }
+    EngineLockScope lock;
+    EndRun();
+    return outcome;
+}
+
+int64_t DuckDBStatement::Execute() {
+    EngineLockScope lock;
+    nbx::MironaInit3();
+    return RunPrepared();
+}
+
+int64_t DuckDBStatement::RunPrepared() {
+    RequireDatabase().ClearInterrupted();
+    if (parameter_rows_) {
+        return RunRows();
+    }
+    if (!prepared_) {
+        return 0;
+    }
+    if (parameters_) {
+        BindStoredParameters();
+    }
+    RunOnce();
+    return GetRowsChanged(result_.get());
+}
+
+int64_t DuckDBStatement::RunRows() {
+    // Held apart: whoever stores other rows meanwhile must not take these away.
+    const nbx::smart_ptr<nbx::ValueRows> rows = parameter_rows_;
+    bool has_run = false;
+    for (std::size_t i = 0; i < rows->get_Count(); ++i) {
+        if (i > 0) {
+            database_->ThrowIfInterrupted();
+        }
+        ApplyParameters(rows->get_Item(i));
+        if (prepared_) {
+            RunOnce();
+            has_run = true;
+        }
+    }
+    // Asked once: only the last run counts, and the answer costs as much as several binds.
+    return has_run ? GetRowsChanged(result_.get()) : 0;
+}
+
+void DuckDBStatement::RunOnce() {
+    if (database_->ExecutePrepared(prepared_.get(), result_.Receive()) != DuckDBSuccess) {
+        const std::string error = TextOr(duckdb_result_error(result_.get()), "Unknown execute error");
+        database_->ThrowIfInterrupted();
+        database_->ThrowError(error);
+    }
+}
+
+nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor> DuckDBStatement::OpenCursor(uint32_t cursor_location) {
+    EngineLockScope lock;
+    nbx::MironaInit3();
+    DuckDBDatabase& database = RequireDatabase();
+    if (parameter_rows_) {
+        // The host counts rows in 32 bits.
+        const auto row_count = static_cast<uint32_t>(parameter_rows_->get_Count());
+        if (row_count > 1) {
+            throw nbx::xFeatureError(kFeatureErrorCode, "mDuckDB - multi-row binding for SqlSelect");
+        }
+        if (row_count == 0) {
+            return {};
+        }
+    }
+    RunPrepared();
+    if (!prepared_ || !result_) {
+        return {};
+    }
+    return MakeCursor(database, result_.Detach(), cursor_location);
+}
+
+nbx::String DuckDBStatement::ExecuteToJSON() {
+    return nbx::mrsql::CursorToJSON(OpenCursor(nbx::mrsql::kServerCursor));
+}
+
+nbx::smart_ptr<nbx::mrsql::I_DuckDBQueryResult> DuckDBStatement::ExecuteToQueryResult(
+    uint32_t cursor_location) {
+    EngineLockScope lock;
+    nbx::MironaInit3();
+    RunPrepared();
+    ResultList results;
+    if (result_) {
+        results.push_back(std::move(result_));
+    }
+    return MakeQueryResult(*database_, std::move(results), cursor_location);
+}
+
+}  // namespace mduckdb

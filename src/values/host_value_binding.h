@@ -1,0 +1,37 @@
+#pragma once
+
+#include <duckdb.h>
+
+#include "base/holders.h"
+#include "nbx/value.h"
+
+namespace mduckdb {
+
+/** What is reported of a host value that cannot be bound, when DuckDB says nothing. */
+constexpr const char* kBindFailureText = "Failed to bind statement parameter";
+
+/** Arrays and references inside one another go this deep; what is deeper cannot be bound. */
+constexpr unsigned kMaxHostValueDepth = 200;
+
+/** One host value as a DuckDB value; a null pointer and a null value become NULL. An empty holder means
+    that no value can be made of it, which is an error and never NULL: an array with an element that is
+    none of its type, a time outside a day. Throws `xDuckDBError` for what is refused with a reason. */
+ValueHolder HostValueToDuckDB(nbx::I_Value* value);
+
+enum class BindOutcome {
+    bound,
+    /** DuckDB failed, and has a text or has none (`duckdb_prepare_error`). */
+    refused_by_duckdb,
+    /** DuckDB was not asked; a text that it keeps is of an older failure. */
+    no_value,
+};
+
+/** Binds one host value to a parameter, counted from 1. Throws as `HostValueToDuckDB` does. */
+BindOutcome BindHostValue(duckdb_prepared_statement prepared, idx_t index, nbx::I_Value* value);
+
+/** Binds element i to parameter i + 1, in order; a null row binds nothing. Throws `xDuckDBError`, with
+    `database_path` for a bind that failed; parameters bound before the failing one stay bound. */
+void BindValueArray(duckdb_prepared_statement prepared, const nbx::ValueRow* values,
+                    const nbx::String& database_path);
+
+}  // namespace mduckdb

@@ -1,0 +1,100 @@
+#include "values/json_escape.h"
+
+#include <gtest/gtest.h>
+
+#include <optional>
+#include <random>
+
+namespace mduckdb {
+namespace {
+
+int HexDigit(char c) {
+    if (c >= '0' && c <= '9') {
+        return c - '0';
+    }
+    return c >= 'a' && c <= 'f' ? c - 'a' + 10 : -1;
+}
+
+/** The bytes behind an escaped text; nothing when it is not what `JsonEscape` may write. */
+std::optional<std::string> Unescape(const std::string& escaped) {
+    const std::string letters = "\"\\btnfr";
+    const std::string meanings = "\"\\\b\t\n\f\r";
+    std::string bytes;
+    for (std::size_t i = 0; i < escaped.size(); ++i) {
+        const char c = escaped[i];
+        if (c < 0x20 || c == '"') {
+            return std::nullopt;
+        }
+        if (c != '\\') {
+            bytes += c;
+            continue;
+        }
+        const char letter = ++i < escaped.size() ? escaped[i] : '\0';
+        if (const std::size_t known = letters.find(letter); letter != '\0' && known != std::string::npos) {
+            bytes += meanings[known];
+            continue;
+        }
+        if (letter != 'u' || escaped.compare(i + 1, 2, "00") != 0 || i + 4 >= escaped.size()) {
+            return std::nullopt;
+        }
+        const int high = HexDigit(escaped[i + 3]);
+        const int low = HexDigit(escaped[i + 4]);
+        if (high < 0 || low < 0) {
+            return std::nullopt;
+        }
+        bytes += static_cast<char>(high * 16 + low);
+        i += 4;
+    }
+    return bytes;
+}
+
+TEST(JsonEscape, writes_the_named_escapes_with_a_letter) {
+    EXPECT_EQ(JsonEscape("\"\\\b\t\n\f\r"), R"(\"\\\b\t\n\f\r)");
+    EXPECT_EQ(JsonEscape("\"\\\t\x01"), R"(\"\\\t\u0001)");
+}
+
+TEST(JsonEscape, writes_other_control_bytes_in_lowercase_hexadecimal) {
+    EXPECT_EQ(JsonEscape("\x0b"), R"(\u000b)");
+    EXPECT_EQ(JsonEscape("\x1f"), R"(\u001f)");
+    EXPECT_EQ(JsonEscape(std::string_view("\0", 1)), R"(\u0000)");
+}
+
+TEST(JsonEscape, escapes_each_byte_of_a_character_beyond_ASCII) {
+    EXPECT_EQ(JsonEscape("\xFF"), R"(\u00ff)");
+    EXPECT_EQ(JsonEscape("\xC3\xA9"), R"(\u00c3\u00a9)");
+    EXPECT_EQ(JsonEscape("\x80"), R"(\u0080)");
+}
+
+TEST(JsonEscape, leaves_printable_ASCII_and_DEL_as_they_are) {
+    EXPECT_EQ(JsonEscape("a/'<>~\x7f "), "a/'<>~\x7f ");
+    EXPECT_EQ(JsonEscape(""), "");
+}
+
+TEST(JsonEscape, says_every_single_byte_so_that_it_can_be_read_back) {
+    for (int byte = 0; byte < 256; ++byte) {
+        const std::string text(1, static_cast<char>(byte));
+        const std::string escaped = JsonEscape(text);
+        const bool is_plain = byte >= 0x20 && byte < 0x80 && byte != '"' && byte != '\\';
+        const bool has_letter = std::string("\"\\\b\t\n\f\r").find(text) != std::string::npos;
+        EXPECT_EQ(escaped.size(), is_plain ? 1U : has_letter ? 2U : 6U) << byte;
+        EXPECT_EQ(Unescape(escaped), text) << byte;
+    }
+}
+
+TEST(JsonEscape, says_random_bytes_so_that_they_can_be_read_back) {
+    std::mt19937 random(42);
+    for (int round = 0; round < 2000; ++round) {
+        std::string text(random() % 200, '\0');
+        for (char& c : text) {
+            c = static_cast<char>(random());
+        }
+        const std::string escaped = JsonEscape(text);
+        EXPECT_EQ(Unescape(escaped), text);
+        for (const char c : escaped) {
+            EXPECT_GE(c, 0x20);
+        }
+    }
+}
+
+}  // namespace
+}  // namespace mduckdb

@@ -1,0 +1,48 @@
+#include "values/variant_type_names.h"
+
+#include <gtest/gtest.h>
+
+#include <set>
+#include <string>
+
+namespace mduckdb {
+namespace {
+
+TEST(VariantTypeName, knows_the_kinds_by_their_number) {
+    EXPECT_STREQ(VariantTypeName(0), "VARIANT_NULL");
+    EXPECT_STREQ(VariantTypeName(3), "INT8");
+    EXPECT_STREQ(VariantTypeName(7), "INT128");
+    EXPECT_STREQ(VariantTypeName(12), "UINT128");
+    EXPECT_STREQ(VariantTypeName(15), "DECIMAL");
+    EXPECT_STREQ(VariantTypeName(23), "TIMESTAMP_MILIS");
+    EXPECT_STREQ(VariantTypeName(27), "TIMESTAMP_MICROS_TZ");
+    EXPECT_STREQ(VariantTypeName(33), "GEOMETRY");
+}
+
+TEST(VariantTypeName, is_UNKNOWN_beyond_the_last_kind) {
+    EXPECT_STREQ(VariantTypeName(34), "UNKNOWN");
+    EXPECT_STREQ(VariantTypeName(1000), "UNKNOWN");
+    EXPECT_STREQ(VariantTypeName(UINT32_MAX), "UNKNOWN");
+}
+
+TEST(VariantTypeName, gives_every_kind_a_name_of_its_own) {
+    std::set<std::string> names;
+    for (uint32_t code = 0; code < kVariantTypeCount; ++code) {
+        names.insert(VariantTypeName(code));
+    }
+    EXPECT_EQ(names.size(), kVariantTypeCount);
+    EXPECT_EQ(names.count("UNKNOWN"), 0U);
+}
+
+TEST(VariantTypeName, agrees_with_the_numbers_of_the_kinds_that_become_host_values) {
+    EXPECT_STREQ(VariantTypeName(static_cast<uint32_t>(VariantType::BOOL_TRUE)), "BOOL_TRUE");
+    EXPECT_STREQ(VariantTypeName(static_cast<uint32_t>(VariantType::UINT8)), "UINT8");
+    EXPECT_STREQ(VariantTypeName(static_cast<uint32_t>(VariantType::FLOAT)), "FLOAT");
+    EXPECT_STREQ(VariantTypeName(static_cast<uint32_t>(VariantType::VARCHAR)), "VARCHAR");
+    EXPECT_STREQ(VariantTypeName(static_cast<uint32_t>(VariantType::BLOB)), "BLOB");
+    EXPECT_STREQ(VariantTypeName(static_cast<uint32_t>(VariantType::DATE)), "DATE");
+    EXPECT_STREQ(VariantTypeName(static_cast<uint32_t>(VariantType::TIMESTAMP_MILIS)), "TIMESTAMP_MILIS");
+}
+
+}  // namespace
+}  // namespace mduckdb
