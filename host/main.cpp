@@ -9,9 +9,10 @@
 #include <cstdio>
 #include <exception>
 
-#include "display_width.h"
+#include "commands/program.h"
 #include "nbx/mrsql/registry.h"
-#include "program.h"
+#include "text/messages.h"
+#include "text/text.h"
 
 namespace mduckdb_host {
 namespace {

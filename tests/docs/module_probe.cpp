@@ -4,7 +4,7 @@
 
 #include <stdexcept>
 
-#include "cell_text.h"
+#include "data/datum.h"
 #include "nbx/exception.h"
 #include "nbx/json.h"
 #include "nbx/mrsql/registry.h"
@@ -41,7 +41,7 @@ LoadedModule::LoadedModule(const std::string& file) {
 
 std::string LoadedModule::FetchCell(const std::string& database_file, const std::string& table) const {
     mduckdb_host::ProcedureCall call(*registry_.Find("fetch_duckdb"),
-                                     {mduckdb_host::Cell{database_file}, mduckdb_host::Cell{table}});
+                                     {mduckdb_host::Datum{database_file}, mduckdb_host::Datum{table}});
     mduckdb_host::HostCursor* const cursor = call.Run();
     if (cursor == nullptr) {
         return "error: " + call.get_Error();

@@ -3,12 +3,12 @@
 #include <string>
 #include <string_view>
 
-#include "function_table.h"
 #include "nbx/location.h"
 #include "nbx/mrsql/duckdb_database.h"
 #include "nbx/mrsql/duckdb_extension.h"
 #include "nbx/mrsql/duckdb_statement.h"
 #include "nbx/value.h"
+#include "table/function_table.h"
 
 namespace mduckdb_docs {
 

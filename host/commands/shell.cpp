@@ -1,0 +1,67 @@
+#include <fmt/format.h>
+#include <unistd.h>
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
+
+#include <iostream>
+#include <memory>
+
+#include "commands/program.h"
+#include "databases/databases.h"
+#include "databases/interruption.h"
+#include "nbx/exception.h"
+#include "shell/completion.h"
+#include "shell/shell.h"
+#include "text/messages.h"
+
+namespace mduckdb_host {
+
+namespace {
+
+constexpr const char* kHelp =
+    "Without DATABASE the shell starts with an empty database in memory; a file that is not there is made.\n"
+    "Statements end with a semicolon; .help lists the commands that begin with a dot. From a pipe the\n"
+    "shell reads without prompt, goes on after an error, and ends with status 1 when there was one.\n"
+    "The history is kept in ${XDG_STATE_HOME:-~/.local/state}/mduckdb/history.\n\n"
+    "Example:\n"
+    "  mduckdb-host shell sales.db\n";
+
+int RunShell(Program& program, const std::string& path) {
+    BlockInterrupts();
+    program.Load();
+    const bool is_interactive = isatty(STDIN_FILENO) == 1 && program.out.get_IsTerminal();
+    Session session(program.out, program.print, program.registry);
+    try {
+        session.Open(path.empty() ? ":memory:" : path, {});
+    } catch (const nbx::xException& error) {
+        throw std::runtime_error(fmt::format("Cannot open {}: {}", path, DescribeException(error, {})));
+    }
+    std::unique_ptr<LineReader> reader;
+    if (is_interactive) {
+        program.out.Write(
+            fmt::format("DuckDB {} through the module {}. .help tells what there is, .quit leaves.\n",
+                        GetExtension()->get_LibraryVersion(), program.module_name));
+        reader = MakeTerminalReader(PrepareHistoryFile(),
+                                    [&session](const std::string& line, const std::string& word) {
+                                        return Complete(session, line, word);
+                                    });
+    } else {
+        reader = MakePipeReader(std::cin);
+    }
+    const bool worked = Shell(session, is_interactive).Run(*reader);
+    return worked || is_interactive ? kWorked : kFailed;
+}
+
+}  // namespace
+
+void AddShellCommand(CLI::App& app, Program& program) {
+    CLI::App* const command = app.add_subcommand("shell", "Enter SQL and look at the results");
+    command->footer(kHelp);
+    auto path = std::make_shared<std::string>();
+    command->add_option("DATABASE", *path, "Database file");
+    command->callback(
+        [&program, path] { program.command = [&program, path] { return RunShell(program, *path); }; });
+}
+
+}  // namespace mduckdb_host

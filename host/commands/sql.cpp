@@ -1,0 +1,174 @@
+#include <fmt/format.h>
+#include <CLI/App.hpp>
+#include <CLI/Config.hpp>
+#include <CLI/Formatter.hpp>
+
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <memory>
+
+#include "commands/program.h"
+#include "data/host_values.h"
+#include "data/literals.h"
+#include "databases/databases.h"
+#include "databases/interruption.h"
+#include "databases/results.h"
+#include "nbx/exception.h"
+#include "text/messages.h"
+#include "text/text.h"
+
+namespace mduckdb_host {
+
+namespace {
+
+constexpr const char* kHelp =
+    "SQL may be several statements; - reads them from the standard input. Every result is printed, changed\n"
+    "rows included. Parameters stand as $1, $2 or ? and belong to a single statement. A parameter is a JSON\n"
+    "value; an object such as {\"duckdb_value\":true,\"value_type\":\"DATE\",\"value\":\"2024-01-31\"} "
+    "states the\n"
+    "DuckDB type. --params-file names a file with one JSON array of parameters a line (- is the standard\n"
+    "input), and the statement runs once for each line.\n\n"
+    "Example:\n"
+    "  mduckdb-host sql sales.db 'SELECT * FROM orders WHERE id = $1' --param 17 --format json\n";
+
+struct Arguments {
+    std::string path;
+    std::string sql;
+    std::string cursor = "server";
+    bool is_read_only = false;
+    std::vector<std::string> parameters;
+    std::string parameters_file;
+};
+
+std::string ReadAll(std::istream& in) {
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+Datum ParseParameter(const std::string& text) {
+    try {
+        return ParseJson(text);
+    } catch (const std::invalid_argument& error) {
+        throw xUsageError(
+            fmt::format("{}\nA text needs quotes of its own: --param '\"text\"'", error.what()));
+    }
+}
+
+nbx::smart_ptr<nbx::ValueRows> ReadParameterRows(std::istream& in) {
+    auto rows = nbx::MakeObject<nbx::ValueRows>();
+    std::string line;
+    for (uint64_t number = 1; std::getline(in, line); ++number) {
+        if (line.find_first_not_of(" \t\r") == std::string::npos) {
+            continue;
+        }
+        Datum datum;
+        try {
+            datum = ParseJson(line);
+        } catch (const std::invalid_argument&) {
+            datum = Datum{};
+        }
+        const auto* const list = std::get_if<List>(&datum.content);
+        if (list == nullptr) {
+            throw xUsageError(fmt::format("Line {} of the parameters is no JSON array.", number));
+        }
+        rows->Append(ToParameters(list->items));
+    }
+    return rows;
+}
+
+nbx::smart_ptr<nbx::ValueRows> ReadParameterFile(const std::string& name) {
+    if (name == "-") {
+        return ReadParameterRows(std::cin);
+    }
+    std::ifstream file(name);
+    if (!file) {
+        throw xUsageError(fmt::format("Cannot read the parameters: there is no file '{}'.", name));
+    }
+    return ReadParameterRows(file);
+}
+
+using ResultPtr = nbx::smart_ptr<nbx::mrsql::I_DuckDBQueryResult>;
+
+/** Runs the statement once for each row of parameters; gives the last run's result. */
+ResultPtr RunForEachRow(const DatabasePtr& database, const nbx::String& sql, uint32_t cursor_location,
+                        const nbx::smart_ptr<nbx::ValueRows>& rows) {
+    const auto statement = database->CreateStatement(sql);
+    statement->PrepareNext();
+    statement->put_ParameterRows(rows);
+    ResultPtr result = statement->ExecuteToQueryResult(cursor_location);
+    fmt::print(stderr, "{} run; what follows is the result of the last one\n",
+               CountOf(rows->get_Count(), "parameter row"));
+    return result;
+}
+
+ResultPtr RunSql(const DatabasePtr& database, const Arguments& arguments, const std::string& sql) {
+    const uint32_t location =
+        arguments.cursor == "client" ? nbx::mrsql::kClientCursor : nbx::mrsql::kServerCursor;
+    const nbx::String text = FromUtf8(sql);
+    if (!arguments.parameters_file.empty()) {
+        const auto rows = ReadParameterFile(arguments.parameters_file);
+        return RunForEachRow(database, text, location, rows);
+    }
+    std::vector<Datum> parameters;
+    for (const std::string& parameter : arguments.parameters) {
+        parameters.push_back(ParseParameter(parameter));
+    }
+    return database->SqlQuery(text, location, ToParameters(parameters));
+}
+
+int RunAndPrint(Program& program, const Arguments& arguments, const DatabasePtr& database,
+                const std::string& sql) {
+    const std::unique_ptr<Printer> printer = program.MakePrinter();
+    InterruptWatch watch(database);
+    try {
+        ResultPtr result = RunSql(database, arguments, sql);
+        watch.EndProgress();
+        PrintResults(std::move(result), *printer, [&watch] { return watch.get_IsInterrupted(); });
+    } catch (const nbx::xException& error) {
+        watch.EndProgress();
+        program.out.Flush();
+        PrintError(DescribeException(error, sql));
+        return kFailed;
+    }
+    return watch.get_IsInterrupted() ? kFailed : kWorked;
+}
+
+int RunSqlCommand(Program& program, const Arguments& arguments) {
+    if (!arguments.parameters.empty() && !arguments.parameters_file.empty()) {
+        throw xUsageError("--param and --params-file exclude each other.");
+    }
+    const std::string sql = arguments.sql == "-" ? ReadAll(std::cin) : arguments.sql;
+    BlockInterrupts();
+    program.Load();
+    const DatabasePtr database = OpenForCommand(arguments.path, arguments.is_read_only);
+    const int status = RunAndPrint(program, arguments, database, sql);
+    database->Close();
+    return status;
+}
+
+}  // namespace
+
+void AddSqlCommand(CLI::App& app, Program& program) {
+    CLI::App* const command = app.add_subcommand("sql", "Run SQL and print every result");
+    command->footer(kHelp);
+    auto arguments = std::make_shared<Arguments>();
+    command->add_option("DATABASE", arguments->path, "Database file, or :memory:")->required();
+    command->add_option("SQL", arguments->sql, "Statements, or -")->required();
+    command->add_option("--cursor", arguments->cursor, "Who keeps the rows: server or client")
+        ->check(CLI::IsMember({"server", "client"}))
+        ->type_name("KIND")
+        ->capture_default_str();
+    command->add_flag("--read-only", arguments->is_read_only, "Open the file for reading only");
+    command->add_option("--param", arguments->parameters, "Value of the next parameter; may be repeated")
+        ->type_name("JSON")
+        ->expected(1)
+        ->take_all()
+        ->allow_extra_args(false);
+    command->add_option("--params-file", arguments->parameters_file, "File of parameter rows")
+        ->type_name("FILE");
+    command->callback([&program, arguments] {
+        program.command = [&program, arguments] { return RunSqlCommand(program, *arguments); };
+    });
+}
+
+}  // namespace mduckdb_host

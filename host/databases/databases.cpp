@@ -1,0 +1,52 @@
+#include "databases/databases.h"
+
+#include <stdexcept>
+
+#include "nbx/mrsql/registry.h"
+#include "text/text.h"
+
+namespace mduckdb_host {
+
+nbx::smart_ptr<nbx::mrsql::I_DuckDBExtension> GetExtension() {
+    auto extension = nbx::mrsql::GetDuckDBExtension();
+    if (extension == nullptr) {
+        throw std::runtime_error("The module offers no databases.");
+    }
+    return extension;
+}
+
+nbx::smart_ptr<nbx::I_Location> MakeLocation(const std::string& path) {
+    return nbx::CreateLocation(FromUtf8(path));
+}
+
+DatabasePtr MakeDatabase(const std::string& path) {
+    return GetExtension()->CreateDatabase(MakeLocation(path));
+}
+
+DatabasePtr OpenDatabase(const std::string& path, IfMissing if_missing, bool is_read_only) {
+    DatabasePtr database = MakeDatabase(path);
+    if (is_read_only) {
+        nbx::mrsql::DuckDBDatabaseOptions options;
+        options.read_write = false;
+        database->put_Options(options);
+    }
+    if (if_missing == IfMissing::kCreate && !GetExtension()->IsInMemoryPath(FromUtf8(path)) &&
+        !database->get_Exists()) {
+        database->Create();
+    } else {
+        database->Open();
+    }
+    return database;
+}
+
+std::vector<std::string> QueryTexts(const DatabasePtr& database, const std::string& sql) {
+    std::vector<std::string> texts;
+    const auto cursor = database->SqlSelect(FromUtf8(sql), nbx::mrsql::kServerCursor, nullptr);
+    while (cursor->NextRecord()) {
+        const auto value = cursor->get_Value(0);
+        texts.push_back(value == nullptr || value->get_IsNull() ? "" : ToUtf8(value->get_Text()));
+    }
+    return texts;
+}
+
+}  // namespace mduckdb_host

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "nbx/mrsql/duckdb_database.h"
+#include "nbx/mrsql/duckdb_extension.h"
+
+namespace mduckdb_host {
+
+using DatabasePtr = nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase>;
+
+/** The module's root object. Throws `std::runtime_error` when the module offers none. */
+nbx::smart_ptr<nbx::mrsql::I_DuckDBExtension> GetExtension();
+
+/** The location of a path (":memory:" included). */
+nbx::smart_ptr<nbx::I_Location> MakeLocation(const std::string& path);
+
+/** A database object on the path, closed. */
+DatabasePtr MakeDatabase(const std::string& path);
+
+enum class IfMissing { kFail, kCreate };
+
+/** Opens the database for reading and writing, falling back to reading where the module does. Throws the
+    host's exceptions. */
+DatabasePtr OpenDatabase(const std::string& path, IfMissing if_missing, bool is_read_only = false);
+
+/** The first column of a query, as text. Throws the host's exceptions. */
+std::vector<std::string> QueryTexts(const DatabasePtr& database, const std::string& sql);
+
+}  // namespace mduckdb_host

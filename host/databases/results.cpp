@@ -1,0 +1,70 @@
+#include "databases/results.h"
+
+#include "data/host_values.h"
+#include "text/messages.h"
+#include "text/text.h"
+
+namespace mduckdb_host {
+
+namespace {
+
+using nbx::smart_ptr;
+using nbx::mrsql::I_DuckDBCursor;
+using nbx::mrsql::I_DuckDBQueryResult;
+
+std::vector<Column> DescribeColumns(const I_DuckDBCursor& cursor) {
+    std::vector<Column> columns;
+    for (uint32_t i = 0; i < cursor.get_ColumnCount(); ++i) {
+        const uint32_t duckdb_type = cursor.get_ColumnType(i);
+        columns.push_back({ToUtf8(cursor.get_ColumnName(i)), duckdb_type, get_HostTypeOfColumn(duckdb_type)});
+    }
+    return columns;
+}
+
+// The end of the rows and a failure to fetch them look alike to `NextRecord`.
+void ThrowIfFetchFailed(I_DuckDBCursor& cursor) {
+    const auto* const status = static_cast<const nbx::mrsql::I_FetchStatus*>(
+        cursor.QueryInterface(nbx::mrsql::kFetchStatusInterfaceId));
+    if (status != nullptr && !status->get_FetchError().isEmpty()) {
+        throw xFetchError(DescribeError(ParseDuckDBError(ToUtf8(status->get_FetchError())), {}));
+    }
+}
+
+}  // namespace
+
+void PrintCursor(const smart_ptr<I_DuckDBCursor>& cursor, Printer& printer, const StopTest& is_stopped) {
+    const std::vector<Column> columns = DescribeColumns(*cursor);
+    printer.Begin(columns);
+    Row row(columns.size());
+    while (cursor->NextRecord()) {
+        for (std::size_t i = 0; i < row.size(); ++i) {
+            row[i] = ToDatum(cursor->get_Value(static_cast<uint32_t>(i)));
+        }
+        printer.Add(row);
+        if (is_stopped && is_stopped()) {
+            break;
+        }
+    }
+    printer.End();
+    ThrowIfFetchFailed(*cursor);
+}
+
+void PrintResults(smart_ptr<I_DuckDBQueryResult> result, Printer& printer, const StopTest& is_stopped) {
+    for (; result != nullptr && !(is_stopped && is_stopped()); result = result->NextResult()) {
+        const uint32_t flags = result->get_Flags();
+        if ((flags & nbx::mrsql::kHasError) != 0) {
+            const DuckDBError error{ToUtf8(result->get_ErrorType()), ToUtf8(result->get_ErrorMessage()),
+                                    result->get_ErrorPosition()};
+            throw xFetchError(DescribeError(error, {}));
+        }
+        if ((flags & nbx::mrsql::kHasCursor) != 0) {
+            PrintCursor(result->get_Cursor(), printer, is_stopped);
+        } else if ((flags & nbx::mrsql::kHasRowsChanged) != 0) {
+            printer.PrintRowsChanged(result->get_RowsChanged());
+        } else {
+            printer.PrintRowsChanged(std::nullopt);
+        }
+    }
+}
+
+}  // namespace mduckdb_host

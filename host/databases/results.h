@@ -1,0 +1,30 @@
+#pragma once
+
+#include <functional>
+#include <stdexcept>
+
+#include "nbx/mrsql/duckdb_cursor.h"
+#include "nbx/mrsql/duckdb_query_result.h"
+#include "print/printer.h"
+
+namespace mduckdb_host {
+
+/** Asked after every row: whether to leave the rest of the rows. May be empty. */
+using StopTest = std::function<bool()>;
+
+/** Prints the rows of a cursor from its position on. Throws `xFetchError` when DuckDB fails to give the
+    next row. */
+void PrintCursor(const nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor>& cursor, Printer& printer,
+                 const StopTest& is_stopped = nullptr);
+
+/** Prints a result and those that follow it. */
+void PrintResults(nbx::smart_ptr<nbx::mrsql::I_DuckDBQueryResult> result, Printer& printer,
+                  const StopTest& is_stopped = nullptr);
+
+/** A result ended before its last row; `what()` is DuckDB's text. */
+class xFetchError : public std::runtime_error {
+  public:
+    using std::runtime_error::runtime_error;
+};
+
+}  // namespace mduckdb_host

@@ -1,0 +1,47 @@
+#include "print/printer.h"
+
+#include <fmt/format.h>
+
+#include <array>
+#include <utility>
+
+namespace mduckdb_host {
+
+namespace {
+
+constexpr std::array<std::pair<std::string_view, Format>, 5> kFormats = {{{"table", Format::kTable},
+                                                                          {"csv", Format::kCsv},
+                                                                          {"json", Format::kJson},
+                                                                          {"jsonl", Format::kJsonl},
+                                                                          {"markdown", Format::kMarkdown}}};
+
+}  // namespace
+
+Printer::~Printer() = default;
+
+std::optional<Format> FindFormat(std::string_view name) {
+    for (const auto& [known_name, format] : kFormats) {
+        if (known_name == name) {
+            return format;
+        }
+    }
+    return std::nullopt;
+}
+
+std::unique_ptr<Printer> MakePrinter(Output& out, const PrintOptions& options) {
+    switch (options.format) {
+        case Format::kCsv:
+            return MakeCsvPrinter(out);
+        case Format::kJson:
+            return MakeJsonPrinter(out);
+        case Format::kJsonl:
+            return MakeJsonlPrinter(out);
+        case Format::kMarkdown:
+            return MakeMarkdownPrinter(out);
+        case Format::kTable:
+            break;
+    }
+    return MakeTablePrinter(out, options.is_cut_to_screen && out.get_IsTerminal());
+}
+
+}  // namespace mduckdb_host

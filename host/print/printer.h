@@ -1,0 +1,52 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string_view>
+#include <vector>
+
+#include "data/datum.h"
+#include "print/output.h"
+
+namespace mduckdb_host {
+
+enum class Format { kTable, kCsv, kJson, kJsonl, kMarkdown };
+
+/** The format of the given name, as `--format` takes it; nothing when there is none. */
+std::optional<Format> FindFormat(std::string_view name);
+
+struct PrintOptions {
+    Format format = Format::kTable;
+    /** Cuts a table that is larger than the terminal; elsewhere everything is printed. */
+    bool is_cut_to_screen = true;
+};
+
+/** Writes results one after the other: for each one `Begin`, a row at a time, `End`; or the outcome of a
+    statement without rows. What has been written may wait in the output's buffer, and a table
+    waits for its last row. */
+class Printer {
+  public:
+    Printer() = default;
+    virtual ~Printer();
+    Printer(const Printer&) = delete;
+    Printer& operator=(const Printer&) = delete;
+
+    virtual void Begin(const std::vector<Column>& columns) = 0;
+    /** A cell for each column. */
+    virtual void Add(const Row& row) = 0;
+    virtual void End() = 0;
+    /** A statement without rows; nothing for one that reports no changed rows either. */
+    virtual void PrintRowsChanged(std::optional<int64_t> rows_changed) = 0;
+};
+
+/** The output must outlive the printer. */
+std::unique_ptr<Printer> MakePrinter(Output& out, const PrintOptions& options);
+
+std::unique_ptr<Printer> MakeTablePrinter(Output& out, bool is_cut_to_screen);
+std::unique_ptr<Printer> MakeCsvPrinter(Output& out);
+std::unique_ptr<Printer> MakeJsonPrinter(Output& out);
+std::unique_ptr<Printer> MakeJsonlPrinter(Output& out);
+std::unique_ptr<Printer> MakeMarkdownPrinter(Output& out);
+
+}  // namespace mduckdb_host

@@ -1,0 +1,223 @@
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <deque>
+
+#include "data/datum.h"
+#include "print/printer.h"
+#include "print/table_layout.h"
+#include "text/text.h"
+
+namespace mduckdb_host {
+
+namespace {
+
+/** Rows that are kept to find the widths; further ones are printed as they come. */
+constexpr std::size_t kMeasuredRows = 10000;
+/** Lines of a screen that are no rows: borders, names, the last line, the next prompt. */
+constexpr int kOtherLines = 8;
+constexpr int kFewestRows = 6;
+constexpr const char* kMark = "…";
+
+struct Field {
+    std::string text;
+    int width = 0;
+    bool is_null = false;
+};
+using Fields = std::vector<Field>;
+
+struct Rule {
+    const char* left;
+    const char* middle;
+    const char* right;
+};
+constexpr Rule kTopRule = {"┌", "┬", "┐\n"};
+constexpr Rule kMiddleRule = {"├", "┼", "┤\n"};
+constexpr Rule kBottomRule = {"└", "┴", "┘\n"};
+
+/** A table with borders; numbers stand right, text stands left. */
+class TablePrinter final : public Printer {
+  public:
+    TablePrinter(Output& out, bool is_cut_to_screen)
+        : out_(out),
+          is_cut_(is_cut_to_screen),
+          has_colours_(out.get_IsTerminal() && std::getenv("NO_COLOR") == nullptr) {}
+
+    void Begin(const std::vector<Column>& columns) override {
+        columns_ = columns;
+        natural_widths_.clear();
+        names_.clear();
+        for (const Column& column : columns) {
+            names_.push_back(MakeField(ToPrintable(column.name)));
+        }
+        Measure(names_);
+        const int rows = std::max(kFewestRows, out_.get_Lines() - kOtherLines);
+        first_rows_limit_ = is_cut_ ? static_cast<std::size_t>(rows - rows / 2) : kMeasuredRows;
+        last_rows_limit_ = is_cut_ ? static_cast<std::size_t>(rows / 2) : 0;
+        first_rows_.clear();
+        last_rows_.clear();
+        count_ = 0;
+        is_started_ = false;
+    }
+
+    void Add(const Row& row) override {
+        ++count_;
+        Fields fields;
+        fields.reserve(row.size());
+        for (const Datum& datum : row) {
+            fields.push_back(MakeField(datum.get_IsNull() ? "NULL" : ToPrintable(ToText(datum))));
+            fields.back().is_null = datum.get_IsNull();
+        }
+        if (is_started_) {
+            PrintRow(fields);
+        } else if (first_rows_.size() < first_rows_limit_) {
+            first_rows_.push_back(std::move(fields));
+        } else if (is_cut_) {
+            last_rows_.push_back(std::move(fields));
+            if (last_rows_.size() > last_rows_limit_) {
+                last_rows_.pop_front();
+            }
+        } else {
+            Start();
+            PrintRow(fields);
+        }
+    }
+
+    void End() override {
+        if (!is_started_) {
+            Start();
+        }
+        const uint64_t left_out = is_cut_ ? count_ - first_rows_.size() - last_rows_.size() : 0;
+        if (left_out > 0) {
+            PrintRow(Fields(columns_.size(), MakeField(kMark)));
+        }
+        for (const Fields& fields : last_rows_) {
+            PrintRow(fields);
+        }
+        PrintRule(kBottomRule);
+        PrintCount(left_out);
+    }
+
+    void PrintRowsChanged(std::optional<int64_t> rows_changed) override {
+        out_.Write(rows_changed ? CountOf(static_cast<uint64_t>(*rows_changed), "row") + " changed\n"
+                                : "OK\n");
+    }
+
+  private:
+    static Field MakeField(std::string text) {
+        const int width = DisplayWidth(text);
+        return {std::move(text), width, false};
+    }
+
+    void Measure(const Fields& fields) {
+        natural_widths_.resize(fields.size());
+        for (std::size_t i = 0; i < fields.size(); ++i) {
+            natural_widths_[i] = std::max(natural_widths_[i], fields[i].width);
+        }
+    }
+
+    /** Fixes the widths and prints what has been kept so far from the start. */
+    void Start() {
+        is_started_ = true;
+        for (const Fields& fields : first_rows_) {
+            Measure(fields);
+        }
+        for (const Fields& fields : last_rows_) {
+            Measure(fields);
+        }
+        layout_ = MakeTableLayout(natural_widths_, is_cut_ ? out_.get_Columns() : 0);
+        PrintRule(kTopRule);
+        PrintRow(names_);
+        PrintRule(kMiddleRule);
+        for (const Fields& fields : first_rows_) {
+            PrintRow(fields);
+        }
+    }
+
+    void PrintRule(const Rule& rule) {
+        std::string line;
+        const auto add = [&](int width) {
+            line += line.empty() ? rule.left : rule.middle;
+            for (int i = 0; i < width + 2; ++i) {
+                line += "─";
+            }
+        };
+        ForEachColumn([&](std::size_t i) { add(layout_.widths[i]); }, [&] { add(1); });
+        out_.Write(line.empty() ? std::string(rule.left) : line);
+        out_.Write(rule.right);
+    }
+
+    void PrintRow(const Fields& fields) {
+        std::string line;
+        ForEachColumn([&](std::size_t i) { AppendField(line, fields[i], i); },
+                      [&] { line += fmt::format("│ {} ", kMark); });
+        out_.Write(line + "│\n");
+    }
+
+    template <class OnColumn, class OnMark>
+    void ForEachColumn(OnColumn on_column, OnMark on_mark) const {
+        for (std::size_t i = 0; i < columns_.size(); ++i) {
+            if (layout_.left_out > 0 && i == layout_.first_left_out) {
+                on_mark();
+                i += layout_.left_out;
+            }
+            if (i < columns_.size()) {
+                on_column(i);
+            }
+        }
+    }
+
+    void AppendField(std::string& line, const Field& field, std::size_t column) const {
+        std::string_view text = field.text;
+        int width = field.width;
+        const int room = layout_.widths[column];
+        const bool is_cut = is_cut_ && width > room;
+        if (is_cut) {
+            text = CutToWidth(text, room - 1);
+            width = DisplayWidth(text) + 1;
+        }
+        const std::string blanks(static_cast<std::size_t>(std::max(0, room - width)), ' ');
+        const bool is_right = IsNumeric(columns_[column]);
+        line += "│ ";
+        line += is_right ? blanks : "";
+        line += field.is_null && has_colours_ ? fmt::format("\x1b[2m{}\x1b[22m", text) : std::string(text);
+        line += is_cut ? kMark : "";
+        line += is_right ? "" : blanks;
+        line += ' ';
+    }
+
+    void PrintCount(uint64_t rows_left_out) {
+        std::string line = CountOf(count_, "row");
+        if (rows_left_out > 0 || layout_.left_out > 0) {
+            line += " (left out:";
+            line += rows_left_out > 0 ? " " + CountOf(rows_left_out, "row") : "";
+            line += rows_left_out > 0 && layout_.left_out > 0 ? " and" : "";
+            line += layout_.left_out > 0 ? " " + CountOf(layout_.left_out, "column") : "";
+            line += "; --all, or .all on in the shell, shows everything)";
+        }
+        out_.Write(line + "\n");
+    }
+
+    Output& out_;
+    bool is_cut_;
+    bool has_colours_;
+    std::vector<Column> columns_;
+    Fields names_;
+    std::vector<int> natural_widths_;
+    TableLayout layout_;
+    std::size_t first_rows_limit_ = 0;
+    std::size_t last_rows_limit_ = 0;
+    std::vector<Fields> first_rows_;
+    std::deque<Fields> last_rows_;
+    uint64_t count_ = 0;
+    bool is_started_ = false;
+};
+
+}  // namespace
+
+std::unique_ptr<Printer> MakeTablePrinter(Output& out, bool is_cut_to_screen) {
+    return std::make_unique<TablePrinter>(out, is_cut_to_screen);
+}
+
+}  // namespace mduckdb_host

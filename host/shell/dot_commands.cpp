@@ -1,0 +1,256 @@
+#include "shell/dot_commands.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <iterator>
+
+#include "databases/backups.h"
+#include "databases/results.h"
+#include "mirona/extension_api.h"
+#include "text/messages.h"
+#include "text/sql_text.h"
+#include "text/text.h"
+
+namespace mduckdb_host {
+
+namespace {
+
+using Words = std::vector<std::string>;
+
+struct DotCommand {
+    const char* name;
+    const char* arguments;
+    const char* help;
+    std::size_t fewest;
+    std::size_t most;
+    void (*run)(Session& session, const Words& words);
+};
+
+/** The words of a line; single and double quotes keep blanks in a word. */
+Words SplitWords(const std::string& line) {
+    Words words;
+    bool is_in_word = false;
+    char quote = '\0';
+    for (const char c : line) {
+        if (quote != '\0' ? c == quote : c == '\'' || c == '"') {
+            quote = quote != '\0' ? '\0' : c;
+            if (!is_in_word) {
+                words.emplace_back();
+                is_in_word = true;
+            }
+        } else if (quote == '\0' && (c == ' ' || c == '\t' || c == '\n' || c == ';')) {
+            is_in_word = false;
+        } else {
+            if (!is_in_word) {
+                words.emplace_back();
+                is_in_word = true;
+            }
+            words.back() += c;
+        }
+    }
+    return words;
+}
+
+bool ReadSwitch(const std::string& word) {
+    if (word != "on" && word != "off") {
+        throw xUsageError(fmt::format("'{}' is neither on nor off.", word));
+    }
+    return word == "on";
+}
+
+void RunSelect(Session& session, const std::string& sql) {
+    PrintCursor(session.get_Current().database->SqlSelect(FromUtf8(sql), nbx::mrsql::kServerCursor, nullptr),
+                session.get_Printer());
+}
+
+void OpenCommand(Session& session, const Words& words) {
+    session.Open(words[0], words.size() > 1 ? words[1] : "");
+}
+
+void CloseCommand(Session& session, const Words& words) {
+    session.Close(words.empty() ? session.get_Current().name : words[0]);
+}
+
+void UseCommand(Session& session, const Words& words) {
+    session.Use(words[0]);
+}
+
+void DatabasesCommand(Session& session, const Words& /*words*/) {
+    Printer& printer = session.get_Printer();
+    printer.Begin({{"current", 0, MIRONA_TYPE_TEXT},
+                   {"name", 0, MIRONA_TYPE_TEXT},
+                   {"path", 0, MIRONA_TYPE_TEXT},
+                   {"access", 0, MIRONA_TYPE_TEXT}});
+    for (const OpenedDatabase& opened : session.get_Databases()) {
+        const bool is_current = opened.name == session.get_Current().name;
+        printer.Add({{std::string(is_current ? "*" : "")},
+                     {opened.name},
+                     {opened.path},
+                     {std::string(opened.database->get_IsReadOnly() ? "read" : "read and write")}});
+    }
+    printer.End();
+}
+
+void TablesCommand(Session& session, const Words& words) {
+    const std::string pattern = words.empty() ? "%" : words[0];
+    RunSelect(session,
+              fmt::format("SELECT table_schema AS schema, table_name AS name, lower(table_type) AS type "
+                          "FROM information_schema.tables WHERE table_catalog = current_database() "
+                          "AND table_name ILIKE {} ORDER BY ALL",
+                          QuoteText(pattern)));
+}
+
+void SchemaCommand(Session& session, const Words& words) {
+    const std::string pattern = words.empty() ? "%" : words[0];
+    const std::string where = " WHERE NOT internal AND database_name = current_database() AND ";
+    const std::string like = " ILIKE " + QuoteText(pattern);
+    const std::string sql =
+        "SELECT sql FROM (SELECT 1 AS kind, schema_name, table_name, sql FROM duckdb_tables()" + where +
+        "table_name" + like + " UNION ALL SELECT 2, schema_name, view_name, sql FROM duckdb_views()" + where +
+        "view_name" + like +
+        " UNION ALL SELECT 3, schema_name, index_name, sql FROM duckdb_indexes()"
+        " WHERE database_name = current_database() AND table_name" +
+        like + ") ORDER BY ALL";
+    for (const std::string& statement : QueryTexts(session.get_Current().database, sql)) {
+        session.Print(statement + "\n");
+    }
+}
+
+void ModeCommand(Session& session, const Words& words) {
+    const std::optional<Format> format = FindFormat(words[0]);
+    if (!format) {
+        throw xUsageError(fmt::format("'{}' is none of table, csv, json, jsonl, markdown.", words[0]));
+    }
+    session.put_Format(*format);
+}
+
+void AllCommand(Session& session, const Words& words) {
+    session.put_IsCut(!ReadSwitch(words[0]));
+}
+void TimerCommand(Session& session, const Words& words) {
+    session.put_HasTimer(ReadSwitch(words[0]));
+}
+
+void CursorCommand(Session& session, const Words& words) {
+    if (words[0] != "server" && words[0] != "client") {
+        throw xUsageError(fmt::format("'{}' is neither server nor client.", words[0]));
+    }
+    session.put_CursorLocation(words[0] == "client" ? nbx::mrsql::kClientCursor : nbx::mrsql::kServerCursor);
+}
+
+BackupReport MakeReport(Session& session) {
+    return {session.get_Output(), session.get_Printer(), true};
+}
+
+void BackupCommand(Session& session, const Words& words) {
+    BackUp(session.get_Registry(), session.get_Current().database, words.empty() ? "" : words[0],
+           MakeReport(session));
+}
+
+void RestoreCommand(Session& session, const Words& words) {
+    if (!Restore(session.get_Registry(), words[0], words[1], MakeReport(session))) {
+        throw std::runtime_error("The database is not what was backed up: see the tables that differ.");
+    }
+}
+
+void ProceduresCommand(Session& session, const Words& /*words*/) {
+    for (const Procedure& procedure : session.get_Registry().get_Procedures()) {
+        session.Print(
+            fmt::format("CALL {}({})\n    {}\n", procedure.name, procedure.signature, procedure.description));
+    }
+}
+
+void ReadCommand(Session& session, const Words& words) {
+    session.RunFile(words[0]);
+}
+void QuitCommand(Session& session, const Words& /*words*/) {
+    session.Quit();
+}
+void HelpCommand(Session& session, const Words& words);
+
+constexpr DotCommand kCommands[] = {
+    {".all", "on|off", "print all of a result that is larger than the screen", 1, 1, AllCommand},
+    {".backup", "[FOLDER]", "back the current database up", 0, 1, BackupCommand},
+    {".close", "[NAME]", "close a database, the current one by default", 0, 1, CloseCommand},
+    {".cursor", "server|client", "who keeps the rows of a result", 1, 1, CursorCommand},
+    {".databases", "", "list the open databases", 0, 0, DatabasesCommand},
+    {".exit", "", "leave the shell", 0, 0, QuitCommand},
+    {".help", "[COMMAND]", "tell about the dot commands", 0, 1, HelpCommand},
+    {".mode", "NAME", "print rows as table, csv, json, jsonl or markdown", 1, 1, ModeCommand},
+    {".open", "FILE [NAME]", "open a database and make it the current one", 1, 2, OpenCommand},
+    {".procedures", "", "list the procedures that CALL knows", 0, 0, ProceduresCommand},
+    {".quit", "", "leave the shell", 0, 0, QuitCommand},
+    {".read", "FILE", "run the lines of a file", 1, 1, ReadCommand},
+    {".restore", "DATABASE FOLDER", "make a database file anew from a backup", 2, 2, RestoreCommand},
+    {".schema", "[PATTERN]", "print the statements that make tables, views and indexes", 0, 1, SchemaCommand},
+    {".tables", "[PATTERN]", "list tables and views, as in .tables 'ord%'", 0, 1, TablesCommand},
+    {".timer", "on|off", "print the time that each statement takes", 1, 1, TimerCommand},
+    {".use", "NAME", "make an open database the current one", 1, 1, UseCommand},
+};
+
+const DotCommand& FindCommand(std::string word) {
+    if (!word.starts_with('.')) {
+        word.insert(word.begin(), '.');
+    }
+    const DotCommand* found = nullptr;
+    for (const DotCommand& command : kCommands) {
+        if (command.name == word) {
+            return command;
+        }
+        if (std::string_view(command.name).starts_with(word)) {
+            if (found != nullptr) {
+                throw xUsageError(fmt::format("'{}' may be {} or {}.", word, found->name, command.name));
+            }
+            found = &command;
+        }
+    }
+    if (found == nullptr) {
+        throw xUsageError(fmt::format("There is no command '{}'; .help lists them.", word));
+    }
+    return *found;
+}
+
+void PrintHelp(Session& session, const DotCommand& command) {
+    session.Print(
+        fmt::format("{:<30}{}\n", fmt::format("{} {}", command.name, command.arguments), command.help));
+}
+
+void HelpCommand(Session& session, const Words& words) {
+    if (!words.empty()) {
+        PrintHelp(session, FindCommand(words[0]));
+        return;
+    }
+    for (const DotCommand& command : kCommands) {
+        PrintHelp(session, command);
+    }
+    session.Print(
+        "\nEverything else is SQL and ends with a semicolon. CALL of a procedure that .procedures lists "
+        "takes\n"
+        "literals: CALL fetch_parquet('sales.parquet', ['id', 'price'], 'price > 10', 20);\n"
+        "Ctrl-C interrupts a statement, Ctrl-D leaves the shell.\n");
+}
+
+}  // namespace
+
+void RunDotCommand(Session& session, const std::string& line) {
+    Words words = SplitWords(line);
+    const DotCommand& command = FindCommand(words.empty() ? "." : words[0]);
+    words.erase(words.begin());
+    if (words.size() < command.fewest || words.size() > command.most) {
+        throw xUsageError(fmt::format("Usage: {} {}", command.name, command.arguments));
+    }
+    command.run(session, words);
+}
+
+std::vector<std::string> CompleteDotCommand(const std::string& word) {
+    std::vector<std::string> names;
+    for (const DotCommand& command : kCommands) {
+        if (std::string_view(command.name).starts_with(word)) {
+            names.emplace_back(command.name);
+        }
+    }
+    return names;
+}
+
+}  // namespace mduckdb_host

@@ -1,0 +1,101 @@
+#include "shell/session.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <filesystem>
+
+#include "databases/interruption.h"
+#include "text/messages.h"
+
+namespace mduckdb_host {
+
+namespace {
+
+std::string NameOf(const std::string& path) {
+    return path == ":memory:" ? "memory" : std::filesystem::path(path).stem().string();
+}
+
+}  // namespace
+
+Session::Session(Output& out, const PrintOptions& print, const ProcedureRegistry& registry)
+    : out_(out), print_(print), registry_(registry) {}
+
+Session::~Session() {
+    for (const OpenedDatabase& opened : databases_) {
+        try {
+            opened.database->Close();
+        } catch (const std::exception& error) {
+            PrintError(error.what());
+        }
+    }
+}
+
+Printer& Session::get_Printer() {
+    if (printer_ == nullptr) {
+        printer_ = MakePrinter(out_, print_);
+    }
+    return *printer_;
+}
+
+void Session::put_Format(Format format) {
+    print_.format = format;
+    printer_.reset();
+}
+
+void Session::put_IsCut(bool is_cut) {
+    print_.is_cut_to_screen = is_cut;
+    printer_.reset();
+}
+
+void Session::Open(const std::string& path, std::string name) {
+    if (name.empty()) {
+        name = NameOf(path);
+    }
+    const std::string wanted = name;
+    for (int number = 2; Find(name) != databases_.end(); ++number) {
+        name = fmt::format("{}_{}", wanted, number);
+    }
+    const InterruptWatch watch([] {}, nullptr, "");
+    DatabasePtr database = OpenDatabase(path, IfMissing::kCreate);
+    if (database->get_IsReadOnly()) {
+        PrintError(fmt::format("{} is open for reading only: it may not be written or is in use.", path));
+    }
+    databases_.push_back({std::move(name), path, std::move(database)});
+    current_ = databases_.size() - 1;
+}
+
+std::vector<OpenedDatabase>::const_iterator Session::Find(const std::string& name) const {
+    return std::find_if(databases_.begin(), databases_.end(),
+                        [&name](const OpenedDatabase& opened) { return opened.name == name; });
+}
+
+void Session::Use(const std::string& name) {
+    const auto found = Find(name);
+    if (found == databases_.end()) {
+        throw xUsageError(fmt::format("No database is open as '{}'; .databases lists them.", name));
+    }
+    current_ = static_cast<std::size_t>(found - databases_.begin());
+}
+
+void Session::Close(const std::string& name) {
+    const auto found = Find(name);
+    if (found == databases_.end()) {
+        throw xUsageError(fmt::format("No database is open as '{}'; .databases lists them.", name));
+    }
+    const DatabasePtr database = found->database;
+    const auto index = static_cast<std::size_t>(found - databases_.begin());
+    databases_.erase(found);
+    current_ =
+        current_ > index || current_ == databases_.size() ? std::max<std::size_t>(current_, 1) - 1 : current_;
+    database->Close();
+}
+
+const OpenedDatabase& Session::get_Current() const {
+    if (databases_.empty()) {
+        throw std::runtime_error("No database is open; .open FILE opens one.");
+    }
+    return databases_[current_];
+}
+
+}  // namespace mduckdb_host

@@ -1,0 +1,80 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "databases/databases.h"
+#include "nbx/mrsql/duckdb_cursor.h"
+#include "print/printer.h"
+#include "table/function_table.h"
+
+namespace mduckdb_host {
+
+/** A database that is open in the shell. */
+struct OpenedDatabase {
+    std::string name;
+    std::string path;
+    DatabasePtr database;
+};
+
+/** What a user of the shell sets and sees: the open databases, how rows are printed, which cursor is used.
+    The dot commands change it; the shell runs statements with it. The output and the registry must outlive
+    it. The destructor closes the databases. */
+class Session {
+  public:
+    Session(Output& out, const PrintOptions& print, const ProcedureRegistry& registry);
+    ~Session();
+    Session(const Session&) = delete;
+    Session& operator=(const Session&) = delete;
+
+    /** Opens a database and makes it the current one; a missing file is created. */
+    void Open(const std::string& path, std::string name);
+    void Close(const std::string& name);
+    void Use(const std::string& name);
+    const std::vector<OpenedDatabase>& get_Databases() const noexcept { return databases_; }
+    /** Throws `std::runtime_error` when none is open. */
+    const OpenedDatabase& get_Current() const;
+    bool HasCurrent() const noexcept { return !databases_.empty(); }
+
+    const ProcedureRegistry& get_Registry() const noexcept { return registry_; }
+    Output& get_Output() noexcept { return out_; }
+    void Print(std::string_view text) { out_.Write(text); }
+    Printer& get_Printer();
+    /** The next result gets a new printer: an error may leave one in the middle of a result. */
+    void DropPrinter() noexcept { printer_.reset(); }
+
+    void put_Format(Format format);
+    void put_IsCut(bool is_cut);
+    void put_HasTimer(bool has_timer) noexcept { has_timer_ = has_timer; }
+    bool get_HasTimer() const noexcept { return has_timer_; }
+    void put_CursorLocation(uint32_t location) noexcept { cursor_location_ = location; }
+    uint32_t get_CursorLocation() const noexcept { return cursor_location_; }
+    void Quit() noexcept { is_over_ = true; }
+    bool get_IsOver() const noexcept { return is_over_; }
+
+    /** Reading a file runs statements, which only the shell can do: it sets the function that `RunFile`
+        calls. */
+    void put_FileRunner(std::function<void(const std::string& name)> runner) {
+        run_file_ = std::move(runner);
+    }
+    void RunFile(const std::string& name) { run_file_(name); }
+
+  private:
+    std::vector<OpenedDatabase>::const_iterator Find(const std::string& name) const;
+
+    Output& out_;
+    PrintOptions print_;
+    const ProcedureRegistry& registry_;
+    std::vector<OpenedDatabase> databases_;
+    std::size_t current_ = 0;
+    std::unique_ptr<Printer> printer_;
+    uint32_t cursor_location_ = nbx::mrsql::kServerCursor;
+    bool has_timer_ = false;
+    bool is_over_ = false;
+    std::function<void(const std::string& name)> run_file_;
+};
+
+}  // namespace mduckdb_host

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <functional>
+#include <string>
+
+#include "shell/line_reader.h"
+#include "shell/session.h"
+#include "shell/statement_splitter.h"
+
+namespace mduckdb_host {
+
+/** The interactive shell: reads lines, runs dot commands at the start of a statement, procedure calls and
+    SQL on the current database. An error ends the line or statement that it is in and nothing else. The
+    session must outlive it. */
+class Shell {
+  public:
+    Shell(Session& session, bool is_interactive);
+    ~Shell();
+    Shell(const Shell&) = delete;
+    Shell& operator=(const Shell&) = delete;
+
+    /** Reads to the end or to `.quit`; false when something failed on the way. */
+    bool Run(LineReader& reader);
+
+  private:
+    /** Runs the lines of a file as if they had been entered. */
+    void RunFile(const std::string& name);
+    /** Takes a line in and runs the statements that it completes. */
+    void Accept(LineReader& reader, const std::string& line);
+    void AcceptDotCommand(const std::string& line);
+    /** Runs a statement, reports its errors, and shows the time that it took if `.timer` is on. */
+    void RunStatement(const std::string& statement);
+    void RunCall(const std::string& statement);
+    void RunSql(const std::string& statement);
+    /** Runs the work and reports what it throws. `sql` is the text that an error's position refers to. */
+    void RunReported(const std::string& sql, const std::function<void()>& work);
+    void Report(const std::string& text);
+    std::string MakePrompt() const;
+
+    Session& session_;
+    bool is_interactive_;
+    StatementSplitter splitter_;
+    /** Whether the history takes the statement that is being read; not when it began with a blank. */
+    bool is_kept_ = true;
+    bool has_failed_ = false;
+    int file_depth_ = 0;
+};
+
+}  // namespace mduckdb_host

@@ -1,0 +1,159 @@
+#include "shell/statement_splitter.h"
+
+#include <cctype>
+
+namespace mduckdb_host {
+
+namespace {
+
+bool IsWordCharacter(char c) {
+    return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_' ||
+           static_cast<unsigned char>(c) >= 0x80;
+}
+
+bool IsBlank(char c) {
+    return std::isspace(static_cast<unsigned char>(c)) != 0;
+}
+
+/** `$tag$` at the start of the text; empty when there is none. */
+std::string_view FindDollarTag(std::string_view text) {
+    std::size_t length = 1;
+    while (length < text.size() && IsWordCharacter(text[length])) {
+        ++length;
+    }
+    const bool is_parameter = length > 1 && std::isdigit(static_cast<unsigned char>(text[1])) != 0;
+    return length < text.size() && text[length] == '$' && !is_parameter ? text.substr(0, length + 1)
+                                                                        : std::string_view();
+}
+
+}  // namespace
+
+bool StatementSplitter::TakeStatement(std::string& statement) {
+    while (Scan()) {
+        const bool has_content = content_start_ != std::string::npos;
+        statement = TakeFront(position_);
+        if (has_content) {
+            return true;
+        }
+    }
+    return false;
+}
+
+std::string StatementSplitter::TakeRest() {
+    const bool has_content = content_start_ != std::string::npos;
+    std::string rest = TakeFront(text_.size());
+    return has_content ? rest : std::string();
+}
+
+bool StatementSplitter::get_IsInside() const {
+    return content_start_ != std::string::npos || state_ != State::kCode;
+}
+
+void StatementSplitter::Clear() {
+    *this = StatementSplitter();
+}
+
+std::string StatementSplitter::TakeFront(std::size_t length) {
+    // What stands before the statement itself, comments too, is not part of it.
+    const std::size_t start = content_start_ == std::string::npos ? 0 : content_start_;
+    std::string front = text_.substr(start, length - start);
+    std::string rest = text_.substr(length);
+    Clear();
+    text_ = std::move(rest);
+    return front;
+}
+
+bool StatementSplitter::Scan() {
+    is_at_semicolon_ = false;
+    while (position_ < text_.size() && !is_at_semicolon_) {
+        switch (state_) {
+            case State::kCode:
+                ScanCode();
+                break;
+            case State::kSingleQuote:
+                ScanUntil('\'');
+                break;
+            case State::kDoubleQuote:
+                ScanUntil('"');
+                break;
+            case State::kEscapedQuote:
+                if (text_[position_] == '\\') {
+                    position_ += 2;
+                } else {
+                    ScanUntil('\'');
+                }
+                break;
+            case State::kLineComment:
+                ScanUntil('\n');
+                break;
+            case State::kBlockComment:
+                ScanBlockComment();
+                break;
+            case State::kDollarQuote:
+                if (StartsWith(dollar_tag_)) {
+                    position_ += dollar_tag_.size() - 1;
+                    state_ = State::kCode;
+                }
+                ++position_;
+                break;
+        }
+    }
+    return is_at_semicolon_;
+}
+
+void StatementSplitter::ScanUntil(char end) {
+    if (text_[position_] == end) {
+        state_ = State::kCode;
+    }
+    ++position_;
+}
+
+void StatementSplitter::ScanBlockComment() {
+    if (StartsWith("/*")) {
+        ++comment_depth_;
+        ++position_;
+    } else if (StartsWith("*/")) {
+        --comment_depth_;
+        ++position_;
+        state_ = comment_depth_ == 0 ? State::kCode : state_;
+    }
+    ++position_;
+}
+
+void StatementSplitter::ScanCode() {
+    const char c = text_[position_];
+    const bool is_word_before = position_ > 0 && IsWordCharacter(text_[position_ - 1]);
+    if (StartsWith("--")) {
+        state_ = State::kLineComment;
+        position_ += 2;
+        return;
+    }
+    if (StartsWith("/*")) {
+        state_ = State::kBlockComment;
+        comment_depth_ = 1;
+        position_ += 2;
+        return;
+    }
+    if (!IsBlank(c) && c != ';' && content_start_ == std::string::npos) {
+        content_start_ = position_;
+    }
+    if (c == '\'') {
+        const bool is_escaped = position_ > 0 &&
+                                (text_[position_ - 1] == 'e' || text_[position_ - 1] == 'E') &&
+                                (position_ == 1 || !IsWordCharacter(text_[position_ - 2]));
+        state_ = is_escaped ? State::kEscapedQuote : State::kSingleQuote;
+    } else if (c == '"') {
+        state_ = State::kDoubleQuote;
+    } else if (c == '$' && !is_word_before) {
+        dollar_tag_ = FindDollarTag(std::string_view(text_).substr(position_));
+        if (!dollar_tag_.empty()) {
+            state_ = State::kDollarQuote;
+            position_ += dollar_tag_.size();
+            return;
+        }
+    }
+    is_at_semicolon_ = c == ';';
+    ++position_;
+}
+
+}  // namespace mduckdb_host

@@ -1,0 +1,130 @@
+#include "text/text.h"
+
+#include <fmt/format.h>
+#include <langinfo.h>
+#include <utf8.h>
+
+#include <algorithm>
+#include <clocale>
+#include <cstring>
+#include <cwchar>
+#include <iterator>
+
+namespace mduckdb_host {
+
+namespace {
+
+constexpr char32_t kReplacement = 0xFFFD;
+
+/** Takes the next character off the front of the text, U+FFFD for a byte that starts none. */
+char32_t TakeCharacter(std::string_view& text) {
+    const char* position = text.data();
+    const char* const end = position + text.size();
+    char32_t character = kReplacement;
+    try {
+        character = utf8::next(position, end);
+    } catch (const utf8::exception&) {
+        position = text.data() + 1;
+    }
+    text.remove_prefix(static_cast<std::size_t>(position - text.data()));
+    return character;
+}
+
+int CharacterWidth(char32_t character) {
+    if (character < 0x7F) {
+        return character >= ' ' ? 1 : 0;
+    }
+    // Unassigned characters have no width of their own; terminals show them as one box.
+    const int width = wcwidth(static_cast<wchar_t>(character));
+    return width < 0 ? 1 : width;
+}
+
+void AppendPrintable(std::string& out, char32_t character) {
+    switch (character) {
+        case '\n':
+            out += "\\n";
+            return;
+        case '\r':
+            out += "\\r";
+            return;
+        case '\t':
+            out += "\\t";
+            return;
+        default:
+            break;
+    }
+    const bool is_control = character < ' ' || (character >= 0x7F && character < 0xA0);
+    // These turn the direction of the text that follows, also beyond the cell.
+    const bool is_direction =
+        (character >= 0x202A && character <= 0x202E) || (character >= 0x2066 && character <= 0x2069);
+    if (is_control || is_direction) {
+        fmt::format_to(std::back_inserter(out), "\\u{:04x}", static_cast<uint32_t>(character));
+    } else {
+        utf8::append(character, std::back_inserter(out));
+    }
+}
+
+}  // namespace
+
+void InitDisplayWidth() {
+    std::setlocale(LC_CTYPE, "");
+    if (std::strcmp(nl_langinfo(CODESET), "UTF-8") != 0) {
+        std::setlocale(LC_CTYPE, "C.UTF-8");
+    }
+}
+
+int DisplayWidth(std::string_view text) {
+    int width = 0;
+    while (!text.empty()) {
+        width += CharacterWidth(TakeCharacter(text));
+    }
+    return width;
+}
+
+std::string_view CutToWidth(std::string_view text, int columns) {
+    std::string_view rest = text;
+    int width = 0;
+    while (!rest.empty()) {
+        std::string_view after = rest;
+        width += CharacterWidth(TakeCharacter(after));
+        if (width > columns) {
+            break;
+        }
+        rest = after;
+    }
+    return text.substr(0, text.size() - rest.size());
+}
+
+std::string ToPrintable(std::string_view text) {
+    std::string out;
+    out.reserve(text.size());
+    while (!text.empty()) {
+        AppendPrintable(out, TakeCharacter(text));
+    }
+    return out;
+}
+
+std::string CountOf(uint64_t count, std::string_view what) {
+    const std::string digits = fmt::format("{}", count);
+    std::string grouped;
+    for (std::size_t i = 0; i < digits.size(); ++i) {
+        if (i > 0 && (digits.size() - i) % 3 == 0) {
+            grouped += ',';
+        }
+        grouped += digits[i];
+    }
+    return fmt::format("{} {}{}", grouped, what, count == 1 ? "" : "s");
+}
+
+std::string DescribeSize(uint64_t bytes) {
+    constexpr const char* kUnits[] = {"bytes", "KB", "MB", "GB", "TB", "PB"};
+    std::size_t unit = 0;
+    double size = static_cast<double>(bytes);
+    for (; size >= 1024 && unit + 1 < std::size(kUnits); ++unit) {
+        size /= 1024;
+    }
+    return unit == 0 ? CountOf(bytes, "byte")
+                     : fmt::format("{:.1f} {} ({})", size, kUnits[unit], CountOf(bytes, "byte"));
+}
+
+}  // namespace mduckdb_host

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "nbx/string.h"
+
+namespace mduckdb_host {
+
+inline std::string ToUtf8(const nbx::String& text) {
+    return nbx::StFromUTF16(text, nbx::GetConverter_UTF8()).Take();
+}
+
+inline nbx::String FromUtf8(std::string_view text) {
+    return nbx::String(nbx::GetConverter_UTF8()->ToUTF16(text));
+}
+
+/** Makes the process count the columns of UTF-8 text, also where the environment names no UTF-8
+    locale. Call once at start. */
+void InitDisplayWidth();
+
+/** Columns that the text takes on a terminal: 2 for wide characters (Chinese, Japanese, Korean, emoji),
+    0 for combining ones. A byte that is no UTF-8 counts 1. */
+int DisplayWidth(std::string_view text);
+
+/** As much of the start of the text as fits into `columns`, whole characters only. */
+std::string_view CutToWidth(std::string_view text, int columns);
+
+/** The text on one line and harmless on a terminal: line ends, tabs and other control characters are
+    written as escapes, what is not UTF-8 as U+FFFD. */
+std::string ToPrintable(std::string_view text);
+
+/** "1 row", "2,048 rows". */
+std::string CountOf(uint64_t count, std::string_view what);
+
+/** "1.5 MB (1,572,864 bytes)". */
+std::string DescribeSize(uint64_t bytes);
+
+}  // namespace mduckdb_host
