@@ -5,33 +5,39 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdio>
-#include <nlohmann/json.hpp>
 
 #include "nbx/exception.h"
+#include "nbx/json.h"
 #include "text/text.h"
 
 namespace mduckdb_host {
 
 namespace {
 
-using nlohmann::json;
-
 /** Columns of the SQL that are shown before and after the place. */
 constexpr int kColumnsBefore = 50;
 constexpr int kColumnsAfter = 40;
 
-std::string GetMember(const json& object, const char* name) {
-    const auto member = object.find(name);
-    return member != object.end() && member->is_string() ? member->get<std::string>() : std::string();
+/** Bytes that are looked at on each side of the place. Far more than the columns hold, so that nothing is
+   lost, and few enough that the length of the line does not matter. */
+constexpr std::size_t kBytesAround = 1024;
+
+/** A part of a line, as it is shown. */
+struct Excerpt {
+    std::string text;
+    bool is_cut;
+};
+
+Excerpt MakeLeftExcerpt(std::string_view line) {
+    const std::string near = ToPrintable(line.substr(line.size() - std::min(line.size(), kBytesAround)));
+    const std::string_view shown = CutStartToWidth(near, kColumnsBefore);
+    return {std::string(shown), line.size() > kBytesAround || shown.size() < near.size()};
 }
 
-/** As much of the end of the text as fits into `columns`. */
-std::string_view CutStartToWidth(std::string_view text, int columns) {
-    while (DisplayWidth(text) > columns) {
-        const std::string_view first = CutToWidth(text, 1);
-        text.remove_prefix(std::max<std::size_t>(first.size(), 1));
-    }
-    return text;
+Excerpt MakeRightExcerpt(std::string_view line) {
+    const std::string near = ToPrintable(line.substr(0, kBytesAround));
+    const std::string_view shown = CutToWidth(near, kColumnsAfter);
+    return {std::string(shown), line.size() > kBytesAround || shown.size() < near.size()};
 }
 
 std::string JoinTexts(const nbx::xException& exception) {
@@ -64,14 +70,14 @@ DuckDBError ParseDuckDBError(std::string_view text) {
     const std::size_t brace = text.find('{');
     const bool may_be_json =
         brace == 0 || (brace != std::string_view::npos && text.substr(0, brace).ends_with("Error: "));
-    const json object = may_be_json ? json::parse(text.substr(brace), nullptr, false) : json();
-    if (!object.is_object() || !object.contains("exception_message")) {
+    const nbx::Json json(may_be_json ? std::string(text.substr(brace)).c_str() : nullptr);
+    error.message = ToUtf8(json.get_JsonValue("exception_message"));
+    if (error.message.empty()) {
         error.message = text;
         return error;
     }
-    error.type = GetMember(object, "exception_type");
-    error.message = GetMember(object, "exception_message");
-    const std::string position = GetMember(object, "position");
+    error.type = ToUtf8(json.get_JsonValue("exception_type"));
+    const std::string position = ToUtf8(json.get_JsonValue("position"));
     if (!position.empty()) {
         std::from_chars(position.data(), position.data() + position.size(), error.position);
     }
@@ -89,15 +95,11 @@ std::string MakeCaret(std::string_view sql, int64_t position) {
     const auto line_number =
         std::count(sql.begin(), sql.begin() + static_cast<std::ptrdiff_t>(line_start), '\n') + 1;
 
-    const std::string left = ToPrintable(sql.substr(line_start, place - line_start));
-    const std::string right = ToPrintable(sql.substr(place, line_end - place));
-    const std::string_view shown_left = CutStartToWidth(left, kColumnsBefore);
-    const std::string_view shown_right = CutToWidth(right, kColumnsAfter);
-    const std::string start =
-        fmt::format("LINE {}: {}{}", line_number, shown_left.size() < left.size() ? "…" : "", shown_left);
+    const Excerpt left = MakeLeftExcerpt(sql.substr(line_start, place - line_start));
+    const Excerpt right = MakeRightExcerpt(sql.substr(place, line_end - place));
+    const std::string start = fmt::format("LINE {}: {}{}", line_number, left.is_cut ? "…" : "", left.text);
     const std::string blanks(static_cast<std::size_t>(DisplayWidth(start)), ' ');
-    return fmt::format("{}{}{}\n{}^", start, shown_right, shown_right.size() < right.size() ? "…" : "",
-                       blanks);
+    return fmt::format("{}{}{}\n{}^", start, right.text, right.is_cut ? "…" : "", blanks);
 }
 
 std::string DescribeError(const DuckDBError& error, std::string_view sql) {

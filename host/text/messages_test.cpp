@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <stdexcept>
 
 #include "nbx/exception.h"
@@ -56,6 +57,36 @@ TEST(MakeCaret, CutsLongLinesOnBothSides) {
     const std::string caret = MakeCaret(std::string(100, 'a') + "X" + std::string(100, 'b'), 100);
     const std::string line = "LINE 1: …" + std::string(50, 'a') + "X" + std::string(39, 'b') + "…";
     EXPECT_EQ(caret, line + "\n" + std::string(59, ' ') + "^");
+}
+
+TEST(MakeCaret, CutsWholeCharactersBeforeThePlace) {
+    InitDisplayWidth();
+    std::string wide;
+    for (int i = 0; i < 100; ++i) {
+        wide += "日";
+    }
+    const std::string line = "LINE 1: …" + wide.substr(0, std::size_t{3} * 24) + "éX";
+    EXPECT_EQ(MakeCaret(wide + "éX", 302), line + "\n" + std::string(58, ' ') + "^");
+    EXPECT_EQ(MakeCaret("a" + wide.substr(0, std::size_t{3} * 25) + "X", 76),
+              "LINE 1: …" + wide.substr(0, std::size_t{3} * 25) + "X\n" + std::string(59, ' ') + "^");
+}
+
+TEST(MakeCaret, OfAVeryLongLineIsMadeAtOnce) {
+    InitDisplayWidth();
+    const auto start = std::chrono::steady_clock::now();
+    for (const std::string& part :
+         {std::string("a"), std::string("é"), std::string("日\t"), std::string("\xFF")}) {
+        std::string sql = "SELECT ";
+        while (sql.size() < 4'000'000) {
+            sql += part;
+        }
+        const std::size_t place = sql.size();
+        sql += "X" + sql;
+        const std::string caret = MakeCaret(sql, static_cast<int64_t>(place));
+        EXPECT_NE(caret.find("X"), std::string::npos);
+        EXPECT_LT(caret.size(), 1000U);
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
 }
 
 TEST(MakeCaret, GivesNothingWithoutAPlace) {

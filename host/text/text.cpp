@@ -30,6 +30,16 @@ char32_t TakeCharacter(std::string_view& text) {
     return character;
 }
 
+/** Where the character that ends at `end` begins: behind a character of UTF-8 stand at most three more bytes.
+ */
+std::size_t FindCharacterBefore(std::string_view text, std::size_t end) {
+    std::size_t start = end - 1;
+    while (start > 0 && end - start < 4 && (static_cast<unsigned char>(text[start]) & 0xC0U) == 0x80U) {
+        --start;
+    }
+    return start;
+}
+
 int CharacterWidth(char32_t character) {
     if (character < 0x7F) {
         return character >= ' ' ? 1 : 0;
@@ -93,6 +103,19 @@ std::string_view CutToWidth(std::string_view text, int columns) {
         rest = after;
     }
     return text.substr(0, text.size() - rest.size());
+}
+
+std::string_view CutStartToWidth(std::string_view text, int columns) {
+    std::size_t start = text.size();
+    for (int width = 0; start > 0;) {
+        const std::size_t before = FindCharacterBefore(text, start);
+        width += DisplayWidth(text.substr(before, start - before));
+        if (width > columns) {
+            break;
+        }
+        start = before;
+    }
+    return text.substr(start);
 }
 
 std::string ToPrintable(std::string_view text) {

@@ -27,6 +27,10 @@ int DisplayWidth(std::string_view text);
 /** As much of the start of the text as fits into `columns`, whole characters only. */
 std::string_view CutToWidth(std::string_view text, int columns);
 
+/** The longest end of the text that fits into `columns`, whole characters only. Costs as much as the end is
+   long, however long the text is. */
+std::string_view CutStartToWidth(std::string_view text, int columns);
+
 /** The text on one line and harmless on a terminal: line ends, tabs and other control characters are
     written as escapes, what is not UTF-8 as U+FFFD. */
 std::string ToPrintable(std::string_view text);

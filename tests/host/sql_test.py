@@ -85,6 +85,17 @@ class SqlTest(HostCase):
         self.assertIn("Conversion Error: Could not convert string 'x' to INT32",
                       self.error("sql", ":memory:", "SELECT 'x'::INT"))
 
+    def test_an_error_far_into_a_long_line_is_shown_at_once(self):
+        rows = ", ".join(f"({i}, 'naïve {i}')" for i in range(20000))
+        statement = f"INSERT INTO t VALUES {rows}, (nonsense, 'x');"
+        for arguments in (["sql", ":memory:", "-"], ["shell"]):
+            with self.subTest(arguments[0]):
+                start = time.monotonic()
+                error = self.error(*arguments, stdin="CREATE TABLE t (i INT, s TEXT); " + statement + "\n")
+                self.assertLess(time.monotonic() - start, 20)
+                place = error.splitlines()[-2].index("nonsense")
+                self.assertTrue(error.endswith("\n" + " " * place + "^\n"), error[-300:])
+
     def test_a_database_that_is_not_there_is_not_made(self):
         self.assertIn("Cannot open nope.db: File does not exist", self.error("sql", "nope.db", "SELECT 1"))
         self.assertFalse(os.path.exists(self.path("nope.db")))
