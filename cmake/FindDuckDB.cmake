@@ -6,7 +6,17 @@
 #
 # Gives DuckDB::DuckDB (library, C and C++ headers), DuckDB::C (the library with duckdb.h alone) and DuckDB_VERSION.
 
-set(_duckdb_pin ${CMAKE_CURRENT_LIST_DIR}/../scripts/duckdb.pin)
+# Which DuckDB: NAME of a scripts/duckdb-NAME.pin.
+if("$ENV{MDUCKDB_DUCKDB}" STREQUAL "")
+    set(_default 1.5)
+else()
+    set(_default "$ENV{MDUCKDB_DUCKDB}")
+endif()
+set(MDUCKDB_DUCKDB "${_default}" CACHE STRING "The DuckDB to build on: NAME of a file scripts/duckdb-NAME.pin")
+set(_duckdb_pin ${CMAKE_CURRENT_LIST_DIR}/../scripts/duckdb-${MDUCKDB_DUCKDB}.pin)
+if(NOT EXISTS ${_duckdb_pin})
+    message(FATAL_ERROR "Unknown DuckDB '${MDUCKDB_DUCKDB}': scripts/duckdb-${MDUCKDB_DUCKDB}.pin does not exist.")
+endif()
 file(STRINGS ${_duckdb_pin} _pin REGEX "^DUCKDB_VERSION=")
 string(REPLACE "DUCKDB_VERSION=" "" DuckDB_PINNED_VERSION "${_pin}")
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${_duckdb_pin})
@@ -42,8 +52,20 @@ find_package_handle_standard_args(DuckDB
     REASON_FAILURE_MESSAGE "No DuckDB ${DuckDB_PINNED_VERSION} in '${_root}'. Run scripts/setup, or give \
 -DDuckDB_ROOT=FOLDER with lib/libduckdb.so and the DuckDB C and C++ headers in include/.")
 
-# The version that duckdb.h states, as 1.5.6.
+# The version of the headers: what scripts/setup wrote beside them when it had checked their source. For headers
+# from elsewhere it is what duckdb.h states, which is not to be believed where duckdb_v2.h stands beside it: the
+# duckdb.h of 2.0.0 calls itself 1.5.6.
 function(_duckdb_header_version result)
+    if(EXISTS ${DuckDB_INCLUDE_DIR}/duckdb_source_version.h)
+        file(STRINGS ${DuckDB_INCLUDE_DIR}/duckdb_source_version.h line REGEX "^#define DUCKDB_SOURCE_VERSION")
+        string(REGEX REPLACE "^[^\"]*\"([^\"]*)\".*$" "\\1" version "${line}")
+        set(${result} "${version}" PARENT_SCOPE)
+        return()
+    endif()
+    if(EXISTS ${DuckDB_INCLUDE_DIR}/duckdb_v2.h)
+        set(${result} "unknown" PARENT_SCOPE)
+        return()
+    endif()
     set(parts "")
     foreach(part MAJOR MINOR PATCH)
         file(STRINGS ${DuckDB_INCLUDE_DIR}/duckdb.h line
@@ -55,7 +77,7 @@ function(_duckdb_header_version result)
     set(${result} "${version}" PARENT_SCOPE)
 endfunction()
 
-# The version that the library tells of itself, asked once for a root.
+# The version that the library reports, asked once for a root.
 function(_duckdb_library_version)
     set(source ${CMAKE_BINARY_DIR}/CMakeFiles/duckdb_version.c)
     file(WRITE ${source} "#include <stdio.h>\nextern const char *duckdb_library_version(void);\n"
@@ -78,10 +100,12 @@ if(DuckDB_FOUND)
     endif()
     if(NOT DuckDB_VERSION STREQUAL _DuckDB_LIBRARY_VERSION)
         message(FATAL_ERROR "The DuckDB headers in ${DuckDB_INCLUDE_DIR} are of version ${DuckDB_VERSION}, "
-                            "and ${DuckDB_LIBRARY} is ${_DuckDB_LIBRARY_VERSION}. Both must be the same.")
+                            "and ${DuckDB_LIBRARY} is ${_DuckDB_LIBRARY_VERSION}. Both must be the same. Where the "
+                            "headers are known to be right, a file duckdb_source_version.h beside them says so: "
+                            "#define DUCKDB_SOURCE_VERSION \"${_DuckDB_LIBRARY_VERSION}\"")
     endif()
     if(NOT DuckDB_VERSION STREQUAL DuckDB_PINNED_VERSION)
-        message(FATAL_ERROR "DuckDB ${DuckDB_PINNED_VERSION} is needed (scripts/duckdb.pin), and "
+        message(FATAL_ERROR "DuckDB ${DuckDB_PINNED_VERSION} is needed (scripts/duckdb-${MDUCKDB_DUCKDB}.pin), and "
                             "${_root} has ${DuckDB_VERSION}.")
     endif()
     if(NOT EXISTS ${DuckDB_INCLUDE_DIR}/duckdb/main/capi/capi_internal.hpp)
@@ -103,6 +127,12 @@ if(DuckDB_FOUND AND NOT TARGET DuckDB::C)
     set(_duckdb_c ${PROJECT_BINARY_DIR}/include_roots/duckdb_c)
     file(MAKE_DIRECTORY ${_duckdb_c})
     file(CREATE_LINK ${DuckDB_INCLUDE_DIR}/duckdb.h ${_duckdb_c}/duckdb.h SYMBOLIC)
+    if(EXISTS ${DuckDB_INCLUDE_DIR}/duckdb_source_version.h)
+        file(CREATE_LINK ${DuckDB_INCLUDE_DIR}/duckdb_source_version.h ${_duckdb_c}/duckdb_source_version.h SYMBOLIC)
+    else()
+        file(CONFIGURE OUTPUT ${_duckdb_c}/duckdb_source_version.h
+             CONTENT "#define DUCKDB_SOURCE_VERSION \"${DuckDB_VERSION}\"\n")
+    endif()
     add_library(DuckDB::C SHARED IMPORTED)
     set_target_properties(DuckDB::C PROPERTIES
         IMPORTED_LOCATION ${DuckDB_LIBRARY}

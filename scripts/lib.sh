@@ -1,18 +1,41 @@
-# Shared by the scripts beside it; sourced, never run. Sets ROOT and DUCKDB_HOME.
+# Shared by the scripts beside it; sourced, never run. Sets ROOT, CACHE, BUILD (the folder of the builds) and the pin's names.
 # shellcheck shell=bash
 set -euo pipefail
 
 ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
-# shellcheck source=duckdb.pin
-source "$ROOT/scripts/duckdb.pin"
+if [ -z "${HOME:-}" ] && [ -z "${XDG_CACHE_HOME:-}" ]; then
+    printf 'HOME is not set. Set it, or name a cache folder by XDG_CACHE_HOME=FOLDER.\n' >&2
+    exit 1
+fi
 CACHE=${XDG_CACHE_HOME:-$HOME/.cache}/mduckdb
-DUCKDB_HOME=$CACHE/duckdb-$DUCKDB_VERSION
 
 say() { printf '%s\n' "$*" >&2; }
 die() {
     say "$*"
     exit 1
 }
+
+# Which DuckDB: `--duckdb NAME` as the first words of any script's call, or MDUCKDB_DUCKDB=NAME, names a
+# scripts/duckdb-NAME.pin. Every DuckDB has build folders of its own; those of the shipped one need no name.
+DEFAULT_DUCKDB=1.5
+if [ "${1:-}" = --duckdb ]; then
+    MDUCKDB_DUCKDB=${2:?--duckdb needs a name}
+    shift 2
+fi
+DUCKDB_NAME=${MDUCKDB_DUCKDB:-$DEFAULT_DUCKDB}
+if [ ! -e "$ROOT/scripts/duckdb-$DUCKDB_NAME.pin" ]; then
+    die "Unknown DuckDB '$DUCKDB_NAME'. Use one of: $(cd "$ROOT/scripts" && echo duckdb-*.pin | sed 's/duckdb-//g; s/\.pin//g')"
+fi
+# shellcheck source=duckdb-1.5.pin
+source "$ROOT/scripts/duckdb-$DUCKDB_NAME.pin"
+DUCKDB_HOME=$CACHE/duckdb-$DUCKDB_VERSION
+export MDUCKDB_DUCKDB=$DUCKDB_NAME
+BUILD=$ROOT/build/$DUCKDB_NAME
+if [ "$DUCKDB_NAME" = "$DEFAULT_DUCKDB" ]; then
+    # CMakePresets.json puts the variable into the folder's name.
+    unset MDUCKDB_DUCKDB
+    BUILD=$ROOT/build
+fi
 
 # packages_of GROUP...: the package names of the groups.
 packages_of() {
@@ -47,7 +70,7 @@ install_packages() {
         return
     fi
     if ! command -v dpkg-query >/dev/null || ! command -v apt-get >/dev/null; then
-        say "This is no Debian system, so nothing is installed here. Needed, by their Debian names:" \
+        say "This is not a Debian system, so nothing is installed here. Needed, by their Debian names:" \
             "$(printf '%s ' "$@")"
         return
     fi
@@ -67,95 +90,15 @@ install_packages() {
         die "apt-get could not install: ${missing[*]}"
 }
 
-has_duckdb() { [ -e "$DUCKDB_HOME/lib/libduckdb.so" ] && [ -e "$DUCKDB_HOME/include/duckdb.h" ]; }
-
-# check_sum FILE SHA256
-check_sum() {
-    local sum
-    sum=$(sha256sum "$1" | cut -d ' ' -f 1)
-    [ "$sum" = "$2" ] || die "$1 has the sha256 sum $sum, and scripts/duckdb.pin says $2."
-}
-
-DUCKDB_LIBRARY_FILE=$(sed 's|^@||; s|/|-|' <<<"$DUCKDB_NPM_PACKAGE")-$DUCKDB_NPM_VERSION.tgz
-DUCKDB_SOURCE_FILE=$DUCKDB_SDIST_PACKAGE-$DUCKDB_SDIST_VERSION.tar.gz
-
-no_duckdb() {
-    die "$1
-DuckDB $DUCKDB_VERSION is needed. One of these helps:
-  - a network, for 'npm pack $DUCKDB_NPM_PACKAGE@$DUCKDB_NPM_VERSION' and for
-    'pip download --no-deps --no-binary $DUCKDB_SDIST_PACKAGE $DUCKDB_SDIST_PACKAGE==$DUCKDB_SDIST_VERSION';
-  - the files that these two commands bring on another machine, put into $CACHE/downloads:
-    $DUCKDB_LIBRARY_FILE and $DUCKDB_SOURCE_FILE;
-  - an installation of your own: DuckDB_ROOT=FOLDER in the environment, where FOLDER has lib/libduckdb.so
-    and the C and C++ headers of the same version in include/."
-}
-
-# get_file FILE WORK COMMAND...: takes FILE from the downloads folder, or lets COMMAND bring it into WORK.
-get_file() {
-    local file=$1 work=$2
-    shift 2
-    if [ -e "$CACHE/downloads/$file" ]; then
-        cp "$CACHE/downloads/$file" "$work/"
-        return
-    fi
-    say "fetching $file"
-    (cd "$work" && timeout 600 "$@" >"$work/log" 2>&1 </dev/null) || {
-        tail -n 5 "$work/log" >&2
-        no_duckdb "Fetching $file failed: $*"
-    }
-    [ -e "$work/$file" ] || no_duckdb "'$*' did not bring $file."
-}
-
-# The folder appears in the cache whole or not at all, whatever happens on the way and however many do this.
-fetch_duckdb() {
-    [ "$(uname -s)-$(uname -m)" = Linux-x86_64 ] ||
-        no_duckdb "scripts/duckdb.pin names the library for Linux on x86-64 only; this is $(uname -s) on $(uname -m)."
-    local clients=() package
-    for package in $(packages_of fetch); do
-        case $package in
-        npm) [ -e "$CACHE/downloads/$DUCKDB_LIBRARY_FILE" ] || command -v npm >/dev/null || clients+=(npm) ;;
-        python3-pip)
-            [ -e "$CACHE/downloads/$DUCKDB_SOURCE_FILE" ] || python3 -m pip --version >/dev/null 2>&1 ||
-                clients+=(python3-pip)
-            ;;
-        esac
-    done
-    [ ${#clients[@]} = 0 ] || install_packages "${clients[@]}"
-
-    mkdir -p "$CACHE"
-    exec 8>"$CACHE/.lock"
-    flock 8
-    if has_duckdb; then
-        exec 8>&-
-        return
-    fi
-    local work
-    work=$(mktemp -d "$CACHE/.fetch.XXXXXX")
-    # shellcheck disable=SC2064
-    trap "rm -rf '$work'" EXIT
-    get_file "$DUCKDB_LIBRARY_FILE" "$work" npm pack --silent --fetch-retries=1 \
-        --fetch-retry-mintimeout=2000 "$DUCKDB_NPM_PACKAGE@$DUCKDB_NPM_VERSION"
-    check_sum "$work/$DUCKDB_LIBRARY_FILE" "$DUCKDB_NPM_SHA256"
-    get_file "$DUCKDB_SOURCE_FILE" "$work" python3 -m pip download --quiet --retries 1 --no-deps \
-        --no-binary "$DUCKDB_SDIST_PACKAGE" "$DUCKDB_SDIST_PACKAGE==$DUCKDB_SDIST_VERSION"
-    check_sum "$work/$DUCKDB_SOURCE_FILE" "$DUCKDB_SDIST_SHA256"
-
-    mkdir -p "$work/home/lib"
-    tar -xzf "$work/$DUCKDB_LIBRARY_FILE" -C "$work/home/lib" --strip-components=1 package/libduckdb.so
-    local inside=$DUCKDB_SDIST_PACKAGE-$DUCKDB_SDIST_VERSION/external/duckdb
-    tar -xzf "$work/$DUCKDB_SOURCE_FILE" -C "$work/home" --strip-components=3 "$inside/LICENSE"
-    tar -xzf "$work/$DUCKDB_SOURCE_FILE" -C "$work/home" --strip-components=4 "$inside/src/include"
-    rm -rf "$DUCKDB_HOME"
-    mv "$work/home" "$DUCKDB_HOME"
-    rm -rf "$work"
-    trap - EXIT
-    exec 8>&-
-    say "DuckDB $DUCKDB_VERSION is in $DUCKDB_HOME"
-}
+# shellcheck source=fetch_duckdb.sh
+source "$ROOT/scripts/fetch_duckdb.sh"
 
 # set_up GROUP...: the packages of the groups, and DuckDB. Quick when all of it is there.
 set_up() {
     local packages
+    if [ "$DUCKDB_LIBRARY_FROM" = wheel ]; then
+        set -- "$@" wheel
+    fi
     mapfile -t packages < <(packages_of "$@")
     install_packages "${packages[@]}"
     if [ -z "${DuckDB_ROOT:-}" ] && ! has_duckdb; then
@@ -165,7 +108,7 @@ set_up() {
 
 # configure PRESET: where that was not done yet, or was done for another DuckDB.
 configure() {
-    local folder=$ROOT/build/$1 root=$DUCKDB_HOME
+    local folder=$BUILD/$1 root=$DUCKDB_HOME
     if [ -n "${DuckDB_ROOT:-}" ]; then
         root=$(realpath "$DuckDB_ROOT")
     fi
@@ -176,7 +119,7 @@ configure() {
 
 # build PRESET [TARGET...]: everything goes to stderr; nothing is said when there is nothing to do.
 build() {
-    local folder=$ROOT/build/$1
+    local folder=$BUILD/$1
     configure "$1"
     shift
     if ninja -C "$folder" -n "$@" 2>/dev/null | grep -q 'no work to do'; then

@@ -17,7 +17,7 @@ import report
 HERE = pathlib.Path(__file__).resolve().parent
 CACHE = pathlib.Path(os.environ.get("XDG_CACHE_HOME") or pathlib.Path.home() / ".cache") / "mduckdb"
 WORK = CACHE / "peers"
-PIN_FILE = HERE.parents[1] / "scripts" / "duckdb.pin"
+PIN_FILE = HERE.parents[1] / "scripts" / f"duckdb-{os.environ.get('MDUCKDB_DUCKDB') or '1.5'}.pin"
 PIN = dict(line.split("=", 1) for line in PIN_FILE.read_text().splitlines() if "=" in line)
 VERSION = PIN["DUCKDB_VERSION"]
 DUCKDB = pathlib.Path(os.environ.get("DuckDB_ROOT") or CACHE / f"duckdb-{VERSION}")

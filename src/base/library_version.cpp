@@ -1,17 +1,14 @@
 #include "base/library_version.h"
 
 #include <duckdb.h>
-
-#define MDUCKDB_TEXT_OF(x) #x
-#define MDUCKDB_VERSION_TEXT(major, minor, patch) \
-    MDUCKDB_TEXT_OF(major) "." MDUCKDB_TEXT_OF(minor) "." MDUCKDB_TEXT_OF(patch)
+#include <duckdb_source_version.h>
 
 namespace mduckdb {
 
 namespace {
 
-constexpr std::string_view kHeaderVersion =
-    MDUCKDB_VERSION_TEXT(DUCKDB_API_VERSION_MAJOR, DUCKDB_API_VERSION_MINOR, DUCKDB_API_VERSION_PATCH);
+// Not the macros of duckdb.h: those of 2.0.0 say 1.5.6.
+constexpr std::string_view kHeaderVersion = DUCKDB_SOURCE_VERSION;
 static_assert(kHeaderVersion == MDUCKDB_DUCKDB_VERSION, "these DuckDB headers are not of the pinned version");
 
 }  // namespace

@@ -117,8 +117,9 @@ class Commands(unittest.TestCase):
             environment.update(CMAKE_C_COMPILER_LAUNCHER=str(HERE / "reuse_object"),
                                CMAKE_CXX_COMPILER_LAUNCHER=str(HERE / "reuse_object"), MDUCKDB_BUILT=str(BUILD))
         else:
-            (tree / "build").mkdir()
-            (tree / "build/release").symlink_to(BUILD)
+            build = tree / "build" / os.environ.get("MDUCKDB_DUCKDB", "")
+            build.mkdir(parents=True)
+            (build / "release").symlink_to(BUILD)
             for program in ("sum-c", "sum-cpp", "host-c", "host-cpp"):
                 (tree / program).symlink_to(BUILD / "bin" / program)
             (folder / "home/mduckdb/lib").mkdir(parents=True)
