@@ -8,9 +8,6 @@
 
 namespace nbx::pool {
 
-/** Bytes of a slab, and its alignment: so an object's slab is found from the object's address. */
-inline constexpr std::size_t kSlabSize = 64 * 1024;
-
 /** The head of a piece of memory that holds objects of one size. The store's lock guards it. */
 struct Slab {
     /** Neighbours in the list of slabs with room. */

@@ -6,7 +6,6 @@
 #include <new>
 
 #include "nbx/engine_lock.h"
-#include "pool_slabs.h"
 
 namespace nbx::pool {
 namespace {

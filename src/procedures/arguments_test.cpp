@@ -4,7 +4,7 @@
 
 #include <stdexcept>
 
-#include "fake_host.h"
+#include "support/fake_host.h"
 
 namespace mduckdb {
 namespace {

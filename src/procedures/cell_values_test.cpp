@@ -6,7 +6,7 @@
 #include <limits>
 #include <vector>
 
-#include "fake_host.h"
+#include "support/fake_host.h"
 
 namespace mduckdb {
 namespace {

@@ -6,8 +6,8 @@
 #include <new>
 #include <stdexcept>
 
-#include "fake_host.h"
 #include "procedures/handlers.h"
+#include "support/fake_host.h"
 
 namespace mduckdb {
 namespace {

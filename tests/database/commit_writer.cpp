@@ -7,8 +7,8 @@
 #include <cstring>
 #include <string>
 
-#include "fake_host.h"
 #include "procedures/handlers.h"
+#include "support/fake_host.h"
 #include "support/test_host.h"
 
 namespace {

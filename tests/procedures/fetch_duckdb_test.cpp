@@ -8,9 +8,9 @@
 #include <string>
 
 #include "engines/engine_files.h"
-#include "fake_host.h"
 #include "procedures/handlers.h"
 #include "procedures/private_engine.h"
+#include "support/fake_host.h"
 
 namespace mduckdb::testing {
 namespace {

@@ -6,8 +6,8 @@
 #include <filesystem>
 #include <string>
 
-#include "fake_host.h"
 #include "procedures/handlers.h"
+#include "support/fake_host.h"
 #include "support/temp_folder.h"
 
 namespace mduckdb::testing {

@@ -1,8 +1,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "fake_host.h"
 #include "nbx/mrsql/registry.h"
+#include "support/fake_host.h"
 
 namespace mduckdb::testing {
 namespace {
