@@ -24,21 +24,16 @@ using nbx::mrsql::I_DuckDBCursor;
 using nbx::mrsql::I_DuckDBDatabase;
 using nbx::mrsql::I_DuckDBExtension;
 
-class DuckDBExtension final : public I_DuckDBExtension, nbx::noncopyable {
+class DuckDBExtension final : public nbx::Counted<I_DuckDBExtension> {
   public:
-    uint32_t AddRef() override { return refs_.Increment(); }
-    uint32_t Release() override {
-        const uint32_t count = refs_.Decrement();
-        if (count == 0) {
-            delete this;
-        }
-        return count;
-    }
     void* QueryInterface(uint32_t interface_id) override {
-        static const nbx::InterfaceItem kTable[] = {{0, nullptr}};
+        static constexpr nbx::InterfaceItem kTable[] = {
+            {nbx::mrsql::kDuckDBExtensionInterfaceId,
+             &nbx::CastToInterface<DuckDBExtension, I_DuckDBExtension>},
+            {0, nullptr},
+        };
         return nbx::InterfaceTableQueryInterface(this, kTable, interface_id);
     }
-    uint32_t get_RefsCount() const override { return refs_.get_Value(); }
 
     const char* get_LibraryVersion() override { return duckdb_library_version(); }
     smart_ptr<I_DuckDBDatabase> CreateDatabase(smart_ptr<I_Location> location) override {
@@ -69,9 +64,6 @@ class DuckDBExtension final : public I_DuckDBExtension, nbx::noncopyable {
                                                 smart_ptr<I_Location> backup_folder) override {
         return mduckdb::RestoreDatabase(std::move(database_location), std::move(backup_folder));
     }
-
-  private:
-    nbx::RefCount refs_;
 };
 
 }  // namespace

@@ -68,7 +68,7 @@ class RunningExport : nbx::noncopyable {
 }  // namespace
 
 SharedConnection DuckDBDatabase::PrepareBackup(Location folder, std::string& export_statement) {
-    SharedConnection connection = RequireConnection();
+    SharedConnection connection = link_->RequireConnection();
     folder = ChooseFolder(std::move(folder), *location_);
     if (!IsFolderThere(folder)) {
         ThrowError("DuckDBDatabase backup folder is not available");
@@ -80,7 +80,7 @@ SharedConnection DuckDBDatabase::PrepareBackup(Location folder, std::string& exp
     }
     WriteMarker(*backup, location_->get_Text());
     export_statement = BuildExportStatement(*backup);
-    ClearInterrupted();
+    link_->ClearInterrupted();
     return connection;
 }
 
@@ -98,7 +98,7 @@ void DuckDBDatabase::Backup(Location folder) {
             running.emplace(export_gate_);
         }
         if (!Export(*connection, export_statement, error)) {
-            is_interrupted = is_interrupted_.exchange(false);
+            is_interrupted = link_->TakeInterrupted();
         }
     }
     // Whoever waited for the export may have closed and destroyed this object by now.
@@ -121,7 +121,7 @@ bool DuckDBDatabase::Export(duckdb_connection connection, const std::string& sta
         return false;
     }
     ResultHolder result;
-    if (ExecutePrepared(prepared.get(), result.Receive()) != DuckDBSuccess) {
+    if (link_->ExecutePrepared(prepared.get(), result.Receive()) != DuckDBSuccess) {
         error = TextOr(duckdb_result_error(result.get()), "Unknown DuckDB backup error");
         return false;
     }

@@ -1,21 +1,54 @@
 #pragma once
 
-#include <atomic>
-#include <memory>
+#include <list>
+#include <unordered_map>
+#include <utility>
 
 #include "base/engine_lock.h"
-#include "nbx/array.h"
 #include "nbx/mrsql/duckdb_cursor.h"
 #include "nbx/mrsql/duckdb_query_result.h"
 #include "nbx/mrsql/duckdb_statement.h"
 
 namespace mduckdb {
 
-/** The live statements, cursors and query results of one database.
+/** Objects in the order in which they came; any of them leaves in constant time, however many there are.
+    Pointers are compared and never followed, so that a caller may ask about any pointer at all. */
+template <class T>
+class ChildList : nbx::noncopyable {
+  public:
+    /** Strong guarantee. The same object may be added twice. */
+    void Add(T* item) {
+        std::list<T*> added(1, item);
+        places_.emplace(item, added.begin());
+        items_.splice(items_.end(), added);
+    }
+    /** Whether the object was in the list. */
+    bool Remove(T* item) noexcept {
+        const auto place = places_.find(item);
+        if (place == places_.end()) {
+            return false;
+        }
+        items_.erase(place->second);
+        places_.erase(place);
+        return true;
+    }
+    /** The object that came last, taken out; null when the list is empty. */
+    T* TakeLast() noexcept {
+        if (items_.empty()) {
+            return nullptr;
+        }
+        T* const item = items_.back();
+        Remove(item);
+        return item;
+    }
 
-    Shared by the database and its children: a child keeps it for its whole life and leaves it when it
-    is destroyed, also when it was closed before and has forgotten its database, so that no list ever
-    holds a dead object. Holds no references to the children. */
+  private:
+    std::list<T*> items_;
+    std::unordered_multimap<T*, typename std::list<T*>::iterator> places_;
+};
+
+/** The live statements, cursors and query results of one database. Holds no references to them: each child
+    leaves when it is destroyed, also when it was closed before, so that no list ever holds a dead object. */
 class ChildLists : nbx::noncopyable {
   public:
     void Add(nbx::mrsql::I_DuckDBStatement* statement) NBX_REQUIRES(gEngineLock) {
@@ -24,46 +57,37 @@ class ChildLists : nbx::noncopyable {
     void Add(nbx::mrsql::I_DuckDBCursor* cursor) NBX_REQUIRES(gEngineLock) { cursors_.Add(cursor); }
     void Add(nbx::mrsql::I_DuckDBQueryResult* result) NBX_REQUIRES(gEngineLock) { results_.Add(result); }
 
-    /** Tells whether the object was in the list. */
-    bool Remove(nbx::mrsql::I_DuckDBStatement* statement) NBX_REQUIRES(gEngineLock) {
+    /** Whether the object was in the list. */
+    bool Remove(nbx::mrsql::I_DuckDBStatement* statement) noexcept NBX_REQUIRES(gEngineLock) {
         return statements_.Remove(statement);
     }
-    bool Remove(nbx::mrsql::I_DuckDBCursor* cursor) NBX_REQUIRES(gEngineLock) {
+    bool Remove(nbx::mrsql::I_DuckDBCursor* cursor) noexcept NBX_REQUIRES(gEngineLock) {
         return cursors_.Remove(cursor);
     }
-    bool Remove(nbx::mrsql::I_DuckDBQueryResult* result) NBX_REQUIRES(gEngineLock) {
+    bool Remove(nbx::mrsql::I_DuckDBQueryResult* result) noexcept NBX_REQUIRES(gEngineLock) {
         return results_.Remove(result);
     }
 
-    /** The database is being destroyed. A child that was taken out of the lists and lives on must not reach
-        it. */
-    void Orphan() noexcept { is_orphaned_.store(true); }
-    bool get_IsOrphaned() const noexcept { return is_orphaned_.load(); }
-
     /** Takes every child out, results first, then cursors, then statements, each list from its last
         entry to its first, and has it give up the database. */
-    void CloseAll() NBX_REQUIRES(gEngineLock);
+    void CloseAll() NBX_REQUIRES(gEngineLock) {
+        // No references are taken here: a child that another thread is just destroying waits for the engine
+        // lock in its destructor, and a reference would bring it to life and destroy it twice.
+        while (auto* result = results_.TakeLast()) {
+            result->Close();
+        }
+        while (auto* cursor = cursors_.TakeLast()) {
+            cursor->Detach();
+        }
+        while (auto* statement = statements_.TakeLast()) {
+            statement->Detach();
+        }
+    }
 
   private:
-    template <class T>
-    struct List {
-        using Items = nbx::ArrayOfPtrs<T*>;
-        nbx::smart_ptr<Items> items;
-
-        void Add(T* item) {
-            if (!items) {
-                items = nbx::MakeObject<Items>();
-            }
-            items->Append(item);
-        }
-        bool Remove(T* item) { return items && items->Remove(item); }
-        T* TakeLast() { return items && !items->get_IsEmpty() ? items->TakeLast() : nullptr; }
-    };
-
-    std::atomic<bool> is_orphaned_{false};
-    List<nbx::mrsql::I_DuckDBStatement> statements_ NBX_GUARDED_BY(gEngineLock);
-    List<nbx::mrsql::I_DuckDBCursor> cursors_ NBX_GUARDED_BY(gEngineLock);
-    List<nbx::mrsql::I_DuckDBQueryResult> results_ NBX_GUARDED_BY(gEngineLock);
+    ChildList<nbx::mrsql::I_DuckDBStatement> statements_ NBX_GUARDED_BY(gEngineLock);
+    ChildList<nbx::mrsql::I_DuckDBCursor> cursors_ NBX_GUARDED_BY(gEngineLock);
+    ChildList<nbx::mrsql::I_DuckDBQueryResult> results_ NBX_GUARDED_BY(gEngineLock);
 };
 
 }  // namespace mduckdb

@@ -1,17 +1,119 @@
 #include "objects/cursor.h"
 
+#include <utility>
+
 #include "objects/duckdb_cursor_client.h"
-#include "objects/duckdb_cursor_server.h"
+#include "objects/duckdb_cursor_imp.h"
+#include "values/cell_conversion.h"
 
 namespace mduckdb {
+namespace {
 
-nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor> MakeCursor(DuckDBDatabase& database, duckdb_result result,
+/** Goes forward through a result and holds no more of it than the rows of one DuckDB chunk.
+
+    Stands before the first row at the start, then on a row, and after the last one when `NextRecord`
+    has given false; there is no way back. Reading a field takes no lock: the rows at hand do not
+    depend on the result any more. */
+class DuckDBCursor_server final : public DuckDBCursor_imp {
+  public:
+    DuckDBCursor_server(SharedLink link, ResultHolder result)
+        : DuckDBCursor_imp(std::move(link), std::move(result)) {}
+
+    uint32_t get_RecordCount() override;
+    uint32_t get_CurrentRecord() override;
+    bool put_CurrentRecord(uint32_t record) override;
+    bool FirstRecord() override;
+    bool LastRecord() override;
+    bool NextRecord() override;
+    bool PrevRecord() override;
+    nbx::smart_ptr<nbx::I_Value> get_Value(uint32_t column_index) override;
+
+  private:
+    /** For what only a client cursor can do. */
+    [[noreturn]] void Refuse(const char* message) const;
+    /** Puts the next rows, or nothing, in the place of the chunk. */
+    void MoveToNextChunk();
+
+    /** Null before the first row and after the last. */
+    ChunkHolder chunk_;
+    uint64_t row_in_chunk_ = 0;
+    /** Bound to the chunk. */
+    CellConverter cells_;
+};
+
+void DuckDBCursor_server::Refuse(const char* message) const {
+    RequireValid();
+    ThrowError(message);
+}
+
+uint32_t DuckDBCursor_server::get_RecordCount() {
+    Refuse("get_RecordCount() is not supported for server-side cursors");
+}
+
+uint32_t DuckDBCursor_server::get_CurrentRecord() {
+    Refuse("get_CurrentRecord() is not supported for server-side cursors");
+}
+
+bool DuckDBCursor_server::put_CurrentRecord(uint32_t /*record*/) {
+    Refuse("put_CurrentRecord() is not supported for server-side cursors");
+}
+
+bool DuckDBCursor_server::FirstRecord() {
+    Refuse("FirstRecord() is not supported for server-side cursors");
+}
+
+bool DuckDBCursor_server::LastRecord() {
+    Refuse("LastRecord() is not supported for server-side cursors");
+}
+
+bool DuckDBCursor_server::PrevRecord() {
+    Refuse("PrevRecord() is not supported for server-side cursors");
+}
+
+bool DuckDBCursor_server::NextRecord() {
+    const EngineLockScope lock;
+    RequireValid();
+    if (chunk_ && cells_.get_RowCount() > row_in_chunk_ + 1) {
+        ++row_in_chunk_;
+        return true;
+    }
+    MoveToNextChunk();
+    return static_cast<bool>(chunk_);
+}
+
+void DuckDBCursor_server::MoveToNextChunk() {
+    cells_.Bind(nullptr);
+    chunk_.Reset();
+    row_in_chunk_ = 0;
+    ChunkHolder chunk = FetchChunk(result_);
+    if (!chunk || duckdb_data_chunk_get_size(chunk.get()) == 0) {
+        return;
+    }
+    cells_.Bind(chunk.get());
+    chunk_ = std::move(chunk);
+}
+
+nbx::smart_ptr<nbx::I_Value> DuckDBCursor_server::get_Value(uint32_t column_index) {
+    RequireValid();
+    RequireColumn(column_index);
+    if (!chunk_) {
+        ThrowError("Data is not available. Use NextRecord() to fetch data.");
+    }
+    if (row_in_chunk_ >= cells_.get_RowCount()) {
+        ThrowError("Current position is out of bounds");
+    }
+    return cells_.Convert(column_index, row_in_chunk_);
+}
+
+}  // namespace
+
+nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor> MakeCursor(SharedLink link, duckdb_result result,
                                                       uint32_t cursor_location) {
     ResultHolder owner(result);
     if (cursor_location == nbx::mrsql::kClientCursor) {
-        return nbx::MakeObject<DuckDBCursor_client>(database, std::move(owner));
+        return nbx::MakeObject<DuckDBCursor_client>(std::move(link), std::move(owner));
     }
-    return nbx::MakeObject<DuckDBCursor_server>(database, std::move(owner));
+    return nbx::MakeObject<DuckDBCursor_server>(std::move(link), std::move(owner));
 }
 
 nbx::smart_ptr<nbx::ValueRows> GetClientCursorRows(nbx::mrsql::I_DuckDBCursor* cursor) {

@@ -5,30 +5,41 @@
 #include "base/errors.h"
 #include "base/text.h"
 #include "engines/handle_registry.h"
+#include "nbx/hooks.h"
 #include "nbx/mrsql/registry.h"
 #include "objects/statement.h"
 
 namespace mduckdb {
 
+namespace {
+
+/** Whether the host lets the call that runs now be interrupted. */
+bool IsInterruptionAllowed() {
+    const auto is_local_call = nbx::mrsql::gpIsLocalSqlCall_PTR;
+    return is_local_call != nullptr && (!is_local_call() || nbx::mrsql::IsLocalSqlCancellationAllowed());
+}
+
+}  // namespace
+
 DuckDBDatabase::DuckDBDatabase(nbx::smart_ptr<nbx::I_Location> location)
-    : location_(std::move(location)),
-      path_(location_->get_PathText()),
-      children_(std::make_shared<ChildLists>()) {}
+    : link_(std::make_shared<DatabaseLink>(*this, std::move(location))),
+      location_(link_->get_Location()),
+      path_(location_->get_PathText()) {}
 
 DuckDBDatabase::~DuckDBDatabase() {
     try {
         Close();
     } catch (...) {  // Nobody is left to tell.
     }
-    children_->Orphan();
+    link_->Orphan();
 }
 
 uint32_t DuckDBDatabase::AddRef() {
-    return refs_.Increment();
+    return link_->AddReference();
 }
 
 uint32_t DuckDBDatabase::Release() {
-    const uint32_t count = refs_.Decrement();
+    const uint32_t count = link_->ReleaseReference();
     if (count == 0) {
         delete this;
     }
@@ -36,12 +47,16 @@ uint32_t DuckDBDatabase::Release() {
 }
 
 void* DuckDBDatabase::QueryInterface(uint32_t interface_id) {
-    static const nbx::InterfaceItem kTable[] = {{0, nullptr}};
+    static constexpr nbx::InterfaceItem kTable[] = {
+        {nbx::mrsql::kDuckDBDatabaseInterfaceId,
+         &nbx::CastToInterface<DuckDBDatabase, nbx::mrsql::I_DuckDBDatabase>},
+        {0, nullptr},
+    };
     return nbx::InterfaceTableQueryInterface(this, kTable, interface_id);
 }
 
 uint32_t DuckDBDatabase::get_RefsCount() const {
-    return refs_.get_Value();
+    return link_->get_ReferenceCount();
 }
 
 void DuckDBDatabase::put_BlockSize(uint32_t block_size) {
@@ -103,57 +118,43 @@ nbx::smart_ptr<nbx::mrsql::I_DuckDBStatement> DuckDBDatabase::CreateStatement(co
     if (!engine_) {
         ThrowError("DuckDBDatabase is not open");
     }
-    auto statement = MakeStatement(*this, sql);
-    children_->Add(statement.get());
+    auto statement = MakeStatement(link_, sql);
+    link_->get_Children().Add(statement.get());
     return statement;
 }
 
 void DuckDBDatabase::RemoveStatement(nbx::mrsql::I_DuckDBStatement* statement) {
     const EngineLockScope lock;
-    RequireConnection();
-    if (!children_->Remove(statement)) {
+    link_->RequireConnection();
+    if (!link_->get_Children().Remove(statement)) {
         ThrowError("DuckDBStatement does not belong to this database");
     }
 }
 
 void DuckDBDatabase::AddCursor(nbx::mrsql::I_DuckDBCursor* cursor) {
     const EngineLockScope lock;
-    children_->Add(cursor);
+    link_->get_Children().Add(cursor);
 }
 
 void DuckDBDatabase::RemoveCursor(nbx::mrsql::I_DuckDBCursor* cursor) {
     const EngineLockScope lock;
-    children_->Remove(cursor);
+    link_->get_Children().Remove(cursor);
 }
 
 void DuckDBDatabase::AddQueryResult(nbx::mrsql::I_DuckDBQueryResult* result) {
     const EngineLockScope lock;
-    children_->Add(result);
+    link_->get_Children().Add(result);
 }
 
 void DuckDBDatabase::RemoveQueryResult(nbx::mrsql::I_DuckDBQueryResult* result) {
     const EngineLockScope lock;
-    children_->Remove(result);
+    link_->get_Children().Remove(result);
 }
 
-SharedConnection DuckDBDatabase::RequireConnection() {
-    SharedConnection connection = get_Connection();
-    if (!engine_ || !connection) {
-        ThrowError("DuckDBDatabase is not open");
+void DuckDBDatabase::Interrupt() {
+    if (IsInterruptionAllowed()) {
+        link_->Interrupt();
     }
-    return connection;
-}
-
-std::string DuckDBDatabase::ToSql(const nbx::String& sql) const {
-    std::string text = ToUtf8(sql);
-    if (text.find('\0') != std::string::npos) {
-        ThrowError("SQL text must not contain NUL characters");
-    }
-    return text;
-}
-
-void DuckDBDatabase::ThrowError(std::string_view message) const {
-    ThrowDuckDBError(get_ErrorPath(), message);
 }
 
 bool DuckDBDatabase::IsInMemory() const {

@@ -12,7 +12,7 @@
 #include "engines/session.h"
 #include "nbx/foreign_plugin.h"
 #include "nbx/mrsql/duckdb_database.h"
-#include "objects/child_lists.h"
+#include "objects/database_link.h"
 #include "objects/export_gate.h"
 
 namespace mduckdb {
@@ -20,9 +20,9 @@ namespace mduckdb {
 /** One database object: an engine shared with the other objects on its path, and a connection of its own.
 
     Ownership: the host holds references; children (statements, cursors, results) hold none, they are closed
-    by `Close`, which the destructor calls. Threads: the engine lock guards everything but the connection,
-    which the connection mutex guards, so that `Interrupt` may come while a query runs under the engine
-    lock. The engine lock is taken first, the connection mutex last. */
+    by `Close`, which the destructor calls. What children need of the database is in the link, which they
+    share. Threads: the engine lock guards everything but the link, so that `Interrupt` may come while a query
+    runs under the engine lock. */
 class DuckDBDatabase final : public nbx::mrsql::I_DuckDBDatabase,
                              public nbx::ForeignPlugin_imp,
                              nbx::noncopyable {
@@ -63,28 +63,8 @@ class DuckDBDatabase final : public nbx::mrsql::I_DuckDBDatabase,
     nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor> SqlSelect(const nbx::String& sql, uint32_t cursor_location,
                                                          nbx::smart_ptr<nbx::ValueRow> parameters) override;
 
-    // For the statements, cursors and results of this database.
-
-    /** The connection, or null when the database is closed. */
-    SharedConnection get_Connection() const;
-    /** The lists in which children stand; a child keeps them for its whole life. */
-    const std::shared_ptr<ChildLists>& get_Children() const noexcept { return children_; }
-    /** Forgets an interrupt that came before; at the start of every run. */
-    void ClearInterrupted() noexcept { is_interrupted_.store(false); }
-    /** Throws `xInterruptError` when `Interrupt` was called since; each interrupt is reported once. */
-    void ThrowIfInterrupted();
-    /** The path that errors name. */
-    nbx::String get_ErrorPath() const { return location_->get_Text(); }
-    /** Throws `xDuckDBError` with this database's path and a UTF-8 message. */
-    [[noreturn]] void ThrowError(std::string_view message) const;
-    /** SQL text as UTF-8. Throws for a text with a NUL character: DuckDB would run what stands before it. */
-    std::string ToSql(const nbx::String& sql) const;
-    /** Throws "DuckDBDatabase is not open" unless there are an engine and a connection. */
-    SharedConnection RequireConnection() NBX_REQUIRES(gEngineLock);
-    /** Executes like `duckdb_execute_prepared`, but an `Interrupt` that came before DuckDB's own start
-        of the query, at which it clears its own flag, cuts it too. The caller destroys `*out_result`,
-        also on failure. */
-    duckdb_state ExecutePrepared(duckdb_prepared_statement prepared, duckdb_result* out_result);
+    /** What this object's statements, cursors and results are made with. */
+    const SharedLink& get_Link() const noexcept { return link_; }
 
   private:
     /** Whether the path names the in-memory database. */
@@ -112,12 +92,10 @@ class DuckDBDatabase final : public nbx::mrsql::I_DuckDBDatabase,
     bool Export(duckdb_connection connection, const std::string& statement, std::string& error);
     /** Makes the session this object's own; the object is open from now on. */
     void Adopt(Session& session) NBX_REQUIRES(gEngineLock);
-    void ReplaceConnection(SharedConnection connection);
-    /** Cuts the query that DuckDB has begun, when an interrupt came before it began. */
-    void RepeatInterrupt();
+    [[noreturn]] void ThrowError(std::string_view message) const { link_->ThrowError(message); }
 
-    nbx::RefCount refs_;
-    const nbx::smart_ptr<nbx::I_Location> location_;
+    const SharedLink link_;
+    const nbx::smart_ptr<nbx::I_Location>& location_;
     const nbx::String path_;
 
     nbx::String token_ NBX_GUARDED_BY(gEngineLock);
@@ -127,7 +105,6 @@ class DuckDBDatabase final : public nbx::mrsql::I_DuckDBDatabase,
     nbx::mrsql::DuckDBDatabaseOptions options_ NBX_GUARDED_BY(gEngineLock);
     bool are_options_given_ NBX_GUARDED_BY(gEngineLock) = false;
 
-    std::atomic<bool> is_interrupted_{false};
     /** Written under the engine lock, read without. */
     std::atomic<bool> is_open_{false};
     std::atomic<bool> is_read_only_{false};
@@ -135,11 +112,7 @@ class DuckDBDatabase final : public nbx::mrsql::I_DuckDBDatabase,
     /** The registry key under which this object is a user of its engine. */
     nbx::String open_key_ NBX_GUARDED_BY(gEngineLock);
 
-    mutable nbx::Mutex connection_mutex_;
-    SharedConnection connection_ NBX_GUARDED_BY(connection_mutex_);
-
     ExportGate export_gate_;
-    const std::shared_ptr<ChildLists> children_;
 };
 
 }  // namespace mduckdb

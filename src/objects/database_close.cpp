@@ -19,12 +19,8 @@ void DuckDBDatabase::CloseLocked() noexcept {
     if (!engine_) {
         return;
     }
-    children_->CloseAll();
-    if (const SharedConnection connection = get_Connection()) {
-        const nbx::MutexLock lock(connection_mutex_);
-        duckdb_disconnect(connection.get());
-        connection_.reset();
-    }
+    link_->get_Children().CloseAll();
+    link_->Disconnect();
     is_read_only_.store(false);
     are_options_given_ = false;
     is_open_.store(false);

@@ -64,7 +64,7 @@ void DuckDBDatabase::Adopt(Session& session) {
     session.Keep();
     engine_ = session.get_Engine();
     open_key_ = key;
-    ReplaceConnection(session.get_Connection());
+    link_->ReplaceConnection(session.get_Connection());
     is_open_.store(true);
 }
 

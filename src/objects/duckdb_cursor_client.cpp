@@ -5,7 +5,6 @@
 #include <limits>
 
 #include "base/errors.h"
-#include "objects/database.h"
 #include "values/cell_conversion.h"
 
 namespace mduckdb {
@@ -35,7 +34,7 @@ class DuckDBCursor_client::BorrowedResult : nbx::noncopyable {
     }
     ~BorrowedResult() {
         const EngineLockScope lock;
-        if (cursor_.database_ != nullptr) {
+        if (cursor_.tie_.get() != nullptr) {
             cursor_.result_ = std::move(result_);
         }
         result_.Reset();
@@ -48,13 +47,13 @@ class DuckDBCursor_client::BorrowedResult : nbx::noncopyable {
     ResultHolder result_;
 };
 
-DuckDBCursor_client::DuckDBCursor_client(DuckDBDatabase& database, ResultHolder result)
-    : DuckDBCursor_imp(database, std::move(result)) {
-    ReadRows(database);
+DuckDBCursor_client::DuckDBCursor_client(SharedLink link, ResultHolder result)
+    : DuckDBCursor_imp(std::move(link), std::move(result)) {
+    ReadRows();
     RequireValid();
 }
 
-void DuckDBCursor_client::ReadRows(DuckDBDatabase& database) {
+void DuckDBCursor_client::ReadRows() {
     BorrowedResult result(*this);
     ReserveRows(*result.get());
     CellConverter cells;
@@ -62,7 +61,7 @@ void DuckDBCursor_client::ReadRows(DuckDBDatabase& database) {
         cells.Bind(chunk.get());
         RequireNumberable(row_count_ + cells.get_RowCount());
         AppendRows(cells);
-        database.ThrowIfInterrupted();
+        tie_.get_Link()->ThrowIfInterrupted();
     }
 }
 

@@ -16,7 +16,7 @@ class DuckDBCursor_client final : public DuckDBCursor_imp {
   public:
     /** Reads the rows without the engine lock, unless the caller holds it; an `Interrupt` of the
         database cuts it (`xInterruptError`). Whatever it throws, nothing stays behind. */
-    DuckDBCursor_client(DuckDBDatabase& database, ResultHolder result);
+    DuckDBCursor_client(SharedLink link, ResultHolder result);
 
     uint32_t get_RecordCount() override;
     uint32_t get_CurrentRecord() override;
@@ -34,7 +34,7 @@ class DuckDBCursor_client final : public DuckDBCursor_imp {
   private:
     class BorrowedResult;
 
-    void ReadRows(DuckDBDatabase& database);
+    void ReadRows();
     void ReserveRows(duckdb_result result);
     void AppendRows(CellConverter& cells);
     /** Records are numbered in 32 bits: throws when there are more rows. */

@@ -3,7 +3,6 @@
 #include "base/errors.h"
 #include "base/text.h"
 #include "duckdb_internals/plain_functions.h"
-#include "objects/database.h"
 
 namespace mduckdb {
 namespace {
@@ -31,13 +30,13 @@ void FetchStatus::KeepErrorOf(duckdb_result* result) {
     }
 }
 
-DuckDBCursor_imp::DuckDBCursor_imp(DuckDBDatabase& database, ResultHolder result)
-    : database_(&database), result_(std::move(result)), siblings_(database.get_Children()) {
+DuckDBCursor_imp::DuckDBCursor_imp(SharedLink link, ResultHolder result)
+    : tie_(std::move(link)), result_(std::move(result)) {
     const EngineLockScope lock;
     RequireValid();
     ReadDescription();
     // Last, since nothing that fails from here on leaves the object in the list.
-    siblings_->Add(this);
+    tie_.get_Siblings().Add(this);
 }
 
 DuckDBCursor_imp::~DuckDBCursor_imp() {
@@ -47,19 +46,17 @@ DuckDBCursor_imp::~DuckDBCursor_imp() {
 void DuckDBCursor_imp::LeaveSiblings() noexcept {
     try {
         const EngineLockScope lock;
-        siblings_->Remove(this);
+        tie_.get_Siblings().Remove(this);
         result_.Reset();
     } catch (...) {
     }
 }
 
 uint32_t DuckDBCursor_imp::Release() {
-    const uint32_t count = refs_.Decrement();
-    if (count == 0) {
+    return ReleaseWith([this]() noexcept {
         LeaveSiblings();
         delete this;
-    }
-    return count;
+    });
 }
 
 void* DuckDBCursor_imp::QueryInterface(uint32_t interface_id) {
@@ -88,20 +85,16 @@ uint32_t DuckDBCursor_imp::get_ColumnType(uint32_t column_index) const {
     return column_index < column_types_.size() ? column_types_[column_index] : 0;
 }
 
-nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase> DuckDBCursor_imp::get_Database() {
-    return nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase>(get_Attached());
-}
-
 void DuckDBCursor_imp::Close() {
     const EngineLockScope lock;
-    database_ = nullptr;
+    tie_.Cut();
     result_.Reset();
 }
 
 void DuckDBCursor_imp::Detach() {
     result_.Reset();
-    siblings_->Remove(this);
-    database_ = nullptr;
+    tie_.get_Siblings().Remove(this);
+    tie_.Cut();
 }
 
 void DuckDBCursor_imp::ThrowInvalid() {
@@ -109,7 +102,7 @@ void DuckDBCursor_imp::ThrowInvalid() {
 }
 
 void DuckDBCursor_imp::ThrowError(const char* message) const {
-    database_->ThrowError(message);
+    tie_.get_Link()->ThrowError(message);
 }
 
 ChunkHolder DuckDBCursor_imp::FetchChunk(ResultHolder& result) {

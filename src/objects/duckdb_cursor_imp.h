@@ -3,17 +3,14 @@
 #include <duckdb.h>
 
 #include <boost/container/small_vector.hpp>
-#include <memory>
 
 #include "base/engine_lock.h"
 #include "base/holders.h"
 #include "nbx/foreign_plugin.h"
 #include "nbx/mrsql/duckdb_cursor.h"
-#include "objects/child_lists.h"
+#include "objects/database_link.h"
 
 namespace mduckdb {
-
-class DuckDBDatabase;
 
 /** The failure that ended a cursor's rows. */
 class FetchStatus final : public nbx::mrsql::I_FetchStatus {
@@ -31,33 +28,27 @@ class FetchStatus final : public nbx::mrsql::I_FetchStatus {
 
     The cursor owns the result until it is closed, detached or destroyed; it is valid until the first
     of them. It stands in the database's list from construction to destruction, also when it was
-    closed in between. The description can always be read. Everything that changes the result or the
-    database pointer happens under the engine lock. */
-class DuckDBCursor_imp : public nbx::mrsql::I_DuckDBCursor, public nbx::ForeignPlugin_imp, nbx::noncopyable {
+    closed in between. The description can always be read. Everything that changes the result or gives
+    the database up happens under the engine lock. */
+class DuckDBCursor_imp : public nbx::Counted<nbx::mrsql::I_DuckDBCursor>, public nbx::ForeignPlugin_imp {
   public:
     ~DuckDBCursor_imp() override;
 
-    uint32_t AddRef() override { return refs_.Increment(); }
     uint32_t Release() override;
     void* QueryInterface(uint32_t interface_id) override;
-    uint32_t get_RefsCount() const override { return refs_.get_Value(); }
 
     uint32_t get_ColumnCount() const override { return static_cast<uint32_t>(column_names_.size()); }
     const nbx::String& get_ColumnName(uint32_t column_index) const override;
     const nbx::String& get_ColumnTypeName(uint32_t column_index) const override;
     uint32_t get_ColumnType(uint32_t column_index) const override;
-    nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase> get_Database() override;
+    nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase> get_Database() override { return tie_.get_Database(); }
     void Close() override;
     void Detach() override NBX_NO_THREAD_SAFETY_ANALYSIS;  // the caller holds the lock, says the interface
 
   protected:
-    DuckDBCursor_imp(DuckDBDatabase& database, ResultHolder result);
+    DuckDBCursor_imp(SharedLink link, ResultHolder result);
 
-    /** The database, or null when the cursor has lost it. */
-    DuckDBDatabase* get_Attached() const noexcept {
-        return siblings_->get_IsOrphaned() ? nullptr : database_;
-    }
-    bool get_IsValid() const noexcept { return get_Attached() != nullptr && result_; }
+    bool get_IsValid() const noexcept { return tie_.get() != nullptr && result_; }
     /** Throws "DuckDBCursor is invalid" unless the cursor has its database and its result. */
     void RequireValid() const {
         if (!get_IsValid()) {
@@ -76,7 +67,7 @@ class DuckDBCursor_imp : public nbx::mrsql::I_DuckDBCursor, public nbx::ForeignP
     /** The next rows, or null at the end of the rows and after a failure, whose text is kept. */
     ChunkHolder FetchChunk(ResultHolder& result);
 
-    DuckDBDatabase* database_;
+    DatabaseTie tie_;
     ResultHolder result_;
 
   private:
@@ -92,9 +83,7 @@ class DuckDBCursor_imp : public nbx::mrsql::I_DuckDBCursor, public nbx::ForeignP
     Names column_names_;
     Names column_type_names_;
     boost::container::small_vector<uint32_t, kInlineTypes> column_types_;
-    nbx::RefCount refs_;
     FetchStatus fetch_status_;
-    std::shared_ptr<ChildLists> siblings_;
 };
 
 }  // namespace mduckdb

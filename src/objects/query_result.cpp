@@ -1,12 +1,13 @@
 #include "objects/query_result.h"
 
+#include <algorithm>
+#include <utility>
+
 #include "base/engine_lock.h"
 #include "base/errors.h"
 #include "duckdb_internals/rows_changed.h"
 #include "nbx/foreign_plugin.h"
-#include "objects/child_lists.h"
 #include "objects/cursor.h"
-#include "objects/database.h"
 
 namespace mduckdb {
 namespace {
@@ -14,17 +15,14 @@ namespace {
 /** One link of the chain of a script's outcomes; owns the results of the links that follow until they
     are asked for. Stands in the database's list from construction to destruction, also when it was
     closed in between. */
-class DuckDBQueryResult final : public nbx::mrsql::I_DuckDBQueryResult,
-                                public nbx::ForeignPlugin_imp,
-                                nbx::noncopyable {
+class DuckDBQueryResult final : public nbx::Counted<nbx::mrsql::I_DuckDBQueryResult>,
+                                public nbx::ForeignPlugin_imp {
   public:
-    DuckDBQueryResult(DuckDBDatabase& database, ResultList results, uint32_t cursor_location);
+    /** The results in reverse: the last one is this link's. */
+    DuckDBQueryResult(SharedLink link, ResultList results, uint32_t cursor_location);
     ~DuckDBQueryResult() override;
 
-    uint32_t AddRef() override { return refs_.Increment(); }
-    uint32_t Release() override;
     void* QueryInterface(uint32_t interface_id) override;
-    uint32_t get_RefsCount() const override { return refs_.get_Value(); }
 
     int64_t get_RowsChanged() const override { return rows_changed_; }
     nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor> get_Cursor() const override { return cursor_; }
@@ -36,7 +34,7 @@ class DuckDBQueryResult final : public nbx::mrsql::I_DuckDBQueryResult,
     void Close() override;
 
   private:
-    void TakeFirst(ResultList results);
+    void TakeNext(ResultList results) noexcept;
     void ReadOutcome();
     void ReleaseAll() noexcept;
 
@@ -44,38 +42,37 @@ class DuckDBQueryResult final : public nbx::mrsql::I_DuckDBQueryResult,
     const uint32_t cursor_location_;
     uint32_t flags_ = 0;
     DuckDBErrorInfo error_;
-    DuckDBDatabase* database_;
+    DatabaseTie tie_;
     nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor> cursor_;
     ResultHolder result_;
+    /** Of the links that follow, the next one last, so that handing them on moves none. */
     ResultList remaining_;
-    nbx::RefCount refs_;
-    std::shared_ptr<ChildLists> siblings_;
 };
 
-DuckDBQueryResult::DuckDBQueryResult(DuckDBDatabase& database, ResultList results, uint32_t cursor_location)
-    : cursor_location_(cursor_location), database_(&database), siblings_(database.get_Children()) {
+DuckDBQueryResult::DuckDBQueryResult(SharedLink link, ResultList results, uint32_t cursor_location)
+    : cursor_location_(cursor_location), tie_(std::move(link)) {
     const EngineLockScope lock;
-    TakeFirst(std::move(results));
+    TakeNext(std::move(results));
     ReadOutcome();
     // Last, since nothing that fails from here on leaves the object in the list.
-    siblings_->Add(this);
+    tie_.get_Siblings().Add(this);
 }
 
 DuckDBQueryResult::~DuckDBQueryResult() {
     try {
         const EngineLockScope lock;
-        siblings_->Remove(this);
+        tie_.get_Siblings().Remove(this);
         ReleaseAll();
     } catch (...) {
     }
 }
 
-void DuckDBQueryResult::TakeFirst(ResultList results) {
+void DuckDBQueryResult::TakeNext(ResultList results) noexcept {
     if (results.empty()) {
         return;
     }
-    result_ = std::move(results.front());
-    results.erase(results.begin());
+    result_ = std::move(results.back());
+    results.pop_back();
     remaining_ = std::move(results);
 }
 
@@ -93,24 +90,16 @@ void DuckDBQueryResult::ReadOutcome() {
         rows_changed_ = GetRowsChanged(result_.get());
         flags_ |= nbx::mrsql::kHasRowsChanged;
     } else if (type == DUCKDB_RESULT_TYPE_QUERY_RESULT) {
-        cursor_ = MakeCursor(*database_, result_.Detach(), cursor_location_);
+        cursor_ = MakeCursor(tie_.get_Link(), result_.Detach(), cursor_location_);
         flags_ |= nbx::mrsql::kHasCursor;
     }
 }
 
 void DuckDBQueryResult::ReleaseAll() noexcept {
-    database_ = nullptr;
+    tie_.Cut();
     cursor_.reset();
     result_.Reset();
     remaining_.clear();
-}
-
-uint32_t DuckDBQueryResult::Release() {
-    const uint32_t count = refs_.Decrement();
-    if (count == 0) {
-        delete this;
-    }
-    return count;
 }
 
 void* DuckDBQueryResult::QueryInterface(uint32_t interface_id) {
@@ -124,10 +113,11 @@ void* DuckDBQueryResult::QueryInterface(uint32_t interface_id) {
 
 nbx::smart_ptr<nbx::mrsql::I_DuckDBQueryResult> DuckDBQueryResult::NextResult() {
     const EngineLockScope lock;
-    if (remaining_.empty() || siblings_->get_IsOrphaned()) {
+    if (remaining_.empty() || tie_.get() == nullptr) {
         return nullptr;
     }
-    return MakeQueryResult(*database_, std::exchange(remaining_, {}), cursor_location_);
+    return nbx::MakeObject<DuckDBQueryResult>(tie_.get_Link(), std::exchange(remaining_, {}),
+                                              cursor_location_);
 }
 
 void DuckDBQueryResult::Close() {
@@ -137,9 +127,10 @@ void DuckDBQueryResult::Close() {
 
 }  // namespace
 
-nbx::smart_ptr<nbx::mrsql::I_DuckDBQueryResult> MakeQueryResult(DuckDBDatabase& database, ResultList results,
+nbx::smart_ptr<nbx::mrsql::I_DuckDBQueryResult> MakeQueryResult(SharedLink link, ResultList results,
                                                                 uint32_t cursor_location) {
-    return nbx::MakeObject<DuckDBQueryResult>(database, std::move(results), cursor_location);
+    std::reverse(results.begin(), results.end());
+    return nbx::MakeObject<DuckDBQueryResult>(std::move(link), std::move(results), cursor_location);
 }
 
 }  // namespace mduckdb

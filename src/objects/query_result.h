@@ -6,16 +6,15 @@
 
 #include "base/holders.h"
 #include "nbx/mrsql/duckdb_query_result.h"
+#include "objects/database_link.h"
 
 namespace mduckdb {
-
-class DuckDBDatabase;
 
 /** The results of one script, in the order of its statements; they belong to the list. */
 using ResultList = std::vector<ResultHolder>;
 
 /** Makes the head of the chain of query results over a list, which may be empty. Takes the list over. */
-nbx::smart_ptr<nbx::mrsql::I_DuckDBQueryResult> MakeQueryResult(DuckDBDatabase& database, ResultList results,
+nbx::smart_ptr<nbx::mrsql::I_DuckDBQueryResult> MakeQueryResult(SharedLink link, ResultList results,
                                                                 uint32_t cursor_location);
 
 }  // namespace mduckdb

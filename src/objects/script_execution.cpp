@@ -18,19 +18,13 @@ namespace {
 /** Is given the result of each statement when it has run. */
 using TakeResult = std::function<void(ResultHolder)>;
 
-/** An interrupt wins over the error that it caused. */
-[[noreturn]] void ThrowFailure(DuckDBDatabase& database, const std::string& message) {
-    database.ThrowIfInterrupted();
-    database.ThrowError(message);
-}
-
-ResultHolder ExecuteSingle(DuckDBDatabase& database, duckdb_connection connection, const std::string& sql,
+ResultHolder ExecuteSingle(DatabaseLink& database, duckdb_connection connection, const std::string& sql,
                            const nbx::ValueRow& parameters) {
     PreparedHolder prepared;
     if (duckdb_prepare(connection, sql.c_str(), prepared.Receive()) != DuckDBSuccess) {
         const std::string error = TextOr(duckdb_prepare_error(prepared.get()), "Failed to prepare statement");
         prepared.Reset();
-        ThrowFailure(database, error);
+        database.ThrowFailure(error);
     }
     BindValueArray(prepared.get(), &parameters, database.get_ErrorPath());
     ResultHolder result;
@@ -40,7 +34,7 @@ ResultHolder ExecuteSingle(DuckDBDatabase& database, duckdb_connection connectio
         const std::string error =
             TextOr(duckdb_result_error(result.get()), "Failed to execute prepared statement");
         result.Reset();
-        ThrowFailure(database, error);
+        database.ThrowFailure(error);
     }
     return result;
 }
@@ -51,7 +45,7 @@ void Rollback(duckdb_connection connection) {
     duckdb_query(connection, "ROLLBACK", ignored.Receive());
 }
 
-PreparedHolder PrepareOne(DuckDBDatabase& database, duckdb_connection connection, ExtractedHolder& extracted,
+PreparedHolder PrepareOne(DatabaseLink& database, duckdb_connection connection, ExtractedHolder& extracted,
                           idx_t index) {
     PreparedHolder prepared;
     if (duckdb_prepare_extracted_statement(connection, extracted.get(), index, prepared.Receive()) !=
@@ -60,12 +54,12 @@ PreparedHolder PrepareOne(DuckDBDatabase& database, duckdb_connection connection
             TextOr(duckdb_prepare_error(prepared.get()), "Failed to prepare extracted statement");
         prepared.Reset();
         extracted.Reset();
-        ThrowFailure(database, error);
+        database.ThrowFailure(error);
     }
     return prepared;
 }
 
-void ExecuteStatements(DuckDBDatabase& database, duckdb_connection connection, const std::string& sql,
+void ExecuteStatements(DatabaseLink& database, duckdb_connection connection, const std::string& sql,
                        const TakeResult& take_result) {
     ExtractedHolder extracted;
     const idx_t count = duckdb_extract_statements(connection, sql.c_str(), extracted.Receive());
@@ -73,7 +67,7 @@ void ExecuteStatements(DuckDBDatabase& database, duckdb_connection connection, c
         const std::string error =
             TextOr(duckdb_extract_statements_error(extracted.get()), "Failed to extract statements");
         extracted.Reset();
-        ThrowFailure(database, error);
+        database.ThrowFailure(error);
     }
     for (idx_t index = 0; index < count; ++index) {
         PreparedHolder prepared = PrepareOne(database, connection, extracted, index);
@@ -86,7 +80,7 @@ void ExecuteStatements(DuckDBDatabase& database, duckdb_connection connection, c
             result.Reset();
             Rollback(connection);
             extracted.Reset();
-            ThrowFailure(database, error);
+            database.ThrowFailure(error);
         }
         take_result(std::move(result));
     }
@@ -96,7 +90,7 @@ void ExecuteStatements(DuckDBDatabase& database, duckdb_connection connection, c
     statement. Throws `xDuckDBError`, or `xInterruptError` after an interrupt, and then leaves nothing of
     DuckDB's behind but what `take_result` was given; a transaction that was open when a statement of a
     script failed is rolled back. */
-void ExecuteScript(DuckDBDatabase& database, const nbx::String& sql, const nbx::ValueRow* parameters,
+void ExecuteScript(DatabaseLink& database, const nbx::String& sql, const nbx::ValueRow* parameters,
                    const TakeResult& take_result) NBX_REQUIRES(gEngineLock) {
     database.ClearInterrupted();
     const SharedConnection connection = database.RequireConnection();
@@ -109,7 +103,7 @@ void ExecuteScript(DuckDBDatabase& database, const nbx::String& sql, const nbx::
 }
 
 /** One result a statement, in their order. */
-ResultList CollectResults(DuckDBDatabase& database, const nbx::String& sql, const nbx::ValueRow* parameters)
+ResultList CollectResults(DatabaseLink& database, const nbx::String& sql, const nbx::ValueRow* parameters)
     NBX_REQUIRES(gEngineLock) {
     ResultList results;
     ExecuteScript(database, sql, parameters,
@@ -124,7 +118,7 @@ int64_t DuckDBDatabase::SqlExecute(const nbx::String& sql, nbx::smart_ptr<nbx::V
     EngineLockScope lock;
     int64_t total = 0;
     // One at a time, so that the rows of one statement are gone before the next begins.
-    ExecuteScript(*this, sql, parameters.get(),
+    ExecuteScript(*link_, sql, parameters.get(),
                   [&total](ResultHolder result) { total += GetRowsChanged(result.get()); });
     return total;
 }
@@ -133,14 +127,14 @@ nbx::smart_ptr<nbx::mrsql::I_DuckDBQueryResult> DuckDBDatabase::SqlQuery(
     const nbx::String& sql, uint32_t cursor_location, nbx::smart_ptr<nbx::ValueRow> parameters) {
     nbx::MironaInit3();
     EngineLockScope lock;
-    return MakeQueryResult(*this, CollectResults(*this, sql, parameters.get()), cursor_location);
+    return MakeQueryResult(link_, CollectResults(*link_, sql, parameters.get()), cursor_location);
 }
 
 nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor> DuckDBDatabase::SqlSelect(
     const nbx::String& sql, uint32_t cursor_location, nbx::smart_ptr<nbx::ValueRow> parameters) {
     nbx::MironaInit3();
     EngineLockScope lock;
-    ResultList results = CollectResults(*this, sql, parameters.get());
+    ResultList results = CollectResults(*link_, sql, parameters.get());
     if (results.size() != 1) {
         results.clear();
         ThrowError("Query doesn't return a single result");
@@ -149,7 +143,7 @@ nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor> DuckDBDatabase::SqlSelect(
         results.clear();
         ThrowError("Query doesn't return a result");
     }
-    return MakeCursor(*this, results.front().Detach(), cursor_location);
+    return MakeCursor(link_, results.front().Detach(), cursor_location);
 }
 
 }  // namespace mduckdb

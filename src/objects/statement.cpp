@@ -7,37 +7,22 @@
 #include "base/text.h"
 #include "duckdb_internals/plain_functions.h"
 #include "nbx/hooks.h"
-#include "objects/database.h"
-#include "objects/duckdb_statement.h"
 #include "values/host_value_binding.h"
 
 namespace mduckdb {
 
-nbx::smart_ptr<nbx::mrsql::I_DuckDBStatement> MakeStatement(DuckDBDatabase& database,
-                                                            const nbx::String& sql) {
-    return nbx::MakeObject<DuckDBStatement>(database, sql);
+nbx::smart_ptr<nbx::mrsql::I_DuckDBStatement> MakeStatement(SharedLink link, const nbx::String& sql) {
+    return nbx::MakeObject<DuckDBStatement>(std::move(link), sql);
 }
 
-DuckDBStatement::DuckDBStatement(DuckDBDatabase& database, const nbx::String& sql)
-    : database_(&database), children_(database.get_Children()), sql_text_(sql), current_sql_(sql) {}
+DuckDBStatement::DuckDBStatement(SharedLink link, const nbx::String& sql)
+    : tie_(std::move(link)), sql_text_(sql), current_sql_(sql) {}
 
 DuckDBStatement::~DuckDBStatement() {
     EngineLockScope lock;
     DestroyPrepared();
     DestroyExtracted();
-    children_->Remove(this);
-}
-
-uint32_t DuckDBStatement::AddRef() {
-    return refs_.Increment();
-}
-
-uint32_t DuckDBStatement::Release() {
-    const uint32_t count = refs_.Decrement();
-    if (count == 0) {
-        delete this;
-    }
-    return count;
+    tie_.get_Siblings().Remove(this);
 }
 
 void* DuckDBStatement::QueryInterface(uint32_t interface_id) {
@@ -49,15 +34,6 @@ void* DuckDBStatement::QueryInterface(uint32_t interface_id) {
     return nbx::InterfaceTableQueryInterface(this, kTable, interface_id);
 }
 
-uint32_t DuckDBStatement::get_RefsCount() const {
-    return refs_.get_Value();
-}
-
-nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase> DuckDBStatement::get_Database() {
-    EngineLockScope lock;
-    return nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase>(get_Attached());
-}
-
 uint64_t DuckDBStatement::get_PendingCount() {
     EngineLockScope lock;
     return extracted_count_ > next_index_ ? extracted_count_ - next_index_ : 0;
@@ -65,13 +41,13 @@ uint64_t DuckDBStatement::get_PendingCount() {
 
 void DuckDBStatement::Detach() {
     EngineLockScope lock;
-    database_ = nullptr;
+    tie_.Cut();
     DestroyPrepared();
     DestroyExtracted();
 }
 
-DuckDBDatabase& DuckDBStatement::RequireDatabase() const {
-    DuckDBDatabase* database = get_Attached();
+DatabaseLink& DuckDBStatement::RequireDatabase() const {
+    DatabaseLink* database = tie_.get();
     if (database == nullptr) {
         ThrowDetachedError("DuckDBDatabase is invalid");
     }
@@ -79,7 +55,7 @@ DuckDBDatabase& DuckDBStatement::RequireDatabase() const {
 }
 
 void DuckDBStatement::ThrowError(std::string_view message) const {
-    const DuckDBDatabase* database = get_Attached();
+    const DatabaseLink* database = tie_.get();
     if (database == nullptr) {
         ThrowDetachedError(message);
     }

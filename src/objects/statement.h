@@ -1,13 +1,144 @@
 #pragma once
 
+#include <duckdb.h>
+
+#include "base/engine_lock.h"
+#include "base/holders.h"
+#include "duckdb_internals/bindable_statement.h"
+#include "nbx/foreign_plugin.h"
 #include "nbx/mrsql/duckdb_statement.h"
-#include "nbx/string.h"
+#include "objects/database_link.h"
 
 namespace mduckdb {
 
-class DuckDBDatabase;
+/** `I_DuckDBStatement` on one database's connection.
+
+    The database is not counted: it detaches its statements before it goes. Callers are serialised by
+    the engine lock, which every operation takes but `get_SqlText`, `get_CurrentSql`, `put_Parameters`
+    and `put_ParameterRows`. */
+class DuckDBStatement final : public nbx::Counted<nbx::mrsql::I_DuckDBStatement>,
+                              public nbx::ForeignPlugin_imp {
+  public:
+    /** Numbers of the interfaces that `QueryInterface` gives. */
+    static constexpr uint32_t kStatementInterfaceId = 407;
+    static constexpr uint32_t kForeignPluginInterfaceId = 608;
+
+    DuckDBStatement(SharedLink link, const nbx::String& sql);
+    ~DuckDBStatement() override;
+
+    void* QueryInterface(uint32_t interface_id) override;
+
+    const nbx::String& get_SqlText() const override { return sql_text_; }
+    const nbx::String& get_CurrentSql() const override { return current_sql_; }
+    nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase> get_Database() override { return tie_.get_Database(); }
+    uint64_t get_PendingCount() override;
+    void Detach() override;
+
+    void PrepareNext() override;
+    bool ExecuteNext(int64_t& rows_changed) override;
+    bool ExecuteNext() override;
+    void ExecuteAll() override;
+    nbx::mrsql::DuckDBExecutionResult TryExecuteAll() override;
+    void ClearBindings() override;
+
+    void BindNull(uint32_t index) override;
+    void BindBoolean(uint32_t index, bool value) override;
+    void BindTinyInt(uint32_t index, int8_t value) override;
+    void BindUTinyInt(uint32_t index, uint8_t value) override;
+    void BindSmallInt(uint32_t index, int16_t value) override;
+    void BindUSmallInt(uint32_t index, uint16_t value) override;
+    void BindInteger(uint32_t index, int32_t value) override;
+    void BindUInteger(uint32_t index, uint32_t value) override;
+    void BindBigInt(uint32_t index, int64_t value) override;
+    void BindUBigInt(uint32_t index, uint64_t value) override;
+    void BindHugeInt(uint32_t index, uint64_t lower, int64_t upper) override;
+    void BindUHugeInt(uint32_t index, uint64_t lower, uint64_t upper) override;
+    void BindDecimal(uint32_t index, uint8_t width, uint8_t scale, uint64_t lower, int64_t upper) override;
+    void BindFloat(uint32_t index, float value) override;
+    void BindDouble(uint32_t index, double value) override;
+    void BindDate(uint32_t index, int32_t year, int8_t month, int8_t day) override;
+    void BindTime(uint32_t index, int64_t micros) override;
+    void BindTimeNs(uint32_t index, int64_t nanos) override;
+    void BindTimeTz(uint32_t index, int64_t micros, int32_t offset) override;
+    void BindTimestamp(uint32_t index, int64_t micros) override;
+    void BindTimestampTz(uint32_t index, int64_t micros) override;
+    void BindTimestampS(uint32_t index, int64_t seconds) override;
+    void BindTimestampMs(uint32_t index, int64_t millis) override;
+    void BindTimestampNs(uint32_t index, int64_t nanos) override;
+    void BindInterval(uint32_t index, int32_t months, int32_t days, int64_t micros) override;
+    void BindVarchar(uint32_t index, const nbx::String& value) override;
+    void BindBlob(uint32_t index, const void* data, uint64_t length) override;
+    void BindBit(uint32_t index, const void* data, uint64_t length) override;
+    void BindBignum(uint32_t index, const void* data, uint64_t length, uint8_t is_negative) override;
+    void BindUuid(uint32_t index, uint64_t lower, uint64_t upper) override;
+    void BindValue(uint32_t index, nbx::smart_ptr<nbx::I_Value> value) override;
+
+    void put_Parameters(nbx::smart_ptr<nbx::ValueRow> values) override;
+    void put_ParameterRows(nbx::smart_ptr<nbx::ValueRows> rows) override;
+    int64_t Execute() override;
+    nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor> OpenCursor(uint32_t cursor_location) override;
+    nbx::String ExecuteToJSON() override;
+    nbx::smart_ptr<nbx::mrsql::I_DuckDBQueryResult> ExecuteToQueryResult(uint32_t cursor_location) override;
+
+  private:
+    /** Gives the database, or throws "DuckDBDatabase is invalid". */
+    DatabaseLink& RequireDatabase() const;
+    /** Throws DuckDB's text of the failed call on the prepared statement, or else the fixed text. DuckDB
+        keeps such a text for ever: call it only right after a failure that DuckDB reported. */
+    [[noreturn]] void ThrowStatementError(const char* fixed_text) const;
+    /** Throws the text with the database's path. */
+    [[noreturn]] void ThrowError(std::string_view message) const;
+
+    // Preparing.
+    void Prepare() NBX_REQUIRES(gEngineLock);
+    /** Splits the whole text anew. An empty text leaves nothing extracted. */
+    void Extract(duckdb_connection connection) NBX_REQUIRES(gEngineLock);
+    void PrepareExtracted(duckdb_connection connection) NBX_REQUIRES(gEngineLock);
+    void DestroyPrepared() noexcept;
+    void DestroyExtracted() noexcept;
+    /** Back to the state before the first preparation; what is prepared stays. */
+    void EndRun() NBX_REQUIRES(gEngineLock);
+    /** One pass of `TryExecuteAll`; tells whether statements remain. */
+    bool RunOne();
+
+    // Binding.
+    /** The bindings of the prepared statement, if there is one, are gone afterwards. */
+    void ClearPreparedBindings();
+    /** Drops stored values and what they bound; tells whether a statement is prepared. */
+    bool BeginTypedBind();
+    /** Makes the row the stored parameter set and binds it to what is prepared. */
+    void ApplyParameters(nbx::smart_ptr<nbx::ValueRow> values);
+    /** Binds the stored parameter set, if any, in the place of all bindings. */
+    void BindStoredParameters();
+    template <class Bind>
+    void BindTyped(const char* type_word, Bind&& bind);
+    template <auto kBind, class... Arguments>
+    void BindDirect(const char* type_word, uint32_t index, Arguments... arguments);
+    template <class MakeValue>
+    void BindMadeValue(const char* type_word, uint32_t index, MakeValue&& make_value);
+
+    // Executing.
+    /** The one way to execute. Gives the changed rows of the last pass that reports any, or 0. */
+    int64_t RunPrepared() NBX_REQUIRES(gEngineLock);
+    int64_t RunRows() NBX_REQUIRES(gEngineLock);
+    void RunOnce();
+
+    DatabaseTie tie_;
+    const nbx::String sql_text_;
+    nbx::String current_sql_;
+    nbx::smart_ptr<nbx::ValueRows> parameter_rows_;
+    nbx::smart_ptr<nbx::ValueRow> parameters_;
+    ExtractedHolder extracted_;
+    uint64_t extracted_count_ = 0;
+    /** 0-based, of the statement to prepare next. */
+    uint64_t next_index_ = 0;
+    /** The statement at `next_index_` was taken out of the extracted list by a preparation that failed. */
+    bool is_next_consumed_ = false;
+    BindableStatement prepared_;
+    ResultHolder result_;
+};
 
 /** Makes a statement on a database; the caller enters it into the database's list. */
-nbx::smart_ptr<nbx::mrsql::I_DuckDBStatement> MakeStatement(DuckDBDatabase& database, const nbx::String& sql);
+nbx::smart_ptr<nbx::mrsql::I_DuckDBStatement> MakeStatement(SharedLink link, const nbx::String& sql);
 
 }  // namespace mduckdb

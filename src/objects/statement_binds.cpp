@@ -4,8 +4,7 @@
 
 #include "base/text.h"
 #include "duckdb_internals/value_guard.h"
-#include "objects/database.h"
-#include "objects/duckdb_statement.h"
+#include "objects/statement.h"
 #include "values/host_value_binding.h"
 
 namespace mduckdb {
@@ -83,7 +82,7 @@ void DuckDBStatement::ApplyParameters(nbx::smart_ptr<nbx::ValueRow> values) {
 
 void DuckDBStatement::BindStoredParameters() {
     ClearPreparedBindings();
-    BindValueArray(prepared_.get(), parameters_.get(), database_->get_ErrorPath());
+    BindValueArray(prepared_.get(), parameters_.get(), tie_.get_Link()->get_ErrorPath());
 }
 
 /** One typed bind: `bind` calls DuckDB for the prepared statement. What DuckDB refuses by

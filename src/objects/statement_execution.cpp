@@ -6,9 +6,8 @@
 #include "nbx/hooks.h"
 #include "nbx/mrsql/registry.h"
 #include "objects/cursor.h"
-#include "objects/database.h"
-#include "objects/duckdb_statement.h"
 #include "objects/query_result.h"
+#include "objects/statement.h"
 
 namespace mduckdb {
 
@@ -53,7 +52,7 @@ nbx::mrsql::DuckDBExecutionResult DuckDBStatement::TryExecuteAll() {
     nbx::mrsql::DuckDBExecutionResult outcome;
     {
         EngineLockScope lock;
-        if (get_Attached() == nullptr) {
+        if (tie_.get() == nullptr) {
             return outcome;
         }
     }
@@ -103,7 +102,7 @@ int64_t DuckDBStatement::RunRows() {
     bool has_run = false;
     for (std::size_t i = 0; i < rows->get_Count(); ++i) {
         if (i > 0) {
-            database_->ThrowIfInterrupted();
+            tie_.get_Link()->ThrowIfInterrupted();
         }
         ApplyParameters(rows->get_Item(i));
         if (prepared_) {
@@ -116,17 +115,16 @@ int64_t DuckDBStatement::RunRows() {
 }
 
 void DuckDBStatement::RunOnce() {
-    if (database_->ExecutePrepared(prepared_.get(), result_.Receive()) != DuckDBSuccess) {
-        const std::string error = TextOr(duckdb_result_error(result_.get()), "Unknown execute error");
-        database_->ThrowIfInterrupted();
-        database_->ThrowError(error);
+    DatabaseLink& database = *tie_.get_Link();
+    if (database.ExecutePrepared(prepared_.get(), result_.Receive()) != DuckDBSuccess) {
+        database.ThrowFailure(TextOr(duckdb_result_error(result_.get()), "Unknown execute error"));
     }
 }
 
 nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor> DuckDBStatement::OpenCursor(uint32_t cursor_location) {
     EngineLockScope lock;
     nbx::MironaInit3();
-    DuckDBDatabase& database = RequireDatabase();
+    RequireDatabase();
     if (parameter_rows_) {
         // The host counts rows in 32 bits.
         const auto row_count = static_cast<uint32_t>(parameter_rows_->get_Count());
@@ -141,7 +139,7 @@ nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor> DuckDBStatement::OpenCursor(uint32_t 
     if (!prepared_ || !result_) {
         return {};
     }
-    return MakeCursor(database, result_.Detach(), cursor_location);
+    return MakeCursor(tie_.get_Link(), result_.Detach(), cursor_location);
 }
 
 nbx::String DuckDBStatement::ExecuteToJSON() {
@@ -157,7 +155,7 @@ nbx::smart_ptr<nbx::mrsql::I_DuckDBQueryResult> DuckDBStatement::ExecuteToQueryR
     if (result_) {
         results.push_back(std::move(result_));
     }
-    return MakeQueryResult(*database_, std::move(results), cursor_location);
+    return MakeQueryResult(tie_.get_Link(), std::move(results), cursor_location);
 }
 
 }  // namespace mduckdb

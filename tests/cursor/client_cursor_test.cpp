@@ -117,7 +117,7 @@ TEST_F(ClientCursor, an_interrupt_from_another_thread_cuts_a_long_read) {
     is_over = true;
     other.join();
     EXPECT_EQ(error, "57501||");
-    database_->ClearInterrupted();
+    database_->get_Link()->ClearInterrupted();
 }
 
 TEST_F(ClientCursor, is_invalid_at_once_when_its_database_closes_while_it_reads) {

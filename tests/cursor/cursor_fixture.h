@@ -40,7 +40,7 @@ class OpenedDatabase {
 
     duckdb_connection get_Connection() const {
         const EngineLockScope lock;
-        return *database_->get_Connection();
+        return *database_->get_Link()->get_Connection();
     }
 
     ResultHolder Query(const std::string& sql) const {
@@ -63,7 +63,7 @@ class OpenedDatabase {
     }
 
     Cursor Open(ResultHolder result, uint32_t location) const {
-        return MakeCursor(*database_, result.Detach(), location);
+        return MakeCursor(database_->get_Link(), result.Detach(), location);
     }
     Cursor Select(const std::string& sql, uint32_t location) const { return Open(Query(sql), location); }
 

@@ -15,14 +15,14 @@ class QueryResultTest : public testing::Test {
     QueryResult Run(uint32_t location, Sql... sql) {
         ResultList results;
         (results.push_back(database_.Query(sql)), ...);
-        return MakeQueryResult(*database_, std::move(results), location);
+        return MakeQueryResult(database_->get_Link(), std::move(results), location);
     }
 
     /** The result of a statement that fails with the text that the connection gives. */
     QueryResult RunFailing(const std::string& sql) {
         ResultList results(1);
         EXPECT_EQ(duckdb_query(database_.get_Connection(), sql.c_str(), results[0].Receive()), DuckDBError);
-        return MakeQueryResult(*database_, std::move(results), kServerCursor);
+        return MakeQueryResult(database_->get_Link(), std::move(results), kServerCursor);
     }
 
     OpenedDatabase database_;
@@ -73,7 +73,7 @@ TEST_F(QueryResultTest, has_no_flags_for_a_statement_with_neither_rows_nor_chang
 }
 
 TEST_F(QueryResultTest, over_no_results_is_empty) {
-    const QueryResult result = MakeQueryResult(*database_, {}, kServerCursor);
+    const QueryResult result = MakeQueryResult(database_->get_Link(), {}, kServerCursor);
     EXPECT_EQ(result->get_Flags(), 0U);
     EXPECT_FALSE(result->NextResult());
     result->Close();
@@ -139,8 +139,8 @@ TEST_F(QueryResultTest, ends_in_every_order_with_its_cursor_and_its_database) {
         ResultList results;
         results.push_back(database.Query("SELECT i FROM range(3000) t(i)"));
         results.push_back(database.Query("SELECT 2"));
-        QueryResult result =
-            MakeQueryResult(*database, std::move(results), order % 2 == 0 ? kClientCursor : kServerCursor);
+        QueryResult result = MakeQueryResult(database->get_Link(), std::move(results),
+                                             order % 2 == 0 ? kClientCursor : kServerCursor);
         Cursor cursor = result->get_Cursor();
         const auto release = [&](int what) {
             what == 0 ? result.reset() : what == 1 ? cursor.reset() : database.Forget();

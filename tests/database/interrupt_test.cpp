@@ -82,12 +82,13 @@ TEST_F(DatabaseInterrupt, OfAClosedDatabaseDoesNothingAndIsNotRemembered) {
     database->Interrupt();
     database->Open();
     EXPECT_EQ(duckdb_faults::CountCalls("duckdb_interrupt"), 0u);
-    EXPECT_EQ(Thrown([&] { dynamic_cast<mduckdb::DuckDBDatabase&>(*database).ThrowIfInterrupted(); }),
-              "none");
+    EXPECT_EQ(
+        Thrown([&] { dynamic_cast<mduckdb::DuckDBDatabase&>(*database).get_Link()->ThrowIfInterrupted(); }),
+        "none");
 }
 
 TEST_F(DatabaseInterrupt, BeforeDuckDBBeginsIsNotLost) {
-    auto& own = dynamic_cast<mduckdb::DuckDBDatabase&>(*database);
+    auto& own = *dynamic_cast<mduckdb::DuckDBDatabase&>(*database).get_Link();
     const auto connection = own.get_Connection();
     mduckdb::PreparedHolder prepared;
     ASSERT_EQ(duckdb_prepare(*connection, kLongQuery, prepared.Receive()), DuckDBSuccess);
@@ -103,7 +104,7 @@ TEST_F(DatabaseInterrupt, BeforeDuckDBBeginsIsNotLost) {
 }
 
 TEST_F(DatabaseInterrupt, ExecutionGivesTheSameErrorTextsAsDuckDBs) {
-    auto& own = dynamic_cast<mduckdb::DuckDBDatabase&>(*database);
+    auto& own = *dynamic_cast<mduckdb::DuckDBDatabase&>(*database).get_Link();
     const auto connection = own.get_Connection();
     for (const char* sql : {"SELECT ?", "SELECT CAST('x' AS INTEGER)", "SELECT error('boom')",
                             "INSERT INTO (SELECT 1) VALUES (1)"}) {

@@ -404,7 +404,7 @@ TEST_F(DatabaseLifecycle, ChildrenThatDieAfterTheirOwnClosingLeaveTheLists) {
 
 /** Ends the engine with an internal error: a TIME outside of a day cannot be made into text. */
 void EndEngine(nbx::mrsql::I_DuckDBDatabase& database) {
-    const auto connection = dynamic_cast<mduckdb::DuckDBDatabase&>(database).get_Connection();
+    const auto connection = dynamic_cast<mduckdb::DuckDBDatabase&>(database).get_Link()->get_Connection();
     mduckdb::PreparedHolder prepared;
     duckdb_query(*connection, "CREATE TEMP TABLE bad(t TIME)", nullptr);
     ASSERT_EQ(duckdb_prepare(*connection, "INSERT INTO bad VALUES (?)", prepared.Receive()), DuckDBSuccess);

@@ -175,7 +175,7 @@ smart_ptr<I_DuckDBStatement> StatementTest::Prepared(std::string_view sql) {
 
 duckdb_connection StatementTest::Connection() {
     EngineLockScope lock;
-    return *database_->get_Connection();
+    return *database_->get_Link()->get_Connection();
 }
 
 Table StatementTest::Direct(const std::string& sql) {

@@ -1,4 +1,4 @@
-#include "objects/duckdb_statement.h"
+#include "objects/statement.h"
 #include "statement_fixture.h"
 
 namespace mduckdb::test {

@@ -13,6 +13,9 @@
 
 namespace nbx::mrsql {
 
+/** Number of `I_DuckDBDatabase` for `QueryInterface`. */
+constexpr uint32_t kDuckDBDatabaseInterfaceId = 7240;
+
 /** How a database is opened. A number of 0 and an empty text leave DuckDB's default in force. */
 struct DuckDBDatabaseOptions {
     /** False opens the file for reading only. */

@@ -10,6 +10,9 @@
 
 namespace nbx::mrsql {
 
+/** Number of `I_DuckDBExtension` for `QueryInterface`. */
+constexpr uint32_t kDuckDBExtensionInterfaceId = 7230;
+
 /** The module's root object. */
 class NBX_API I_DuckDBExtension : public I_Unknown {
   public:

@@ -1,0 +1,121 @@
+#pragma once
+
+#include <duckdb.h>
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "base/engine_lock.h"
+#include "engines/session.h"
+#include "nbx/location.h"
+#include "nbx/mrsql/duckdb_database.h"
+#include "objects/child_lists.h"
+
+namespace mduckdb {
+
+/** What a database and its children (statements, cursors, query results) share: the connection, the interrupt
+    flag, the lists of children, and the way back to the database object.
+
+    Shared by all of them and destroyed with the last, so that a child can use it for its whole life, also
+   while the database is being destroyed or is gone. Threads: the engine lock guards the lists, the connection
+   mutex the connection, which is taken last; everything else may be called from any thread. */
+class DatabaseLink : nbx::noncopyable {
+  public:
+    /** `owner` counts its references here. */
+    DatabaseLink(nbx::mrsql::I_DuckDBDatabase& owner, nbx::smart_ptr<nbx::I_Location> location)
+        : owner_(owner), location_(std::move(location)) {}
+
+    // The database's reference count. It is here, where it outlives the database, so that a child finds out
+    // that the last reference is gone; and it really falls to 0, before the destruction begins.
+
+    uint32_t AddReference() noexcept { return references_.fetch_add(1, std::memory_order_relaxed) + 1; }
+    /** The caller destroys the database at 0. */
+    uint32_t ReleaseReference() noexcept { return references_.fetch_sub(1, std::memory_order_acq_rel) - 1; }
+    uint32_t get_ReferenceCount() const noexcept { return references_.load(std::memory_order_acquire); }
+    /** The database, or null once its last reference is gone. From any thread, with or without the engine
+        lock. */
+    nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase> get_Database() noexcept;
+    /** The database is being destroyed. A child that was taken out of the lists and lives on must not reach
+        it. */
+    void Orphan() noexcept { is_orphaned_.store(true); }
+    bool get_IsOrphaned() const noexcept { return is_orphaned_.load(); }
+
+    const nbx::smart_ptr<nbx::I_Location>& get_Location() const noexcept { return location_; }
+    ChildLists& get_Children() noexcept { return children_; }
+
+    /** The connection, or null when the database is closed. */
+    SharedConnection get_Connection() const;
+    /** Throws "DuckDBDatabase is not open" unless there is a connection. */
+    SharedConnection RequireConnection() const;
+    void ReplaceConnection(SharedConnection connection);
+    /** Ends the connection, if there is one. */
+    void Disconnect() noexcept;
+
+    /** Interrupts the query that runs on the connection; nothing when there is no connection. */
+    void Interrupt();
+    /** Forgets an interrupt that came before; at the start of every run. */
+    void ClearInterrupted() noexcept { is_interrupted_.store(false); }
+    /** Whether `Interrupt` was called since; each interrupt is reported once. */
+    bool TakeInterrupted() noexcept { return is_interrupted_.exchange(false); }
+    /** Throws `xInterruptError` when `TakeInterrupted`. */
+    void ThrowIfInterrupted();
+    /** Executes like `duckdb_execute_prepared`, but an `Interrupt` that came before DuckDB's own start
+        of the query, at which it clears its own flag, cuts it too. The caller destroys `*out_result`,
+        also on failure. */
+    duckdb_state ExecutePrepared(duckdb_prepared_statement prepared, duckdb_result* out_result);
+
+    /** The path that errors name. */
+    nbx::String get_ErrorPath() const { return location_->get_Text(); }
+    /** Throws `xDuckDBError` with the database's path and a UTF-8 message. */
+    [[noreturn]] void ThrowError(std::string_view message) const;
+    /** The same, but an interrupt wins over the error that it caused. */
+    [[noreturn]] void ThrowFailure(std::string_view message);
+    /** SQL text as UTF-8. Throws for a text with a NUL character: DuckDB would run what stands before it. */
+    std::string ToSql(const nbx::String& sql) const;
+
+  private:
+    /** Cuts the query that DuckDB has begun, when an interrupt came before it began. */
+    void RepeatInterrupt();
+
+    nbx::mrsql::I_DuckDBDatabase& owner_;
+    const nbx::smart_ptr<nbx::I_Location> location_;
+    std::atomic<uint32_t> references_{0};
+    std::atomic<bool> is_orphaned_{false};
+    std::atomic<bool> is_interrupted_{false};
+
+    mutable nbx::Mutex connection_mutex_;
+    SharedConnection connection_ NBX_GUARDED_BY(connection_mutex_);
+
+    ChildLists children_;
+};
+
+using SharedLink = std::shared_ptr<DatabaseLink>;
+
+/** A child's tie to its database. The link is kept for the child's whole life, also when the child has given
+   the database up, since it must leave the database's list at the end. From any thread. */
+class DatabaseTie : nbx::noncopyable {
+  public:
+    explicit DatabaseTie(SharedLink link) : link_(std::move(link)) {}
+
+    /** The child gives its database up. */
+    void Cut() noexcept { is_cut_.store(true); }
+    /** The link, or null when the child has lost its database. */
+    DatabaseLink* get() const noexcept {
+        return is_cut_.load() || link_->get_IsOrphaned() ? nullptr : link_.get();
+    }
+    /** The database, or null when the child has lost it. */
+    nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase> get_Database() const noexcept {
+        return is_cut_.load() ? nullptr : link_->get_Database();
+    }
+    const SharedLink& get_Link() const noexcept { return link_; }
+    ChildLists& get_Siblings() const noexcept { return link_->get_Children(); }
+
+  private:
+    const SharedLink link_;
+    std::atomic<bool> is_cut_{false};
+};
+
+}  // namespace mduckdb
