@@ -18,13 +18,13 @@ namespace mduckdb_host {
 namespace {
 
 constexpr const char* kFooter =
-    "Exit status: 0 it worked, 1 a procedure or a statement failed, 2 wrong usage.\n"
-    "mduckdb-host COMMAND --help tells more about a command, with an example.\n";
+    "Exit status: 0 success, 1 a procedure or a statement failed, 2 wrong usage.\n"
+    "mduckdb-host COMMAND --help describes a command and shows an example.\n";
 
 void AddCommonOptions(CLI::App& app, Program& program) {
     program.module_name = "mduckdb_casts";
     app.add_option("--module", program.module_name,
-                   "Module to load: a file, or a name to look for beside this program")
+                   "Module to load: a file, or the name of an installed module")
         ->type_name("FILE")
         ->capture_default_str();
     app.add_option_function<std::string>(
@@ -32,16 +32,15 @@ void AddCommonOptions(CLI::App& app, Program& program) {
            [&program](const std::string& name) {
                const std::optional<Format> format = FindFormat(name);
                if (!format) {
-                   throw CLI::ValidationError("--format",
-                                              "'" + name + "' is none of table, csv, json, jsonl, markdown");
+                   throw CLI::ValidationError("--format", DescribeUnknownFormat(name));
                }
                program.print.format = *format;
            },
-           "How rows are printed: table, csv, json, jsonl or markdown (default: table)")
+           "Output format: table, csv, json, jsonl or markdown (default: table)")
         ->type_name("NAME");
     app.add_flag_callback(
         "--all", [&program] { program.print.is_cut_to_screen = false; },
-        "Print all of a table that is larger than the screen");
+        "Print all rows and columns, even if the table is larger than the screen");
 }
 
 void AddCommands(CLI::App& app, Program& program) {
@@ -66,7 +65,7 @@ int RunCommand(Program& program) {
         PrintError(error.what());
         return kWrongUsage;
     } catch (const std::exception& error) {
-        // What was printed before the error stands before it on a terminal, too.
+        // The output before the error must also appear before it.
         try {
             program.out.Flush();
         } catch (const std::exception&) {
@@ -78,14 +77,14 @@ int RunCommand(Program& program) {
 }
 
 int Main(int argc, char** argv) {
-    // A write to a pipe that nobody reads fails instead, and everything is closed in order.
+    // A write to a closed pipe then fails with EPIPE, so that databases are still closed properly.
     std::signal(SIGPIPE, SIG_IGN);
     InitDisplayWidth();
     Program program(STDOUT_FILENO);
-    CLI::App app("Try and drive the mduckdb extension module from a terminal.", "mduckdb-host");
+    CLI::App app("Use the mduckdb extension module from a terminal.", "mduckdb-host");
     app.footer(kFooter);
     app.require_subcommand(1);
-    app.fallthrough();  // common options may stand behind the command, too
+    app.fallthrough();  // common options may also follow the command
     AddCommonOptions(app, program);
     AddCommands(app, program);
     try {
@@ -96,7 +95,7 @@ int Main(int argc, char** argv) {
         return app.exit(error) == 0 ? kWorked : kWrongUsage;
     }
     const int status = RunCommand(program);
-    // The module's object goes while everything it may need is still there.
+    // Release the module's object while everything that it may need still exists.
     nbx::mrsql::SetDuckDBExtension(nullptr);
     return status;
 }

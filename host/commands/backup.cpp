@@ -16,15 +16,15 @@ namespace mduckdb_host {
 namespace {
 
 constexpr const char* kBackupHelp =
-    "Exports every table as Parquet files into a new folder inside FOLDER, and prints that folder, its\n"
-    "size, and the number of rows in the file of each table. Without FOLDER the backup goes into\n"
-    "\"Backup\" beside the database.\n\n"
+    "Exports every table as a Parquet file into a new folder inside FOLDER, and prints that folder,\n"
+    "its size, and the number of rows of each table. Without FOLDER the new folder is created in\n"
+    "\"Backup\" next to the database.\n\n"
     "Example:\n"
     "  mduckdb-host backup sales.db /var/backups\n";
 constexpr const char* kRestoreHelp =
-    "Makes the database anew: a file that is there already is deleted first. FOLDER is the folder that\n"
-    "backup printed. Prints the rows of each table in the backup and in the database, and says which\n"
-    "differ; the exit status is 1 when one does.\n\n"
+    "Recreates the database; an existing file is deleted first. FOLDER is the folder that backup\n"
+    "printed. Prints how many rows each table has in the backup and in the database. The exit status\n"
+    "is 1 if a table differs.\n\n"
     "Example:\n"
     "  mduckdb-host restore sales-again.db /var/backups/2024-03-15T12-34-56Z\n";
 
@@ -34,7 +34,7 @@ BackupReport MakeReport(Program& program, Printer& printer) {
     return {program.out, printer, is_for_people};
 }
 
-/** Runs the work and reports the host's exceptions like everyone's. */
+/** Runs the work and reports the exceptions of the host interfaces. */
 template <class Work>
 int RunReported(Work work) {
     try {
@@ -66,7 +66,7 @@ int RunRestore(Program& program, const std::string& path, const std::string& fol
             return kWorked;
         }
         program.out.Flush();
-        PrintError("The database is not what was backed up: see the tables that differ.");
+        PrintError("The database differs from the backup. See the tables marked DIFFERS.");
         return kFailed;
     });
 }
@@ -74,23 +74,23 @@ int RunRestore(Program& program, const std::string& path, const std::string& fol
 }  // namespace
 
 void AddBackupCommand(CLI::App& app, Program& program) {
-    CLI::App* const command = app.add_subcommand("backup", "Back a database up into a folder");
+    CLI::App* const command = app.add_subcommand("backup", "Back up a database into a folder");
     command->footer(kBackupHelp);
     auto path = std::make_shared<std::string>();
     auto folder = std::make_shared<std::string>();
     command->add_option("DATABASE", *path, "Database file")->required();
-    command->add_option("FOLDER", *folder, "Folder for the backup's folder; it must be there");
+    command->add_option("FOLDER", *folder, "Existing folder in which the backup's folder is created");
     command->callback([&program, path, folder] {
         program.command = [&program, path, folder] { return RunBackup(program, *path, *folder); };
     });
 }
 
 void AddRestoreCommand(CLI::App& app, Program& program) {
-    CLI::App* const command = app.add_subcommand("restore", "Make a database anew from a backup");
+    CLI::App* const command = app.add_subcommand("restore", "Recreate a database from a backup");
     command->footer(kRestoreHelp);
     auto path = std::make_shared<std::string>();
     auto folder = std::make_shared<std::string>();
-    command->add_option("DATABASE", *path, "Database file to make")->required();
+    command->add_option("DATABASE", *path, "Database file to create")->required();
     command->add_option("FOLDER", *folder, "Folder of the backup")->required();
     command->callback([&program, path, folder] {
         program.command = [&program, path, folder] { return RunRestore(program, *path, *folder); };

@@ -14,8 +14,8 @@ namespace {
 constexpr const char* kHelp =
     "Procedures: fetch_parquet(uri [, columns [, where [, limit]]]), parquet_schema(uri),\n"
     "parquet_metadata(uri), parquet_count(uri [, where]), fetch_duckdb(uri, table_or_view [, limit]).\n"
-    "An argument that reads as the JSON of null, a number, a quoted text or an array is that value,\n"
-    "everything else is text as it stands. What follows -- is an argument even with a dash before it.\n\n"
+    "An argument that is the JSON of null, a number, a string or an array is passed as that value, any\n"
+    "other argument as text. All words after -- are arguments, even if they begin with a dash.\n\n"
     "Example:\n"
     "  mduckdb-host call fetch_parquet sales.parquet '[\"id\", \"price\"]' 'price > 10' 20\n";
 

@@ -19,17 +19,18 @@ namespace mduckdb_host {
 namespace {
 
 constexpr const char* kVersionHelp =
-    "Each part tells its own version; a module that tells none has a NULL.\n\n"
+    "Each part reports its own version; NULL means that the module reports none.\n\n"
     "Example:\n  mduckdb-host version --format json\n";
 constexpr const char* kProbeHelp =
-    "An empty file counts as a database, since one can be made of it. The exit status is 1 when a file\n"
-    "is none or cannot be read.\n\n"
+    "An empty file counts as a database, since DuckDB can open it as one. The exit status is 1 if a\n"
+    "file is not a database or cannot be read.\n\n"
     "Example:\n  mduckdb-host probe *.db\n";
 constexpr const char* kCreateHelp =
-    "A file that is there already is deleted first.\n\n"
+    "An existing file is deleted first.\n\n"
     "Example:\n  mduckdb-host create new.db --storage-version v1.2.0 --block-size 16384\n";
 
-/** Each version comes from what is running: the module's from its file, the others from their functions. */
+/** Each version is that of the running code: the module's comes from its file, the others from their
+    functions. */
 int RunVersion(Program& program) {
     const std::optional<std::string> module_version = ReadModuleVersion(program.Load());
     const auto extension = nbx::mrsql::GetDuckDBExtension();
@@ -81,16 +82,16 @@ void AddVersionCommand(CLI::App& app, Program& program) {
 }
 
 void AddProbeCommand(CLI::App& app, Program& program) {
-    CLI::App* const command = app.add_subcommand("probe", "Tell which files are DuckDB databases");
+    CLI::App* const command = app.add_subcommand("probe", "Check which files are DuckDB databases");
     command->footer(kProbeHelp);
     auto files = std::make_shared<std::vector<std::string>>();
-    command->add_option("FILE", *files, "Files to look at")->required();
+    command->add_option("FILE", *files, "Files to check")->required();
     command->callback(
         [&program, files] { program.command = [&program, files] { return RunProbe(program, *files); }; });
 }
 
 void AddCreateCommand(CLI::App& app, Program& program) {
-    CLI::App* const command = app.add_subcommand("create", "Make a new database file");
+    CLI::App* const command = app.add_subcommand("create", "Create a new database file");
     command->footer(kCreateHelp);
     struct Arguments {
         std::string path;
@@ -98,12 +99,12 @@ void AddCreateCommand(CLI::App& app, Program& program) {
         std::string storage_version;
     };
     auto arguments = std::make_shared<Arguments>();
-    command->add_option("DATABASE", arguments->path, "File to make")->required();
-    command->add_option("--block-size", arguments->block_size, "Bytes in a block, as 16384 or 262144")
+    command->add_option("DATABASE", arguments->path, "File to create")->required();
+    command->add_option("--block-size", arguments->block_size, "Block size in bytes: 16384 or 262144")
         ->type_name("N");
     command
         ->add_option("--storage-version", arguments->storage_version,
-                     "Oldest DuckDB that has to read it, as v1.2.0")
+                     "Oldest DuckDB that must be able to read it, e.g. v1.2.0")
         ->type_name("V");
     command->callback([&program, arguments] {
         program.command = [&program, arguments] {

@@ -16,7 +16,7 @@ namespace mduckdb_host {
 namespace {
 
 constexpr char kGuard = '\x02';
-/** What a shell reports for a program that Ctrl-C ended. */
+/** The status that shells report for a program that Ctrl-C terminated. */
 constexpr int kInterruptedStatus = 130;
 
 }  // namespace
@@ -52,7 +52,7 @@ DatabasePtr OpenForCommand(const std::string& path, bool is_read_only) {
     try {
         DatabasePtr database = OpenDatabase(path, IfMissing::kFail, is_read_only);
         if (database->get_IsReadOnly() && !is_read_only) {
-            PrintError(fmt::format("{} is open for reading only: it may not be written or is in use.", path));
+            PrintError(fmt::format("{} is open read-only: it is write-protected or in use.", path));
         }
         return database;
     } catch (const nbx::xException& error) {

@@ -22,26 +22,26 @@ constexpr int kWorked = 0;
 constexpr int kFailed = 1;
 constexpr int kWrongUsage = 2;
 
-/** What all commands share. */
+/** The state that all commands share. */
 struct Program {
     explicit Program(int output_descriptor) : out(output_descriptor) {}
 
     Output out;
     PrintOptions print;
     std::string module_name;
-    /** What stands behind a `--` on the command line of `call`. */
+    /** The words after a `--` on the command line of `call`. */
     std::vector<std::string> words_after_dashes;
     /** Empty until `Load`. */
     ProcedureRegistry registry;
-    /** The command that the command line names; gives the exit status. */
+    /** The command that the user chose; returns the exit status. */
     std::function<int()> command;
 
-    /** Loads the module; gives an address inside it. Throws `std::runtime_error`. */
+    /** Loads the module and returns an address inside it. Throws `std::runtime_error`. */
     const void* Load();
     std::unique_ptr<Printer> MakePrinter() { return mduckdb_host::MakePrinter(out, print); }
 };
 
-/** Each adds one command with its options and its help. The program must outlive the application. */
+/** Each function adds one command with its options and help. The program must outlive the application. */
 void AddCallCommand(CLI::App& app, Program& program);
 void AddVersionCommand(CLI::App& app, Program& program);
 void AddProbeCommand(CLI::App& app, Program& program);
@@ -51,16 +51,16 @@ void AddBackupCommand(CLI::App& app, Program& program);
 void AddRestoreCommand(CLI::App& app, Program& program);
 void AddShellCommand(CLI::App& app, Program& program);
 
-/** The command line as the parser takes it, without the program's name. The parser takes a word such as
-    `[1, 2]` apart, and a `--` inside a command means something else to it: for the arguments of `call`,
-    such words are guarded, and what stands behind the `--` goes to the program. */
+/** The command line for the parser, without the program's name. The parser would split a word such as `[1,
+    2]`, and interprets a `--` inside a command differently. For the arguments of `call`, such words are
+    therefore guarded, and the words after `--` are stored in the program. */
 std::vector<std::string> ReadCommandLine(int argc, const char* const* argv, Program& program);
-/** A word of the parser's as it stood on the command line. */
+/** The original word for one that the parser returns. */
 std::string UnguardWord(const std::string& word);
 
-/** Opens a database that a command line names: it must exist, and a Ctrl-C ends the program meanwhile.
-    Says on stderr when the file could be opened for reading only. Throws `std::runtime_error` with a text
-    for people. */
+/** Opens the database that the command line names. It must exist; a Ctrl-C meanwhile terminates the program.
+    Reports on stderr when the file is only open for reading. Throws `std::runtime_error` with a text for
+    people. */
 DatabasePtr OpenForCommand(const std::string& path, bool is_read_only);
 
 }  // namespace mduckdb_host

@@ -20,10 +20,10 @@ namespace mduckdb_host {
 namespace {
 
 constexpr const char* kHelp =
-    "Without DATABASE the shell starts with an empty database in memory; a file that is not there is made.\n"
-    "Statements end with a semicolon; .help lists the commands that begin with a dot. From a pipe the\n"
-    "shell reads without prompt, goes on after an error, and ends with status 1 when there was one.\n"
-    "The history is kept in ${XDG_STATE_HOME:-~/.local/state}/mduckdb/history.\n\n"
+    "Without DATABASE the shell opens an empty database in memory; a missing file is created.\n"
+    "Statements end with a semicolon; .help lists the commands that begin with a dot. When the input\n"
+    "is a pipe, the shell shows no prompt, continues after an error, and exits with status 1 if there\n"
+    "was one. The history is kept in ${XDG_STATE_HOME:-~/.local/state}/mduckdb/history.\n\n"
     "Example:\n"
     "  mduckdb-host shell sales.db\n";
 
@@ -39,9 +39,8 @@ int RunShell(Program& program, const std::string& path) {
     }
     std::unique_ptr<LineReader> reader;
     if (is_interactive) {
-        program.out.Write(
-            fmt::format("DuckDB {} through the module {}. .help tells what there is, .quit leaves.\n",
-                        GetExtension()->get_LibraryVersion(), program.module_name));
+        program.out.Write(fmt::format("DuckDB {}, module {}. Enter .help for help, .quit to leave.\n",
+                                      GetExtension()->get_LibraryVersion(), program.module_name));
         reader = MakeTerminalReader(PrepareHistoryFile(),
                                     [&session](const std::string& line, const std::string& word) {
                                         return Complete(session, line, word);
@@ -56,7 +55,7 @@ int RunShell(Program& program, const std::string& path) {
 }  // namespace
 
 void AddShellCommand(CLI::App& app, Program& program) {
-    CLI::App* const command = app.add_subcommand("shell", "Enter SQL and look at the results");
+    CLI::App* const command = app.add_subcommand("shell", "Run SQL interactively");
     command->footer(kHelp);
     auto path = std::make_shared<std::string>();
     command->add_option("DATABASE", *path, "Database file");

@@ -23,12 +23,12 @@ namespace mduckdb_host {
 namespace {
 
 constexpr const char* kHelp =
-    "SQL may be several statements; - reads them from the standard input. Every result is printed, changed\n"
-    "rows included. Parameters stand as $1, $2 or ? and belong to a single statement. A parameter is a JSON\n"
-    "value; an object such as {\"duckdb_value\":true,\"value_type\":\"DATE\",\"value\":\"2024-01-31\"} "
-    "states the\n"
-    "DuckDB type. --params-file names a file with one JSON array of parameters a line (- is the standard\n"
-    "input), and the statement runs once for each line.\n\n"
+    "SQL may contain several statements; - reads them from the standard input. The result of every\n"
+    "statement is printed, including the number of changed rows. Parameters are written as $1, $2 or ?\n"
+    "and require that SQL is a single statement. A parameter is a JSON value; an object such as\n"
+    "{\"duckdb_value\":true,\"value_type\":\"DATE\",\"value\":\"2024-01-31\"} names the DuckDB type.\n"
+    "--params-file reads parameters from a file (- is the standard input), one JSON array per line, and\n"
+    "runs the statement once for each line.\n\n"
     "Example:\n"
     "  mduckdb-host sql sales.db 'SELECT * FROM orders WHERE id = $1' --param 17 --format json\n";
 
@@ -50,7 +50,7 @@ Datum ParseParameter(const std::string& text) {
         return ParseJson(text);
     } catch (const std::invalid_argument& error) {
         throw xUsageError(
-            fmt::format("{}\nA text needs quotes of its own: --param '\"text\"'", error.what()));
+            fmt::format("{}\nWrite a text with double quotes: --param '\"text\"'", error.what()));
     }
 }
 
@@ -69,7 +69,7 @@ nbx::smart_ptr<nbx::ValueRows> ReadParameterRows(std::istream& in) {
         }
         const auto* const list = std::get_if<List>(&datum.content);
         if (list == nullptr) {
-            throw xUsageError(fmt::format("Line {} of the parameters is no JSON array.", number));
+            throw xUsageError(fmt::format("Line {} of the parameters is not a JSON array.", number));
         }
         rows->Append(ToParameters(list->items));
     }
@@ -82,21 +82,21 @@ nbx::smart_ptr<nbx::ValueRows> ReadParameterFile(const std::string& name) {
     }
     std::ifstream file(name);
     if (!file) {
-        throw xUsageError(fmt::format("Cannot read the parameters: there is no file '{}'.", name));
+        throw xUsageError(fmt::format("Cannot read the parameter file '{}'.", name));
     }
     return ReadParameterRows(file);
 }
 
 using ResultPtr = nbx::smart_ptr<nbx::mrsql::I_DuckDBQueryResult>;
 
-/** Runs the statement once for each row of parameters; gives the last run's result. */
+/** Runs the statement once for each row of parameters; returns the result of the last run. */
 ResultPtr RunForEachRow(const DatabasePtr& database, const nbx::String& sql, uint32_t cursor_location,
                         const nbx::smart_ptr<nbx::ValueRows>& rows) {
     const auto statement = database->CreateStatement(sql);
     statement->PrepareNext();
     statement->put_ParameterRows(rows);
     ResultPtr result = statement->ExecuteToQueryResult(cursor_location);
-    fmt::print(stderr, "{} run; what follows is the result of the last one\n",
+    fmt::print(stderr, "{} run. This is the result of the last one:\n",
                CountOf(rows->get_Count(), "parameter row"));
     return result;
 }
@@ -135,7 +135,7 @@ int RunAndPrint(Program& program, const Arguments& arguments, const DatabasePtr&
 
 int RunSqlCommand(Program& program, const Arguments& arguments) {
     if (!arguments.parameters.empty() && !arguments.parameters_file.empty()) {
-        throw xUsageError("--param and --params-file exclude each other.");
+        throw xUsageError("Use either --param or --params-file, not both.");
     }
     const std::string sql = arguments.sql == "-" ? ReadAll(std::cin) : arguments.sql;
     BlockInterrupts();
@@ -149,22 +149,23 @@ int RunSqlCommand(Program& program, const Arguments& arguments) {
 }  // namespace
 
 void AddSqlCommand(CLI::App& app, Program& program) {
-    CLI::App* const command = app.add_subcommand("sql", "Run SQL and print every result");
+    CLI::App* const command = app.add_subcommand("sql", "Run SQL statements and print their results");
     command->footer(kHelp);
     auto arguments = std::make_shared<Arguments>();
     command->add_option("DATABASE", arguments->path, "Database file, or :memory:")->required();
-    command->add_option("SQL", arguments->sql, "Statements, or -")->required();
-    command->add_option("--cursor", arguments->cursor, "Who keeps the rows: server or client")
+    command->add_option("SQL", arguments->sql, "Statements, or - for the standard input")->required();
+    command->add_option("--cursor", arguments->cursor, "Where the rows are kept: server or client")
         ->check(CLI::IsMember({"server", "client"}))
         ->type_name("KIND")
         ->capture_default_str();
-    command->add_flag("--read-only", arguments->is_read_only, "Open the file for reading only");
-    command->add_option("--param", arguments->parameters, "Value of the next parameter; may be repeated")
+    command->add_flag("--read-only", arguments->is_read_only, "Open the file read-only");
+    command->add_option("--param", arguments->parameters, "Value of the next parameter; can be repeated")
         ->type_name("JSON")
         ->expected(1)
         ->take_all()
         ->allow_extra_args(false);
-    command->add_option("--params-file", arguments->parameters_file, "File of parameter rows")
+    command
+        ->add_option("--params-file", arguments->parameters_file, "File with one row of parameters per line")
         ->type_name("FILE");
     command->callback([&program, arguments] {
         program.command = [&program, arguments] { return RunSqlCommand(program, *arguments); };

@@ -33,7 +33,7 @@ void AppendNumber(std::string& out, double number) {
     const char* end = std::to_chars(std::begin(digits), std::end(digits), number).ptr;
     const std::string_view text(digits, static_cast<std::size_t>(end - digits));
     out += text;
-    // A whole number is still to be seen as a double.
+    // A whole number must still look like a double.
     if (text.find_first_of(".e") == std::string_view::npos) {
         out += ".0";
     }
@@ -49,7 +49,7 @@ void AppendHex(std::string& out, std::string_view bytes) {
     }
 }
 
-/** Appends each kind of content as text. */
+/** Appends the text of each kind of content. */
 class TextAppender {
   public:
     explicit TextAppender(std::string& out) : out_(out) {}

@@ -117,7 +117,7 @@ smart_ptr<I_Value> MakeText(const std::string& text) {
     return smart_ptr<I_Value>::Adopt(nbx::CreateValueString(false, &content, nullptr));
 }
 
-/** The declared element type of an array: that of all its items, text when they differ. */
+/** The declared element type of an array: the type of all items, or text when they differ. */
 ValueType get_ElementType(const List& list) {
     ValueType type = ValueType::String;
     bool is_first = true;
@@ -165,7 +165,7 @@ class ValueMaker {
         }
         return array.detach();
     }
-    /** What JSON has no form for, and so no parameter. */
+    /** Kinds that JSON cannot express, so that no parameter has them. */
     template <class Other>
     I_Value* operator()(const Other& other) const {
         return MakeText(ToText({other})).detach();
@@ -200,7 +200,7 @@ smart_ptr<nbx::ValueRow> ToParameters(const std::vector<Datum>& data) {
 }
 
 uint32_t get_HostTypeOfColumn(uint32_t duckdb_type) noexcept {
-    // By DuckDB's codes from 0 on; what is not in it arrives as text.
+    // Indexed by DuckDB's type code. All other types arrive as text.
     constexpr std::array<uint32_t, 12> kNumbers = {
         MIRONA_TYPE_TEXT,   MIRONA_TYPE_BOOL,   MIRONA_TYPE_INT64,  MIRONA_TYPE_INT64,
         MIRONA_TYPE_INT64,  MIRONA_TYPE_INT64,  MIRONA_TYPE_UINT64, MIRONA_TYPE_UINT64,

@@ -13,8 +13,8 @@ namespace {
 
 using nlohmann::json;
 
-/** Builds a datum while the JSON is read, so that a number that fits no 64-bit integer is still known by
-    its digits. Objects are given back as text, nested or not. */
+/** Builds the value while the JSON is parsed, because only the parser still has the digits of a number that
+    fits into no 64-bit integer. Refuses objects, nested or not: the callers keep their text. */
 class JsonReader final : public nlohmann::json_sax<json> {
   public:
     Datum TakeResult() { return std::move(result_); }
@@ -64,7 +64,7 @@ class JsonReader final : public nlohmann::json_sax<json> {
     std::vector<List> open_lists_;
 };
 
-/** The value, unless it is no JSON or has an object in it. */
+/** The value; nothing if the text is not JSON or contains an object. */
 std::optional<Datum> ReadWithoutObjects(const std::string& text) {
     JsonReader reader;
     if (!json::sax_parse(text, &reader)) {
@@ -91,7 +91,7 @@ bool IsWordCharacter(char c) {
     return std::isalnum(static_cast<unsigned char>(c)) != 0 || c == '_';
 }
 
-/** Walks over the text of the literals. */
+/** Parses the literals from left to right. */
 class LiteralReader {
   public:
     explicit LiteralReader(std::string_view text) : text_(text) {}
@@ -104,7 +104,7 @@ class LiteralReader {
         }
         SkipBlanks();
         if (position_ < text_.size()) {
-            Fail("nothing may follow the call");
+            Fail("unexpected text after the call");
         }
         return data;
     }
@@ -136,7 +136,7 @@ class LiteralReader {
             items.push_back(ReadLiteral());
         } while (Take(','));
         if (!Take(end)) {
-            Fail(std::string("a comma or '") + end + "' is missing");
+            Fail(std::string("expected a comma or '") + end + "'");
         }
         return items;
     }
@@ -159,7 +159,7 @@ class LiteralReader {
             return *std::move(datum);
         }
         position_ = start;
-        Fail("only literals can be arguments: 'text', 12, NULL, TRUE, ['a', 'b']");
+        Fail("expected a literal: 'text', 12, NULL, TRUE, ['a', 'b']");
     }
 
     bool IsSign(std::size_t start) const {
@@ -180,7 +180,7 @@ class LiteralReader {
             }
             text += text_[position_];
         }
-        Fail("the quote at the end of the text is missing");
+        Fail("the closing quote is missing");
     }
 
     template <class Number>
@@ -255,9 +255,9 @@ Datum ParseJson(const std::string& text) {
     }
     const json value = json::parse(text, nullptr, false);
     if (value.is_discarded()) {
-        throw std::invalid_argument(fmt::format("This is no JSON value: {}", text));
+        throw std::invalid_argument(fmt::format("Not a JSON value: {}", text));
     }
-    // The text as it was given keeps the digits of every number in it.
+    // The original text keeps the digits of every number.
     return value.is_object() ? Datum{JsonText{text}} : ToDatum(value);
 }
 

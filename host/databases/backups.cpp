@@ -19,8 +19,8 @@ namespace {
 
 using LocationPtr = nbx::smart_ptr<nbx::I_Location>;
 
-/** Learns where the module puts a backup by standing in for the host's hook for a scope. Only one at a
-    time. The folder may be asked for from any thread. */
+/** Finds out where the module puts a backup: replaces the host's hook within a scope. Only one at a time. Any
+    thread may read the folder. */
 class BackupFolderSpy {
   public:
     BackupFolderSpy() : original_(nbx::mrsql::gCreateBackupLocation) {

@@ -9,21 +9,21 @@
 
 namespace mduckdb_host {
 
-/** Where a backup's lines go. */
+/** Where the report about a backup is printed. */
 struct BackupReport {
     Output& out;
     Printer& printer;
-    /** False when the printed rows are for programs: then everything else goes to stderr. */
+    /** False when programs read the printed rows: then everything else goes to stderr. */
     bool is_for_people;
 };
 
-/** Backs an open database up into a new folder inside `folder` (empty: "Backup" beside the file), and
-    prints the new folder, its size and the rows of each table in it. Throws the host's exceptions. */
+/** Backs up an open database into a new folder inside `folder` (empty: "Backup" next to the file), and prints
+    the new folder, its size and the number of rows of each table in it. Throws the host's exceptions. */
 void BackUp(const ProcedureRegistry& registry, const DatabasePtr& database, const std::string& folder,
             const BackupReport& report);
 
-/** Makes the database anew from a backup and prints the rows of each table in the backup and in the
-    database. False when they differ. */
+/** Recreates the database from a backup and prints how many rows each table has in the backup and in the
+    database. Returns false when the numbers differ. */
 bool Restore(const ProcedureRegistry& registry, const std::string& database, const std::string& folder,
              const BackupReport& report);
 

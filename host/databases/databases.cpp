@@ -10,7 +10,7 @@ namespace mduckdb_host {
 nbx::smart_ptr<nbx::mrsql::I_DuckDBExtension> GetExtension() {
     auto extension = nbx::mrsql::GetDuckDBExtension();
     if (extension == nullptr) {
-        throw std::runtime_error("The module offers no databases.");
+        throw std::runtime_error("The module does not provide databases.");
     }
     return extension;
 }

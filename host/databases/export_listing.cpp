@@ -14,15 +14,15 @@ namespace {
 namespace fs = std::filesystem;
 constexpr const char* kLoadScript = "load.sql";
 
-/** Reads names and texts off the front of a script. */
+/** Reads names and texts from the front of a script. */
 class ScriptReader {
   public:
     explicit ScriptReader(std::string_view script) : rest_(script) {}
 
-    /** Goes behind the next place where the word stands outside of quotes. */
+    /** Skips everything up to and including the next occurrence of the word outside of quotes. */
     bool SkipTo(std::string_view word) { return !TakeUntil(word).empty() || was_found_; }
 
-    /** Takes what stands before the word, quoted parts whole, and skips the word. */
+    /** Returns the text before the next occurrence of the word outside of quotes, and skips both. */
     std::string_view TakeUntil(std::string_view word) {
         char quote = '\0';
         for (std::size_t i = 0; i < rest_.size(); ++i) {
@@ -43,7 +43,7 @@ class ScriptReader {
         return {};
     }
 
-    /** Takes the rest of a text in single quotes whose first quote was skipped. */
+    /** Reads the rest of a text in single quotes whose opening quote was skipped. */
     std::string TakeText() {
         std::string text;
         for (std::size_t i = 0; i < rest_.size(); ++i) {
@@ -64,7 +64,7 @@ class ScriptReader {
     bool was_found_ = false;
 };
 
-/** The name without the list of columns that may follow it. */
+/** The table name without the column list that may follow it. */
 std::string_view WithoutColumns(std::string_view table) {
     bool is_quoted = false;
     for (std::size_t i = 0; i < table.size(); ++i) {
@@ -79,7 +79,7 @@ std::string_view WithoutColumns(std::string_view table) {
     return table;
 }
 
-/** What a person may have meant who named the folder above the backups. */
+/** The backups in subfolders: users often name the folder that contains the backup. */
 std::string ListBackupsIn(const std::string& folder) {
     std::string list;
     std::error_code error;
@@ -88,7 +88,7 @@ std::string ListBackupsIn(const std::string& folder) {
             list += "\n  " + entry.path().string();
         }
     }
-    return list.empty() ? list : "\nThere are backups in:" + list;
+    return list.empty() ? list : "\nBackups are in:" + list;
 }
 
 }  // namespace
@@ -107,8 +107,11 @@ std::vector<ExportedTable> ParseLoadScript(std::string_view script) {
 
 std::vector<ExportedTable> ReadExport(const std::string& folder) {
     std::ifstream file(fs::path(folder) / kLoadScript, std::ios::binary);
+    if (std::error_code error; !file && !fs::exists(folder, error)) {
+        throw std::runtime_error(fmt::format("'{}' does not exist.", folder));
+    }
     if (!file) {
-        throw std::runtime_error(fmt::format("There is no backup in {}.{}", folder, ListBackupsIn(folder)));
+        throw std::runtime_error(fmt::format("'{}' contains no backup.{}", folder, ListBackupsIn(folder)));
     }
     const std::string script{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
     std::vector<ExportedTable> tables = ParseLoadScript(script);

@@ -8,20 +8,20 @@ namespace mduckdb_host {
 
 /** One table of a backup. */
 struct ExportedTable {
-    /** As it stands in SQL, quoted where that is needed. */
+    /** As in SQL, quoted where necessary. */
     std::string name;
-    /** The Parquet file with its rows. */
+    /** The Parquet file that contains its rows. */
     std::string file;
 };
 
 /** Reads the statements `COPY table FROM 'file' (...)` of an export's load script. */
 std::vector<ExportedTable> ParseLoadScript(std::string_view script);
 
-/** The tables of the backup in a folder. Files are taken from this folder, wherever the backup was made.
-    Throws `std::runtime_error` when there is no backup in it. */
+/** The tables of the backup in a folder. The files are those in this folder, even if the backup was moved.
+    Throws `std::runtime_error` when the folder contains no backup. */
 std::vector<ExportedTable> ReadExport(const std::string& folder);
 
-/** Bytes of all files in a folder, as far as they can be read. */
+/** The size of all files in a folder that can be read. */
 uint64_t GetFolderSize(const std::string& folder) noexcept;
 
 }  // namespace mduckdb_host

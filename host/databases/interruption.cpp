@@ -21,13 +21,13 @@ namespace mduckdb_host {
 
 namespace {
 
-/** Work shorter than this shows nothing. */
+/** Shorter work shows no progress. */
 constexpr int kQuietSeconds = 2;
 constexpr int kStepMilliseconds = 100;
 constexpr std::array<const char*, 10> kSpinner = {"⠋", "⠙", "⠹", "⠸", "⠼", "⠴", "⠦", "⠧", "⠇", "⠏"};
 constexpr const char* kClearLine = "\r\x1b[2K";
 
-/** Guards the line of progress on the terminal against what is printed at its end. */
+/** Guards the progress line: nothing may be printed while it is being drawn. */
 std::mutex gProgressMutex;
 
 sigset_t MakeInterruptSet() {
@@ -96,7 +96,7 @@ InterruptWatch::~InterruptWatch() {
 void InterruptWatch::EndProgress() {
     const std::lock_guard<std::mutex> lock(gProgressMutex);
     if (has_progress_.exchange(false)) {
-        // Harmless when nothing was shown.
+        // Harmless if nothing was shown.
         std::fputs(kClearLine, stderr);
         std::fflush(stderr);
     }

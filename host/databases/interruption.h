@@ -9,37 +9,37 @@
 
 namespace mduckdb_host {
 
-/** Takes Ctrl-C away from this thread and from those that it makes from now on, and lets the module
-    interrupt. Call before the first database is opened, since DuckDB makes threads. From then on a
-    Ctrl-C waits for an `InterruptWatch` or for whoever reads `get_InterruptDescriptor`. */
+/** Blocks Ctrl-C in this thread and in those that it creates from now on, and allows the module to interrupt.
+    Call it before the first database is opened, since DuckDB creates threads. From then on a Ctrl-C waits for
+    an `InterruptWatch` or for a reader of `get_InterruptDescriptor`. */
 void BlockInterrupts();
 
-/** Readable while a Ctrl-C waits. */
+/** Readable while a Ctrl-C is pending. */
 int get_InterruptDescriptor();
-/** Forgets the Ctrl-C that waits; tells whether there was one. */
+/** Consumes the pending Ctrl-C; returns whether there was one. */
 bool TakeInterrupt();
 
-/** Watches for Ctrl-C while something runs, and shows on a terminal that it is still running. Calls back on
-    a thread of its own, at every Ctrl-C; the destructor waits for that thread. */
+/** Watches for Ctrl-C while something runs, and shows progress on a terminal. Calls back at every Ctrl-C on a
+    thread of its own; the destructor waits for that thread. */
 class InterruptWatch {
   public:
-    /** What the line of progress says behind the seconds; may be empty. */
+    /** The detail that the progress line shows behind the seconds; may be empty. */
     using Describe = std::function<std::string()>;
 
-    /** What the line of progress says of the key where it ends what runs. */
+    /** What the progress line says about the key when it interrupts the work. */
     static constexpr const char* kInterrupts = "Ctrl-C interrupts";
 
-    /** `about_key` is what the line says of the key; empty where it does nothing. */
+    /** `about_key` is what the progress line says about the key; empty where the key does nothing. */
     explicit InterruptWatch(std::function<void()> on_interrupt, Describe describe = nullptr,
                             const char* about_key = kInterrupts);
-    /** Interrupts what the database runs. */
+    /** Interrupts the database. */
     explicit InterruptWatch(const DatabasePtr& database);
     ~InterruptWatch();
     InterruptWatch(const InterruptWatch&) = delete;
     InterruptWatch& operator=(const InterruptWatch&) = delete;
 
     bool get_IsInterrupted() const noexcept { return is_interrupted_.load(); }
-    /** Takes the line of progress away; call before anything is printed. */
+    /** Removes the progress line; call it before anything is printed. */
     void EndProgress();
 
   private:

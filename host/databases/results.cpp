@@ -21,7 +21,7 @@ std::vector<Column> DescribeColumns(const I_DuckDBCursor& cursor) {
     return columns;
 }
 
-// The end of the rows and a failure to fetch them look alike to `NextRecord`.
+// `NextRecord` returns the same at the end of the rows and when fetching them fails.
 void ThrowIfFetchFailed(I_DuckDBCursor& cursor) {
     const auto* const status = static_cast<const nbx::mrsql::I_FetchStatus*>(
         cursor.QueryInterface(nbx::mrsql::kFetchStatusInterfaceId));

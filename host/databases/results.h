@@ -9,15 +9,15 @@
 
 namespace mduckdb_host {
 
-/** Asked after every row: whether to leave the rest of the rows. May be empty. */
+/** Called after every row; true stops the printing. May be empty. */
 using StopTest = std::function<bool()>;
 
-/** Prints the rows of a cursor from its position on. Throws `xFetchError` when DuckDB fails to give the
-    next row. */
+/** Prints the rows of a cursor from its position on. Throws `xFetchError` when DuckDB fails to fetch the next
+    row. */
 void PrintCursor(const nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor>& cursor, Printer& printer,
                  const StopTest& is_stopped = nullptr);
 
-/** Prints a result and those that follow it. */
+/** Prints a result and the results that follow it. */
 void PrintResults(nbx::smart_ptr<nbx::mrsql::I_DuckDBQueryResult> result, Printer& printer,
                   const StopTest& is_stopped = nullptr);
 

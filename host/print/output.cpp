@@ -29,7 +29,7 @@ Output::~Output() {
     try {
         Flush();
     } catch (const std::exception&) {
-        // Who wants to know whether the last text arrived has called `Flush`.
+        // A destructor cannot report. Callers that care call `Flush` first.
         buffer_.clear();
     }
 }

@@ -6,15 +6,15 @@
 
 namespace mduckdb_host {
 
-/** The reader of the output has gone. Not an error: the program ends quietly, after closing what it
-    opened. */
+/** The reader of the output closed it. This is not an error: the program closes what it opened and ends
+    quietly. */
 class xOutputClosed : public std::exception {
   public:
     const char* what() const noexcept override { return "the output was closed"; }
 };
 
-/** Buffered text on a file descriptor, which it does not own. Writing throws `xOutputClosed` once nobody
-    reads any more, and `std::system_error` for every other failure (a full disk). */
+/** Buffered text on a file descriptor, which it does not own. Writing throws `xOutputClosed` when the reader
+    closed its end, and `std::system_error` for every other failure (a full disk). */
 class Output {
   public:
     explicit Output(int descriptor);
@@ -25,7 +25,7 @@ class Output {
     void Write(std::string_view text);
     void Flush();
     bool get_IsTerminal() const noexcept { return is_terminal_; }
-    /** Size of the terminal in characters; 80 by 24 when it does not tell. */
+    /** Size of the terminal in characters; 80 by 24 when it is unknown. */
     int get_Columns() const noexcept;
     int get_Lines() const noexcept;
 

@@ -28,6 +28,15 @@ std::optional<Format> FindFormat(std::string_view name) {
     return std::nullopt;
 }
 
+std::string DescribeUnknownFormat(std::string_view name) {
+    std::string names;
+    for (const auto& [known_name, format] : kFormats) {
+        names += names.empty() ? "" : ", ";
+        names += known_name;
+    }
+    return fmt::format("Unknown format '{}'. Use one of: {}.", name, names);
+}
+
 std::unique_ptr<Printer> MakePrinter(Output& out, const PrintOptions& options) {
     switch (options.format) {
         case Format::kCsv:

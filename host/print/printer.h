@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -13,18 +14,19 @@ namespace mduckdb_host {
 
 enum class Format { kTable, kCsv, kJson, kJsonl, kMarkdown };
 
-/** The format of the given name, as `--format` takes it; nothing when there is none. */
+/** The format that `--format` accepts under this name; nothing when there is none. */
 std::optional<Format> FindFormat(std::string_view name);
+/** The error text for a name that `FindFormat` does not know. */
+std::string DescribeUnknownFormat(std::string_view name);
 
 struct PrintOptions {
     Format format = Format::kTable;
-    /** Cuts a table that is larger than the terminal; elsewhere everything is printed. */
+    /** Cuts a table that is larger than the terminal. Output to a file or pipe is never cut. */
     bool is_cut_to_screen = true;
 };
 
-/** Writes results one after the other: for each one `Begin`, a row at a time, `End`; or the outcome of a
-    statement without rows. What has been written may wait in the output's buffer, and a table
-    waits for its last row. */
+/** Writes results one after the other: for each one `Begin`, its rows, `End`; or the outcome of a statement
+    without rows. Text may wait in the output's buffer, and a table that is cut waits for its last row. */
 class Printer {
   public:
     Printer() = default;
@@ -33,10 +35,10 @@ class Printer {
     Printer& operator=(const Printer&) = delete;
 
     virtual void Begin(const std::vector<Column>& columns) = 0;
-    /** A cell for each column. */
+    /** The row has a value for each column. */
     virtual void Add(const Row& row) = 0;
     virtual void End() = 0;
-    /** A statement without rows; nothing for one that reports no changed rows either. */
+    /** For a statement without rows; nothing if it reports no number of changed rows either. */
     virtual void PrintRowsChanged(std::optional<int64_t> rows_changed) = 0;
 };
 

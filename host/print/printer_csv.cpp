@@ -30,8 +30,8 @@ void AppendField(std::string& out, std::string_view text) {
     out += '"';
 }
 
-/** Comma-separated values after RFC 4180 with LF line ends. A NULL is an empty field, an empty text is `""`.
-    Results of one script are separated by an empty line. */
+/** Comma-separated values as in RFC 4180, with LF line ends. A NULL is an empty field, an empty text is `""`.
+    An empty line separates the results of a script. */
 class CsvPrinter final : public Printer {
   public:
     explicit CsvPrinter(Output& out) : out_(out) {}
@@ -68,7 +68,7 @@ class CsvPrinter final : public Printer {
 
     void End() override {}
 
-    // Not part of the data, which a program reads.
+    // Goes to stderr, since a program reads the data.
     void PrintRowsChanged(std::optional<int64_t> rows_changed) override {
         if (rows_changed) {
             fmt::print(stderr, "{} changed\n", CountOf(static_cast<uint64_t>(*rows_changed), "row"));

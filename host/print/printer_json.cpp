@@ -14,7 +14,7 @@ void PrintRowsChangedAsJson(Output& out, std::optional<int64_t> rows_changed) {
                            : std::string("{\"rows_changed\":null}\n"));
 }
 
-/** One object a result: its columns, its rows as arrays, their number. */
+/** One object per result: its columns, its rows as arrays, and their number. */
 class JsonPrinter final : public Printer {
   public:
     explicit JsonPrinter(Output& out) : out_(out) {}
@@ -60,8 +60,8 @@ class JsonPrinter final : public Printer {
     std::string line_;
 };
 
-/** One object a row, one row a line. Columns of one name get a number behind it, since the members of
-    an object have different names. */
+/** One object per row, one row per line. The members of an object need different names, so repeated column
+    names get a number: name, name_2. */
 class JsonlPrinter final : public Printer {
   public:
     explicit JsonlPrinter(Output& out) : out_(out) {}

@@ -8,7 +8,7 @@ namespace mduckdb_host {
 
 namespace {
 
-/** The text as it stands between the bars of a Markdown table. */
+/** The text with what Markdown would interpret escaped. */
 std::string EscapeForMarkdown(const std::string& text) {
     std::string out;
     for (const char c : ToPrintable(text)) {

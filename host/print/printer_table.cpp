@@ -13,9 +13,9 @@ namespace mduckdb_host {
 
 namespace {
 
-/** Rows that are kept to find the widths; further ones are printed as they come. */
+/** Rows that are kept to find the column widths; further ones are printed as they come. */
 constexpr std::size_t kMeasuredRows = 10000;
-/** Lines of a screen that are no rows: borders, names, the last line, the next prompt. */
+/** Lines of the screen that hold no rows: borders, names, the last line, the next prompt. */
 constexpr int kOtherLines = 8;
 constexpr int kFewestRows = 6;
 constexpr const char* kMark = "…";
@@ -36,7 +36,7 @@ constexpr Rule kTopRule = {"┌", "┬", "┐\n"};
 constexpr Rule kMiddleRule = {"├", "┼", "┤\n"};
 constexpr Rule kBottomRule = {"└", "┴", "┘\n"};
 
-/** A table with borders; numbers stand right, text stands left. */
+/** A table with borders; numbers are right-aligned, everything else is left-aligned. */
 class TablePrinter final : public Printer {
   public:
     TablePrinter(Output& out, bool is_cut_to_screen)
@@ -117,7 +117,7 @@ class TablePrinter final : public Printer {
         }
     }
 
-    /** Fixes the widths and prints what has been kept so far from the start. */
+    /** Fixes the widths and prints the rows that were kept from the start. */
     void Start() {
         is_started_ = true;
         for (const Fields& fields : first_rows_) {
@@ -190,11 +190,11 @@ class TablePrinter final : public Printer {
     void PrintCount(uint64_t rows_left_out) {
         std::string line = CountOf(count_, "row");
         if (rows_left_out > 0 || layout_.left_out > 0) {
-            line += " (left out:";
-            line += rows_left_out > 0 ? " " + CountOf(rows_left_out, "row") : "";
-            line += rows_left_out > 0 && layout_.left_out > 0 ? " and" : "";
-            line += layout_.left_out > 0 ? " " + CountOf(layout_.left_out, "column") : "";
-            line += "; --all, or .all on in the shell, shows everything)";
+            line += ", ";
+            line += rows_left_out > 0 ? CountOf(rows_left_out, "row") : "";
+            line += rows_left_out > 0 && layout_.left_out > 0 ? " and " : "";
+            line += layout_.left_out > 0 ? CountOf(layout_.left_out, "column") : "";
+            line += " hidden (--all or .all on)";
         }
         out_.Write(line + "\n");
     }

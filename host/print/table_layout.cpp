@@ -6,9 +6,9 @@ namespace mduckdb_host {
 
 namespace {
 
-/** No column is narrowed below this; instead columns are left out. */
+/** No column becomes narrower than this; columns are hidden instead. */
 constexpr int kNarrowest = 12;
-/** A bar and two blanks around each column. */
+/** A bar and two blanks per column. */
 constexpr int kBorder = 3;
 constexpr int kMarkWidth = 1 + kBorder;
 

@@ -23,7 +23,7 @@ bool StartsWithAnyCase(std::string_view text, std::string_view start) {
                       [](unsigned char a, unsigned char b) { return std::tolower(a) == std::tolower(b); });
 }
 
-/** The keyword in the case in which the user began it. */
+/** The keyword in lower case if the user began it so. */
 std::string InCaseOf(std::string_view keyword, const std::string& word) {
     std::string text(keyword);
     const bool is_lower =
@@ -55,7 +55,7 @@ std::vector<std::string> Complete(const Session& session, const std::string& lin
     if (line.empty() && word.starts_with('.')) {
         return CompleteDotCommand(word);
     }
-    // Inside quotes, and behind a dot command, stand file names, which the reader knows itself.
+    // Inside quotes and behind a dot command the reader completes file names.
     if (IsInQuotes(line) || line.starts_with('.')) {
         return {};
     }

@@ -7,8 +7,8 @@
 
 namespace mduckdb_host {
 
-/** The words that may stand where `word` is begun; `line` is the text before it. Empty where file names are
-    expected, which the line reader completes itself. */
+/** The words that can complete `word`; `line` is the text before it. Empty where file names are expected,
+    which the line reader completes itself. */
 std::vector<std::string> Complete(const Session& session, const std::string& line, const std::string& word);
 
 }  // namespace mduckdb_host

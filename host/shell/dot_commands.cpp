@@ -27,7 +27,7 @@ struct DotCommand {
     void (*run)(Session& session, const Words& words);
 };
 
-/** The words of a line; single and double quotes keep blanks in a word. */
+/** Splits a line into words; a word in single or double quotes may contain blanks. */
 Words SplitWords(const std::string& line) {
     Words words;
     bool is_in_word = false;
@@ -54,7 +54,7 @@ Words SplitWords(const std::string& line) {
 
 bool ReadSwitch(const std::string& word) {
     if (word != "on" && word != "off") {
-        throw xUsageError(fmt::format("'{}' is neither on nor off.", word));
+        throw xUsageError(fmt::format("Unknown setting '{}'. Use on or off.", word));
     }
     return word == "on";
 }
@@ -120,7 +120,7 @@ void SchemaCommand(Session& session, const Words& words) {
 void ModeCommand(Session& session, const Words& words) {
     const std::optional<Format> format = FindFormat(words[0]);
     if (!format) {
-        throw xUsageError(fmt::format("'{}' is none of table, csv, json, jsonl, markdown.", words[0]));
+        throw xUsageError(DescribeUnknownFormat(words[0]));
     }
     session.put_Format(*format);
 }
@@ -134,7 +134,7 @@ void TimerCommand(Session& session, const Words& words) {
 
 void CursorCommand(Session& session, const Words& words) {
     if (words[0] != "server" && words[0] != "client") {
-        throw xUsageError(fmt::format("'{}' is neither server nor client.", words[0]));
+        throw xUsageError(fmt::format("Unknown cursor '{}'. Use server or client.", words[0]));
     }
     session.put_CursorLocation(words[0] == "client" ? nbx::mrsql::kClientCursor : nbx::mrsql::kServerCursor);
 }
@@ -150,7 +150,7 @@ void BackupCommand(Session& session, const Words& words) {
 
 void RestoreCommand(Session& session, const Words& words) {
     if (!Restore(session.get_Registry(), words[0], words[1], MakeReport(session))) {
-        throw std::runtime_error("The database is not what was backed up: see the tables that differ.");
+        throw std::runtime_error("The database differs from the backup. See the tables marked DIFFERS.");
     }
 }
 
@@ -170,23 +170,23 @@ void QuitCommand(Session& session, const Words& /*words*/) {
 void HelpCommand(Session& session, const Words& words);
 
 constexpr DotCommand kCommands[] = {
-    {".all", "on|off", "print all of a result that is larger than the screen", 1, 1, AllCommand},
-    {".backup", "[FOLDER]", "back the current database up", 0, 1, BackupCommand},
-    {".close", "[NAME]", "close a database, the current one by default", 0, 1, CloseCommand},
-    {".cursor", "server|client", "who keeps the rows of a result", 1, 1, CursorCommand},
+    {".all", "on|off", "show all rows and columns, even if they do not fit", 1, 1, AllCommand},
+    {".backup", "[FOLDER]", "back up the current database", 0, 1, BackupCommand},
+    {".close", "[NAME]", "close a database (default: the current one)", 0, 1, CloseCommand},
+    {".cursor", "server|client", "choose where the rows of a result are kept", 1, 1, CursorCommand},
     {".databases", "", "list the open databases", 0, 0, DatabasesCommand},
     {".exit", "", "leave the shell", 0, 0, QuitCommand},
-    {".help", "[COMMAND]", "tell about the dot commands", 0, 1, HelpCommand},
-    {".mode", "NAME", "print rows as table, csv, json, jsonl or markdown", 1, 1, ModeCommand},
-    {".open", "FILE [NAME]", "open a database and make it the current one", 1, 2, OpenCommand},
-    {".procedures", "", "list the procedures that CALL knows", 0, 0, ProceduresCommand},
+    {".help", "[COMMAND]", "describe the dot commands", 0, 1, HelpCommand},
+    {".mode", "NAME", "set the format: table, csv, json, jsonl, markdown", 1, 1, ModeCommand},
+    {".open", "FILE [NAME]", "open a database and switch to it", 1, 2, OpenCommand},
+    {".procedures", "", "list the procedures for CALL", 0, 0, ProceduresCommand},
     {".quit", "", "leave the shell", 0, 0, QuitCommand},
-    {".read", "FILE", "run the lines of a file", 1, 1, ReadCommand},
-    {".restore", "DATABASE FOLDER", "make a database file anew from a backup", 2, 2, RestoreCommand},
-    {".schema", "[PATTERN]", "print the statements that make tables, views and indexes", 0, 1, SchemaCommand},
-    {".tables", "[PATTERN]", "list tables and views, as in .tables 'ord%'", 0, 1, TablesCommand},
-    {".timer", "on|off", "print the time that each statement takes", 1, 1, TimerCommand},
-    {".use", "NAME", "make an open database the current one", 1, 1, UseCommand},
+    {".read", "FILE", "run the statements in a file", 1, 1, ReadCommand},
+    {".restore", "DATABASE FOLDER", "recreate a database file from a backup", 2, 2, RestoreCommand},
+    {".schema", "[PATTERN]", "show how tables, views and indexes were created", 0, 1, SchemaCommand},
+    {".tables", "[PATTERN]", "list tables and views, e.g. .tables 'ord%'", 0, 1, TablesCommand},
+    {".timer", "on|off", "show how long each statement takes", 1, 1, TimerCommand},
+    {".use", "NAME", "switch to another open database", 1, 1, UseCommand},
 };
 
 const DotCommand& FindCommand(std::string word) {
@@ -200,13 +200,14 @@ const DotCommand& FindCommand(std::string word) {
         }
         if (std::string_view(command.name).starts_with(word)) {
             if (found != nullptr) {
-                throw xUsageError(fmt::format("'{}' may be {} or {}.", word, found->name, command.name));
+                throw xUsageError(
+                    fmt::format("Ambiguous command '{}': {} or {}.", word, found->name, command.name));
             }
             found = &command;
         }
     }
     if (found == nullptr) {
-        throw xUsageError(fmt::format("There is no command '{}'; .help lists them.", word));
+        throw xUsageError(fmt::format("Unknown command '{}'. .help lists the commands.", word));
     }
     return *found;
 }
@@ -225,9 +226,9 @@ void HelpCommand(Session& session, const Words& words) {
         PrintHelp(session, command);
     }
     session.Print(
-        "\nEverything else is SQL and ends with a semicolon. CALL of a procedure that .procedures lists "
-        "takes\n"
-        "literals: CALL fetch_parquet('sales.parquet', ['id', 'price'], 'price > 10', 20);\n"
+        "\nEverything else is SQL and ends with a semicolon. CALL runs a procedure with literal\n"
+        "arguments:\n"
+        "  CALL fetch_parquet('sales.parquet', ['id', 'price'], 'price > 10', 20);\n"
         "Ctrl-C interrupts a statement, Ctrl-D leaves the shell.\n");
 }
 

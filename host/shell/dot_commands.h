@@ -9,7 +9,7 @@ namespace mduckdb_host {
 
 /** Runs a dot command, given with its dot. Throws `xUsageError` and whatever its work throws. */
 void RunDotCommand(Session& session, const std::string& line);
-/** The dot commands that begin with the word. */
+/** The names of the dot commands that begin with the word. */
 std::vector<std::string> CompleteDotCommand(const std::string& word);
 
 }  // namespace mduckdb_host

@@ -59,7 +59,7 @@ void Session::Open(const std::string& path, std::string name) {
     const InterruptWatch watch([] {}, nullptr, "");
     DatabasePtr database = OpenDatabase(path, IfMissing::kCreate);
     if (database->get_IsReadOnly()) {
-        PrintError(fmt::format("{} is open for reading only: it may not be written or is in use.", path));
+        PrintError(fmt::format("{} is open read-only: it is write-protected or in use.", path));
     }
     databases_.push_back({std::move(name), path, std::move(database)});
     current_ = databases_.size() - 1;
@@ -73,7 +73,7 @@ std::vector<OpenedDatabase>::const_iterator Session::Find(const std::string& nam
 void Session::Use(const std::string& name) {
     const auto found = Find(name);
     if (found == databases_.end()) {
-        throw xUsageError(fmt::format("No database is open as '{}'; .databases lists them.", name));
+        throw xUsageError(fmt::format("No open database is named '{}'. .databases lists them.", name));
     }
     current_ = static_cast<std::size_t>(found - databases_.begin());
 }
@@ -81,7 +81,7 @@ void Session::Use(const std::string& name) {
 void Session::Close(const std::string& name) {
     const auto found = Find(name);
     if (found == databases_.end()) {
-        throw xUsageError(fmt::format("No database is open as '{}'; .databases lists them.", name));
+        throw xUsageError(fmt::format("No open database is named '{}'. .databases lists them.", name));
     }
     const DatabasePtr database = found->database;
     const auto index = static_cast<std::size_t>(found - databases_.begin());
@@ -93,7 +93,7 @@ void Session::Close(const std::string& name) {
 
 const OpenedDatabase& Session::get_Current() const {
     if (databases_.empty()) {
-        throw std::runtime_error("No database is open; .open FILE opens one.");
+        throw std::runtime_error("No database is open. Use .open FILE to open one.");
     }
     return databases_[current_];
 }

@@ -18,9 +18,9 @@ namespace mduckdb_host {
 
 namespace {
 
-/** The module's code of an interruption, for one that came while rows were printed. */
+/** The module's code for an interruption, used for one that arrives while rows are printed. */
 constexpr uint32_t kInterruptCode = 0x57501;
-/** Files that read files that read files. */
+/** Limit for files that read each other with `.read`. */
 constexpr int kDeepestFile = 20;
 
 bool IsBlank(const std::string& line) {
@@ -64,10 +64,10 @@ bool Shell::Run(LineReader& reader) {
 void Shell::RunFile(const std::string& name) {
     std::ifstream file(name);
     if (!file) {
-        throw xUsageError(fmt::format("There is no file '{}'.", name));
+        throw xUsageError(fmt::format("Cannot read '{}'.", name));
     }
     if (file_depth_ == kDeepestFile) {
-        throw xUsageError("Files read each other without an end.");
+        throw xUsageError("Too many nested .read commands. Do the files read each other?");
     }
     ++file_depth_;
     const std::unique_ptr<LineReader> reader = MakePipeReader(file);
@@ -158,7 +158,7 @@ void Shell::RunReported(const std::string& sql, const std::function<void()>& wor
     } catch (const nbx::xInterruptError&) {
         const std::string first_line = sql.substr(0, sql.find('\n'));
         Report(fmt::format("Interrupted: {}", first_line));
-        // Who interrupts a pasted script wants none of its statements.
+        // After an interrupt, the rest of a pasted script should not run either.
         splitter_.Clear();
     } catch (const std::exception& error) {
         Report(DescribeException(error, sql));
@@ -167,8 +167,7 @@ void Shell::RunReported(const std::string& sql, const std::function<void()>& wor
 
 void Shell::Report(const std::string& text) {
     has_failed_ = true;
-    // What was printed before stands before it, also when both go to one place. A printer that an error left
-    // in the middle of a result is no use any more.
+    // Flush, so that earlier output precedes the error. A printer in the middle of a result cannot be reused.
     session_.get_Output().Flush();
     session_.DropPrinter();
     PrintError(text);

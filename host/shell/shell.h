@@ -19,13 +19,13 @@ class Shell {
     Shell(const Shell&) = delete;
     Shell& operator=(const Shell&) = delete;
 
-    /** Reads to the end or to `.quit`; false when something failed on the way. */
+    /** Reads until the end of the input or `.quit`; false when anything failed. */
     bool Run(LineReader& reader);
 
   private:
     /** Runs the lines of a file as if they had been entered. */
     void RunFile(const std::string& name);
-    /** Takes a line in and runs the statements that it completes. */
+    /** Adds a line to the statement that is being read, and runs the statements that it completes. */
     void Accept(LineReader& reader, const std::string& line);
     void AcceptDotCommand(const std::string& line);
     /** Runs a statement, reports its errors, and shows the time that it took if `.timer` is on. */
@@ -40,7 +40,7 @@ class Shell {
     Session& session_;
     bool is_interactive_;
     StatementSplitter splitter_;
-    /** Whether the history takes the statement that is being read; not when it began with a blank. */
+    /** Whether the statement that is being read goes into the history; not if it began with a blank. */
     bool is_kept_ = true;
     bool has_failed_ = false;
     int file_depth_ = 0;

@@ -54,7 +54,7 @@ void StatementSplitter::Clear() {
 }
 
 std::string StatementSplitter::TakeFront(std::size_t length) {
-    // What stands before the statement itself, comments too, is not part of it.
+    // Blanks and comments before the statement are not part of it.
     const std::size_t start = content_start_ == std::string::npos ? 0 : content_start_;
     std::string front = text_.substr(start, length - start);
     std::string rest = text_.substr(length);

@@ -5,17 +5,17 @@
 
 namespace mduckdb_host {
 
-/** Cuts SQL text that arrives in pieces into statements at the semicolons that stand outside of quotes,
-    dollar quotes and comments. */
+/** Splits SQL text that arrives in pieces into statements, at the semicolons outside of quotes, dollar quotes
+    and comments. */
 class StatementSplitter {
   public:
     void Add(std::string_view text) { text_ += text; }
-    /** Takes the next complete statement with its semicolon, without blanks before it; statements of blanks
-        and comments alone are left out. False when there is none yet. */
+    /** Removes the next complete statement, with its semicolon and without blanks before it. Skips statements
+        that consist of blanks and comments. False when there is none yet. */
     bool TakeStatement(std::string& statement);
-    /** Takes what is left although no semicolon ended it; empty when it is blanks and comments alone. */
+    /** Removes the rest, although no semicolon ended it; empty when it consists of blanks and comments. */
     std::string TakeRest();
-    /** Whether a statement has been begun. */
+    /** Whether a statement has begun but not ended. */
     bool get_IsInside() const;
     void Clear();
 
@@ -30,7 +30,7 @@ class StatementSplitter {
         kDollarQuote
     };
 
-    /** Reads on; true when it stopped behind a semicolon. False when more text is needed. */
+    /** Continues; true when it stopped behind a semicolon, false when more text is needed. */
     bool Scan();
     void ScanCode();
     void ScanBlockComment();
@@ -45,7 +45,7 @@ class StatementSplitter {
     State state_ = State::kCode;
     int comment_depth_ = 0;
     std::string dollar_tag_;
-    /** Where the first character of the statement stands that is neither a blank nor in a comment. */
+    /** The statement's first character that is neither a blank nor in a comment. */
     std::size_t content_start_ = std::string::npos;
     bool is_at_semicolon_ = false;
 };

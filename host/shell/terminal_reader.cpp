@@ -2,7 +2,7 @@
 #include <poll.h>
 #include <unistd.h>
 
-// The readline headers want stdio's types.
+// The readline headers need the types of stdio.
 #include <cstdio>
 
 #include <readline/history.h>
@@ -25,7 +25,7 @@ constexpr int kHistoryEntries = 10000;
 constexpr const char* kWordBreaks = " \t\n\"'`@><=;|&{}(),[]*+/";
 
 class TerminalReader;
-/** The one reader, for readline's callbacks, which carry no word of their own. */
+/** The only reader, for readline's callbacks, which have no argument for it. */
 TerminalReader* gReader = nullptr;
 
 /** A text that readline frees. */
@@ -39,7 +39,7 @@ class TerminalReader final : public LineReader {
         : history_file_(std::move(history_file)), completer_(std::move(completer)) {
         gReader = this;
         rl_readline_name = "mduckdb-host";
-        rl_catch_signals = 0;  // Ctrl-C comes as a descriptor, see BlockInterrupts
+        rl_catch_signals = 0;  // Ctrl-C arrives through a descriptor, see BlockInterrupts
         rl_basic_word_break_characters = kWordBreaks;
         rl_completer_quote_characters = "'\"";
         rl_attempted_completion_function = &Complete;
@@ -94,7 +94,7 @@ class TerminalReader final : public LineReader {
     void StartHistory() {
         using_history();
         stifle_history(kHistoryEntries);
-        // Lines with a time before each entry, so that an entry may have several lines.
+        // With a time before each entry, an entry can have several lines.
         history_comment_char = '#';
         history_write_timestamps = 1;
         if (!history_file_.empty()) {
@@ -103,7 +103,7 @@ class TerminalReader final : public LineReader {
     }
 
     static ReadOutcome GiveUpLine() {
-        // The mark stands behind the line, wherever the cursor was.
+        // Print the mark behind the line, wherever the cursor was.
         rl_point = rl_end;
         rl_redisplay();
         rl_callback_sigcleanup();
@@ -118,7 +118,7 @@ class TerminalReader final : public LineReader {
         gReader->has_line_ = text != nullptr;
         gReader->line_ = text != nullptr ? text : "";
         std::free(text);
-        // Here and not later, since readline would print the prompt again.
+        // Remove it here, since readline would print the prompt again.
         rl_callback_handler_remove();
     }
 
@@ -172,7 +172,7 @@ std::string PrepareHistoryFile() {
     std::error_code error;
     fs::create_directories(folder, error);
     std::string file = (folder / "history").string();
-    // Statements may hold what others should not read.
+    // Only the owner may read it, since statements may contain secrets.
     const int descriptor = ::open(file.c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600);
     if (descriptor < 0) {
         return {};

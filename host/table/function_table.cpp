@@ -12,7 +12,7 @@ namespace mduckdb_host {
 
 namespace {
 
-// The positions that the module knows, once more by number, so that a change of the record is seen.
+// The positions that the module uses, checked by number so that a change of the record does not compile.
 #define MDUCKDB_HOST_AT(name, position) \
     static_assert(offsetof(mirona_extension_api, name) == (position) * sizeof(void*), #name)
 MDUCKDB_HOST_AT(register_procedure, 2);
@@ -29,12 +29,12 @@ MDUCKDB_HOST_AT(value_text, 45);
 #undef MDUCKDB_HOST_AT
 static_assert(sizeof(mirona_extension_api) >= MIRONA_EXTENSION_API_POSITIONS * sizeof(void*));
 
-// The functions of the table. They are `noexcept`, since nothing may be thrown into the module: a host
-// that runs out of memory inside one of them ends.
+// The functions of the table. They are `noexcept`, since the module must never receive an exception: if
+// memory runs out inside one of them, the program terminates.
 
 template <std::size_t Position>
 void ReportUnused() noexcept {
-    std::fprintf(stderr, "The module called position %zu of the function table, which is not in use.\n",
+    std::fprintf(stderr, "The module called position %zu of the function table, which is not used.\n",
                  Position);
 }
 

@@ -9,11 +9,11 @@
 
 namespace mduckdb_host {
 
-/** The host as the module sees it while it is initialised: takes the registrations. */
+/** The host as the module sees it during initialisation: it accepts the registrations. */
 class ProcedureRegistry final : public ErrorTarget {
   public:
     const std::vector<Procedure>& get_Procedures() const noexcept { return procedures_; }
-    /** Null when there is none. Names are told apart by case, as SQL identifiers in quotes are. */
+    /** Null when there is none. Names are case-sensitive, like quoted SQL identifiers. */
     const Procedure* Find(std::string_view name) const noexcept;
     void Register(const mirona_procedure_def& def);
 

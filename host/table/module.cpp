@@ -22,7 +22,7 @@ std::string FindModule(const std::string& name) {
     if (name.find('/') != std::string::npos) {
         return name;
     }
-    // A file name is a file of the current folder, as with every other program; a mere module name never is.
+    // `name.so` may be a file in the current folder; a name without .so never is.
     if (std::error_code error; name.ends_with(".so") && fs::is_regular_file(name, error)) {
         return "./" + name;
     }
@@ -35,15 +35,17 @@ std::string FindModule(const std::string& name) {
             }
         }
     }
-    throw std::runtime_error(fmt::format("Cannot find the module '{}' in {} and {}; --module FILE names it.",
-                                         name, (here / "../lib").lexically_normal().string(), here.string()));
+    throw std::runtime_error(
+        fmt::format("Cannot find the module '{}' in {} or {}. Use --module FILE to name its file.", name,
+                    (here / "../lib").lexically_normal().string(), here.string()));
 }
 
 template <class Function>
 Function FindFunction(void* module, const char* name, const std::string& file) {
     void* const address = dlsym(module, name);
     if (address == nullptr) {
-        throw std::runtime_error(fmt::format("'{}' is no extension module: it has no {}.", file, name));
+        throw std::runtime_error(
+            fmt::format("'{}' is not an extension module: it does not export {}.", file, name));
     }
     return reinterpret_cast<Function>(address);
 }
@@ -55,7 +57,8 @@ struct Search {
     std::optional<std::string> version;
 };
 
-/** Splits `size` bytes, rounded up to the alignment, off the notes; nothing when there are fewer. */
+/** Removes `size` bytes, rounded up to the alignment, from the front of the notes; empty when there are
+    fewer. */
 std::string_view Take(std::string_view& notes, std::size_t size, std::size_t alignment) {
     const std::size_t padded = (size + alignment - 1) / alignment * alignment;
     if (size > notes.size()) {
@@ -84,7 +87,7 @@ std::optional<std::string> FindVersion(std::string_view notes, std::size_t align
 bool HoldsAddress(const dl_phdr_info& library, ElfW(Addr) address) {
     for (int i = 0; i < library.dlpi_phnum; ++i) {
         const auto& segment = library.dlpi_phdr[i];
-        // What lies below the segment wraps around to a large number.
+        // An address below the segment wraps around to a large number.
         if (segment.p_type == PT_LOAD && address - library.dlpi_addr - segment.p_vaddr < segment.p_memsz) {
             return true;
         }

@@ -8,7 +8,7 @@ namespace mduckdb_host {
 
 namespace {
 
-/** DuckDB's code of single-precision numbers, which arrive widened. */
+/** DuckDB's type code of FLOAT, whose values arrive as doubles. */
 constexpr uint32_t kFloat = 10;
 
 class CallbackCursor final : public HostCursor {
@@ -103,12 +103,12 @@ HostCursor* ProcedureCall::Run() {
     for (HostValue& argument : arguments_) {
         handles.push_back(&argument);
     }
-    // A procedure that looks beyond its arguments finds null handles.
+    // A procedure that reads beyond its arguments finds null handles.
     handles.resize(std::size_t{procedure_.max_args} + 1);
     const mirona_cursor cursor = procedure_.handler(static_cast<ErrorTarget*>(this), handles.data());
     ReleaseValues();
     if (cursor == nullptr && error_.empty()) {
-        error_ = procedure_.name + " gave neither a cursor nor an error.";
+        error_ = procedure_.name + " returned neither a cursor nor an error.";
     }
     return error_.empty() ? static_cast<HostCursor*>(cursor) : nullptr;
 }

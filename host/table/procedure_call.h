@@ -12,33 +12,33 @@
 
 namespace mduckdb_host {
 
-/** What stands behind a `mirona_value`. Elements of an array are values of their own. */
+/** The object that a `mirona_value` points to. Each element of an array is a value of its own. */
 struct HostValue {
     explicit HostValue(Datum content);
 
     Datum datum;
     std::vector<HostValue> elements;
-    /** What `value_text` gave out, if it was asked. */
+    /** The text that `value_text` returned, which must stay valid. */
     std::string text;
 };
 
-/** Whoever the module may report an error to: the host while the module is initialised, afterwards the
-    call of a procedure. Both kinds of handle are pointers to this class. */
+/** Receives the errors that the module reports: during initialisation the host, afterwards the call of a
+    procedure. Both kinds of handle are pointers to this class. */
 class ErrorTarget {
   public:
     virtual ~ErrorTarget();
     virtual void ReportError(std::string_view text) = 0;
 };
 
-/** A cursor as the host holds it. */
+/** The host's side of a cursor. */
 class HostCursor {
   public:
     virtual ~HostCursor();
     virtual const std::vector<Column>& get_Columns() const = 0;
     virtual uint64_t get_RowCount() const = 0;
-    /** Steps to the next row and reads it; false at the end. */
+    /** Moves to the next row and reads it; false at the end. */
     virtual bool NextRow(Row& row) = 0;
-    /** Steps to a row, counted from 0, and reads it; false when there is no such row. */
+    /** Moves to a row, counted from 0, and reads it; false when there is no such row. */
     virtual bool GoToRow(int64_t number, Row& row) = 0;
 };
 
@@ -52,8 +52,8 @@ struct Procedure {
     mirona_procedure_handler handler = nullptr;
 };
 
-/** One call of a procedure, from its arguments to the closing of its cursor. Owns every value that was
-    made during the call; those of a row die with the next row. For one thread. */
+/** One call of a procedure, from its arguments to the end of its cursor. Owns every value created during the
+    call; the values of a row are valid until the next row. For one thread. */
 class ProcedureCall final : public ErrorTarget {
   public:
     ProcedureCall(const Procedure& procedure, std::vector<Datum> arguments);
@@ -61,33 +61,33 @@ class ProcedureCall final : public ErrorTarget {
     ProcedureCall(const ProcedureCall&) = delete;
     ProcedureCall& operator=(const ProcedureCall&) = delete;
 
-    /** Runs the procedure. Null when it reported an error. The cursor lives as long as the call. */
+    /** Runs the procedure. Returns null when it reported an error. The cursor lives as long as the call. */
     HostCursor* Run();
-    /** The text that the procedure reported; of several ones, a line each. */
+    /** The errors that the procedure reported, one per line. */
     const std::string& get_Error() const noexcept { return error_; }
 
     void ReportError(std::string_view text) override;
 
-    // What the function table needs.
+    // For the function table.
     uint32_t get_ArgumentCount() const noexcept { return static_cast<uint32_t>(arguments_.size()); }
     HostValue* MakeValue(Datum datum);
-    /** Forgets the values made since the last call. */
+    /** Marks the values created since the last call as free for reuse. */
     void ReleaseValues() noexcept { used_values_ = 0; }
     HostCursor* AddCursor(std::unique_ptr<HostCursor> cursor);
 
   private:
     const Procedure& procedure_;
     std::deque<HostValue> arguments_;
-    // Addresses must stay, so that a handle stays good; the first `used_values_` are in use.
+    // A deque keeps addresses, which handles rely on. The first `used_values_` are in use.
     std::deque<HostValue> values_;
     std::size_t used_values_ = 0;
     std::vector<std::unique_ptr<HostCursor>> cursors_;
     std::string error_;
 };
 
-/** A cursor over the module's callbacks. Copies the record; closes its state when it goes. */
+/** A cursor over the module's callbacks. Copies the record; its destructor calls `close`. */
 std::unique_ptr<HostCursor> MakeCallbackCursor(ProcedureCall& call, const mirona_cursor_def& def);
-/** A cursor over rows that are there already. */
+/** A cursor over rows in memory. */
 std::unique_ptr<HostCursor> MakeTableCursor(std::vector<Column> columns, std::vector<Row> rows);
 
 }  // namespace mduckdb_host

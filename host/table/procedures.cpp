@@ -32,10 +32,10 @@ const Procedure& FindProcedure(const ProcedureRegistry& registry, std::string_vi
     const Procedure* const procedure = registry.Find(name);
     if (procedure == nullptr) {
         throw xUsageError(
-            fmt::format("There is no procedure '{}'. The module has:{}", name, DescribeProcedures(registry)));
+            fmt::format("Unknown procedure '{}'. The module has:{}", name, DescribeProcedures(registry)));
     }
     if (argument_count < procedure->min_args || argument_count > procedure->max_args) {
-        throw xUsageError(fmt::format("{} takes {} to {} arguments, not {}: {}({})", name,
+        throw xUsageError(fmt::format("{} accepts {} to {} arguments, not {}: {}({})", name,
                                       procedure->min_args, procedure->max_args, argument_count, name,
                                       procedure->signature));
     }
@@ -68,7 +68,7 @@ int64_t CallForNumber(const ProcedureRegistry& registry, std::string_view name,
         number = std::get_if<int64_t>(&row[0].content);
     }
     if (number == nullptr) {
-        throw xProcedureError(fmt::format("{} gave no number.", name));
+        throw xProcedureError(fmt::format("{} returned no number.", name));
     }
     return *number;
 }

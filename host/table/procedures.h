@@ -12,23 +12,22 @@
 
 namespace mduckdb_host {
 
-/** A procedure that reported an error; `what()` is its text. */
+/** A procedure reported an error; `what()` is its text. */
 class xProcedureError : public std::runtime_error {
   public:
     using std::runtime_error::runtime_error;
 };
 
-/** The procedure, checked to take this number of arguments. Throws `xUsageError`. */
+/** The procedure, if it accepts this number of arguments. Throws `xUsageError` if not. */
 const Procedure& FindProcedure(const ProcedureRegistry& registry, std::string_view name,
                                std::size_t argument_count);
 
-/** Calls a procedure and prints its rows. Asks `is_stopped` before the first row and
-    after each, and leaves out the rest when it says so. Throws
-    `xUsageError` and `xProcedureError`. */
+/** Calls a procedure and prints its rows. Calls `is_stopped` before the first row and after each one, and
+    stops when it returns true. Throws `xUsageError` and `xProcedureError`. */
 void PrintProcedure(const ProcedureRegistry& registry, std::string_view name, std::vector<Datum> arguments,
                     Printer& printer, const std::function<bool()>& is_stopped = nullptr);
 
-/** Calls a procedure that gives one number, as `parquet_count`. */
+/** Calls a procedure that returns one number, such as `parquet_count`. */
 int64_t CallForNumber(const ProcedureRegistry& registry, std::string_view name, std::vector<Datum> arguments);
 
 }  // namespace mduckdb_host

@@ -18,8 +18,8 @@ namespace {
 constexpr int kColumnsBefore = 50;
 constexpr int kColumnsAfter = 40;
 
-/** Bytes that are looked at on each side of the place. Far more than the columns hold, so that nothing is
-   lost, and few enough that the length of the line does not matter. */
+/** Bytes that are read on each side of the place: far more than the columns can hold, and few enough that
+    the length of the line does not matter. */
 constexpr std::size_t kBytesAround = 1024;
 
 /** A part of a line, as it is shown. */
@@ -51,13 +51,13 @@ std::string JoinTexts(const nbx::xException& exception) {
     return joined;
 }
 
-// Errors that carry no text, only a code.
+// Errors that have a code but no text.
 const char* DescribeCode(uint32_t code) {
     switch (code) {
         case 0x51501:
-            return "There is no location for the database.";
+            return "The database has no location.";
         case 0x66000:
-            return "There is no backup in this folder.";
+            return "The folder contains no backup.";
         default:
             return nullptr;
     }
@@ -128,7 +128,7 @@ std::string DescribeException(const std::exception& exception, std::string_view 
 
 void PrintError(std::string_view text) {
     std::fflush(stdout);
-    // Nobody may be there to read it; that is no reason to fail differently.
+    // If stderr is closed, the exit status still reports the failure.
     std::fprintf(stderr, "%.*s\n", static_cast<int>(text.size()), text.data());
 }
 

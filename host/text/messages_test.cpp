@@ -104,7 +104,7 @@ TEST(DescribeException, TellsTheHostsExceptionsApart) {
     EXPECT_EQ(DescribeException(nbx::mrsql::xDuckDBError(0x72501, "path", "File does not exist"), ""),
               "File does not exist");
     EXPECT_EQ(DescribeException(nbx::xException(0x99000, "IO Error: no"), ""), "IO Error: no");
-    EXPECT_EQ(DescribeException(nbx::xDBError(0x66000), ""), "There is no backup in this folder.");
+    EXPECT_EQ(DescribeException(nbx::xDBError(0x66000), ""), "The folder contains no backup.");
     EXPECT_EQ(DescribeException(std::runtime_error("plain"), ""), "plain");
 }
 

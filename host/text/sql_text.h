@@ -6,12 +6,12 @@
 
 namespace mduckdb_host {
 
-/** The words of SQL that are worth completing, in capitals. */
+/** The SQL keywords that are worth completing, in capitals. */
 std::span<const std::string_view> GetKeywords();
 
 /** The text as a SQL string literal, with its quotes. */
 std::string QuoteText(std::string_view text);
-/** The name as it stands in SQL: in quotes unless it is a plain lower-case word. */
+/** The name as a SQL identifier: quoted unless it is a plain lower-case word. */
 std::string QuoteName(std::string_view name);
 
 }  // namespace mduckdb_host

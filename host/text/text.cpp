@@ -16,7 +16,7 @@ namespace {
 
 constexpr char32_t kReplacement = 0xFFFD;
 
-/** Takes the next character off the front of the text, U+FFFD for a byte that starts none. */
+/** Removes the first character from the text and returns it; U+FFFD for a byte that does not start one. */
 char32_t TakeCharacter(std::string_view& text) {
     const char* position = text.data();
     const char* const end = position + text.size();
@@ -30,8 +30,7 @@ char32_t TakeCharacter(std::string_view& text) {
     return character;
 }
 
-/** Where the character that ends at `end` begins: behind a character of UTF-8 stand at most three more bytes.
- */
+/** Where the character that ends at `end` begins. UTF-8 has at most three trailing bytes. */
 std::size_t FindCharacterBefore(std::string_view text, std::size_t end) {
     std::size_t start = end - 1;
     while (start > 0 && end - start < 4 && (static_cast<unsigned char>(text[start]) & 0xC0U) == 0x80U) {
@@ -44,7 +43,7 @@ int CharacterWidth(char32_t character) {
     if (character < 0x7F) {
         return character >= ' ' ? 1 : 0;
     }
-    // Unassigned characters have no width of their own; terminals show them as one box.
+    // Unassigned characters have no width in the table; terminals show them as one box.
     const int width = wcwidth(static_cast<wchar_t>(character));
     return width < 0 ? 1 : width;
 }
@@ -64,7 +63,7 @@ void AppendPrintable(std::string& out, char32_t character) {
             break;
     }
     const bool is_control = character < ' ' || (character >= 0x7F && character < 0xA0);
-    // These turn the direction of the text that follows, also beyond the cell.
+    // These change the direction of the text that follows, even beyond the cell of a table.
     const bool is_direction =
         (character >= 0x202A && character <= 0x202E) || (character >= 0x2066 && character <= 0x2069);
     if (is_control || is_direction) {

@@ -16,23 +16,23 @@ inline nbx::String FromUtf8(std::string_view text) {
     return nbx::String(nbx::GetConverter_UTF8()->ToUTF16(text));
 }
 
-/** Makes the process count the columns of UTF-8 text, also where the environment names no UTF-8
-    locale. Call once at start. */
+/** Sets up the process to measure UTF-8 text, even if the environment names no UTF-8 locale. Call once at
+    start. */
 void InitDisplayWidth();
 
-/** Columns that the text takes on a terminal: 2 for wide characters (Chinese, Japanese, Korean, emoji),
-    0 for combining ones. A byte that is no UTF-8 counts 1. */
+/** Columns that the text occupies on a terminal: 2 for wide characters (Chinese, Japanese, Korean, emoji), 0
+    for combining ones, 1 for a byte that is not valid UTF-8. */
 int DisplayWidth(std::string_view text);
 
-/** As much of the start of the text as fits into `columns`, whole characters only. */
+/** The longest start of the text that fits into `columns`, whole characters only. */
 std::string_view CutToWidth(std::string_view text, int columns);
 
-/** The longest end of the text that fits into `columns`, whole characters only. Costs as much as the end is
-   long, however long the text is. */
+/** The longest end of the text that fits into `columns`, whole characters only. Reads no more than that
+    end. */
 std::string_view CutStartToWidth(std::string_view text, int columns);
 
-/** The text on one line and harmless on a terminal: line ends, tabs and other control characters are
-    written as escapes, what is not UTF-8 as U+FFFD. */
+/** The text on one line and harmless on a terminal: line ends, tabs and other control characters become
+    escapes, bytes that are not valid UTF-8 become U+FFFD. */
 std::string ToPrintable(std::string_view text);
 
 /** "1 row", "2,048 rows". */

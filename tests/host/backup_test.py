@@ -72,12 +72,12 @@ class BackupTest(HostCase):
         done = self.run_host("--format", "json", "restore", "again.db", folder)
         self.assertEqual(done.returncode, 1, done.stderr.decode())
         self.assertIn(["t", 2500, 5000, "DIFFERS"], json.loads(done.stdout)["rows"])
-        self.assertIn("tables that differ", done.stderr.decode())
+        self.assertIn("See the tables marked DIFFERS.", done.stderr.decode())
 
     def test_restore_of_the_folder_above_names_the_backups_in_it(self):
         folder, _ = self.backup()
         error = self.error("restore", "again.db", os.path.dirname(folder))
-        self.assertIn("There is no backup in", error)
+        self.assertIn("contains no backup", error)
         self.assertIn("\n  " + folder, error)
         self.assertFalse(os.path.exists(self.path("again.db")))
 

@@ -79,7 +79,7 @@ class SampleModuleTest(HostCase):
     def test_an_unused_position_of_the_table_reports_its_number(self):
         done = self.run_host(*SAMPLE, "call", "call_unused")
         self.assertEqual(done.stderr.decode(),
-                         "The module called position 39 of the function table, which is not in use.\n")
+                         "The module called position 39 of the function table, which is not used.\n")
 
     def test_an_error_during_initialisation_is_shown(self):
         done = self.run_host(*SAMPLE, "call", "values", env={"SAMPLE_MODULE_INIT_ERROR": "1"})
@@ -119,7 +119,7 @@ class SampleModuleTest(HostCase):
 
     def test_a_library_without_the_two_functions_is_refused(self):
         library = os.environ["MDUCKDB_MSHARED"]
-        self.assertIn("is no extension module", self.error("--module", library, "call", "values"))
+        self.assertIn("is not an extension module", self.error("--module", library, "call", "values"))
 
 
 class ParquetTest(HostCase):

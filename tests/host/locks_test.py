@@ -42,7 +42,7 @@ class LocksTest(HostCase):
         self.hold("READ_ONLY")
         done = self.run_host("--format", "csv", "sql", "a.db", "FROM t")
         self.assertEqual((done.returncode, done.stdout), (0, b"i\n1\n"))
-        self.assertIn(b"open for reading only", done.stderr)
+        self.assertIn(b"is open read-only: it is write-protected or in use.", done.stderr)
         self.assertIn("read-only", self.error("sql", "a.db", "INSERT INTO t VALUES (2)"))
 
     def test_everything_is_possible_alone(self):

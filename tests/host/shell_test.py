@@ -43,7 +43,7 @@ class PipeShellTest(HostCase):
                                 "a.db", status=1)
         self.assertEqual(out.split("\n\n"), ["i\n1", "i\n2", "current,name,path,access\n"
                                              '"",a,a.db,read and write\n*,b,b.db,read and write', "i\n1\n"])
-        self.assertTrue(error.endswith("No database is open; .open FILE opens one.\n"), error)
+        self.assertTrue(error.endswith("No database is open. Use .open FILE to open one.\n"), error)
 
     def test_one_name_for_two_databases_gets_a_number(self):
         os.mkdir(self.path("x"))
@@ -66,7 +66,7 @@ class PipeShellTest(HostCase):
         _, error = self.shell("CALL parquet_count(1 + 1);\n", status=1)
         self.assertIn("LINE 1: CALL parquet_count(1 + 1);\n" + " " * 29 + "^", error)
         _, error = self.shell("CALL parquet_count();\n", status=1)
-        self.assertIn("parquet_count takes 1 to 2 arguments, not 0", error)
+        self.assertIn("parquet_count accepts 1 to 2 arguments, not 0", error)
 
     def test_tables_and_schema(self):
         out, _ = self.shell("CREATE TABLE t (i INT PRIMARY KEY);CREATE VIEW v AS FROM t;CREATE INDEX x ON t (i);\n"
@@ -89,10 +89,12 @@ class PipeShellTest(HostCase):
         self.assertEqual(out, "n\n3000\n\na\n1\n")
 
     def test_wrong_dot_commands_say_what_is_right(self):
-        for line, text in ((".nope", "There is no command '.nope'"), (".mode xml", "none of table, csv"),
-                           (".cursor", "Usage: .cursor server|client"), (".timer maybe", "neither on nor off"),
-                           (".use nope", "No database is open as 'nope'"), (".close nope", "'nope'"),
-                           (".", "may be"), (".read nope", "There is no file 'nope'")):
+        for line, text in ((".nope", "Unknown command '.nope'"),
+                           (".mode xml", "Unknown format 'xml'. Use one of: table, csv, json, jsonl, markdown."),
+                           (".cursor", "Usage: .cursor server|client"),
+                           (".timer maybe", "Unknown setting 'maybe'. Use on or off."),
+                           (".use nope", "No open database is named 'nope'"), (".close nope", "'nope'"),
+                           (".", "Ambiguous command"), (".read nope", "Cannot read 'nope'.")):
             with self.subTest(line=line):
                 self.assertIn(text, self.shell(line + "\n", status=1)[1])
 
@@ -112,7 +114,7 @@ class PipeShellTest(HostCase):
         self.assertEqual(self.shell(".read s.sql\nSELECT 1 AS a;\n")[0], "i\n5\n\na\n1\n")
         with open(self.path("self.sql"), "w") as file:
             file.write(".read self.sql\n")
-        self.assertIn("without an end", self.shell(".read self.sql\n", status=1)[1])
+        self.assertIn("Too many nested .read commands.", self.shell(".read self.sql\n", status=1)[1])
 
     def test_a_result_that_fails_half_way_leaves_the_next_one_whole(self):
         out, _ = self.shell("SELECT CASE WHEN i < 5000 THEN i ELSE error('x') END AS i FROM range(9000) r(i);\n"

@@ -60,7 +60,7 @@ class SqlTest(HostCase):
         self.assertEqual(row[6:], ["BIGINT[]", "VARCHAR[]", "DATE", True, 2**64 - 1, "2024-01-31"])
 
     def test_a_parameter_that_is_no_json_is_wrong_usage(self):
-        self.assertIn("no JSON value: hello", self.error("sql", ":memory:", "SELECT $1", "--param", "hello", status=2))
+        self.assertIn("Not a JSON value: hello", self.error("sql", ":memory:", "SELECT $1", "--param", "hello", status=2))
 
     def test_a_parameter_file_runs_the_statement_once_a_line(self):
         self.output("create", "p.db")
@@ -74,8 +74,8 @@ class SqlTest(HostCase):
 
     def test_a_bad_line_of_a_parameter_file_is_named(self):
         error = self.error("sql", ":memory:", "SELECT ?", "--params-file", "-", stdin="[1]\n{}\n", status=2)
-        self.assertEqual(error, "Line 2 of the parameters is no JSON array.\n")
-        self.assertIn("no file 'nope'", self.error("sql", ":memory:", "SELECT ?", "--params-file", "nope", status=2))
+        self.assertEqual(error, "Line 2 of the parameters is not a JSON array.\n")
+        self.assertIn("Cannot read the parameter file 'nope'.", self.error("sql", ":memory:", "SELECT ?", "--params-file", "nope", status=2))
 
     def test_an_error_shows_type_message_and_place(self):
         error = self.error("sql", ":memory:", "SELECT 1;\nSELECT 'é', nope;")
