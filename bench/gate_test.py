@@ -17,13 +17,13 @@ def verdicts(stored, counted, **options):
 
 
 class Comparison(unittest.TestCase):
-    def test_five_percent_more_passes_and_what_is_above_fails(self):
+    def test_five_percent_more_passes_and_anything_above_fails(self):
         for count, verdict in ((100.0, "ok"), (105.0, "ok"), (105.1, "WORSE"), (96.0, "ok"), (95.0, "better")):
             rows = gate.compare({"a": figures(100.0)}, {"a": figures(count)})
             self.assertEqual(verdict, rows[0].verdict, count)
             self.assertEqual(verdict == "WORSE", bool(gate.failures(rows)), count)
 
-    def test_what_is_in_the_module_is_compared_by_itself(self):
+    def test_instructions_in_the_module_are_compared_separately(self):
         found = verdicts({"a": figures(1000.0, 10.0)}, {"a": figures(1001.0, 11.0)})
         self.assertEqual({("a", "all"): "ok", ("a", "module"): "WORSE"}, found)
 
@@ -42,11 +42,11 @@ class Comparison(unittest.TestCase):
         self.assertEqual(["b", "b"], [row.name for row in gate.failures(rows)])
         self.assertEqual({"GONE"}, {row.verdict for row in gate.failures(rows)})
 
-    def test_of_a_part_only_the_part_is_compared(self):
+    def test_a_partial_run_compares_only_its_part(self):
         rows = gate.compare({"a": figures(1.0), "b": figures(1.0)}, {"a": figures(1.0)}, is_partial=True)
         self.assertEqual(["a", "a"], [row.name for row in rows])
 
-    def test_nothing_of_a_stored_nothing_is_no_failure(self):
+    def test_zero_against_a_stored_zero_passes(self):
         self.assertEqual([], gate.failures(gate.compare({"a": figures(0.0, 0.0)}, {"a": figures(0.0, 0.0)})))
 
 
@@ -77,7 +77,7 @@ fn=main
 1 10
 """.splitlines()
 
-    def test_costs_belong_to_the_file_in_which_they_were_spent(self):
+    def test_costs_belong_to_the_file_that_caused_them(self):
         self.assertEqual({"libc.so.6": 50, "libmduckdb_casts.so": 60, "libmshared.so.0": 40, "mduckdb-bench": 10},
                          gate.instructions_by_object(self.OUTPUT))
 

@@ -33,7 +33,7 @@ class Versions(unittest.TestCase):
 
 
 class Rounds(unittest.TestCase):
-    def test_each_plan_runs_once_a_round_up_to_its_most(self):
+    def test_each_plan_runs_once_a_round_up_to_its_maximum(self):
         order = []
 
         def plan(name, most):

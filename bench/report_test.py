@@ -53,12 +53,12 @@ class Ratios(unittest.TestCase):
             figures = report.Figures(delivery("W1", drain=0, server_cursor=ours, value_loop=100))
             self.assertEqual([reached], [t.reached for t in report.ratio_targets(figures)], ours)
 
-    def test_medians_stand_beside(self):
+    def test_medians_are_shown(self):
         figures = report.Figures([line("backup", "bare", [1, 2, 9], 1), line("backup", "module", [1, 3, 9], 1)])
         ratio, = report.ratios(figures)
         self.assertEqual((1, 1.5), (ratio.best, ratio.middle))
 
-    def test_what_was_not_measured_is_left_out(self):
+    def test_missing_measurements_are_left_out(self):
         figures = report.Figures(delivery("W1", server_cursor=25))
         self.assertEqual([], report.ratios(figures))
         self.assertEqual([], report.ratio_targets(figures))
@@ -133,7 +133,7 @@ class Peers(unittest.TestCase):
         self.assertEqual({None}, set(reached.values()))
         self.assertEqual(3, len(reached))
 
-    def test_a_client_that_failed_on_a_workload_is_no_rival_there(self):
+    def test_a_client_that_failed_on_a_workload_is_not_compared_there(self):
         others = peers(server_cursor=30, client_cursor=50, Go=40)
         others.cells.update({("drain", "W2"): [5], ("server cursor", "W2"): [20], ("client cursor", "W2"): [30]})
         reached = self.reached(others)

@@ -45,7 +45,7 @@ TEST(DatumJson, WritesNumbersBooleansAndNullsAsSuch) {
     EXPECT_EQ(ToJson({List{{{int64_t{1}}, {}, {std::string("a")}}}}), "[1, null, \"a\"]");
 }
 
-TEST(DatumJson, WritesWhatNoJsonNumberIsAsText) {
+TEST(DatumJson, WritesNumbersThatJsonLacksAsText) {
     EXPECT_EQ(ToJson({std::numeric_limits<double>::quiet_NaN()}), "\"NaN\"");
     EXPECT_EQ(ToJson({std::numeric_limits<double>::infinity()}), "\"Infinity\"");
     EXPECT_EQ(ToJson({-std::numeric_limits<double>::infinity()}), "\"-Infinity\"");

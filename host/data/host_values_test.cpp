@@ -27,7 +27,7 @@ uint32_t CodeOf(nbx::ValueType type) {
     return static_cast<uint32_t>(type);
 }
 
-TEST(HostValues, ParametersComeBackAsTheyWere) {
+TEST(HostValues, ParametersRoundTripUnchanged) {
     EXPECT_EQ(RoundTrip({}), "null");
     EXPECT_EQ(RoundTrip({true}), "true");
     EXPECT_EQ(RoundTrip({INT64_MIN}), "-9223372036854775808");

@@ -51,7 +51,7 @@ TEST(ParseArgument, LeavesEverythingElseAsText) {
     }
 }
 
-TEST(ParseJson, ReadsBooleansAndKeepsObjectsAsTheyStand) {
+TEST(ParseJson, ReadsBooleansAndKeepsObjectsUnchanged) {
     EXPECT_TRUE(Get<bool>(ParseJson("true")));
     EXPECT_EQ(Get<JsonText>(ParseJson("{\"a\": 1.50}")).text, "{\"a\": 1.50}");
 }
@@ -64,7 +64,7 @@ TEST(ParseJson, ReadsObjectsInsideOfArrays) {
     EXPECT_EQ(Get<std::string>(list.items[2]), "x");
 }
 
-TEST(ParseJson, RefusesWhatIsNoJson) {
+TEST(ParseJson, RejectsTextThatIsNotJson) {
     EXPECT_THROW(ParseJson("hello"), std::invalid_argument);
     EXPECT_THROW(ParseJson(""), std::invalid_argument);
     EXPECT_THROW(ParseJson("{\"a\""), std::invalid_argument);
@@ -103,7 +103,7 @@ TEST(ParseLiterals, ReadsEveryKind) {
     EXPECT_EQ(Parse(" ) ; \n"), "");
 }
 
-TEST(ParseLiterals, PointsAtWhatIsNoLiteral) {
+TEST(ParseLiterals, PointsAtTextThatIsNotALiteral) {
     const auto position_of = [](std::string_view arguments) {
         try {
             ParseLiterals(arguments);

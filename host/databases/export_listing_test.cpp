@@ -8,7 +8,7 @@
 namespace mduckdb_host {
 namespace {
 
-TEST(LoadScript, GivesTablesAndFiles) {
+TEST(LoadScript, ReturnsTablesAndFiles) {
     const auto tables = ParseLoadScript(
         "COPY t FROM '/b/t.parquet' (FORMAT 'parquet', ROW_GROUP_SIZE 100000);\n"
         "COPY \"s x\".\"T'é FROM 'q\"(a, \"b(\") FROM '/it''s/q.parquet' (FORMAT 'parquet');\n");
@@ -19,7 +19,7 @@ TEST(LoadScript, GivesTablesAndFiles) {
     EXPECT_EQ(tables[1].file, "/it's/q.parquet");
 }
 
-TEST(LoadScript, OfAnEmptyDatabaseGivesNothing) {
+TEST(LoadScript, IsEmptyForAnEmptyDatabase) {
     EXPECT_TRUE(ParseLoadScript("").empty());
     EXPECT_TRUE(ParseLoadScript("COPY t").empty());
 }
@@ -37,7 +37,7 @@ class ExportFolderTest : public ::testing::Test {
     std::filesystem::path folder_;
 };
 
-TEST_F(ExportFolderTest, TakesTheFilesOfTheFolderThatWasMoved) {
+TEST_F(ExportFolderTest, UsesTheFilesOfTheFolderThatWasMoved) {
     EXPECT_EQ(ReadExport((folder_ / "one").string())[0].file, "/elsewhere/t.parquet");
     std::ofstream(folder_ / "one/t.parquet") << "12345";
     EXPECT_EQ(ReadExport((folder_ / "one").string())[0].file, (folder_ / "one/t.parquet").string());
@@ -45,7 +45,7 @@ TEST_F(ExportFolderTest, TakesTheFilesOfTheFolderThatWasMoved) {
               5 + std::filesystem::file_size(folder_ / "one/load.sql"));
 }
 
-TEST_F(ExportFolderTest, NamesTheBackupsInAFolderThatIsNone) {
+TEST_F(ExportFolderTest, ListsTheBackupsInAFolderThatIsNotABackup) {
     try {
         ReadExport(folder_.string());
         FAIL() << "nothing thrown";

@@ -85,7 +85,7 @@ TEST(CountOf, GroupsTheDigits) {
     EXPECT_EQ(CountOf(UINT64_MAX, "row"), "18,446,744,073,709,551,615 rows");
 }
 
-TEST(Output, SaysWhenNobodyReads) {
+TEST(Output, ReportsThatTheReaderIsGone) {
     int ends[2];
     ASSERT_EQ(pipe(ends), 0);
     close(ends[0]);

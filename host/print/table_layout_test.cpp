@@ -52,7 +52,7 @@ TEST(TableLayout, WithoutAScreenShowsAll) {
     EXPECT_EQ(layout.widths, std::vector<int>(100, 100));
 }
 
-TEST(TableLayout, TakesATableWithoutColumns) {
+TEST(TableLayout, AcceptsATableWithoutColumns) {
     EXPECT_TRUE(MakeTableLayout({}, 80).widths.empty());
     EXPECT_EQ(MakeTableLayout({}, 80).left_out, 0U);
 }

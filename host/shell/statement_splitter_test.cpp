@@ -62,7 +62,7 @@ TEST(StatementSplitter, SeesNoSemicolonInDollarQuotes) {
     ExpectSplit("SELECT $1; SELECT a$b$;", {"SELECT $1;", "SELECT a$b$;"});
 }
 
-TEST(StatementSplitter, WorksOnLinesOfAnyLength) {
+TEST(StatementSplitter, AcceptsLinesOfAnyLength) {
     const std::string text =
         "SELECT $x$a;$x$ -- c;\n;\n/* x; */ SELECT E'\\';' || 'it''s;', \"a;\";\nSELECT 3";
     const Statements whole = Split(text, text.size());

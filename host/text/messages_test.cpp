@@ -39,7 +39,7 @@ TEST(ParseDuckDBError, KeepsOtherTextsWhole) {
     }
 }
 
-TEST(MakeCaret, StandsUnderThePlace) {
+TEST(MakeCaret, PointsUnderThePosition) {
     InitDisplayWidth();
     EXPECT_EQ(MakeCaret("SELECT * FROM x", 14), "LINE 1: SELECT * FROM x\n                      ^");
     EXPECT_EQ(MakeCaret("a\nbcd\ne", 3), "LINE 2: bcd\n         ^");
@@ -52,14 +52,14 @@ TEST(MakeCaret, CountsTheColumnsOfATerminal) {
     EXPECT_EQ(MakeCaret("日é\tx", 6), "LINE 1: 日é\\tx\n             ^");
 }
 
-TEST(MakeCaret, CutsLongLinesOnBothSides) {
+TEST(MakeCaret, ShortensLongLinesOnBothSides) {
     InitDisplayWidth();
     const std::string caret = MakeCaret(std::string(100, 'a') + "X" + std::string(100, 'b'), 100);
     const std::string line = "LINE 1: …" + std::string(50, 'a') + "X" + std::string(39, 'b') + "…";
     EXPECT_EQ(caret, line + "\n" + std::string(59, ' ') + "^");
 }
 
-TEST(MakeCaret, CutsWholeCharactersBeforeThePlace) {
+TEST(MakeCaret, RemovesWholeCharactersBeforeThePosition) {
     InitDisplayWidth();
     std::string wide;
     for (int i = 0; i < 100; ++i) {
@@ -71,7 +71,7 @@ TEST(MakeCaret, CutsWholeCharactersBeforeThePlace) {
               "LINE 1: …" + wide.substr(0, std::size_t{3} * 25) + "X\n" + std::string(59, ' ') + "^");
 }
 
-TEST(MakeCaret, OfAVeryLongLineIsMadeAtOnce) {
+TEST(MakeCaret, IsQuickForAVeryLongLine) {
     InitDisplayWidth();
     const auto start = std::chrono::steady_clock::now();
     for (const std::string& part :
@@ -89,13 +89,13 @@ TEST(MakeCaret, OfAVeryLongLineIsMadeAtOnce) {
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
 }
 
-TEST(MakeCaret, GivesNothingWithoutAPlace) {
+TEST(MakeCaret, IsEmptyWithoutAPosition) {
     EXPECT_EQ(MakeCaret("SELECT", -1), "");
     EXPECT_EQ(MakeCaret("SELECT", 7), "");
     EXPECT_EQ(MakeCaret("", 0), "");
 }
 
-TEST(DescribeException, TellsTheHostsExceptionsApart) {
+TEST(DescribeException, DistinguishesTheHostsExceptions) {
     InitDisplayWidth();
     EXPECT_EQ(DescribeException(nbx::xInterruptError(0x57501), "SELECT 1"), "Interrupted.");
     EXPECT_EQ(DescribeException(nbx::mrsql::xDuckDBError(0x72501, "path", kJson), "SELECT * FROM x"),

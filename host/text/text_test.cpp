@@ -10,7 +10,7 @@ class DisplayWidthTest : public ::testing::Test {
     void SetUp() override { InitDisplayWidth(); }
 };
 
-TEST_F(DisplayWidthTest, CountsWideCharactersTwiceAndCombiningOnesNot) {
+TEST_F(DisplayWidthTest, CountsWideCharactersTwiceAndCombiningOnesNotAtAll) {
     EXPECT_EQ(DisplayWidth(""), 0);
     EXPECT_EQ(DisplayWidth("abc"), 3);
     EXPECT_EQ(DisplayWidth("é"), 1);

@@ -15,7 +15,7 @@ ValuePtr MakeText(std::string_view content) {
     return TakeValue(CreateValueString(true, &content, nullptr));
 }
 
-TEST(ReferenceValue, StandsForItsInnerValue) {
+TEST(ReferenceValue, ActsAsItsInnerValue) {
     const ValuePtr inner = MakeLong(5);
     const ValuePtr value = TakeValue(CreateValueReference(inner));
     EXPECT_EQ(value->get_TypeCode(), static_cast<uint32_t>(ValueType::Reference));
@@ -31,7 +31,7 @@ TEST(ReferenceValue, StandsForItsInnerValue) {
     EXPECT_TRUE(ViewOf<I_ReferenceValue>(value, kReferenceInterfaceId).get_Inner() == inner);
 }
 
-TEST(ReferenceValue, IsNullWithoutAnInnerValueAndMakesOneWhenItIsSet) {
+TEST(ReferenceValue, IsNullWithoutAnInnerValueAndCreatesOneWhenSet) {
     const ValuePtr value = TakeValue(CreateValueReference(nullptr));
     auto& reference = ViewOf<I_ReferenceValue>(value, kReferenceInterfaceId);
     EXPECT_TRUE(value->get_IsNull());

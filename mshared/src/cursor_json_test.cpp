@@ -68,18 +68,18 @@ ValuePtr MakeNull() {
     return value;
 }
 
-TEST(CursorToJSON, GivesAnObjectForEachRow) {
+TEST(CursorToJSON, WritesAnObjectForEachRow) {
     EXPECT_EQ(
         ToJson({Wide("id"), Wide("name")}, {{MakeLong(1), MakeText("one")}, {MakeLong(-2), MakeNull()}}),
         R"([{"id":1,"name":"one"},{"id":-2,"name":null}])");
 }
 
-TEST(CursorToJSON, GivesAnEmptyArrayWithoutRows) {
+TEST(CursorToJSON, WritesAnEmptyArrayWithoutRows) {
     EXPECT_EQ(ToJson({Wide("id")}, {}), "[]");
     EXPECT_EQ(Narrow(CursorToJSON(nullptr)), "[]");
 }
 
-TEST(CursorToJSON, GoesOnFromTheCursorsPosition) {
+TEST(CursorToJSON, ContinuesFromTheCursorsPosition) {
     const auto cursor = MakeObject<FakeCursor>(
         std::vector<String>{Wide("a")},
         std::vector<std::vector<ValuePtr>>{{MakeLong(1)}, {MakeLong(2)}, {MakeLong(3)}});
@@ -118,7 +118,7 @@ TEST(CursorToJSON, WritesEachKindInItsForm) {
     }
 }
 
-TEST(CursorToJSON, IsJsonWhateverTheNamesAndTextsHold) {
+TEST(CursorToJSON, IsValidJsonForAnyNamesAndTexts) {
     const char16_t lone_surrogate[] = {u'a', 0xD800, u'b'};
     const ValuePtr value = MakeText("");
     value->put_Text(String(lone_surrogate, 3));

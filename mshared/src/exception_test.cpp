@@ -57,7 +57,7 @@ TEST(Exceptions, AreCaughtByTheirClassAndByTheRoots) {
     ExpectCaughtAs<mrsql::xDuckDBError, xException>(mrsql::xDuckDBError(0x72501, u"p", u"m"));
 }
 
-TEST(Exceptions, TakeTextsInTheirOwnWidth) {
+TEST(Exceptions, AcceptTextsOfEitherWidth) {
     EXPECT_EQ(xDBError(1, u"a", nullptr, u"c").get_Text(2), Wide("c"));
     EXPECT_EQ(xInterruptError(1, u"a", u"b", u"c", u"d").get_Text(3), Wide("d"));
     EXPECT_EQ(xFeatureError(1, "a", "b").get_Text(1), Wide("b"));

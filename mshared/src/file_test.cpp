@@ -16,7 +16,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-TEST(File, IsMadeWrittenAndRead) {
+TEST(File, IsCreatedWrittenAndRead) {
     const TemporaryFolder folder;
     const smart_ptr<I_File> file = CreateFile(folder.LocationOf("x"));
     EXPECT_EQ(file->get_RefsCount(), 1U);
@@ -52,7 +52,7 @@ TEST(File, ReadsNoMoreThanThereIs) {
     EXPECT_EQ(file.Read(nullptr, 0, 0), 0U);
 }
 
-TEST(File, IsEmptiedWhenItIsMadeAnew) {
+TEST(File, IsEmptiedWhenItIsCreatedAgain) {
     const TemporaryFolder folder;
     std::ofstream(folder.get_Path() / "x") << "0123456789";
     FileWin file;
@@ -104,7 +104,7 @@ TEST(File, IsNotWrittenWhenItWasOpenedForReading) {
     EXPECT_EQ(file.Write("y", 0, 1), 1U);
 }
 
-TEST(File, DoesNotOpenFoldersAndNothing) {
+TEST(File, DoesNotOpenFoldersOrMissingFiles) {
     const TemporaryFolder folder;
     FileWin file;
     EXPECT_THROW(file.Open(), xException);

@@ -16,7 +16,7 @@ void Finalize(I_ForeignPlugin* plugin) {
     gWasBackRefSet = gWatched != nullptr && *gWatched != nullptr;
 }
 
-TEST(ForeignPlugin, StoresTheHostsWords) {
+TEST(ForeignPlugin, StoresTheHostsData) {
     int word = 0;
     void* back = &word;  // written to when the plug-in goes
     ForeignPlugin_imp plugin;

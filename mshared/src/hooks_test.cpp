@@ -43,7 +43,7 @@ std::string ShapeOf(std::string text) {
     return text;
 }
 
-TEST(CreateBackupLocation, MakesANewFolderNamedByTheTimeEachTime) {
+TEST(CreateBackupLocation, CreatesANewFolderNamedByTheTimeEachTime) {
     const TemporaryFolder folder;
     std::set<std::string> paths;
     for (int i = 0; i < 5; ++i) {
@@ -57,7 +57,7 @@ TEST(CreateBackupLocation, MakesANewFolderNamedByTheTimeEachTime) {
     EXPECT_EQ(paths.size(), 5U);
 }
 
-TEST(CreateBackupLocation, ReportsAFolderThatIsNotThere) {
+TEST(CreateBackupLocation, ReportsAMissingFolder) {
     const TemporaryFolder folder;
     EXPECT_THROW(mrsql::gCreateBackupLocation(folder.LocationOf("missing")), xException);
     EXPECT_THROW(mrsql::gCreateBackupLocation(nullptr), xException);

@@ -49,7 +49,7 @@ TEST(Json, KeepsTheDigitsOfNumbersInNestedContent) {
     EXPECT_EQ(Get(json, "a"), "") << "a member of an inner object is none of the outermost one";
 }
 
-TEST(Json, KeepsTheDigitsOfNumbersWhateverTheLocale) {
+TEST(Json, KeepsTheDigitsOfNumbersInAnyLocale) {
     const std::string before = std::setlocale(LC_NUMERIC, nullptr);
     if (std::setlocale(LC_NUMERIC, "de_DE.UTF-8") == nullptr) {
         GTEST_SKIP() << "This machine has no locale with a decimal comma";
@@ -60,7 +60,7 @@ TEST(Json, KeepsTheDigitsOfNumbersWhateverTheLocale) {
     EXPECT_EQ(Get(json, "n"), "[2.50]");
 }
 
-TEST(Json, GivesWordsAsTextAndNullAsTheEmptyText) {
+TEST(Json, ReadsLiteralNamesAsTextAndNullAsTheEmptyText) {
     const Json json(R"({"t":true,"f":false,"n":null,"e":"","u":"\u20ac\ud83d\ude00\u0000!"})");
     EXPECT_EQ(Get(json, "t"), "true");
     EXPECT_EQ(Get(json, "f"), "false");
@@ -69,11 +69,11 @@ TEST(Json, GivesWordsAsTextAndNullAsTheEmptyText) {
     EXPECT_EQ(Get(json, "u"), std::string("\xE2\x82\xAC\xF0\x9F\x98\x80\0!", 9));
 }
 
-TEST(Json, TakesTheLastOfMembersThatOccurTwice) {
+TEST(Json, KeepsTheLastOfDuplicateMembers) {
     EXPECT_EQ(Get(Json(R"({"a":1,"a":[2]})"), "a"), "[2]");
 }
 
-TEST(Json, SaysWhatIsNotJson) {
+TEST(Json, ReportsTextThatIsNotJson) {
     for (const char* const text : {"", " ", "{", "{\"a\":1", "{\"a\":1}}", "{a:1}", "[1,]", "nul", "01", "1.",
                                    "\"a", "{\"a\":1} x", "\"\xFF\"", "\"\\ud800\"", "\"a\nb\"", "NaN", "'a'",
                                    "Parser Error: {\"exception_type\":\"Parser\"}"}) {
@@ -84,7 +84,7 @@ TEST(Json, SaysWhatIsNotJson) {
     EXPECT_FALSE(Json(nullptr).isValid());
 }
 
-TEST(Json, TakesAnyJsonValueAndHasMembersOfObjectsOnly) {
+TEST(Json, AcceptsAnyJsonValueAndHasMembersOfObjectsOnly) {
     for (const char* const text : {"1", "\"a\"", "null", "true", "[]", "[{\"a\":1}]", " {} "}) {
         const Json json(text);
         EXPECT_TRUE(json.isValid()) << text;

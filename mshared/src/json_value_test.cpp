@@ -23,7 +23,7 @@ TEST(JSONValue, KeepsItsTextAsItIs) {
     EXPECT_EQ(Narrow(MakeJson("no json")->get_Text()), "no json");
 }
 
-TEST(JSONValue, GivesEachMemberInItsKind) {
+TEST(JSONValue, ReturnsEachMemberInItsKind) {
     const ValuePtr value = MakeJson(
         R"({"t":"text","n":1.10,"big":12345678901234567890123,"yes":true,"no":false,"null":null,"j":[1,{}]})");
     const I_JSONValue& json = Members(value);
@@ -49,12 +49,12 @@ TEST(JSONValue, GivesEachMemberInItsKind) {
     EXPECT_FALSE(json.HasMember("missing"));
 }
 
-TEST(JSONValue, TakesTheLastOfMembersThatOccurTwice) {
+TEST(JSONValue, KeepsTheLastOfDuplicateMembers) {
     const ValuePtr value = MakeJson(R"({"a":1,"b":2,"a":3})");
     EXPECT_EQ(Members(value).get_Member("a")->get_LLong(), 3);
 }
 
-TEST(JSONValue, HasNoMembersWhenItIsNoObject) {
+TEST(JSONValue, HasNoMembersWhenItIsNotAnObject) {
     for (const char* const text : {"", "[{\"a\":1}]", "\"a\"", "{\"a\":1", "{\"a\":1} 2"}) {
         const ValuePtr value = MakeJson(text);
         EXPECT_FALSE(Members(value).get_IsObject()) << text;

@@ -59,7 +59,7 @@ TEST(Location, KnowsItsParentAndItsChildren) {
     EXPECT_EQ(Narrow(folder->MakeChild(Wide(":memory:.sfx"))->get_PathText()), "/backup/:memory:.sfx");
 }
 
-TEST(Location, MakesNoChildWithoutAName) {
+TEST(Location, CreatesNoChildWithoutAName) {
     const auto folder = CreateLocation(Wide("/backup"));
     for (const char* const name : {"", "/", "//", ".", "..", "a/.."}) {
         EXPECT_THROW(folder->MakeChild(Wide(name)), xException) << name;
@@ -67,7 +67,7 @@ TEST(Location, MakesNoChildWithoutAName) {
     EXPECT_THROW(CreateLocation(Wide(":memory:"))->MakeChild(Wide("x")), xException);
 }
 
-TEST(Location, SeesWhatIsThere) {
+TEST(Location, SeesWhatExists) {
     const TemporaryFolder folder;
     const auto location = folder.LocationOf("x");
     EXPECT_FALSE(location->get_Exists());
@@ -84,7 +84,7 @@ TEST(Location, OffersNoOtherInterface) {
     EXPECT_EQ(location->QueryInterface(401), nullptr);
 }
 
-TEST(Folder, IsMadeWithThoseAboveIt) {
+TEST(Folder, IsCreatedWithItsParents) {
     const TemporaryFolder folder;
     const auto location = folder.LocationOf("a/b/c");
     FolderOf(location)->Create();
@@ -92,7 +92,7 @@ TEST(Folder, IsMadeWithThoseAboveIt) {
     EXPECT_NO_THROW(FolderOf(location)->Create());
 }
 
-TEST(Folder, IsNotMadeWhereAFileIs) {
+TEST(Folder, IsNotCreatedInPlaceOfAFile) {
     const TemporaryFolder folder;
     std::ofstream(folder.get_Path() / "x") << "content";
     for (const char* const name : {"x", "x/y"}) {
@@ -106,7 +106,7 @@ TEST(Folder, IsNotMadeWhereAFileIs) {
     }
 }
 
-TEST(PrepareFolder, MakesTheFolderAndGivesItsLocation) {
+TEST(PrepareFolder, CreatesTheFolderAndReturnsItsLocation) {
     const TemporaryFolder folder;
     const auto backup = PrepareFolder(folder.LocationOf(""), "Backup/");
     EXPECT_EQ(Narrow(backup->get_PathText()), (folder.get_Path() / "Backup").string());
@@ -117,7 +117,7 @@ TEST(PrepareFolder, MakesTheFolderAndGivesItsLocation) {
     EXPECT_TRUE(fs::is_directory(folder.get_Path() / "x/y/z"));
 }
 
-TEST(PrepareFolder, ReportsWhatCannotBeMade) {
+TEST(PrepareFolder, ReportsAFolderThatCannotBeCreated) {
     const TemporaryFolder folder;
     std::ofstream(folder.get_Path() / "x") << "content";
     EXPECT_THROW(PrepareFolder(folder.LocationOf("x"), "Backup/"), xException);

@@ -31,7 +31,7 @@ void Expect(const ValuePtr& value, const Expected& expected) {
     EXPECT_EQ(Narrow(value->get_Text()), expected.text);
 }
 
-TEST(NumberValues, AreMadeInTheirOwnWidth) {
+TEST(NumberValues, AreCreatedInTheirOwnWidth) {
     Expect(Make<bool>(CreateValueBoolean, true), {ValueType::Boolean, 1, "true"});
     Expect(Make<uint8_t>(CreateValueByte, 255), {ValueType::Byte, 255, "255"});
     Expect(Make<int16_t>(CreateValueShort, -32768), {ValueType::Short, -32768, "-32768"});
@@ -116,7 +116,7 @@ TEST(NumberValues, ConvertAtTheEndsOfTheirRanges) {
     EXPECT_EQ(Make<float>(CreateValueFloat, std::numeric_limits<float>::max())->get_LLong(), INT64_MAX);
 }
 
-TEST(NumberValues, WriteFloatsWithTheFewestDigitsThatGiveThemBack) {
+TEST(NumberValues, WriteFloatsWithTheFewestDigitsThatRestoreThem) {
     EXPECT_EQ(Narrow(Make<double>(CreateValueDouble, 0.1)->get_Text()), "0.1");
     EXPECT_EQ(Narrow(Make<float>(CreateValueFloat, 0.1F)->get_Text()), "0.1");
     EXPECT_EQ(Narrow(Make<double>(CreateValueDouble, 1e300)->get_Text()), "1e+300");
@@ -157,7 +157,7 @@ TEST(NumberValues, KeepAllDigitsOfTextsThatFit) {
     EXPECT_EQ(value->get_ULLong(), 0U);
 }
 
-TEST(BooleanValue, ReadsItsWordsAndNumbers) {
+TEST(BooleanValue, ReadsBooleanNamesAndNumbers) {
     const ValuePtr value = TakeValue(CreateValueBoolean(true, nullptr, nullptr));
     for (const char* const text : {"true", "TRUE", "1", "-2", "0.5"}) {
         value->put_Text(Wide(text));

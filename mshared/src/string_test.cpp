@@ -17,7 +17,7 @@ TEST(String, IsEmptyAtFirst) {
     EXPECT_EQ(text, String::sEmpty());
 }
 
-TEST(String, TakesNarrowTextUpToItsTerminatorOrOfTheLengthGiven) {
+TEST(String, CopiesNarrowTextUpToItsTerminatorOrLength) {
     EXPECT_EQ(String("h\xC3\xA4user").get_View(), u"h\u00E4user");
     EXPECT_EQ(String("h\xC3\xA4user", 3).get_View(), u"h\u00E4");
     EXPECT_EQ(String("a\0b", 3).get_View(), std::u16string_view(u"a\0b", 3));
@@ -26,7 +26,7 @@ TEST(String, TakesNarrowTextUpToItsTerminatorOrOfTheLengthGiven) {
     EXPECT_EQ(String(static_cast<const char*>(nullptr)), String());
 }
 
-TEST(String, TakesWideTextAsItIs) {
+TEST(String, CopiesWideTextUnchanged) {
     const char16_t units[] = {u'a', 0, 0xD83D, u'b'};
     const String text(units, 4);
     EXPECT_EQ(text.get_View(), std::u16string_view(units, 4));

@@ -21,7 +21,7 @@ TEST(TextValue, KeepsTheTextOfAnyLength) {
     EXPECT_EQ(MakeText("\xFF")->get_Text().get_View(), u"\uFFFD");
 }
 
-TEST(TextValue, TakesTextsOfEveryLengthOneAfterTheOther) {
+TEST(TextValue, StoresTextsOfEveryLengthInTurn) {
     const ValuePtr value = MakeText("first");
     for (std::size_t length = 0; length < 200; ++length) {
         const std::string text(length, 'y');
@@ -68,7 +68,7 @@ TEST(TextValue, IsEmptyWhileItIsNull) {
     EXPECT_EQ(Narrow(value->get_Text()), "again");
 }
 
-TEST(CreateValueOfType, GivesAValueOfEveryCodeThatReportsItsCode) {
+TEST(CreateValueOfType, CreatesAValueForEveryCodeThatReportsItsCode) {
     for (uint32_t code = 0; code <= 50; ++code) {
         const ValuePtr value = TakeValue(CreateValueOfType(code, true));
         EXPECT_EQ(value->get_TypeCode(), code);
@@ -78,7 +78,7 @@ TEST(CreateValueOfType, GivesAValueOfEveryCodeThatReportsItsCode) {
     }
 }
 
-TEST(CreateValueOfType, GivesTextWhereTheHostHasNoKind) {
+TEST(CreateValueOfType, CreatesTextWhereTheHostHasNoKind) {
     for (const uint32_t code : {0U, 1U, 19U, 20U, 24U, 26U, 32U, 35U, 37U, 40U, 50U}) {
         const ValuePtr value = TakeValue(CreateValueOfType(code, false));
         value->put_Text(Wide("any text"));
@@ -91,7 +91,7 @@ struct InterfaceOfType {
     uint32_t interface_id;
 };
 
-TEST(CreateValueOfType, GivesTheInterfaceThatBelongsToTheType) {
+TEST(CreateValueOfType, ReturnsTheInterfaceOfTheType) {
     for (const InterfaceOfType& test : {InterfaceOfType{ValueType::Date, kDateInterfaceId},
                                         InterfaceOfType{ValueType::Time, kTimeInterfaceId},
                                         InterfaceOfType{ValueType::DateTime, kDateTimeInterfaceId},

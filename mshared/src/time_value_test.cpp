@@ -4,7 +4,7 @@
 namespace nbx {
 namespace {
 
-TEST(DateValue, GivesItsPartsAndItsText) {
+TEST(DateValue, ReturnsItsPartsAndItsText) {
     const DateContent content{2024, 1, 31};
     const ValuePtr value = TakeValue(CreateValueDate(true, &content, nullptr));
     auto& date = ViewOf<I_DateValue>(value, kDateInterfaceId);
@@ -31,7 +31,7 @@ TEST(DateValue, IsSetThroughItsViewAndByText) {
     EXPECT_EQ(ViewOf<I_DateValue>(value, kDateInterfaceId).get_Year(), -44);
 }
 
-TEST(DateValue, RefusesWhatIsNoDate) {
+TEST(DateValue, RejectsTextThatIsNotADate) {
     const ValuePtr value = TakeValue(CreateValueDate(true, nullptr, nullptr));
     value->put_Text(Wide("2024-01-31"));
     for (const char* const text : {"", "yesterday", "2024-13-01", "2024-01-32", "2024-01", "2024-01-31x",
@@ -47,7 +47,7 @@ TEST(DateValue, RefusesWhatIsNoDate) {
     EXPECT_THROW(value->put_LLong(20240131), xException);
 }
 
-TEST(TimeValue, GivesItsPartsAndItsText) {
+TEST(TimeValue, ReturnsItsPartsAndItsText) {
     const TimeContent content{12, 34, 56, 789};
     const ValuePtr value = TakeValue(CreateValueTime(true, &content, nullptr));
     auto& time = ViewOf<I_TimeValue>(value, kTimeInterfaceId);
@@ -76,7 +76,7 @@ TEST(TimeValue, IsSetByText) {
     }
 }
 
-TEST(DateTimeValue, GivesItsPartsAndItsText) {
+TEST(DateTimeValue, ReturnsItsPartsAndItsText) {
     const DateTimeContent content{{2024, 1, 31}, {12, 34, 56, 789}};
     const ValuePtr value = TakeValue(CreateValueDateTime(true, &content, nullptr));
     auto& view = ViewOf<I_DateTimeValue>(value, kDateTimeInterfaceId);

@@ -61,7 +61,7 @@ struct BrokenText {
     std::u16string expected;
 };
 
-TEST(Unicode, ReplacesWhatIsNoUtf8AndKeepsTheRest) {
+TEST(Unicode, ReplacesInvalidUtf8AndKeepsTheRest) {
     const std::array<BrokenText, 14> cases{{
         {"a trail byte alone", "a\x80z", u"a\uFFFDz"},
         {"two trail bytes alone", "\xBF\xBF", u"\uFFFD\uFFFD"},
@@ -85,7 +85,7 @@ TEST(Unicode, ReplacesWhatIsNoUtf8AndKeepsTheRest) {
     }
 }
 
-TEST(Unicode, FindsWhatIsBrokenAnywhereInARunOfTwoByteCharacters) {
+TEST(Unicode, FindsInvalidBytesAnywhereInARunOfTwoByteCharacters) {
     const std::string pair = "\xD0\xB6";
     const std::array<BrokenText, 7> cases{{
         {"nothing", "", u""},
@@ -151,7 +151,7 @@ TEST(Unicode, TurnsRandomBytesIntoTextThatConvertsExactlyFromThenOn) {
     }
 }
 
-TEST(Unicode, GivesTheSameForATextOfAnyLengthAroundItsBuffers) {
+TEST(Unicode, ConvertsTextsOfAnyLengthAroundItsBuffersAlike) {
     const std::string unit = "a\xC3\xA4\xE2\x82\xAC\xF0\x9F\x98\x80";
     const std::u16string wide_unit = u"a\u00E4\u20AC\U0001F600";
     std::string narrow;

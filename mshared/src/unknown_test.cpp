@@ -20,7 +20,7 @@ class Probe : public Counted<I_Unknown> {
     int& alive_;
 };
 
-TEST(RefCount, GivesTheNewCount) {
+TEST(RefCount, ReturnsTheNewCount) {
     RefCount count;
     EXPECT_EQ(count.Increment(), 1U);
     EXPECT_EQ(count.Increment(), 2U);
@@ -65,7 +65,7 @@ TEST(SmartPtr, SurvivesItsAssignmentToItself) {
     EXPECT_EQ(pointer->get_RefsCount(), 1U);
 }
 
-TEST(SmartPtr, AdoptsAndGivesUpReferences) {
+TEST(SmartPtr, AdoptsAndReleasesReferences) {
     int alive = 0;
     auto* const object = new Probe(alive);
     object->AddRef();

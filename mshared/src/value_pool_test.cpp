@@ -35,7 +35,7 @@ bool CheckAndFree(const Block& block) {
     return is_intact;
 }
 
-TEST(ValuePool, GivesMemoryThatIsAlignedAndNobodyElses) {
+TEST(ValuePool, ReturnsAlignedMemoryThatNothingElseUses) {
     std::mt19937 random(3);
     std::vector<Block> blocks;
     std::set<unsigned char*> addresses;
@@ -66,7 +66,7 @@ TEST(ValuePool, SurvivesReleasesInAnyOrder) {
     }
 }
 
-TEST(ValuePool, GivesTheMemoryOfAReleasedRowSetBack) {
+TEST(ValuePool, ReturnsTheMemoryOfAReleasedRowSet) {
     constexpr std::size_t kMegabyte = 1024 * 1024;
     const std::size_t before = GetPoolMappedBytes();
     std::vector<ValuePtr> values;
@@ -104,7 +104,7 @@ TEST(ValuePool, UsesTheRoomBetweenValuesThatAreKept) {
     EXPECT_LE(GetPoolMappedBytes(), before + 1024 * 1024);
 }
 
-TEST(ValuePool, TakesValuesBackOnAnotherThread) {
+TEST(ValuePool, AcceptsValuesReleasedOnAnotherThread) {
     for (int round = 0; round < 5; ++round) {
         std::vector<ValuePtr> values;
         std::thread([&values] {
@@ -121,7 +121,7 @@ TEST(ValuePool, TakesValuesBackOnAnotherThread) {
     }
 }
 
-TEST(ValuePool, ServesThreadsThatMakeAndReleaseEachOthersValues) {
+TEST(ValuePool, ServesThreadsThatReleaseEachOthersValues) {
     constexpr int kThreads = 4;
     std::vector<std::atomic<I_Value*>> slots(64);
     std::vector<std::thread> threads;
@@ -170,7 +170,7 @@ TEST(ValuePool, ServesThreadLocalObjectsThatGoLast) {
     }).join();
 }
 
-TEST(ValuePool, LeavesNothingWithThreadsThatHaveEnded) {
+TEST(ValuePool, KeepsNoMemoryForThreadsThatHaveEnded) {
     const auto run_thread = [] {
         std::thread([] {
             std::vector<ValuePtr> values;

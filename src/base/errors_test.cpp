@@ -43,7 +43,7 @@ const Case kCases[] = {
 
 INSTANTIATE_TEST_SUITE_P(All, DuckDBErrorText, testing::ValuesIn(kCases));
 
-TEST(TextOr, GivesDuckDBsTextWhenThereIsOne) {
+TEST(TextOr, ReturnsDuckDBsTextWhenThereIsOne) {
     EXPECT_EQ(TextOr("theirs", "ours"), "theirs");
     EXPECT_EQ(TextOr("", "ours"), "ours");
     EXPECT_EQ(TextOr(nullptr, "ours"), "ours");

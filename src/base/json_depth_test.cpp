@@ -20,7 +20,7 @@ TEST(JsonDepth, CountsOpenArraysAndObjectsTogether) {
     EXPECT_TRUE(NestsDeeperThan(R"([{"a":[]}])", 2));
 }
 
-TEST(JsonDepth, LevelsThatAreClosedAgainDoNotAddUp) {
+TEST(JsonDepth, ClosedLevelsDoNotAddUp) {
     std::string wide = "[";
     for (int i = 0; i < 1000; ++i) {
         wide += "[{}],";
@@ -42,7 +42,7 @@ TEST(JsonDepth, BracketsInsideStringsDoNotCount) {
     EXPECT_FALSE(NestsDeeperThan(std::string_view("\"\0[[[\"", 6), 0));
 }
 
-TEST(JsonDepth, TextThatIsNoJsonIsScannedToItsEnd) {
+TEST(JsonDepth, TextThatIsNotJsonIsScannedToItsEnd) {
     EXPECT_FALSE(NestsDeeperThan("]]]]}}}}", 0));
     EXPECT_TRUE(NestsDeeperThan("]]]][", 0));
     EXPECT_FALSE(NestsDeeperThan("\"abc\\", 0));

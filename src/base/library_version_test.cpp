@@ -6,7 +6,7 @@
 namespace mduckdb {
 namespace {
 
-TEST(LibraryVersion, TheLibraryOfTheTestsIsTheOneThatTheyAreBuiltFor) {
+TEST(LibraryVersion, TheTestsRunOnTheLibraryThatTheyAreBuiltFor) {
     EXPECT_EQ(CheckLibraryVersion(), "");
     EXPECT_EQ("v" + std::string(get_BuiltVersion()), duckdb_library_version());
 }
@@ -24,7 +24,7 @@ TEST(LibraryVersion, EveryOtherVersionIsAMismatchThatNamesBoth) {
     }
 }
 
-TEST(LibraryVersion, ALibraryThatTellsNoVersionIsAMismatch) {
+TEST(LibraryVersion, ALibraryWithoutAVersionIsAMismatch) {
     EXPECT_NE(DescribeVersionMismatch("1.5.6", "").find("unknown"), std::string::npos);
 }
 

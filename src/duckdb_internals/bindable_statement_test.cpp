@@ -119,7 +119,7 @@ class BindableStatementTest : public testing::Test {
 
 constexpr const char* kSql = "SELECT $1";
 
-TEST_F(BindableStatementTest, binds_every_type_over_every_other_as_DuckDB_binds_it_alone) {
+TEST_F(BindableStatementTest, BindsEveryTypeOverEveryOtherAsDuckDBBindsItAlone) {
     const std::vector<SameBind> binds = GetBinds();
     BindableStatement statement;
     Prepare(statement.Receive(), kSql);
@@ -135,7 +135,7 @@ TEST_F(BindableStatementTest, binds_every_type_over_every_other_as_DuckDB_binds_
     }
 }
 
-TEST_F(BindableStatementTest, binds_again_after_a_run_between) {
+TEST_F(BindableStatementTest, BindsAgainAfterAnExecution) {
     BindableStatement statement;
     Prepare(statement.Receive(), "SELECT $1::BIGINT + 1");
     for (int64_t i = 0; i < 5; ++i) {
@@ -144,7 +144,7 @@ TEST_F(BindableStatementTest, binds_again_after_a_run_between) {
     }
 }
 
-TEST_F(BindableStatementTest, keeps_the_parameters_of_one_statement_apart) {
+TEST_F(BindableStatementTest, KeepsTheParametersOfOneStatementApart) {
     BindableStatement statement;
     Prepare(statement.Receive(), "SELECT concat($2, '-', $1, '-', $3, '-', $1)");
     for (int32_t i = 0; i < 3; ++i) {
@@ -156,7 +156,7 @@ TEST_F(BindableStatementTest, keeps_the_parameters_of_one_statement_apart) {
     }
 }
 
-TEST_F(BindableStatementTest, reaches_a_parameter_with_a_name_by_its_number) {
+TEST_F(BindableStatementTest, FindsANamedParameterByItsNumber) {
     BindableStatement statement;
     Prepare(statement.Receive(), "SELECT $who || '!'");
     for (const char* text : {"a", "b"}) {
@@ -165,7 +165,7 @@ TEST_F(BindableStatementTest, reaches_a_parameter_with_a_name_by_its_number) {
     }
 }
 
-TEST_F(BindableStatementTest, misses_the_parameters_again_once_they_are_cleared) {
+TEST_F(BindableStatementTest, ReportsClearedParametersAsMissing) {
     BindableStatement statement;
     Prepare(statement.Receive(), kSql);
     ASSERT_EQ(statement.Bind<duckdb_bind_int32>(1, 1), DuckDBSuccess);
@@ -175,7 +175,7 @@ TEST_F(BindableStatementTest, misses_the_parameters_again_once_they_are_cleared)
     EXPECT_EQ(Run(statement.get()), "INTEGER 2");
 }
 
-TEST_F(BindableStatementTest, binds_the_statement_that_has_taken_the_place_of_another) {
+TEST_F(BindableStatementTest, BindsTheStatementThatReplacedAnother) {
     BindableStatement statement;
     Prepare(statement.Receive(), "SELECT $1 + $2");
     ASSERT_EQ(statement.Bind<duckdb_bind_int32>(1, 1), DuckDBSuccess);
@@ -189,7 +189,7 @@ TEST_F(BindableStatementTest, binds_the_statement_that_has_taken_the_place_of_an
     EXPECT_EQ(statement.Bind<duckdb_bind_int32>(1, 5), DuckDBError);
 }
 
-TEST_F(BindableStatementTest, refuses_a_number_without_a_parameter_with_DuckDBs_error) {
+TEST_F(BindableStatementTest, RejectsANumberWithoutAParameterWithDuckDBsError) {
     BindableStatement statement;
     Prepare(statement.Receive(), kSql);
     PreparedHolder stock;
@@ -201,7 +201,7 @@ TEST_F(BindableStatementTest, refuses_a_number_without_a_parameter_with_DuckDBs_
     }
 }
 
-TEST_F(BindableStatementTest, refuses_text_that_is_not_UTF8_and_keeps_what_was_bound) {
+TEST_F(BindableStatementTest, RejectsTextThatIsNotUTF8AndKeepsTheBoundValue) {
     BindableStatement statement;
     Prepare(statement.Receive(), kSql);
     EXPECT_EQ(statement.Bind<duckdb_bind_varchar_length>(1, "\xff", idx_t{1}), DuckDBError);

@@ -176,7 +176,7 @@ TEST(JsonToVariant, TextBecomesTheValueThatItDescribes) {
     }
 }
 
-TEST(JsonToVariant, TheAliasTellsJsonFromText) {
+TEST(JsonToVariant, TheAliasDistinguishesJsonFromText) {
     CastResult text = Cast(Varchar("[1,2]").get(), DUCKDB_TYPE_VARIANT);
     EXPECT_EQ(duckdb_value_variant_type(text.value.get()), 16U);
     EXPECT_EQ(TypeTextOf(JsonValue("[1,2]").get()), "JSON");
@@ -217,7 +217,7 @@ TEST(JsonToVariant, MalformedTextInsideAListFailsToo) {
 
 class DeepJson : public testing::TestWithParam<std::size_t> {};
 
-TEST_P(DeepJson, IsTakenUpToTheLimitAndRefusedBeyond) {
+TEST_P(DeepJson, IsAcceptedUpToTheLimitAndRejectedBeyond) {
     const std::size_t levels = GetParam();
     std::string objects;
     for (std::size_t i = 0; i < levels; ++i) {

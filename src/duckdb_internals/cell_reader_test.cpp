@@ -170,7 +170,7 @@ idx_t ExpectSameRows(TestEngine& engine, const std::string& sql) {
     return rows;
 }
 
-TEST(CellReader, EveryTypeReadsAsTheStockWayReadsIt) {
+TEST(CellReader, EveryTypeReadsAsThroughDuckDBsOwnCalls) {
     TestEngine engine;
     for (const auto& expression : get_SampleExpressions()) {
         EXPECT_EQ(ExpectSameRows(engine, "SELECT " + expression), 1U);
@@ -180,7 +180,7 @@ TEST(CellReader, EveryTypeReadsAsTheStockWayReadsIt) {
     }
 }
 
-TEST(CellReader, RowsOfMixedValuesAndNullsReadAsTheStockWayReadsThem) {
+TEST(CellReader, RowsOfMixedValuesAndNullsReadAsThroughDuckDBsOwnCalls) {
     TestEngine engine;
     const idx_t rows = ExpectSameRows(engine, R"(
         SELECT i::INTEGER, (i * 1.37)::DOUBLE, i * 1000000007, 'row ' || i, (i % 300)::SMALLINT,
@@ -220,7 +220,7 @@ TEST(CellReader, DecimalsOfEveryWidthAreTheDoublesOfDuckDBsCast) {
     }
 }
 
-TEST(CellReader, NestedColumnsReadAsTheStockWayReadsThem) {
+TEST(CellReader, NestedColumnsReadAsThroughDuckDBsOwnCalls) {
     TestEngine engine;
     ExpectSameRows(engine, R"(
         SELECT CASE i % 5 WHEN 0 THEN NULL WHEN 1 THEN [] ELSE [i, NULL, i + 1] END,
@@ -409,7 +409,7 @@ TEST(CellReader, EveryDateHasItsText) {
     EXPECT_EQ(cells[4].bytes, "1969-12-31");
 }
 
-TEST(CellReader, ATextThatIsNoUtf8IsReadAsItIs) {
+TEST(CellReader, TextThatIsNotUtf8IsReadUnchanged) {
     OneColumn column = OneColumn::OfType(DUCKDB_TYPE_VARCHAR, 2);
     const std::string texts[] = {"a\xFF\xC3", std::string(40, '\x80')};
     duckdb_vector_assign_string_element_len(column.get_Vector(), 0, "x", 1);

@@ -25,7 +25,7 @@ TEST(PlainFunctions, EveryTypeReadsWithItsOwnTypeAndText) {
     }
 }
 
-TEST(PlainFunctions, NullHandlesGiveNothing) {
+TEST(PlainFunctions, NullHandlesReturnNothing) {
     idx_t length = 7;
     char* error = nullptr;
     duckdb_value out = nullptr;
@@ -96,7 +96,7 @@ TEST_F(ExtractedStatements, EachHasItsOwnText) {
     EXPECT_EQ(Text(kFarAway), "(none)");
 }
 
-TEST_F(ExtractedStatements, APreparedOneHasNoTextAnyMore) {
+TEST_F(ExtractedStatements, APreparedStatementHasNoTextAnymore) {
     ASSERT_EQ(Extract("SELECT 1; SELECT * FROM nowhere"), 2U);
     for (idx_t index = 0; index < 2; ++index) {
         PreparedHolder prepared;
@@ -107,7 +107,7 @@ TEST_F(ExtractedStatements, APreparedOneHasNoTextAnyMore) {
     }
 }
 
-TEST_F(ExtractedStatements, TextThatHoldsNoneOrIsNoSqlGivesNoText) {
+TEST_F(ExtractedStatements, TextWithoutStatementsHasNoStatementText) {
     for (const char* sql : {"", "  ", ";;", "-- nothing", "SELEC 1"}) {
         EXPECT_EQ(Extract(sql), 0U) << sql;
         EXPECT_EQ(Text(0), "(none)") << sql;
@@ -124,7 +124,7 @@ TEST(Texts, AreWholeWithTheirNulCharacters) {
     EXPECT_EQ(TextOf(ValueHolder(duckdb_create_varchar_length(zeros.data(), zeros.size())).get()), zeros);
 }
 
-TEST(Texts, OfNullThereIsNone) {
+TEST(Texts, AreMissingForNull) {
     ValueHolder null(duckdb_create_null_value());
     EXPECT_EQ(TextOf(null.get()), std::nullopt);
     TestEngine engine;
@@ -132,7 +132,7 @@ TEST(Texts, OfNullThereIsNone) {
     EXPECT_EQ(TextOf(engine.QueryValue("SELECT NULL::VARIANT").get()), std::nullopt);
 }
 
-TEST(Texts, OfValuesThatDuckDBCannotFormatThereIsNone) {
+TEST(Texts, AreMissingForValuesThatDuckDBCannotFormat) {
     constexpr int64_t kSmallest = std::numeric_limits<int64_t>::min();
     EXPECT_EQ(TextOf(ValueHolder(duckdb_create_timestamp({kSmallest})).get()), std::nullopt);
     EXPECT_EQ(TextOf(ValueHolder(duckdb_create_timestamp_s({-(kSmallest + 2)})).get()), std::nullopt);

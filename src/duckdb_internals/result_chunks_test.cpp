@@ -46,7 +46,7 @@ class ResultChunksTest : public testing::Test {
         "(i % 4)::INTEGER) END AS t, [i, i + 1] AS l FROM range(50000) r(i)");
 };
 
-TEST_F(ResultChunksTest, tells_the_rows_of_each_chunk_as_DuckDB_has_them) {
+TEST_F(ResultChunksTest, ReportsTheRowsOfEachChunkAsDuckDBDoes) {
     const ResultChunks chunks(*rows_);
     ASSERT_EQ(chunks.get_Count(), duckdb_result_chunk_count(*rows_));
     idx_t first_row = 0;
@@ -60,7 +60,7 @@ TEST_F(ResultChunksTest, tells_the_rows_of_each_chunk_as_DuckDB_has_them) {
     EXPECT_EQ(chunks.get_FirstRow(chunks.get_Count()), duckdb_row_count(rows_.get()));
 }
 
-TEST_F(ResultChunksTest, gives_the_cells_of_any_chunk_in_any_order) {
+TEST_F(ResultChunksTest, ReadsTheCellsOfAnyChunkInAnyOrder) {
     ResultChunks chunks(*rows_);
     const idx_t count = chunks.get_Count();
     ASSERT_GT(count, 10U);
@@ -72,7 +72,7 @@ TEST_F(ResultChunksTest, gives_the_cells_of_any_chunk_in_any_order) {
     }
 }
 
-TEST_F(ResultChunksTest, reads_what_DuckDB_has_moved_to_disk) {
+TEST_F(ResultChunksTest, ReadsWhatDuckDBHasMovedToDisk) {
     engine_.Query("SET memory_limit = '40MB'");
     engine_.Query("SET threads = 1");
     const ResultHolder rows = engine_.Query(
@@ -87,14 +87,14 @@ TEST_F(ResultChunksTest, reads_what_DuckDB_has_moved_to_disk) {
     }
 }
 
-TEST_F(ResultChunksTest, of_a_result_without_rows_are_none) {
+TEST_F(ResultChunksTest, AreEmptyForAResultWithoutRows) {
     const ResultHolder empty = engine_.Query("SELECT 1 AS n, 'x' AS t WHERE false");
     const ResultChunks chunks(*empty);
     EXPECT_EQ(chunks.get_Count(), 0U);
     EXPECT_EQ(chunks.get_FirstRow(0), 0U);
 }
 
-TEST_F(ResultChunksTest, are_refused_for_a_result_that_has_none) {
+TEST_F(ResultChunksTest, AreRefusedForAResultWithoutChunks) {
     ResultHolder failed;
     EXPECT_EQ(duckdb_query(engine_.get(), "SELECT nothing FROM nowhere", failed.Receive()), DuckDBError);
     EXPECT_THROW(ResultChunks{*failed}, std::runtime_error);

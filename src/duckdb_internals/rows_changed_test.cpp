@@ -16,7 +16,7 @@ int64_t GetStock(duckdb_result* result) {
                : 0;
 }
 
-TEST(RowsChangedTest, are_those_that_DuckDB_counts_for_every_kind_of_statement) {
+TEST(RowsChangedTest, AreThoseThatDuckDBCountsForEveryKindOfStatement) {
     TestEngine engine;
     int64_t total = 0;
     for (const char* sql :
@@ -39,7 +39,7 @@ TEST(RowsChangedTest, are_those_that_DuckDB_counts_for_every_kind_of_statement) 
     EXPECT_GT(total, 5'000);
 }
 
-TEST(RowsChangedTest, of_a_failed_statement_are_none) {
+TEST(RowsChangedTest, AreZeroForAFailedStatement) {
     const TestEngine engine;
     ResultHolder failed;
     EXPECT_EQ(duckdb_query(engine.get(), "INSERT INTO nowhere VALUES (1)", failed.Receive()), DuckDBError);

@@ -44,7 +44,7 @@ TEST(ValueGuard, EveryOrdinaryValueIsReadable) {
     }
 }
 
-TEST(ValueGuard, NothingAndNullAreReadable) {
+TEST(ValueGuard, NullHandlesAndNullValuesAreReadable) {
     EXPECT_TRUE(IsReadable(nullptr));
     EXPECT_TRUE(IsReadable(ValueHolder(duckdb_create_null_value()).get()));
 }
@@ -210,7 +210,7 @@ bool LooksSound(const std::string& text) {
     return !text.empty() && text.find_first_not_of("0123456789:+-.") == std::string::npos;
 }
 
-TEST(ValueGuard, WhatItRefusesDuckDBReadsWronglyOrNotAtAll) {
+TEST(ValueGuard, DuckDBReadsWhatItRefusesWronglyOrNotAtAll) {
     for (const auto& value : get_HarmfulValues()) {
         const auto text = ReadInChild(value.make);
         const bool is_proper = text && LooksSound(*text) && value.proper_text && *text == value.proper_text;
@@ -231,7 +231,7 @@ TEST(ValueGuard, HarmfulValuesAreRefusedAndReadSafely) {
     }
 }
 
-TEST(ValueGuard, AHarmfulValueInsideAnotherMakesThatUnreadable) {
+TEST(ValueGuard, AHarmfulNestedValueMakesTheOuterOneUnreadable) {
     for (const auto& harmful : get_HarmfulValues()) {
         SCOPED_TRACE(harmful.name);
         ValueHolder value(harmful.make());

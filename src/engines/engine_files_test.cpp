@@ -54,7 +54,7 @@ TEST_F(EngineFilesTest, AWriterExcludesEveryoneElse) {
     EXPECT_FALSE(files.IsInUse(path));
 }
 
-TEST_F(EngineFilesTest, OneFileHasOneNameWhateverLeadsToIt) {
+TEST_F(EngineFilesTest, OneFileHasOneNameByAnyPath) {
     std::filesystem::create_directory(folder / "sub");
     std::filesystem::create_symlink(path, folder / "link.db");
     EXPECT_TRUE(files.TryHold(path, Access::writing));
@@ -101,7 +101,7 @@ TEST_F(EngineFilesTest, AReaderOfAFileThatChangedIsNotHandedOut) {
     files.GiveUp(path, Access::reading, "", keeper);
 }
 
-TEST_F(EngineFilesTest, ARetiredWriterKeepsTheFileInUseAndMakesRoomForANewOne) {
+TEST_F(EngineFilesTest, ARetiredWriterKeepsTheFileInUseAndAllowsANewOne) {
     const duckdb_database dead = OpenWriter(path);
     files.Retire(path, Access::writing);
     EXPECT_FALSE(files.IsHeldForWriting(path));
@@ -113,7 +113,7 @@ TEST_F(EngineFilesTest, ARetiredWriterKeepsTheFileInUseAndMakesRoomForANewOne) {
     EXPECT_FALSE(files.IsInUse(path));
 }
 
-TEST_F(EngineFilesTest, IdleEnginesCanBeClosedBeforeTheFileGoes) {
+TEST_F(EngineFilesTest, IdleEnginesCanBeClosedBeforeTheFileIsDeleted) {
     MakeFile(path);
     const duckdb_database keeper = OpenReader(path);
     const duckdb_database writer = OpenWriter(path);

@@ -34,7 +34,7 @@ double SecondsToLeave(std::size_t count, std::size_t taken) {
     return ThreadSeconds() - begun;
 }
 
-TEST(ChildList, gives_its_objects_back_from_the_last_to_the_first) {
+TEST(ChildList, GivesItsObjectsBackFromTheLastToTheFirst) {
     std::vector<int> objects = Objects(4);
     ChildList<int> list;
     for (int& object : objects) {
@@ -47,7 +47,7 @@ TEST(ChildList, gives_its_objects_back_from_the_last_to_the_first) {
     EXPECT_EQ(list.TakeLast(), nullptr);
 }
 
-TEST(ChildList, removes_nothing_for_a_pointer_that_it_does_not_hold) {
+TEST(ChildList, RemovesNothingForAPointerThatItDoesNotHold) {
     std::vector<int> objects = Objects(2);
     ChildList<int> list;
     list.Add(&objects[0]);
@@ -58,7 +58,7 @@ TEST(ChildList, removes_nothing_for_a_pointer_that_it_does_not_hold) {
     EXPECT_EQ(list.TakeLast(), nullptr);
 }
 
-TEST(ChildList, holds_an_object_as_often_as_it_was_added) {
+TEST(ChildList, HoldsAnObjectAsOftenAsItWasAdded) {
     std::vector<int> objects = Objects(1);
     ChildList<int> list;
     list.Add(&objects[0]);
@@ -68,7 +68,7 @@ TEST(ChildList, holds_an_object_as_often_as_it_was_added) {
     EXPECT_EQ(list.TakeLast(), nullptr);
 }
 
-TEST(ChildList, lets_an_object_leave_in_the_same_time_however_many_there_are) {
+TEST(ChildList, LetsAnObjectLeaveInTheSameTimeHoweverManyThereAre) {
     constexpr std::size_t kTaken = 400;
     double few = 1;
     double many = 1;

@@ -20,7 +20,7 @@ std::string RefusalOf(const std::string& limit) {
     }
 }
 
-TEST(ParseLimit, GivesTheDecimalDigitsOfTheNumber) {
+TEST(ParseLimit, ReturnsTheDecimalDigitsOfTheNumber) {
     EXPECT_EQ("12", ParseLimit(" 12 "));
     EXPECT_EQ("5", ParseLimit("+5"));
     EXPECT_EQ("7", ParseLimit("007"));
@@ -29,7 +29,7 @@ TEST(ParseLimit, GivesTheDecimalDigitsOfTheNumber) {
     EXPECT_EQ("9223372036854775807", ParseLimit("9223372036854775807"));
 }
 
-TEST(ParseLimit, RefusesWhatIsNoNumber) {
+TEST(ParseLimit, RejectsWhatIsNotANumber) {
     EXPECT_EQ("limit must be an integer", RefusalOf<std::invalid_argument>("12abc"));
     EXPECT_EQ("limit must be an integer", RefusalOf<std::invalid_argument>("1.5"));
     EXPECT_EQ("limit must be an integer", RefusalOf<std::invalid_argument>("-1x"));
@@ -47,7 +47,7 @@ TEST(ParseLimit, RefusesWhatDoesNotFitBeforeLookingAtTheRest) {
     EXPECT_EQ("stoll argument out of range", RefusalOf<std::out_of_range>("99999999999999999999abc"));
 }
 
-TEST(Arguments, AnUnsignedLimitIsTakenWithoutARangeCheck) {
+TEST(Arguments, AnUnsignedLimitIsAcceptedWithoutARangeCheck) {
     FakeHost host;
     testing::FakeValue* limit = host.Int(-1);
     limit->type = MIRONA_TYPE_UINT64;
@@ -56,7 +56,7 @@ TEST(Arguments, AnUnsignedLimitIsTakenWithoutARangeCheck) {
     EXPECT_EQ("18446744073709551615", Arguments(host.get_Call(), values).Limit(0));
 }
 
-TEST(Arguments, APositionThatWasNotGivenReadsAsNull) {
+TEST(Arguments, AMissingArgumentReadsAsNull) {
     FakeHost host;
     host.argument_count = 0;
     const Arguments arguments(host.get_Call(), nullptr);

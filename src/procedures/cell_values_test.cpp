@@ -44,7 +44,7 @@ TEST_F(CellReaderTest, IntegersAreExtendedByTheirSign) {
     EXPECT_EQ("18446744073709551615", Read<std::uint64_t>(DUCKDB_TYPE_UBIGINT, ~std::uint64_t{0}));
 }
 
-TEST_F(CellReaderTest, ABooleanIsZeroOrOneWhateverTheByte) {
+TEST_F(CellReaderTest, ABooleanIsZeroOrOneForAnyByte) {
     EXPECT_EQ("0", Read<std::uint8_t>(DUCKDB_TYPE_BOOLEAN, 0));
     EXPECT_EQ("1", Read<std::uint8_t>(DUCKDB_TYPE_BOOLEAN, 1));
     EXPECT_EQ("1", Read<std::uint8_t>(DUCKDB_TYPE_BOOLEAN, 255));
@@ -73,7 +73,7 @@ TEST_F(CellReaderTest, ATimestampThatDuckDBCannotSplitIsNull) {
     }
 }
 
-TEST_F(CellReaderTest, ADateOrTimeThatIsNoneIsNull) {
+TEST_F(CellReaderTest, AnInvalidDateOrTimeIsNull) {
     for (const std::int32_t days : {0x7FFFFFFF, -0x7FFFFFFF, -0x7FFFFFFF - 1}) {
         EXPECT_EQ("NULL", Read(DUCKDB_TYPE_DATE, days));
     }

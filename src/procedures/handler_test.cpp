@@ -43,7 +43,7 @@ TEST(HandleCall, ReportsAnythingElseWithTheProceduresText) {
     EXPECT_THAT(host.reports, ElementsAre("Something else."));
 }
 
-TEST(HandleCall, GivesTheCursorAndReportsNothingWhenTheBodyWorks) {
+TEST(HandleCall, ReturnsTheCursorAndReportsNothingWhenTheBodySucceeds) {
     FakeHost host;
     EXPECT_EQ(host.get_Call(), host.Call<Working>({}));
     EXPECT_THAT(host.reports, IsEmpty());

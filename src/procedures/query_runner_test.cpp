@@ -24,7 +24,7 @@ TEST(FinalQuery, WrapsTheBaseQueryAndAddsALimitWhenThereIsOne) {
     EXPECT_EQ("SELECT \"a\" FROM (SELECT 1) AS parquet_source LIMIT 0", FinalQuery("\"a\"", "SELECT 1", "0"));
 }
 
-TEST(RunQuery, GivesACursorWhoseColumnsAreThoseOfTheQuery) {
+TEST(RunQuery, ReturnsACursorWithTheColumnsOfTheQuery) {
     FakeHost host;
     RunQuery(host.get_Call(), PrivateEngine::OpenInMemory(),
              "SELECT 1::DECIMAL(4,1) AS d, 'x' AS t, true AS b", "");

@@ -47,7 +47,7 @@ TEST(SplitQualifiedName, RefusesAnOpenQuote) {
     }
 }
 
-TEST(UnquotePart, TakesOuterQuotesOffAndHalvesPairsInside) {
+TEST(UnquotePart, RemovesOuterQuotesAndHalvesPairsInside) {
     EXPECT_EQ("a\"b", UnquotePart("\"a\"\"b\""));
     EXPECT_EQ("a\"b", UnquotePart("\"a\"b\""));
     EXPECT_EQ("a\"\"b", UnquotePart("\"a\"\"\"b\""));
@@ -75,12 +75,12 @@ TEST(SelectItem, CastsEveryOtherTypeAndKeepsTheName) {
     }
 }
 
-TEST(ForgivingSelectItem, GivesNullWhereTheCastFails) {
+TEST(ForgivingSelectItem, IsNullWhereTheCastFails) {
     EXPECT_EQ("TRY(CAST(\"c\" AS DOUBLE)) AS \"c\"", ForgivingSelectItem("c", 19));
     EXPECT_EQ("\"c\"", ForgivingSelectItem("c", 17));
 }
 
-TEST(WhereClause, TakesTheTrimmedConditionAsItStands) {
+TEST(WhereClause, UsesTheTrimmedConditionUnchanged) {
     EXPECT_EQ(" WHERE a = 'b'", WhereClause("  a = 'b' \n"));
     EXPECT_EQ("", WhereClause("   "));
     EXPECT_EQ("", WhereClause(""));

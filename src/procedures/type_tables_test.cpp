@@ -74,7 +74,7 @@ TEST(NormalizeDuckDBType, KeepsTheSixteenTypesThatTheHostKnows) {
     EXPECT_EQ(18, NormalizeDuckDBType(18));
 }
 
-TEST(NormalizeDuckDBType, TakesDecimalsTimestampsAndTimesForTheirPlainKind) {
+TEST(NormalizeDuckDBType, MapsDecimalsTimestampsAndTimesToTheirPlainKind) {
     EXPECT_EQ(11, NormalizeDuckDBType(19));
     for (const std::int32_t code : {20, 21, 22, 31}) {
         EXPECT_EQ(12, NormalizeDuckDBType(code));
@@ -83,7 +83,7 @@ TEST(NormalizeDuckDBType, TakesDecimalsTimestampsAndTimesForTheirPlainKind) {
     EXPECT_EQ(14, NormalizeDuckDBType(39));
 }
 
-TEST(NormalizeDuckDBType, TakesEverythingElseForText) {
+TEST(NormalizeDuckDBType, MapsEverythingElseToText) {
     for (const std::int32_t code : {0,  15, 16, 23, 24, 25, 26, 27, 28, 29,        32,      33,
                                     34, 35, 36, 37, 38, 40, 41, 42, -1, kSmallest, kLargest}) {
         EXPECT_EQ(17, NormalizeDuckDBType(code)) << code;
@@ -112,7 +112,7 @@ TEST(HostTypeName, KnowsTheHostsWholeRange) {
     }
 }
 
-TEST(CellStorage, AgreesWithDuckDBOnWhatIsAString) {
+TEST(CellStorage, AgreesWithDuckDBAboutStrings) {
     for (const std::int32_t code : {17, 18, 29, 35, 40}) {
         EXPECT_TRUE(GetCellStorage(code).is_string) << code;
     }

@@ -48,29 +48,29 @@ std::optional<std::string> Unescape(const std::string& escaped) {
     return bytes;
 }
 
-TEST(JsonEscape, writes_the_named_escapes_with_a_letter) {
+TEST(JsonEscape, WritesTheNamedEscapesWithALetter) {
     EXPECT_EQ(JsonEscape("\"\\\b\t\n\f\r"), R"(\"\\\b\t\n\f\r)");
     EXPECT_EQ(JsonEscape("\"\\\t\x01"), R"(\"\\\t\u0001)");
 }
 
-TEST(JsonEscape, writes_other_control_bytes_in_lowercase_hexadecimal) {
+TEST(JsonEscape, WritesOtherControlBytesInLowercaseHexadecimal) {
     EXPECT_EQ(JsonEscape("\x0b"), R"(\u000b)");
     EXPECT_EQ(JsonEscape("\x1f"), R"(\u001f)");
     EXPECT_EQ(JsonEscape(std::string_view("\0", 1)), R"(\u0000)");
 }
 
-TEST(JsonEscape, escapes_each_byte_of_a_character_beyond_ASCII) {
+TEST(JsonEscape, EscapesEachByteOfACharacterBeyondASCII) {
     EXPECT_EQ(JsonEscape("\xFF"), R"(\u00ff)");
     EXPECT_EQ(JsonEscape("\xC3\xA9"), R"(\u00c3\u00a9)");
     EXPECT_EQ(JsonEscape("\x80"), R"(\u0080)");
 }
 
-TEST(JsonEscape, leaves_printable_ASCII_and_DEL_as_they_are) {
+TEST(JsonEscape, LeavesPrintableASCIIAndDELAsTheyAre) {
     EXPECT_EQ(JsonEscape("a/'<>~\x7f "), "a/'<>~\x7f ");
     EXPECT_EQ(JsonEscape(""), "");
 }
 
-TEST(JsonEscape, says_every_single_byte_so_that_it_can_be_read_back) {
+TEST(JsonEscape, EscapesEverySingleByteSoThatItRoundTrips) {
     for (int byte = 0; byte < 256; ++byte) {
         const std::string text(1, static_cast<char>(byte));
         const std::string escaped = JsonEscape(text);
@@ -81,7 +81,7 @@ TEST(JsonEscape, says_every_single_byte_so_that_it_can_be_read_back) {
     }
 }
 
-TEST(JsonEscape, says_random_bytes_so_that_they_can_be_read_back) {
+TEST(JsonEscape, EscapesRandomBytesSoThatTheyRoundTrip) {
     std::mt19937 random(42);
     for (int round = 0; round < 2000; ++round) {
         std::string text(random() % 200, '\0');

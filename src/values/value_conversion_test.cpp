@@ -20,7 +20,7 @@ class ConvertDuckDBValueTest : public testing::Test {
     TestEngine engine_;
 };
 
-TEST_F(ConvertDuckDBValueTest, makes_a_null_Boolean_of_nothing_and_of_every_NULL) {
+TEST_F(ConvertDuckDBValueTest, TurnsANullHandleAndEveryNULLIntoANullBoolean) {
     EXPECT_EQ(Describe(ConvertDuckDBValue(nullptr, nullptr).get()), "Boolean NULL?");
     EXPECT_EQ(Describe(ConvertDuckDBValue(ValueHolder(duckdb_create_null_value()).get(), nullptr).get()),
               "Boolean NULL?");
@@ -29,7 +29,7 @@ TEST_F(ConvertDuckDBValueTest, makes_a_null_Boolean_of_nothing_and_of_every_NULL
     }
 }
 
-TEST_F(ConvertDuckDBValueTest, gives_numbers_in_the_host_kind_of_their_width) {
+TEST_F(ConvertDuckDBValueTest, ReturnsNumbersInTheHostKindOfTheirWidth) {
     EXPECT_EQ(Convert("true"), "Boolean true");
     EXPECT_EQ(Convert("false"), "Boolean false");
     EXPECT_EQ(Convert("(-5)::TINYINT"), "Short -5");
@@ -45,17 +45,17 @@ TEST_F(ConvertDuckDBValueTest, gives_numbers_in_the_host_kind_of_their_width) {
     EXPECT_EQ(Convert("'-inf'::DOUBLE"), "Double -inf");
 }
 
-TEST_F(ConvertDuckDBValueTest, makes_a_Double_of_a_DECIMAL) {
+TEST_F(ConvertDuckDBValueTest, TurnsADECIMALIntoADouble) {
     EXPECT_EQ(Convert("1.5::DECIMAL(18,3)"), "Double 0x1.8p+0");
     EXPECT_EQ(Convert("(-0.5)::DECIMAL(4,1)"), "Double -0x1p-1");
 }
 
-TEST_F(ConvertDuckDBValueTest, gives_the_bytes_of_a_BLOB) {
+TEST_F(ConvertDuckDBValueTest, ReturnsTheBytesOfABLOB) {
     EXPECT_EQ(Convert("'\\x00\\xFF'::BLOB"), "FixedBinary 00ff of 2?");
     EXPECT_EQ(Convert("''::BLOB"), "FixedBinary  of 0?");
 }
 
-TEST_F(ConvertDuckDBValueTest, gives_dates_times_and_everything_else_as_the_text_of_DuckDB) {
+TEST_F(ConvertDuckDBValueTest, ReturnsDatesTimesAndEverythingElseAsDuckDBsText) {
     EXPECT_EQ(Convert("DATE '2024-01-31'"), "String 2024-01-31");
     EXPECT_EQ(Convert("[1, 2, 3]"), "String [1, 2, 3]");
     EXPECT_EQ(Convert("'24:00:00'::TIME"), "String 24:00:00");
@@ -65,22 +65,22 @@ TEST_F(ConvertDuckDBValueTest, gives_dates_times_and_everything_else_as_the_text
     EXPECT_EQ(Convert("''"), "String ");
 }
 
-TEST_F(ConvertDuckDBValueTest, takes_a_VARIANT_of_unknown_kind_as_text) {
+TEST_F(ConvertDuckDBValueTest, ReturnsAVARIANTOfUnknownKindAsText) {
     EXPECT_EQ(Convert("{'a': 1}::VARIANT"), "String {'a': 1}");
 }
 
-TEST_F(ConvertDuckDBValueTest, opens_a_VARIANT_whose_kind_is_given) {
+TEST_F(ConvertDuckDBValueTest, UnwrapsAVARIANTOfKnownKind) {
     const ValueHolder value = engine_.QueryValue("SELECT 70000::INTEGER::VARIANT");
     const uint32_t kind = duckdb_value_variant_type(value.get());
     EXPECT_EQ(Describe(ConvertDuckDBValue(value.get(), &kind).get()), "Long 70000");
 }
 
-TEST_F(ConvertDuckDBValueTest, hands_over_one_reference) {
+TEST_F(ConvertDuckDBValueTest, HandsOverOneReference) {
     const ValueHolder value = engine_.QueryValue("SELECT 1");
     EXPECT_EQ(ConvertDuckDBValue(value.get(), nullptr)->get_RefsCount(), 1U);
 }
 
-TEST_F(ConvertDuckDBValueTest, gives_the_empty_text_for_a_number_that_is_no_value_of_its_type) {
+TEST_F(ConvertDuckDBValueTest, ReturnsTheEmptyTextForANumberThatItsTypeDoesNotAllow) {
     const auto convert = [](duckdb_value value) {
         return Describe(ConvertDuckDBValue(ValueHolder(value).get(), nullptr).get());
     };
@@ -90,7 +90,7 @@ TEST_F(ConvertDuckDBValueTest, gives_the_empty_text_for_a_number_that_is_no_valu
     EXPECT_EQ(convert(duckdb_create_decimal({4, 1, {10000, 0}})), "String ");
 }
 
-TEST_F(ConvertDuckDBValueTest, gives_the_empty_text_for_a_list_that_holds_such_a_number) {
+TEST_F(ConvertDuckDBValueTest, ReturnsTheEmptyTextForAListThatHoldsSuchANumber) {
     const LogicalTypeHolder time(duckdb_create_logical_type(DUCKDB_TYPE_TIME));
     const ValueHolder element(duckdb_create_time({INT64_MAX}));
     duckdb_value elements[] = {element.get()};

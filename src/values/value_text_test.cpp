@@ -8,42 +8,42 @@
 namespace mduckdb {
 namespace {
 
-TEST(DuckDBValueToText, is_empty_for_a_null_handle_and_for_NULL) {
+TEST(DuckDBValueToText, IsEmptyForANullHandleAndForNULL) {
     EXPECT_EQ(DuckDBValueToText(nullptr), "");
     EXPECT_EQ(DuckDBValueToText(ValueHolder(duckdb_create_null_value()).get()), "");
 }
 
-TEST(DuckDBValueToText, gives_the_text_that_DuckDB_shows) {
+TEST(DuckDBValueToText, ReturnsTheTextThatDuckDBShows) {
     EXPECT_EQ(DuckDBValueToText(ValueHolder(duckdb_create_date({19753})).get()), "2024-01-31");
     EXPECT_EQ(DuckDBValueToText(ValueHolder(duckdb_create_int64(-5)).get()), "-5");
 }
 
-TEST(DuckDBValueToText, keeps_NUL_characters) {
+TEST(DuckDBValueToText, KeepsNULCharacters) {
     const std::string text("a\0b", 3);
     const ValueHolder value(duckdb_create_varchar_length(text.data(), text.size()));
     EXPECT_EQ(DuckDBValueToText(value.get()), text);
     EXPECT_EQ(MakeTextOfValue(value.get())->get_Text().get_Length(), 3U);
 }
 
-TEST(DuckDBValueToText, is_empty_for_numbers_that_are_no_values_of_their_type) {
+TEST(DuckDBValueToText, IsEmptyForNumbersThatTheirTypeDoesNotAllow) {
     EXPECT_EQ(DuckDBValueToText(ValueHolder(duckdb_create_time({-1})).get()), "");
     EXPECT_EQ(DuckDBValueToText(ValueHolder(duckdb_create_time({INT64_MAX})).get()), "");
     EXPECT_EQ(DuckDBValueToText(ValueHolder(duckdb_create_time_ns({INT64_MAX})).get()), "");
     EXPECT_EQ(DuckDBValueToText(ValueHolder(duckdb_create_time({86'400'000'000})).get()), "24:00:00");
 }
 
-TEST(DuckDBValueToText, is_empty_when_DuckDB_refuses_the_cast) {
+TEST(DuckDBValueToText, IsEmptyWhenDuckDBRefusesTheCast) {
     EXPECT_EQ(DuckDBValueToText(ValueHolder(duckdb_create_timestamp_s({INT64_MAX - 1})).get()), "");
 }
 
-TEST(MakeStringValue, makes_a_text_that_may_not_be_null) {
+TEST(MakeStringValue, CreatesATextThatMayNotBeNull) {
     const auto value = MakeStringValue("h\xC3\xA9llo \xF0\x9F\xA6\x86");
     EXPECT_EQ(value->get_TypeCode(), static_cast<uint32_t>(nbx::ValueType::String));
     EXPECT_FALSE(value->get_IsNullable());
     EXPECT_EQ(value->get_Text(), nbx::String(u"h\u00e9llo \U0001F986", 8));
 }
 
-TEST(MakeStringValue, puts_the_replacement_character_where_text_is_not_UTF8) {
+TEST(MakeStringValue, ReplacesInvalidUTF8WithTheReplacementCharacter) {
     EXPECT_EQ(MakeStringValue("a\xFF")->get_Text(), nbx::String(u"a\uFFFD", 2));
 }
 

@@ -24,7 +24,7 @@ class ConvertVariantTest : public testing::Test {
     TestEngine engine_;
 };
 
-TEST_F(ConvertVariantTest, makes_a_null_Boolean_of_NULL) {
+TEST_F(ConvertVariantTest, TurnsNULLIntoANullBoolean) {
     EXPECT_EQ(Convert("NULL"), "Boolean NULL?");
     EXPECT_EQ(Describe(ConvertVariantValue(nullptr, 5).get()), "Boolean NULL?");
     const ValueHolder null(duckdb_create_null_value());
@@ -33,7 +33,7 @@ TEST_F(ConvertVariantTest, makes_a_null_Boolean_of_NULL) {
     EXPECT_EQ(Describe(ConvertVariantValue(number.get(), 0).get()), "Boolean NULL?");
 }
 
-TEST_F(ConvertVariantTest, tells_booleans_by_their_kind_alone) {
+TEST_F(ConvertVariantTest, RecognisesBooleansByTheirKindAlone) {
     EXPECT_EQ(Convert("true"), "Boolean true");
     EXPECT_EQ(Convert("false"), "Boolean false");
     const ValueHolder other(duckdb_create_varchar("no boolean"));
@@ -41,13 +41,13 @@ TEST_F(ConvertVariantTest, tells_booleans_by_their_kind_alone) {
     EXPECT_EQ(Describe(ConvertVariantValue(other.get(), 2).get()), "Boolean false");
 }
 
-TEST_F(ConvertVariantTest, puts_an_INT8_into_an_envelope) {
+TEST_F(ConvertVariantTest, PutsAnINT8IntoAnEnvelope) {
     EXPECT_EQ(Convert("(-5)::TINYINT"), Envelope("INT8", "-5"));
     EXPECT_EQ(Convert("127::TINYINT"), Envelope("INT8", "127"));
     EXPECT_EQ(Convert("(-128)::TINYINT"), Envelope("INT8", "-128"));
 }
 
-TEST_F(ConvertVariantTest, gives_the_numbers_that_the_host_has_as_numbers) {
+TEST_F(ConvertVariantTest, ReturnsNumbersThatTheHostHasAsNumbers) {
     EXPECT_EQ(Convert("(-300)::SMALLINT"), "Short -300");
     EXPECT_EQ(Convert("70000::INTEGER"), "Long 70000");
     EXPECT_EQ(Convert("(-9223372036854775808)::BIGINT"), "LLong -9223372036854775808");
@@ -59,33 +59,33 @@ TEST_F(ConvertVariantTest, gives_the_numbers_that_the_host_has_as_numbers) {
     EXPECT_EQ(Convert("0.1::DOUBLE"), "Double 0x1.999999999999ap-4");
 }
 
-TEST_F(ConvertVariantTest, gives_texts_and_bytes_as_such) {
+TEST_F(ConvertVariantTest, ReturnsTextsAndBytesUnchanged) {
     EXPECT_EQ(Convert("'h\u00e9'"), "String h\u00e9");
     EXPECT_EQ(Convert("'\\xAB\\x00'::BLOB"), "FixedBinary ab00 of 2?");
 }
 
-TEST_F(ConvertVariantTest, makes_a_Date_of_a_DATE) {
+TEST_F(ConvertVariantTest, TurnsADATEIntoADate) {
     EXPECT_EQ(Convert("DATE '2024-01-31'"), "Date 2024-01-31?");
 }
 
-TEST_F(ConvertVariantTest, puts_an_infinite_DATE_into_an_envelope) {
+TEST_F(ConvertVariantTest, PutsAnInfiniteDATEIntoAnEnvelope) {
     EXPECT_EQ(Convert("'infinity'::DATE"), Envelope("DATE", "infinity"));
     EXPECT_EQ(Convert("'-infinity'::DATE"), Envelope("DATE", "-infinity"));
 }
 
-TEST_F(ConvertVariantTest, makes_a_DateTime_of_a_TIMESTAMP_in_milliseconds_only) {
+TEST_F(ConvertVariantTest, TurnsOnlyATIMESTAMPInMillisecondsIntoADateTime) {
     EXPECT_EQ(Convert("'2024-01-31 12:34:56.789'::TIMESTAMP_MS"), "DateTime 2024-01-31 12:34:56.789");
     EXPECT_EQ(Convert("'1969-12-31 23:59:59.999'::TIMESTAMP_MS"), "DateTime 1969-12-31 23:59:59.999");
     EXPECT_EQ(Convert("'2024-01-31 12:34:56.789012'::TIMESTAMP"),
               Envelope("TIMESTAMP_MICROS", "2024-01-31 12:34:56.789012"));
 }
 
-TEST_F(ConvertVariantTest, puts_an_infinite_TIMESTAMP_in_milliseconds_into_an_envelope) {
+TEST_F(ConvertVariantTest, PutsAnInfiniteTIMESTAMPInMillisecondsIntoAnEnvelope) {
     EXPECT_EQ(Convert("'infinity'::TIMESTAMP_MS"), Envelope("TIMESTAMP_MILIS", "infinity"));
     EXPECT_EQ(Convert("'-infinity'::TIMESTAMP_MS"), Envelope("TIMESTAMP_MILIS", "-infinity"));
 }
 
-TEST_F(ConvertVariantTest, survives_a_TIMESTAMP_in_milliseconds_that_has_no_microseconds) {
+TEST_F(ConvertVariantTest, SurvivesATIMESTAMPInMillisecondsThatHasNoMicroseconds) {
     for (const int64_t millis : {INT64_MIN, INT64_MAX - 1, INT64_MAX / 1000 + 1}) {
         const ValueHolder value(duckdb_create_timestamp_ms({millis}));
         const std::string text = Describe(ConvertVariantValue(value.get(), 23).get());
@@ -94,7 +94,7 @@ TEST_F(ConvertVariantTest, survives_a_TIMESTAMP_in_milliseconds_that_has_no_micr
     }
 }
 
-TEST_F(ConvertVariantTest, puts_every_other_kind_into_an_envelope_with_the_text_of_DuckDB) {
+TEST_F(ConvertVariantTest, PutsEveryOtherKindIntoAnEnvelopeWithTheTextOfDuckDB) {
     EXPECT_EQ(Convert("(-5)::HUGEINT"), Envelope("INT128", "-5"));
     EXPECT_EQ(Convert("5::UHUGEINT"), Envelope("UINT128", "5"));
     EXPECT_EQ(Convert("12.50::DECIMAL(4,2)"), Envelope("DECIMAL", "12.50"));
@@ -117,7 +117,7 @@ TEST_F(ConvertVariantTest, puts_every_other_kind_into_an_envelope_with_the_text_
     EXPECT_EQ(Convert("'POINT(1 2)'::GEOMETRY"), Envelope("GEOMETRY", "POINT (1 2)"));
 }
 
-TEST_F(ConvertVariantTest, takes_kinds_that_nobody_knows_as_an_envelope_without_a_name) {
+TEST_F(ConvertVariantTest, PutsUnknownKindsIntoAnEnvelopeWithoutAName) {
     const ValueHolder value(duckdb_create_int32(1));
     EXPECT_EQ(Describe(ConvertVariantValue(value.get(), 34).get()), Envelope("UNKNOWN", "1"));
 }

@@ -16,21 +16,21 @@ std::string EnvelopeText(std::string_view type_name, std::string_view value_text
     return ToUtf8(value->get_Text());
 }
 
-TEST(VariantEnvelope, holds_the_mark_the_kind_and_the_text_in_this_order) {
+TEST(VariantEnvelope, HoldsTheMarkerTheKindAndTheTextInThisOrder) {
     EXPECT_EQ(EnvelopeText("DECIMAL", "12.50"),
               R"({"duckdb_variant":true,"variant_type":"DECIMAL","value":"12.50"})");
 }
 
-TEST(VariantEnvelope, of_an_empty_text_has_an_empty_value) {
+TEST(VariantEnvelope, HasAnEmptyValueForAnEmptyText) {
     EXPECT_EQ(EnvelopeText("DECIMAL", ""), R"({"duckdb_variant":true,"variant_type":"DECIMAL","value":""})");
 }
 
-TEST(VariantEnvelope, escapes_the_name_and_the_text) {
+TEST(VariantEnvelope, EscapesTheNameAndTheText) {
     EXPECT_EQ(EnvelopeText("A\"B", "x\"\\\t\x01\xC3\xA9"),
               R"({"duckdb_variant":true,"variant_type":"A\"B","value":"x\"\\\t\u0001\u00c3\u00a9"})");
 }
 
-TEST(VariantEnvelope, carries_an_array_as_a_text_and_not_as_JSON) {
+TEST(VariantEnvelope, CarriesAnArrayAsATextAndNotAsJSON) {
     EXPECT_EQ(EnvelopeText("ARRAY", R"([1, "x"])"),
               R"({"duckdb_variant":true,"variant_type":"ARRAY","value":"[1, \"x\"]"})");
 }

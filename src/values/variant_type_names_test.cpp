@@ -8,7 +8,7 @@
 namespace mduckdb {
 namespace {
 
-TEST(VariantTypeName, knows_the_kinds_by_their_number) {
+TEST(VariantTypeName, KnowsTheKindsByTheirNumber) {
     EXPECT_STREQ(VariantTypeName(0), "VARIANT_NULL");
     EXPECT_STREQ(VariantTypeName(3), "INT8");
     EXPECT_STREQ(VariantTypeName(7), "INT128");
@@ -19,13 +19,13 @@ TEST(VariantTypeName, knows_the_kinds_by_their_number) {
     EXPECT_STREQ(VariantTypeName(33), "GEOMETRY");
 }
 
-TEST(VariantTypeName, is_UNKNOWN_beyond_the_last_kind) {
+TEST(VariantTypeName, IsUNKNOWNBeyondTheLastKind) {
     EXPECT_STREQ(VariantTypeName(34), "UNKNOWN");
     EXPECT_STREQ(VariantTypeName(1000), "UNKNOWN");
     EXPECT_STREQ(VariantTypeName(UINT32_MAX), "UNKNOWN");
 }
 
-TEST(VariantTypeName, gives_every_kind_a_name_of_its_own) {
+TEST(VariantTypeName, GivesEveryKindItsOwnName) {
     std::set<std::string> names;
     for (uint32_t code = 0; code < kVariantTypeCount; ++code) {
         names.insert(VariantTypeName(code));
@@ -34,7 +34,7 @@ TEST(VariantTypeName, gives_every_kind_a_name_of_its_own) {
     EXPECT_EQ(names.count("UNKNOWN"), 0U);
 }
 
-TEST(VariantTypeName, agrees_with_the_numbers_of_the_kinds_that_become_host_values) {
+TEST(VariantTypeName, AgreesWithTheNumbersOfTheKindsThatBecomeHostValues) {
     EXPECT_STREQ(VariantTypeName(static_cast<uint32_t>(VariantType::BOOL_TRUE)), "BOOL_TRUE");
     EXPECT_STREQ(VariantTypeName(static_cast<uint32_t>(VariantType::UINT8)), "UINT8");
     EXPECT_STREQ(VariantTypeName(static_cast<uint32_t>(VariantType::FLOAT)), "FLOAT");

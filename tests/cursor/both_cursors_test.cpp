@@ -17,7 +17,7 @@ INSTANTIATE_TEST_SUITE_P(Cursors, BothCursors, testing::Values(kServerCursor, kC
                                                                 : std::string("server");
                          });
 
-TEST_P(BothCursors, describe_their_columns) {
+TEST_P(BothCursors, DescribeTheirColumns) {
     const Cursor cursor =
         Select("SELECT 1.5::DECIMAL(18,3) AS \"pr\u00e9is\", [1]::INTEGER[] AS l, 'x'::VARIANT AS v");
     EXPECT_EQ(cursor->get_ColumnCount(), 3U);
@@ -29,7 +29,7 @@ TEST_P(BothCursors, describe_their_columns) {
     EXPECT_EQ(cursor->get_ColumnType(2), 41U);
 }
 
-TEST_P(BothCursors, give_nothing_for_a_column_that_is_not_there) {
+TEST_P(BothCursors, ReturnNothingForAMissingColumn) {
     const Cursor cursor = Select("SELECT 1 AS a, 2 AS b");
     EXPECT_TRUE(cursor->get_ColumnName(99).isEmpty());
     EXPECT_EQ(&cursor->get_ColumnName(2), &nbx::String::sEmpty());
@@ -37,7 +37,7 @@ TEST_P(BothCursors, give_nothing_for_a_column_that_is_not_there) {
     EXPECT_EQ(cursor->get_ColumnType(99), 0U);
 }
 
-TEST_P(BothCursors, describe_more_columns_than_they_have_room_for_inside) {
+TEST_P(BothCursors, DescribeMoreColumnsThanTheyHaveRoomForInside) {
     std::string sql = "SELECT ";
     for (int i = 0; i < 30; ++i) {
         sql += (i == 0 ? "" : ", ") + std::to_string(i) + " AS c" + std::to_string(i);
@@ -51,14 +51,14 @@ TEST_P(BothCursors, describe_more_columns_than_they_have_room_for_inside) {
     }
 }
 
-TEST_P(BothCursors, know_their_database_until_they_are_closed) {
+TEST_P(BothCursors, KnowTheirDatabaseUntilTheyAreClosed) {
     const Cursor cursor = Select("SELECT 1");
     EXPECT_EQ(cursor->get_Database().get(), &*database_);
     cursor->Close();
     EXPECT_FALSE(cursor->get_Database());
 }
 
-TEST_P(BothCursors, check_the_column_before_the_position) {
+TEST_P(BothCursors, CheckTheColumnBeforeThePosition) {
     const Cursor cursor = Select("SELECT 1, 2");
     EXPECT_EQ(ErrorOf([&] { cursor->get_Value(2); }), CursorError("inColumnIndex is out of bounds"));
     ASSERT_TRUE(cursor->NextRecord());
@@ -79,7 +79,7 @@ void ExpectInvalid(I_DuckDBCursor& cursor) {
     EXPECT_EQ(ErrorOf([&] { cursor.get_Value(99); }), kInvalidCursor);
 }
 
-TEST_P(BothCursors, answer_for_their_columns_only_after_Close) {
+TEST_P(BothCursors, ReportOnlyTheirColumnsAfterClose) {
     const Cursor cursor = Select("SELECT 1 AS a");
     ASSERT_TRUE(cursor->NextRecord());
     cursor->Close();
@@ -92,7 +92,7 @@ TEST_P(BothCursors, answer_for_their_columns_only_after_Close) {
     ExpectInvalid(*cursor);
 }
 
-TEST_P(BothCursors, are_invalid_after_Detach) {
+TEST_P(BothCursors, AreInvalidAfterDetach) {
     const Cursor cursor = Select("SELECT 1 AS a");
     {
         const EngineLockScope lock;
@@ -104,14 +104,14 @@ TEST_P(BothCursors, are_invalid_after_Detach) {
     EXPECT_EQ(ToUtf8(cursor->get_ColumnName(0)), "a");
 }
 
-TEST_P(BothCursors, are_invalid_after_the_database_has_closed) {
+TEST_P(BothCursors, AreInvalidAfterTheDatabaseHasClosed) {
     const Cursor cursor = Select("SELECT 1 AS a");
     database_->Close();
     ExpectInvalid(*cursor);
     EXPECT_EQ(ToUtf8(cursor->get_ColumnName(0)), "a");
 }
 
-TEST_P(BothCursors, hand_out_values_that_outlive_them) {
+TEST_P(BothCursors, ReturnValuesThatOutliveThem) {
     Cursor cursor = Select("SELECT repeat('long text ', 10)");
     ASSERT_TRUE(cursor->NextRecord());
     const nbx::smart_ptr<nbx::I_Value> value = cursor->get_Value(0);
@@ -120,14 +120,14 @@ TEST_P(BothCursors, hand_out_values_that_outlive_them) {
     EXPECT_EQ(ToUtf8(value->get_Text()).size(), 100U);
 }
 
-TEST_P(BothCursors, start_with_one_reference_for_the_maker) {
+TEST_P(BothCursors, StartWithOneReferenceForTheCreator) {
     const Cursor cursor = Select("SELECT 1");
     EXPECT_EQ(cursor->get_RefsCount(), 1U);
     EXPECT_EQ(cursor->AddRef(), 2U);
     EXPECT_EQ(cursor->Release(), 1U);
 }
 
-TEST_P(BothCursors, answer_QueryInterface_for_the_interfaces_that_they_have) {
+TEST_P(BothCursors, AnswerQueryInterfaceForTheirInterfaces) {
     const Cursor cursor = Select("SELECT 1");
     EXPECT_EQ(cursor->QueryInterface(nbx::mrsql::kDuckDBCursorInterfaceId), cursor.get());
     EXPECT_NE(cursor->QueryInterface(nbx::mrsql::kFetchStatusInterfaceId), nullptr);
@@ -135,7 +135,7 @@ TEST_P(BothCursors, answer_QueryInterface_for_the_interfaces_that_they_have) {
     EXPECT_EQ(cursor->QueryInterface(12345), nullptr);
 }
 
-TEST_P(BothCursors, take_the_engine_lock_only_while_they_need_it) {
+TEST_P(BothCursors, HoldTheEngineLockOnlyWhileTheyNeedIt) {
     const Cursor cursor = Select("SELECT 1");
     EXPECT_FALSE(nbx::gIsGlobalLockTaken.get());
     EXPECT_TRUE(cursor->NextRecord());
@@ -150,7 +150,7 @@ TEST_P(BothCursors, take_the_engine_lock_only_while_they_need_it) {
     }
 }
 
-TEST_P(BothCursors, work_on_a_thread_that_holds_the_lock_already) {
+TEST_P(BothCursors, WorkOnAThreadThatHoldsTheLockAlready) {
     const EngineLockScope lock;
     const Cursor cursor = Select("SELECT 7");
     EXPECT_TRUE(cursor->NextRecord());
@@ -159,18 +159,18 @@ TEST_P(BothCursors, work_on_a_thread_that_holds_the_lock_already) {
     EXPECT_TRUE(nbx::gIsGlobalLockTaken.get());
 }
 
-TEST_P(BothCursors, tell_which_kind_they_are) {
+TEST_P(BothCursors, ReportTheirKind) {
     const Cursor cursor = Select("SELECT 1");
     EXPECT_EQ(IsClientCursor(cursor.get()), GetParam() == kClientCursor);
     EXPECT_EQ(static_cast<bool>(GetClientCursorRows(cursor.get())), GetParam() == kClientCursor);
 }
 
-TEST(CursorKinds, no_cursor_is_no_client_cursor) {
+TEST(CursorKinds, ANullCursorIsNotAClientCursor) {
     EXPECT_FALSE(IsClientCursor(nullptr));
     EXPECT_FALSE(GetClientCursorRows(nullptr));
 }
 
-TEST(CursorKinds, every_location_but_1_makes_a_server_cursor) {
+TEST(CursorKinds, EveryLocationBut1CreatesAServerCursor) {
     const OpenedDatabase database;
     for (const uint32_t location : {0U, 2U, 3U, UINT32_MAX}) {
         EXPECT_FALSE(IsClientCursor(database.Select("SELECT 1", location).get())) << location;

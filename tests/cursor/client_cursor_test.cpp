@@ -14,7 +14,7 @@ class ClientCursor : public testing::Test {
     OpenedDatabase database_;
 };
 
-TEST_F(ClientCursor, starts_without_a_current_record) {
+TEST_F(ClientCursor, StartsWithoutACurrentRecord) {
     const Cursor cursor = Select("SELECT 1");
     EXPECT_EQ(cursor->get_CurrentRecord(), 0U);
     EXPECT_EQ(cursor->get_RecordCount(), 1U);
@@ -23,7 +23,7 @@ TEST_F(ClientCursor, starts_without_a_current_record) {
     EXPECT_EQ(cursor->get_CurrentRecord(), 0U);
 }
 
-TEST_F(ClientCursor, goes_forward_to_the_last_record_and_stays_there) {
+TEST_F(ClientCursor, MovesForwardToTheLastRecordAndStaysThere) {
     const Cursor cursor = Select("SELECT i FROM range(3) t(i)");
     EXPECT_TRUE(cursor->NextRecord());
     EXPECT_TRUE(cursor->NextRecord());
@@ -33,14 +33,14 @@ TEST_F(ClientCursor, goes_forward_to_the_last_record_and_stays_there) {
     EXPECT_EQ(DescribeField(*cursor, 0), "LLong 2");
 }
 
-TEST_F(ClientCursor, does_not_leave_the_first_record_backward) {
+TEST_F(ClientCursor, DoesNotLeaveTheFirstRecordBackward) {
     const Cursor cursor = Select("SELECT i FROM range(3) t(i)");
     EXPECT_TRUE(cursor->FirstRecord());
     EXPECT_FALSE(cursor->PrevRecord());
     EXPECT_EQ(cursor->get_CurrentRecord(), 1U);
 }
 
-TEST_F(ClientCursor, refuses_records_that_are_not_there) {
+TEST_F(ClientCursor, RejectsMissingRecords) {
     const Cursor cursor = Select("SELECT i FROM range(3) t(i)");
     EXPECT_TRUE(cursor->put_CurrentRecord(2));
     EXPECT_FALSE(cursor->put_CurrentRecord(0));
@@ -53,7 +53,7 @@ TEST_F(ClientCursor, refuses_records_that_are_not_there) {
     EXPECT_EQ(DescribeField(*cursor, 0), "LLong 1");
 }
 
-TEST_F(ClientCursor, over_no_rows_has_no_record_to_go_to) {
+TEST_F(ClientCursor, HasNoRecordToMoveToWhenThereAreNoRows) {
     const Cursor cursor = Select("SELECT 1 WHERE false");
     EXPECT_EQ(cursor->get_RecordCount(), 0U);
     EXPECT_FALSE(cursor->FirstRecord());
@@ -63,7 +63,7 @@ TEST_F(ClientCursor, over_no_rows_has_no_record_to_go_to) {
     EXPECT_EQ(cursor->get_CurrentRecord(), 0U);
 }
 
-TEST_F(ClientCursor, shares_its_rows) {
+TEST_F(ClientCursor, SharesItsRows) {
     Cursor cursor = Select("SELECT i, 'x' || i FROM range(3000) t(i)");
     const nbx::smart_ptr<nbx::ValueRows> rows = GetClientCursorRows(cursor.get());
     EXPECT_EQ(GetClientCursorRows(cursor.get()).get(), rows.get());
@@ -75,7 +75,7 @@ TEST_F(ClientCursor, shares_its_rows) {
     EXPECT_EQ(rows->get_Item(0)->get_Count(), 2U);
 }
 
-TEST_F(ClientCursor, keeps_the_rows_before_a_failure_and_its_text) {
+TEST_F(ClientCursor, KeepsTheRowsBeforeAFailureAndItsText) {
     const Cursor cursor = database_.Open(database_.Stream("SELECT CASE WHEN i = 1000000 THEN error('broken "
                                                           "here') ELSE i END AS x FROM range(2000000) t(i)"),
                                          kClientCursor);
@@ -94,7 +94,7 @@ struct InterruptibleHost {
     bool (*old)();
 };
 
-TEST_F(ClientCursor, reading_its_rows_is_cut_by_an_interrupt_and_leaves_nothing_behind) {
+TEST_F(ClientCursor, ReadingItsRowsStopsAtAnInterruptAndLeaksNothing) {
     const InterruptibleHost host;
     ResultHolder result = database_.Query("SELECT i FROM range(10000) t(i)");
     database_->Interrupt();
@@ -103,7 +103,7 @@ TEST_F(ClientCursor, reading_its_rows_is_cut_by_an_interrupt_and_leaves_nothing_
     database_->Close();  // would close the dead cursor if it stood in the list
 }
 
-TEST_F(ClientCursor, an_interrupt_from_another_thread_cuts_a_long_read) {
+TEST_F(ClientCursor, AnInterruptFromAnotherThreadStopsALongRead) {
     const InterruptibleHost host;
     ResultHolder result = database_.Query("SELECT i, i::VARCHAR FROM range(3000000) t(i)");
     std::atomic<bool> is_over{false};
@@ -120,7 +120,7 @@ TEST_F(ClientCursor, an_interrupt_from_another_thread_cuts_a_long_read) {
     database_->get_Link()->ClearInterrupted();
 }
 
-TEST_F(ClientCursor, is_invalid_at_once_when_its_database_closes_while_it_reads) {
+TEST_F(ClientCursor, IsInvalidAtOnceWhenItsDatabaseClosesWhileItReads) {
     for (int round = 0; round < 5; ++round) {
         OpenedDatabase database;
         ResultHolder result = database.Query("SELECT i, i::VARCHAR FROM range(200000) t(i)");

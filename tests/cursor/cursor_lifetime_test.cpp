@@ -44,7 +44,7 @@ std::vector<std::vector<Step>> GetOrders() {
     return orders;
 }
 
-TEST(CursorLifetime, cursors_and_database_end_in_every_order) {
+TEST(CursorLifetime, CursorsAndDatabaseDieInAnyOrder) {
     const std::string sql = "SELECT i, repeat('text', 20), [i] FROM range(5000) t(i)";
     for (const uint32_t location : {kServerCursor, kClientCursor}) {
         for (const bool on_a_row : {false, true}) {
@@ -62,7 +62,7 @@ TEST(CursorLifetime, cursors_and_database_end_in_every_order) {
     }
 }
 
-TEST(CursorLifetime, a_cursor_outlives_a_database_that_was_released_without_Close) {
+TEST(CursorLifetime, ACursorOutlivesADatabaseThatWasReleasedWithoutClose) {
     for (const uint32_t location : {kServerCursor, kClientCursor}) {
         OpenedDatabase database;
         const Cursor cursor = database.Select("SELECT 'text'", location);
@@ -73,7 +73,7 @@ TEST(CursorLifetime, a_cursor_outlives_a_database_that_was_released_without_Clos
     }
 }
 
-TEST(CursorLifetime, a_database_closes_cursors_that_were_closed_before_and_are_dead_by_then) {
+TEST(CursorLifetime, ADatabaseClosesCursorsThatWereClosedBeforeAndAreDeadByThen) {
     for (const uint32_t location : {kServerCursor, kClientCursor}) {
         OpenedDatabase database;
         Cursor closed = database.Select("SELECT 1", location);
@@ -87,7 +87,7 @@ TEST(CursorLifetime, a_database_closes_cursors_that_were_closed_before_and_are_d
     }
 }
 
-TEST(CursorLifetime, a_database_can_be_opened_again_while_old_cursors_live) {
+TEST(CursorLifetime, ADatabaseCanBeOpenedAgainWhileOldCursorsLive) {
     OpenedDatabase database;
     const Cursor old = database.Select("SELECT 1", kServerCursor);
     database->Close();
@@ -98,7 +98,7 @@ TEST(CursorLifetime, a_database_can_be_opened_again_while_old_cursors_live) {
     EXPECT_EQ(DescribeField(*fresh, 0), "Long 2");
 }
 
-TEST(CursorLifetime, a_stream_may_be_given_up_anywhere) {
+TEST(CursorLifetime, AStreamMayBeAbandonedAnywhere) {
     for (const int rows : {0, 1, 3000}) {
         OpenedDatabase database;
         Cursor cursor =
@@ -112,7 +112,7 @@ TEST(CursorLifetime, a_stream_may_be_given_up_anywhere) {
     }
 }
 
-TEST(CursorLifetime, a_result_with_nothing_in_it_makes_a_cursor_without_rows) {
+TEST(CursorLifetime, AnEmptyResultBecomesACursorWithoutRows) {
     OpenedDatabase database;
     for (const uint32_t location : {kServerCursor, kClientCursor}) {
         const Cursor cursor = database.Open({}, location);
@@ -122,7 +122,7 @@ TEST(CursorLifetime, a_result_with_nothing_in_it_makes_a_cursor_without_rows) {
     database->Close();
 }
 
-TEST(CursorLifetime, hundreds_of_cursors_of_one_database_end_in_mixed_order) {
+TEST(CursorLifetime, HundredsOfCursorsOfOneDatabaseDieInMixedOrder) {
     OpenedDatabase database;
     std::vector<Cursor> cursors;
     for (uint32_t i = 0; i < 300; ++i) {
@@ -141,7 +141,7 @@ TEST(CursorLifetime, hundreds_of_cursors_of_one_database_end_in_mixed_order) {
 }
 
 /** What the host hangs onto an object must be told when it goes. */
-TEST(CursorLifetime, a_cursor_calls_the_finaliser_and_clears_the_back_reference) {
+TEST(CursorLifetime, ACursorCallsTheFinaliserAndClearsTheBackReference) {
     static int finalised = 0;
     finalised = 0;
     const OpenedDatabase database;
@@ -157,7 +157,7 @@ TEST(CursorLifetime, a_cursor_calls_the_finaliser_and_clears_the_back_reference)
     EXPECT_EQ(reference, nullptr);
 }
 
-TEST(CursorLifetime, ACursorTakenOutOfItsDatabaseOutlivesIt) {
+TEST(CursorLifetime, ACursorRemovedFromItsDatabaseOutlivesIt) {
     OpenedDatabase database;
     const Cursor cursor = database->SqlSelect(FromUtf8("SELECT 1"), kServerCursor, nullptr);
     database->RemoveCursor(cursor.get());

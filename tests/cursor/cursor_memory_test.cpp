@@ -38,7 +38,7 @@ class CursorMemory : public testing::Test {
     OpenedDatabase database_;
 };
 
-TEST_F(CursorMemory, a_server_cursor_needs_the_same_for_any_number_of_rows) {
+TEST_F(CursorMemory, AServerCursorNeedsTheSameForAnyNumberOfRows) {
     const Cursor cursor = database_.Select("SELECT i, i::VARCHAR FROM range(1000000) t(i)", kServerCursor);
     for (int row = 0; row < 5000; ++row) {
         ASSERT_TRUE(cursor->NextRecord());
@@ -55,7 +55,7 @@ TEST_F(CursorMemory, a_server_cursor_needs_the_same_for_any_number_of_rows) {
     EXPECT_LE(nbx::GetPoolMappedBytes(), pooled + static_cast<std::size_t>(256 * kKiB));
 }
 
-TEST_F(CursorMemory, a_client_cursor_needs_at_most_56_bytes_a_number_with_its_result) {
+TEST_F(CursorMemory, AClientCursorNeedsAtMost56BytesANumberWithItsResult) {
     constexpr int64_t kCells = 4 * 500'000;
     const int64_t before = GetResidentBytes();
     const Cursor cursor = database_.Select(
@@ -66,7 +66,7 @@ TEST_F(CursorMemory, a_client_cursor_needs_at_most_56_bytes_a_number_with_its_re
     EXPECT_LE(GetResidentBytes() - before, 56 * kCells + slack);
 }
 
-TEST_F(CursorMemory, a_released_client_cursor_gives_its_values_back) {
+TEST_F(CursorMemory, AReleasedClientCursorFreesItsValues) {
     const std::size_t before = nbx::GetPoolMappedBytes();
     Cursor cursor = database_.Select("SELECT i, i, i FROM range(300000) t(i)", kClientCursor);
     // 900000 values of 24 bytes, some of them in what the pool had to spare.

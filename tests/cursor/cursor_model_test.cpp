@@ -104,12 +104,12 @@ INSTANTIATE_TEST_SUITE_P(Sizes, CursorsAndModel,
                                     std::to_string(model.param.columns) + "_columns";
                          });
 
-TEST_P(CursorsAndModel, a_server_cursor_gives_the_rows_forward) {
+TEST_P(CursorsAndModel, AServerCursorReturnsTheRowsForward) {
     const Cursor cursor = database_.Select(GetParam().get_Sql(), kServerCursor);
     WalkForward(*cursor, GetParam());
 }
 
-TEST_P(CursorsAndModel, a_client_cursor_gives_the_rows_in_every_direction) {
+TEST_P(CursorsAndModel, AClientCursorReturnsTheRowsInEveryDirection) {
     const Cursor cursor = database_.Select(GetParam().get_Sql(), kClientCursor);
     EXPECT_EQ(cursor->get_RecordCount(), GetParam().rows);
     WalkForward(*cursor, GetParam());
@@ -117,7 +117,7 @@ TEST_P(CursorsAndModel, a_client_cursor_gives_the_rows_in_every_direction) {
     WalkAtRandom(*cursor, GetParam(), 2000);
 }
 
-TEST_P(CursorsAndModel, a_stream_gives_the_same_rows) {
+TEST_P(CursorsAndModel, AStreamReturnsTheSameRows) {
     for (const uint32_t location : {kServerCursor, kClientCursor}) {
         const Cursor cursor = database_.Open(database_.Stream(GetParam().get_Sql()), location);
         WalkForward(*cursor, GetParam());
@@ -125,7 +125,7 @@ TEST_P(CursorsAndModel, a_stream_gives_the_same_rows) {
     }
 }
 
-TEST(CursorsOverAMillionRows, give_every_row) {
+TEST(CursorsOverAMillionRows, ReturnEveryRow) {
     const OpenedDatabase database;
     constexpr int64_t kRows = 1'000'000;
     for (const uint32_t location : {kServerCursor, kClientCursor}) {
@@ -139,7 +139,7 @@ TEST(CursorsOverAMillionRows, give_every_row) {
     }
 }
 
-TEST(CursorsWithoutColumns, are_made_and_end_at_once) {
+TEST(CursorsWithoutColumns, AreCreatedAndAtTheirEndAtOnce) {
     const OpenedDatabase database;
     for (const uint32_t location : {kServerCursor, kClientCursor}) {
         const Cursor cursor = database.Open(database.Query("CREATE OR REPLACE TABLE t(i INTEGER)"), location);

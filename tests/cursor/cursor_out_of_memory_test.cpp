@@ -40,7 +40,7 @@ namespace mduckdb {
 namespace {
 
 // What is left behind by mistake is also seen by AddressSanitizer's leak check.
-TEST(CursorOutOfMemory, ReadingAllRowsOrNoneLeavesNothingBehind) {
+TEST(CursorOutOfMemory, ReadingAllRowsOrNoneLeaksNothing) {
     OpenedDatabase database;
     const std::string sql = "SELECT repeat('x', " + std::to_string(kLength) + ") FROM range(6000)";
     const auto select = [&] { return database->SqlSelect(FromUtf8(sql), kClientCursor, nullptr); };

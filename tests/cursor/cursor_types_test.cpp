@@ -139,15 +139,15 @@ class CursorTypes : public testing::Test {
     Oracle oracle_;
 };
 
-TEST_F(CursorTypes, every_sample_is_what_DuckDB_says) {
+TEST_F(CursorTypes, EverySampleEqualsDuckDBsText) {
     ExpectAsDuckDB(get_SampleExpressions());
 }
 
-TEST_F(CursorTypes, the_edges_are_what_DuckDB_says) {
+TEST_F(CursorTypes, TheEdgesEqualDuckDBsText) {
     ExpectAsDuckDB(get_EdgeExpressions());
 }
 
-TEST_F(CursorTypes, the_samples_hold_every_type_that_a_column_can_have) {
+TEST_F(CursorTypes, TheSamplesHoldEveryTypeThatAColumnCanHave) {
     std::set<duckdb_type> types;
     for (const std::string& expression : get_SampleExpressions()) {
         types.insert(TypeOf(oracle_, expression));
@@ -160,7 +160,7 @@ TEST_F(CursorTypes, the_samples_hold_every_type_that_a_column_can_have) {
     }
 }
 
-TEST_F(CursorTypes, whole_columns_mix_NULL_with_each_sample) {
+TEST_F(CursorTypes, WholeColumnsMixNULLWithEachSample) {
     for (const std::string& expression : get_SampleExpressions()) {
         if (TypeOf(oracle_, expression) == DUCKDB_TYPE_VARIANT) {
             continue;
@@ -214,7 +214,7 @@ std::string ExpectedOfKind(uint32_t kind, const std::string& text, const std::st
     }
 }
 
-TEST_F(CursorTypes, every_kind_of_value_inside_a_VARIANT_is_what_DuckDB_says) {
+TEST_F(CursorTypes, EveryKindOfValueInsideAVARIANTEqualsDuckDBsText) {
     const std::vector<std::string>& expressions = get_VariantExpressions();
     ASSERT_EQ(expressions.size(), kVariantTypeCount - 1) << "all kinds but NULL";
     for (uint32_t kind = 1; kind < kVariantTypeCount; ++kind) {
@@ -230,14 +230,14 @@ TEST_F(CursorTypes, every_kind_of_value_inside_a_VARIANT_is_what_DuckDB_says) {
     }
 }
 
-TEST_F(CursorTypes, a_VARIANT_of_NULL_is_a_null_Boolean) {
+TEST_F(CursorTypes, AVARIANTOfNULLIsANullBoolean) {
     for (const char* expression : {"NULL::VARIANT", "(NULL::INTEGER)::VARIANT", "'null'::JSON::VARIANT"}) {
         EXPECT_EQ(FieldOf(database_, expression, kServerCursor), "Boolean NULL?") << expression;
         EXPECT_EQ(FieldOf(database_, expression, kClientCursor), "Boolean NULL?") << expression;
     }
 }
 
-TEST_F(CursorTypes, a_column_of_VARIANTs_takes_each_row_by_its_own_kind) {
+TEST_F(CursorTypes, AColumnOfVARIANTsReadsEachRowByItsOwnKind) {
     const std::string sql =
         "SELECT v FROM (VALUES (1::INTEGER::VARIANT), ('x'::VARIANT), (NULL), "
         "(true::VARIANT), ([1]::VARIANT), (1.5::DECIMAL(3,1)::VARIANT)) t(v)";

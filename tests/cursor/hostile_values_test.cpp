@@ -134,13 +134,13 @@ class HostileValues : public testing::TestWithParam<RawColumn> {
 INSTANTIATE_TEST_SUITE_P(Columns, HostileValues, testing::ValuesIn(GetRawColumns()),
                          [](const auto& column) { return std::string(column.param.name); });
 
-TEST_P(HostileValues, in_a_table_spoil_no_other_cell) {
+TEST_P(HostileValues, InATableAffectNoOtherCell) {
     for (const uint32_t location : {kServerCursor, kClientCursor}) {
         ExpectRows(ReadAll("SELECT x FROM raw", location));
     }
 }
 
-TEST_P(HostileValues, leave_the_engine_to_its_other_users) {
+TEST_P(HostileValues, LeaveTheEngineUsableForOthers) {
     nbx::smart_ptr<DuckDBDatabase> other =
         nbx::MakeObject<DuckDBDatabase>(nbx::CreateLocation(FromUtf8((folder_ / "raw.db").string())));
     other->Open();
@@ -151,7 +151,7 @@ TEST_P(HostileValues, leave_the_engine_to_its_other_users) {
     }
 }
 
-TEST_P(HostileValues, inside_lists_structs_maps_and_VARIANTs_are_survived) {
+TEST_P(HostileValues, InsideListsStructsMapsAndVARIANTsAreSurvived) {
     for (const char* expression : {"[x]", "{'a': x}", "MAP {'k': x}", "[[x], NULL]", "x::VARIANT",
                                    "[x]::VARIANT", "union_value(u := x)"}) {
         for (const uint32_t location : {kServerCursor, kClientCursor}) {
@@ -164,7 +164,7 @@ TEST_P(HostileValues, inside_lists_structs_maps_and_VARIANTs_are_survived) {
     }
 }
 
-TEST_P(HostileValues, in_a_list_make_its_text_empty_where_the_element_has_none) {
+TEST_P(HostileValues, InAListEmptyItsTextWhereTheElementHasNone) {
     const auto fields = ReadAll("SELECT [x] FROM raw", kServerCursor);
     ASSERT_EQ(fields.size(), GetParam().expected.size());
     for (std::size_t i = 0; i < fields.size(); ++i) {
@@ -174,7 +174,7 @@ TEST_P(HostileValues, in_a_list_make_its_text_empty_where_the_element_has_none) 
     }
 }
 
-TEST_P(HostileValues, in_a_Parquet_file_spoil_no_other_cell) {
+TEST_P(HostileValues, InAParquetFileAffectNoOtherCell) {
     const std::string file = (folder_ / "raw.parquet").string();
     ResultHolder copied;
     if (duckdb_query(database_->get_Connection(), ("COPY raw TO '" + file + "'").c_str(), copied.Receive()) !=

@@ -28,7 +28,7 @@ class QueryResultTest : public testing::Test {
     OpenedDatabase database_;
 };
 
-TEST_F(QueryResultTest, chains_the_outcomes_of_a_script) {
+TEST_F(QueryResultTest, ChainsTheOutcomesOfAScript) {
     const QueryResult first = Run(kServerCursor, "UPDATE t SET i = i + 1", "SELECT i FROM t ORDER BY i");
     EXPECT_EQ(first->get_Flags(), nbx::mrsql::kHasRowsChanged);
     EXPECT_EQ(first->get_RowsChanged(), 3);
@@ -49,7 +49,7 @@ TEST_F(QueryResultTest, chains_the_outcomes_of_a_script) {
     EXPECT_FALSE(second->NextResult());
 }
 
-TEST_F(QueryResultTest, gives_the_rest_of_the_chain_once) {
+TEST_F(QueryResultTest, ReturnsTheRestOfTheChainOnce) {
     const QueryResult first = Run(kServerCursor, "SELECT 1", "SELECT 2", "SELECT 3");
     const QueryResult second = first->NextResult();
     ASSERT_TRUE(second);
@@ -59,27 +59,27 @@ TEST_F(QueryResultTest, gives_the_rest_of_the_chain_once) {
     EXPECT_FALSE(third->NextResult());
 }
 
-TEST_F(QueryResultTest, hands_the_location_of_its_cursor_on) {
+TEST_F(QueryResultTest, PassesOnTheLocationOfItsCursor) {
     const QueryResult first = Run(kClientCursor, "SELECT 1", "SELECT 2");
     EXPECT_TRUE(IsClientCursor(first->get_Cursor().get()));
     EXPECT_TRUE(IsClientCursor(first->NextResult()->get_Cursor().get()));
     EXPECT_FALSE(IsClientCursor(Run(kServerCursor, "SELECT 1")->get_Cursor().get()));
 }
 
-TEST_F(QueryResultTest, has_no_flags_for_a_statement_with_neither_rows_nor_changes) {
+TEST_F(QueryResultTest, HasNoFlagsForAStatementWithNeitherRowsNorChanges) {
     const QueryResult result = Run(kServerCursor, "CREATE TABLE u(i INTEGER)");
     EXPECT_EQ(result->get_Flags(), 0U);
     EXPECT_FALSE(result->get_Cursor());
 }
 
-TEST_F(QueryResultTest, over_no_results_is_empty) {
+TEST_F(QueryResultTest, IsEmptyWithoutResults) {
     const QueryResult result = MakeQueryResult(database_->get_Link(), {}, kServerCursor);
     EXPECT_EQ(result->get_Flags(), 0U);
     EXPECT_FALSE(result->NextResult());
     result->Close();
 }
 
-TEST_F(QueryResultTest, reads_what_DuckDB_says_about_a_failure) {
+TEST_F(QueryResultTest, ReadsDuckDBsReportOfAFailure) {
     const QueryResult result = RunFailing("SELECT wrong FROM t");
     EXPECT_EQ(result->get_Flags(), nbx::mrsql::kHasError);
     EXPECT_EQ(ToUtf8(result->get_ErrorType()), "Binder");
@@ -88,14 +88,14 @@ TEST_F(QueryResultTest, reads_what_DuckDB_says_about_a_failure) {
     EXPECT_FALSE(result->get_Cursor());
 }
 
-TEST_F(QueryResultTest, has_no_position_when_DuckDB_gives_none) {
+TEST_F(QueryResultTest, HasNoPositionWhenDuckDBReportsNone) {
     const QueryResult result = RunFailing("SELECT error('stop')");
     EXPECT_EQ(result->get_Flags(), nbx::mrsql::kHasError);
     EXPECT_EQ(ToUtf8(result->get_ErrorMessage()), "stop");
     EXPECT_EQ(result->get_ErrorPosition(), -1);
 }
 
-TEST_F(QueryResultTest, takes_an_error_that_is_not_JSON_whole) {
+TEST_F(QueryResultTest, KeepsAnErrorThatIsNotJSONWhole) {
     database_.Query("SET errors_as_json = false");
     const QueryResult result = RunFailing("SELECT error('stop')");
     EXPECT_EQ(result->get_Flags(), nbx::mrsql::kHasError);
@@ -104,7 +104,7 @@ TEST_F(QueryResultTest, takes_an_error_that_is_not_JSON_whole) {
     EXPECT_EQ(result->get_ErrorPosition(), -1);
 }
 
-TEST_F(QueryResultTest, keeps_its_facts_but_not_its_cursor_after_Close) {
+TEST_F(QueryResultTest, KeepsItsFactsButNotItsCursorAfterClose) {
     const QueryResult first = Run(kServerCursor, "UPDATE t SET i = 0", "SELECT 1");
     const QueryResult second = first->NextResult();
     const Cursor cursor = second->get_Cursor();
@@ -118,13 +118,13 @@ TEST_F(QueryResultTest, keeps_its_facts_but_not_its_cursor_after_Close) {
     EXPECT_TRUE(cursor->NextRecord()) << "the cursor is the database's, not the result's";
 }
 
-TEST_F(QueryResultTest, drops_the_rest_of_the_chain_at_Close) {
+TEST_F(QueryResultTest, DropsTheRestOfTheChainAtClose) {
     const QueryResult first = Run(kServerCursor, "SELECT 1", "SELECT 2");
     first->Close();
     EXPECT_FALSE(first->NextResult());
 }
 
-TEST_F(QueryResultTest, has_no_cursor_after_the_database_has_closed) {
+TEST_F(QueryResultTest, HasNoCursorAfterTheDatabaseHasClosed) {
     const QueryResult result = Run(kServerCursor, "SELECT 1", "SELECT 2");
     const Cursor cursor = result->get_Cursor();
     database_->Close();
@@ -133,7 +133,7 @@ TEST_F(QueryResultTest, has_no_cursor_after_the_database_has_closed) {
     EXPECT_EQ(ErrorOf([&] { cursor->NextRecord(); }), kInvalidCursor);
 }
 
-TEST_F(QueryResultTest, ends_in_every_order_with_its_cursor_and_its_database) {
+TEST_F(QueryResultTest, DiesInAnyOrderWithItsCursorAndItsDatabase) {
     for (int order = 0; order < 6; ++order) {
         OpenedDatabase database;
         ResultList results;
@@ -151,7 +151,7 @@ TEST_F(QueryResultTest, ends_in_every_order_with_its_cursor_and_its_database) {
     }
 }
 
-TEST_F(QueryResultTest, answers_QueryInterface_and_counts_its_references) {
+TEST_F(QueryResultTest, AnswersQueryInterfaceAndCountsItsReferences) {
     const QueryResult result = Run(kServerCursor, "SELECT 1");
     EXPECT_EQ(result->QueryInterface(nbx::mrsql::kDuckDBQueryResultInterfaceId), result.get());
     EXPECT_EQ(result->QueryInterface(1), nullptr);

@@ -12,7 +12,7 @@ class ServerCursor : public testing::Test {
     OpenedDatabase database_;
 };
 
-TEST_F(ServerCursor, has_no_data_before_the_first_row_and_after_the_last) {
+TEST_F(ServerCursor, HasNoDataBeforeTheFirstRowAndAfterTheLast) {
     const Cursor cursor = Select("SELECT 1");
     EXPECT_EQ(ErrorOf([&] { cursor->get_Value(0); }), kNoData);
     EXPECT_TRUE(cursor->NextRecord());
@@ -23,13 +23,13 @@ TEST_F(ServerCursor, has_no_data_before_the_first_row_and_after_the_last) {
     EXPECT_EQ(ErrorOf([&] { cursor->get_Value(0); }), kNoData);
 }
 
-TEST_F(ServerCursor, over_no_rows_is_at_the_end_at_once) {
+TEST_F(ServerCursor, IsAtTheEndAtOnceWithoutRows) {
     const Cursor cursor = Select("SELECT 1 WHERE false");
     EXPECT_FALSE(cursor->NextRecord());
     EXPECT_EQ(ErrorOf([&] { cursor->get_Value(0); }), kNoData);
 }
 
-TEST_F(ServerCursor, refuses_to_count_and_to_move_other_than_forward) {
+TEST_F(ServerCursor, RefusesToCountAndToMoveOtherThanForward) {
     const Cursor cursor = Select("SELECT 1");
     const auto refusal = [](const char* operation) {
         return CursorError(std::string(operation) + " is not supported for server-side cursors");
@@ -43,14 +43,14 @@ TEST_F(ServerCursor, refuses_to_count_and_to_move_other_than_forward) {
     EXPECT_TRUE(cursor->NextRecord()) << "a refusal leaves the cursor as it was";
 }
 
-TEST_F(ServerCursor, says_that_it_is_closed_rather_than_that_it_cannot_count) {
+TEST_F(ServerCursor, ReportsThatItIsClosedBeforeThatItCannotCount) {
     const Cursor cursor = Select("SELECT 1");
     cursor->Close();
     EXPECT_EQ(ErrorOf([&] { cursor->get_RecordCount(); }), kInvalidCursor);
     EXPECT_EQ(ErrorOf([&] { cursor->PrevRecord(); }), kInvalidCursor);
 }
 
-TEST_F(ServerCursor, reads_a_field_as_often_as_asked) {
+TEST_F(ServerCursor, ReadsAFieldAsOftenAsAsked) {
     const Cursor cursor = Select("SELECT 'text', 1.5");
     ASSERT_TRUE(cursor->NextRecord());
     EXPECT_EQ(DescribeField(*cursor, 1), "Double 0x1.8p+0");
@@ -58,7 +58,7 @@ TEST_F(ServerCursor, reads_a_field_as_often_as_asked) {
     EXPECT_EQ(DescribeField(*cursor, 0), "String text");
 }
 
-TEST_F(ServerCursor, does_not_mind_other_statements_on_its_connection) {
+TEST_F(ServerCursor, IsNotDisturbedByOtherStatementsOnItsConnection) {
     const Cursor cursor = Select("SELECT i FROM range(5000) t(i)");
     int64_t sum = 0;
     while (cursor->NextRecord()) {
@@ -71,7 +71,7 @@ TEST_F(ServerCursor, does_not_mind_other_statements_on_its_connection) {
     EXPECT_EQ(sum, 5000 * 4999 / 2);
 }
 
-TEST_F(ServerCursor, keeps_the_text_of_a_failure_that_ends_the_rows) {
+TEST_F(ServerCursor, KeepsTheTextOfAFailureThatEndsTheRows) {
     const Cursor cursor = database_.Open(database_.Stream("SELECT CASE WHEN i = 1000000 THEN error('broken "
                                                           "here') ELSE i END AS x FROM range(2000000) t(i)"),
                                          kServerCursor);
@@ -88,7 +88,7 @@ TEST_F(ServerCursor, keeps_the_text_of_a_failure_that_ends_the_rows) {
     EXPECT_EQ(ErrorOf([&] { cursor->get_Value(0); }), kNoData);
 }
 
-TEST_F(ServerCursor, has_no_failure_to_tell_at_an_ordinary_end) {
+TEST_F(ServerCursor, HasNoFailureToReportAtANormalEnd) {
     const Cursor cursor = Select("SELECT 1");
     EXPECT_EQ(FetchErrorOf(*cursor), "");
     while (cursor->NextRecord()) {

@@ -91,7 +91,7 @@ class BackupFailure : public DatabaseTest {
         nbx::mrsql::gCreateBackupLocation;
 };
 
-TEST_F(BackupFailure, OnADiskThatFillsUpSaysSoAndLeavesTheDatabaseAlone) {
+TEST_F(BackupFailure, OnADiskThatFillsUpFailsAndLeavesTheDatabaseAlone) {
     const SmallDisk disk(4 << 20);
     if (!disk.get_Refusal().empty()) {
         GTEST_SKIP() << disk.get_Refusal();
@@ -136,7 +136,7 @@ TEST_F(BackupFailure, IntoAFolderThatCannotBeWrittenToExportsNothing) {
     ExpectUnharmed();
 }
 
-TEST_F(BackupFailure, WithAFileInThePlaceOfItsFolderLeavesTheFile) {
+TEST_F(BackupFailure, WithAFileInPlaceOfItsFolderLeavesTheFile) {
     nbx::mrsql::gCreateBackupLocation = [](const nbx::smart_ptr<nbx::I_Location>& chosen) {
         auto location = chosen->MakeChild(S("backup"));
         std::ofstream(U(location->get_PathText())) << "mine";

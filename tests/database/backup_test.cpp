@@ -107,7 +107,7 @@ TEST_F(DatabaseBackup, TheServersFolderReplacesTheCallers) {
     EXPECT_EQ(List(Path("server")).size(), 1u);
 }
 
-TEST_F(DatabaseBackup, WithoutAnyFolderItGoesBesideTheDatabase) {
+TEST_F(DatabaseBackup, WithoutAFolderIsWrittenBesideTheDatabase) {
     const auto database = host.Created(Path());
     database->Backup(nullptr);
     EXPECT_TRUE(fs::exists(OnlyIn(Path("Backup")) + "/schema.sql"));
@@ -132,7 +132,7 @@ TEST_F(DatabaseBackup, AMissingFolderIsRefusedAndNothingIsWritten) {
     EXPECT_TRUE(List(Path("backups")).empty());
 }
 
-TEST_F(DatabaseBackup, AFailedExportGivesDuckDBsTextAndLeavesWhatItWrote) {
+TEST_F(DatabaseBackup, AFailedExportReportsDuckDBsTextAndLeavesWhatItWrote) {
     MakeFile();
     const auto database = host.Opened(Path());
     // A folder in the place of the file that the export wants to write.
@@ -148,7 +148,7 @@ TEST_F(DatabaseBackup, AFailedExportGivesDuckDBsTextAndLeavesWhatItWrote) {
     EXPECT_EQ(QueryText(*database, "SELECT count(*) FROM t"), "3");
 }
 
-TEST_F(DatabaseBackup, AFailureWithoutATextGetsTheFixedOne) {
+TEST_F(DatabaseBackup, AFailureWithoutATextHasTheFixedOne) {
     const auto database = host.Created(Path());
     duckdb_faults::FailCall("duckdb_execute_pending", 1);
     EXPECT_EQ(Thrown([&] { database->Backup(Location(Path("backups"))); }),
@@ -205,7 +205,7 @@ TEST_F(DatabaseBackup, ClosingWaitsForTheExportWithoutHoldingTheEngineLock) {
     EXPECT_EQ(QueryText(*restored, content), QueryText(*database, content));
 }
 
-TEST_F(DatabaseBackup, InterruptCutsItAndLetsTheClosingGoOn) {
+TEST_F(DatabaseBackup, InterruptStopsItAndClosingContinues) {
     const auto database = MakeLarge();
     std::string thrown = "not run";
     std::thread exporter([&] { thrown = Thrown([&] { database->Backup(Location(Path("backups"))); }); });
@@ -252,7 +252,7 @@ TEST_F(DatabaseBackup, RestoreOverAnOpenFileIsRefusedAsADrop) {
     EXPECT_EQ(QueryText(*database, "SELECT count(*) FROM t"), "3");
 }
 
-TEST_F(DatabaseBackup, RestoreOfWhatIsNoBackupPassesTheErrorOnAndLeavesANewFile) {
+TEST_F(DatabaseBackup, RestoreOfAFolderThatIsNotABackupReportsTheErrorAndLeavesANewFile) {
     const std::string thrown =
         Thrown([&] { host->RestoreDatabase(Location(Path()), Location(Path("backups"))); });
     EXPECT_EQ(thrown.find("xDuckDBError 72501 [" + Path() + "] [IO Error: {\"exception_type\":\"IO\""), 0u)
@@ -271,7 +271,7 @@ bool IsRounded(const std::string& column) {
     return column == "time_tz" || column == "interval";
 }
 
-TEST_F(DatabaseBackup, EveryTypeThatDuckDBCanImportComesBack) {
+TEST_F(DatabaseBackup, EveryTypeThatDuckDBCanImportIsRestored) {
     const auto database = host.Created(Path());
     Execute(*database, "CREATE TABLE everything AS SELECT * FROM test_all_types(use_large_enum = false)");
     std::vector<std::string> columns;
@@ -300,7 +300,7 @@ TEST_F(DatabaseBackup, EveryTypeThatDuckDBCanImportComesBack) {
     }
 }
 
-TEST_F(DatabaseBackup, SchemasViewsMacrosSequencesIndexesConstraintsAndEnumsComeBack) {
+TEST_F(DatabaseBackup, SchemasViewsMacrosSequencesIndexesConstraintsAndEnumsAreRestored) {
     const auto database = host.Created(Path());
     Execute(
         *database,

@@ -73,7 +73,7 @@ TEST_F(DatabaseConfiguration, CreateWritesTheAccessModeFirst) {
     EXPECT_FALSE(database->get_IsReadOnly());
 }
 
-TEST_F(DatabaseConfiguration, CloseForgetsTheOptions) {
+TEST_F(DatabaseConfiguration, CloseDiscardsTheOptions) {
     MakeFile();
     const auto database = host.Database(Path());
     database->put_Options(Everything(folder));
@@ -113,7 +113,7 @@ TEST_F(DatabaseConfiguration, ATokenAloneIsWrittenWithoutAUserAgent) {
     EXPECT_EQ(WrittenKeys().size(), 3u);
 }
 
-TEST_F(DatabaseConfiguration, AReadOnlyWishIsTriedOnce) {
+TEST_F(DatabaseConfiguration, AReadOnlyRequestIsTriedOnce) {
     MakeFile();
     duckdb_faults::Reset();
     DuckDBDatabaseOptions options;
@@ -124,7 +124,7 @@ TEST_F(DatabaseConfiguration, AReadOnlyWishIsTriedOnce) {
     EXPECT_EQ(WrittenKeys(), (Lines{"enable_external_access=true", "access_mode=READ_ONLY"}));
 }
 
-TEST_F(DatabaseConfiguration, AnImpossibleOptionFailsAtOpeningAsDuckDBSays) {
+TEST_F(DatabaseConfiguration, AnImpossibleOptionFailsAtOpeningWithDuckDBsText) {
     MakeFile();
     const auto database = host.Database(Path());
     DuckDBDatabaseOptions options;

@@ -73,7 +73,7 @@ INSTANTIATE_TEST_SUITE_P(Files, FileProbe,
                              return name;
                          });
 
-TEST_F(Extension, WhatCannotBeReadIsNoDuckDBFile) {
+TEST_F(Extension, AnUnreadableFileIsNotADuckDBFile) {
     EXPECT_FALSE(host->IsDuckDBFile(Location(Path("missing"))));
     EXPECT_FALSE(host->IsDuckDBFile(nullptr));
     EXPECT_FALSE(host->IsDuckDBFile(Location(":memory:")));
@@ -122,7 +122,7 @@ TEST_F(Extension, AThreadThatHoldsTheEngineLockKeepsIt) {
     nbx::GetGlobalEngineLock().unlock();
 }
 
-TEST_F(Extension, TheLockIsGivenBackWhenTheWorkThrows) {
+TEST_F(Extension, TheLockIsReleasedWhenTheWorkThrows) {
     const auto database = host.Database(Path());
     EXPECT_NE(Thrown([&] { database->Open(); }), "none");
     EXPECT_FALSE(nbx::gIsGlobalLockTaken.get());
@@ -133,7 +133,7 @@ TEST_F(Extension, TheLockIsGivenBackWhenTheWorkThrows) {
     }
 }
 
-TEST_F(Extension, ClientCursorsAreToldFromServerCursors) {
+TEST_F(Extension, ClientCursorsAreDistinguishedFromServerCursors) {
     const auto database = host.Created(":memory:");
     const auto client = database->SqlSelect(S("SELECT 1, 2"), nbx::mrsql::kClientCursor, nullptr);
     const auto server = database->SqlSelect(S("SELECT 1"), nbx::mrsql::kServerCursor, nullptr);

@@ -18,7 +18,7 @@ int TakeNumber(std::string& line) {
     return number;
 }
 
-TEST_F(FetchConflict, LosesNoCommittedRowWhenTheWriterIsKilledAndLetsNoOtherProcessWrite) {
+TEST_F(FetchConflict, LosesNoCommittedRowWhenTheWriterIsKilledAndKeepsOtherWritersOut) {
     for (const char* order : {"fetch", "fetch-before"}) {
         const std::string file = Path(std::string(order) + ".db");
         Execute(*host.Created(file), "CREATE TABLE r(i INTEGER)");

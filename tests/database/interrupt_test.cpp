@@ -45,7 +45,7 @@ class DatabaseInterrupt : public DatabaseTest {
     Database database;
 };
 
-TEST_F(DatabaseInterrupt, CutsARunningStatementQuicklyAndOnce) {
+TEST_F(DatabaseInterrupt, StopsARunningStatementQuicklyAndOnce) {
     for (int i = 0; i < 3; ++i) {
         Clock::duration latency{};
         EXPECT_EQ(InterruptLongQuery(latency), "xInterruptError 57501");
@@ -77,7 +77,7 @@ TEST_F(DatabaseInterrupt, OfARemoteCallNeedsNone) {
     EXPECT_EQ(duckdb_faults::CountCalls("duckdb_interrupt"), 1u);
 }
 
-TEST_F(DatabaseInterrupt, OfAClosedDatabaseDoesNothingAndIsNotRemembered) {
+TEST_F(DatabaseInterrupt, OnAClosedDatabaseDoesNothingAndIsForgotten) {
     database->Close();
     database->Interrupt();
     database->Open();
@@ -103,7 +103,7 @@ TEST_F(DatabaseInterrupt, BeforeDuckDBBeginsIsNotLost) {
     EXPECT_EQ(Thrown([&] { own.ThrowIfInterrupted(); }), "none");
 }
 
-TEST_F(DatabaseInterrupt, ExecutionGivesTheSameErrorTextsAsDuckDBs) {
+TEST_F(DatabaseInterrupt, ExecutionReportsTheSameErrorTextsAsDuckDB) {
     auto& own = *dynamic_cast<mduckdb::DuckDBDatabase&>(*database).get_Link();
     const auto connection = own.get_Connection();
     for (const char* sql : {"SELECT ?", "SELECT CAST('x' AS INTEGER)", "SELECT error('boom')",

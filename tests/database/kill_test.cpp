@@ -12,7 +12,7 @@ int RunsFromEnvironment() {
     return runs != nullptr ? std::atoi(runs) : 8;
 }
 
-TEST_F(DatabaseKill, WhatWasCommittedBeforeAProcessIsKilledIsThere) {
+TEST_F(DatabaseKill, WhatWasCommittedBeforeAProcessIsKilledSurvives) {
     std::mt19937 random(20240917);
     const int runs = RunsFromEnvironment();
     for (int run = 0; run < runs; ++run) {

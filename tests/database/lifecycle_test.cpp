@@ -215,7 +215,7 @@ TEST_F(DatabaseLifecycle, AReaderAfterAWriterSeesWhatItWrote) {
     EXPECT_EQ(QueryText(*reader, "SELECT count(*) FROM t"), "4");
 }
 
-TEST_F(DatabaseLifecycle, AReadOnlyWishSharesTheWritingEngineThatIsOpen) {
+TEST_F(DatabaseLifecycle, AReadOnlyRequestSharesTheOpenWritingEngine) {
     MakeFile();
     const auto writer = host.Opened(Path());
     const auto reader = host.Database(Path());
@@ -246,7 +246,7 @@ TEST_F(DatabaseLifecycle, OptionsCountForOneOpeningOnly) {
     EXPECT_FALSE(database->get_IsReadOnly());
 }
 
-TEST_F(DatabaseLifecycle, OpenOfAnOpenDatabaseBeginsAnew) {
+TEST_F(DatabaseLifecycle, OpenOfAnOpenDatabaseStartsOver) {
     MakeFile();
     const auto database = host.Opened(Path());
     Execute(*database, "BEGIN; INSERT INTO t VALUES (4)");
@@ -255,7 +255,7 @@ TEST_F(DatabaseLifecycle, OpenOfAnOpenDatabaseBeginsAnew) {
     EXPECT_EQ(QueryText(*database, "SELECT count(*) FROM t"), "3");
 }
 
-TEST_F(DatabaseLifecycle, CloseIsNoErrorWhenClosed) {
+TEST_F(DatabaseLifecycle, CloseOfAClosedDatabaseSucceeds) {
     const auto database = host.Database(Path());
     database->Close();
     database->Create();
@@ -273,7 +273,7 @@ TEST_F(DatabaseLifecycle, CloseRollsBackWhatWasNotCommitted) {
     EXPECT_EQ(QueryText(*host.Opened(Path()), "SELECT count(*) FROM t"), "3");
 }
 
-TEST_F(DatabaseLifecycle, ExistsTellsAboutFilesOnly) {
+TEST_F(DatabaseLifecycle, ExistsReportsFilesOnly) {
     const auto database = host.Database(Path());
     EXPECT_FALSE(database->get_Exists());
     database->Create();
@@ -283,7 +283,7 @@ TEST_F(DatabaseLifecycle, ExistsTellsAboutFilesOnly) {
     EXPECT_FALSE(host.Database(":memory:")->get_Exists());
 }
 
-TEST_F(DatabaseLifecycle, PathIsTheTextAsGivenAndKeyThePathText) {
+TEST_F(DatabaseLifecycle, PathIsTheTextAsPassedAndKeyThePathText) {
     const auto database = host.Database(Path("x/../test.db"));
     EXPECT_EQ(U(database->get_Path()), Path("x/../test.db"));
     EXPECT_EQ(U(database->get_Key()), Path());
@@ -316,7 +316,7 @@ TEST_F(DatabaseLifecycle, AWriterUnderAnotherPathIsRefused) {
     EXPECT_FALSE(other->get_IsReadOnly());
 }
 
-TEST_F(DatabaseLifecycle, AWriterUnderAnotherPathIsTakenUpAgainWhileAReaderStays) {
+TEST_F(DatabaseLifecycle, AWriterUnderAnotherPathIsReusedWhileAReaderRemains) {
     MakeFile();
     fs::create_symlink(Path(), Path("link.db"));
     const auto reader = host.Database(Path());
@@ -349,7 +349,7 @@ TEST_F(DatabaseLifecycle, AStatementOfAnotherDatabaseDoesNotBelong) {
               Refusal(Path("a.db"), "DuckDBStatement does not belong to this database"));
 }
 
-TEST_F(DatabaseLifecycle, RemovingWhatIsNotListedDoesNothing) {
+TEST_F(DatabaseLifecycle, RemovingAnUnlistedChildDoesNothing) {
     const auto database = host.Created(":memory:");
     const auto cursor = database->SqlSelect(S("SELECT 1"), nbx::mrsql::kServerCursor, nullptr);
     database->RemoveCursor(cursor.get());

@@ -146,7 +146,7 @@ unsigned FromEnvironment(const char* name, unsigned otherwise) {
     return text != nullptr ? static_cast<unsigned>(std::atoi(text)) : otherwise;
 }
 
-TEST_F(DatabaseModel, RandomSequencesAnswerAsTheModelDoes) {
+TEST_F(DatabaseModel, RandomSequencesBehaveAsTheModelDoes) {
     const unsigned seed = FromEnvironment("MDUCKDB_TEST_SEED", std::random_device{}());
     const unsigned steps = FromEnvironment("MDUCKDB_TEST_MODEL_STEPS", 5000);
     std::cout << "MDUCKDB_TEST_SEED=" << seed << " MDUCKDB_TEST_MODEL_STEPS=" << steps << "\n";

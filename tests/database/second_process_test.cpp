@@ -34,7 +34,7 @@ TEST_F(SecondProcessTest, AWriterElsewhereRefusesBothWays) {
     EXPECT_EQ(database->get_ConnectionCount(), 0u);
 }
 
-TEST_F(SecondProcessTest, AReaderElsewhereMakesUsFallBackToReading) {
+TEST_F(SecondProcessTest, AReaderInAnotherProcessForcesReadOnly) {
     MakeFile();
     {
         const HeldElsewhere reader(Path(), false);

@@ -116,7 +116,7 @@ TEST(DatabaseThreads, EightThreadsOnSharedAndOwnObjects) {
     ExpectNoHandleLeft();
 }
 
-TEST(DatabaseThreads, CursorsGoWhileTheirDatabaseCloses) {
+TEST(DatabaseThreads, CursorsDieWhileTheirDatabaseCloses) {
     TestHost host;
     const Database database = host.Database(":memory:");
     const auto end = std::chrono::steady_clock::now() + Duration() / 3;

@@ -47,7 +47,7 @@ class Blocks(unittest.TestCase):
                 self.assertTrue(block.follows and before.kind == "sh", block.place)
             before = block
 
-    def test_no_output_is_left_out_whole(self):
+    def test_no_output_is_left_out_entirely(self):
         for block in all_blocks():
             if block.kind in ("text", "console"):
                 self.assertNotEqual(set(block.text.splitlines()), {"..."}, block.place)
@@ -130,7 +130,7 @@ class Errors(unittest.TestCase):
                     text = re.sub(r"static_assert\([^;]*;", "", text)
                     yield file, re.sub(r'"\s*\n\s*"', "", text)
 
-    def test_every_text_of_the_sources_stands_on_the_page(self):
+    def test_every_text_of_the_sources_is_on_the_page(self):
         page = re.sub(r"\s+", " ", (ROOT / "docs/errors.md").read_text())
         count = 0
         for file, text in self.sources():
@@ -141,7 +141,7 @@ class Errors(unittest.TestCase):
                 count += 1
         self.assertGreater(count, 50)
 
-    def test_every_code_of_the_sources_stands_on_the_page(self):
+    def test_every_code_of_the_sources_is_on_the_page(self):
         page = (ROOT / "docs/errors.md").read_text().lower()
         count = 0
         for file, text in self.sources():

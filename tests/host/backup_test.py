@@ -31,7 +31,7 @@ class BackupTest(HostCase):
         self.assertTrue(os.path.exists(os.path.join(folder, "load.sql")))
         self.assertCountEqual(rows, [["t", 2500], ["empty", 0], ["\"s x\".\"T'é.q\"", 1]])
 
-    def test_without_a_folder_it_goes_beside_the_database(self):
+    def test_without_a_folder_the_backup_is_beside_the_database(self):
         folder, _ = self.backup()
         self.assertEqual(os.path.dirname(folder), os.path.realpath(self.path("Backup")))
 
@@ -45,7 +45,7 @@ class BackupTest(HostCase):
         self.assertFalse(os.path.exists(self.path("nope")))
         self.assertIn("File does not exist", self.error("backup", "nope.db"))
 
-    def test_restore_gives_the_same_rows_and_says_so(self):
+    def test_restore_returns_the_same_rows_and_reports_it(self):
         folder, exported = self.backup()
         done = self.run_host("--format", "json", "restore", "again.db", folder)
         self.assertEqual(done.returncode, 0, done.stderr.decode())
@@ -54,13 +54,13 @@ class BackupTest(HostCase):
         query = "SELECT (SELECT sum(i)::BIGINT FROM t), (SELECT n FROM v), (SELECT one FROM \"s x\".\"T'é.q\")"
         self.assertEqual(self.sql("again.db", query), self.sql("a.db", query))
 
-    def test_restore_makes_an_existing_file_anew(self):
+    def test_restore_recreates_an_existing_file(self):
         folder, _ = self.backup()
         self.execute("a.db", "DELETE FROM t WHERE i > 10")
         self.output("restore", "a.db", folder)
         self.assertEqual(self.sql("a.db", "SELECT count(*) FROM t"), [[2500]])
 
-    def test_a_table_that_differs_is_named_and_gives_status_1(self):
+    def test_a_table_that_differs_is_named_with_status_1(self):
         folder, _ = self.backup()
         # The backup's script loads one file twice.
         script = os.path.join(folder, "load.sql")

@@ -16,7 +16,7 @@ class SampleModuleTest(HostCase):
     def values(self, *formats):
         return self.output(*SAMPLE, *formats, "call", "values")
 
-    def test_json_gives_columns_rows_and_count(self):
+    def test_json_has_columns_rows_and_count(self):
         result = json.loads(self.values("--format", "json"))
         self.assertEqual(list(result), ["columns", "rows", "row_count"])
         self.assertEqual(result["columns"][1],
@@ -33,7 +33,7 @@ class SampleModuleTest(HostCase):
         self.assertEqual(len(lines), 3)
         self.assertEqual(json.loads(lines[2])["uint"], 2**64 - 1)
 
-    def test_csv_quotes_only_what_needs_it_and_tells_null_from_empty_text(self):
+    def test_csv_quotes_only_where_needed_and_distinguishes_null_from_empty_text(self):
         text = self.output(*SAMPLE, "--format", "csv", "call", "arguments", '"a,b"', '"q\\"q"', "", "null", '" x"')
         self.assertEqual(text.splitlines()[1:], ['10,"a,b",false,0,0', '10,"q""q",false,0,0', '10,"",false,0,0',
                                                  "9,,true,0,0", '10," x",false,0,0'])
@@ -60,20 +60,20 @@ class SampleModuleTest(HostCase):
         self.assertEqual([row[:2] for row in rows],
                          [[1, '["a, b", null, "]"]'], [10, "a, b"], [9, None], [10, "]"]])
 
-    def test_what_is_no_json_value_is_text_as_it_stands(self):
+    def test_an_argument_that_is_not_json_is_text(self):
         words = ["true", '{"a":1}', "[1", "1a", "99999999999999999999", "path with blanks", "é", ""]
         rows = self.rows(*SAMPLE, "call", "arguments", *words)
         self.assertEqual([row[:2] for row in rows], [[10, word] for word in words])
 
-    def test_words_behind_two_dashes_are_arguments(self):
+    def test_words_after_two_dashes_are_arguments(self):
         rows = self.rows(*SAMPLE, "call", "arguments", "a", "--", "--format", "-x", "[]")
         self.assertEqual([row[1] for row in rows], ["a", "--format", "-x", "[]"])
 
-    def test_a_reported_error_goes_to_stderr_as_it_is(self):
+    def test_a_reported_error_is_written_to_stderr_unchanged(self):
         done = self.run_host(*SAMPLE, "call", "fail")
         self.assertEqual((done.returncode, done.stdout, done.stderr.decode()), (1, b"", "It did not work: ä\n"))
 
-    def test_a_procedure_that_gives_nothing_at_all_is_an_error(self):
+    def test_a_procedure_that_returns_nothing_at_all_is_an_error(self):
         self.assertIn("neither a cursor nor an error", self.error(*SAMPLE, "call", "fail_silently"))
 
     def test_an_unused_position_of_the_table_reports_its_number(self):
@@ -85,14 +85,14 @@ class SampleModuleTest(HostCase):
         done = self.run_host(*SAMPLE, "call", "values", env={"SAMPLE_MODULE_INIT_ERROR": "1"})
         self.assertEqual(done.stderr.decode(), "Cannot register something.\n")
 
-    def test_wrong_usage_gives_status_2(self):
+    def test_wrong_usage_exits_with_status_2(self):
         for arguments in (["call"], [], ["nonsense"], ["call", "values", "--frmat", "x"],
                           ["--format", "xml", "call", "values"], [*SAMPLE, "call", "values", "1", "2"],
                           [*SAMPLE, "call", "nope"]):
             with self.subTest(arguments=arguments):
                 self.assertNotEqual(self.error(*arguments, status=2), "")
 
-    def test_an_unknown_procedure_lists_those_that_there_are(self):
+    def test_an_unknown_procedure_lists_the_existing_ones(self):
         self.assertIn("values([rows])", self.error(*SAMPLE, "call", "nope", status=2))
 
     def test_a_reader_that_goes_away_ends_the_program_quietly(self):
@@ -111,7 +111,7 @@ class SampleModuleTest(HostCase):
         self.assertEqual(done.returncode, 1)
         self.assertIn(b"No space left", done.stderr)
 
-    def test_a_file_that_is_no_module_is_refused(self):
+    def test_a_file_that_is_not_a_module_is_refused(self):
         with open(self.path("no.so"), "w") as file:
             file.write("nothing")
         self.assertIn("Cannot load the module", self.error("--module", "no.so", "call", "values"))
@@ -129,7 +129,7 @@ class ParquetTest(HostCase):
             [i, i + 1] AS list, 0.1::FLOAT AS f, DATE '2024-03-15' AS day FROM range(3000) t(i))
             TO '%s'""" % self.path("a.parquet"))
 
-    def test_fetch_parquet_gives_every_value(self):
+    def test_fetch_parquet_returns_every_value(self):
         rows = self.rows("call", "fetch_parquet", "a.parquet")
         self.assertEqual(rows, [[i, f"né{i}", i * 1.5, f"[{i}, {i + 1}]", 0.1, "2024-03-15"] for i in range(3000)])
 

@@ -44,15 +44,15 @@ class FilesTest(HostCase):
         environment = {**os.environ, "LD_LIBRARY_PATH": self.folder}
         self.assertEqual(self.versions(env=environment)[:3], [VERSION, VERSION, other])
 
-    def test_a_module_may_tell_no_version_and_have_no_databases(self):
+    def test_a_module_may_have_neither_a_version_nor_databases(self):
         self.assertEqual(self.versions("--module", SAMPLE_MODULE), [VERSION, None, VERSION, None])
 
-    def test_a_stripped_module_tells_its_version(self):
+    def test_a_stripped_module_reports_its_version(self):
         stripped = self.path("stripped.so")
         subprocess.run(["strip", "--strip-all", "-o", stripped, PLAIN_MODULE], check=True)
         self.assertEqual(self.versions("--module", stripped)[1], VERSION)
 
-    def test_probe_tells_databases_from_other_files(self):
+    def test_probe_distinguishes_databases_from_other_files(self):
         self.output("create", "a.db")
         for name, content in (("empty", ""), ("text", "no database at all")):
             with open(self.path(name), "w") as file:
@@ -63,7 +63,7 @@ class FilesTest(HostCase):
                          ["a.db,true", "empty,true", "text,false", "missing,false"])
         self.assertEqual(self.run_host("probe", "a.db").returncode, 0)
 
-    def test_create_takes_block_size_and_storage_version(self):
+    def test_create_accepts_block_size_and_storage_version(self):
         self.output("create", "a.db", "--block-size", "16384", "--storage-version", "v1.2.0")
         self.assertEqual(self.sql("a.db", "SELECT block_size FROM pragma_database_size()"), [[16384]])
         self.assertEqual(self.sql("a.db", "SELECT tags['storage_version'] LIKE 'v1.2%' FROM duckdb_databases() "
@@ -74,7 +74,7 @@ class FilesTest(HostCase):
         self.assertNotEqual(self.error("create", "no/such/folder/a.db"), "")
         self.error("create", "a.db", "--block-size", "many", status=2)
 
-    def test_create_makes_an_existing_file_anew(self):
+    def test_create_recreates_an_existing_file(self):
         self.output("create", "a.db")
         self.execute("a.db", "CREATE TABLE t (i INT)")
         self.output("create", "a.db")

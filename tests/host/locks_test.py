@@ -26,19 +26,19 @@ class LocksTest(HostCase):
     def fetch(self):
         return self.run_host("--format", "csv", "call", "fetch_duckdb", "a.db", "t")
 
-    def test_nothing_may_be_done_beside_a_writer(self):
+    def test_a_writer_excludes_everyone_else(self):
         self.hold("READ_WRITE")
         for option in ((), ("--read-only",)):
             self.assertIn("Could not set lock on file", self.error("sql", "a.db", "FROM t", *option))
         done = self.fetch()
         self.assertEqual((done.returncode, done.stderr), (1, b"Unable to open DuckDB database.\n"))
 
-    def test_reading_is_possible_beside_a_reader(self):
+    def test_two_readers_share_a_file(self):
         self.hold("READ_ONLY")
         self.assertEqual(self.sql("a.db", "FROM t", "--read-only"), [[1]])
         self.assertEqual(self.fetch().stdout, b"i\n1\n")
 
-    def test_who_wants_to_write_beside_a_reader_can_only_read(self):
+    def test_a_writer_beside_a_reader_can_only_read(self):
         self.hold("READ_ONLY")
         done = self.run_host("--format", "csv", "sql", "a.db", "FROM t")
         self.assertEqual((done.returncode, done.stdout), (0, b"i\n1\n"))

@@ -23,7 +23,7 @@ class PipeShellTest(HostCase):
         out, _ = self.shell("-- a; comment\nSELECT 'a;\nb' AS t, $$c;$$ AS d /* ; */;\n")
         self.assertEqual(out, 't,d\n"a;\nb",c;\n')
 
-    def test_an_error_ends_its_statement_only_and_gives_status_1(self):
+    def test_an_error_ends_its_statement_only_with_status_1(self):
         out, error = self.shell("SELECT * FROM nope;\nSELECT 1 AS a;\n", status=1)
         self.assertEqual(out, "a\n1\n")
         self.assertIn("LINE 1: SELECT * FROM nope;\n                      ^\n", error)
@@ -50,7 +50,7 @@ class PipeShellTest(HostCase):
         out, _ = self.shell(".open x/a.db\n.databases\n", "a.db")
         self.assertIn("a_2,x/a.db", out)
 
-    def test_call_takes_literals(self):
+    def test_call_accepts_literals(self):
         self.execute(":memory:", "COPY (SELECT i, 'n''' || i AS name FROM range(10) r(i)) TO '%s'" % self.path("a.parquet"))
         out, error = self.shell("CALL parquet_count('a.parquet');\n"
                                 "call fetch_parquet('a.parquet', ['name', 'i'], 'name = ''n''''7''', NULL);\n"
@@ -58,11 +58,11 @@ class PipeShellTest(HostCase):
         self.assertEqual(out, "count\n10\n\nname,i\nn'7,7\n\ni,name\n0,n'0\n")
         self.assertEqual(error, "")
 
-    def test_call_of_what_is_no_procedure_is_sql(self):
+    def test_call_of_an_unknown_procedure_is_sql(self):
         out, _ = self.shell("CREATE TABLE t (i INT);\nCALL pragma_table_info('t');\n")
         self.assertIn("0,i,INTEGER", out)
 
-    def test_call_points_at_what_is_no_literal(self):
+    def test_call_points_at_text_that_is_not_a_literal(self):
         _, error = self.shell("CALL parquet_count(1 + 1);\n", status=1)
         self.assertIn("LINE 1: CALL parquet_count(1 + 1);\n" + " " * 29 + "^", error)
         _, error = self.shell("CALL parquet_count();\n", status=1)
@@ -88,7 +88,7 @@ class PipeShellTest(HostCase):
         out, _ = self.shell(".cursor client\nSELECT count(*) AS n FROM range(3000);\n.cursor server\nSELECT 1 AS a;\n")
         self.assertEqual(out, "n\n3000\n\na\n1\n")
 
-    def test_wrong_dot_commands_say_what_is_right(self):
+    def test_wrong_dot_commands_explain_the_right_ones(self):
         for line, text in ((".nope", "Unknown command '.nope'"),
                            (".mode xml", "Unknown format 'xml'. Use one of: table, csv, json, jsonl, markdown."),
                            (".cursor", "Usage: .cursor server|client"),
@@ -116,7 +116,7 @@ class PipeShellTest(HostCase):
             file.write(".read self.sql\n")
         self.assertIn("Too many nested .read commands.", self.shell(".read self.sql\n", status=1)[1])
 
-    def test_a_result_that_fails_half_way_leaves_the_next_one_whole(self):
+    def test_a_result_that_fails_half_way_leaves_the_next_one_complete(self):
         out, _ = self.shell("SELECT CASE WHEN i < 5000 THEN i ELSE error('x') END AS i FROM range(9000) r(i);\n"
                             "SELECT 1 AS a;\n", status=1)
         self.assertTrue(out.endswith("a\n1\n"))

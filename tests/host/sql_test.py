@@ -18,7 +18,7 @@ class SqlTest(HostCase):
         self.assertIn("│ s │", text)
         self.assertTrue(text.endswith("1 row\n2 rows changed\n"))
 
-    def test_json_gives_an_object_for_each_result(self):
+    def test_json_has_an_object_for_each_result(self):
         text = self.output("--format", "json", "sql", ":memory:",
                            "CREATE TABLE t (i INT); INSERT INTO t VALUES (1), (2); SELECT 1 AS a")
         decoder, results = json.JSONDecoder(), []
@@ -36,7 +36,7 @@ class SqlTest(HostCase):
         self.assertEqual(done.stdout, b"i\n1\n\nj\n2\n")
         self.assertEqual(done.stderr, b"1 row changed\n")
 
-    def test_both_cursors_give_the_same_rows(self):
+    def test_both_cursors_return_the_same_rows(self):
         query = "SELECT i, i::VARCHAR || 'é' AS t, CASE WHEN i % 3 = 0 THEN NULL ELSE i / 7 END AS d FROM range(5000) r(i)"
         server = self.sql(":memory:", query, "--cursor", "server")
         self.assertEqual(server, self.sql(":memory:", query, "--cursor", "client"))
@@ -59,7 +59,7 @@ class SqlTest(HostCase):
         self.assertEqual(row[:5], ["BIGINT", "UBIGINT", "DOUBLE", "VARCHAR", "BOOLEAN"])
         self.assertEqual(row[6:], ["BIGINT[]", "VARCHAR[]", "DATE", True, 2**64 - 1, "2024-01-31"])
 
-    def test_a_parameter_that_is_no_json_is_wrong_usage(self):
+    def test_a_parameter_that_is_not_json_is_wrong_usage(self):
         self.assertIn("Not a JSON value: hello", self.error("sql", ":memory:", "SELECT $1", "--param", "hello", status=2))
 
     def test_a_parameter_file_runs_the_statement_once_a_line(self):

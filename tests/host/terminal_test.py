@@ -36,7 +36,7 @@ class TerminalTest(HostCase):
         shell.send("\x04")
         self.assertEqual(shell.finish(), 0)
 
-    def test_ctrl_c_interrupts_the_statement_and_the_shell_goes_on(self):
+    def test_ctrl_c_interrupts_the_statement_and_the_shell_continues(self):
         shell = self.start()
         shell.send("SELECT count(*) FROM range(1000000000) a, range(1000000) b;\n")
         shell.expect(" s  (Ctrl-C interrupts)")

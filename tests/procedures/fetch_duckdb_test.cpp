@@ -59,7 +59,7 @@ TEST_F(FetchDuckDBTest, RefusesAFileThatThisProcessHoldsForWriting) {
     EXPECT_TRUE(Fetch(file_));
 }
 
-TEST_F(FetchDuckDBTest, LetsTheFileGoWhenTheCursorIsClosed) {
+TEST_F(FetchDuckDBTest, ReleasesTheFileWhenTheCursorIsClosed) {
     ASSERT_TRUE(Fetch(file_));
     EXPECT_TRUE(EngineFiles::Get().IsInUse(file_));
     host_.CloseCursor();
@@ -67,7 +67,7 @@ TEST_F(FetchDuckDBTest, LetsTheFileGoWhenTheCursorIsClosed) {
     EXPECT_EQ(0u, EngineFiles::Get().get_IdleCount());
 }
 
-TEST_F(FetchDuckDBTest, LetsTheFileGoWhenTheCallFails) {
+TEST_F(FetchDuckDBTest, ReleasesTheFileWhenTheCallFails) {
     EXPECT_EQ(nullptr, host_.Call<FetchDuckDB>({host_.Text(file_), host_.Text("nothing")}));
     EXPECT_FALSE(EngineFiles::Get().IsInUse(file_));
     EXPECT_FALSE(Fetch(folder_ + "/missing.db"));
@@ -75,7 +75,7 @@ TEST_F(FetchDuckDBTest, LetsTheFileGoWhenTheCallFails) {
     EXPECT_FALSE(std::filesystem::exists(folder_ + "/missing.db"));
 }
 
-TEST_F(FetchDuckDBTest, TakesTheEngineOfACursorThatWasClosedBeforeAnother) {
+TEST_F(FetchDuckDBTest, ReusesTheEngineOfACursorThatWasClosedBeforeAnother) {
     FakeHost other;  // calls go through its table from now on; both tables are alike
     ASSERT_NE(nullptr, other.Call<FetchDuckDB>({other.Text(file_), other.Text("items")}));
     ASSERT_TRUE(Fetch(file_));

@@ -55,7 +55,7 @@ class ParquetCountTest : public ::testing::Test {
     FakeHost host_;
 };
 
-TEST_F(ParquetCountTest, GivesNumbersOfMoreThan32BitsInFull) {
+TEST_F(ParquetCountTest, ReturnsNumbersOfMoreThan32BitsInFull) {
     Multiply(kFiles);
     EXPECT_EQ("5000000000", Count({host_.Text(folder_ / "*.parquet")}));
 }

@@ -179,7 +179,7 @@ TEST_F(HostValuesTest, DatesAndTimesArriveInTheirTypes) {
               Seen("TIMESTAMP_MS", "1969-12-31 23:59:59.001"));
 }
 
-TEST_F(HostValuesTest, DatesThatAreNoneAreRefusedInDuckDBsWords) {
+TEST_F(HostValuesTest, InvalidDatesAreRejectedWithDuckDBsText) {
     for (const Value& value :
          {Date(2023, 2, 29), DateTime({2023, 13, 1}, {0, 0, 0, 0}), Date(0x7fffffff, 1, 1)}) {
         const Thrown thrown = Catch([&] { SeenOf(value); });
@@ -197,7 +197,7 @@ TEST_F(HostValuesTest, ATimeOutsideADayIsRefused) {
     }
 }
 
-TEST_F(HostValuesTest, AReferenceIsTheValueItStandsFor) {
+TEST_F(HostValuesTest, AReferenceIsItsInnerValue) {
     const auto reference_to = [](const Value& inner) {
         return Value::Adopt(nbx::CreateValueReference(inner));
     };
@@ -236,7 +236,7 @@ TEST_F(HostValuesTest, ElementsBecomeTheDeclaredElementType) {
     EXPECT_EQ(SeenOf(Array(20, {Long(1), Boolean(true), nullptr})), Seen("VARCHAR[]", "[1, true, NULL]"));
 }
 
-TEST_F(HostValuesTest, AnElementThatIsNoneOfItsTypeIsAnErrorAndNeverNull) {
+TEST_F(HostValuesTest, AnElementThatItsTypeDoesNotAllowIsAnErrorAndNeverNull) {
     const Thrown failure = MemoryError("Failed to bind statement parameter");
     EXPECT_EQ(Catch([&] { SeenOf(Array(8, {Long(1), Str("no number")})); }), failure);
     EXPECT_EQ(Catch([&] { SeenOf(Array(3, {Long(256)})); }), failure);
@@ -262,7 +262,7 @@ TEST_F(HostValuesTest, JsonWithoutAMarkerIsText) {
     EXPECT_EQ(SeenOf(Json(R"(["duckdb_value"])")), Seen("VARCHAR", R"(["duckdb_value"])"));
 }
 
-TEST_F(HostValuesTest, BindValueIsLostWithoutAnErrorWhileNothingIsPrepared) {
+TEST_F(HostValuesTest, BindValueIsIgnoredWhileNothingIsPrepared) {
     auto statement = Make("SELECT $1");
     EXPECT_EQ(Catch([&] { statement->BindValue(1, Long(1)); }), Thrown{});
     EXPECT_EQ(Catch([&] { statement->BindValue(1, OfType(33)); }), Thrown{});
@@ -280,7 +280,7 @@ TEST_F(HostValuesTest, BindValueDropsStoredValuesAndWhatTheyBound) {
     EXPECT_EQ(Catch([&] { statement->Execute(); }), Thrown{});
 }
 
-TEST_F(HostValuesTest, AnIndexThatTheStatementDoesNotHaveIsRefusedInDuckDBsWords) {
+TEST_F(HostValuesTest, AnIndexThatTheStatementLacksIsRejectedWithDuckDBsText) {
     auto statement = Prepared("SELECT $1");
     for (const uint32_t index : {0u, 2u}) {
         EXPECT_EQ(Catch([&] { statement->BindValue(index, Long(1)); }),

@@ -9,7 +9,7 @@ namespace mduckdb::test {
 
 using MultiRowTest = StatementTest;
 
-TEST_F(MultiRowTest, EveryRowIsExecutedAndTheLastCountIsGiven) {
+TEST_F(MultiRowTest, EveryRowIsExecutedAndTheLastCountIsReturned) {
     auto statement = Prepared("INSERT INTO seen VALUES ($1, $2)");
     statement->put_ParameterRows(
         Rows({Row({Str("a"), Long(1)}), Row({Str("b"), Long(2)}), Row({Str("c"), Long(3)})}));
@@ -20,7 +20,7 @@ TEST_F(MultiRowTest, EveryRowIsExecutedAndTheLastCountIsGiven) {
     EXPECT_EQ(Scalar("SELECT count(*) FROM seen"), "6");
 }
 
-TEST_F(MultiRowTest, TheCountIsThatOfTheLastRowAndNoSum) {
+TEST_F(MultiRowTest, TheCountIsThatOfTheLastRowAndNotASum) {
     Direct("INSERT INTO seen VALUES ('a', '1'), ('a', '2'), ('b', '3')");
     auto statement = Prepared("UPDATE seen SET text = 'x' WHERE type = $1");
     statement->put_ParameterRows(Rows({Row({Str("b")}), Row({Str("a")})}));
@@ -37,7 +37,7 @@ TEST_F(MultiRowTest, AnEmptyRowSetExecutesNothing) {
     EXPECT_EQ(statement->OpenCursor(1), nullptr);
 }
 
-TEST_F(MultiRowTest, AnEmptyRowSetDoesNotTellTheCountOfAnOlderRun) {
+TEST_F(MultiRowTest, AnEmptyRowSetDoesNotReportTheCountOfAnEarlierRun) {
     auto statement = Prepared("INSERT INTO seen VALUES ('a', $1)");
     statement->put_ParameterRows(Rows({Row({Str("b")})}));
     EXPECT_EQ(statement->Execute(), 1);

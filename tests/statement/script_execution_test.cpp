@@ -21,7 +21,7 @@ class ScriptTest : public StatementTest {
     }
 };
 
-TEST_F(ScriptTest, SqlExecuteGivesTheSumOfTheChangedRows) {
+TEST_F(ScriptTest, SqlExecuteReturnsTheSumOfTheChangedRows) {
     Execute("CREATE TABLE t AS SELECT range AS a FROM range(10)");
     EXPECT_EQ(Execute("UPDATE t SET a = a + 100 WHERE a < 3; SELECT 1; UPDATE t SET a = 0 WHERE a >= 100"),
               6);
@@ -29,7 +29,7 @@ TEST_F(ScriptTest, SqlExecuteGivesTheSumOfTheChangedRows) {
     EXPECT_EQ(Execute("DELETE FROM t"), 10);
 }
 
-TEST_F(ScriptTest, SqlSelectGivesACursorOfTheKindAskedFor) {
+TEST_F(ScriptTest, SqlSelectReturnsACursorOfTheRequestedKind) {
     auto client = database_->SqlSelect(Text("SELECT 1 UNION ALL SELECT 2"), 1, nullptr);
     EXPECT_EQ(client->get_RecordCount(), 2u);
     for (const uint32_t location : {0u, 2u, 9u}) {
@@ -39,7 +39,7 @@ TEST_F(ScriptTest, SqlSelectGivesACursorOfTheKindAskedFor) {
     }
 }
 
-TEST_F(ScriptTest, SqlSelectWantsExactlyOneSetOfRows) {
+TEST_F(ScriptTest, SqlSelectRequiresExactlyOneSetOfRows) {
     EXPECT_EQ(Catch([&] { Select("SELECT 1; SELECT 2"); }),
               MemoryError("Query doesn't return a single result"));
     EXPECT_EQ(Catch([&] { Select("INSERT INTO seen VALUES ('a', 'b')"); }),
@@ -51,7 +51,7 @@ TEST_F(ScriptTest, SqlSelectWantsExactlyOneSetOfRows) {
     EXPECT_EQ(Select("INSERT INTO seen VALUES ('c', 'd') RETURNING type")->get_RecordCount(), 1u);
 }
 
-TEST_F(ScriptTest, SqlQueryGivesTheOutcomesInTheOrderOfTheStatements) {
+TEST_F(ScriptTest, SqlQueryReturnsTheOutcomesInTheOrderOfTheStatements) {
     auto first = Query("INSERT INTO seen VALUES ('a', 'b'); SELECT 7; CREATE TABLE t (a INTEGER)");
     EXPECT_EQ(first->get_Flags(), uint32_t{nbx::mrsql::kHasRowsChanged});
     EXPECT_EQ(first->get_RowsChanged(), 1);
@@ -74,7 +74,7 @@ TEST_F(ScriptTest, AScriptWithoutStatementsIsAnError) {
     }
 }
 
-TEST_F(ScriptTest, ASyntaxErrorIsToldInDuckDBsWordsAndNothingRuns) {
+TEST_F(ScriptTest, ASyntaxErrorIsReportedWithDuckDBsTextAndNothingRuns) {
     const Thrown thrown = Catch([&] { Execute("INSERT INTO seen VALUES ('a', 'b'); SELEC 1"); });
     EXPECT_EQ(thrown, MemoryError(thrown.message));
     EXPECT_NE(thrown.message.find("exception_message"), std::string::npos) << thrown.message;
@@ -124,7 +124,7 @@ TEST_F(ScriptTest, ParametersAreBoundInTheirOrder) {
     EXPECT_EQ(Query("SELECT $1", Row({Long(1)}))->get_Flags(), uint32_t{nbx::mrsql::kHasCursor});
 }
 
-TEST_F(ScriptTest, TheReferenceToTheParametersIsGivenBack) {
+TEST_F(ScriptTest, TheReferenceToTheParametersIsReleased) {
     auto row = Row({Long(1)});
     Execute("SELECT $1", row);
     EXPECT_EQ(row->get_RefsCount(), 1u);
@@ -132,7 +132,7 @@ TEST_F(ScriptTest, TheReferenceToTheParametersIsGivenBack) {
     EXPECT_EQ(row->get_RefsCount(), 1u);
 }
 
-TEST_F(ScriptTest, ParametersMakeTheTextOneStatement) {
+TEST_F(ScriptTest, WithParametersTheTextIsOneStatement) {
     const Thrown thrown = Catch([&] { Execute("SELECT $1; SELECT 2", Row({Long(1)})); });
     EXPECT_EQ(thrown, MemoryError(thrown.message));
     EXPECT_NE(thrown.message.find("Cannot prepare multiple statements"), std::string::npos) << thrown.message;
@@ -140,7 +140,7 @@ TEST_F(ScriptTest, ParametersMakeTheTextOneStatement) {
     EXPECT_EQ(Execute("SELECT 1; SELECT 2", Row({})), 0);
 }
 
-TEST_F(ScriptTest, ParametersThatDoNotFitAreErrors) {
+TEST_F(ScriptTest, UnsuitableParametersAreErrors) {
     EXPECT_EQ(
         Catch([&] { Execute("SELECT 1", Row({Long(1)})); }),
         MemoryError(
@@ -174,7 +174,7 @@ TEST_F(ScriptTest, AClosedDatabaseIsNotOpen) {
     EXPECT_EQ(Catch([&] { Make("SELECT 1"); }), not_open);
 }
 
-TEST_F(ScriptTest, AnInterruptCutsALongStatementAndIsReportedOnce) {
+TEST_F(ScriptTest, AnInterruptStopsALongStatementAndIsReportedOnce) {
     bool (*const old_hook)() = nbx::mrsql::gpIsLocalSqlCall_PTR;
     nbx::mrsql::gpIsLocalSqlCall_PTR = [] { return false; };
     for (const bool has_parameters : {false, true}) {
@@ -358,7 +358,7 @@ TEST_F(ScriptTest, RandomScriptsStatementByStatementDoWhatDuckDBDoes) {
     }
 }
 
-TEST_F(ScriptTest, TextWithANulCharacterIsRefusedWholeAndRunsNothing) {
+TEST_F(ScriptTest, TextWithANulCharacterIsRejectedWholeAndRunsNothing) {
     Execute("CREATE TABLE t AS SELECT 1 AS a");
     EXPECT_EQ(Catch([&] { Execute(std::string_view("DELETE FROM t\0 WHERE a = 2", 26)); }),
               MemoryError("SQL text must not contain NUL characters"));

@@ -27,7 +27,7 @@ TEST_F(ExecutionTest, EmptySqlPreparesNothing) {
     }
 }
 
-TEST_F(ExecutionTest, ExecuteNextTellsWhetherThereAreMore) {
+TEST_F(ExecutionTest, ExecuteNextReportsWhetherThereAreMore) {
     auto statement = Make("INSERT INTO seen VALUES ('a', 'b'), ('c', 'd'); SELECT 2");
     int64_t rows_changed = -1;
     EXPECT_TRUE(statement->ExecuteNext(rows_changed));
@@ -68,7 +68,7 @@ TEST_F(ExecutionTest, ExecuteWithoutAPreparedStatementDoesNothing) {
     EXPECT_EQ(Scalar("SELECT count(*) FROM seen"), "0");
 }
 
-TEST_F(ExecutionTest, ExecuteAllRunsEveryStatementAndStartsAnew) {
+TEST_F(ExecutionTest, ExecuteAllRunsEveryStatementAndStartsOver) {
     auto statement = Make("INSERT INTO seen VALUES ('a', 'b'); INSERT INTO seen VALUES ('c', 'd')");
     statement->ExecuteAll();
     EXPECT_EQ(Utf8(statement->get_CurrentSql()), Utf8(statement->get_SqlText()));
@@ -90,7 +90,7 @@ TEST_F(ExecutionTest, ExecuteAllStopsAtTheFirstErrorAndThrowsIt) {
     EXPECT_EQ(statement->get_PendingCount(), 2u);
 }
 
-TEST_F(ExecutionTest, TryExecuteAllReportsTheFirstErrorAndStartsAnew) {
+TEST_F(ExecutionTest, TryExecuteAllReportsTheFirstErrorAndStartsOver) {
     auto statement =
         Make("INSERT INTO seen VALUES ('a', 'b'); SELECT * FROM nowhere; INSERT INTO seen VALUES ('c', 'd')");
     for (int run = 1; run <= 2; ++run) {
@@ -146,7 +146,7 @@ TEST_F(ExecutionTest, TheClientCursorMovesBackwards) {
     EXPECT_EQ(cursor->get_Value(0)->get_LLong(), 1);
 }
 
-TEST_F(ExecutionTest, EveryOtherCursorGoesForwardOnly) {
+TEST_F(ExecutionTest, EveryOtherCursorIsForwardOnly) {
     for (const uint32_t location : {0u, 2u, 77u}) {
         auto statement = Prepared("SELECT range FROM range(3)");
         auto cursor = statement->OpenCursor(location);
@@ -180,12 +180,12 @@ TEST_F(ExecutionTest, TheCursorOutlivesTheStatement) {
     EXPECT_EQ(Utf8(cursor->get_Value(0)->get_Text()), "still here");
 }
 
-TEST_F(ExecutionTest, ExecuteToJSONGivesTheRows) {
+TEST_F(ExecutionTest, ExecuteToJSONReturnsTheRows) {
     auto statement = Prepared("SELECT range AS n, 'x' || range AS t FROM range(2)");
     EXPECT_EQ(Utf8(statement->ExecuteToJSON()), R"([{"n":0,"t":"x0"},{"n":1,"t":"x1"}])");
 }
 
-TEST_F(ExecutionTest, ExecuteToQueryResultTellsChangedRowsOrHoldsACursor) {
+TEST_F(ExecutionTest, ExecuteToQueryResultReportsChangedRowsOrHoldsACursor) {
     auto changed = Prepared("INSERT INTO seen VALUES ('a', 'b'), ('c', 'd')")->ExecuteToQueryResult(1);
     ASSERT_NE(changed, nullptr);
     EXPECT_EQ(changed->get_Flags(), uint32_t{nbx::mrsql::kHasRowsChanged});
@@ -254,7 +254,7 @@ TEST_F(ExecutionTest, TooManyParametersAreAnErrorWithTheDatabasesPath) {
             "Invalid Input Error: Can not bind to parameter number 2, statement only has 1 parameter(s)"));
 }
 
-TEST_F(ExecutionTest, TryExecuteAllLetsOtherThreadsInBetweenTwoStatements) {
+TEST_F(ExecutionTest, TryExecuteAllAdmitsOtherThreadsBetweenTwoStatements) {
     std::string script;
     constexpr uint32_t kStatements = 2000;
     for (uint32_t i = 0; i < kStatements; ++i) {
@@ -284,7 +284,7 @@ TEST_F(ExecutionTest, TryExecuteAllLetsOtherThreadsInBetweenTwoStatements) {
     RecordProperty("entries", static_cast<int>(during));
 }
 
-TEST_F(ExecutionTest, ExecuteAllKeepsOtherThreadsOutToTheEnd) {
+TEST_F(ExecutionTest, ExecuteAllExcludesOtherThreadsToTheEnd) {
     std::string script;
     for (int i = 0; i < 200; ++i) {
         script += "SELECT " + std::to_string(i) + ";";

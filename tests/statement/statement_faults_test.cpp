@@ -53,7 +53,7 @@ TEST_F(FaultsTest, BindingsThatCannotBeClearedAreReported) {
     });
 }
 
-TEST_F(FaultsTest, ABindThatFailsWithoutATextHasOursWithItsTypeWord) {
+TEST_F(FaultsTest, ABindThatFailsWithoutATextHasOursWithItsTypeName) {
     struct Item {
         const char* call;
         const char* type_word;
@@ -124,7 +124,7 @@ TEST_F(FaultsTest, AHostValueThatIsNotBoundIsReported) {
     }
 }
 
-TEST_F(FaultsTest, AnEnvelopeThatDuckDBMakesNoValueOfIsReported) {
+TEST_F(FaultsTest, AnEnvelopeThatDuckDBCannotTurnIntoAValueIsReported) {
     auto statement = Prepared("SELECT $1");
     const auto bind = [&](const char* type_word) {
         return Catch([&] {
@@ -197,14 +197,14 @@ TEST_F(FaultsTest, SqlExecuteDropsTheRowsOfAStatementBeforeTheNextOneRuns) {
     EXPECT_EQ(calls, (std::vector<std::string>{one[0], one[1], one[0], one[1], one[0], one[1]}));
 }
 
-TEST_F(FaultsTest, ATypedBindMakesOneCall) {
+TEST_F(FaultsTest, ATypedBindIsOneCallToDuckDB) {
     auto statement = Prepared("SELECT $1");
     duckdb_faults::Reset();
     statement->BindInteger(1, 1);
     EXPECT_EQ(duckdb_faults::get_Log(), std::vector<std::string>{"duckdb_bind_int32"});
 }
 
-TEST_F(FaultsTest, ATypedBindOfAParameterThatHasAValueMakesNone) {
+TEST_F(FaultsTest, ATypedBindOfABoundParameterCallsNothing) {
     auto statement = Prepared("SELECT $1");
     statement->BindInteger(1, 1);
     duckdb_faults::Reset();
@@ -278,7 +278,7 @@ constexpr const char* kFailingCalls[] = {
 
 }  // namespace
 
-TEST_F(FaultsTest, WhicheverCallFailsEverythingIsDestroyedOnce) {
+TEST_F(FaultsTest, EverythingIsDestroyedOnceWhenAnyCallFails) {
     RunScenario(*database_);
     std::vector<std::pair<std::string, uint64_t>> counts;
     for (const char* call : kFailingCalls) {

@@ -14,7 +14,7 @@ TEST_F(LifecycleTest, ANewStatementHasTheWholeTextAndNothingPending) {
     EXPECT_EQ(statement->get_RefsCount(), 1u);
 }
 
-TEST_F(LifecycleTest, ReferencesAreCountedAndTheLastOneEndsTheStatement) {
+TEST_F(LifecycleTest, ReferencesAreCountedAndTheLastOneDestroysTheStatement) {
     auto statement = Make("SELECT 1");
     EXPECT_EQ(statement->AddRef(), 2u);
     EXPECT_EQ(statement->Release(), 1u);
@@ -25,7 +25,7 @@ TEST_F(LifecycleTest, ReferencesAreCountedAndTheLastOneEndsTheStatement) {
               MemoryError("DuckDBStatement does not belong to this database"));
 }
 
-TEST_F(LifecycleTest, QueryInterfaceGivesTheStatementAndThePlugInBase) {
+TEST_F(LifecycleTest, QueryInterfaceReturnsTheStatementAndThePlugInBase) {
     auto statement = Make("SELECT 1");
     EXPECT_EQ(statement->QueryInterface(407), statement.get());
     auto* plug_in = static_cast<nbx::ForeignPlugin_imp*>(static_cast<DuckDBStatement*>(statement.get()));
@@ -34,7 +34,7 @@ TEST_F(LifecycleTest, QueryInterfaceGivesTheStatementAndThePlugInBase) {
     EXPECT_EQ(statement->QueryInterface(0), nullptr);
 }
 
-TEST_F(LifecycleTest, GetDatabaseGivesAReferenceOfItsOwn) {
+TEST_F(LifecycleTest, GetDatabaseReturnsItsOwnReference) {
     auto statement = Make("SELECT 1");
     const uint32_t before = database_->get_RefsCount();
     {
@@ -138,7 +138,7 @@ TEST_F(LifecycleTest, ParameterRowsAreNotBoundByPreparing) {
     EXPECT_NE(Catch([&] { statement->Execute(); }).message.find("parameter number 2"), std::string::npos);
 }
 
-TEST_F(LifecycleTest, DetachGivesUpTheDatabaseAndEverythingOfDuckDBs) {
+TEST_F(LifecycleTest, DetachReleasesTheDatabaseAndAllDuckDBObjects) {
     auto statement = Prepared("SELECT 1; SELECT 2");
     statement->Execute();
     statement->Detach();
@@ -152,7 +152,7 @@ TEST_F(LifecycleTest, DetachGivesUpTheDatabaseAndEverythingOfDuckDBs) {
     EXPECT_FALSE(database_->get_IsOpen());
 }
 
-TEST_F(LifecycleTest, EveryOperationAfterTheDatabaseClosedSaysThatItIsInvalid) {
+TEST_F(LifecycleTest, EveryOperationAfterTheDatabaseClosedReportsThatItIsInvalid) {
     auto statement = Prepared("SELECT $1");
     database_->Close();
     const auto expect_invalid = [&](const char* what, auto&& call) {
@@ -202,7 +202,7 @@ TEST_F(LifecycleTest, StatementsOfOneDatabaseDoNotDisturbOneAnother) {
 }
 
 // DuckDB would run what stands before the NUL, and the rest would vanish in silence.
-TEST_F(LifecycleTest, TextWithANulCharacterIsRefusedWholeAndRunsNothing) {
+TEST_F(LifecycleTest, TextWithANulCharacterIsRejectedWholeAndRunsNothing) {
     database_->SqlExecute(Text("CREATE TABLE t AS SELECT 1 AS a"), nullptr);
     auto statement = Make(std::string_view("DELETE FROM t\0 WHERE a = 2", 26));
     EXPECT_EQ(Catch([&] { statement->PrepareNext(); }),
@@ -210,7 +210,7 @@ TEST_F(LifecycleTest, TextWithANulCharacterIsRefusedWholeAndRunsNothing) {
     EXPECT_EQ(database_->SqlExecute(Text("DELETE FROM t"), nullptr), 1);
 }
 
-TEST_F(LifecycleTest, AStatementTakenOutOfItsDatabaseOutlivesIt) {
+TEST_F(LifecycleTest, AStatementRemovedFromItsDatabaseOutlivesIt) {
     auto database = nbx::MakeObject<DuckDBDatabase>(nbx::CreateLocation(Text(":memory:")));
     database->Open();
     auto statement = database->CreateStatement(Text("SELECT 1"));

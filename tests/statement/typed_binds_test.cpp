@@ -327,7 +327,7 @@ TEST_F(TypedBindsTest, TextsAndBytesArriveWhole) {
     ExpectSeen(TextAndByteCases());
 }
 
-TEST_F(TypedBindsTest, ValuesThatAreNoneOfTheirTypeAreRefused) {
+TEST_F(TypedBindsTest, ValuesThatTheirTypeDoesNotAllowAreRejected) {
     auto probe = Probe();
     for (const Refusal& item : Refusals()) {
         SCOPED_TRACE(item.what);
@@ -345,7 +345,7 @@ TEST_F(TypedBindsTest, ValuesThatAreNoneOfTheirTypeAreRefused) {
     }
 }
 
-TEST_F(TypedBindsTest, TimestampsAtTheEdgeBindAndFailInDuckDBWhenTheyAreMadeIntoText) {
+TEST_F(TypedBindsTest, TimestampsAtTheEdgeBindAndFailInDuckDBWhenConvertedToText) {
     const std::vector<std::function<void(S&)>> binds = {
         [](S& s) { s.BindTimestamp(1, kMin<int64_t>); },
         [](S& s) { s.BindTimestampS(1, kMax<int64_t> - 1); },
@@ -361,7 +361,7 @@ TEST_F(TypedBindsTest, TimestampsAtTheEdgeBindAndFailInDuckDBWhenTheyAreMadeInto
     }
 }
 
-TEST_F(TypedBindsTest, AnIndexThatTheStatementDoesNotHaveIsRefusedByEveryBind) {
+TEST_F(TypedBindsTest, AnIndexThatTheStatementLacksIsRejectedByEveryBind) {
     for (const IndexedBind& item : kThirtyBinds) {
         SCOPED_TRACE(item.type_word);
         auto probe = Probe();
@@ -376,7 +376,7 @@ TEST_F(TypedBindsTest, AnIndexThatTheStatementDoesNotHaveIsRefusedByEveryBind) {
     }
 }
 
-TEST_F(TypedBindsTest, OurOwnRefusalIsNotToldInTheWordsOfAnOlderFailure) {
+TEST_F(TypedBindsTest, OurOwnErrorIsNotReportedWithTheTextOfAnEarlierFailure) {
     auto probe = Probe();
     EXPECT_NE(Catch([&] { probe->BindInteger(9, 1); }).message.find("number 9"), std::string::npos);
     EXPECT_EQ(Catch([&] { probe->BindTime(1, -1); }), MemoryError("Failed to bind TIME statement parameter"));
@@ -384,7 +384,7 @@ TEST_F(TypedBindsTest, OurOwnRefusalIsNotToldInTheWordsOfAnOlderFailure) {
               MemoryError("Failed to bind statement parameter"));
 }
 
-TEST_F(TypedBindsTest, EveryBindIsLostWithoutAnErrorWhileNothingIsPrepared) {
+TEST_F(TypedBindsTest, EveryBindIsIgnoredWhileNothingIsPrepared) {
     for (const IndexedBind& item : kThirtyBinds) {
         SCOPED_TRACE(item.type_word);
         auto statement = Make("INSERT INTO seen SELECT typeof(v), CAST(v AS VARCHAR) FROM (SELECT $1 AS v)");
@@ -398,7 +398,7 @@ TEST_F(TypedBindsTest, EveryBindIsLostWithoutAnErrorWhileNothingIsPrepared) {
     }
 }
 
-TEST_F(TypedBindsTest, EveryBindSaysThatTheDatabaseIsInvalidOnceItHasClosed) {
+TEST_F(TypedBindsTest, EveryBindReportsThatTheDatabaseIsInvalidOnceItHasClosed) {
     auto probe = Probe();
     database_->Close();
     for (const IndexedBind& item : kThirtyBinds) {

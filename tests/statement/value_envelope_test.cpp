@@ -81,7 +81,7 @@ class EnvelopeTest : public StatementTest {
     }
 };
 
-TEST_F(EnvelopeTest, EveryTypeWordMakesItsTypeUnderBothMarkers) {
+TEST_F(EnvelopeTest, EveryTypeNameCreatesItsTypeUnderBothMarkers) {
     for (const Accepted& item : kAccepted) {
         SCOPED_TRACE(item.word);
         EXPECT_EQ(SeenOf(Typed(item.word, Quoted(item.text))), Seen(item.type, item.seen));
@@ -89,12 +89,12 @@ TEST_F(EnvelopeTest, EveryTypeWordMakesItsTypeUnderBothMarkers) {
     }
 }
 
-TEST_F(EnvelopeTest, VariantNullIsNullWhateverTheValue) {
+TEST_F(EnvelopeTest, VariantNullIsNullForAnyValue) {
     EXPECT_EQ(SeenOf(Variant("VARIANT_NULL", "null")).second, "NULL");
     EXPECT_EQ(SeenOf(Typed("VARIANT_NULL", "\"something\"")).second, "NULL");
 }
 
-TEST_F(EnvelopeTest, BoolTrueIsTrueWhateverTheValue) {
+TEST_F(EnvelopeTest, BoolTrueIsTrueForAnyValue) {
     EXPECT_EQ(SeenOf(Variant("BOOL_TRUE", "null")), Seen("BOOLEAN", "true"));
     EXPECT_EQ(SeenOf(Variant("BOOL_TRUE", "false")), Seen("BOOLEAN", "true"));
     EXPECT_EQ(SeenOf(Variant("BOOL_FALSE", "[1]")), Seen("BOOLEAN", "false"));
@@ -132,7 +132,7 @@ TEST_F(EnvelopeTest, WidthAndScaleOfADecimalComeFromItsText) {
     }
 }
 
-TEST_F(EnvelopeTest, ATextThatIsNoValueOfItsTypeIsRefusedInDuckDBsWords) {
+TEST_F(EnvelopeTest, ATextThatItsTypeDoesNotAllowIsRejectedWithDuckDBsText) {
     const Thrown thrown = Refusal(Typed("INT8", "\"300\""));
     EXPECT_EQ(thrown, DuckDBError("value", thrown.message));
     EXPECT_NE(thrown.message.find("300"), std::string::npos) << thrown.message;
@@ -231,7 +231,7 @@ TEST_F(EnvelopeTest, MissingMembersAreRefused) {
     EXPECT_EQ(Refusal(Json(R"({"duckdb_variant":true,"value_type":"INT8","value":1})")), variant_refusal);
 }
 
-TEST_F(EnvelopeTest, WordsThatAreNotKnownAreRefusedByName) {
+TEST_F(EnvelopeTest, UnknownTypeNamesAreRejectedByName) {
     for (const char* word : {"TIMESTAMP_MILLIS", "BLOB", "UNKNOWN", "int8", "Int8", "INT8 ", "", "VARIANT"}) {
         const Thrown refusal =
             DuckDBError("value", std::string("Unsupported DuckDB typed value in envelope: ") + word);

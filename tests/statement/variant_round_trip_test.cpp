@@ -84,7 +84,7 @@ class RoundTripTest : public StatementTest {
     }
 };
 
-TEST_F(RoundTripTest, TheKindsThatCannotMakeTheTripAreTheseAndNoOthers) {
+TEST_F(RoundTripTest, OnlyTheseKindsCannotMakeTheRoundTrip) {
     // Objects and arrays travel in DuckDB's own text form, which is JSON only where no text or key is in it,
     // and are refused otherwise; a DECIMAL comes back as wide as its digits.
     const std::set<std::string> expected = {"ARRAY of texts", "DECIMAL wider than its digits", "OBJECT"};
