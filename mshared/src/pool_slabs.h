@@ -2,47 +2,22 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <span>
 
-#include "nbx/engine_lock.h"
 #include "pool_cache.h"
 
+/** The memory that all threads share. It comes from the system in regions of 2 MiB, the size of a huge page
+    of the processor; a region is cut into slabs, and a slab into objects of one size. One lock guards it all:
+    threads come here once for a hundred objects or for a run of released ones. */
 namespace nbx::pool {
 
-/** The head of a piece of memory that holds objects of one size. The store's lock guards it. */
-struct Slab {
-    /** Neighbours in the list of slabs with room. */
-    Slab* previous;
-    Slab* next;
-    FreeObject* free;
-    /** Objects that are with threads or their users. */
-    uint32_t live;
-    /** Objects, from the last one down, that have never been handed out and whose memory is untouched. */
-    uint32_t untouched;
-};
-
-/** The slabs of one object size, shared by all threads. Threads come here for many objects at a time. */
-class SlabStore : noncopyable {
-  public:
-    explicit constexpr SlabStore(std::size_t object_size) noexcept : object_size_(object_size) {}
-
-    /** A list of 1 to `count` objects; puts their number into `count`. Throws `std::bad_alloc` when there is
-        not even one. */
-    FreeObject* Take(uint32_t& count) NBX_EXCLUDES(mutex_);
-    /** Takes a list of objects back. A slab that becomes empty goes back to the system. */
-    void Return(FreeObject* objects) noexcept NBX_EXCLUDES(mutex_);
-
-  private:
-    uint32_t get_Capacity() const noexcept;
-    FreeObject* TakeFrom(Slab& slab, uint32_t count, uint32_t& taken) NBX_REQUIRES(mutex_);
-    void Link(Slab& slab) noexcept NBX_REQUIRES(mutex_);
-    void Unlink(Slab& slab) noexcept NBX_REQUIRES(mutex_);
-    /** Takes back the objects at the head of the list that are of one slab; gives the rest of the list. */
-    FreeObject* ReturnRun(FreeObject* objects, Slab*& emptied) noexcept NBX_REQUIRES(mutex_);
-
-    std::size_t object_size_;
-    Mutex mutex_;
-    /** First of the slabs with room. */
-    Slab* roomy_ NBX_GUARDED_BY(mutex_) = nullptr;
-};
+/** Free objects of one slab, 1 to a slab's worth of them, and at most one when `only_one` is set. Throws
+    `std::bad_alloc`. */
+ObjectList TakeObjects(std::size_t size_class, bool only_one);
+/** Takes the objects of some runs back. Slabs and regions without objects in use go back to
+    the system, apart from a few. */
+void ReturnObjects(std::span<const Run> runs) noexcept;
+/** Bytes that are mapped now, in use or not. */
+std::size_t GetMappedBytes() noexcept;
 
 }  // namespace nbx::pool

@@ -1,10 +1,10 @@
 #include "nbx/value_pool.h"
 
-#include <array>
+#include <iterator>
+#include <utility>
 
 #include "pool_cache.h"
 #include "pool_slabs.h"
-#include "slab_memory.h"
 
 namespace nbx {
 namespace pool {
@@ -13,29 +13,52 @@ constinit thread_local Cache gThreadCaches[kClassCount];
 
 namespace {
 
-constexpr uint32_t kCacheLimit = 512;
-constexpr uint32_t kRefill = 128;
+/** Runs that wait for the lock together. Objects that are released in random order are runs of one, and a
+   lock for each would make the processor wait for the memory of each. */
+struct WaitingRuns {
+    void Add(const Run& run) noexcept {
+        runs_[count_] = run;
+        ++count_;
+        if (count_ == std::size(runs_) || run.objects.count >= kLongRun) {
+            ReturnAll();
+        }
+    }
+    void ReturnAll() noexcept { ReturnObjects({runs_, std::exchange(count_, 0)}); }
+
+  private:
+    static constexpr uint32_t kLongRun = 16;
+
+    Run runs_[24] = {};
+    std::size_t count_ = 0;
+};
+constinit thread_local WaitingRuns gWaiting;
 
 enum class ThreadState { kFresh, kRunning, kEnded };
 constinit thread_local ThreadState gThreadState = ThreadState::kFresh;
 
-constinit std::array<SlabStore, kClassCount> gStores{SlabStore(kClassSizes[0]), SlabStore(kClassSizes[1]),
-                                                     SlabStore(kClassSizes[2]), SlabStore(kClassSizes[3]),
-                                                     SlabStore(kClassSizes[4]), SlabStore(kClassSizes[5]),
-                                                     SlabStore(kClassSizes[6])};
+Run MakeRun(const ObjectList& objects) noexcept {
+    FreeObject* last = objects.head;
+    while (last->next != nullptr) {
+        last = last->next;
+    }
+    return {objects, last};
+}
 
-/** Gives all of a thread's free objects back when the thread ends. Objects that are released later still,
-    by other thread-local or static objects, go straight to their slabs. */
+/** Returns all of a thread's free objects when the thread ends. Objects that are released later still, by
+    other thread-local or static objects, go straight to their slabs. */
 struct ThreadEnd {
     ~ThreadEnd() {
         gThreadState = ThreadState::kEnded;
-        for (std::size_t i = 0; i < kClassCount; ++i) {
-            FreeObject* const objects = gThreadCaches[i].head;
-            gThreadCaches[i] = {};
-            if (objects != nullptr) {
-                gStores[i].Return(objects);
+        for (Cache& cache : gThreadCaches) {
+            if (cache.returned.last != nullptr) {
+                gWaiting.Add(cache.returned);
             }
+            if (cache.ready.head != nullptr) {
+                gWaiting.Add(MakeRun(cache.ready));
+            }
+            cache = {};
         }
+        gWaiting.ReturnAll();
     }
     void Register() noexcept { is_registered_ = true; }
 
@@ -44,56 +67,44 @@ struct ThreadEnd {
 };
 thread_local ThreadEnd gThreadEnd;
 
-/** Cuts the first `count` objects off the cache and gives them back. */
-void ReturnFirst(std::size_t size_class, uint32_t count) noexcept {
-    Cache& cache = gThreadCaches[size_class];
-    FreeObject* const first = cache.head;
-    FreeObject* last = first;
-    for (uint32_t i = 1; i < count; ++i) {
-        last = last->next;
-    }
-    cache.head = last->next;
-    cache.count -= count;
-    last->next = nullptr;
-    gStores[size_class].Return(first);
-}
-
 }  // namespace
 
 void PrepareThread() noexcept {
     if (gThreadState == ThreadState::kFresh) {
         gThreadState = ThreadState::kRunning;
         gThreadEnd.Register();
-        for (Cache& cache : gThreadCaches) {
-            cache.limit = kCacheLimit;
-        }
     }
 }
 
 void* AllocateSlowly(std::size_t size_class) {
     PrepareThread();
-    uint32_t count = gThreadState == ThreadState::kEnded ? 1 : kRefill;
-    FreeObject* const objects = gStores[size_class].Take(count);
-    gThreadCaches[size_class].head = objects->next;
-    gThreadCaches[size_class].count = count - 1;
-    return objects;
+    if (gThreadState == ThreadState::kEnded) {
+        return TakeObjects(size_class, true).head;
+    }
+    Cache& cache = gThreadCaches[size_class];
+    if (cache.returned.last != nullptr) {
+        cache.ready = std::exchange(cache.returned, {}).objects;
+    } else {
+        cache.ready = TakeObjects(size_class, false);
+    }
+    return cache.ready.Pop();
 }
 
 void FreeSlowly(std::size_t size_class, FreeObject* object) noexcept {
     PrepareThread();
-    object->next = nullptr;
+    Run run;
+    run.objects.slab = SlabOf(object);
+    run.objects.Push(object);
+    run.last = object;
     if (gThreadState == ThreadState::kEnded) {
-        gStores[size_class].Return(object);
+        ReturnObjects({&run, 1});
         return;
     }
-    Cache& cache = gThreadCaches[size_class];
-    if (cache.count >= cache.limit) {
-        // Half stays, so that neither a run of releases nor one of allocations comes back at once.
-        ReturnFirst(size_class, kCacheLimit / 2);
+    __builtin_prefetch(run.objects.slab, 1);
+    std::swap(run, gThreadCaches[size_class].returned);
+    if (run.last != nullptr) {
+        gWaiting.Add(run);
     }
-    object->next = cache.head;
-    cache.head = object;
-    ++cache.count;
 }
 
 }  // namespace pool

@@ -1,8 +1,15 @@
 #include "nbx/value_pool.h"
 
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <cstring>
+#include <latch>
 #include <random>
 #include <set>
 #include <thread>
@@ -148,6 +155,90 @@ TEST(ValuePool, ServesThreadsThatReleaseEachOthersValues) {
         }
     }
     EXPECT_EQ(made.load(), released.load());
+}
+
+TEST(ValuePool, KeepsLittleMemoryForThreadsThatReleasedValuesInAnyOrder) {
+    constexpr std::size_t kThreads = 16;
+    constexpr std::size_t kMegabyte = 1024 * 1024;
+    const std::size_t before = GetPoolMappedBytes();
+    std::vector<ValuePtr> values;
+    for (int64_t i = 0; i < 2'500'000; ++i) {
+        values.push_back(TakeValue(CreateValueLLong(false, &i, nullptr)));
+    }
+    const std::size_t full = GetPoolMappedBytes();
+    if (full == 0) {
+        GTEST_SKIP() << "The pool is switched off under this sanitizer";
+    }
+    EXPECT_GE(full, 56 * kMegabyte);
+    std::shuffle(values.begin(), values.end(), std::mt19937(11));
+    std::latch all_released(kThreads);
+    std::latch may_end(1);
+    std::vector<std::thread> threads;
+    for (std::size_t t = 0; t < kThreads; ++t) {
+        threads.emplace_back([&, t] {
+            for (std::size_t i = t; i < values.size(); i += kThreads) {
+                values[i].reset();
+            }
+            all_released.count_down();
+            may_end.wait();
+        });
+    }
+    all_released.wait();
+    EXPECT_LE(GetPoolMappedBytes(), before + 32 * kMegabyte);
+    may_end.count_down();
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+}
+
+/** Makes and releases enough values that the thread comes for memory that all threads share. */
+void MakeManyValues() {
+    std::vector<ValuePtr> values;
+    for (int32_t i = 0; i < 5000; ++i) {
+        values.push_back(TakeValue(CreateValueLong(false, &i, nullptr)));
+    }
+}
+
+/** Waits for the child; one that hangs is killed, and that is false. */
+bool EndsWell(pid_t child) {
+    int status = 0;
+    for (int i = 0; i < 3000; ++i) {
+        if (::waitpid(child, &status, WNOHANG) == child) {
+            return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    ::kill(child, SIGKILL);
+    ::waitpid(child, &status, 0);
+    return false;
+}
+
+TEST(ValuePool, ServesTheChildOfAForkWhileOtherThreadsMakeValues) {
+    std::atomic<bool> is_done{false};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&is_done] {
+            while (!is_done.load()) {
+                MakeManyValues();
+            }
+        });
+    }
+    for (int i = 0; i < 30; ++i) {
+        const pid_t child = ::fork();
+        if (child == 0) {
+            MakeManyValues();
+            ::_exit(0);
+        }
+        ASSERT_GT(child, 0);
+        if (!EndsWell(child)) {
+            ADD_FAILURE() << "child " << i << " hangs or fails";
+            break;
+        }
+    }
+    is_done = true;
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
 }
 
 /** Releases a value after the thread's own store has been given up. */
