@@ -35,6 +35,7 @@ struct ResultChunks::State {
     /** Keeps the memory of the loaded chunk in place. */
     duckdb::ColumnDataScanState scan;
     duckdb::DataChunk loaded;
+    duckdb::ColumnDataCollectionSegment* loaded_segment = nullptr;
     std::optional<ColumnCasts> casts;
 
     duckdb_vector GetVector(idx_t column) {
@@ -85,6 +86,11 @@ idx_t ResultChunks::FindRow(idx_t row) const noexcept {
 void ResultChunks::Load(idx_t chunk) {
     const State::Place& place = state_->places[chunk];
     try {
+        if (state_->loaded_segment != place.segment) {
+            // The pins are found by a number of the block that each segment counts for itself.
+            state_->scan.current_chunk_state.handles.clear();
+            state_->loaded_segment = place.segment;
+        }
         place.segment->ReadChunk(place.chunk, state_->scan.current_chunk_state, state_->loaded,
                                  state_->scan.column_ids);
         if (state_->casts) {

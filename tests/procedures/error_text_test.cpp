@@ -8,10 +8,10 @@
 #include <vector>
 
 #include "base/holders.h"
-#include "fake_host.h"
 #include "procedures/handlers.h"
 #include "procedures/query_runner.h"
 #include "procedures/sql_text.h"
+#include "support/fake_host.h"
 #include "support/temp_folder.h"
 
 namespace mduckdb::testing {

@@ -11,8 +11,8 @@
 
 #include "base/holders.h"
 #include "duckdb_internals/one_select.h"
-#include "fake_host.h"
 #include "procedures/handlers.h"
+#include "support/fake_host.h"
 #include "support/temp_folder.h"
 
 namespace mduckdb::testing {
@@ -221,6 +221,22 @@ TEST_F(OneSelectTest, RunsSubqueriesAndFunctionsInAWhere) {
         EXPECT_THAT(host_.reports, IsEmpty()) << where;
         ASSERT_TRUE(host_.has_cursor) << where;
         EXPECT_EQ(1u, host_.cursor.row_count(host_.cursor.state)) << where;
+    }
+}
+
+TEST_F(OneSelectTest, DeliversTheRowsThatSeveralThreadsMadeInAnyOrder) {
+    constexpr std::int64_t kRows = 60000;
+    Run(nullptr,
+        "COPY (SELECT i, 'a text of more than twelve bytes ' || i AS t FROM range(60000) r(i)) TO '" + file_ +
+            "' (FORMAT parquet, ROW_GROUP_SIZE 2048)");
+    for (int round = 0; round < 10; ++round) {
+        ASSERT_NE(nullptr, host_.Call<FetchParquet>({host_.Text(file_), host_.Null(), host_.Text("i >= 0")}));
+        for (std::int64_t i = 0; i < 2 * kRows; i += 997) {
+            const std::int64_t row = i * 7919 % kRows;
+            ASSERT_EQ(MIRONA_ROW_OK, host_.cursor.go_to_row(host_.cursor.state, row));
+            ASSERT_EQ(std::to_string(row), host_.Cell(0));
+            ASSERT_EQ("a text of more than twelve bytes " + std::to_string(row), host_.Cell(1));
+        }
     }
 }
 
