@@ -14,6 +14,36 @@ namespace fs = std::filesystem;
 
 constexpr std::u16string_view kInMemory = u":memory:";
 
+[[noreturn]] void Refuse(const String& path, const char* reason) {
+    throw xException(kLocationErrorCode, Utf16ToUtf8(path.get_View()).c_str(), reason);
+}
+
+bool IsMissing(const fs::path& path) {
+    std::error_code error;
+    return fs::symlink_status(path, error).type() == fs::file_type::not_found;
+}
+
+/** Applies a ".." to an absolute path as the system does: up from where a link leads, not from where it
+   stands. Where the system goes nowhere (a file, a link to nothing, a missing folder) the ".." stays in the
+   path, so that the path does not name a file that the system would not find by it. */
+void GoUp(fs::path& path) {
+    std::error_code error;
+    const fs::file_type type =
+        path.filename() == ".." ? fs::file_type::unknown : fs::symlink_status(path, error).type();
+    if (type == fs::file_type::symlink) {
+        const fs::path target = fs::canonical(path, error);
+        const bool is_folder = !error && fs::is_directory(target, error);
+        path = is_folder ? target.parent_path() : path / "..";
+    } else if (type == fs::file_type::directory ||
+               (type == fs::file_type::not_found && IsMissing(path.parent_path()))) {
+        path = path.parent_path();
+    } else {
+        path /= "..";
+    }
+}
+
+/** The absolute path, or an empty one for a text that is no path. Does not resolve links, apart from those
+   that a ".." follows: the text stays recognisable. */
 fs::path NormalPath(const String& text) {
     if (text.get_View().find(u'\0') != std::u16string_view::npos) {
         throw xException(kLocationErrorCode, "A path must not contain NUL characters");
@@ -21,13 +51,37 @@ fs::path NormalPath(const String& text) {
     if (text.isEmpty() || text.get_View() == kInMemory) {
         return {};
     }
-    const fs::path path = fs::absolute(Utf16ToUtf8(text.get_View())).lexically_normal();
-    // A trailing slash leaves an empty last component.
-    return path.has_filename() || !path.has_relative_path() ? path : path.parent_path();
+    const std::string bytes = Utf16ToUtf8(text.get_View());
+    if (Utf8ToUtf16(bytes) != text.get_View()) {
+        Refuse(text, "The path is not valid UTF-16");
+    }
+    std::error_code error;
+    const fs::path absolute = fs::absolute(bytes, error);
+    if (error) {
+        Refuse(text, "The path is relative, and the working folder cannot be found");
+    }
+    fs::path path = absolute.root_path();
+    for (const fs::path& part : absolute.relative_path()) {
+        if (part == "..") {
+            GoUp(path);
+        } else if (!part.empty() && part != ".") {
+            path /= part;
+        }
+    }
+    return path;
 }
 
 String PathString(const fs::path& path) {
     return String(Utf8ToUtf16(path.native()));
+}
+
+/** The text of a path, which must say all of it: a replaced character would name another file. */
+String ExactPathText(const fs::path& path, const String& text) {
+    String path_text = PathString(path);
+    if (Utf16ToUtf8(path_text.get_View()) != path.native()) {
+        Refuse(text, "The path leads through a folder whose name is not valid UTF-8");
+    }
+    return path_text;
 }
 
 /** The last component of a path that may end in slashes. */
@@ -57,7 +111,7 @@ void FolderView::Create() {
 Location_imp::Location_imp(const String& text)
     : text_(text),
       path_(NormalPath(text)),
-      path_text_(path_.empty() ? text : PathString(path_)),
+      path_text_(path_.empty() ? text : ExactPathText(path_, text)),
       folder_(path_) {}
 
 void* Location_imp::QueryInterface(uint32_t interface_id) {
@@ -76,7 +130,8 @@ smart_ptr<I_Location> Location_imp::get_Parent() const {
     if (!path_.has_relative_path()) {
         return nullptr;
     }
-    return CreateLocation(PathString(path_.parent_path()));
+    const bool goes_up = path_.filename() == "..";
+    return CreateLocation(PathString(goes_up ? path_ / ".." : path_.parent_path()));
 }
 
 smart_ptr<I_Location> Location_imp::MakeChild(const String& name) const {

@@ -84,6 +84,88 @@ TEST(Location, OffersNoOtherInterface) {
     EXPECT_EQ(location->QueryInterface(401), nullptr);
 }
 
+/** Works in a folder until it goes. */
+class WorkingFolder {
+  public:
+    explicit WorkingFolder(const fs::path& folder) { fs::current_path(folder); }
+    WorkingFolder(const WorkingFolder&) = delete;
+    WorkingFolder& operator=(const WorkingFolder&) = delete;
+    ~WorkingFolder() { fs::current_path(before_); }
+
+  private:
+    fs::path before_ = fs::current_path();
+};
+
+/** The code of the `xException` that refuses the path; 0 when it is accepted. */
+uint32_t RefusalOf(const String& path) {
+    try {
+        CreateLocation(path);
+    } catch (const xException& error) {
+        return error.get_Code();
+    }
+    return 0;
+}
+
+TEST(Location, FollowsALinkBeforeItGoesUp) {
+    const TemporaryFolder folder;
+    fs::create_directories(folder.get_Path() / "far/sub");
+    fs::create_directory_symlink("far/sub", folder.get_Path() / "lnk");
+    fs::create_directory_symlink("lnk", folder.get_Path() / "lnk2");
+    const fs::path far = fs::canonical(folder.get_Path() / "far");
+    std::ofstream(folder.get_Path() / "lnk/../x") << "far";
+    for (const char* const name : {"lnk/../x", "lnk/./../x", "lnk//..//x", "lnk2/../x", "far/../lnk/../x"}) {
+        const auto location = folder.LocationOf(name);
+        EXPECT_EQ(Narrow(location->get_PathText()), (far / "x").string()) << name;
+        EXPECT_TRUE(location->get_Exists()) << name;
+    }
+    EXPECT_EQ(Narrow(folder.LocationOf("lnk/../../x")->get_PathText()), (far.parent_path() / "x").string());
+    EXPECT_EQ(Narrow(folder.LocationOf("lnk/x")->get_PathText()), (folder.get_Path() / "lnk/x").string())
+        << "a link stays where nothing goes up";
+}
+
+TEST(Location, GoesUpOnlyFromWhatTheSystemGoesUpFrom) {
+    const TemporaryFolder folder;
+    fs::create_directory(folder.get_Path() / "sub");
+    std::ofstream(folder.get_Path() / "file") << "content";
+    fs::create_symlink("nowhere/sub", folder.get_Path() / "dangling");
+    fs::create_symlink("file", folder.get_Path() / "link_to_file");
+    for (const char* const name : {"missing/../file", "file/../file", "dangling/../file",
+                                   "link_to_file/../file", "dangling/../sub/../file", "file/../../file"}) {
+        EXPECT_FALSE(fs::exists(folder.get_Path() / name)) << name;
+        EXPECT_FALSE(folder.LocationOf(name)->get_Exists()) << name;
+    }
+    EXPECT_TRUE(folder.LocationOf("sub/../file")->get_Exists());
+    // What becomes a folder later means the same as it would have from the start.
+    const auto later = folder.LocationOf("missing/../file");
+    fs::create_directory(folder.get_Path() / "missing");
+    EXPECT_TRUE(later->get_Exists());
+    EXPECT_EQ(Narrow(folder.LocationOf("file/..")->get_Parent()->get_PathText()),
+              (folder.get_Path() / "file/../..").string());
+}
+
+TEST(Location, RefusesARelativePathWhenTheWorkingFolderIsGone) {
+    const TemporaryFolder folder;
+    fs::create_directory(folder.get_Path() / "gone");
+    const WorkingFolder working(folder.get_Path() / "gone");
+    fs::remove(folder.get_Path() / "gone");
+    EXPECT_EQ(RefusalOf(Wide("x.db")), kLocationErrorCode);
+    EXPECT_EQ(RefusalOf(Wide("/x.db")), 0U);
+    EXPECT_EQ(RefusalOf(Wide(":memory:")), 0U);
+}
+
+TEST(Location, RefusesAPathThatItsTextCannotHold) {
+    const TemporaryFolder folder;
+    const fs::path odd = folder.get_Path() / "odd\xFF";
+    fs::create_directory(odd);
+    fs::create_directory(odd / "sub");
+    fs::create_directory_symlink(odd / "sub", folder.get_Path() / "lnk");
+    EXPECT_EQ(RefusalOf(Wide((folder.get_Path() / "lnk/../x.db").string())), kLocationErrorCode);
+    EXPECT_EQ(RefusalOf(String(u"/a\xD800", 3)), kLocationErrorCode) << "a lone surrogate is no character";
+    const WorkingFolder working(odd);
+    EXPECT_EQ(RefusalOf(Wide("x.db")), kLocationErrorCode);
+    EXPECT_EQ(RefusalOf(Wide("/x.db")), 0U);
+}
+
 TEST(Folder, IsCreatedWithItsParents) {
     const TemporaryFolder folder;
     const auto location = folder.LocationOf("a/b/c");

@@ -1,25 +1,21 @@
 #include "nbx/mrsql/registry.h"
 
+#include "immortal.h"
 #include "nbx/engine_lock.h"
 
 namespace nbx::mrsql {
 namespace {
 
+/** Immortal: at the end of the process the module that made the extension may be gone already. */
 struct Registry {
     Mutex mutex;
     smart_ptr<I_DuckDBExtension> extension NBX_GUARDED_BY(mutex);
 };
 
-/** Never destroyed: at the end of the process the module that made the extension may be gone already. */
-Registry& GetRegistry() {
-    static Registry* const registry = new Registry;
-    return *registry;
-}
-
 }  // namespace
 
 void SetDuckDBExtension(smart_ptr<I_DuckDBExtension> extension) {
-    Registry& registry = GetRegistry();
+    Registry& registry = GetImmortal<Registry>();
     {
         const MutexLock lock(registry.mutex);
         registry.extension.swap(extension);
@@ -28,7 +24,7 @@ void SetDuckDBExtension(smart_ptr<I_DuckDBExtension> extension) {
 }
 
 smart_ptr<I_DuckDBExtension> GetDuckDBExtension() {
-    Registry& registry = GetRegistry();
+    Registry& registry = GetImmortal<Registry>();
     const MutexLock lock(registry.mutex);
     return registry.extension;
 }

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <utility>
 
+#include "immortal.h"
 #include "number_text.h"
 #include "unicode.h"
 
@@ -75,14 +76,11 @@ int64_t String::parseLLong() const noexcept {
 }
 
 const String& String::sEmpty() noexcept {
-    // Never destroyed, since objects that go at the very end of the process may still hand it out.
-    static const String* const empty = new String;
-    return *empty;
+    return GetImmortal<String>();
 }
 
 const Converter* GetConverter_UTF8() noexcept {
-    static const Converter* const converter = new Utf8Converter;
-    return converter;
+    return &GetImmortal<Utf8Converter>();
 }
 
 StToUTF16::StToUTF16(const char* text, std::ptrdiff_t length, const Converter* converter)

@@ -15,8 +15,10 @@ class NBX_API I_Location : public I_Unknown {
   public:
     /** The text as it was given; for messages. */
     virtual String get_Text() const = 0;
-    /** The absolute path without "." and ".." in it and without a trailing slash; ":memory:" and the
-        empty text as they are. Two locations of one file have the same path text unless links differ. */
+    /** The absolute path in UTF-16, without "." in it and without a trailing slash; ":memory:" and the empty
+        text as they are. It names what the given path names for the system: a ".." goes up from where a link
+        leads, and stays where the system cannot follow it (after a file, a missing folder or a broken link).
+        Two locations of one file have the same path text unless links differ. */
     virtual String get_PathText() const = 0;
     /** Whether a file or folder is there now. */
     virtual bool get_Exists() const = 0;
@@ -37,8 +39,10 @@ class NBX_API I_Folder {
     virtual void Create() = 0;
 };
 
-/** A location of the given path, with one reference for the caller. Throws `xException` for a path with a NUL
-    character, of which the system would take the part before it. */
+/** A location of the given path, with one reference for the caller. A relative path is relative to the
+   working folder of this moment. Throws `xException` (`kLocationErrorCode`) for a path that has no exact text
+   or names nothing: with a NUL character, of which the system would use the part before it; with a lone
+   surrogate; relative when the working folder is gone; or through a folder whose name is not valid UTF-8. */
 NBX_API smart_ptr<I_Location> CreateLocation(const String& path);
 
 /** The location of `sub_path` (UTF-8, separated and ended by slashes as wished) below a folder, made
