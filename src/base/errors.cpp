@@ -17,6 +17,10 @@ void ThrowDetachedError(std::string_view message) {
     throw nbx::mrsql::xDuckDBError(kDuckDBErrorCode, u"unknown", FromUtf8(message).c_str());
 }
 
+void ThrowValueError(const char* name, const std::string& message) {
+    throw nbx::mrsql::xDuckDBError(kDuckDBErrorCode, name, message.c_str());
+}
+
 DuckDBErrorInfo ReadDuckDBError(const char* duckdb_text) {
     DuckDBErrorInfo info;
     if (duckdb_text == nullptr || *duckdb_text == '\0') {

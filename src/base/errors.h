@@ -29,6 +29,8 @@ std::string TextOr(const char* duckdb_text, const char* fixed_text);
 [[noreturn]] void ThrowDuckDBError(const nbx::String& path, std::string_view message);
 /** The same for objects that have no database: its path is "unknown". */
 [[noreturn]] void ThrowDetachedError(std::string_view message);
+/** The same for a value, which has no database at hand: `name` stands in place of the path. */
+[[noreturn]] void ThrowValueError(const char* name, const std::string& message);
 
 /** What DuckDB's error text says: a JSON object on our connections, plain text from the C API itself. */
 struct DuckDBErrorInfo {

@@ -2,6 +2,7 @@
 
 #include <duckdb.h>
 
+#include <string_view>
 #include <utility>
 
 namespace mduckdb {
@@ -87,6 +88,15 @@ using PendingHolder = Holder<PendingTraits>;
 using ExtractedHolder = Holder<ExtractedTraits>;
 using ConfigHolder = Holder<ConfigTraits>;
 using TextHolder = Holder<TextTraits>;
+
+/** A VARCHAR value of UTF-8 text, which may hold NUL characters. Empty for text that is not UTF-8. */
+inline ValueHolder MakeTextValue(std::string_view text) {
+    return ValueHolder(duckdb_create_varchar_length(text.data(), text.size()));
+}
+
+inline LogicalTypeHolder MakeType(duckdb_type type) {
+    return LogicalTypeHolder(duckdb_create_logical_type(type));
+}
 
 /** Owns a `duckdb_result`, which is a record and not a handle. */
 class ResultHolder {

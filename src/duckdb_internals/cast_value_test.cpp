@@ -2,7 +2,7 @@
 
 #include <limits>
 
-#include "base/json_depth.h"
+#include "base/json_text.h"
 #include "duckdb_internals/plain_functions.h"
 #include "support/sample_values.h"
 #include "support/test_engine.h"

@@ -2,75 +2,55 @@
 
 #include <duckdb.h>
 
-#include <cstdint>
 #include <memory>
 #include <string_view>
 
 #include "base/holders.h"
+#include "base/host_values.h"
+#include "duckdb_internals/plain_functions.h"
 
 namespace mduckdb {
 
-/** A cell in the form in which a host value takes it. */
-struct Cell {
-    enum class Kind : uint8_t {
-        null,
-        boolean,  // BOOLEAN
-        int16,    // TINYINT, SMALLINT
-        int32,    // INTEGER
-        int64,    // BIGINT
-        uint8,    // UTINYINT
-        uint16,   // USMALLINT
-        uint32,   // UINTEGER
-        uint64,   // UBIGINT
-        real32,   // FLOAT
-        real64,   // DOUBLE, DECIMAL (as DuckDB casts it)
-        blob,     // BLOB, in `bytes`
-        text,     // every other type: DuckDB's text in `bytes`, UTF-8 as DuckDB holds it, NULs included
-        variant,  // VARIANT: take the value with `CellReader::TakeValue`
-    };
-    union Number {
-        bool boolean;
-        int16_t int16;
-        int32_t int32;
-        int64_t int64;
-        uint8_t uint8;
-        uint16_t uint16;
-        uint32_t uint32;
-        uint64_t uint64;
-        float real32;
-        double real64;
-    };
+/** DuckDB's text of a value, in DuckDB's memory: UTF-8 and whole, NUL characters included. Empty for a null
+    handle, for NULL, and for what has no text, such as a number that its type does not allow. */
+class ValueText {
+  public:
+    explicit ValueText(duckdb_value value) { text_.Reset(duckdb_get_varchar_length(value, &length_)); }
+    std::string_view get_View() const noexcept {
+        return text_ ? std::string_view(text_.get(), length_) : std::string_view();
+    }
 
-    Kind kind = Kind::null;
-    Number number{.uint64 = 0};
-    std::string_view bytes{};
+  private:
+    TextHolder text_;
+    idx_t length_ = 0;
 };
 
-/** Reads the cells of one chunk after another without making a value of each. The outcome is that of the
-    way through values: `duckdb_data_chunk_get_value`, then the getter of the type. A cell that is no value
-    of its type, or whose text DuckDB refuses to make, is the empty text; a cell that cannot be read at all
-    is null. Not for two threads at once. */
+/** Makes the host value of a VARIANT; called with null and with NULL too. */
+using VariantConverter = HostValue (*)(duckdb_value variant);
+
+/** Makes host values of the cells of one chunk after another: the table in the source says which type becomes
+    which host value. The outcome is that of the way through DuckDB's values, `duckdb_data_chunk_get_value`
+   and then the getter of the type, without making a `duckdb_value` for the types that have a plain form. Not
+   for two threads at once. */
 class CellReader {
   public:
-    CellReader() noexcept;
-    CellReader(CellReader&&) noexcept;
-    CellReader& operator=(CellReader&&) noexcept;
+    explicit CellReader(VariantConverter convert_variant);
     ~CellReader();
 
     /** Turns to the chunk, which stays the caller's and must live, unchanged, as long as cells are read.
         Null: no cells. Throws `std::bad_alloc`. */
     void Bind(duckdb_data_chunk chunk);
     /** Rows of the chunk. */
-    idx_t get_RowCount() const noexcept;
-    idx_t get_ColumnCount() const noexcept;
-    /** The cell; null outside the chunk. `bytes` stay valid until the next call of this reader. */
-    Cell Read(idx_t column, idx_t row) noexcept;
-    /** The cell as a value of its own, empty outside the chunk. */
-    ValueHolder TakeValue(idx_t column, idx_t row) const noexcept;
+    idx_t get_RowCount() const noexcept { return row_count_; }
+    /** The host value of a cell, never a null pointer: a null value for NULL and outside the chunk, the empty
+        text for a cell that its type does not allow or whose text DuckDB refuses to make. Throws
+        `std::bad_alloc`. */
+    HostValue Read(idx_t column, idx_t row);
 
   private:
     struct State;
     std::unique_ptr<State> state_;
+    idx_t row_count_ = 0;
 };
 
 }  // namespace mduckdb

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <bit>
 #include <cstring>
 #include <functional>
 #include <limits>
@@ -12,146 +11,76 @@
 #include "duckdb_internals/value_guard.h"
 #include "support/sample_values.h"
 #include "support/test_engine.h"
+#include "support/value_description.h"
 
 namespace mduckdb {
 namespace {
 
-using Kind = Cell::Kind;
+/** Stands for the conversion of what is inside. */
+HostValue ConvertVariant(duckdb_value variant) {
+    return variant == nullptr || duckdb_is_null_value(variant)
+               ? MakeNullValue()
+               : MakeStringValue("a VARIANT of " + TextOf(variant).value_or("nothing"));
+}
 
-/** A cell that owns its bytes; numbers as the bits that they fill. */
-struct PlainCell {
-    Kind kind = Kind::null;
-    uint64_t number = 0;
-    std::string bytes;
-
-    friend bool operator==(const PlainCell&, const PlainCell&) = default;
-    friend std::ostream& operator<<(std::ostream& out, const PlainCell& cell) {
-        return out << "kind " << static_cast<int>(cell.kind) << " number " << cell.number << " bytes '"
-                   << cell.bytes << "'";
-    }
+class Reader : public CellReader {
+  public:
+    Reader() : CellReader(ConvertVariant) {}
+    std::string Describe(idx_t column, idx_t row) { return mduckdb::Describe(Read(column, row).get()); }
 };
 
-uint64_t BitsOf(const Cell& cell) {
-    switch (cell.kind) {
-        case Kind::boolean:
-            return cell.number.boolean ? 1 : 0;
-        case Kind::int16:
-            return static_cast<uint64_t>(cell.number.int16);
-        case Kind::int32:
-            return static_cast<uint64_t>(cell.number.int32);
-        case Kind::int64:
-            return static_cast<uint64_t>(cell.number.int64);
-        case Kind::uint8:
-            return cell.number.uint8;
-        case Kind::uint16:
-            return cell.number.uint16;
-        case Kind::uint32:
-            return cell.number.uint32;
-        case Kind::uint64:
-            return cell.number.uint64;
-        case Kind::real32:
-            return std::bit_cast<uint32_t>(cell.number.real32);
-        case Kind::real64:
-            return std::bit_cast<uint64_t>(cell.number.real64);
-        default:
-            return 0;
-    }
+constexpr const char* kNull = "Boolean NULL?";
+constexpr const char* kEmptyText = "String ";
+
+template <ValueFactory kFactory, auto kGetter>
+HostValue ByGetter(duckdb_value value) {
+    return MakeHostValue<kFactory>(kGetter(value));
 }
 
-PlainCell FastCell(CellReader& reader, idx_t column, idx_t row) {
-    const Cell cell = reader.Read(column, row);
-    return {cell.kind, BitsOf(cell), std::string(cell.bytes)};
+HostValue ByBlob(duckdb_value value) {
+    const duckdb_blob blob = duckdb_get_blob(value);
+    const TextHolder owner(static_cast<char*>(blob.data));
+    return MakeBinaryValue({owner.get(), blob.size});
 }
 
-std::string BlobOf(duckdb_value value) {
-    duckdb_blob blob = duckdb_get_blob(value);
-    std::string bytes(static_cast<char*>(blob.data), blob.size);
-    duckdb_free(blob.data);
-    return bytes;
-}
-
-/** The same by way of a value and DuckDB's getters. */
-PlainCell StockCell(duckdb_data_chunk chunk, idx_t column, idx_t row) {
+/** The cell by way of a value and DuckDB's getters. */
+std::string StockCell(duckdb_data_chunk chunk, idx_t column, idx_t row) {
+    static const std::map<duckdb_type, std::function<HostValue(duckdb_value)>> kGetters = {
+        {DUCKDB_TYPE_BOOLEAN, ByGetter<nbx::CreateValueBoolean, duckdb_get_bool>},
+        {DUCKDB_TYPE_TINYINT, ByGetter<nbx::CreateValueShort, duckdb_get_int16>},
+        {DUCKDB_TYPE_SMALLINT, ByGetter<nbx::CreateValueShort, duckdb_get_int16>},
+        {DUCKDB_TYPE_INTEGER, ByGetter<nbx::CreateValueLong, duckdb_get_int32>},
+        {DUCKDB_TYPE_BIGINT, ByGetter<nbx::CreateValueLLong, duckdb_get_int64>},
+        {DUCKDB_TYPE_UTINYINT, ByGetter<nbx::CreateValueByte, duckdb_get_uint8>},
+        {DUCKDB_TYPE_USMALLINT, ByGetter<nbx::CreateValueUShort, duckdb_get_uint16>},
+        {DUCKDB_TYPE_UINTEGER, ByGetter<nbx::CreateValueULong, duckdb_get_uint32>},
+        {DUCKDB_TYPE_UBIGINT, ByGetter<nbx::CreateValueULLong, duckdb_get_uint64>},
+        {DUCKDB_TYPE_FLOAT, ByGetter<nbx::CreateValueFloat, duckdb_get_float>},
+        {DUCKDB_TYPE_DOUBLE, ByGetter<nbx::CreateValueDouble, duckdb_get_double>},
+        {DUCKDB_TYPE_DECIMAL, ByGetter<nbx::CreateValueDouble, duckdb_get_double>},
+        {DUCKDB_TYPE_BLOB, ByBlob},
+        {DUCKDB_TYPE_VARIANT, ConvertVariant},
+    };
     ValueHolder holder(duckdb_data_chunk_get_value(chunk, column, row));
     duckdb_value value = holder.get();
     if (value == nullptr || duckdb_is_null_value(value)) {
-        return {};
+        return kNull;
     }
     if (!IsReadable(value)) {
-        return {Kind::text, 0, ""};
+        return kEmptyText;
     }
-    const duckdb_type type = duckdb_get_type_id(duckdb_get_value_type(value));
-    static const std::map<duckdb_type, std::function<PlainCell(duckdb_value)>> kGetters = {
-        {DUCKDB_TYPE_BOOLEAN,
-         [](auto v) {
-             return PlainCell{Kind::boolean, duckdb_get_bool(v), {}};
-         }},
-        {DUCKDB_TYPE_TINYINT,
-         [](auto v) {
-             return PlainCell{Kind::int16, uint64_t(duckdb_get_int16(v)), {}};
-         }},
-        {DUCKDB_TYPE_SMALLINT,
-         [](auto v) {
-             return PlainCell{Kind::int16, uint64_t(duckdb_get_int16(v)), {}};
-         }},
-        {DUCKDB_TYPE_INTEGER,
-         [](auto v) {
-             return PlainCell{Kind::int32, uint64_t(duckdb_get_int32(v)), {}};
-         }},
-        {DUCKDB_TYPE_BIGINT,
-         [](auto v) {
-             return PlainCell{Kind::int64, uint64_t(duckdb_get_int64(v)), {}};
-         }},
-        {DUCKDB_TYPE_UTINYINT,
-         [](auto v) {
-             return PlainCell{Kind::uint8, duckdb_get_uint8(v), {}};
-         }},
-        {DUCKDB_TYPE_USMALLINT,
-         [](auto v) {
-             return PlainCell{Kind::uint16, duckdb_get_uint16(v), {}};
-         }},
-        {DUCKDB_TYPE_UINTEGER,
-         [](auto v) {
-             return PlainCell{Kind::uint32, duckdb_get_uint32(v), {}};
-         }},
-        {DUCKDB_TYPE_UBIGINT,
-         [](auto v) {
-             return PlainCell{Kind::uint64, duckdb_get_uint64(v), {}};
-         }},
-        {DUCKDB_TYPE_FLOAT,
-         [](auto v) {
-             return PlainCell{Kind::real32, std::bit_cast<uint32_t>(duckdb_get_float(v)), {}};
-         }},
-        {DUCKDB_TYPE_DOUBLE,
-         [](auto v) {
-             return PlainCell{Kind::real64, std::bit_cast<uint64_t>(duckdb_get_double(v)), {}};
-         }},
-        {DUCKDB_TYPE_DECIMAL,
-         [](auto v) {
-             return PlainCell{Kind::real64, std::bit_cast<uint64_t>(duckdb_get_double(v)), {}};
-         }},
-        {DUCKDB_TYPE_BLOB,
-         [](auto v) {
-             return PlainCell{Kind::blob, 0, BlobOf(v)};
-         }},
-        {DUCKDB_TYPE_VARIANT,
-         [](auto) {
-             return PlainCell{Kind::variant, 0, {}};
-         }},
-    };
-    if (const auto getter = kGetters.find(type); getter != kGetters.end()) {
-        return getter->second(value);
-    }
-    return {Kind::text, 0, TextOf(value).value_or("")};
+    const auto getter = kGetters.find(duckdb_get_type_id(duckdb_get_value_type(value)));
+    return Describe(getter != kGetters.end() ? getter->second(value).get()
+                                             : MakeStringValue(TextOf(value).value_or("")).get());
 }
 
-void ExpectSameCells(duckdb_data_chunk chunk, CellReader& reader) {
+void ExpectSameCells(duckdb_data_chunk chunk, Reader& reader) {
     reader.Bind(chunk);
     ASSERT_EQ(reader.get_RowCount(), duckdb_data_chunk_get_size(chunk));
-    ASSERT_EQ(reader.get_ColumnCount(), duckdb_data_chunk_get_column_count(chunk));
+    const idx_t column_count = duckdb_data_chunk_get_column_count(chunk);
     for (idx_t row = 0; row < reader.get_RowCount(); ++row) {
-        for (idx_t column = 0; column < reader.get_ColumnCount(); ++column) {
-            ASSERT_EQ(FastCell(reader, column, row), StockCell(chunk, column, row))
+        for (idx_t column = 0; column < column_count; ++column) {
+            ASSERT_EQ(reader.Describe(column, row), StockCell(chunk, column, row))
                 << "column " << column << " row " << row;
         }
     }
@@ -161,13 +90,40 @@ void ExpectSameCells(duckdb_data_chunk chunk, CellReader& reader) {
 idx_t ExpectSameRows(TestEngine& engine, const std::string& sql) {
     SCOPED_TRACE(sql);
     ResultHolder result = engine.Query(sql);
-    CellReader reader;
+    Reader reader;
     idx_t rows = 0;
     while (ChunkHolder chunk{duckdb_fetch_chunk(*result)}) {
         ExpectSameCells(chunk.get(), reader);
         rows += reader.get_RowCount();
     }
     return rows;
+}
+
+TEST(ValueText, IsEmptyForANullHandleAndForNull) {
+    EXPECT_EQ(ValueText(nullptr).get_View(), "");
+    EXPECT_EQ(ValueText(ValueHolder(duckdb_create_null_value()).get()).get_View(), "");
+}
+
+TEST(ValueText, ReturnsTheTextThatDuckDBShows) {
+    EXPECT_EQ(ValueText(ValueHolder(duckdb_create_date({19753})).get()).get_View(), "2024-01-31");
+    EXPECT_EQ(ValueText(ValueHolder(duckdb_create_int64(-5)).get()).get_View(), "-5");
+}
+
+TEST(ValueText, KeepsNulCharacters) {
+    const std::string text("a\0b", 3);
+    const ValueHolder value(duckdb_create_varchar_length(text.data(), text.size()));
+    EXPECT_EQ(ValueText(value.get()).get_View(), text);
+}
+
+TEST(ValueText, IsEmptyForNumbersThatTheirTypeDoesNotAllow) {
+    EXPECT_EQ(ValueText(ValueHolder(duckdb_create_time({-1})).get()).get_View(), "");
+    EXPECT_EQ(ValueText(ValueHolder(duckdb_create_time({INT64_MAX})).get()).get_View(), "");
+    EXPECT_EQ(ValueText(ValueHolder(duckdb_create_time_ns({INT64_MAX})).get()).get_View(), "");
+    EXPECT_EQ(ValueText(ValueHolder(duckdb_create_time({86'400'000'000})).get()).get_View(), "24:00:00");
+}
+
+TEST(ValueText, IsEmptyWhenDuckDBRefusesTheCast) {
+    EXPECT_EQ(ValueText(ValueHolder(duckdb_create_timestamp_s({INT64_MAX - 1})).get()).get_View(), "");
 }
 
 TEST(CellReader, EveryTypeReadsAsThroughDuckDBsOwnCalls) {
@@ -240,49 +196,42 @@ TEST(CellReader, EnumsOfEveryWidthReadAsTheirTexts) {
     }
 }
 
-TEST(CellReader, TextsAreReadWhereTheyLie) {
-    TestEngine engine;
-    ResultHolder result = engine.Query("SELECT repeat('long ', 100), 'short'");
-    ChunkHolder chunk(duckdb_fetch_chunk(*result));
-    CellReader reader;
-    reader.Bind(chunk.get());
-    for (idx_t column = 0; column < 2; ++column) {
-        auto* text = static_cast<duckdb_string_t*>(
-            duckdb_vector_get_data(duckdb_data_chunk_get_vector(chunk.get(), column)));
-        EXPECT_EQ(reader.Read(column, 0).bytes.data(), duckdb_string_t_data(text));
-    }
-}
-
 TEST(CellReader, ReadingOneCellAgainAndAgainHoldsNoGrowingMemory) {
     TestEngine engine;
     ResultHolder result = engine.Query("SELECT '2024-01-31 12:34:56.789012'::TIMESTAMP");
     ChunkHolder chunk(duckdb_fetch_chunk(*result));
-    CellReader reader;
+    Reader reader;
     reader.Bind(chunk.get());
     for (int i = 0; i < 100000; ++i) {
-        ASSERT_EQ(reader.Read(0, 0).bytes, "2024-01-31 12:34:56.789012");
+        ASSERT_EQ(reader.Describe(0, 0), "String 2024-01-31 12:34:56.789012");
     }
 }
 
 TEST(CellReader, OutsideTheChunkEveryCellIsNull) {
     TestEngine engine;
-    CellReader reader;
-    EXPECT_EQ(reader.Read(0, 0).kind, Kind::null);
-    EXPECT_FALSE(reader.TakeValue(0, 0));
+    Reader reader;
+    EXPECT_EQ(reader.Describe(0, 0), kNull);
     EXPECT_EQ(reader.get_RowCount(), 0U);
     ResultHolder result = engine.Query("SELECT 1");
     ChunkHolder chunk(duckdb_fetch_chunk(*result));
     reader.Bind(chunk.get());
-    EXPECT_EQ(reader.Read(0, 0).kind, Kind::int32);
-    EXPECT_TRUE(reader.TakeValue(0, 0));
-    EXPECT_EQ(reader.Read(0, 1).kind, Kind::null);
-    EXPECT_EQ(reader.Read(1, 0).kind, Kind::null);
-    EXPECT_EQ(reader.Read(std::numeric_limits<idx_t>::max(), 0).kind, Kind::null);
-    EXPECT_EQ(reader.Read(0, std::numeric_limits<idx_t>::max()).kind, Kind::null);
-    EXPECT_FALSE(reader.TakeValue(0, 1));
+    EXPECT_EQ(reader.Describe(0, 0), "Long 1");
+    EXPECT_EQ(reader.Describe(0, 1), kNull);
+    EXPECT_EQ(reader.Describe(1, 0), kNull);
+    EXPECT_EQ(reader.Describe(std::numeric_limits<idx_t>::max(), 0), kNull);
+    EXPECT_EQ(reader.Describe(0, std::numeric_limits<idx_t>::max()), kNull);
     reader.Bind(nullptr);
-    EXPECT_EQ(reader.get_ColumnCount(), 0U);
-    EXPECT_EQ(reader.Read(0, 0).kind, Kind::null);
+    EXPECT_EQ(reader.get_RowCount(), 0U);
+    EXPECT_EQ(reader.Describe(0, 0), kNull);
+}
+
+TEST(CellReader, HandsOverOneReference) {
+    TestEngine engine;
+    ResultHolder result = engine.Query("SELECT 1");
+    ChunkHolder chunk(duckdb_fetch_chunk(*result));
+    Reader reader;
+    reader.Bind(chunk.get());
+    EXPECT_EQ(reader.Read(0, 0)->get_RefsCount(), 1U);
 }
 
 /** A chunk of one column, flat, with room for 2048 rows. */
@@ -306,17 +255,15 @@ class OneColumn {
     ChunkHolder chunk_;
 };
 
-std::vector<PlainCell> ReadAll(const OneColumn& column) {
-    CellReader reader;
+std::vector<std::string> ReadAll(const OneColumn& column) {
+    Reader reader;
     ExpectSameCells(column.get(), reader);
-    std::vector<PlainCell> cells;
+    std::vector<std::string> cells;
     for (idx_t row = 0; row < reader.get_RowCount(); ++row) {
-        cells.push_back(FastCell(reader, 0, row));
+        cells.push_back(reader.Describe(0, row));
     }
     return cells;
 }
-
-const PlainCell kEmptyText{Kind::text, 0, ""};
 
 TEST(CellReader, DictionaryAndConstantColumnsReadLikeFlatOnes) {
     OneColumn column = OneColumn::OfType(DUCKDB_TYPE_INTEGER, 4);
@@ -327,16 +274,16 @@ TEST(CellReader, DictionaryAndConstantColumnsReadLikeFlatOnes) {
     duckdb_slice_vector(column.get_Vector(), selection, 4);
     duckdb_destroy_selection_vector(selection);
     const auto cells = ReadAll(column);
-    EXPECT_EQ(cells[0], (PlainCell{Kind::int32, 40, ""}));
-    EXPECT_EQ(cells[1], (PlainCell{Kind::int32, 10, ""}));
-    EXPECT_EQ(cells[2], (PlainCell{Kind::int32, 40, ""}));
-    EXPECT_EQ(cells[3], (PlainCell{Kind::int32, 20, ""}));
+    EXPECT_EQ(cells[0], "Long 40");
+    EXPECT_EQ(cells[1], "Long 10");
+    EXPECT_EQ(cells[2], "Long 40");
+    EXPECT_EQ(cells[3], "Long 20");
 
     OneColumn constant = OneColumn::OfType(DUCKDB_TYPE_VARCHAR, 3);
     ValueHolder value(duckdb_create_varchar("the same in every row"));
     duckdb_vector_reference_value(constant.get_Vector(), value.get());
     for (const auto& cell : ReadAll(constant)) {
-        EXPECT_EQ(cell, (PlainCell{Kind::text, 0, "the same in every row"}));
+        EXPECT_EQ(cell, "String the same in every row");
     }
 }
 
@@ -345,15 +292,15 @@ TEST(CellReader, TimesOutsideTheDayAreEmptyTexts) {
     OneColumn time = OneColumn::OfType(DUCKDB_TYPE_TIME, 4);
     time.Set<int64_t>({-1, std::numeric_limits<int64_t>::max(), kDay, kDay + 1});
     EXPECT_EQ(ReadAll(time),
-              (std::vector<PlainCell>{kEmptyText, kEmptyText, {Kind::text, 0, "24:00:00"}, kEmptyText}));
+              (std::vector<std::string>{kEmptyText, kEmptyText, "String 24:00:00", kEmptyText}));
 
     OneColumn nanos = OneColumn::OfType(DUCKDB_TYPE_TIME_NS, 3);
     nanos.Set<int64_t>({-1, std::numeric_limits<int64_t>::max(), kDay * 1000 + 1});
-    EXPECT_EQ(ReadAll(nanos), std::vector<PlainCell>(3, kEmptyText));
+    EXPECT_EQ(ReadAll(nanos), std::vector<std::string>(3, kEmptyText));
 
     OneColumn zoned = OneColumn::OfType(DUCKDB_TYPE_TIME_TZ, 3);
     zoned.Set<uint64_t>({~uint64_t{0}, 0x00FFFFFF, uint64_t{kDay + 1} << 24});
-    EXPECT_EQ(ReadAll(zoned), std::vector<PlainCell>(3, kEmptyText));
+    EXPECT_EQ(ReadAll(zoned), std::vector<std::string>(3, kEmptyText));
 }
 
 TEST(CellReader, DecimalsWithTooManyDigitsAreEmptyTexts) {
@@ -361,16 +308,16 @@ TEST(CellReader, DecimalsWithTooManyDigitsAreEmptyTexts) {
     OneColumn column(narrow.get(), 4);
     column.Set<int16_t>({999, 1000, -1000, -999});
     const auto cells = ReadAll(column);
-    EXPECT_EQ(cells[0], (PlainCell{Kind::real64, std::bit_cast<uint64_t>(99.9), ""}));
+    EXPECT_EQ(cells[0], Describe(MakeHostValue<nbx::CreateValueDouble>(99.9).get()));
     EXPECT_EQ(cells[1], kEmptyText);
     EXPECT_EQ(cells[2], kEmptyText);
-    EXPECT_EQ(cells[3], (PlainCell{Kind::real64, std::bit_cast<uint64_t>(-99.9), ""}));
+    EXPECT_EQ(cells[3], Describe(MakeHostValue<nbx::CreateValueDouble>(-99.9).get()));
 
     LogicalTypeHolder wide(duckdb_create_decimal_type(38, 0));
     OneColumn wide_column(wide.get(), 2);
     wide_column.Set<duckdb_hugeint>(
         {{0, std::numeric_limits<int64_t>::min()}, {~uint64_t{0}, std::numeric_limits<int64_t>::max()}});
-    EXPECT_EQ(ReadAll(wide_column), std::vector<PlainCell>(2, kEmptyText));
+    EXPECT_EQ(ReadAll(wide_column), std::vector<std::string>(2, kEmptyText));
 }
 
 TEST(CellReader, TimestampsThatHaveNoTextAreEmptyTexts) {
@@ -380,9 +327,9 @@ TEST(CellReader, TimestampsThatHaveNoTextAreEmptyTexts) {
         OneColumn column = OneColumn::OfType(type, 5);
         column.Set<int64_t>({-kLargest - 1, -kLargest, kLargest, kLargest - 1, 0});
         const auto cells = ReadAll(column);
-        EXPECT_EQ(cells[1].bytes, "-infinity");
-        EXPECT_EQ(cells[2].bytes, "infinity");
-        EXPECT_EQ(cells[4].bytes.substr(0, 19), "1970-01-01 00:00:00");
+        EXPECT_EQ(cells[1], "String -infinity");
+        EXPECT_EQ(cells[2], "String infinity");
+        EXPECT_EQ(cells[4].substr(0, 26), "String 1970-01-01 00:00:00");
     }
 }
 
@@ -395,9 +342,8 @@ TEST(CellReader, ANestedRowWithoutATextLeavesTheOthersTheirs) {
     numbers[0] = 0;
     numbers[1] = std::numeric_limits<int64_t>::max() - 1;
     numbers[2] = 86400;
-    EXPECT_EQ(ReadAll(column), (std::vector<PlainCell>{{Kind::text, 0, "[1970-01-01 00:00:00]"},
-                                                       kEmptyText,
-                                                       {Kind::text, 0, "[1970-01-02 00:00:00]"}}));
+    EXPECT_EQ(ReadAll(column), (std::vector<std::string>{"String [1970-01-01 00:00:00]", kEmptyText,
+                                                         "String [1970-01-02 00:00:00]"}));
 }
 
 TEST(CellReader, EveryDateHasItsText) {
@@ -405,11 +351,11 @@ TEST(CellReader, EveryDateHasItsText) {
     constexpr int32_t kLargest = std::numeric_limits<int32_t>::max();
     column.Set<int32_t>({-kLargest - 1, -kLargest, kLargest, kLargest - 1, -1});
     const auto cells = ReadAll(column);
-    EXPECT_EQ(cells[2].bytes, "infinity");
-    EXPECT_EQ(cells[4].bytes, "1969-12-31");
+    EXPECT_EQ(cells[2], "String infinity");
+    EXPECT_EQ(cells[4], "String 1969-12-31");
 }
 
-TEST(CellReader, TextThatIsNotUtf8IsReadUnchanged) {
+TEST(CellReader, ReplacesInvalidUtf8WithTheReplacementCharacter) {
     OneColumn column = OneColumn::OfType(DUCKDB_TYPE_VARCHAR, 2);
     const std::string texts[] = {"a\xFF\xC3", std::string(40, '\x80')};
     duckdb_vector_assign_string_element_len(column.get_Vector(), 0, "x", 1);
@@ -424,8 +370,12 @@ TEST(CellReader, TextThatIsNotUtf8IsReadUnchanged) {
         }
     }
     const auto read = ReadAll(column);
-    EXPECT_EQ(read[0].bytes, texts[0]);
-    EXPECT_EQ(read[1].bytes, texts[1]);
+    EXPECT_EQ(read[0], "String a\uFFFD\uFFFD");
+    std::string replaced;
+    for (int i = 0; i < 40; ++i) {
+        replaced += "\uFFFD";
+    }
+    EXPECT_EQ(read[1], "String " + replaced);
 }
 
 }  // namespace

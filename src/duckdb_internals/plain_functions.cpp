@@ -12,7 +12,7 @@
 #include <duckdb/main/capi/capi_internal.hpp>
 #include <string_view>
 
-#include "base/json_depth.h"
+#include "base/json_text.h"
 #include "duckdb_internals/value_guard.h"
 
 namespace {

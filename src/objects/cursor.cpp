@@ -2,9 +2,10 @@
 
 #include <utility>
 
+#include "duckdb_internals/cell_reader.h"
 #include "objects/duckdb_cursor_client.h"
 #include "objects/duckdb_cursor_imp.h"
-#include "values/cell_conversion.h"
+#include "values/variant.h"
 
 namespace mduckdb {
 namespace {
@@ -38,7 +39,7 @@ class DuckDBCursor_server final : public DuckDBCursor_imp {
     ChunkHolder chunk_;
     uint64_t row_in_chunk_ = 0;
     /** Bound to the chunk. */
-    CellConverter cells_;
+    CellReader cells_{ConvertVariant};
 };
 
 void DuckDBCursor_server::Refuse(const char* message) const {
@@ -102,7 +103,7 @@ nbx::smart_ptr<nbx::I_Value> DuckDBCursor_server::get_Value(uint32_t column_inde
     if (row_in_chunk_ >= cells_.get_RowCount()) {
         ThrowError("Current position is out of bounds");
     }
-    return cells_.Convert(column_index, row_in_chunk_);
+    return cells_.Read(column_index, row_in_chunk_);
 }
 
 }  // namespace

@@ -5,7 +5,8 @@
 #include <limits>
 
 #include "base/errors.h"
-#include "values/cell_conversion.h"
+#include "duckdb_internals/cell_reader.h"
+#include "values/variant.h"
 
 namespace mduckdb {
 namespace {
@@ -56,7 +57,7 @@ DuckDBCursor_client::DuckDBCursor_client(SharedLink link, ResultHolder result)
 void DuckDBCursor_client::ReadRows() {
     BorrowedResult result(*this);
     ReserveRows(*result.get());
-    CellConverter cells;
+    CellReader cells(ConvertVariant);
     while (const ChunkHolder chunk = FetchChunk(result.get())) {
         cells.Bind(chunk.get());
         RequireNumberable(row_count_ + cells.get_RowCount());
@@ -73,12 +74,12 @@ void DuckDBCursor_client::ReserveRows(duckdb_result result) {
     AdviseHugePages(values_.data(), values_.capacity() * sizeof(values_[0]));
 }
 
-void DuckDBCursor_client::AppendRows(CellConverter& cells) {
+void DuckDBCursor_client::AppendRows(CellReader& cells) {
     const uint32_t column_count = get_ColumnCount();
     const idx_t row_count = cells.get_RowCount();
     for (idx_t row = 0; row < row_count; ++row) {
         for (uint32_t column = 0; column < column_count; ++column) {
-            values_.push_back(cells.Convert(column, row));
+            values_.push_back(cells.Read(column, row));
         }
     }
     row_count_ += static_cast<uint32_t>(row_count);

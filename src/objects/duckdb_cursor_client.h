@@ -7,7 +7,7 @@
 
 namespace mduckdb {
 
-class CellConverter;
+class CellReader;
 
 /** Keeps all rows of a result as host values, read at construction, and moves freely among them.
 
@@ -36,7 +36,7 @@ class DuckDBCursor_client final : public DuckDBCursor_imp {
 
     void ReadRows();
     void ReserveRows(duckdb_result result);
-    void AppendRows(CellConverter& cells);
+    void AppendRows(CellReader& cells);
     /** Records are numbered in 32 bits: throws when there are more rows. */
     void RequireNumberable(uint64_t row_count) const;
 

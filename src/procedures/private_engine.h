@@ -26,7 +26,8 @@ class PrivateEngine {
 
     /** Runs the text to the end; throws with DuckDB's text when it fails. */
     ResultHolder Query(const std::string& sql);
-    duckdb_connection get_Connection() const noexcept { return connection_; }
+    /** Whether it worked; the result holds the rows or DuckDB's error. */
+    bool TryQuery(const std::string& sql, ResultHolder& result);
 
   private:
     PrivateEngine() = default;

@@ -8,8 +8,7 @@
 #include "base/errors.h"
 #include "base/text.h"
 #include "duckdb_internals/value_guard.h"
-#include "values/duckdb_values.h"
-#include "values/value_envelope.h"
+#include "values/variant.h"
 
 namespace mduckdb {
 

@@ -7,7 +7,7 @@
 #include "cursor_fixture.h"
 #include "support/sample_values.h"
 #include "support/test_engine.h"
-#include "values/variant_type_names.h"
+#include "values/variant.h"
 
 namespace mduckdb {
 namespace {

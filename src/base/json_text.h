@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <string>
 #include <string_view>
 
 namespace mduckdb {
@@ -16,5 +17,11 @@ bool NestsDeeperThan(std::string_view json, std::size_t limit) noexcept;
 
 /** Whether the text is the JSON literal null, with JSON's blanks around it. */
 bool IsJsonNull(std::string_view json) noexcept;
+
+/** UTF-8 text made fit to stand between the quotes of a JSON string, in pure ASCII.
+
+    Bytes of 0x80 and above are escaped one by one and not as characters: a JSON reader sees a character
+    for each byte, and a reader that wants the text back joins their codes to UTF-8 again. */
+std::string JsonEscape(std::string_view text);
 
 }  // namespace mduckdb

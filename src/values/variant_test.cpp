@@ -1,11 +1,11 @@
-#include "values/variant_conversion.h"
+#include "values/variant.h"
 
 #include <gtest/gtest.h>
 
-#include "base/holders.h"
+#include "base/text.h"
+#include "support/sample_values.h"
 #include "support/test_engine.h"
 #include "support/value_description.h"
-#include "values/value_conversion.h"
 
 namespace mduckdb {
 namespace {
@@ -18,7 +18,7 @@ class ConvertVariantTest : public testing::Test {
   protected:
     std::string Convert(const std::string& expression) {
         const ValueHolder value = engine_.QueryValue("SELECT (" + expression + ")::VARIANT");
-        return Describe(ConvertCellValue(value.get(), DUCKDB_TYPE_VARIANT).get());
+        return Describe(ConvertVariant(value.get()).get());
     }
 
     TestEngine engine_;
@@ -26,6 +26,7 @@ class ConvertVariantTest : public testing::Test {
 
 TEST_F(ConvertVariantTest, TurnsNULLIntoANullBoolean) {
     EXPECT_EQ(Convert("NULL"), "Boolean NULL?");
+    EXPECT_EQ(Describe(ConvertVariant(nullptr).get()), "Boolean NULL?");
     EXPECT_EQ(Describe(ConvertVariantValue(nullptr, 5).get()), "Boolean NULL?");
     const ValueHolder null(duckdb_create_null_value());
     EXPECT_EQ(Describe(ConvertVariantValue(null.get(), 1).get()), "Boolean NULL?");
@@ -120,6 +121,47 @@ TEST_F(ConvertVariantTest, PutsEveryOtherKindIntoAnEnvelopeWithTheTextOfDuckDB) 
 TEST_F(ConvertVariantTest, PutsUnknownKindsIntoAnEnvelopeWithoutAName) {
     const ValueHolder value(duckdb_create_int32(1));
     EXPECT_EQ(Describe(ConvertVariantValue(value.get(), 34).get()), Envelope("UNKNOWN", "1"));
+}
+
+TEST(VariantTypeName, IsTheNameThatDuckDBGivesTheKind) {
+    ASSERT_EQ(get_VariantKindNames().size(), kVariantTypeCount);
+    for (uint32_t code = 0; code < kVariantTypeCount; ++code) {
+        EXPECT_EQ(VariantTypeName(code), get_VariantKindNames()[code]);
+    }
+}
+
+TEST(VariantTypeName, IsUNKNOWNBeyondTheLastKind) {
+    EXPECT_EQ(VariantTypeName(34), "UNKNOWN");
+    EXPECT_EQ(VariantTypeName(1000), "UNKNOWN");
+    EXPECT_EQ(VariantTypeName(UINT32_MAX), "UNKNOWN");
+}
+
+std::string EnvelopeText(std::string_view type_name, std::string_view value_text) {
+    const auto value = MakeVariantEnvelope(type_name, value_text);
+    EXPECT_EQ(value->get_TypeCode(), static_cast<uint32_t>(nbx::ValueType::JSON));
+    EXPECT_FALSE(value->get_IsNullable());
+    EXPECT_FALSE(value->get_IsNull());
+    EXPECT_EQ(value->get_RefsCount(), 1U);
+    return ToUtf8(value->get_Text());
+}
+
+TEST(VariantEnvelope, HoldsTheMarkerTheKindAndTheTextInThisOrder) {
+    EXPECT_EQ(EnvelopeText("DECIMAL", "12.50"),
+              R"({"duckdb_variant":true,"variant_type":"DECIMAL","value":"12.50"})");
+}
+
+TEST(VariantEnvelope, HasAnEmptyValueForAnEmptyText) {
+    EXPECT_EQ(EnvelopeText("DECIMAL", ""), R"({"duckdb_variant":true,"variant_type":"DECIMAL","value":""})");
+}
+
+TEST(VariantEnvelope, EscapesTheNameAndTheText) {
+    EXPECT_EQ(EnvelopeText("A\"B", "x\"\\\t\x01\xC3\xA9"),
+              R"({"duckdb_variant":true,"variant_type":"A\"B","value":"x\"\\\t\u0001\u00c3\u00a9"})");
+}
+
+TEST(VariantEnvelope, CarriesAnArrayAsATextAndNotAsJSON) {
+    EXPECT_EQ(EnvelopeText("ARRAY", R"([1, "x"])"),
+              R"({"duckdb_variant":true,"variant_type":"ARRAY","value":"[1, \"x\"]"})");
 }
 
 }  // namespace
