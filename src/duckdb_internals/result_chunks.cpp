@@ -5,6 +5,7 @@
 #include <duckdb/common/types/column/column_data_collection_segment.hpp>
 #include <duckdb/main/capi/capi_internal.hpp>
 #include <duckdb/main/materialized_query_result.hpp>
+#include <optional>
 #include <stdexcept>
 #include <vector>
 
@@ -34,6 +35,13 @@ struct ResultChunks::State {
     /** Keeps the memory of the loaded chunk in place. */
     duckdb::ColumnDataScanState scan;
     duckdb::DataChunk loaded;
+    duckdb::ColumnDataCollectionSegment* loaded_segment = nullptr;
+    std::optional<ColumnCasts> casts;
+
+    duckdb_vector GetVector(idx_t column) {
+        duckdb::Vector* cast = casts ? casts->get_Column(column) : nullptr;
+        return reinterpret_cast<duckdb_vector>(cast != nullptr ? cast : &loaded.data[column]);
+    }
 };
 
 ResultChunks::ResultChunks(const duckdb_result& result) : state_(std::make_unique<State>()) {
@@ -52,6 +60,10 @@ ResultChunks::ResultChunks(const duckdb_result& result) : state_(std::make_uniqu
         }
     }
     state_->first_rows.push_back(first_row);
+}
+
+ResultChunks::ResultChunks(const duckdb_result& result, ColumnCasts casts) : ResultChunks(result) {
+    state_->casts.emplace(std::move(casts));
 }
 
 ResultChunks::ResultChunks(ResultChunks&&) noexcept = default;
@@ -73,16 +85,28 @@ idx_t ResultChunks::FindRow(idx_t row) const noexcept {
 
 void ResultChunks::Load(idx_t chunk) {
     const State::Place& place = state_->places[chunk];
-    place.segment->ReadChunk(place.chunk, state_->scan.current_chunk_state, state_->loaded,
-                             state_->scan.column_ids);
+    try {
+        if (state_->loaded_segment != place.segment) {
+            // The pins are found by a number of the block that each segment counts for itself.
+            state_->scan.current_chunk_state.handles.clear();
+            state_->loaded_segment = place.segment;
+        }
+        place.segment->ReadChunk(place.chunk, state_->scan.current_chunk_state, state_->loaded,
+                                 state_->scan.column_ids);
+        if (state_->casts) {
+            state_->casts->Apply(state_->loaded);
+        }
+    } catch (const std::exception& error) {
+        throw std::runtime_error(duckdb::ErrorData(error).Message());
+    }
 }
 
 const void* ResultChunks::get_Data(idx_t column) const noexcept {
-    return duckdb_vector_get_data(reinterpret_cast<duckdb_vector>(&state_->loaded.data[column]));
+    return duckdb_vector_get_data(state_->GetVector(column));
 }
 
 const uint64_t* ResultChunks::get_Validity(idx_t column) const noexcept {
-    return duckdb_vector_get_validity(reinterpret_cast<duckdb_vector>(&state_->loaded.data[column]));
+    return duckdb_vector_get_validity(state_->GetVector(column));
 }
 
 }  // namespace mduckdb

@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <memory>
 
+#include "duckdb_internals/column_casts.h"
+
 namespace mduckdb {
 
 /** Reads the chunks of a computed result in any order, where DuckDB keeps them: `duckdb_result_get_chunk`
@@ -15,6 +17,8 @@ class ResultChunks {
     /** Over a result that stays the caller's and must live, undestroyed, as long as this. Throws
         `std::runtime_error` when the result has no computed rows (a failed one, a streamed one). */
     explicit ResultChunks(const duckdb_result& result);
+    /** The same, with the cells of some columns cast when their chunk is loaded. */
+    ResultChunks(const duckdb_result& result, ColumnCasts casts);
     ResultChunks(ResultChunks&&) noexcept;
     ResultChunks& operator=(ResultChunks&&) noexcept;
     ~ResultChunks();
@@ -25,7 +29,8 @@ class ResultChunks {
     /** The chunk that holds the row, which must be one of the result. */
     idx_t FindRow(idx_t row) const noexcept;
 
-    /** Puts the chunk in the place of the loaded one. Throws what DuckDB throws, and then none is loaded. */
+    /** Puts the chunk in the place of the loaded one. Throws `std::runtime_error` with DuckDB's text, for
+        instance when spilled rows cannot be read back, and then none is loaded. */
     void Load(idx_t chunk);
     /** The column's cells in the loaded chunk, as `duckdb_vector_get_data` and `duckdb_vector_get_validity`
         give them, until the next `Load`. */

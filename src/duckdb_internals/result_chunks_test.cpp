@@ -87,6 +87,27 @@ TEST_F(ResultChunksTest, ReadsWhatDuckDBHasMovedToDisk) {
     }
 }
 
+TEST_F(ResultChunksTest, GiveCastColumnsAsDuckDBCastsThemAndNullWhereItCannot) {
+    const ResultHolder rows = engine_.Query(
+        "SELECT i::DECIMAL(18,3) AS d, [i] AS l, i, CASE WHEN i = 3000 THEN 'x' ELSE i::VARCHAR END AS t "
+        "FROM range(5000) r(i)");
+    ResultChunks chunks(*rows, ColumnCasts(engine_.get(), {DUCKDB_TYPE_DOUBLE, DUCKDB_TYPE_VARCHAR,
+                                                           DUCKDB_TYPE_INVALID, DUCKDB_TYPE_INTEGER}));
+    for (const idx_t row : {idx_t{4999}, idx_t{3000}, idx_t{0}}) {
+        const idx_t chunk = chunks.FindRow(row);
+        chunks.Load(chunk);
+        const idx_t at = row - chunks.get_FirstRow(chunk);
+        EXPECT_EQ(static_cast<const double*>(chunks.get_Data(0))[at], static_cast<double>(row));
+        EXPECT_EQ(TextAt(chunks.get_Data(1), at), "[" + std::to_string(row) + "]");
+        EXPECT_EQ(static_cast<const int64_t*>(chunks.get_Data(2))[at], static_cast<int64_t>(row));
+        const bool is_valid = duckdb_validity_row_is_valid(const_cast<uint64_t*>(chunks.get_Validity(3)), at);
+        EXPECT_EQ(is_valid, row != 3000);
+        if (is_valid) {
+            EXPECT_EQ(static_cast<const int32_t*>(chunks.get_Data(3))[at], static_cast<int32_t>(row));
+        }
+    }
+}
+
 TEST_F(ResultChunksTest, AreEmptyForAResultWithoutRows) {
     const ResultHolder empty = engine_.Query("SELECT 1 AS n, 'x' AS t WHERE false");
     const ResultChunks chunks(*empty);

@@ -37,7 +37,7 @@ mirona_cursor FetchDuckDB::Run(mirona_call call, const Arguments& arguments) {
     }
     const std::string base_query = "SELECT * FROM " + QuoteQualifiedName(Trim(name));
     const std::string limit = arguments.Limit(2);
-    return RunQuery(call, PrivateEngine::OpenFile(uri), base_query, limit);
+    return RunQuery(call, kName, PrivateEngine::OpenFile(uri), base_query, limit);
 }
 
 }  // namespace mduckdb

@@ -6,7 +6,7 @@ namespace mduckdb {
 
 mirona_cursor ParquetMetadata::Run(mirona_call call, const Arguments& arguments) {
     const std::string uri = arguments.RequiredText(0, kName);
-    return RunQuery(call, PrivateEngine::OpenInMemory(),
+    return RunQuery(call, kName, PrivateEngine::OpenInMemory(),
                     "SELECT * FROM parquet_metadata(" + QuoteLiteral(uri) + ")", {});
 }
 

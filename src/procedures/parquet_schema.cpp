@@ -39,8 +39,10 @@ void AppendRow(std::vector<mirona_value>& values, mirona_call call, duckdb_resul
 
 mirona_cursor ParquetSchema::Run(mirona_call call, const Arguments& arguments) {
     const std::string uri = arguments.RequiredText(0, kName);
+    const std::string sql = "SELECT * FROM " + ReadParquetCall(uri) + " LIMIT 0";
+    RequireNoNul(kName, sql);
     PrivateEngine engine = PrivateEngine::OpenInMemory();
-    ResultHolder result = engine.Query("SELECT * FROM " + ReadParquetCall(uri) + " LIMIT 0");
+    ResultHolder result = engine.Query(sql);
     const idx_t rows = duckdb_column_count(result.get());
     std::vector<mirona_value> values;
     values.reserve(rows * kColumns.size());  // nothing may throw between a value and the cursor that takes it

@@ -112,13 +112,9 @@ void PrivateEngine::Connect(const char* failure_text) {
     }
 }
 
-bool PrivateEngine::TryQuery(const std::string& sql, ResultHolder& result) {
-    return duckdb_query(connection_, sql.c_str(), result.Receive()) == DuckDBSuccess;
-}
-
 ResultHolder PrivateEngine::Query(const std::string& sql) {
     ResultHolder result;
-    if (!TryQuery(sql, result)) {
+    if (duckdb_query(connection_, sql.c_str(), result.Receive()) != DuckDBSuccess) {
         throw QueryError(*result.get());
     }
     return result;

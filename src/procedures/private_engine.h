@@ -26,8 +26,7 @@ class PrivateEngine {
 
     /** Runs the text to the end; throws with DuckDB's text when it fails. */
     ResultHolder Query(const std::string& sql);
-    /** Whether it worked; the result holds the rows or DuckDB's error. */
-    bool TryQuery(const std::string& sql, ResultHolder& result);
+    duckdb_connection get_Connection() const noexcept { return connection_; }
 
   private:
     PrivateEngine() = default;

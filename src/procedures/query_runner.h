@@ -10,13 +10,13 @@ namespace mduckdb {
 /** The column's name as the host gets it: DuckDB's, or Column and the position from 1 when there is none. */
 std::string ColumnName(const char* duckdb_name, idx_t column);
 
-/** The text that fetches the rows of a base query with these select items. */
-std::string FinalQuery(const std::string& select_list, const std::string& base_query,
-                       const std::string& limit);
+/** Throws std::invalid_argument when the text holds a NUL character, at which DuckDB would cut it. */
+void RequireNoNul(const char* procedure_name, const std::string& sql);
 
-/** Runs the base query and gives the host a cursor over its rows, which owns the engine from then on.
-    `limit` is a number of rows in decimal digits, or empty. Failures are thrown with everything undone. */
-mirona_cursor RunQuery(mirona_call call, PrivateEngine engine, const std::string& base_query,
-                       const std::string& limit);
+/** Runs the base query, which holds text of the procedure's arguments, and gives the host a cursor over its
+    rows, which owns the engine from then on. `limit` is a number of rows in decimal digits, or empty.
+   Failures are thrown with everything undone; a base query that is not one SELECT is one. */
+mirona_cursor RunQuery(mirona_call call, const char* procedure_name, PrivateEngine engine,
+                       const std::string& base_query, const std::string& limit);
 
 }  // namespace mduckdb

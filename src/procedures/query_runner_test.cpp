@@ -18,15 +18,9 @@ TEST(ColumnName, IsThePositionFromOneWhenDuckDBHasNone) {
     EXPECT_EQ("", ColumnName("", 1));
 }
 
-TEST(FinalQuery, WrapsTheBaseQueryAndAddsALimitWhenThereIsOne) {
-    EXPECT_EQ("SELECT \"a\", \"b\" FROM (SELECT 1) AS parquet_source",
-              FinalQuery("\"a\", \"b\"", "SELECT 1", ""));
-    EXPECT_EQ("SELECT \"a\" FROM (SELECT 1) AS parquet_source LIMIT 0", FinalQuery("\"a\"", "SELECT 1", "0"));
-}
-
 TEST(RunQuery, ReturnsACursorWithTheColumnsOfTheQuery) {
     FakeHost host;
-    RunQuery(host.get_Call(), PrivateEngine::OpenInMemory(),
+    RunQuery(host.get_Call(), "p", PrivateEngine::OpenInMemory(),
              "SELECT 1::DECIMAL(4,1) AS d, 'x' AS t, true AS b", "");
     ASSERT_TRUE(host.has_cursor);
     ASSERT_EQ(3u, host.cursor.column_count);
@@ -39,7 +33,7 @@ TEST(RunQuery, ReturnsACursorWithTheColumnsOfTheQuery) {
 
 TEST(RunQuery, DeliversACountOfMoreThan32Bits) {
     FakeHost host;
-    RunQuery(host.get_Call(), PrivateEngine::OpenInMemory(), "SELECT 6000000000::BIGINT AS count", "");
+    RunQuery(host.get_Call(), "p", PrivateEngine::OpenInMemory(), "SELECT 6000000000::BIGINT AS count", "");
     ASSERT_TRUE(host.has_cursor);
     ASSERT_EQ(MIRONA_ROW_OK, host.cursor.next_row(host.cursor.state));
     EXPECT_EQ("6000000000", host.Cell(0));
@@ -49,7 +43,7 @@ TEST(RunQuery, ThrowsDuckDBsTextOfTheProbeOrOfTheRun) {
     FakeHost host;
     const auto error_of = [&](const char* query) -> std::string {
         try {
-            RunQuery(host.get_Call(), PrivateEngine::OpenInMemory(), query, "");
+            RunQuery(host.get_Call(), "p", PrivateEngine::OpenInMemory(), query, "");
             return "nothing was thrown";
         } catch (const std::runtime_error& error) {
             return error.what();
@@ -63,7 +57,7 @@ TEST(RunQuery, ThrowsDuckDBsTextOfTheProbeOrOfTheRun) {
 
 TEST(RunQuery, KeepsColumnsOfTheSameNameApart) {
     FakeHost host;
-    RunQuery(host.get_Call(), PrivateEngine::OpenInMemory(), "SELECT 1 AS a, 2 AS a", "");
+    RunQuery(host.get_Call(), "p", PrivateEngine::OpenInMemory(), "SELECT 1 AS a, 2 AS a", "");
     ASSERT_TRUE(host.has_cursor);
     ASSERT_EQ(MIRONA_ROW_OK, host.cursor.next_row(host.cursor.state));
     EXPECT_EQ("1", host.Cell(0));

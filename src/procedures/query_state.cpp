@@ -1,5 +1,6 @@
 #include "procedures/query_state.h"
 
+#include <cstring>
 #include <utility>
 
 #include "procedures/procedures.h"
@@ -31,6 +32,25 @@ std::uint64_t GetCursorRowCount(void* state) noexcept {
     return StateOf(state).get_RowCount();
 }
 
+/** The callbacks have no call to report to: the host gets it under its own handle. */
+void ReportLostRow(const char* text) noexcept {
+    GetApi().report_error(GetHost(), text, std::strlen(text));
+}
+
+std::vector<duckdb_type> CastTargets(const std::vector<ColumnRecord>& columns) {
+    std::vector<duckdb_type> targets;
+    targets.reserve(columns.size());
+    for (const ColumnRecord& column : columns) {
+        targets.push_back(column.is_cast ? static_cast<duckdb_type>(column.normalised_type)
+                                         : DUCKDB_TYPE_INVALID);
+    }
+    return targets;
+}
+
+CellStorage StorageOf(const ColumnRecord& column, duckdb_result& result, idx_t index) {
+    return column.is_cast ? GetCellStorage(column.normalised_type) : GetColumnStorage(result, index);
+}
+
 }  // namespace
 
 QueryState::QueryState(PrivateEngine engine, std::vector<ColumnRecord> columns, ResultHolder result)
@@ -38,10 +58,10 @@ QueryState::QueryState(PrivateEngine engine, std::vector<ColumnRecord> columns, 
       result_(std::move(result)),
       columns_(std::move(columns)),
       row_count_(duckdb_row_count(result_.get())),
-      chunks_(*result_),
+      chunks_(*result_, ColumnCasts(engine_.get_Connection(), CastTargets(columns_))),
       api_(&GetApi()) {
     for (const ColumnRecord& column : columns_) {
-        const CellStorage storage = GetColumnStorage(*result_.get(), loaded_.size());
+        const CellStorage storage = StorageOf(column, *result_.get(), loaded_.size());
         loaded_.push_back({ChooseCellReader(column.normalised_type, storage), nullptr, nullptr});
         host_columns_.push_back({column.name.data(), column.name.size(),
                                  static_cast<std::uint32_t>(column.normalised_type),
@@ -101,7 +121,11 @@ bool QueryState::LoadChunkOf(idx_t row) noexcept {
         }
         chunk_begin_ = chunks_.get_FirstRow(index);
         chunk_end_ = chunks_.get_FirstRow(index + 1);
-    } catch (...) {  // DuckDB out of memory: the callback has no way to say more than that there is no row
+    } catch (const std::exception& error) {
+        ReportLostRow(error.what());
+        return false;
+    } catch (...) {
+        ReportLostRow("Unexpected error while reading a row.");
         return false;
     }
     return true;

@@ -19,6 +19,8 @@ struct ColumnRecord {
     std::string name;
     std::int32_t normalised_type;
     std::int32_t host_type;
+    /** Whether the cells are cast to the normalised type before they are read. */
+    bool is_cast;
 };
 
 /** A finished result and the position of the host's cursor in it. Owned by the cursor once there is one; the
@@ -36,7 +38,8 @@ class QueryState {
 
     /** Null for NULL, for a column that is not there, and while the cursor stands on no row. */
     mirona_value GetValue(mirona_call call, std::int32_t column) const noexcept;
-    /** MIRONA_ROW_END, with the position as it was, for a row that is not there. */
+    /** MIRONA_ROW_END, with the position as it was, for a row that is not there or that DuckDB does not give;
+        why not is then reported to the host. */
     std::uint32_t GoToRow(std::int64_t row) noexcept;
     std::uint32_t NextRow() noexcept;
     std::uint64_t get_RowCount() const noexcept { return row_count_; }

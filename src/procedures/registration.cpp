@@ -9,6 +9,7 @@ namespace mduckdb {
 namespace {
 
 const mirona_extension_api* gApi = nullptr;
+mirona_host gHost = nullptr;
 
 template <class Procedure>
 constexpr mirona_procedure_def Define(std::uint32_t min_args, std::uint32_t max_args, const char* signature,
@@ -45,7 +46,12 @@ const mirona_extension_api& GetApi() noexcept {
     return *gApi;
 }
 
+mirona_host GetHost() noexcept {
+    return gHost;
+}
+
 void RegisterProcedures(mirona_host host) {
+    gHost = host;
     for (const mirona_procedure_def& procedure : kProcedures) {
         Register(host, procedure);
     }

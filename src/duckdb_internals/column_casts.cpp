@@ -1,0 +1,67 @@
+#include "duckdb_internals/column_casts.h"
+
+#include <duckdb/common/types/data_chunk.hpp>
+#include <duckdb/common/vector_operations/vector_operations.hpp>
+#include <duckdb/main/capi/capi_internal.hpp>
+#include <new>
+#include <string>
+
+namespace mduckdb {
+namespace {
+
+using duckdb::Vector;
+
+/** DuckDB throws for some values that their type does not allow, which says nothing about the other rows. */
+void CastRows(duckdb::ClientContext& context, Vector& source, Vector& target, idx_t count) {
+    std::string ignored;
+    for (idx_t row = 0; row < count; ++row) {
+        Vector one(source, row, row + 1);
+        Vector cast(target.GetType(), idx_t{1});
+        try {
+            duckdb::VectorOperations::TryCast(context, one, cast, 1, &ignored);
+        } catch (const std::bad_alloc&) {
+            throw;
+        } catch (const std::exception&) {
+            duckdb::FlatVector::SetNull(cast, 0, true);
+        }
+        duckdb::VectorOperations::Copy(cast, target, 1, 0, row);
+    }
+}
+
+std::unique_ptr<Vector> Cast(duckdb::ClientContext& context, Vector& source, duckdb_type type, idx_t count) {
+    const duckdb::LogicalType target_type(duckdb::LogicalTypeIdFromC(type));
+    auto target = std::make_unique<Vector>(target_type, count);
+    try {
+        std::string ignored;
+        duckdb::VectorOperations::TryCast(context, source, *target, count, &ignored);
+        target->Flatten(count);
+    } catch (const std::bad_alloc&) {
+        throw;
+    } catch (const std::exception&) {
+        target = std::make_unique<Vector>(target_type, count);
+        CastRows(context, source, *target, count);
+    }
+    return target;
+}
+
+}  // namespace
+
+ColumnCasts::ColumnCasts(duckdb_connection connection, const std::vector<duckdb_type>& targets)
+    : context_(reinterpret_cast<duckdb::Connection*>(connection)->context.get()),
+      targets_(targets),
+      columns_(targets.size()) {}
+
+ColumnCasts::ColumnCasts(ColumnCasts&&) noexcept = default;
+ColumnCasts& ColumnCasts::operator=(ColumnCasts&&) noexcept = default;
+ColumnCasts::~ColumnCasts() = default;
+
+void ColumnCasts::Apply(duckdb::DataChunk& chunk) {
+    for (idx_t i = 0; i < targets_.size(); ++i) {
+        if (targets_[i] != DUCKDB_TYPE_INVALID) {
+            columns_[i].reset();
+            columns_[i] = Cast(*context_, chunk.data[i], targets_[i], chunk.size());
+        }
+    }
+}
+
+}  // namespace mduckdb

@@ -1,0 +1,219 @@
+#include "duckdb_internals/one_select.h"
+
+#include <algorithm>
+#include <array>
+#include <duckdb/common/string_util.hpp>
+#include <duckdb/execution/operator/scan/physical_table_scan.hpp>
+#include <duckdb/execution/physical_plan_generator.hpp>
+#include <duckdb/main/capi/capi_internal.hpp>
+#include <duckdb/main/prepared_statement_data.hpp>
+#include <duckdb/parser/expression/function_expression.hpp>
+#include <duckdb/parser/expression/subquery_expression.hpp>
+#include <duckdb/parser/keyword_helper.hpp>
+#include <duckdb/parser/parsed_expression_iterator.hpp>
+#include <duckdb/parser/parser.hpp>
+#include <duckdb/parser/query_error_context.hpp>
+#include <duckdb/parser/query_node/select_node.hpp>
+#include <duckdb/parser/statement/select_statement.hpp>
+#include <duckdb/parser/tableref.hpp>
+#include <string_view>
+
+namespace mduckdb {
+namespace {
+
+using duckdb::ParsedExpression;
+using duckdb::ParsedExpressionIterator;
+using duckdb::QueryNode;
+using duckdb::SelectStatement;
+
+/** They change the engine, write files, or (the last one) run a text that only they see. */
+constexpr std::array<std::string_view, 10> kRefusedFunctions{
+    "disable_peg_parser",   "enable_peg_parser",
+    "checkpoint",           "disable_logging",
+    "disable_profiling",    "enable_logging",
+    "enable_profiling",     "force_checkpoint",
+    "truncate_duckdb_logs", "json_execute_serialized_sql",
+};
+
+[[noreturn]] void RefuseStatement() {
+    throw RefusedSelect("");
+}
+
+void RequireAllowedFunction(const std::string& name) {
+    if (IsRefusedFunction(name)) {
+        throw RefusedSelect(duckdb::StringUtil::Lower(name));
+    }
+}
+
+/** Goes through everything that a parsed query holds. */
+class ParsedQueryCheck {
+  public:
+    static void Check(QueryNode& node) {
+        ParsedExpressionIterator::EnumerateQueryNodeChildren(
+            node, [](duckdb::unique_ptr<ParsedExpression>& child) { Check(*child); }, CheckTable);
+    }
+
+  private:
+    static void Check(ParsedExpression& expression) {
+        if (expression.GetExpressionClass() == duckdb::ExpressionClass::FUNCTION) {
+            RequireAllowedFunction(expression.Cast<duckdb::FunctionExpression>().function_name);
+        }
+        if (expression.GetExpressionClass() == duckdb::ExpressionClass::SUBQUERY) {
+            Check(*expression.Cast<duckdb::SubqueryExpression>().subquery->node);
+        }
+        ParsedExpressionIterator::EnumerateChildren(expression,
+                                                    [](ParsedExpression& child) { Check(child); });
+    }
+
+    /** SHOW, DESCRIBE, SUMMARIZE and PIVOT are SELECTs in one version and statements in another. */
+    static void CheckTable(duckdb::TableRef& table) {
+        if (table.type == duckdb::TableReferenceType::SHOW_REF ||
+            table.type == duckdb::TableReferenceType::PIVOT) {
+            RefuseStatement();
+        }
+    }
+};
+
+/** What a view, a macro or `query()` put into the plan. */
+void CheckPlan(const duckdb::PhysicalOperator& plan) {
+    if (plan.type == duckdb::PhysicalOperatorType::TABLE_SCAN) {
+        RequireAllowedFunction(plan.Cast<duckdb::PhysicalTableScan>().function.name);
+    }
+    for (const auto& child : plan.GetChildren()) {
+        CheckPlan(child.get());
+    }
+}
+
+/** Throws DuckDB's error when the text cannot be parsed. */
+duckdb::unique_ptr<SelectStatement> ParseOneSelect(duckdb::ClientContext& context, const std::string& text) {
+    // The bare parser: the context's way runs what a PRAGMA stands for.
+    duckdb::Parser parser(context.GetParserOptions());
+    parser.ParseQuery(text);
+    if (parser.statements.size() != 1 ||
+        parser.statements[0]->type != duckdb::StatementType::SELECT_STATEMENT) {
+        RefuseStatement();
+    }
+    return duckdb::unique_ptr_cast<duckdb::SQLStatement, SelectStatement>(std::move(parser.statements[0]));
+}
+
+/** Puts the limit in the place of the text's own. The text is not changed instead, since DuckDB's errors
+    quote from it. */
+void PutLimit(SelectStatement& statement, const SelectText& text) {
+    auto& modifiers = statement.node->modifiers;
+    if (modifiers.size() != 1 || modifiers[0]->type != duckdb::ResultModifierType::LIMIT_MODIFIER) {
+        RefuseStatement();
+    }
+    if (text.limit.empty()) {
+        modifiers.clear();
+        return;
+    }
+    auto limit = std::move(duckdb::Parser::ParseExpressionList(text.limit).at(0));
+    limit->SetQueryLocation(text.whole.size() - 1);
+    modifiers[0]->Cast<duckdb::LimitModifier>().limit = std::move(limit);
+}
+
+duckdb::unique_ptr<SelectStatement> ParseText(duckdb::ClientContext& context, const SelectText& text) {
+    auto statement = ParseOneSelect(context, text.whole);
+    try {
+        // A base that closes the parenthesis around it is no SELECT by itself.
+        ParsedQueryCheck::Check(*ParseOneSelect(context, text.base)->node);
+    } catch (const duckdb::Exception&) {
+        RefuseStatement();
+    }
+    PutLimit(*statement, text);
+    return statement;
+}
+
+duckdb::unique_ptr<duckdb::QueryResult> Fail(const duckdb::ErrorData& error) {
+    return duckdb::make_uniq<duckdb::MaterializedQueryResult>(error);
+}
+
+/** The text by which the rows alone are asked for: the columns by their names, and the limit. */
+std::string RowsText(const SelectText& text, const std::vector<std::string>& names, idx_t& base_begin) {
+    std::string rows = "SELECT ";
+    for (const std::string& name : names) {
+        rows += rows.size() > 7 ? ", " : "";
+        rows += duckdb::KeywordHelper::WriteQuoted(name, '"');
+    }
+    rows += " FROM (";
+    base_begin = rows.size();
+    rows += text.whole.substr(text.base_begin, text.whole.rfind(" LIMIT ") - text.base_begin);
+    return text.limit.empty() ? rows : rows + " LIMIT " + text.limit;
+}
+
+/** An error of the running rows with a quotation from the text that asks for the rows alone. */
+duckdb::ErrorData QuoteRowsText(const duckdb::ErrorData& error, const SelectText& text,
+                                const std::vector<std::string>& names) {
+    const auto entry = error.ExtraInfo().find("position");
+    if (entry == error.ExtraInfo().end()) {
+        return error;
+    }
+    const idx_t position = std::stoull(entry->second);
+    if (position < text.base_begin) {
+        return error;
+    }
+    idx_t base_begin = 0;
+    const std::string rows = RowsText(text, names, base_begin);
+    return {error.Type(), duckdb::QueryErrorContext::Format(rows, error.RawMessage(),
+                                                            position - text.base_begin + base_begin)};
+}
+
+/** Without values for its parameters DuckDB makes no plan, and says so when it runs a text. */
+void RequireNoParameters(const duckdb::StatementProperties& properties) {
+    if (properties.parameter_count > 0) {
+        throw duckdb::InvalidInputException("Expected %llu parameters, but none were supplied",
+                                            properties.parameter_count);
+    }
+}
+
+duckdb::unique_ptr<duckdb::QueryResult> Execute(duckdb::ClientContext& context,
+                                                duckdb::PreparedStatement& prepared) {
+    duckdb::PendingQueryParameters parameters;
+    parameters.query_parameters.memory_type = duckdb::QueryResultMemoryType::BUFFER_MANAGED;
+    // Without the text, DuckDB leaves the quotation to us and tells the position.
+    const auto pending = context.PendingQuery("", prepared.data, parameters);
+    return pending->HasError() ? Fail(pending->GetErrorObject()) : pending->Execute();
+}
+
+duckdb::unique_ptr<duckdb::QueryResult> Run(duckdb::ClientContext& context, const SelectText& text) {
+    const auto prepared = context.Prepare(ParseText(context, text));
+    if (prepared->HasError()) {
+        return Fail(prepared->error);
+    }
+    duckdb::PreparedStatementData& data = *prepared->data;
+    RequireNoParameters(data.properties);
+    if (!data.properties.IsReadOnly() || !data.physical_plan) {
+        RefuseStatement();
+    }
+    CheckPlan(data.physical_plan->Root());
+    auto result = Execute(context, *prepared);
+    return result->HasError() ? Fail(QuoteRowsText(result->GetErrorObject(), text, data.names))
+                              : std::move(result);
+}
+
+}  // namespace
+
+bool IsRefusedFunction(const std::string& name) {
+    return std::any_of(kRefusedFunctions.begin(), kRefusedFunctions.end(), [&](std::string_view refused) {
+        return duckdb::StringUtil::CIEquals(name, std::string(refused));
+    });
+}
+
+duckdb_result RunOneSelect(duckdb_connection connection, const SelectText& text) {
+    duckdb::ClientContext& context = *reinterpret_cast<duckdb::Connection*>(connection)->context;
+    duckdb_result result{};
+    duckdb::unique_ptr<duckdb::QueryResult> rows;
+    try {
+        rows = Run(context, text);
+    } catch (const RefusedSelect&) {
+        throw;
+    } catch (const std::exception& thrown) {
+        duckdb::ErrorData error(thrown);
+        error.AddErrorLocation(text.whole);
+        rows = Fail(error);
+    }
+    duckdb::DuckDBTranslateResult(std::move(rows), &result);
+    return result;
+}
+
+}  // namespace mduckdb

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <duckdb.h>
+
+#include <stdexcept>
+#include <string>
+
+namespace mduckdb {
+
+/** The text was not run. */
+class RefusedSelect : public std::runtime_error {
+  public:
+    explicit RefusedSelect(const std::string& function) : std::runtime_error(function) {}
+    /** The function that may not be called, or the empty text when the text is not exactly one SELECT. */
+    const char* get_Function() const noexcept { return what(); }
+};
+
+/** A SELECT over a text that comes from a user. */
+struct SelectText {
+    /** The user's part. */
+    const std::string& base;
+    /** How many bytes of the whole text stand before the base. */
+    std::size_t base_begin;
+    /** A SELECT over the base in parentheses that ends in "LIMIT 0". DuckDB's errors quote from it. */
+    const std::string& whole;
+    /** The row limit to run it with in decimal digits, or empty for none. */
+    const std::string& limit;
+};
+
+/** Runs the text once if it is one SELECT, alone as well as with what stands around it. The result holds the
+    rows or DuckDB's error; the caller destroys it. Its rows are held by DuckDB's buffer manager, so that they
+    count towards the engine's memory limit and are spilled to its temporary directory: result and chunks must
+    be destroyed before the engine is closed.
+
+    Throws RefusedSelect, before anything is run, when DuckDB parses the text as something else or as more
+   than one statement, and when the text, or a view or macro that it names, calls a function that changes the
+    engine or writes files. */
+duckdb_result RunOneSelect(duckdb_connection connection, const SelectText& text);
+
+/** Whether the function, named as DuckDB names it, may not be called in a procedure. */
+bool IsRefusedFunction(const std::string& name);
+
+}  // namespace mduckdb
