@@ -8,7 +8,7 @@
 #include <stdlib.h>
 #include <string.h>
 
-/* A value is whatever the host takes for one. Here an argument is its text, and a cell its number. */
+/* The host decides what a value is. Here an argument is its text and a cell its number. */
 static double cell;
 
 static mirona_value make_double(mirona_call call, double number) {
@@ -37,7 +37,7 @@ static const char* text_of(mirona_call call, mirona_value value, uint64_t* lengt
     return value;
 }
 
-/* The procedure that this host wants, and the rows that a call of it gives. */
+/* The procedure that this host uses, and the rows that a call of it returns. */
 static mirona_procedure_handler fetch_parquet;
 static mirona_cursor_def rows;
 
@@ -48,7 +48,7 @@ static uint32_t register_procedure(mirona_host host, const mirona_procedure_def*
     return 0;
 }
 
-/* What a call is, the host decides too. Here it is the number of its arguments. */
+/* The host also decides what a call is. Here it is the number of its arguments. */
 static uint32_t arg_count(mirona_call call) {
     return *(uint32_t*)call;
 }
@@ -109,7 +109,7 @@ int main(int argc, char** argv) {
     uint32_t call = (uint32_t)argc - 2;
     mirona_value arguments[] = {argv[2], argv[3], argv[4]};
     if (fetch_parquet == NULL || fetch_parquet(&call, arguments) == NULL) {
-        return 1; /* report_error has told why */
+        return 1; /* report_error has printed why */
     }
     const uint32_t type = rows.columns[0].host_type;
     if (type != MIRONA_TYPE_INT64 && type != MIRONA_TYPE_UINT64 && type != MIRONA_TYPE_DOUBLE) {

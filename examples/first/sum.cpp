@@ -95,6 +95,6 @@ int main(int argc, char** argv) {
         std::cerr << error.what() << '\n';
         status = 1;
     }
-    nbx::mrsql::SetDuckDBExtension(nullptr);  // while the module is whole
+    nbx::mrsql::SetDuckDBExtension(nullptr);  // before the module's own statics are destroyed
     return status;
 }

@@ -39,7 +39,7 @@ constexpr KindSample kKindSamples[] = {
     {nbx::ValueType::Picture, "00ff", ""},
     {nbx::ValueType::Enum8, "1", ""},
     {nbx::ValueType::Enum16, "1", ""},
-    {nbx::ValueType::JSON, "[1, 2]", "JSON text that is no envelope; that it is JSON is lost"},
+    {nbx::ValueType::JSON, "[1, 2]", "for JSON text that is not an envelope: that it is JSON"},
     {nbx::ValueType::Reference, "", "here to a Long"},
     {nbx::ValueType::Array, "", "here of Longs; the elements' declared kind decides"},
 };
