@@ -18,14 +18,10 @@ constexpr std::u16string_view kInMemory = u":memory:";
     throw xException(kLocationErrorCode, Utf16ToUtf8(path.get_View()).c_str(), reason);
 }
 
-bool IsMissing(const fs::path& path) {
-    std::error_code error;
-    return fs::symlink_status(path, error).type() == fs::file_type::not_found;
-}
-
 /** Applies a ".." to an absolute path as the system does: up from where a link leads, not from where it
-   stands. Where the system goes nowhere (a file, a link to nothing, a missing folder) the ".." stays in the
-   path, so that the path does not name a file that the system would not find by it. */
+   stands. Where the system goes nowhere from what is there (a file, a link to nothing) the ".." stays in the
+   path, so that the path does not name a file that the system would not find by it. After a missing name,
+   which may be about to be created, it removes that name. */
 void GoUp(fs::path& path) {
     std::error_code error;
     const fs::file_type type =
@@ -34,8 +30,7 @@ void GoUp(fs::path& path) {
         const fs::path target = fs::canonical(path, error);
         const bool is_folder = !error && fs::is_directory(target, error);
         path = is_folder ? target.parent_path() : path / "..";
-    } else if (type == fs::file_type::directory ||
-               (type == fs::file_type::not_found && IsMissing(path.parent_path()))) {
+    } else if (type == fs::file_type::directory || type == fs::file_type::not_found) {
         path = path.parent_path();
     } else {
         path /= "..";

@@ -26,13 +26,15 @@ class NBX_API I_DuckDBExtension : public I_Unknown {
     /** The rows of a client cursor; null for any other. */
     virtual smart_ptr<ValueRows> get_ClientCursorRows(smart_ptr<I_DuckDBCursor> cursor) = 0;
     virtual bool IsClientCursor(smart_ptr<I_DuckDBCursor> cursor) = 0;
-    /** Whether this process has ever looked the path up as a database and it is still in use. */
+    /** Whether a database object of this module has registered this key (`get_Key`, compared as text) and
+       still uses it. Holds the engine lock for the look-up. */
     virtual bool IsDatabaseOpen(const String& path) = 0;
-    /** Whether the file looks like a DuckDB database; true for an empty one. Never throws. */
+    /** Whether the file has DuckDB's mark, is empty, or is open here as a database. Never throws: a file that
+        cannot be read is none. */
     virtual bool IsDuckDBFile(smart_ptr<I_Location> location) = 0;
     /** Whether the path is ":memory:". */
     virtual bool IsInMemoryPath(const String& path) = 0;
-    /** Makes the database anew from a backup folder; gives it closed. */
+    /** Recreates the database from a backup folder and returns it closed. */
     virtual smart_ptr<I_DuckDBDatabase> RestoreDatabase(smart_ptr<I_Location> database_location,
                                                         smart_ptr<I_Location> backup_folder) = 0;
 };
