@@ -3,7 +3,7 @@
 
   architecture_test.py SOURCE_FOLDER [unittest arguments]
 
-Everything in backticks is checked: a path must be a file or folder of the tree, a name (`Class`, `kConstant`, `Function`,
+Everything in backticks, and each name and path in a picture, is checked: a path must be a file or folder of the tree, a name (`Class`, `kConstant`, `Function`,
 `Class::Member`) must stand in the code of the sources, outside their comments, and anything else must be a text of the
 sources to the letter.
 """
@@ -19,6 +19,7 @@ ROOT = pathlib.Path()
 TREE = ("src", "mshared", "host", "tests", "cmake", "docs", "examples", "scripts", "bench", "tools")
 PATH = re.compile(r"(?:%s)/[\w./-]*" % "|".join(TREE))
 NAME = re.compile(r"[A-Za-z_]\w*(?:::[A-Za-z_]\w*)*")
+CAMEL = re.compile(r"\b(?:[A-Z][a-z0-9]+){2,}(?:::\w+)?\b")
 INLINE = re.compile(r"`([^`\n]+)`")
 COMMENT = re.compile(r"/\*.*?\*/|//[^\n]*", re.DOTALL)
 # Names that the code has only as parts of others.
@@ -60,7 +61,8 @@ class Sources:
 def missing(sources, page_text):
     """What the page names and the sources lack."""
     prose = pages.FENCE.sub("", page_text)
-    named = set(INLINE.findall(prose)) | set(PATH.findall(page_text))
+    pictures = "".join(match[2] for match in pages.FENCE.finditer(page_text))
+    named = set(INLINE.findall(prose)) | set(PATH.findall(page_text)) | set(CAMEL.findall(pictures))
     return sorted(text for text in named if not sources.has(text.removesuffix(".")))
 
 
@@ -83,8 +85,9 @@ class Architecture(unittest.TestCase):
     def test_a_name_that_only_a_comment_has_is_found(self):
         self.assertEqual(COMMENT.sub("", "a /* Gone\n Gone */ b // Gone\nc"), "a  b \nc")
 
-    def test_a_path_in_a_picture_is_checked(self):
-        self.assertEqual(missing(self.sources, "```picture\n| src/attic |\n```\n"), ["src/attic"])
+    def test_paths_and_names_in_a_picture_are_checked(self):
+        self.assertEqual(missing(self.sources, "```picture\n| src/attic | RunRows, NoSuchCall: a row |\n```\n"),
+                         ["NoSuchCall", "src/attic"])
 
     def test_each_question_leads_to_its_answer_in_one_step(self):
         top, _, rest = self.page.partition("## Rooms")
