@@ -18,7 +18,7 @@ namespace mduckdb_host {
 namespace {
 
 constexpr const char* kFooter =
-    "Exit status: 0 success, 1 a procedure or a statement failed, 2 wrong usage.\n"
+    "Exit status: 0 success, 1 a procedure or a statement failed, 2 wrong usage, 130 interrupted.\n"
     "mduckdb-host COMMAND --help describes a command and shows an example.\n";
 
 void AddCommonOptions(CLI::App& app, Program& program) {

@@ -36,12 +36,11 @@ BackupReport MakeReport(Program& program, Printer& printer) {
 
 /** Runs the work and reports the exceptions of the host interfaces. */
 template <class Work>
-int RunReported(Work work) {
+int RunReported(Program& program, Work work) {
     try {
         return work();
     } catch (const nbx::xException& error) {
-        PrintError(DescribeException(error, {}));
-        return kFailed;
+        return ReportException(program, error, {});
     }
 }
 
@@ -50,7 +49,7 @@ int RunBackup(Program& program, const std::string& path, const std::string& fold
     program.Load();
     const DatabasePtr database = OpenForCommand(path, true);
     const std::unique_ptr<Printer> printer = program.MakePrinter();
-    return RunReported([&] {
+    return RunReported(program, [&] {
         BackUp(program.registry, database, folder, MakeReport(program, *printer));
         database->Close();
         return kWorked;
@@ -61,7 +60,7 @@ int RunRestore(Program& program, const std::string& path, const std::string& fol
     BlockInterrupts();
     program.Load();
     const std::unique_ptr<Printer> printer = program.MakePrinter();
-    return RunReported([&] {
+    return RunReported(program, [&] {
         if (Restore(program.registry, path, folder, MakeReport(program, *printer))) {
             return kWorked;
         }

@@ -21,11 +21,7 @@ constexpr const char* kHelp =
 
 int RunCall(Program& program, const std::string& procedure, const std::vector<std::string>& words) {
     std::vector<Datum> arguments;
-    arguments.reserve(words.size() + program.words_after_dashes.size());
-    for (const std::string& word : words) {
-        arguments.push_back(ParseArgument(UnguardWord(word)));
-    }
-    for (const std::string& word : program.words_after_dashes) {
+    for (const std::string& word : RestoreWords(words, program)) {
         arguments.push_back(ParseArgument(word));
     }
     program.Load();

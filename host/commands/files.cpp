@@ -12,6 +12,7 @@
 #include "nbx/mrsql/registry.h"
 #include "nbx/version.h"
 #include "table/module.h"
+#include "text/messages.h"
 #include "text/text.h"
 
 namespace mduckdb_host {
@@ -46,12 +47,15 @@ int RunVersion(Program& program) {
 }
 
 int RunProbe(Program& program, const std::vector<std::string>& files) {
+    if (files.empty() && program.words_after_dashes.empty()) {
+        throw xUsageError("FILE is required. See mduckdb-host probe --help.");
+    }
     program.Load();
     const auto extension = GetExtension();
     const std::unique_ptr<Printer> printer = program.MakePrinter();
     printer->Begin({{"file", 0, MIRONA_TYPE_TEXT}, {"is_duckdb_file", 0, MIRONA_TYPE_BOOL}});
     int status = kWorked;
-    for (const std::string& file : files) {
+    for (const std::string& file : RestoreWords(files, program)) {
         const bool is_database = extension->IsDuckDBFile(MakeLocation(file));
         printer->Add({{file}, {is_database}});
         status = is_database ? status : kFailed;
@@ -85,7 +89,7 @@ void AddProbeCommand(CLI::App& app, Program& program) {
     CLI::App* const command = app.add_subcommand("probe", "Check which files are DuckDB databases");
     command->footer(kProbeHelp);
     auto files = std::make_shared<std::vector<std::string>>();
-    command->add_option("FILE", *files, "Files to check")->required();
+    command->add_option("FILE", *files, "Files to check");
     command->callback(
         [&program, files] { program.command = [&program, files] { return RunProbe(program, *files); }; });
 }

@@ -16,31 +16,45 @@ namespace mduckdb_host {
 namespace {
 
 constexpr char kGuard = '\x02';
-/** The status that shells report for a program that Ctrl-C terminated. */
-constexpr int kInterruptedStatus = 130;
 
 }  // namespace
 
 std::vector<std::string> ReadCommandLine(int argc, const char* const* argv, Program& program) {
     std::vector<std::string> words;
-    bool is_call = false;
+    std::string command;
+    bool is_option_value = false;
     for (int i = 1; i < argc; ++i) {
         std::string word = argv[i];
-        if (is_call && word == "--") {
+        const bool has_word_list = command == "call" || command == "probe";
+        if (has_word_list && word == "--") {
             program.words_after_dashes.assign(argv + i + 1, argv + argc);
             break;
         }
-        if (is_call && word.starts_with('[') && word.ends_with(']')) {
+        if (has_word_list && word.starts_with('[') && word.ends_with(']')) {
             word.insert(word.begin(), kGuard);
         }
-        is_call = is_call || word == "call";
+        if (command.empty() && !is_option_value && !word.starts_with('-')) {
+            command = word;
+        }
+        is_option_value = !is_option_value && (word == "--module" || word == "--format");
         words.push_back(std::move(word));
     }
     return words;
 }
 
-std::string UnguardWord(const std::string& word) {
-    return word.starts_with(kGuard) ? word.substr(1) : word;
+std::vector<std::string> RestoreWords(const std::vector<std::string>& words, const Program& program) {
+    std::vector<std::string> restored;
+    for (const std::string& word : words) {
+        restored.push_back(word.starts_with(kGuard) ? word.substr(1) : word);
+    }
+    restored.insert(restored.end(), program.words_after_dashes.begin(), program.words_after_dashes.end());
+    return restored;
+}
+
+int ReportException(Program& program, const nbx::xException& error, std::string_view sql) {
+    program.out.Flush();
+    PrintError(DescribeException(error, sql));
+    return dynamic_cast<const nbx::xInterruptError*>(&error) != nullptr ? kEndedByInterrupt : kFailed;
 }
 
 const void* Program::Load() {
@@ -48,7 +62,7 @@ const void* Program::Load() {
 }
 
 DatabasePtr OpenForCommand(const std::string& path, bool is_read_only) {
-    const InterruptWatch watch([] { ::_exit(kInterruptedStatus); });
+    const InterruptWatch watch([] { ::_exit(kEndedByInterrupt); });
     try {
         DatabasePtr database = OpenDatabase(path, IfMissing::kFail, is_read_only);
         if (database->get_IsReadOnly() && !is_read_only) {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "databases/databases.h"
+#include "nbx/exception.h"
 #include "print/output.h"
 #include "print/printer.h"
 #include "table/function_table.h"
@@ -21,6 +22,8 @@ namespace mduckdb_host {
 constexpr int kWorked = 0;
 constexpr int kFailed = 1;
 constexpr int kWrongUsage = 2;
+/** The status that shells report for a program that Ctrl-C terminated. */
+constexpr int kEndedByInterrupt = 130;
 
 /** The state that all commands share. */
 struct Program {
@@ -29,7 +32,7 @@ struct Program {
     Output out;
     PrintOptions print;
     std::string module_name;
-    /** The words after a `--` on the command line of `call`. */
+    /** The words after a `--` on the command line of `call` and `probe`. */
     std::vector<std::string> words_after_dashes;
     /** Empty until `Load`. */
     ProcedureRegistry registry;
@@ -52,11 +55,16 @@ void AddRestoreCommand(CLI::App& app, Program& program);
 void AddShellCommand(CLI::App& app, Program& program);
 
 /** The command line for the parser, without the program's name. The parser would split a word such as `[1,
-    2]`, and interprets a `--` inside a command differently. For the arguments of `call`, such words are
-    therefore guarded, and the words after `--` are stored in the program. */
+   2]`, and interprets a `--` inside a command differently. For the commands that accept a list of words,
+   `call` and `probe`, such words are therefore guarded, and the words after `--` are stored in the program.
+ */
 std::vector<std::string> ReadCommandLine(int argc, const char* const* argv, Program& program);
-/** The original word for one that the parser returns. */
-std::string UnguardWord(const std::string& word);
+/** The list of words as it was on the command line: without guards, and with the words after `--`. */
+std::vector<std::string> RestoreWords(const std::vector<std::string>& words, const Program& program);
+
+/** Reports an exception of the host interfaces, thrown while `sql` ran (may be empty); returns the exit
+ * status. */
+int ReportException(Program& program, const nbx::xException& error, std::string_view sql);
 
 /** Opens the database that the command line names. It must exist; a Ctrl-C meanwhile terminates the program.
     Reports on stderr when the file is only open for reading. Throws `std::runtime_error` with a text for

@@ -48,7 +48,11 @@ int RunShell(Program& program, const std::string& path) {
     } else {
         reader = MakePipeReader(std::cin);
     }
-    const bool worked = Shell(session, is_interactive).Run(*reader);
+    Shell shell(session, is_interactive);
+    const bool worked = shell.Run(*reader);
+    if (shell.get_IsInterrupted() && !is_interactive) {
+        return kEndedByInterrupt;
+    }
     return worked || is_interactive ? kWorked : kFailed;
 }
 

@@ -15,6 +15,7 @@
 #include "databases/interruption.h"
 #include "databases/results.h"
 #include "nbx/exception.h"
+#include "shell/statement_splitter.h"
 #include "text/messages.h"
 #include "text/text.h"
 
@@ -43,6 +44,13 @@ struct Arguments {
 
 std::string ReadAll(std::istream& in) {
     return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+bool HasStatement(const std::string& sql) {
+    StatementSplitter splitter;
+    splitter.Add(sql);
+    std::string statement;
+    return splitter.TakeStatement(statement) || !splitter.TakeRest().empty();
 }
 
 Datum ParseParameter(const std::string& text) {
@@ -126,11 +134,10 @@ int RunAndPrint(Program& program, const Arguments& arguments, const DatabasePtr&
         PrintResults(std::move(result), *printer, [&watch] { return watch.get_IsInterrupted(); });
     } catch (const nbx::xException& error) {
         watch.EndProgress();
-        program.out.Flush();
-        PrintError(DescribeException(error, sql));
-        return kFailed;
+        return ReportException(program, error, sql);
     }
-    return watch.get_IsInterrupted() ? kFailed : kWorked;
+    return watch.get_IsInterrupted() ? ReportException(program, nbx::xInterruptError(kInterruptCode), sql)
+                                     : kWorked;
 }
 
 int RunSqlCommand(Program& program, const Arguments& arguments) {
@@ -138,6 +145,9 @@ int RunSqlCommand(Program& program, const Arguments& arguments) {
         throw xUsageError("Use either --param or --params-file, not both.");
     }
     const std::string sql = arguments.sql == "-" ? ReadAll(std::cin) : arguments.sql;
+    if (!HasStatement(sql)) {
+        throw xUsageError("SQL contains no statement.");
+    }
     BlockInterrupts();
     program.Load();
     const DatabasePtr database = OpenForCommand(arguments.path, arguments.is_read_only);

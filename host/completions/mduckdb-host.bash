@@ -5,6 +5,13 @@ _mduckdb_host() {
     local commands='call version probe create sql backup restore shell'
     local options='--module --format --all --help'
 
+    # bash splits --format=csv into three words.
+    if [[ $cur == = ]]; then
+        cur=
+    elif [[ $prev == = ]]; then
+        prev=${COMP_WORDS[COMP_CWORD - 2]}
+    fi
+
     case $prev in
         --format) mapfile -t COMPREPLY < <(compgen -W 'table csv json jsonl markdown' -- "$cur"); return ;;
         --cursor) mapfile -t COMPREPLY < <(compgen -W 'server client' -- "$cur"); return ;;
@@ -16,7 +23,10 @@ _mduckdb_host() {
     for ((i = 1; i < COMP_CWORD; i++)); do
         word=${COMP_WORDS[i]}
         case $word in
-            --module | --format) ((i++)) ;;
+            --module | --format)
+                ((i++))
+                [[ ${COMP_WORDS[i]} == = ]] && ((i++))
+                ;;
             -*) ;;
             *) command=$word; break ;;
         esac

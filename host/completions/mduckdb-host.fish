@@ -3,7 +3,7 @@
 set -l commands call version probe create sql backup restore shell
 set -l procedures fetch_parquet parquet_schema parquet_metadata parquet_count fetch_duckdb
 
-complete -c mduckdb-host -l module -r -d 'Module to load'
+complete -c mduckdb-host -l module -r -a 'mduckdb mduckdb_casts' -d 'Module to load'
 complete -c mduckdb-host -l format -x -a 'table csv json jsonl markdown' -d 'Output format'
 complete -c mduckdb-host -l all -d 'Print all rows and columns'
 complete -c mduckdb-host -s h -l help -d 'Help'

@@ -16,6 +16,7 @@
 #include <system_error>
 
 #include "nbx/hooks.h"
+#include "print/output.h"
 
 namespace mduckdb_host {
 
@@ -76,7 +77,7 @@ InterruptWatch::InterruptWatch(std::function<void()> on_interrupt, Describe desc
     : on_interrupt_(std::move(on_interrupt)),
       describe_(std::move(describe)),
       about_key_(about_key),
-      has_progress_(isatty(STDERR_FILENO) == 1 && isatty(STDOUT_FILENO) == 1),
+      has_progress_(isatty(STDERR_FILENO) == 1 && isatty(STDOUT_FILENO) == 1 && UnderstandsEscapes()),
       stop_descriptor_(MakeStopDescriptor()) {
     thread_ = std::thread([this] { Run(); });
 }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <thread>
@@ -8,6 +9,9 @@
 #include "databases/databases.h"
 
 namespace mduckdb_host {
+
+/** The module's code for an interruption, used for one that arrives while rows are printed. */
+constexpr uint32_t kInterruptCode = 0x57501;
 
 /** Blocks Ctrl-C in this thread and in those that it creates from now on, and allows the module to interrupt.
     Call it before the first database is opened, since DuckDB creates threads. From then on a Ctrl-C waits for

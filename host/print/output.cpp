@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <system_error>
 
 namespace mduckdb_host {
@@ -22,6 +23,11 @@ winsize GetWindowSize(int descriptor) noexcept {
 }
 
 }  // namespace
+
+bool UnderstandsEscapes() noexcept {
+    const char* const terminal = std::getenv("TERM");
+    return terminal != nullptr && *terminal != '\0' && std::strcmp(terminal, "dumb") != 0;
+}
 
 Output::Output(int descriptor) : descriptor_(descriptor), is_terminal_(isatty(descriptor) == 1) {}
 

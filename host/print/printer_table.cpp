@@ -42,7 +42,7 @@ class TablePrinter final : public Printer {
     TablePrinter(Output& out, bool is_cut_to_screen)
         : out_(out),
           is_cut_(is_cut_to_screen),
-          has_colours_(out.get_IsTerminal() && std::getenv("NO_COLOR") == nullptr) {}
+          has_colours_(out.get_IsTerminal() && UnderstandsEscapes() && std::getenv("NO_COLOR") == nullptr) {}
 
     void Begin(const std::vector<Column>& columns) override {
         columns_ = columns;
@@ -59,6 +59,7 @@ class TablePrinter final : public Printer {
         last_rows_.clear();
         count_ = 0;
         is_started_ = false;
+        is_misaligned_ = false;
     }
 
     void Add(const Row& row) override {
@@ -168,10 +169,11 @@ class TablePrinter final : public Printer {
         }
     }
 
-    void AppendField(std::string& line, const Field& field, std::size_t column) const {
+    void AppendField(std::string& line, const Field& field, std::size_t column) {
         std::string_view text = field.text;
         int width = field.width;
         const int room = layout_.widths[column];
+        is_misaligned_ = is_misaligned_ || (!is_cut_ && width > room);
         const bool is_cut = is_cut_ && width > room;
         if (is_cut) {
             text = CutToWidth(text, room - 1);
@@ -196,6 +198,9 @@ class TablePrinter final : public Printer {
             line += layout_.left_out > 0 ? CountOf(layout_.left_out, "column") : "";
             line += " hidden (--all or .all on)";
         }
+        if (is_misaligned_) {
+            line += fmt::format(", columns sized for the first {}", CountOf(kMeasuredRows, "row"));
+        }
         out_.Write(line + "\n");
     }
 
@@ -212,6 +217,8 @@ class TablePrinter final : public Printer {
     std::deque<Fields> last_rows_;
     uint64_t count_ = 0;
     bool is_started_ = false;
+    /** Whether a value was wider than its column, which only the first rows determine. */
+    bool is_misaligned_ = false;
 };
 
 }  // namespace

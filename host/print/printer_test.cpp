@@ -51,6 +51,17 @@ TEST(TablePrinter, KeepsEveryRowOnItsLine) {
         std::string::npos);
 }
 
+TEST(TablePrinter, ReportsThatLaterRowsAreWiderThanTheirColumn) {
+    std::vector<Row> rows(10000, Row{{int64_t{1}}, {std::string("n")}});
+    EXPECT_TRUE(Print(Format::kTable, rows).ends_with("┘\n10,000 rows\n"));
+    rows.push_back({{int64_t{22}}, {std::string("name")}});
+    EXPECT_TRUE(Print(Format::kTable, rows).ends_with("┘\n10,001 rows\n"));
+    rows.push_back({{int64_t{333}}, {std::string("n")}});
+    EXPECT_TRUE(Print(Format::kTable, rows)
+                    .ends_with("│ 333 │ n    │\n└────┴──────┘\n"
+                               "10,002 rows, columns sized for the first 10,000 rows\n"));
+}
+
 TEST(TablePrinter, PrintsAnEmptyResult) {
     EXPECT_EQ(Print(Format::kTable, {}),
               "┌────┬──────┐\n"

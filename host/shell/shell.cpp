@@ -18,10 +18,10 @@ namespace mduckdb_host {
 
 namespace {
 
-/** The module's code for an interruption, used for one that arrives while rows are printed. */
-constexpr uint32_t kInterruptCode = 0x57501;
 /** Limit for files that read each other with `.read`. */
 constexpr int kDeepestFile = 20;
+/** Columns of an interrupted statement that are shown. */
+constexpr int kShownColumns = 66;
 
 bool IsBlank(const std::string& line) {
     return line.find_first_not_of(" \t\r\n") == std::string::npos;
@@ -156,10 +156,15 @@ void Shell::RunReported(const std::string& sql, const std::function<void()>& wor
     } catch (const xOutputClosed&) {
         throw;
     } catch (const nbx::xInterruptError&) {
-        const std::string first_line = sql.substr(0, sql.find('\n'));
-        Report(fmt::format("Interrupted: {}", first_line));
+        const std::string first_line = ToPrintable(sql.substr(0, sql.find('\n')));
+        const std::string_view shown = CutToWidth(first_line, kShownColumns);
+        Report(fmt::format("Interrupted: {}{}", shown, shown.size() < first_line.size() ? "…" : ""));
         // After an interrupt, the rest of a pasted script should not run either.
         splitter_.Clear();
+        is_interrupted_ = true;
+        if (!is_interactive_) {
+            session_.Quit();
+        }
     } catch (const std::exception& error) {
         Report(DescribeException(error, sql));
     }

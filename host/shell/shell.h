@@ -21,6 +21,8 @@ class Shell {
 
     /** Reads until the end of the input or `.quit`; false when anything failed. */
     bool Run(LineReader& reader);
+    /** Whether a Ctrl-C interrupted a statement. It ends a shell that reads from a pipe. */
+    bool get_IsInterrupted() const noexcept { return is_interrupted_; }
 
   private:
     /** Runs the lines of a file as if they had been entered. */
@@ -43,6 +45,7 @@ class Shell {
     /** Whether the statement that is being read goes into the history; not if it began with a blank. */
     bool is_kept_ = true;
     bool has_failed_ = false;
+    bool is_interrupted_ = false;
     int file_depth_ = 0;
 };
 

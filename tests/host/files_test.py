@@ -113,6 +113,35 @@ class FilesTest(HostCase):
                 count += 1
         self.assertGreaterEqual(count, len(COMMANDS) + 3)
 
+    def test_probe_accepts_every_file_name(self):
+        names = ["call", "[b]", "-x", "--", "probe"]
+        for name in names:
+            self.output("create", "./" + name)
+        for words in (["./call", "call", "[b]", "--", "-x", "--", "probe"], ["--", *names], ["call", "--", "-x"]):
+            with self.subTest(words=words):
+                files = [word for i, word in enumerate(words) if word != "--" or "--" in words[:i]]
+                self.assertEqual(self.rows("probe", *words), [[name, True] for name in files])
+        self.assertEqual(self.error("probe", status=2), "FILE is required. See mduckdb-host probe --help.\n")
+
+    def complete(self, *words):
+        """What the bash completion offers for the last of the words, which are as bash splits them."""
+        script = ('. "$0"; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); _mduckdb_host; printf "%s\\n" "${COMPREPLY[@]}"')
+        done = subprocess.run(["bash", "-c", script, os.path.join(SOURCES, "completions/mduckdb-host.bash"),
+                               "mduckdb-host", *words], cwd=self.folder, capture_output=True, text=True, check=True)
+        self.assertEqual(done.stderr, "")
+        return done.stdout.split()
+
+    def test_bash_completes_commands_options_and_their_values(self):
+        self.assertEqual(self.complete("s"), ["sql", "shell"])
+        self.assertEqual(self.complete("--format", "js"), ["json", "jsonl"])
+        self.assertEqual(self.complete("--format", "=", "js"), ["json", "jsonl"])
+        self.assertEqual(self.complete("sql", "--cursor", "="), ["server", "client"])
+        self.assertEqual(self.complete("--module", "=", "mduckdb_c"), ["mduckdb_casts"])
+        self.assertEqual(self.complete("--module", "=", "mduckdb", "sql", "--par"), ["--param", "--params-file"])
+        self.assertEqual(self.complete("--format", "=", "csv", "call", "parquet_c"), ["parquet_count"])
+        self.output("create", "sales.db")
+        self.assertEqual(self.complete("shell", "sa"), ["sales.db"])
+
     def test_man_page_and_completions_know_every_command_and_option(self):
         options = set(re.findall(r"(--[a-z-]+)", "".join(self.output(*words, "--help")
                                                          for words in [()] + [(c,) for c in COMMANDS])))

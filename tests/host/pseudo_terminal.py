@@ -18,13 +18,13 @@ CONTROL = re.compile(r"\x1b\[[0-9;?]*[A-Za-z]|\r")
 class Terminal:
     """The program's output is collected in `text`, control sequences and all."""
 
-    def __init__(self, command, folder, environment, lines=30, columns=100):
+    def __init__(self, command, folder, environment, lines=30, columns=100, term="xterm"):
         self.text = ""
         self.decoder = codecs.getincrementaldecoder("utf-8")(errors="replace")
         self.terminal, program_side = pty.openpty()
         fcntl.ioctl(program_side, termios.TIOCSWINSZ, struct.pack("HHHH", lines, columns, 0, 0))
         self.process = subprocess.Popen(
-            command, cwd=folder, env={**environment, "TERM": "xterm", "INPUTRC": "/dev/null"}, stdin=program_side,
+            command, cwd=folder, env={**environment, "TERM": term, "INPUTRC": "/dev/null"}, stdin=program_side,
             stdout=program_side, stderr=program_side, start_new_session=True,
             preexec_fn=lambda: fcntl.ioctl(0, termios.TIOCSCTTY, 0))
         os.close(program_side)

@@ -1,7 +1,9 @@
 """`mduckdb-host shell` reading from a pipe."""
 
 import os
+import signal
 import subprocess
+import time
 import unittest
 
 from host_case import HOST, HostCase
@@ -76,6 +78,19 @@ class PipeShellTest(HostCase):
         self.assertIn("CREATE TABLE t(i INTEGER PRIMARY KEY);", out)
         self.assertEqual(out.count("CREATE VIEW v"), 2)
         self.assertIn("CREATE INDEX x", out)
+
+    def test_ctrl_c_ends_a_script_from_a_pipe(self):
+        query = "SELECT count(*) FROM range(1000000000) a, range(1000000) b"
+        process = subprocess.Popen([HOST, "shell"], stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        process.stdin.write(f"SELECT 'first' AS t;\n{query} WHERE a.range <> {'9' * 100};\nSELECT 'last' AS t;\n".encode())
+        process.stdin.flush()
+        time.sleep(1.5)
+        process.send_signal(signal.SIGINT)
+        out, error = process.communicate(timeout=30)
+        self.assertEqual(process.returncode, 130, error)
+        self.assertIn(b"first", out)
+        self.assertNotIn(b"last", out)
+        self.assertEqual(error.decode(), f"Interrupted: {query} WHERE a…\n")
 
     def test_mode_changes_the_format(self):
         out, _ = self.shell(".mode jsonl\nSELECT 1 AS a;\n.mode markdown\nSELECT 1 AS a;\n")

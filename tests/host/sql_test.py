@@ -103,6 +103,20 @@ class SqlTest(HostCase):
     def test_a_script_comes_from_the_standard_input(self):
         self.assertEqual(self.sql(":memory:", "-", stdin="SELECT 'from stdin'"), [["from stdin"]])
 
+    def test_sql_without_a_statement_is_wrong_usage(self):
+        for text in ("", "  ", ";", "-- a comment\n;;/* another */"):
+            with self.subTest(text=text):
+                self.assertEqual(self.error("sql", ":memory:", "-", stdin=text, status=2), "SQL contains no statement.\n")
+        self.assertEqual(self.sql(":memory:", "-- a comment\nSELECT 1"), [[1]])
+
+    def test_ctrl_c_while_rows_are_printed_is_reported(self):
+        process = subprocess.Popen([HOST, "--format", "csv", "sql", ":memory:", "SELECT i FROM range(5000000) r(i)"],
+                                   stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        process.stdout.read(100000)
+        process.send_signal(signal.SIGINT)
+        _, error = process.communicate(timeout=30)
+        self.assertEqual((process.returncode, error.decode()), (130, "Interrupted.\n"))
+
     def test_read_only_refuses_to_write(self):
         self.output("create", "r.db")
         self.assertIn("read-only", self.error("sql", "r.db", "CREATE TABLE t (i INT)", "--read-only"))
@@ -116,7 +130,7 @@ class SqlTest(HostCase):
         time.sleep(1.5)
         process.send_signal(signal.SIGINT)
         out, error = process.communicate(timeout=30)
-        self.assertEqual((process.returncode, error.decode()), (1, "Interrupted.\n"))
+        self.assertEqual((process.returncode, error.decode()), (130, "Interrupted.\n"))
         self.assertEqual(self.sql("i.db", "SELECT 1"), [[1]])
 
 

@@ -137,6 +137,33 @@ class TerminalTest(HostCase):
         self.assertEqual(len({sum(2 if c == "日" else 1 for c in line) for line in text.splitlines()
                               if line.startswith(("│", "┌"))}), 1)
 
+    def test_a_dumb_terminal_gets_no_escapes(self):
+        for term, has_escapes in (("xterm", True), ("dumb", False)):
+            with self.subTest(term):
+                terminal = Terminal([HOST, "sql", ":memory:", "SELECT NULL AS n, count(*) FROM range(1000000000) a, "
+                                     "range(1000000) b"], self.folder, os.environ, term=term)
+                self.addCleanup(terminal.kill)
+                if has_escapes:
+                    terminal.expect("(Ctrl-C interrupts)")
+                else:
+                    time.sleep(3)
+                terminal.send("\x03")
+                self.assertEqual(terminal.finish(), 130)
+                self.assertIn("Interrupted.", terminal.text)
+                if not has_escapes:
+                    self.assertEqual(terminal.text, "^CInterrupted.\r\n")
+                terminal = Terminal([HOST, "sql", ":memory:", "SELECT NULL AS n"], self.folder,
+                                    os.environ, term=term)
+                self.assertEqual(terminal.finish(), 0)
+                self.assertIn("NULL", terminal.text)
+                self.assertEqual("\x1b" in terminal.text, has_escapes)
+
+    def test_the_greeting_fits_80_columns(self):
+        shell = self.open("shell")
+        greeting = shell.expect("to leave.\n").splitlines()[-1]
+        self.assertIn("mduckdb_casts", greeting)
+        self.assertLessEqual(len(greeting), 80)
+
     def test_all_prints_everything_on_a_terminal(self):
         terminal = self.start("--all", "sql", ":memory:", "SELECT i FROM range(1000) r(i)")
         self.assertIn("│ 500 │", terminal.expect("1,000 rows"))
