@@ -37,7 +37,7 @@ def ratio_chart(ratios):
         if r.most:
             x = left + r.most * scale
             parts.append(line(x, y - 3, x, y + row - 3, width=2))
-    return frame(44 + row * len(ratios), "Time beside the same work in bare DuckDB calls (stroke: target)", parts)
+    return frame(44 + row * len(ratios), "Time / time of the same work in bare DuckDB calls (stroke: target)", parts)
 
 
 def size_chart(points):
@@ -61,4 +61,4 @@ def size_chart(points):
         parts += [f'<circle cx="{x:.1f}" cy="{y:.1f}" r="4" fill="{BLUE}"/>', text(x, y - 10, f"{cost:.1f}", "middle"),
                   line(x, bottom, x, bottom + 4), text(x, bottom + 18, f"{rows:,}", "middle")]
     parts.append(text(WIDTH / 2, bottom + 36, "rows of the result", "middle"))
-    return frame(height, "Server cursor: ns a cell above the drain, by rows of the result", parts)
+    return frame(height, "Server cursor: ns per cell above the drain, by rows of the result", parts)

@@ -29,7 +29,7 @@ VALGRIND = ["valgrind", "--tool=callgrind", "--compress-strings=no", "--compress
             "--toggle-collect=mduckdb_bench_measured"]
 COST = re.compile(r"^\d+ (\d+)$")
 
-# Instructions a unit; `verdict` is ok, better, moved (more in the module, and the whole less), WORSE, NEW (not stored)
+# Instructions per unit; `verdict` is ok, better, moved (more in the module, and the whole less), WORSE, NEW (not stored)
 # or GONE (stored, not counted).
 Row = collections.namedtuple("Row", "name kind counted stored verdict")
 
@@ -52,7 +52,7 @@ def instructions_by_object(lines):
 
 
 def figures(lines, units):
-    """All instructions a unit, and those in the module and in mshared."""
+    """All instructions per unit, and those in the module and in mshared."""
     spent = instructions_by_object(lines)
     ours = sum(count for name, count in spent.items() if name.startswith(("libmduckdb", "libmshared")))
     return {"all": round(sum(spent.values()) / units, 1), "module": round(ours / units, 1)}

@@ -48,7 +48,7 @@ class Page(unittest.TestCase):
 
     def test_the_page_shows_every_target_and_ratio(self):
         page = self.files["figures.md"]
-        self.assertIn("| W1: server cursor beside value loop | 2.00 | 0.25 | **no** |", page)
+        self.assertIn("| W1: server cursor / value loop | 2.00 | 0.25 | **no** |", page)
         self.assertIn("| interrupt to exception, 99th percentile of 200 | 60.0 ms | 50 ms | **no** |", page)
         self.assertIn("Left out: rust: no such program.", page)
         for group, case, baseline, *_ in report.RATIOS:

@@ -83,12 +83,12 @@ def ratios(figures):
 
 
 def ratio_targets(figures):
-    return [Target(f"{r.group}: {r.case} beside {r.baseline}", f"{r.best:.2f}", f"{r.most:.2f}", r.best <= r.most)
+    return [Target(f"{r.group}: {r.case} / {r.baseline}", f"{r.best:.2f}", f"{r.most:.2f}", r.best <= r.most)
             for r in ratios(figures) if r.most is not None]
 
 
 def size_points(figures, case="server cursor", pick=min):
-    """[(rows, nanoseconds a cell)] of the case less the drain, less what a query costs whatever its size, which a
+    """[(rows, nanoseconds per cell)] of the case less the drain, less what a query costs whatever its size, which a
     result of one row shows."""
     def seconds(name, rows):
         line = figures.cases["sizes", f"{name} {rows}"]
@@ -105,7 +105,7 @@ def size_points(figures, case="server cursor", pick=min):
 
 
 def flatness(points):
-    """The dearest cell beside the cheapest."""
+    """The most expensive cell / the cheapest."""
     costs = [cost for _, cost in points]
     return max(costs) / min(costs) if min(costs) > 0 else float("inf")
 
@@ -124,7 +124,7 @@ class Memory:
 
 class Peers:
     """Rounds of other clients and of our cursors, in processes of their own: by client and workload the
-    nanoseconds a cell of each round; the nanoseconds a row of executemany and of our rows of parameters."""
+    nanoseconds per cell of each round; the nanoseconds per row of executemany and of our rows of parameters."""
 
     def __init__(self, cells, rows=None, left_out=()):
         self.cells = cells
@@ -147,7 +147,7 @@ class Peers:
 def below(peers, case, client, workload):
     """A target: our case delivers a cell in less time than the client."""
     ours, theirs = peers.delivery(case, workload), peers.delivery(client, workload)
-    return Target(f"{workload}: {case} beside {client}", f"{ours:.0f} ns beside {theirs:.0f} ns", "less", ours < theirs)
+    return Target(f"{workload}: {case} / {client}", f"{ours:.0f} ns / {theirs:.0f} ns", "less", ours < theirs)
 
 
 def peer_targets(peers):
@@ -156,16 +156,16 @@ def peer_targets(peers):
         measured = [client for client in peers.clients() if peers.has(client, workload)]
         fastest = min(measured, key=lambda client: peers.delivery(client, workload), default=None)
         if fastest is None:
-            targets.append(Target(f"{workload}: server cursor beside every other client", "", "less", None))
+            targets.append(Target(f"{workload}: server cursor / every other client", "", "less", None))
         else:
             target = below(peers, "server cursor", fastest, workload)
             targets.append(target._replace(what=target.what + ", the fastest of them"))
         for client in KEEPING_CLIENTS:
             targets.append(below(peers, "client cursor", client, workload) if peers.has(client, workload) else
-                           Target(f"{workload}: client cursor beside {client}", "", "less", None))
+                           Target(f"{workload}: client cursor / {client}", "", "less", None))
     if len(peers.rows) == 2:
         times = min(peers.rows["Python executemany"]) / min(peers.rows["module"])
-        targets.append(Target("multi-row-W1: rows of parameters beside Python executemany", f"{times:.1f} times faster",
+        targets.append(Target("multi-row-W1: rows of parameters / Python executemany", f"{times:.1f} times faster",
                               f"{LEAST_TIMES_EXECUTEMANY} times", times >= LEAST_TIMES_EXECUTEMANY))
     return targets
 
@@ -178,7 +178,7 @@ def all_targets(figures, memory=None, peers=None):
         targets.append(Target("other clients", "", "", None))
     if memory:
         targets += [
-            Target(f"client cursor over {memory.cells:,} numbers: memory a cell at the peak, all in",
+            Target(f"client cursor over {memory.cells:,} numbers: total memory per cell at the peak",
                    f"{memory.bytes_a_cell:.1f} bytes", f"{MOST_BYTES_A_CELL} bytes",
                    memory.bytes_a_cell <= MOST_BYTES_A_CELL),
             Target(f"server cursor over {memory.rows:,} rows: memory above DuckDB's", f"{memory.server_mib:.1f} MiB",
@@ -190,7 +190,7 @@ def all_targets(figures, memory=None, peers=None):
     if figures.has("sizes", "drain 1"):
         points = size_points(figures)
         flat = flatness(points)
-        targets.append(Target(f"server cursor, {points[0][0]:,} to {points[-1][0]:,} rows: dearest cell beside cheapest",
+        targets.append(Target(f"server cursor, {points[0][0]:,} to {points[-1][0]:,} rows: most expensive cell / cheapest",
                               f"{flat:.2f}", f"{MOST_FLATNESS:.2f}", flat <= MOST_FLATNESS))
     return targets
 
@@ -220,7 +220,7 @@ def case_table(figures):
         has_drain = figures.has(group, "drain") and case != "drain"
         return f"{figures.delivery(group, case):.1f}" if has_drain else ""
 
-    return table(["workload", "case", "unit", ">units", ">ns a unit, minimum", ">median", ">minimum less the drain's"],
+    return table(["workload", "case", "unit", ">units", ">ns per unit, minimum", ">median", ">minimum minus the drain"],
                  [(group, case, line["unit"], f"{line['units']:,}", f"{figures.nanoseconds(group, case):.1f}",
                    f"{figures.nanoseconds(group, case, statistics.median):.1f}", delivery(group, case))
                   for (group, case), line in figures.cases.items() if group != "sizes"])
@@ -229,7 +229,7 @@ def case_table(figures):
 def size_table(figures):
     columns = [dict(size_points(figures, case, pick)) for case in ("server cursor", "vectors")
                for pick in (min, statistics.median)]
-    return table([">rows", ">server cursor, ns a cell, of minima", ">of medians", ">vectors, of minima", ">of medians"],
+    return table([">rows", ">server cursor, ns per cell, of minima", ">of medians", ">vectors, of minima", ">of medians"],
                  [(f"{rows:,}", *[f"{column[rows]:.1f}" for column in columns]) for rows in columns[0]])
 
 
@@ -242,5 +242,5 @@ def peer_table(peers):
             return ""
         return f"{peers.delivery(client, workload):.0f} / {peers.delivery(client, workload, statistics.median):.0f}"
 
-    return table(["client"] + [f">{workload}, ns a cell" for workload in workloads],
+    return table(["client"] + [f">{workload}, ns per cell" for workload in workloads],
                  [(name, *[cell(name, workload) for workload in workloads]) for name in names])

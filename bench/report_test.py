@@ -12,7 +12,7 @@ def line(group, case, seconds, units=100, **more):
 
 
 def delivery(group, **cases):
-    """Figures of one group in nanoseconds a cell, the same in both rounds."""
+    """Figures of one group in nanoseconds per cell, the same in both rounds."""
     return [line(group, case.replace("_", " "), [cost * 100e-9] * 2) for case, cost in cases.items()]
 
 
@@ -30,7 +30,7 @@ def sizes(cost, fixed=0.001, drain=10e-9):
 
 
 def peers(**costs):
-    """A round with the drain at 10 ns a cell and the clients at these."""
+    """A round with the drain at 10 ns per cell and the clients at these."""
     cells = {("drain", "W1"): [10.0]}
     cells.update({(client.replace("_", " "), "W1"): [cost] for client, cost in costs.items()})
     return report.Peers(cells)
@@ -119,14 +119,14 @@ class Peers(unittest.TestCase):
 
     def test_server_cursor_must_be_below_the_fastest(self):
         others = peers(server_cursor=30, client_cursor=50, Go=40, Rust=35)
-        self.assertTrue(self.reached(others)["W1: server cursor beside Rust, the fastest of them"])
+        self.assertTrue(self.reached(others)["W1: server cursor / Rust, the fastest of them"])
         others = peers(server_cursor=35, client_cursor=50, Go=40, Rust=35)
-        self.assertFalse(self.reached(others)["W1: server cursor beside Rust, the fastest of them"])
+        self.assertFalse(self.reached(others)["W1: server cursor / Rust, the fastest of them"])
 
     def test_client_cursor_must_be_below_the_clients_that_keep_the_rows(self):
         reached = self.reached(peers(server_cursor=30, client_cursor=50, Python_fetchall=60, Node_getRows=45))
-        self.assertTrue(reached["W1: client cursor beside Python fetchall"])
-        self.assertFalse(reached["W1: client cursor beside Node getRows"])
+        self.assertTrue(reached["W1: client cursor / Python fetchall"])
+        self.assertFalse(reached["W1: client cursor / Node getRows"])
 
     def test_a_client_that_is_missing_is_told(self):
         reached = self.reached(peers(server_cursor=30, client_cursor=50))
@@ -137,8 +137,8 @@ class Peers(unittest.TestCase):
         others = peers(server_cursor=30, client_cursor=50, Go=40)
         others.cells.update({("drain", "W2"): [5], ("server cursor", "W2"): [20], ("client cursor", "W2"): [30]})
         reached = self.reached(others)
-        self.assertTrue(reached["W1: server cursor beside Go, the fastest of them"])
-        self.assertIsNone(reached["W2: server cursor beside every other client"])
+        self.assertTrue(reached["W1: server cursor / Go, the fastest of them"])
+        self.assertIsNone(reached["W2: server cursor / every other client"])
 
     def test_rows_of_parameters_must_be_three_times_faster_than_executemany(self):
         for ours, reached in (([100, 90], True), ([101], False)):

@@ -1,10 +1,10 @@
-# Finds the DuckDB library and its C and C++ headers, and refuses a pair of two versions or of another one
-# than the pinned: the plain functions are built on C++ classes whose layout belongs to one version.
+# Finds the DuckDB library and its C and C++ headers. Both must be the pinned version, because the plain functions use
+# C++ classes whose layout belongs to one version.
 #
 #   DuckDB_ROOT   (variable or environment) a folder with the library in it or in lib/, and the headers in
 #                 it or in include/. Without it: the cache folder that scripts/setup fills.
 #
-# Gives DuckDB::DuckDB (library, C and C++ headers), DuckDB::C (the library with duckdb.h alone) and DuckDB_VERSION.
+# Defines DuckDB::DuckDB (library, C and C++ headers), DuckDB::C (the library with duckdb.h alone) and DuckDB_VERSION.
 
 # Which DuckDB: NAME of a scripts/duckdb-NAME.pin.
 if("$ENV{MDUCKDB_DUCKDB}" STREQUAL "")
@@ -34,7 +34,7 @@ else()
     set(_root "${_cache}/mduckdb/duckdb-${DuckDB_PINNED_VERSION}")
 endif()
 
-# What was found in another root does not stay.
+# Forget what was found in another root.
 if(NOT "${_root}" STREQUAL "${_DuckDB_FOUND_IN}")
     unset(DuckDB_INCLUDE_DIR CACHE)
     unset(DuckDB_LIBRARY CACHE)
@@ -53,8 +53,8 @@ find_package_handle_standard_args(DuckDB
 -DDuckDB_ROOT=FOLDER with lib/libduckdb.so and the DuckDB C and C++ headers in include/.")
 
 # The version of the headers: what scripts/setup wrote beside them when it had checked their source. For headers
-# from elsewhere it is what duckdb.h states, which is not to be believed where duckdb_v2.h stands beside it: the
-# duckdb.h of 2.0.0 calls itself 1.5.6.
+# from elsewhere it is what duckdb.h states, which is wrong where duckdb_v2.h is beside it: the duckdb.h
+# of 2.0.0 calls itself 1.5.6.
 function(_duckdb_header_version result)
     if(EXISTS ${DuckDB_INCLUDE_DIR}/duckdb_source_version.h)
         file(STRINGS ${DuckDB_INCLUDE_DIR}/duckdb_source_version.h line REGEX "^#define DUCKDB_SOURCE_VERSION")
@@ -77,7 +77,7 @@ function(_duckdb_header_version result)
     set(${result} "${version}" PARENT_SCOPE)
 endfunction()
 
-# The version that the library reports, asked once for a root.
+# The version that the library reports, queried once for each root.
 function(_duckdb_library_version)
     set(source ${CMAKE_BINARY_DIR}/CMakeFiles/duckdb_version.c)
     file(WRITE ${source} "#include <stdio.h>\nextern const char *duckdb_library_version(void);\n"

@@ -1,5 +1,5 @@
-# The installed tree. It works from wherever it stands: programs and libraries find each other by $ORIGIN,
-# the CMake and pkg-config files by their own place.
+# The installed tree. It works from any folder: programs and libraries find each other through $ORIGIN, the CMake and
+# pkg-config files through their own location.
 #
 #   bin/mduckdb-host
 #   lib/libmshared.so*            the host foundation
@@ -26,7 +26,7 @@ install(FILES ${DuckDB_LIBRARY} DESTINATION ${MDUCKDB_MODULEDIR})
 if(MDUCKDB_HOST)
     set_target_properties(mduckdb-host PROPERTIES INSTALL_RPATH "$ORIGIN/../${MDUCKDB_LIBDIR}")
     install(TARGETS mduckdb-host RUNTIME DESTINATION bin)
-    # Compressed, as Debian wants its manual pages; `man` reads them everywhere.
+    # Compressed, as Debian requires; `man` reads compressed pages everywhere.
     find_program(MDUCKDB_GZIP_PROGRAM gzip REQUIRED)
     mark_as_advanced(MDUCKDB_GZIP_PROGRAM)
     set(_manual ${PROJECT_SOURCE_DIR}/host/mduckdb-host.1)
@@ -42,7 +42,7 @@ if(MDUCKDB_HOST)
     install(FILES host/completions/mduckdb-host.fish DESTINATION share/fish/vendor_completions.d)
 endif()
 
-# find_package(mshared) gives mshared::mshared; find_package(mduckdb) the modules' files as mduckdb::mduckdb
+# find_package(mshared) defines mshared::mshared; find_package(mduckdb) defines the modules' files as mduckdb::mduckdb
 # and mduckdb::mduckdb_casts.
 foreach(package IN ITEMS mshared mduckdb)
     set(destination ${MDUCKDB_LIBDIR}/cmake/${package})
@@ -63,7 +63,7 @@ install(FILES README.md CHANGELOG.md DESTINATION share/doc/mduckdb)
 install(DIRECTORY docs examples DESTINATION share/doc/mduckdb USE_SOURCE_PERMISSIONS)
 install(FILES cmake/package/copyright DESTINATION share/doc/mduckdb)
 
-# What is not installed, the tests that is, need not be built for a package.
+# The tests are not installed, so a package need not build them.
 set(CMAKE_SKIP_INSTALL_ALL_DEPENDENCY ON)
 set(CPACK_PACKAGE_NAME mduckdb)
 set(CPACK_PACKAGE_VENDOR "mduckdb")
@@ -85,7 +85,7 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION database)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}/lib)
-# Who packages a host that is linked with mshared gets the dependency on this package from it.
+# A package of a host that links mshared gets its dependency on this package from this file.
 file(CONFIGURE OUTPUT package/shlibs CONTENT "libmshared 0 mduckdb (>= @PROJECT_VERSION@)\n")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${PROJECT_BINARY_DIR}/package/shlibs)
 set(CPACK_PROJECT_CONFIG_FILE ${PROJECT_SOURCE_DIR}/cmake/package/cpack.cmake)

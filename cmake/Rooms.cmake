@@ -1,7 +1,7 @@
-# A room is a folder of sources that may use the rooms it names, and no other. Includes name the room
-# ("values/kinds.h"), and each room has an include root of its own, a folder of the build tree that holds nothing
-# but a link with the room's name. A target sees the roots of the rooms that it links, so an include that
-# goes the wrong way does not compile.
+# A room is a folder of sources that may use only the rooms that it names. Includes name the room ("values/variant.h").
+# Each room has its own include root, a folder of the build tree that contains only a link with the room's name. A
+# target sees the roots of the rooms that it links, so an include in the wrong direction does not compile. tests/layout
+# checks this for every pair of rooms.
 
 # mduckdb_include_root(TARGET ROOM FOLDER): FOLDER becomes visible as ROOM/ to TARGET and to all that link it.
 function(mduckdb_include_root target room folder)
@@ -13,7 +13,7 @@ endfunction()
 
 # mduckdb_room(TARGET ROOM SOURCES source... [USES target...] [PRIVATELY target...])
 #
-# An object library of the current folder. What it uses, those that use it see too, but for what it uses privately.
+# An object library of the current folder. Rooms that use it also see what it USES, but not what it uses PRIVATELY.
 function(mduckdb_room target room)
     cmake_parse_arguments(PARSE_ARGV 2 arg "" "" "SOURCES;USES;PRIVATELY")
     add_library(${target} OBJECT ${arg_SOURCES})

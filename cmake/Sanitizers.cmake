@@ -3,13 +3,13 @@ if(MDUCKDB_SANITIZE)
     add_link_options(-fsanitize=${MDUCKDB_SANITIZE})
 endif()
 if(MDUCKDB_SANITIZE STREQUAL "thread")
-    # libduckdb.so takes templates of the standard library from whoever exports them. Instrumented ones, run on
-    # its own threads without its atomics being seen, look like races; so ours are kept to ourselves.
+    # libduckdb.so uses the standard library's templates from any library that exports them. Instrumented ones, run on
+    # its own threads without its atomics being seen, look like races, so we do not export ours.
     add_link_options(-Wl,--version-script=${CMAKE_CURRENT_LIST_DIR}/tsan_exports.map)
 endif()
 
-# What a sanitized program reads when it starts; harmless for the others. The suppressions name libduckdb.so
-# alone, which is not instrumented.
+# Read by a sanitized program when it starts; harmless for others. The suppressions name only libduckdb.so, which is not
+# instrumented.
 set(MDUCKDB_TEST_ENVIRONMENT
     "ASAN_OPTIONS=detect_leaks=1:detect_stack_use_after_return=1:strict_string_checks=1:check_initialization_order=1"
     "LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/lsan.supp:print_suppressions=0"

@@ -1,4 +1,4 @@
-# Brings the pinned DuckDB into the cache; sourced by lib.sh.
+# Downloads the pinned DuckDB into the cache; sourced by lib.sh.
 # shellcheck shell=bash
 
 DOWNLOADS=$CACHE/downloads
@@ -12,8 +12,8 @@ wheel)
 *) die "scripts/duckdb-$DUCKDB_NAME.pin: DUCKDB_LIBRARY_FROM is '$DUCKDB_LIBRARY_FROM'. Use npm or wheel." ;;
 esac
 
-# describe_folder FOLDER: the size and name of every file in it but this list, to be compared with the one that was
-# written when the folder was made.
+# describe_folder FOLDER: the size and name of every file in it except the list itself, for comparison with the list
+# written when the folder was created.
 describe_folder() { (cd "$1" && find . -type f ! -name contents -printf '%s %P\n' | LC_ALL=C sort); }
 
 # Whether the cache holds all files of the pinned DuckDB at their full size.
@@ -53,14 +53,14 @@ source_command() {
         "$DUCKDB_SOURCE_PACKAGE==$DUCKDB_SOURCE_VERSION"
 }
 
-# get_file FILE SHA256 WORK COMMAND: takes FILE from the downloads folder, or lets COMMAND fetch it into WORK. Prints
+# get_file FILE SHA256 WORK COMMAND: uses FILE from the downloads folder, or runs COMMAND to download it into WORK. Prints
 # the file's path.
 get_file() {
     local file=$1 sum=$2 work=$3 command=$4 path=$DOWNLOADS/$1
     if [ ! -e "$path" ]; then
         path=$work/$file
         say "fetching $file"
-        # Split on purpose: no word of these commands has a blank.
+        # Split on purpose: no argument of these commands contains a blank.
         # shellcheck disable=SC2086
         (cd "$work" && timeout 600 $command >"$work/log" 2>&1 </dev/null) || {
             tail -n 5 "$work/log" >&2
@@ -77,18 +77,18 @@ unpack_library() {
     case $DUCKDB_LIBRARY_FROM in
     npm) tar -xzf "$1" -C "$2" --strip-components=1 package/libduckdb.so ;;
     wheel)
-        # A wheel's library finds Python's symbols in the program that loads it, and has no name of its own.
+        # A wheel's library has no SONAME and finds Python's symbols in the program that loads it.
         python3 -m zipfile -e "$1" "$2/wheel"
         mv "$2"/wheel/_duckdb.*.so "$2/libduckdb.so"
         rm -rf "$2/wheel"
-        # One change a call: patchelf 0.14 dies of two.
+        # One change per call: patchelf 0.14 crashes on two.
         patchelf --set-soname libduckdb.so "$2/libduckdb.so"
         patchelf --add-needed libpython3.11.so.1.0 "$2/libduckdb.so"
         ;;
     esac
 }
 
-# The clients that the downloads need and that are missing here.
+# The missing clients that the downloads need.
 install_clients() {
     local clients=()
     if [ ! -e "$DOWNLOADS/$DUCKDB_LIBRARY_FILE" ] && [ "$DUCKDB_LIBRARY_FROM" = npm ] && ! command -v npm >/dev/null; then
@@ -102,19 +102,19 @@ install_clients() {
     [ ${#clients[@]} = 0 ] || install_packages "${clients[@]}"
 }
 
-# The folder appears in the cache whole or not at all, whatever happens on the way and however many do this.
+# The folder appears in the cache complete or not at all, also after a failure and with several runs at once.
 fetch_duckdb() {
     [ "$(uname -s)-$(uname -m)" = Linux-x86_64 ] ||
         no_duckdb "scripts/duckdb-$DUCKDB_NAME.pin names the library for Linux on x86-64 only; this is $(uname -s) on $(uname -m)."
     install_clients
-    mkdir -p "$CACHE" || die "The cache folder $CACHE cannot be made. Name another one by XDG_CACHE_HOME=FOLDER."
+    mkdir -p "$CACHE" || die "The cache folder $CACHE cannot be created. Set XDG_CACHE_HOME=FOLDER to use another one."
     exec 8>"$CACHE/.lock"
     flock 8
     if has_duckdb; then
         exec 8>&-
         return
     fi
-    # Under the lock, so what is left over belongs to a run that was killed.
+    # Under the lock, so left-over folders belong to runs that were killed.
     rm -rf "$CACHE"/.fetch.*
     local work library source inside
     work=$(mktemp -d "$CACHE/.fetch.XXXXXX")

@@ -1,4 +1,4 @@
-# Shared by the scripts beside it; sourced, never run. Sets ROOT, CACHE, BUILD (the folder of the builds) and the pin's names.
+# Shared by the other scripts; sourced, never run. Sets ROOT, CACHE, BUILD (the folder of the builds) and the pin's names.
 # shellcheck shell=bash
 set -euo pipefail
 
@@ -15,8 +15,8 @@ die() {
     exit 1
 }
 
-# Which DuckDB: `--duckdb NAME` as the first words of any script's call, or MDUCKDB_DUCKDB=NAME, names a
-# scripts/duckdb-NAME.pin. Every DuckDB has build folders of its own; those of the shipped one need no name.
+# Which DuckDB: `--duckdb NAME` as the first arguments of any script, or MDUCKDB_DUCKDB=NAME, selects
+# scripts/duckdb-NAME.pin. Each DuckDB has its own build folders; those of the shipped one have no name in their path.
 DEFAULT_DUCKDB=1.5
 if [ "${1:-}" = --duckdb ]; then
     MDUCKDB_DUCKDB=${2:?--duckdb needs a name}
@@ -45,7 +45,7 @@ packages_of() {
     done
 }
 
-# missing_packages NAME...: those that dpkg does not have.
+# missing_packages NAME...: those that are not installed.
 missing_packages() {
     local have name
     have=$(dpkg-query -W -f '${db:Status-Status} ${Package}\n' "$@" 2>/dev/null | sort -u) || true
@@ -54,7 +54,7 @@ missing_packages() {
     done
 }
 
-# as_root COMMAND...: fails, and says nothing, where this user cannot become root without being asked.
+# as_root COMMAND...: fails silently if this user cannot become root without a prompt.
 can_be_root() { [ "$(id -u)" = 0 ] || sudo -n true 2>/dev/null || { [ -t 0 ] && command -v sudo >/dev/null; }; }
 as_root() {
     if [ "$(id -u)" = 0 ]; then
@@ -64,7 +64,7 @@ as_root() {
     fi
 }
 
-# install_packages NAME...: brings in what is missing, or says what is missing and ends.
+# install_packages NAME...: installs missing packages, or lists them and terminates.
 install_packages() {
     if [ -n "${MDUCKDB_NO_PACKAGES:-}" ]; then
         return
@@ -85,7 +85,7 @@ install_packages() {
 (MDUCKDB_NO_PACKAGES=1 skips this check.)"
     fi
     say "installing ${missing[*]}"
-    as_root apt-get -q update >&2 || say "apt-get update failed; trying with the lists that are there"
+    as_root apt-get -q update >&2 || say "apt-get update failed; continuing with the existing package lists"
     as_root env DEBIAN_FRONTEND=noninteractive apt-get -q -y install --no-install-recommends "${missing[@]}" >&2 ||
         die "apt-get could not install: ${missing[*]}"
 }
@@ -93,7 +93,7 @@ install_packages() {
 # shellcheck source=fetch_duckdb.sh
 source "$ROOT/scripts/fetch_duckdb.sh"
 
-# set_up GROUP...: the packages of the groups, and DuckDB. Quick when all of it is there.
+# set_up GROUP...: the packages of the groups, and DuckDB. Quick if everything is present.
 set_up() {
     local packages
     if [ "$DUCKDB_LIBRARY_FROM" = wheel ]; then
@@ -106,7 +106,7 @@ set_up() {
     fi
 }
 
-# configure PRESET: where that was not done yet, or was done for another DuckDB.
+# configure PRESET: unless it is already configured for this DuckDB.
 configure() {
     local folder=$BUILD/$1 root=$DUCKDB_HOME
     if [ -n "${DuckDB_ROOT:-}" ]; then
@@ -117,7 +117,7 @@ configure() {
     fi
 }
 
-# build PRESET [TARGET...]: everything goes to stderr; nothing is said when there is nothing to do.
+# build PRESET [TARGET...]: prints to stderr, and nothing if there is nothing to do.
 build() {
     local folder=$BUILD/$1
     configure "$1"

@@ -1,4 +1,4 @@
-# The archive is a tree to unpack anywhere; the Debian package has its fixed place.
+# The archive can be unpacked anywhere; the Debian package has a fixed location.
 if(CPACK_GENERATOR STREQUAL "TGZ")
     set(CPACK_PACKAGING_INSTALL_PREFIX /)
 endif()
