@@ -57,6 +57,7 @@ class TablePrinter final : public Printer {
         last_rows_limit_ = is_cut_ ? static_cast<std::size_t>(rows / 2) : 0;
         first_rows_.clear();
         last_rows_.clear();
+        last_unformatted_rows_.clear();
         count_ = 0;
         is_started_ = false;
         is_misaligned_ = false;
@@ -64,28 +65,22 @@ class TablePrinter final : public Printer {
 
     void Add(const Row& row) override {
         ++count_;
-        Fields fields;
-        fields.reserve(row.size());
-        for (const Datum& datum : row) {
-            fields.push_back(MakeField(datum.get_IsNull() ? "NULL" : ToPrintable(ToText(datum))));
-            fields.back().is_null = datum.get_IsNull();
-        }
         if (is_started_) {
-            PrintRow(fields);
+            PrintRow(MakeFields(row));
         } else if (first_rows_.size() < first_rows_limit_) {
-            first_rows_.push_back(std::move(fields));
+            first_rows_.push_back(MakeFields(row));
         } else if (is_cut_) {
-            last_rows_.push_back(std::move(fields));
-            if (last_rows_.size() > last_rows_limit_) {
-                last_rows_.pop_front();
-            }
+            KeepLast(row);
         } else {
             Start();
-            PrintRow(fields);
+            PrintRow(MakeFields(row));
         }
     }
 
     void End() override {
+        for (const Row& row : last_unformatted_rows_) {
+            last_rows_.push_back(MakeFields(row));
+        }
         if (!is_started_) {
             Start();
         }
@@ -109,6 +104,29 @@ class TablePrinter final : public Printer {
     static Field MakeField(std::string text) {
         const int width = DisplayWidth(text);
         return {std::move(text), width, false};
+    }
+
+    static Fields MakeFields(const Row& row) {
+        Fields fields;
+        fields.reserve(row.size());
+        for (const Datum& datum : row) {
+            fields.push_back(MakeField(datum.get_IsNull() ? "NULL" : ToPrintable(ToText(datum))));
+            fields.back().is_null = datum.get_IsNull();
+        }
+        return fields;
+    }
+
+    /** Keeps the row in case it is one of the last. Most rows of a long result are not and stay hidden, so
+       they are formatted in `End` only. The oldest row is overwritten, which reuses its memory. */
+    void KeepLast(const Row& row) {
+        if (last_unformatted_rows_.size() < last_rows_limit_) {
+            last_unformatted_rows_.push_back(row);
+            return;
+        }
+        Row oldest = std::move(last_unformatted_rows_.front());
+        last_unformatted_rows_.pop_front();
+        oldest = row;
+        last_unformatted_rows_.push_back(std::move(oldest));
     }
 
     void Measure(const Fields& fields) {
@@ -214,7 +232,8 @@ class TablePrinter final : public Printer {
     std::size_t first_rows_limit_ = 0;
     std::size_t last_rows_limit_ = 0;
     std::vector<Fields> first_rows_;
-    std::deque<Fields> last_rows_;
+    std::vector<Fields> last_rows_;
+    std::deque<Row> last_unformatted_rows_;
     uint64_t count_ = 0;
     bool is_started_ = false;
     /** Whether a value was wider than its column, which only the first rows determine. */
