@@ -5,6 +5,7 @@
 #include "nbx/mrsql/duckdb_database.h"
 #include "nbx/mrsql/duckdb_extension.h"
 #include "nbx/mrsql/duckdb_query_result.h"
+#include "nbx/mrsql/duckdb_snapshot.h"
 #include "nbx/mrsql/duckdb_statement.h"
 #include "nbx/string.h"
 #include "nbx/value.h"
@@ -31,6 +32,8 @@ I_DuckDBCursor::~I_DuckDBCursor() = default;
 I_DuckDBDatabase::~I_DuckDBDatabase() = default;
 I_DuckDBExtension::~I_DuckDBExtension() = default;
 I_DuckDBQueryResult::~I_DuckDBQueryResult() = default;
+I_DuckDBRestore::~I_DuckDBRestore() = default;
+I_DuckDBSnapshot::~I_DuckDBSnapshot() = default;
 I_DuckDBStatement::~I_DuckDBStatement() = default;
 
 }  // namespace mrsql

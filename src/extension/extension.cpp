@@ -11,6 +11,8 @@
 #include "engines/handle_registry.h"
 #include "extension/file_probe.h"
 #include "extension/restore.h"
+#include "extension/restore_snapshot.h"
+#include "nbx/mrsql/duckdb_snapshot.h"
 #include "objects/cursor.h"
 #include "objects/database.h"
 
@@ -24,12 +26,14 @@ using nbx::mrsql::I_DuckDBCursor;
 using nbx::mrsql::I_DuckDBDatabase;
 using nbx::mrsql::I_DuckDBExtension;
 
-class DuckDBExtension final : public nbx::Counted<I_DuckDBExtension> {
+class DuckDBExtension final : public nbx::Counted<I_DuckDBExtension>, public nbx::mrsql::I_DuckDBRestore {
   public:
     void* QueryInterface(uint32_t interface_id) override {
         static constexpr nbx::InterfaceItem kTable[] = {
             {nbx::mrsql::kDuckDBExtensionInterfaceId,
              &nbx::CastToInterface<DuckDBExtension, I_DuckDBExtension>},
+            {nbx::mrsql::kDuckDBRestoreInterfaceId,
+             &nbx::CastToInterface<DuckDBExtension, nbx::mrsql::I_DuckDBRestore>},
             {0, nullptr},
         };
         return nbx::InterfaceTableQueryInterface(this, kTable, interface_id);
@@ -63,6 +67,14 @@ class DuckDBExtension final : public nbx::Counted<I_DuckDBExtension> {
     smart_ptr<I_DuckDBDatabase> RestoreDatabase(smart_ptr<I_Location> database_location,
                                                 smart_ptr<I_Location> backup_folder) override {
         return mduckdb::RestoreDatabase(std::move(database_location), std::move(backup_folder));
+    }
+    smart_ptr<I_DuckDBDatabase> RestoreSnapshot(smart_ptr<I_Location> database_location,
+                                                smart_ptr<I_Location> snapshot) override {
+        return mduckdb::RestoreSnapshot(std::move(database_location), std::move(snapshot));
+    }
+    nbx::String VerifyBackup(smart_ptr<I_DuckDBDatabase> database,
+                             smart_ptr<I_Location> backup_folder) override {
+        return mduckdb::VerifyBackup(database, backup_folder);
     }
 };
 

@@ -50,6 +50,8 @@ void* DuckDBDatabase::QueryInterface(uint32_t interface_id) {
     static constexpr nbx::InterfaceItem kTable[] = {
         {nbx::mrsql::kDuckDBDatabaseInterfaceId,
          &nbx::CastToInterface<DuckDBDatabase, nbx::mrsql::I_DuckDBDatabase>},
+        {nbx::mrsql::kDuckDBSnapshotInterfaceId,
+         &nbx::CastToInterface<DuckDBDatabase, nbx::mrsql::I_DuckDBSnapshot>},
         {0, nullptr},
     };
     return nbx::InterfaceTableQueryInterface(this, kTable, interface_id);
@@ -154,6 +156,7 @@ void DuckDBDatabase::RemoveQueryResult(nbx::mrsql::I_DuckDBQueryResult* result) 
 void DuckDBDatabase::Interrupt() {
     if (IsInterruptionAllowed()) {
         link_->Interrupt();
+        running_stops_.StopAll();
     }
 }
 

@@ -7,11 +7,13 @@
 #include <string>
 #include <string_view>
 
+#include "backup/stop.h"
 #include "base/engine_lock.h"
 #include "engines/engine.h"
 #include "engines/session.h"
 #include "nbx/foreign_plugin.h"
 #include "nbx/mrsql/duckdb_database.h"
+#include "nbx/mrsql/duckdb_snapshot.h"
 #include "objects/database_link.h"
 #include "objects/export_gate.h"
 
@@ -25,6 +27,7 @@ namespace mduckdb {
     runs under the engine lock. */
 class DuckDBDatabase final : public nbx::mrsql::I_DuckDBDatabase,
                              public nbx::ForeignPlugin_imp,
+                             public nbx::mrsql::I_DuckDBSnapshot,
                              nbx::noncopyable {
   public:
     explicit DuckDBDatabase(nbx::smart_ptr<nbx::I_Location> location);
@@ -63,6 +66,10 @@ class DuckDBDatabase final : public nbx::mrsql::I_DuckDBDatabase,
     nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor> SqlSelect(const nbx::String& sql, uint32_t cursor_location,
                                                          nbx::smart_ptr<nbx::ValueRow> parameters) override;
 
+    void Snapshot(nbx::smart_ptr<nbx::I_Location> file) override;
+    /** As `I_DuckDBRestore::VerifyBackup` has it. */
+    nbx::String VerifyBackup(const nbx::I_Location& folder);
+
     /** What this object's statements, cursors and results are made with. */
     const SharedLink& get_Link() const noexcept { return link_; }
 
@@ -90,6 +97,10 @@ class DuckDBDatabase final : public nbx::mrsql::I_DuckDBDatabase,
         NBX_REQUIRES(gEngineLock);
     /** False and the error text when the export fails; runs without the engine lock. */
     bool Export(duckdb_connection connection, const std::string& statement, std::string& error);
+    /** Runs what needs the engine and its time, without the engine lock, so that `Close` waits for it and
+        `Interrupt` ends it. `work` is called with the engine's handle and the stop. */
+    template <class Work>
+    void RunBeside(Work work);
     /** Makes the session this object's own; the object is open from now on. */
     void Adopt(Session& session) NBX_REQUIRES(gEngineLock);
     [[noreturn]] void ThrowError(std::string_view message) const { link_->ThrowError(message); }
@@ -113,6 +124,7 @@ class DuckDBDatabase final : public nbx::mrsql::I_DuckDBDatabase,
     nbx::String open_key_ NBX_GUARDED_BY(gEngineLock);
 
     ExportGate export_gate_;
+    RunningStops running_stops_;
 };
 
 }  // namespace mduckdb

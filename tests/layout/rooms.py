@@ -8,11 +8,12 @@ A room is a folder of sources. Its headers are included by the name of the room:
 SRC = {
     "base": (),
     "duckdb_internals": ("base",),
+    "backup": ("base",),
     "engines": ("base", "duckdb_internals"),
     "values": ("base", "duckdb_internals"),
-    "objects": ("base", "duckdb_internals", "engines", "values"),
+    "objects": ("base", "backup", "duckdb_internals", "engines", "values"),
     "procedures": ("base", "duckdb_internals", "engines"),
-    "extension": ("base", "engines", "objects", "procedures"),
+    "extension": ("base", "backup", "engines", "objects", "procedures"),
 }
 HOST = {
     "text": (),

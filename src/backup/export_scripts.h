@@ -1,0 +1,32 @@
+#pragma once
+
+#include <functional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace mduckdb {
+
+/** The statements of an export's two scripts, to be run one by one where the one import statement fails. */
+struct ExportScripts {
+    /** What makes the schemas, tables, views and so on. */
+    std::vector<std::string> schema;
+    /** What fills the tables, from the files of the folder that the scripts were read from, and without
+       options that only writing knows: DuckDB 2.0 refuses to read with the ROW_GROUP_SIZE that 1.5 wrote. */
+    std::vector<std::string> load;
+};
+
+/** Reads the scripts; changes nothing in the folder. Throws `BackupError` when one is missing. */
+ExportScripts ReadExportScripts(const std::string& folder);
+
+/** The statements of a script as the exports write them: separated by semicolons outside of quotes. */
+std::vector<std::string> SplitScript(std::string_view script);
+/** A COPY statement of a load script, with the file taken from the folder. */
+std::string MendLoad(std::string_view copy, const std::string& folder);
+
+/** Runs the statements with `run`, which throws for one that fails. A statement of the schema that fails is
+   run again after the others, since DuckDB writes views in the order of their making, which is not always one
+   in which they can be made. The first error that stays is thrown. */
+void RunExportScripts(const ExportScripts& scripts, const std::function<void(const std::string&)>& run);
+
+}  // namespace mduckdb

@@ -1,0 +1,27 @@
+#include "backup/file_engine.h"
+
+#include "base/holders.h"
+
+namespace mduckdb {
+
+FileEngine::FileEngine(const std::string& file, Access access, const std::string& memory_limit,
+                       const std::string& spill_folder) {
+    ConfigHolder config;
+    if (duckdb_create_config(config.Receive()) != DuckDBSuccess) {
+        throw BackupError("Failed to create DuckDB config");
+    }
+    duckdb_set_config(config.get(), "access_mode", access == Access::reading ? "READ_ONLY" : "READ_WRITE");
+    duckdb_set_config(config.get(), "temp_directory", spill_folder.c_str());
+    // The work goes on beside that of the host, which keeps the other processors.
+    duckdb_set_config(config.get(), "threads", "1");
+    if (!memory_limit.empty()) {
+        duckdb_set_config(config.get(), "max_memory", memory_limit.c_str());
+    }
+    TextHolder error;
+    if (duckdb_open_ext(file.c_str(), &handle_, config.get(), error.Receive()) != DuckDBSuccess) {
+        handle_ = nullptr;
+        throw BackupError(MessageOf(error.get()));
+    }
+}
+
+}  // namespace mduckdb

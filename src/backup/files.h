@@ -1,0 +1,58 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+
+#include "backup/sha256.h"
+#include "backup/stop.h"
+
+namespace mduckdb {
+
+/** A file descriptor of this room's own. */
+class Descriptor : nbx::noncopyable {
+  public:
+    /** Throws `BackupError` that names the file. */
+    Descriptor(const std::string& path, int flags);
+    ~Descriptor() { Close(); }
+
+    int get() const noexcept { return descriptor_; }
+    void Close() noexcept;
+
+  private:
+    int descriptor_;
+};
+
+/** The descriptor under which this process has the file open for reading already, or -1.
+
+    A file that DuckDB has open must be read through DuckDB's own descriptor: the lock on it belongs to
+    the process and is lost with the first descriptor of the file that is closed, a duplicate included.
+    The descriptor stays open for as long as the engine does, so its user keeps a connection. */
+int FindOpenDescriptor(const std::string& path);
+
+/** Bytes in a file; 0 when it is not there. */
+uint64_t FileSize(const std::string& path);
+
+/** Copies the first `size` bytes to `target`, which is there and empty. Leaves out blocks of zeros, so that a
+    sparse file stays one. Has the disk write while it goes on reading. Throws `BackupError` when a
+    file cannot be read or written, or ends too early. */
+void CopyBytes(int source, uint64_t size, const std::string& target, const BackupStop& stop);
+/** The same for a whole file that nobody changes; gives the checksum of what was copied. */
+std::string CopyFileWithSum(const std::string& source, const std::string& target, const BackupStop& stop);
+
+/** The SHA-256 of a file that this process has not open otherwise. */
+std::string FileSum(const std::string& path, const BackupStop& stop);
+
+/** Has the disk hold what was written to the file, or the names in the folder. */
+void SyncToDisk(const std::string& path);
+/** Writes a small file and has the disk hold it. */
+void WriteWhole(const std::string& path, const std::string& content);
+/** A small file as a text. Throws `BackupError` when it cannot be read. */
+std::string ReadWhole(const std::string& path);
+
+/** Renames; fails when the new name is taken. Throws `BackupError`. */
+void RenameToFreeName(const std::string& from, const std::string& to);
+
+/** Throws `BackupError` "PATH cannot be OPERATED: reason" for the present errno. */
+[[noreturn]] void ThrowFileError(const std::string& path, const char* operated);
+
+}  // namespace mduckdb

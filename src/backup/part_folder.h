@@ -1,0 +1,29 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "backup/files.h"
+
+namespace mduckdb {
+
+/** A folder beside a file that is to come, in which that file grows: "FILE.part-XXXXXX". Deleted with
+    everything in it at the end of the scope; what killed processes left behind is deleted by the next one for
+    the same file. */
+class PartFolder : nbx::noncopyable {
+  public:
+    /** Throws `BackupError`. */
+    explicit PartFolder(const std::string& file);
+    ~PartFolder();
+
+    /** The path of a file in it. */
+    std::string operator/(const std::string& name) const { return path_ + "/" + name; }
+    const std::string& get_Path() const noexcept { return path_; }
+
+  private:
+    std::string path_;
+    /** Locked for as long as this process works on the folder. */
+    std::unique_ptr<Descriptor> in_use_;
+};
+
+}  // namespace mduckdb

@@ -1,0 +1,188 @@
+#include "backup/snapshot.h"
+
+#include <fcntl.h>
+
+#include <filesystem>
+#include <optional>
+
+#include "backup/comparison.h"
+#include "backup/cut.h"
+#include "backup/file_engine.h"
+#include "backup/files.h"
+#include "backup/manifest.h"
+#include "backup/part_folder.h"
+
+namespace mduckdb {
+
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr ComparedNames kNames{"database", "snapshot"};
+/** So many differences make an error's text; more do not help. */
+constexpr std::size_t kMostLines = 20;
+
+/** What a snapshot is made of. */
+struct Source {
+    duckdb_database engine;
+    /** As DuckDB has opened it: the log's name comes from this one. */
+    std::string file;
+    bool is_read_only;
+};
+
+/** Throws `BackupError` for a database that no file can be copied of. */
+Source Describe(duckdb_database engine, BackupStop& stop) {
+    SqlWorker worker(engine, stop);
+    const TextRow row =
+        worker
+            .Rows(
+                "SELECT path, readonly::VARCHAR, encrypted::VARCHAR, type FROM duckdb_databases() "
+                "WHERE database_name = current_database()")
+            .at(0);
+    if (row[0].value_or("").empty() || row[3] != "duckdb") {
+        throw BackupError("A snapshot needs a database in a file");
+    }
+    if (row[2] == "true") {
+        throw BackupError(*row[0] + " is encrypted: a snapshot of it cannot be made");
+    }
+    return {engine, *row[0], row[1] == "true"};
+}
+
+/** One snapshot on its way. */
+class SnapshotJob : nbx::noncopyable {
+  public:
+    SnapshotJob(const Source& source, const std::string& target, BackupStop& stop)
+        : source_(source),
+          target_(target),
+          stop_(stop),
+          part_(target),
+          // Under its own name the copy's catalog has the name that views and macros may contain.
+          copy_(part_ / fs::path(source.file).filename().string()) {}
+
+    void Run() {
+        {
+            Cut cut(source_.engine, source_.file, source_.is_read_only, stop_);
+            memory_limit_ = cut.get_Reader().Text("SELECT current_setting('memory_limit')");
+            const std::vector<CatalogFact> catalog = ReadCatalog(cut.get_Reader());
+            Copy(cut.get_LogSize());
+            cut.EndGuard();
+            FoldLog(cut.get_LogSize());
+            Check(cut, catalog);
+        }
+        manifest_.duckdb_version = duckdb_library_version();
+        manifest_.date = DateNow();
+        manifest_.size = FileSize(copy_);
+        manifest_.sha256 = FileSum(copy_, stop_);
+        Publish();
+    }
+
+  private:
+    void Copy(uint64_t log_size) {
+        const int main = FindOpenDescriptor(source_.file);
+        if (main < 0) {
+            throw BackupError(source_.file + " is not the file that the database has open");
+        }
+        Descriptor(copy_, O_WRONLY | O_CREAT | O_EXCL).Close();
+        CopyBytes(main, FileSize(source_.file), copy_, stop_);
+        if (log_size > 0) {
+            Descriptor(LogOf(copy_), O_WRONLY | O_CREAT | O_EXCL).Close();
+            // DuckDB has the log open for writing only and holds no lock on it.
+            const Descriptor log(LogOf(source_.file), O_RDONLY);
+            CopyBytes(log.get(), log_size, LogOf(copy_), stop_);
+        }
+    }
+
+    void FoldLog(uint64_t log_size) {
+        if (log_size == 0) {
+            return;
+        }
+        {
+            const FileEngine engine(copy_, FileEngine::Access::writing, memory_limit_, part_ / "spill");
+            SqlWorker worker(engine.get(), stop_);
+            worker.Run("CHECKPOINT");
+        }
+        if (FileSize(LogOf(copy_)) > 0) {
+            throw BackupError("The snapshot's log could not be folded into its file");
+        }
+        SyncToDisk(copy_);
+    }
+
+    /** Reads the whole copy, and compares it with the source as of the cut. */
+    void Check(Cut& cut, const std::vector<CatalogFact>& catalog) {
+        const FileEngine engine(copy_, FileEngine::Access::reading, memory_limit_, part_ / "spill");
+        SqlWorker worker(engine.get(), stop_);
+        PrepareForFacts(worker);
+        const DatabaseFacts copy = ReadFacts(worker);
+        std::vector<std::string> lines =
+            CompareCatalogs(catalog, copy.catalog, kNames, !source_.is_read_only);
+        if (cut.get_IsReaderExact()) {
+            const std::vector<std::string> rows =
+                CompareTables(ReadTables(cut.get_Reader()), copy.tables, kNames);
+            lines.insert(lines.end(), rows.begin(), rows.end());
+            ThrowIfDifferent(lines);
+            manifest_.compared = "rows";
+        } else {
+            // What differs may have been committed between the reader's moment and the cut.
+            manifest_.compared = lines.empty() ? "structure" : "nothing";
+        }
+        manifest_.objects = CountObjects(copy.catalog);
+        manifest_.tables = copy.tables;
+        manifest_.storage_version = worker.Text(
+            "SELECT coalesce(tags['storage_version'], '') FROM duckdb_databases() "
+            "WHERE database_name = current_database()");
+    }
+
+    static void ThrowIfDifferent(const std::vector<std::string>& lines) {
+        if (lines.empty()) {
+            return;
+        }
+        std::string text = "The snapshot is not what the database holds:";
+        for (std::size_t i = 0; i < lines.size() && i < kMostLines; ++i) {
+            text += "\n" + lines[i];
+        }
+        throw BackupError(text);
+    }
+
+    void Publish() {
+        const std::string manifest = part_ / "manifest.json";
+        WriteWhole(manifest, WriteManifest(manifest_));
+        stop_.Check();
+        if (fs::exists(fs::symlink_status(target_))) {
+            throw BackupError(target_ + " is there already");
+        }
+        // A manifest without its file is what a process left that was killed here.
+        fs::rename(manifest, ManifestOf(target_));
+        try {
+            RenameToFreeName(copy_, target_);
+        } catch (...) {
+            std::error_code ignored;
+            fs::remove(ManifestOf(target_), ignored);
+            throw;
+        }
+        SyncToDisk(fs::path(target_).parent_path().string());
+    }
+
+    const Source& source_;
+    const std::string& target_;
+    BackupStop& stop_;
+    PartFolder part_;
+    std::string copy_;
+    std::string memory_limit_;
+    SnapshotManifest manifest_;
+};
+
+}  // namespace
+
+void TakeSnapshot(duckdb_database engine, const std::string& target, BackupStop& stop) {
+    if (fs::exists(fs::symlink_status(target))) {
+        throw BackupError(target + " is there already");
+    }
+    try {
+        const Source source = Describe(engine, stop);
+        SnapshotJob(source, target, stop).Run();
+    } catch (const fs::filesystem_error& error) {
+        throw BackupError(error.what());
+    }
+}
+
+}  // namespace mduckdb

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <duckdb.h>
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "backup/error.h"
+#include "backup/stop.h"
+
+namespace mduckdb {
+
+/** One row of texts; SQL NULL is an empty optional. */
+using TextRow = std::vector<std::optional<std::string>>;
+
+/** A connection of its own to an engine, whose statements a `BackupStop` can cut. The engine must outlive it.
+ */
+class SqlWorker : nbx::noncopyable {
+  public:
+    /** Throws `BackupError` when DuckDB gives no connection. */
+    SqlWorker(duckdb_database engine, BackupStop& stop);
+    ~SqlWorker();
+
+    /** Runs a statement whose rows do not matter. Throws `BackupError` with DuckDB's message. */
+    void Run(const std::string& sql);
+    /** The same without an exception, for destructors and second tries; false when DuckDB refuses. */
+    bool TryRun(const std::string& sql) noexcept;
+    /** Runs a query whose columns are all VARCHAR. Throws `BackupError` with DuckDB's message. */
+    std::vector<TextRow> Rows(const std::string& sql);
+    /** The first cell of such a query; empty for NULL and for no row. */
+    std::string Text(const std::string& sql);
+
+    duckdb_connection get() const noexcept { return connection_; }
+    BackupStop& get_Stop() const noexcept { return stop_; }
+
+  private:
+    BackupStop& stop_;
+    duckdb_connection connection_ = nullptr;
+};
+
+/** DuckDB's message in its error text, which may be JSON. */
+std::string MessageOf(const char* duckdb_text);
+
+/** A name or a text as SQL has it: between the given quotes, with these doubled inside. */
+std::string Quoted(std::string_view text, char quote);
+inline std::string QuotedName(std::string_view name) {
+    return Quoted(name, '"');
+}
+inline std::string QuotedText(std::string_view text) {
+    return Quoted(text, '\'');
+}
+
+}  // namespace mduckdb

@@ -1,0 +1,15 @@
+#pragma once
+
+#include "nbx/location.h"
+#include "nbx/mrsql/duckdb_database.h"
+
+namespace mduckdb {
+
+/** As `I_DuckDBRestore::RestoreSnapshot` has it. */
+nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase> RestoreSnapshot(
+    nbx::smart_ptr<nbx::I_Location> database_location, nbx::smart_ptr<nbx::I_Location> snapshot);
+/** As `I_DuckDBRestore::VerifyBackup` has it. */
+nbx::String VerifyBackup(const nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase>& database,
+                         const nbx::smart_ptr<nbx::I_Location>& backup_folder);
+
+}  // namespace mduckdb

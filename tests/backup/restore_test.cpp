@@ -1,0 +1,168 @@
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "backup/files.h"
+#include "everything.h"
+#include "nbx/mrsql/duckdb_snapshot.h"
+#include "support/second_process.h"
+#include "support/small_disk.h"
+#include "support/temp_folder.h"
+#include "support/test_host.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using testing::HasSubstr;
+
+/** A snapshot with one row in the table t, and a database with two rows that it is to replace. */
+class RestoreSnapshotTest : public testing::Test {
+  protected:
+    using Database = nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase>;
+
+    void SetUp() override {
+        const Database source = host_.Created(Path("source.db"));
+        Execute(*source, "CREATE TABLE t AS SELECT 'new' AS s");
+        static_cast<nbx::mrsql::I_DuckDBSnapshot*>(
+            source->QueryInterface(nbx::mrsql::kDuckDBSnapshotInterfaceId))
+            ->Snapshot(Location(snapshot_));
+        Execute(*host_.Created(target_), "CREATE TABLE t AS SELECT 'old' AS s");
+    }
+    std::string Path(const std::string& name) const { return folder_ / name; }
+    nbx::mrsql::I_DuckDBRestore& Restorer() const {
+        return *static_cast<nbx::mrsql::I_DuckDBRestore*>(
+            host_->QueryInterface(nbx::mrsql::kDuckDBRestoreInterfaceId));
+    }
+    std::string Restore(const std::string& target) const {
+        return Thrown([&] { Restorer().RestoreSnapshot(Location(target), Location(snapshot_)); });
+    }
+    std::string Restore() const { return Restore(target_); }
+    std::string ContentOf(const std::string& path) const {
+        return QueryText(*host_.Opened(path), "SELECT string_agg(s) FROM t");
+    }
+    /** The target is as it was, and nothing lies about. */
+    void ExpectUntouched() const {
+        EXPECT_EQ(ContentOf(target_), "old");
+        for (const auto& entry : fs::directory_iterator(folder_.get_Path())) {
+            EXPECT_THAT(entry.path().string(), testing::Not(HasSubstr(".part-")));
+        }
+    }
+
+    TempFolder folder_;
+    TestHost host_;
+    const std::string snapshot_ = Path("snap.db");
+    const std::string target_ = Path("target.db");
+};
+
+TEST_F(RestoreSnapshotTest, MakesANewDatabase) {
+    const Database database = Restorer().RestoreSnapshot(Location(Path("made.db")), Location(snapshot_));
+    EXPECT_FALSE(database->get_IsOpen());
+    database->Open();
+    EXPECT_EQ(QueryText(*database, "SELECT s FROM t"), "new");
+    EXPECT_TRUE(fs::exists(snapshot_));
+}
+
+TEST_F(RestoreSnapshotTest, ReplacesADatabaseAndKeepsItsModeAndLinks) {
+    fs::permissions(target_, fs::perms::owner_read | fs::perms::owner_write);
+    fs::create_symlink("target.db", Path("link.db"));
+    EXPECT_EQ(Restore(Path("link.db")), "none");
+    EXPECT_EQ(ContentOf(target_), "new");
+    EXPECT_TRUE(fs::is_symlink(Path("link.db")));
+    EXPECT_EQ(fs::status(target_).permissions(), fs::perms::owner_read | fs::perms::owner_write);
+}
+
+TEST_F(RestoreSnapshotTest, DoesNotReplayTheLogOfTheOldDatabase) {
+    {
+        SecondProcess writer({DUCKDB_WRITER, target_});
+        ASSERT_EQ(writer.ReadLine(), "committed");
+        writer.Kill();
+    }
+    ASSERT_GT(fs::file_size(target_ + ".wal"), 0U);
+    EXPECT_EQ(Restore(), "none");
+    EXPECT_EQ(ContentOf(target_), "new");
+}
+
+TEST_F(RestoreSnapshotTest, OfACutSnapshotIsRefused) {
+    const auto size = fs::file_size(snapshot_);
+    fs::resize_file(snapshot_, size - 1);
+    EXPECT_EQ(Restore(), "xDuckDBError 72501 [" + target_ + "] [" + snapshot_ + " is damaged: it has " +
+                             std::to_string(size - 1) + " bytes instead of " + std::to_string(size) + "]");
+    ExpectUntouched();
+}
+
+TEST_F(RestoreSnapshotTest, OfADamagedSnapshotIsRefused) {
+    const auto size = fs::file_size(snapshot_);
+    for (const std::uintmax_t place : {std::uintmax_t{0}, size / 2, size - 1}) {
+        std::fstream file(snapshot_, std::ios::in | std::ios::out | std::ios::binary);
+        file.seekg(static_cast<std::streamoff>(place));
+        const char byte = static_cast<char>(file.get());
+        file.seekp(static_cast<std::streamoff>(place));
+        file.put(static_cast<char>(byte ^ 1));
+        file.close();
+        EXPECT_THAT(Restore(),
+                    HasSubstr(snapshot_ + " is damaged: its checksum is not that of its manifest"));
+        ExpectUntouched();
+    }
+}
+
+TEST_F(RestoreSnapshotTest, WithoutItsManifestIsRefused) {
+    std::ofstream(snapshot_ + ".manifest.json") << "{}";
+    EXPECT_THAT(Restore(), HasSubstr("is not the manifest of a snapshot"));
+    fs::remove(snapshot_ + ".manifest.json");
+    EXPECT_THAT(Restore(), HasSubstr(snapshot_ + ".manifest.json is missing"));
+    ExpectUntouched();
+}
+
+TEST_F(RestoreSnapshotTest, OfASnapshotThatWasWrittenToIsRefused) {
+    {
+        SecondProcess writer({DUCKDB_WRITER, snapshot_});
+        ASSERT_EQ(writer.ReadLine(), "committed");
+        writer.Kill();
+    }
+    EXPECT_THAT(Restore(), HasSubstr("was written to after it was made"));
+    ExpectUntouched();
+}
+
+TEST_F(RestoreSnapshotTest, IntoADatabaseInUseIsRefused) {
+    {
+        const Database user = host_.Opened(target_);
+        EXPECT_THAT(Restore(), HasSubstr("Can not be dropped. 1 connections are alive."));
+        fs::create_symlink("target.db", Path("link.db"));
+        EXPECT_THAT(Restore(Path("link.db")), HasSubstr("in use in this process"));
+        EXPECT_EQ(QueryText(*user, "SELECT s FROM t"), "old");
+        EXPECT_THAT(TryOpenElsewhere(target_, true), HasSubstr("Could not set lock"));
+    }
+    {
+        const HeldElsewhere holder(target_, true);
+        EXPECT_THAT(Restore(), HasSubstr("is in use by process "));
+    }
+    ExpectUntouched();
+}
+
+TEST_F(RestoreSnapshotTest, WithoutLocationsIsRefused) {
+    EXPECT_EQ(Thrown([&] { Restorer().RestoreSnapshot(nullptr, Location(snapshot_)); }), "xDBError 51501");
+    EXPECT_EQ(Thrown([&] { Restorer().RestoreSnapshot(Location(target_), nullptr); }), "xDBError 66000");
+    EXPECT_EQ(Thrown([&] { Restorer().RestoreSnapshot(Location(target_), Location(Path("none"))); }),
+              "xDBError 66000");
+    EXPECT_THAT(Restore(":memory:"), HasSubstr("A snapshot is restored into a file"));
+    ExpectUntouched();
+}
+
+TEST_F(RestoreSnapshotTest, OntoAFullDiskLeavesTheDatabaseAsItWas) {
+    SmallDisk disk(2U << 20U);
+    if (!disk.get_Refusal().empty()) {
+        GTEST_SKIP() << disk.get_Refusal();
+    }
+    const std::string target = disk.get_Path() / "target.db";
+    fs::copy_file(target_, target);
+    disk.Fill();
+    EXPECT_THAT(Restore(target), HasSubstr("No space left on device"));
+    disk.MakeRoom();
+    EXPECT_EQ(ContentOf(target), "old");
+    EXPECT_EQ(Restore(target), "none");
+    EXPECT_EQ(ContentOf(target), "new");
+}
+
+}  // namespace
