@@ -54,7 +54,7 @@ struct Mimalloc {
     }
 };
 
-/** What a value costs apart from its memory: written when it is made, looked at when it is released. */
+/** The cost of a value besides its memory: written at creation, read at release. */
 struct Object {
     void* table;
     uint32_t references;
@@ -75,7 +75,7 @@ void Release(Object* object, std::size_t size) {
 
 enum class Order { kAsMade, kShuffled };
 
-/** Time that this thread has had the processor, so that other programs count little. */
+/** Processor time of this thread, so that other programs have little influence. */
 double ThreadSeconds() {
     timespec time{};
     ::clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
@@ -83,7 +83,7 @@ double ThreadSeconds() {
 }
 
 constexpr std::size_t kCount = 2'000'000;
-/** A number, and a row: one of these to five of those. */
+/** A number and a row: five numbers for each row. */
 constexpr std::size_t kNumberSize = 24;
 constexpr std::size_t kRowSize = 40;
 
@@ -101,7 +101,7 @@ void MakeAndRelease(benchmark::State& state) {
     }
 }
 
-/** A client cursor: all values are made, then all are released. Times the making or the releasing. */
+/** A client cursor: creates all values, then releases all. Measures either phase. */
 template <class Memory>
 void Keep(benchmark::State& state, bool times_release, Order order, bool on_another_thread) {
     std::vector<std::size_t> indexes(kCount);

@@ -21,7 +21,7 @@ class BareDuckDB {
 
     duckdb_connection get() const noexcept { return connection_; }
     duckdb_database get_Engine() const noexcept { return database_; }
-    /** Runs a query whose result nobody wants. */
+    /** Runs a query and ignores its result. */
     void Run(const std::string& sql) const;
     /** The one cell of a query, a 64-bit number. */
     int64_t GetNumber(const std::string& sql) const;

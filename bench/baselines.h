@@ -10,11 +10,11 @@
 
 namespace bench {
 
-/** The same deliveries as the cursors make, in bare calls on a connection. Each gives the number of cells. */
+/** The deliveries of the cursors in bare calls on a connection. Each returns the number of cells. */
 
 /** Runs the query and fetches its chunks; reads nothing. */
 uint64_t Drain(duckdb_connection connection, const std::string& sql);
-/** One DuckDB value a cell, stock getters, one host value, released at once. */
+/** For each cell one DuckDB value, stock getters, and one host value, released at once. */
 uint64_t ValueLoop(duckdb_connection connection, const std::string& sql);
 /** The same host values straight from the vectors, released at once. */
 uint64_t VectorLoop(duckdb_connection connection, const std::string& sql);

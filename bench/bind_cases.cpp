@@ -29,7 +29,7 @@ Kind GetKind(const std::string& type) {
     Die("no bind for the type " + type);
 }
 
-/** The texts that are bound, as the host has them and as DuckDB takes them. */
+/** The texts to bind, in the host's form and in DuckDB's. */
 constexpr std::size_t kTexts = 1024;
 
 struct Fixture {
@@ -172,7 +172,7 @@ uint64_t RunModule(const Fixture& fixture, uint64_t count) {
     return count;
 }
 
-/** Both sides store what they have bound last; the rows must be the same. */
+/** Both sides store the values of their last binds; the rows must be equal. */
 void CheckBinds(const Fixture& fixture, const std::string& name, const Options& options) {
     const Workload workload = GetWorkload(name, options);
     const std::string create = "CREATE OR REPLACE TABLE bound (" + GetColumnList(workload) + ")";

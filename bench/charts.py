@@ -22,7 +22,7 @@ def line(x1, y1, x2, y2, colour="#333", width=1):
 
 
 def ratio_chart(ratios):
-    """Bars, each with a stroke at its target. What noise has made infinite has none."""
+    """Bars, each with a stroke at its target. A ratio that noise made infinite has no bar."""
     ratios = [r for r in ratios if math.isfinite(r.best)]
     row, left = 24, 330
     top = max([r.best for r in ratios] + [r.most for r in ratios if r.most] + [1e-9])
@@ -41,7 +41,7 @@ def ratio_chart(ratios):
 
 
 def size_chart(points):
-    """Cost of a cell against rows, which stand on a logarithmic axis: [(rows, nanoseconds)]."""
+    """Cost of a cell by number of rows, on a logarithmic axis: [(rows, nanoseconds)]."""
     height, left, right, bottom = 300, 60, 40, 260
     first, last = math.log10(points[0][0]), math.log10(points[-1][0])
     top = max(cost for _, cost in points) * 1.25

@@ -4,7 +4,7 @@
 
 namespace bench {
 
-/** Gives every cell of the query to `deliver` by a server cursor; gives the number of cells. */
+/** Passes every cell of the query to `deliver` with a server cursor; returns the number of cells. */
 template <class Deliver>
 uint64_t ReadServerCursor(nbx::mrsql::I_DuckDBDatabase& database, const nbx::String& sql, Deliver deliver) {
     const nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor> cursor =

@@ -14,7 +14,7 @@ using nbx::mrsql::I_DuckDBCursor;
 using nbx::mrsql::I_DuckDBDatabase;
 using nbx::mrsql::kClientCursor;
 
-/** What the cases of one workload share: made by the group's preparation. */
+/** Shared by the cases of one workload; created by the group's preparation. */
 struct Fixture {
     std::string sql;
     nbx::String text;
@@ -146,7 +146,7 @@ class FlatArraySource final : public CellSource {
 uint64_t ReadCellSource(const RandomReads& reads) {
     FlatArraySource array(reads.fixture.kept.get());
     CellSource* source = &array;
-    // The compiler is not to know which class it is.
+    // Hide the class from the compiler.
     asm volatile("" : "+r"(source));
     for (const Place& place : reads.places) {
         Consume(source->get_Value(place.cell)->get_TypeCode());

@@ -22,7 +22,7 @@ std::vector<Group> GetStatementGroups(const Options& options);
 std::vector<Group> GetMultiRowGroups(const Options& options);
 /** Opening and closing, backup and restore, the delay of an interrupt. */
 std::vector<Group> GetLifecycleGroups(const Options& options);
-/** The server cursor over results of one row to a hundred million, and what takes memory. */
+/** The server cursor over results of one row to a hundred million, and the cases that measure memory. */
 std::vector<Group> GetSizeGroups(const Options& options);
 
 }  // namespace bench

@@ -36,7 +36,7 @@ uint64_t OpenByModule(const std::string& path, uint64_t count) {
     return count;
 }
 
-/** On a path whose engine somebody else keeps open. */
+/** On a path whose engine another object keeps open. */
 Group MakeOpenGroup(const Options& options) {
     const auto bare = std::make_shared<std::unique_ptr<BareDuckDB>>();
     const auto holder = std::make_shared<nbx::smart_ptr<I_DuckDBDatabase>>();
@@ -191,7 +191,7 @@ double MeasureInterrupt(I_DuckDBDatabase& database) {
     return std::chrono::duration<double>(ended - interrupted).count();
 }
 
-/** Prints the delays itself: what counts is not their sum but the largest of them. */
+/** Prints the delays itself, because the largest counts and not the sum. */
 Group MakeInterruptGroup() {
     const auto database = std::make_shared<nbx::smart_ptr<I_DuckDBDatabase>>();
     return {"interrupt",

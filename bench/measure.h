@@ -7,21 +7,21 @@
 
 namespace bench {
 
-/** One way of doing a workload. `run` does it once and gives the number of units done (cells, rows,
-    calls); what it needs is prepared by its group. */
+/** One way to do a workload. `run` does it once and returns the number of units (cells, rows,
+    calls); its group prepares what it needs. */
 struct Case {
     std::string name;
     std::function<uint64_t()> run;
     /** Runs after every measured run, outside the clock. */
     std::function<void()> clean_up;
-    /** So often in a round: more for a short run, whose minimum is steady only then. */
+    /** Repetitions in a round: more for a short run, so that its minimum is stable. */
     unsigned runs_in_round = 1;
 };
 
 /** Cases that are compared with each other: measured in interleaved rounds, in a new order each round. */
 struct Group {
     std::string name;
-    /** What a unit is, for the table. */
+    /** The name of a unit, for the table. */
     std::string unit;
     std::function<void()> prepare;
     std::vector<Case> cases;
@@ -40,9 +40,9 @@ struct Options {
     double scale = 1.0;
     std::vector<std::string> groups;
     std::string only_case;
-    /** Where the built modules lie. */
+    /** The folder of the built modules. */
     std::string modules;
-    /** For the data, which is made on first use and stays. */
+    /** For the data, which is created on first use and kept. */
     std::string folder;
 };
 

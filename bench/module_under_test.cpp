@@ -38,7 +38,7 @@ void LoadModule(const std::string& file) {
         Die("a process can have one module only: " + loaded);
     }
     loaded = file;
-    // Never unloaded: the objects and callbacks that it gives away live as long as the process.
+    // Never unloaded: its objects and callbacks live as long as the process.
     void* library = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (library == nullptr) {
         Die(dlerror());

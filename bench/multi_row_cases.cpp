@@ -53,7 +53,7 @@ BareCell ToBareCell(const nbx::I_Value& value) {
     }
 }
 
-/** The workload's first rows, as a client cursor gives them. */
+/** The workload's first rows, as a client cursor returns them. */
 void TakeRows(Fixture& fixture, const Workload& workload, uint64_t count) {
     const std::string sql = "SELECT * FROM " + workload.table + " LIMIT " + std::to_string(count);
     const nbx::smart_ptr<I_DuckDBDatabase> source = OpenDatabase(workload.database);
@@ -147,7 +147,7 @@ Group MakeMultiRowGroup(const std::string& name, uint64_t full, const Options& o
 }  // namespace
 
 std::vector<Group> GetMultiRowGroups(const Options& options) {
-    // DuckDB itself takes several times longer for a row with casts, as W2's and W4's are.
+    // DuckDB itself needs several times longer for a row with casts, as in W2 and W4.
     return {MakeMultiRowGroup("W1", 100'000, options), MakeMultiRowGroup("W2", 10'000, options),
             MakeMultiRowGroup("W3", 50'000, options), MakeMultiRowGroup("W4", 5'000, options)};
 }

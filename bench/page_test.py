@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""docs/figures.md and its plots, made of invented figures."""
+"""docs/figures.md and its plots, generated from invented figures."""
 
 import importlib.machinery
 import importlib.util

@@ -60,7 +60,7 @@ struct Source {
     std::string sql;
 };
 
-/** A column as the procedure reads it: types that its host does not know are cast. */
+/** A column as the procedure reads it: types that the host does not have are cast. */
 std::string GetSelectItem(const Column& column) {
     const auto is = [&](const char* word) { return column.type.find(word) != std::string::npos; };
     if (is("DECIMAL")) {
@@ -149,7 +149,7 @@ Group MakeFetchGroup(const std::string& procedure, const std::string& workload, 
                    {"procedure", [=] { return ReadProcedure(*source, UseAndRelease); }, nullptr}};
     group.check = [=, name = group.name] { CheckSource(name, *source); };
     if (workload == "W2" || workload == "W4") {
-        group.module = "mduckdb_casts";  // the one that gives the right cell for every type of theirs
+        group.module = "mduckdb_casts";  // returns correct cells for all their types
     }
     return group;
 }

@@ -1,9 +1,9 @@
-"""What scripts/bench makes of the figures: ratios, targets, tables."""
+"""Computes ratios, targets and tables from the figures of scripts/bench."""
 
 import collections
 import statistics
 
-# Compared: group, case, baseline, whether the drain is taken off both, the most that the ratio may be.
+# Compared: group, case, baseline, whether the drain is subtracted from both, the maximum of the ratio.
 RATIOS = [
     *[(w, "server cursor", "value loop", True, 0.25) for w in ("W1", "W2", "W2-parquet", "W3")],
     ("W4", "server cursor", "value loop", True, None),
@@ -15,7 +15,7 @@ RATIOS = [
     *[(f"random-{w}", "client cursor", "flat array", False, None) for w in ("W1", "W2", "W3")],
     *[(f"fetch_parquet-{w}", "procedure", "vectors", True, 1.25) for w in ("W1", "W2", "W3")],
     *[(f"fetch_duckdb-{w}", "procedure", "vectors", True, 1.25) for w in ("W1", "W2", "W3")],
-    # DuckDB's casts of nested cells to text are nearly all of it, so the drain cannot be taken off.
+    # DuckDB's casts of nested cells to text are nearly all of the time, so the drain cannot be subtracted.
     ("fetch_parquet-W4", "procedure", "vectors", False, None),
     ("fetch_duckdb-W4", "procedure", "vectors", False, None),
     ("go-to-row", "procedure", "bare", False, None),
@@ -63,14 +63,14 @@ class Figures:
         return pick(line["seconds"]) / line["units"] * 1e9
 
     def delivery(self, group, case, pick=min):
-        """Nanoseconds a unit less those of the query with its chunks fetched and nothing read."""
+        """Nanoseconds per unit, minus those of the query with its chunks fetched and nothing read."""
         drain = self.nanoseconds(group, "drain", pick) if self.has(group, "drain") else 0.0
         return self.nanoseconds(group, case, pick) - drain
 
     def ratio(self, group, case, baseline, is_delivery, pick=min):
         measure = self.delivery if is_delivery else self.nanoseconds
         below = measure(group, baseline, pick)
-        # Noise can make a drain longer than the reading; such a ratio says nothing, and reaches no target.
+        # Noise can make a drain longer than the reading; such a ratio means nothing and reaches no target.
         return measure(group, case, pick) / below if below > 0 else float("inf")
 
 
@@ -88,8 +88,8 @@ def ratio_targets(figures):
 
 
 def size_points(figures, case="server cursor", pick=min):
-    """[(rows, nanoseconds per cell)] of the case less the drain, less what a query costs whatever its size, which a
-    result of one row shows."""
+    """[(rows, nanoseconds per cell)] of the case, minus the drain, minus the fixed cost of a query, which a result of
+    one row shows."""
     def seconds(name, rows):
         line = figures.cases["sizes", f"{name} {rows}"]
         return pick(line["seconds"]) / line["units"] * rows

@@ -17,7 +17,7 @@ def delivery(group, **cases):
 
 
 def sizes(cost, fixed=0.001, drain=10e-9):
-    """Lines of the group `sizes` for a server cursor that costs `cost(rows)` a cell and `fixed` seconds a query, and
+    """Lines of the group `sizes` for a server cursor that costs `cost(rows)` per cell and `fixed` seconds per query, and
     for vectors that cost half."""
     lines = []
     for rows, repeats in ((1, 2000), (10_000, 200), (1_000_000, 2)):

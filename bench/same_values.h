@@ -19,7 +19,7 @@ class KeptValues {
     /** In huge pages where it is worth while, as the module's client cursor has its fields: a comparison of
         random reads must not be one of pages. */
     void Reserve(std::size_t count);
-    /** Takes the caller's reference over. Null stands for a NULL of a procedure. */
+    /** Takes ownership of the caller's reference. Null is a NULL of a procedure. */
     void Keep(nbx::I_Value* value) { values_.push_back(value); }
     void KeepReference(nbx::I_Value* value) {
         value->AddRef();

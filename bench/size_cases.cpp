@@ -20,7 +20,7 @@ constexpr uint64_t kRowsInRun = 2'000'000;
 /** A result of one row is all fixed cost, which is some hundred microseconds. */
 constexpr uint64_t kQueriesInRun = 2'000;
 
-/** More of the shorter runs: all together they take about as long as the longest. */
+/** More of the shorter runs, so that together they take about as long as the longest. */
 unsigned RunsInRound(uint64_t rows) {
     return rows <= 1'000'000 ? 5 : rows <= 10'000'000 ? 3 : 1;
 }
@@ -66,7 +66,7 @@ Group MakeSizeGroup(const Options& options) {
     return group;
 }
 
-/** For peaks of memory, so each case is to be run in a process of its own. */
+/** Measures peaks of memory, so each case needs its own process. */
 Group MakeMemoryGroup(const Options& options) {
     const auto fixture = std::make_shared<Fixture>();
     const std::string mixed = GetMixedQuery(Scaled(50'000'000, options));

@@ -72,7 +72,7 @@ Group MakePointQueryGroup(const Options& options) {
               nullptr}}};
 }
 
-/** The name that the query gives, by a value. */
+/** The name that the query returns, as a value. */
 template <class Deliver>
 void ReadNameBare(duckdb_prepared_statement prepared, Deliver deliver) {
     duckdb_result result;

@@ -1,4 +1,4 @@
-// The one file here that knows DuckDB's C++ classes: a `duckdb_value` is a heap `duckdb::Value`.
+// The only file here that uses DuckDB's C++ classes: a `duckdb_value` is a heap `duckdb::Value`.
 #include "stock_value.h"
 
 #include <duckdb/common/types/data_chunk.hpp>

@@ -72,7 +72,7 @@ const TableSource kTexts{
      {"wide_text", "VARCHAR",
       "'Привет, ' || translate(lpad(i::VARCHAR, 9, '0'), '0123456789', 'абвгдежзик') || '日本語'"}}};
 
-/** Few rows, since DuckDB itself takes microseconds for the text of a nested cell. */
+/** Few rows, because DuckDB itself needs microseconds for the text of a nested cell. */
 const TableSource kNested{"nested",
                           20'000,
                           {{"numbers", "BIGINT[]", "[i, i + 1, i + 2]"},

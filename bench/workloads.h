@@ -12,7 +12,7 @@ struct Column {
     std::string type;
 };
 
-/** Rows that are delivered, and the places where they lie. */
+/** Rows to deliver, and their files. */
 struct Workload {
     std::string name;
     std::vector<Column> columns;
@@ -33,7 +33,7 @@ std::string GetMixedQuery(uint64_t rows);
 /** The same without the text: five columns of numbers. */
 std::string GetNumberQuery(uint64_t rows);
 
-/** Name and type of each column, as CREATE TABLE takes them. */
+/** Name and type of each column, in the form of CREATE TABLE. */
 std::string GetColumnList(const Workload& workload);
 
 /** A Parquet file of one BIGINT column and ten million rows. */

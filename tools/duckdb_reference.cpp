@@ -1,10 +1,10 @@
-/* What DuckDB itself reads from a Parquet file, as JSON on stdout:
+/* Prints what DuckDB itself reads from a Parquet file, as JSON on stdout:
 
      {"columns":[{"name":...,"type":<duckdb_type code>}],"rows":[[...]],"row_count":n}
 
-   Dates, times and timestamps are given as DuckDB's raw numbers (days, microseconds), blobs as hexadecimal
-   digits, everything else as DuckDB's own text. When DuckDB cannot read the file its error text goes to
-   stderr, and the exit status is 1. Uses nothing of this project. */
+   Dates, times and timestamps are DuckDB's raw numbers (days, microseconds), blobs are hexadecimal digits,
+   everything else is DuckDB's own text. If DuckDB cannot read the file, its error text is printed to stderr
+   and the exit status is 1. Uses no code of this project. */
 
 #include <duckdb.h>
 
@@ -41,7 +41,7 @@ void AppendJson(std::string& out, std::string_view text) {
     out += '"';
 }
 
-/** What stands for the column in the final query. */
+/** The expression of the column in the final query. */
 std::string SelectItem(const std::string& identifier, duckdb_type type) {
     switch (type) {
         case DUCKDB_TYPE_DATE:

@@ -1,8 +1,7 @@
-"""The clients that a user would take instead, each reading the same queries cell by cell in its usual manner.
+"""The clients that a user might choose instead, each reading the same queries cell by cell in its usual manner.
 
-Each is one small program under this folder that takes the database as its argument and the query from standard
-input, and prints DuckDB's version, the cells that it read and the seconds from handing in the query to the last cell.
-Those that cannot be built here, or that bring another DuckDB, are left out, and said so."""
+Each is one small program in this folder. It reads the database from its argument and the query from standard input, and prints DuckDB's version, the cells that it read and the seconds from handing in the query to the last cell.
+Those that cannot be built here, or that use another DuckDB, are left out and reported."""
 
 import functools
 import os
@@ -23,7 +22,7 @@ VERSION = PIN["DUCKDB_VERSION"]
 DUCKDB = pathlib.Path(os.environ.get("DuckDB_ROOT") or CACHE / f"duckdb-{VERSION}")
 WORKLOADS = ("W1", "W2", "W3")
 PARAMETER_ROWS = 100_000
-# It takes the better part of a minute each time.
+# It takes most of a minute each time.
 EXECUTEMANY_ROUNDS = 2
 
 

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Makes sample.parquet anew with mduckdb-host. The rows come from a hash of their number, so that every run gives
+# Recreates sample.parquet with mduckdb-host. The rows come from a hash of their number, so that every run creates
 # the same ones.
 #   examples/data/make_sample.sh [MDUCKDB_HOST]
 set -euo pipefail

@@ -143,7 +143,7 @@ static mirona_value make_text_value(mirona_call call, const char* text, uint32_t
     return make_value(MIRONA_TYPE_TEXT, text, length);
 }
 
-/* A function of the table that makes a value of one plain content. */
+/* A function of the table that creates a value from one plain content. */
 #define MAKER(name, type, content_type, member)                        \
     static mirona_value name(mirona_call call, content_type content) { \
         Value* value = make_value(type, NULL, 0);                      \

@@ -1,7 +1,7 @@
 /* A host on mshared: databases, scripts, parameters, both kinds of cursor, the classes of error, an
    interruption from a second thread, backup and restore.
 
-     host-cpp FOLDER [MODULE]      FOLDER is for the files that it makes */
+     host-cpp FOLDER [MODULE]      FOLDER is for the files that it creates */
 
 #include <dlfcn.h>
 #include <mirona/extension_api.h>
@@ -48,7 +48,7 @@ std::string ToUtf8(const String& text) {
     return nbx::StFromUTF16(text, nbx::GetConverter_UTF8()).Take();
 }
 
-// This host has no SQL of its own, so its function table takes the registrations and offers nothing else.
+// This host has no SQL, so its function table only accepts the registrations.
 
 void UnusedPosition() {
     std::cerr << "The module called a position of the function table that is not in use.\n";
@@ -77,7 +77,7 @@ const mirona_extension_api& GetTable() {
     return kTable;
 }
 
-/** The module's root object. The module stays loaded: objects made by it may live to the end. */
+/** The module's root object. The module stays loaded: its objects may live until the process terminates. */
 smart_ptr<I_DuckDBExtension> LoadModule(const char* file) {
     void* const module = dlopen(file, RTLD_NOW | RTLD_LOCAL);
     if (module == nullptr) {
@@ -144,7 +144,7 @@ void ReadRows(I_DuckDBDatabase& database) {
     std::cout << ", the second " << Text(*rows, 1) << '\n';
 }
 
-/** Runs something that fails, and tells how. The most special class comes first. */
+/** Runs something that fails and reports how. The most derived class comes first. */
 template <class Action>
 void Report(const char* what, Action action) {
     std::cout << what << ": ";
@@ -181,7 +181,7 @@ void ShowErrors(I_DuckDBExtension& extension, I_DuckDBDatabase& database, const 
     });
 }
 
-/** A second thread ends what the first one is busy with. */
+/** A second thread interrupts the statement of the first one. */
 void ShowInterruption(I_DuckDBDatabase& database) {
     gpIsLocalSqlCall_PTR = [] { return true; };
     std::atomic<bool> is_over = false;

@@ -1,7 +1,7 @@
 #ifndef MDUCKDB_TESTS_ABI_CHECK_H
 #define MDUCKDB_TESTS_ABI_CHECK_H
 
-/* Checks of the plain C tests: a failed one is printed and counted, and the test goes on. */
+/* Checks of the plain C tests: a failed check is printed and counted, and the test continues. */
 
 #include <stdbool.h>
 #include <stdint.h>

@@ -89,7 +89,7 @@ static const char* const kItemsDatabase[] = {
     NULL,
 };
 
-/* Rows that stand in the write-ahead log only. */
+/* Rows that are only in the write-ahead log. */
 static const char* const kLogOnly[] = {
     "PRAGMA disable_checkpoint_on_shutdown",
     "SET wal_autocheckpoint = '1GB'",
@@ -97,7 +97,7 @@ static const char* const kLogOnly[] = {
     NULL,
 };
 
-/* --- numbers that are no values of their type --- */
+/* --- numbers that their type does not allow --- */
 
 static const int64_t kHostile[] = {0, INT64_MAX, INT64_MIN, INT64_MIN + 1, -1, INT64_C(86400000001), 1};
 #define HOSTILE_ROWS (sizeof kHostile / sizeof kHostile[0])

@@ -10,7 +10,7 @@
 
 #define WIDE_ROWS 10000
 
-/* Reads every cell; gives how many values of each column were not null. */
+/* Reads every cell and counts the values of each column that are not null. */
 static void read_all(test_cursor* cursor, int64_t* filled) {
     while (next_row(cursor)) {
         for (uint32_t i = 0; i < cursor_columns(cursor); ++i) {
@@ -42,7 +42,7 @@ static void check_own_types(test_cursor* cursor, int64_t row) {
     check_cell(cursor, "n", row % 3 == 0 ? "NULL" : text);
 }
 
-/* Row 4998 of the data, as the casts give it. */
+/* Row 4998 of the data, after the casts. */
 static void check_cast_row(test_cursor* cursor) {
     check_cell(cursor, "d4", "99.799999999999997");
     check_cell(cursor, "d9", "49.979999999999997");
@@ -59,7 +59,7 @@ static void check_cast_row(test_cursor* cursor) {
     check_cell(cursor, "tz", "01:02:03.000");
 }
 
-/* The same row as DuckDB stores it: what does not fit into its vector's memory, or is no text, is null. */
+/* The same row as DuckDB stores it: cells that do not fit the vector's memory, or are not text, are null. */
 static void check_stored_row(test_cursor* cursor) {
     static const char* const kUnreadable[] = {"d4", "d9", "l", "s", "m", "iv", "u"};
     for (size_t i = 0; i < sizeof kUnreadable / sizeof kUnreadable[0]; ++i) {
@@ -119,7 +119,7 @@ static void test_rare(void) {
     close_cursor(cursor);
 }
 
-/* The cells are 0, three numbers that are no values, -1, a microsecond more than a day, and 1. */
+/* The cells are 0, three numbers that the type does not allow, -1, a microsecond more than a day, and 1. */
 static void test_hostile_table(const char* table) {
     test_cursor* cursor = call_procedure("fetch_duckdb", 2, make_text("hostile.db"), make_text(table));
     if (!CHECK(cursor != NULL)) {

@@ -8,7 +8,7 @@
 
 #include "mirona/extension_api.h"
 
-/* A host value. `type` is a mirona_type; the field that goes with it is set. Texts and blobs have a
+/* A host value. `type` is a mirona_type; the matching field is set. Texts and blobs have a
    terminator behind their length. */
 typedef struct test_value {
     uint32_t type;
@@ -48,7 +48,7 @@ extern test_host_log gLog;
 extern mirona_procedure_def gProcedures[TEST_MAX_PROCEDURES];
 extern int gProcedureCount;
 
-/* Faults that the host can be told to make. */
+/* Faults that a test can switch on in the host. */
 extern uint32_t gRegisterStatus;
 extern uint32_t gCreateCursorStatus;
 extern uint32_t gCreateTableCursorStatus;

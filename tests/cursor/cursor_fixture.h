@@ -22,7 +22,7 @@ using nbx::mrsql::kClientCursor;
 using nbx::mrsql::kServerCursor;
 using Cursor = nbx::smart_ptr<I_DuckDBCursor>;
 
-/** A database in memory, open, from whose connection tests take DuckDB results as the module does. */
+/** An open in-memory database. Tests run queries on its connection as the module does. */
 class OpenedDatabase {
   public:
     explicit OpenedDatabase(const std::string& path = ":memory:") {
@@ -35,7 +35,7 @@ class OpenedDatabase {
 
     DuckDBDatabase& operator*() const noexcept { return *database_; }
     DuckDBDatabase* operator->() const noexcept { return database_.get(); }
-    /** Gives the reference up: the database dies when nobody else has one. */
+    /** Releases the reference, and destroys the database if it was the last. */
     void Forget() { database_.reset(); }
 
     duckdb_connection get_Connection() const {
@@ -71,7 +71,7 @@ class OpenedDatabase {
     nbx::smart_ptr<DuckDBDatabase> database_;
 };
 
-/** Runs `operation` and gives what it throws as "code|database|message"; empty when it throws nothing. */
+/** Runs `operation` and returns its exception as "code|database|message"; empty if it does not throw. */
 template <class Operation>
 std::string ErrorOf(Operation operation) {
     try {

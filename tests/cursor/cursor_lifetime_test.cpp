@@ -29,7 +29,7 @@ void Do(Step step, Cursor& cursor, OpenedDatabase& database) {
     }
 }
 
-/** All orders of the steps in which nobody uses a database that he has given up. */
+/** All orders of the steps in which no step uses a database after its release. */
 std::vector<std::vector<Step>> GetOrders() {
     std::array<Step, 4> steps = {Step::close_cursor, Step::release_cursor, Step::close_database,
                                  Step::release_database};
@@ -140,7 +140,7 @@ TEST(CursorLifetime, HundredsOfCursorsOfOneDatabaseDieInMixedOrder) {
     }
 }
 
-/** What the host hangs onto an object must be told when it goes. */
+/** The host's data on an object must be notified of its destruction. */
 TEST(CursorLifetime, ACursorCallsTheFinaliserAndClearsTheBackReference) {
     static int finalised = 0;
     finalised = 0;

@@ -56,7 +56,7 @@ void WalkBackward(I_DuckDBCursor& cursor, const Model& model) {
     }
 }
 
-/** Random moves; `position` is where the model stands, 0 for nowhere. */
+/** Random moves; `position` is that of the model, 0 for none. */
 void WalkAtRandom(I_DuckDBCursor& cursor, const Model& model, uint32_t moves) {
     std::mt19937 random(model.rows * 131 + model.columns);
     uint32_t position = cursor.get_CurrentRecord();

@@ -1,4 +1,4 @@
-// A program of its own, since it replaces the allocation functions of the whole process.
+// A separate program, because it replaces the allocation functions of the whole process.
 #include <atomic>
 #include <cstdlib>
 #include <new>
@@ -8,7 +8,7 @@
 
 namespace {
 
-/** Characters of a text that nobody else has: the allocation for its UTF-16 form is told by its size. */
+/** Length of a text like no other: the size identifies the allocation of its UTF-16 form. */
 constexpr std::size_t kLength = 1237;
 constexpr std::size_t kBytes = (kLength + 1) * sizeof(char16_t);
 

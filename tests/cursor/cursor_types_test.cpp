@@ -75,7 +75,7 @@ std::string LowerHex(Oracle& oracle, const std::string& expression) {
            *oracle.QueryText("SELECT octet_length(" + expression + ")::VARCHAR") + "?";
 }
 
-/** What the field must be, from the texts that DuckDB itself gives on a connection of its own. */
+/** The expected field, from the texts that DuckDB itself returns on a separate connection. */
 std::string ExpectedField(Oracle& oracle, const std::string& expression, duckdb_type type) {
     const auto text = oracle.QueryText("SELECT CAST(" + expression + " AS VARCHAR)");
     if (!text) {
@@ -152,7 +152,7 @@ TEST_F(CursorTypes, TheSamplesHoldEveryTypeThatAColumnCanHave) {
     for (const std::string& expression : get_SampleExpressions()) {
         types.insert(TypeOf(oracle_, expression));
     }
-    // INVALID, ANY and the literals are no types of a column; a NULL column is reported as INTEGER.
+    // INVALID, ANY and the literals are not types of columns; a NULL column is reported as INTEGER.
     const std::set<uint32_t> impossible = {DUCKDB_TYPE_ANY, DUCKDB_TYPE_STRING_LITERAL,
                                            DUCKDB_TYPE_INTEGER_LITERAL, DUCKDB_TYPE_SQLNULL};
     for (uint32_t type = DUCKDB_TYPE_BOOLEAN; type <= DUCKDB_TYPE_VARIANT; ++type) {

@@ -1,4 +1,4 @@
-// Numbers that are no values of their column's type, in tables and in Parquet files.
+// Numbers that their column's type does not allow, in tables and in Parquet files.
 #include <unistd.h>
 
 #include <cstring>
@@ -16,7 +16,7 @@ struct RawColumn {
     const char* name;
     duckdb_type type;
     std::vector<int64_t> numbers;
-    /** What a cursor gives for each number; a null pointer where only survival counts. */
+    /** What a cursor returns for each number; a null pointer where only survival counts. */
     std::vector<const char*> expected;
 };
 
@@ -62,7 +62,7 @@ std::vector<RawColumn> GetRawColumns() {
     };
 }
 
-/** A database in a file of its own with one table `raw` of the column's numbers. */
+/** A database file with one table `raw` of the column's numbers. */
 class HostileValues : public testing::TestWithParam<RawColumn> {
   protected:
     HostileValues()

@@ -18,7 +18,7 @@ class QueryResultTest : public testing::Test {
         return MakeQueryResult(database_->get_Link(), std::move(results), location);
     }
 
-    /** The result of a statement that fails with the text that the connection gives. */
+    /** The result of a failed statement, with the connection's error text. */
     QueryResult RunFailing(const std::string& sql) {
         ResultList results(1);
         EXPECT_EQ(duckdb_query(database_.get_Connection(), sql.c_str(), results[0].Receive()), DuckDBError);

@@ -46,7 +46,7 @@ class DatabaseBackup : public DatabaseTest {
         std::ifstream file(path, std::ios::binary);
         return {std::istreambuf_iterator<char>(file), {}};
     }
-    /** Backs the database up, restores it to another file, and gives that, open. */
+    /** Backs up the database, restores it to another file, and returns that one, open. */
     Database RoundTrip(nbx::mrsql::I_DuckDBDatabase& database) {
         database.Backup(Location(Path("backups")));
         const auto restored =
@@ -61,7 +61,7 @@ class DatabaseBackup : public DatabaseTest {
                          "SELECT coalesce(string_agg(q::VARCHAR, chr(10) ORDER BY q::VARCHAR), '') FROM (" +
                              select + ") q");
     }
-    /** A database whose export takes long enough to be caught at it. */
+    /** A database whose export takes long enough to be interrupted. */
     Database MakeLarge() {
         auto database = host.Created(Path());
         const char* rows = std::getenv("MDUCKDB_TEST_BACKUP_ROWS");
@@ -135,7 +135,7 @@ TEST_F(DatabaseBackup, AMissingFolderIsRefusedAndNothingIsWritten) {
 TEST_F(DatabaseBackup, AFailedExportReportsDuckDBsTextAndLeavesWhatItWrote) {
     MakeFile();
     const auto database = host.Opened(Path());
-    // A folder in the place of the file that the export wants to write.
+    // A folder in place of a file that the export writes.
     nbx::mrsql::gCreateBackupLocation = [](const nbx::smart_ptr<nbx::I_Location>& chosen) {
         auto location = chosen->MakeChild(S("backup"));
         fs::create_directories(U(location->get_PathText()) + "/schema.sql");

@@ -1,5 +1,5 @@
 // Writes rows to a database, one transaction each, until it is killed: commit_writer FILE [ORDER]
-// Prints the number of each row after its commit. The table r(i INTEGER) goes on from where it ends.
+// Prints the number of each row after its commit. The table r(i INTEGER) continues from its last row.
 // With an ORDER it calls fetch_duckdb on the same file after each commit too, and prints what that reported
 // behind the number; `fetch-before` also has a cursor of it open while the file is opened for writing.
 
@@ -13,7 +13,7 @@
 
 namespace {
 
-/** What fetch_duckdb reports about the table r of the file; "none" when it gives a cursor. */
+/** What fetch_duckdb reports about the table r of the file; "none" if it returns a cursor. */
 std::string Fetch(mduckdb::testing::FakeHost& caller, const std::string& file) {
     caller.reports.clear();
     caller.Call<mduckdb::FetchDuckDB>({caller.Text(file), caller.Text("r")});

@@ -27,7 +27,7 @@ class DatabaseInterrupt : public DatabaseTest {
         database = nullptr;
         DatabaseTest::TearDown();
     }
-    /** Interrupts a query that runs; gives what it throws, and how long it took to notice. */
+    /** Interrupts a running query; returns its exception and how long the query took to stop. */
     std::string InterruptLongQuery(Clock::duration& latency) {
         Clock::time_point interrupted;
         std::thread interrupter([&] {

@@ -227,7 +227,7 @@ TEST_F(DatabaseLifecycle, AReadOnlyRequestSharesTheOpenWritingEngine) {
 
 TEST_F(DatabaseLifecycle, AnUnwritableFileOpensReadOnly) {
     MakeFile();
-    // Root may write everywhere, so a lock held elsewhere stands for the missing permission.
+    // Root may write everywhere, so a lock held by another process replaces the missing permission.
     const HeldElsewhere reader(Path(), false);
     ASSERT_EQ(reader.get_Outcome(), "ok");
     const auto database = host.Opened(Path());
@@ -402,7 +402,7 @@ TEST_F(DatabaseLifecycle, ChildrenThatDieAfterTheirOwnClosingLeaveTheLists) {
     EXPECT_FALSE(database->get_IsOpen());
 }
 
-/** Ends the engine with an internal error: a TIME outside of a day cannot be made into text. */
+/** Makes the engine fail with an internal error: a TIME outside the day cannot become text. */
 void EndEngine(nbx::mrsql::I_DuckDBDatabase& database) {
     const auto connection = dynamic_cast<mduckdb::DuckDBDatabase&>(database).get_Link()->get_Connection();
     mduckdb::PreparedHolder prepared;

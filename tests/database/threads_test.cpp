@@ -125,7 +125,7 @@ TEST(DatabaseThreads, CursorsDieWhileTheirDatabaseCloses) {
         while (std::chrono::steady_clock::now() < end) {
             const long before = made;
             Try([&] { database->Open(); });
-            // The engine lock is not fair: left to itself this thread would take it again and again.
+            // The engine lock is not fair: without this, the thread would take it again and again.
             while (made == before && std::chrono::steady_clock::now() < end) {
                 std::this_thread::yield();
             }

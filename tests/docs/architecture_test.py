@@ -4,8 +4,8 @@
   architecture_test.py SOURCE_FOLDER [unittest arguments]
 
 Everything in backticks, and each name and path in a picture, is checked: a path must be a file or folder of the tree, a name (`Class`, `kConstant`, `Function`,
-`Class::Member`) must stand in the code of the sources, outside their comments, and anything else must be a text of the
-sources to the letter.
+`Class::Member`) must be in the code of the sources, outside comments, and anything else must literally be a text of the
+sources.
 """
 
 import pathlib

@@ -1,12 +1,12 @@
 #!/usr/bin/env python3
-"""Runs the commands that the pages show, and compares what they print (see pages.py).
+"""Runs the commands that the pages show and compares their output (see pages.py).
 
   commands_test.py SOURCE_FOLDER BUILD_FOLDER whole|programs [unittest arguments]
 
-`whole`: the README as on a machine where somebody has just unpacked the tree: a copy of it, whose own build takes the
-objects of BUILD_FOLDER, a release build (reuse_object), and links, installs and goes on from there.
+`whole`: the README as on a machine where the tree was just unpacked: a copy of it, whose build uses the
+objects of BUILD_FOLDER, a release build (reuse_object), links, installs and continues.
 `programs`: the same without the lines that build. It is for builds of another kind (sanitizers), since the page names
-the release; the programs of BUILD_FOLDER stand where the page would have made them.
+the release; the programs of BUILD_FOLDER are placed where the page would build them.
 """
 
 import os
@@ -29,7 +29,7 @@ SECONDS = 300
 # The lines that build.
 BUILDING = re.compile(r"^(scripts/|cmake |gcc |g\+\+ ).*\n", re.MULTILINE)
 
-# Commands that are run otherwise than they stand on the page: what is run, and why.
+# Commands that are not run as the page shows them: what is run instead, and why.
 OTHERWISE = {
     "scripts/test\n": ("scripts/test --tests-regex '_exports$'\n",
                        "this is one of all the tests, and would run itself without an end"),
@@ -54,7 +54,7 @@ NOT_RUN = {
 
 
 def copy_tree(folder):
-    """Without what has been made in it."""
+    """Without generated files."""
     made = [line.strip("/") for line in (ROOT / ".gitignore").read_text().splitlines() if line.startswith("/")]
     ignore_at_top = shutil.ignore_patterns(".git", *made)
     shutil.copytree(ROOT, folder, ignore=lambda path, names: ignore_at_top(path, names)
@@ -62,7 +62,7 @@ def copy_tree(folder):
 
 
 class Reader:
-    """Somebody who types what a page shows: the folder and the exported variables stay from block to block."""
+    """A reader who types what a page shows: the folder and the exported variables persist from block to block."""
 
     def __init__(self, folder, environment):
         self.folder = folder

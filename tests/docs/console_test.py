@@ -65,7 +65,7 @@ class Session:
         self.terminal.text = ""
 
     def wait_for(self, first, expected):
-        """Reads until the screen shows the lines from `first` on; gives what it shows in the end."""
+        """Reads until the screen shows the lines from `first` on; returns what it shows at the end."""
         end = time.monotonic() + SECONDS
         while True:
             shown = "\n".join(self.screen.text(first)).rstrip() + "\n"

@@ -113,7 +113,7 @@ class Names(unittest.TestCase):
         self.assertIn(f"all {position},", contract)
 
 
-# Literals of the sources that are no messages: SQL, and texts of the registration.
+# Literals of the sources that are not messages: SQL, and texts of the registration.
 NO_MESSAGE = re.compile(
     r"^\s*(SELECT|ATTACH|EXPORT|IMPORT|SET|LIMIT|WHERE|FROM)\b|^'? \( |^, (STORAGE_VERSION|BLOCK_SIZE)|^\) AS "
     r"|^uri\b|^Reads |^Returns |^(\\[tnr]| )*$|^no (bytes|value)$|^engine lock$|MDUCKDB_SELECT_REPORTED_TYPE"

@@ -31,7 +31,7 @@ class LoadedModule {
     mduckdb_host::ProcedureRegistry registry_;
 };
 
-/** What a host gets for one cell, or what DuckDB made of one parameter. */
+/** What a host receives for one cell, or what DuckDB received for one parameter. */
 struct Answer {
     bool is_error = false;
     std::string kind;

@@ -1,17 +1,17 @@
 """The pages, README.md and docs/*.md, and the blocks of code in them.
 
-The word behind a fence tells what a block is; a block without one is an error.
-  sh        Commands. Run by bash in their order, all of a page in one folder and one environment. What they print on
+The word after a fence names the kind of a block; a block without one is an error.
+  sh        Commands. Run by bash in their order, all of a page in one folder and one environment. Their output on
             both streams is the ```text block that follows, with nothing but blank lines between; without one they
             print nothing. commands_test.py runs them.
   text      What the ```sh block before it prints. A line `...` stands for any lines, `...` inside a line for any text.
-  console   What a terminal shows, compared in the same way. `$ COMMAND` starts a program on a new terminal, what stands
-            behind a prompt (`memory> `) is typed. A block that doesn't begin with `$` goes on in the terminal of the
+  console   What a terminal shows, compared in the same way. `$ COMMAND` starts a program on a new terminal, text
+            after a prompt (`memory> `) is typed. A block that does not begin with `$` continues in the terminal of the
             block before, on the line of its cursor. `paste=N`: the first N lines are pasted as one. `press=KEY+KEY`: the
-            keys are pressed first, and the first line is what they make of the cursor's line. console_test.py runs them.
+            keys are pressed first, and the first line is the cursor's line after them. console_test.py runs them.
   c, cpp    Code: ```c FILE REGION are the lines between `docs: REGION` and `docs: end` in that file, which is built and
             run. docs_test.py compares them.
-  picture   A drawing, which nothing can check.
+  picture   A drawing. Only its names are checked.
 """
 
 import pathlib

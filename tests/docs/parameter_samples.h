@@ -9,7 +9,7 @@ using nbx::mrsql::I_DuckDBStatement;
 
 struct KindSample {
     nbx::ValueType kind;
-    /** What the value is filled with; Reference and Array are made apart. */
+    /** The content of the value; Reference and Array are created separately. */
     const char* text;
     const char* remark;
 };

@@ -1,4 +1,4 @@
-"""What a terminal shows, of a program's output: as much of an xterm as readline and mduckdb-host make use of."""
+"""The screen of a terminal: as much of an xterm as readline and mduckdb-host use."""
 
 import re
 import unicodedata

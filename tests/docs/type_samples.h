@@ -1,6 +1,6 @@
 #pragma once
 
-/* The values by which the page of types is made: chosen so that what a way loses shows. */
+/* The values of the page of types, chosen to show what each conversion loses. */
 
 namespace mduckdb_docs {
 
@@ -54,7 +54,7 @@ constexpr CellSample kCells[] = {
     {"VARIANT", "1.25::DECIMAL(3,2)", "see the table of VARIANT contents"},
 };
 
-/** Contents of a VARIANT, one of each kind that DuckDB makes. */
+/** Contents of a VARIANT, one of each kind that DuckDB creates. */
 constexpr const char* kVariantContents[] = {
     "NULL",
     "true",

@@ -19,7 +19,7 @@ class FilesTest(HostCase):
         return [row[2] for row in rows]
 
     def patched(self, file, name):
-        """A copy of a library that tells another version."""
+        """A copy of a library that reports another version."""
         with open(file, "rb") as library:
             content = library.read()
         old, new = VERSION.encode() + b"\0", re.sub("[0-9]", "9", VERSION).encode() + b"\0"

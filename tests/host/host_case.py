@@ -13,7 +13,7 @@ PLAIN_MODULE = os.environ["MDUCKDB_MODULE"]
 
 
 class HostCase(unittest.TestCase):
-    """Runs the program in an empty folder of its own."""
+    """Runs the program in a new, empty folder."""
 
     def setUp(self):
         self.folder = tempfile.mkdtemp(prefix="mduckdb-host-")
@@ -43,7 +43,7 @@ class HostCase(unittest.TestCase):
         return done.stderr.decode()
 
     def rows(self, *arguments, **more):
-        """The rows of a call as JSON values, checked against the count that stands behind them."""
+        """The rows of a call as JSON values, checked against the count after them."""
         result = json.loads(self.output("--format", "json", *arguments, **more))
         self.assertEqual(result["row_count"], len(result["rows"]))
         return result["rows"]

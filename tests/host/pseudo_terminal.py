@@ -1,4 +1,4 @@
-"""A program on a terminal of its own, driven by a test."""
+"""A program on its own terminal, driven by a test."""
 
 import codecs
 import fcntl
@@ -42,7 +42,7 @@ class Terminal:
         return True
 
     def expect(self, text, seconds=20):
-        """Reads on until the text appears; gives what came, without control sequences, and forgets it."""
+        """Reads until the text appears; returns and discards what was read, without control sequences."""
         end = time.monotonic() + seconds
         while text not in CONTROL.sub("", self.text):
             if time.monotonic() > end:
@@ -53,7 +53,7 @@ class Terminal:
         return before + text
 
     def finish(self):
-        """Waits for the end of the program; gives its status."""
+        """Waits for the program to terminate; returns its status."""
         end = time.monotonic() + 20
         while time.monotonic() < end and self.read(end - time.monotonic()):
             pass

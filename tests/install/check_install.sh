@@ -70,7 +70,7 @@ config() { PKG_CONFIG_PATH="$tree/lib/pkgconfig" pkg-config "$@" mshared; }
 eval "gcc -std=gnu11 -Wall -Wextra -Werror '$examples/host-c/host.c' -o '$work/c' $(config --cflags) -ldl"
 eval "g++ -std=c++20 -Wall -Wextra -Werror '$examples/host-cpp/host.cpp' -o '$work/cpp' \
     $(config --cflags --libs) -Wl,-rpath,'$tree/lib' -pthread -ldl"
-# pkg-config escapes what the shell would take apart.
+# pkg-config escapes what the shell would split.
 modules=
 eval "modules=$(config --variable=moduledir)"
 

@@ -43,7 +43,7 @@ View& ViewOf(const ValuePtr& value, uint32_t interface_id) {
     return *view;
 }
 
-/** A new empty folder that goes with its content at the end of the test. */
+/** A new empty folder, deleted with its content at the end of the test. */
 class TemporaryFolder {
   public:
     TemporaryFolder() {

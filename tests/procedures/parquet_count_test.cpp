@@ -18,7 +18,7 @@ using ::testing::IsEmpty;
 constexpr std::int64_t kRows = 10'000'000;
 constexpr int kFiles = 500;
 
-/** A folder in which one small file of ten million equal rows stands under 500 names. */
+/** A folder with 500 names of one small file of ten million equal rows. */
 class ParquetCountTest : public ::testing::Test {
   protected:
     void SetUp() override {

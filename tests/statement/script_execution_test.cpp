@@ -219,7 +219,7 @@ TEST_F(ScriptTest, EachOfTheStatementsFailingInTurnLeavesTheOnesBeforeIt) {
     }
 }
 
-// Random scripts, each run through the module and, on a database of its own, through DuckDB's C API alone.
+// Random scripts, each run through the module and, on a second database, through DuckDB's C API alone.
 
 namespace {
 

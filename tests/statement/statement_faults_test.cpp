@@ -3,7 +3,7 @@
 #include "statement_fixture.h"
 #include "support/duckdb_faults.h"
 
-// Calls to DuckDB made to fail one by one: what is then reported, and that nothing is left behind.
+// Makes the calls to DuckDB fail one by one, and checks the report and that nothing leaks.
 namespace mduckdb::test {
 
 using duckdb_faults::FailCall;

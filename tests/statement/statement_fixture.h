@@ -98,7 +98,7 @@ class StatementTest : public ::testing::Test {
 
     /** A prepared statement with one parameter that writes down what it is bound to. */
     smart_ptr<I_DuckDBStatement> Probe();
-    /** Executes the probe; gives type and text of the parameter as DuckDB sees it. */
+    /** Executes the probe; returns type and text of the parameter as DuckDB sees it. */
     std::pair<std::string, std::string> ReadBack(I_DuckDBStatement& probe);
     /** Type and text of a host value bound as a parameter. */
     std::pair<std::string, std::string> SeenOf(const Value& value);

@@ -146,7 +146,7 @@ TEST_F(LifecycleTest, DetachReleasesTheDatabaseAndAllDuckDBObjects) {
     EXPECT_EQ(statement->get_PendingCount(), 0u);
     EXPECT_EQ(Catch([&] { statement->Execute(); }), kDatabaseIsInvalid);
     statement->Detach();
-    // A detached statement is still in the list, from which it goes at the end.
+    // A detached statement is still in the list and leaves it when it is destroyed.
     statement.reset();
     database_->Close();
     EXPECT_FALSE(database_->get_IsOpen());
@@ -201,7 +201,7 @@ TEST_F(LifecycleTest, StatementsOfOneDatabaseDoNotDisturbOneAnother) {
     EXPECT_EQ(Direct("SELECT * FROM seen ORDER BY type"), (Table{{"first", "1"}, {"second", "2"}}));
 }
 
-// DuckDB would run what stands before the NUL, and the rest would vanish in silence.
+// DuckDB would silently run only the text before the NUL.
 TEST_F(LifecycleTest, TextWithANulCharacterIsRejectedWholeAndRunsNothing) {
     database_->SqlExecute(Text("CREATE TABLE t AS SELECT 1 AS a"), nullptr);
     auto statement = Make(std::string_view("DELETE FROM t\0 WHERE a = 2", 26));

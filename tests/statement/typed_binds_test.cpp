@@ -370,7 +370,7 @@ TEST_F(TypedBindsTest, AnIndexThatTheStatementLacksIsRejectedByEveryBind) {
                       MemoryError("Invalid Input Error: Can not bind to parameter number " +
                                   std::to_string(index) + ", statement only has 1 parameter(s)"));
         }
-        // And the next one works, whatever text DuckDB keeps of the failure.
+        // The next one works, although DuckDB keeps the text of the failure.
         EXPECT_EQ(Catch([&] { item.bind(*probe, 1); }), Thrown{});
         EXPECT_NE(ReadBack(*probe).first, "no row");
     }

@@ -4,7 +4,7 @@
 #include "nbx/mrsql/duckdb_cursor.h"
 #include "statement_fixture.h"
 
-// A VARIANT read through a cursor and given back as a parameter.
+// A VARIANT read with a cursor and passed back as a parameter.
 namespace mduckdb::test {
 
 namespace {

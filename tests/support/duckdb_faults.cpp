@@ -24,7 +24,7 @@ State& GetState() {
     return *state;
 }
 
-/** The functions that give a handle or a result which another one of the list takes back. */
+/** The functions that return a handle or a result, with the function that frees it. */
 const std::set<std::string, std::less<>> kCreating = {
     "duckdb_create_config",
     "duckdb_open_ext",
@@ -62,7 +62,7 @@ std::string Text(const char* text) {
     return Text(key) + "=" + Text(value);
 }
 
-/** Counts the call and tells whether it is to fail. */
+/** Counts the call and returns whether it must fail. */
 bool Enter(const char* function, const std::string& text) {
     State& state = GetState();
     const std::scoped_lock lock(state.mutex);
@@ -110,7 +110,7 @@ const void* FindHandle(First first, Rest... rest) {
     }
 }
 
-/** One watched call. `fail` gives the result of a failing one. */
+/** One watched call. `fail` returns the result of a failing one. */
 template <class Real, class Fail, class... Args>
 auto Watch(const char* function, Real real, Fail fail, const std::string& text, Args... args) {
     using Result = decltype(real(args...));

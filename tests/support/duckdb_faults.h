@@ -27,7 +27,7 @@ void FailCall(std::string_view function, uint64_t n);
 /** Handles received and not yet destroyed, all kinds that have a pair in duckdb_calls.def taken together:
     configurations, engines, connections, results, extracted, prepared and pending statements, chunks. */
 int64_t CountLiveHandles();
-/** The same for the handles that one function gives, as "duckdb_open_ext". */
+/** The same for the handles that one function returns, such as "duckdb_open_ext". */
 int64_t CountLiveHandles(std::string_view creating_function);
 
 /** The calls with their texts, in order: "duckdb_set_config threads=8", "duckdb_query SELECT 1",

@@ -35,7 +35,7 @@ class FakeHost {
     FakeValue* Array(std::vector<FakeValue*> items);
     FakeValue* Make(std::uint32_t type, std::string text);
 
-    /** What the procedure gives for these arguments. */
+    /** What the procedure returns for these arguments. */
     template <class Procedure>
     mirona_cursor Call(std::vector<FakeValue*> arguments);
 

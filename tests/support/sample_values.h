@@ -193,7 +193,7 @@ inline const std::vector<std::string>& get_VariantExpressions() {
     return samples;
 }
 
-/** The names that `variant_typeof` gives the kinds, from kind 0 on. */
+/** The names of the kinds by `variant_typeof`, from kind 0 on. */
 inline const std::vector<std::string>& get_VariantKindNames() {
     static const std::vector<std::string> names = {
         "VARIANT_NULL",

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-/** A second process, started by fork and exec, spoken to by lines. Killed when this goes. */
+/** A second process, started with fork and exec and controlled by lines of text. The destructor kills it. */
 class SecondProcess {
   public:
     /** Runs a program; the first word is its path. */
@@ -16,7 +16,7 @@ class SecondProcess {
 
     /** The next line of its output without the end of line; empty at the end. */
     std::string ReadLine();
-    /** Closes its input, on which it should end, and gives its exit status; -1 when a signal ended it. */
+    /** Closes its input, after which it should terminate; returns its exit status, or -1 after a signal. */
     int Finish();
     void Kill();
 
@@ -29,7 +29,7 @@ class SecondProcess {
 /** Opens the file in another process with DuckDB alone: "ok", or DuckDB's error text. */
 std::string TryOpenElsewhere(const std::string& path, bool for_writing);
 
-/** Another process that has the file open until this goes. */
+/** Another process that has the file open as long as this exists. */
 class HeldElsewhere {
   public:
     HeldElsewhere(const std::string& path, bool for_writing);

@@ -21,7 +21,7 @@ class TestHost {
     nbx::mrsql::I_DuckDBExtension* operator->() const { return extension_.get(); }
     /** A database object on the path, closed. */
     nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase> Database(const std::string& path) const;
-    /** The same, made or opened. */
+    /** The same, created or opened. */
     nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase> Created(const std::string& path) const;
     nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase> Opened(const std::string& path) const;
 
@@ -35,7 +35,7 @@ class TestHost {
 nbx::String S(const std::string& utf8);
 std::string U(const nbx::String& text);
 nbx::smart_ptr<nbx::I_Location> Location(const std::string& path);
-/** Runs a script; gives the changed rows. */
+/** Runs a script; returns the number of changed rows. */
 int64_t Execute(nbx::mrsql::I_DuckDBDatabase& database, const std::string& sql);
 /** The one cell of a query, as text. */
 std::string QueryText(nbx::mrsql::I_DuckDBDatabase& database, const std::string& sql);
