@@ -1,6 +1,6 @@
-// The only file that makes or takes apart DuckDB's handles. A `duckdb_value` is a heap `duckdb::Value`, a
-// `duckdb_data_chunk` a `duckdb::DataChunk`, a `duckdb_logical_type` a `duckdb::LogicalType`, and the
-// extracted statements are an `ExtractStatementsWrapper`.
+// What DuckDB's handles are, here and in the rest of the folder: a `duckdb_value` is a heap `duckdb::Value`,
+// a `duckdb_data_chunk` a `duckdb::DataChunk`, a `duckdb_vector` a `duckdb::Vector`, a `duckdb_logical_type`
+// a `duckdb::LogicalType`, and the extracted statements are an `ExtractStatementsWrapper`.
 #include "duckdb_internals/plain_functions.h"
 
 #include <cstdlib>

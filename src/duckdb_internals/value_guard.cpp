@@ -12,7 +12,6 @@ namespace {
 using duckdb::LogicalTypeId;
 using duckdb::Value;
 
-constexpr int64_t kMicrosPerDay = int64_t{24} * 60 * 60 * 1'000'000;
 constexpr int64_t kNanosPerDay = kMicrosPerDay * 1000;
 constexpr int32_t kLargestOffset = 16 * 60 * 60 - 1;
 constexpr uint8_t kWidestDecimal = 38;
@@ -83,10 +82,6 @@ bool IsReadable(const Value& value) {
 }
 
 }  // namespace
-
-bool IsValidTime(int64_t micros) noexcept {
-    return micros >= 0 && micros <= kMicrosPerDay;
-}
 
 bool IsValidTimeNs(int64_t nanos) noexcept {
     return nanos >= 0 && nanos <= kNanosPerDay;

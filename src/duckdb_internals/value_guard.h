@@ -8,8 +8,12 @@
    text can throw, end the engine for all its users or end the process, so they are kept away from it. */
 namespace mduckdb {
 
+inline constexpr int64_t kMicrosPerDay = int64_t{24} * 60 * 60 * 1'000'000;
+
 /** A time of day in microseconds: 0 to 24:00:00 inclusive, as DuckDB has it. */
-bool IsValidTime(int64_t micros) noexcept;
+constexpr bool IsValidTime(int64_t micros) noexcept {
+    return micros >= 0 && micros <= kMicrosPerDay;
+}
 /** A time of day in nanoseconds, 0 to 24:00:00 inclusive. */
 bool IsValidTimeNs(int64_t nanos) noexcept;
 /** A time of day in microseconds and an offset from UTC in seconds, within 15:59:59 either way. */

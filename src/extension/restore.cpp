@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "base/errors.h"
+#include "base/text.h"
 #include "objects/database.h"
 
 namespace mduckdb {
@@ -11,10 +12,7 @@ namespace mduckdb {
 namespace {
 
 nbx::String BuildImportStatement(const nbx::String& folder) {
-    nbx::String sql("IMPORT DATABASE '");
-    sql << nbx::EscapeStringU(folder.c_str(), folder.get_Length());
-    sql += "'";
-    return sql;
+    return FromUtf8("IMPORT DATABASE " + QuoteLiteral(ToUtf8(folder)));
 }
 
 }  // namespace

@@ -48,11 +48,8 @@ void WriteMarker(const nbx::I_Location& backup, const nbx::String& database_path
 }
 
 std::string BuildExportStatement(const nbx::I_Location& backup) {
-    const nbx::String path = backup.get_PathText();
-    nbx::String sql("EXPORT DATABASE '");
-    sql << nbx::EscapeStringU(path.c_str(), path.get_Length());
-    sql += "' ( FORMAT PARQUET, COMPRESSION ZSTD, ROW_GROUP_SIZE 100_000, PARQUET_VERSION V2 )";
-    return ToUtf8(sql);
+    return "EXPORT DATABASE " + QuoteLiteral(ToUtf8(backup.get_PathText())) +
+           " ( FORMAT PARQUET, COMPRESSION ZSTD, ROW_GROUP_SIZE 100_000, PARQUET_VERSION V2 )";
 }
 
 /** An export that runs without the engine lock; whoever wants to close the database waits for its end. */

@@ -106,20 +106,14 @@ bool DuckDBDatabase::CreateFormattedFile(duckdb_config config, std::string& erro
 }
 
 std::string DuckDBDatabase::BuildAttachStatement() const {
-    nbx::String sql("ATTACH '");
-    sql << nbx::EscapeStringU(path_.c_str(), path_.get_Length());
-    sql += "' ( READ_WRITE";
+    std::string sql = "ATTACH " + QuoteLiteral(ToUtf8(path_)) + " ( READ_WRITE";
     if (!storage_version_.isEmpty()) {
-        sql += ", STORAGE_VERSION '";
-        sql << storage_version_;
-        sql += "'";
+        sql += ", STORAGE_VERSION '" + ToUtf8(storage_version_) + "'";
     }
     if (block_size_ != 0) {
-        sql += ", BLOCK_SIZE ";
-        sql << block_size_;
+        sql += ", BLOCK_SIZE " + std::to_string(block_size_);
     }
-    sql += " );";
-    return ToUtf8(sql);
+    return sql + " );";
 }
 
 }  // namespace mduckdb

@@ -3,7 +3,7 @@
 #include "base/errors.h"
 #include "base/holders.h"
 #include "base/text.h"
-#include "duckdb_internals/pending_error.h"
+#include "duckdb_internals/results.h"
 
 namespace mduckdb {
 

@@ -5,7 +5,7 @@
 
 #include "base/engine_lock.h"
 #include "base/errors.h"
-#include "duckdb_internals/rows_changed.h"
+#include "duckdb_internals/results.h"
 #include "nbx/foreign_plugin.h"
 #include "objects/cursor.h"
 

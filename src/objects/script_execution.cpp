@@ -4,7 +4,7 @@
 
 #include "base/engine_lock.h"
 #include "base/errors.h"
-#include "duckdb_internals/rows_changed.h"
+#include "duckdb_internals/results.h"
 #include "nbx/hooks.h"
 #include "objects/cursor.h"
 #include "objects/database.h"

@@ -242,8 +242,8 @@ void DuckDBStatement::BindInterval(uint32_t index, int32_t months, int32_t days,
 
 void DuckDBStatement::BindVarchar(uint32_t index, const nbx::String& value) {
     BindTyped("VARCHAR", [&] {
-        const nbx::StFromUTF16 text(value, nbx::GetConverter_UTF8());
-        return prepared_.Bind<duckdb_bind_varchar_length>(index, text.c_str(), idx_t{text.get_Length()});
+        const std::string text = ToUtf8(value);
+        return prepared_.Bind<duckdb_bind_varchar_length>(index, text.c_str(), idx_t{text.size()});
     });
 }
 

@@ -1,7 +1,7 @@
 #include <utility>
 
 #include "base/errors.h"
-#include "duckdb_internals/rows_changed.h"
+#include "duckdb_internals/results.h"
 #include "nbx/exception.h"
 #include "nbx/hooks.h"
 #include "nbx/mrsql/registry.h"

@@ -6,6 +6,7 @@
 #include <string_view>
 #include <vector>
 
+#include "base/text.h"
 #include "procedures/procedures.h"
 #include "procedures/sql_text.h"
 

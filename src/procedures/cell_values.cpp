@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "base/holders.h"
+#include "duckdb_internals/value_guard.h"
 #include "procedures/packed_time.h"
 
 namespace mduckdb {
@@ -21,30 +22,30 @@ T Load(const void* data, idx_t row) noexcept {
     return cell;
 }
 
-mirona_value ReadNothing(const Api&, mirona_call, const void*, idx_t) {
+mirona_value PackNothing(const Api&, mirona_call, const void*, idx_t) {
     return nullptr;
 }
 
-mirona_value ReadBool(const Api& api, mirona_call call, const void* data, idx_t row) {
+mirona_value PackBool(const Api& api, mirona_call call, const void* data, idx_t row) {
     return api.make_bool_value(call, Load<std::uint8_t>(data, row) != 0 ? 1 : 0);
 }
 
 template <class T>
-mirona_value ReadSigned(const Api& api, mirona_call call, const void* data, idx_t row) {
+mirona_value PackSigned(const Api& api, mirona_call call, const void* data, idx_t row) {
     return api.make_int_value(call, Load<T>(data, row));
 }
 
 template <class T>
-mirona_value ReadUnsigned(const Api& api, mirona_call call, const void* data, idx_t row) {
+mirona_value PackUnsigned(const Api& api, mirona_call call, const void* data, idx_t row) {
     return api.make_uint_value(call, Load<T>(data, row));
 }
 
 template <class T>
-mirona_value ReadFloating(const Api& api, mirona_call call, const void* data, idx_t row) {
+mirona_value PackFloating(const Api& api, mirona_call call, const void* data, idx_t row) {
     return api.make_double_value(call, static_cast<double>(Load<T>(data, row)));
 }
 
-mirona_value ReadTimestamp(const Api& api, mirona_call call, const void* data, idx_t row) {
+mirona_value PackTimestamp(const Api& api, mirona_call call, const void* data, idx_t row) {
     // The last number is infinity; of the first ones, minus infinity among them, DuckDB knows no midnight.
     constexpr std::int64_t kInfinity = std::numeric_limits<std::int64_t>::max();
     constexpr std::int64_t kFirst = -(kInfinity / kMicrosPerDay) * kMicrosPerDay;
@@ -58,18 +59,18 @@ mirona_value ReadTimestamp(const Api& api, mirona_call call, const void* data, i
         --days;
         time += kMicrosPerDay;
     }
-    const std::uint64_t date = PackDate(static_cast<std::int32_t>(days)).packed;
-    return api.make_datetime_value(call, date << 32 | PackTime(time));
+    const std::uint64_t date = PackDays(static_cast<std::int32_t>(days)).packed;
+    return api.make_datetime_value(call, date << 32 | PackMicros(time));
 }
 
-mirona_value ReadDate(const Api& api, mirona_call call, const void* data, idx_t row) {
-    const PackedDate date = PackDate(Load<std::int32_t>(data, row));
+mirona_value PackDate(const Api& api, mirona_call call, const void* data, idx_t row) {
+    const PackedDate date = PackDays(Load<std::int32_t>(data, row));
     return date.is_packable ? api.make_date_value(call, date.packed) : nullptr;
 }
 
-mirona_value ReadTime(const Api& api, mirona_call call, const void* data, idx_t row) {
+mirona_value PackTime(const Api& api, mirona_call call, const void* data, idx_t row) {
     const auto micros = Load<std::int64_t>(data, row);
-    return IsTimeOfDay(micros) ? api.make_time_value(call, PackTime(micros)) : nullptr;
+    return IsValidTime(micros) ? api.make_time_value(call, PackMicros(micros)) : nullptr;
 }
 
 struct Bytes {
@@ -84,51 +85,51 @@ Bytes GetBytes(const duckdb_string_t& cell) noexcept {
     return {length <= kInlined ? cell.value.inlined.inlined : cell.value.pointer.ptr, length};
 }
 
-mirona_value ReadBlob(const Api& api, mirona_call call, const void* data, idx_t row) {
+mirona_value PackBlob(const Api& api, mirona_call call, const void* data, idx_t row) {
     const Bytes bytes = GetBytes(static_cast<const duckdb_string_t*>(data)[row]);
     return api.make_blob_value(call, bytes.data, bytes.length, 0);
 }
 
-mirona_value ReadText(const Api& api, mirona_call call, const void* data, idx_t row) {
+mirona_value PackText(const Api& api, mirona_call call, const void* data, idx_t row) {
     const Bytes bytes = GetBytes(static_cast<const duckdb_string_t*>(data)[row]);
     return api.make_text_value(call, bytes.data, bytes.length, 0);
 }
 
-/** By normalised type; the types between have text's reader, and none of them is a normalised one. */
-constexpr CellReader kReaders[] = {
-    ReadText,
-    ReadBool,
-    ReadSigned<std::int8_t>,
-    ReadSigned<std::int16_t>,
-    ReadSigned<std::int32_t>,
-    ReadSigned<std::int64_t>,
-    ReadUnsigned<std::uint8_t>,
-    ReadUnsigned<std::uint16_t>,
-    ReadUnsigned<std::uint32_t>,
-    ReadUnsigned<std::uint64_t>,
-    ReadFloating<float>,
-    ReadFloating<double>,
-    ReadTimestamp,
-    ReadDate,
-    ReadTime,
-    ReadText,
-    ReadText,
-    ReadText,
-    ReadBlob,
+/** By normalised type; the types between have text's packer, and none of them is a normalised one. */
+constexpr CellPacker kPackers[] = {
+    PackText,
+    PackBool,
+    PackSigned<std::int8_t>,
+    PackSigned<std::int16_t>,
+    PackSigned<std::int32_t>,
+    PackSigned<std::int64_t>,
+    PackUnsigned<std::uint8_t>,
+    PackUnsigned<std::uint16_t>,
+    PackUnsigned<std::uint32_t>,
+    PackUnsigned<std::uint64_t>,
+    PackFloating<float>,
+    PackFloating<double>,
+    PackTimestamp,
+    PackDate,
+    PackTime,
+    PackText,
+    PackText,
+    PackText,
+    PackBlob,
 };
-constexpr std::int32_t kLastReader = DUCKDB_TYPE_BLOB;
-static_assert(std::size(kReaders) == kLastReader + 1);
+constexpr std::int32_t kLastPacker = DUCKDB_TYPE_BLOB;
+static_assert(std::size(kPackers) == kLastPacker + 1);
 
 }  // namespace
 
-CellReader ChooseCellReader(std::int32_t normalised_type, CellStorage storage) noexcept {
-    const bool has_reader = normalised_type >= 0 && normalised_type <= kLastReader;
-    const std::int32_t type = has_reader ? normalised_type : static_cast<std::int32_t>(DUCKDB_TYPE_VARCHAR);
-    const CellReader reader = kReaders[type];
-    if (reader == &ReadText || reader == &ReadBlob) {
-        return storage.is_string ? reader : &ReadNothing;
+CellPacker ChooseCellPacker(std::int32_t normalised_type, CellStorage storage) noexcept {
+    const bool has_packer = normalised_type >= 0 && normalised_type <= kLastPacker;
+    const std::int32_t type = has_packer ? normalised_type : static_cast<std::int32_t>(DUCKDB_TYPE_VARCHAR);
+    const CellPacker packer = kPackers[type];
+    if (packer == &PackText || packer == &PackBlob) {
+        return storage.is_string ? packer : &PackNothing;
     }
-    return storage.width >= GetCellStorage(type).width ? reader : &ReadNothing;
+    return storage.width >= GetCellStorage(type).width ? packer : &PackNothing;
 }
 
 CellStorage GetColumnStorage(duckdb_result& result, idx_t column) {

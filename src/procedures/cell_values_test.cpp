@@ -18,22 +18,22 @@ constexpr std::int64_t kMax = std::numeric_limits<std::int64_t>::max();
 constexpr std::int64_t kMin = std::numeric_limits<std::int64_t>::min();
 constexpr std::int64_t kDay = 86'400'000'000;
 
-class CellReaderTest : public ::testing::Test {
+class CellPackerTest : public ::testing::Test {
   protected:
     /** The value that a cell of exactly this memory gives, NULL for none. Read from the second row of two,
         in memory of just that size, so that AddressSanitizer sees a read beside it. */
     template <class T>
     std::string Read(std::int32_t type, const T& cell) {
         const std::vector<T> cells{cell, cell};
-        const CellReader reader = ChooseCellReader(type, GetCellStorage(type));
-        const mirona_value value = reader(host_.get_Api(), host_.get_Call(), cells.data(), 1);
+        const CellPacker pack = ChooseCellPacker(type, GetCellStorage(type));
+        const mirona_value value = pack(host_.get_Api(), host_.get_Call(), cells.data(), 1);
         return value != nullptr ? static_cast<FakeValue*>(value)->text : "NULL";
     }
 
     FakeHost host_;
 };
 
-TEST_F(CellReaderTest, IntegersAreExtendedByTheirSign) {
+TEST_F(CellPackerTest, IntegersAreExtendedByTheirSign) {
     EXPECT_EQ("-128", Read<std::int8_t>(DUCKDB_TYPE_TINYINT, -128));
     EXPECT_EQ("-32768", Read<std::int16_t>(DUCKDB_TYPE_SMALLINT, -32768));
     EXPECT_EQ("-1", Read<std::int32_t>(DUCKDB_TYPE_INTEGER, -1));
@@ -44,13 +44,13 @@ TEST_F(CellReaderTest, IntegersAreExtendedByTheirSign) {
     EXPECT_EQ("18446744073709551615", Read<std::uint64_t>(DUCKDB_TYPE_UBIGINT, ~std::uint64_t{0}));
 }
 
-TEST_F(CellReaderTest, ABooleanIsZeroOrOneForAnyByte) {
+TEST_F(CellPackerTest, ABooleanIsZeroOrOneForAnyByte) {
     EXPECT_EQ("0", Read<std::uint8_t>(DUCKDB_TYPE_BOOLEAN, 0));
     EXPECT_EQ("1", Read<std::uint8_t>(DUCKDB_TYPE_BOOLEAN, 1));
     EXPECT_EQ("1", Read<std::uint8_t>(DUCKDB_TYPE_BOOLEAN, 255));
 }
 
-TEST_F(CellReaderTest, ATimestampIsPackedAsDuckDBSplitsIt) {
+TEST_F(CellPackerTest, ATimestampIsPackedAsDuckDBSplitsIt) {
     for (const std::int64_t micros : {std::int64_t{0}, std::int64_t{-1}, std::int64_t{1'710'508'455'678'901},
                                       -kDay, -kDay - 1, kMax - 1, -(kMax / kDay) * kDay}) {
         const duckdb_timestamp_struct parts = duckdb_from_timestamp({micros});
@@ -66,14 +66,14 @@ TEST_F(CellReaderTest, ATimestampIsPackedAsDuckDBSplitsIt) {
     }
 }
 
-TEST_F(CellReaderTest, ATimestampThatDuckDBCannotSplitIsNull) {
+TEST_F(CellPackerTest, ATimestampThatDuckDBCannotSplitIsNull) {
     for (const std::int64_t micros : {kMax, -kMax, kMin, -(kMax / kDay) * kDay - 1}) {
         EXPECT_ANY_THROW(duckdb_from_timestamp({micros})) << micros;
         EXPECT_EQ("NULL", Read(DUCKDB_TYPE_TIMESTAMP, micros)) << micros;
     }
 }
 
-TEST_F(CellReaderTest, AnInvalidDateOrTimeIsNull) {
+TEST_F(CellPackerTest, AnInvalidDateOrTimeIsNull) {
     for (const std::int32_t days : {0x7FFFFFFF, -0x7FFFFFFF, -0x7FFFFFFF - 1}) {
         EXPECT_EQ("NULL", Read(DUCKDB_TYPE_DATE, days));
     }
@@ -94,7 +94,7 @@ duckdb_string_t MakeString(const char* text, std::uint32_t length) {
     return cell;
 }
 
-TEST_F(CellReaderTest, TextsAndBlobsAreReadShortAndLongWithTheirNuls) {
+TEST_F(CellPackerTest, TextsAndBlobsAreReadShortAndLongWithTheirNuls) {
     using namespace std::string_literals;
     EXPECT_EQ("", Read(DUCKDB_TYPE_VARCHAR, MakeString("", 0)));
     EXPECT_EQ("twelve bytes", Read(DUCKDB_TYPE_VARCHAR, MakeString("twelve bytes", 12)));
@@ -106,12 +106,12 @@ TEST_F(CellReaderTest, TextsAndBlobsAreReadShortAndLongWithTheirNuls) {
 bool IsReadable(std::int32_t stored) {
     FakeHost host;
     const std::int32_t normalised = NormalizeDuckDBType(stored);
-    const CellReader reader = ChooseCellReader(normalised, GetCellStorage(stored));
+    const CellPacker pack = ChooseCellPacker(normalised, GetCellStorage(stored));
     const duckdb_string_t memory[2]{};
     return reader(host.get_Api(), host.get_Call(), memory, 0) != nullptr;
 }
 
-TEST(ChooseCellReader, ReadsForeignTypesOnlyInsideTheirMemoryAndOnlyTextAsText) {
+TEST(ChooseCellPacker, ReadsForeignTypesOnlyInsideTheirMemoryAndOnlyTextAsText) {
     for (const std::int32_t type : {20, 21, 22, 31, 30, 39, 29, 35, 40}) {
         EXPECT_TRUE(IsReadable(type)) << type;
     }
@@ -120,11 +120,11 @@ TEST(ChooseCellReader, ReadsForeignTypesOnlyInsideTheirMemoryAndOnlyTextAsText) 
     }
 }
 
-TEST(ChooseCellReader, ReadsADecimalAsADoubleWhereItsNumberIsAsWideAsOne) {
+TEST(ChooseCellPacker, ReadsADecimalAsADoubleWhereItsNumberIsAsWideAsOne) {
     FakeHost host;
     const std::int64_t memory[4]{};
     const auto is_readable = [&](std::int32_t internal) {
-        return ChooseCellReader(DUCKDB_TYPE_DOUBLE, GetCellStorage(internal))(host.get_Api(), host.get_Call(),
+        return ChooseCellPacker(DUCKDB_TYPE_DOUBLE, GetCellStorage(internal))(host.get_Api(), host.get_Call(),
                                                                               memory, 0) != nullptr;
     };
     EXPECT_FALSE(is_readable(DUCKDB_TYPE_SMALLINT));

@@ -2,6 +2,7 @@
 #include <string>
 #include <vector>
 
+#include "base/text.h"
 #include "procedures/handlers.h"
 #include "procedures/query_runner.h"
 #include "procedures/sql_text.h"

@@ -10,7 +10,7 @@ constexpr std::int64_t kDaysPerEra = 146'097;  // 400 years
 
 }  // namespace
 
-PackedDate PackDate(std::int32_t days) noexcept {
+PackedDate PackDays(std::int32_t days) noexcept {
     // Years counted from 1 March, so that a leap day ends one; 719,468 days from 0000-03-01 to 1970-01-01.
     const std::int64_t shifted = std::int64_t{days} + 719'468;
     const std::int64_t era = (shifted >= 0 ? shifted : shifted - (kDaysPerEra - 1)) / kDaysPerEra;

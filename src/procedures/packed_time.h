@@ -8,8 +8,6 @@ namespace mduckdb {
    with DuckDB's calendar functions: those throw at some numbers, and they cost as much as the rest of a
    cell. */
 
-inline constexpr std::int64_t kMicrosPerDay = 86'400'000'000;
-
 /** A date as the host packs it; `is_packable` is false where it cannot. */
 struct PackedDate {
     std::uint32_t packed;
@@ -18,19 +16,14 @@ struct PackedDate {
 
 /** Days since 1970-01-01, proleptic Gregorian. Infinities and years that do not fit into the packed form's
     23 bits cannot be packed. */
-PackedDate PackDate(std::int32_t days) noexcept;
+PackedDate PackDays(std::int32_t days) noexcept;
 
 /** Microseconds since midnight, from 0 to 24:00:00. Below the millisecond it is cut off. */
-constexpr std::uint32_t PackTime(std::int64_t micros) noexcept {
+constexpr std::uint32_t PackMicros(std::int64_t micros) noexcept {
     const auto millis = static_cast<std::uint32_t>(micros / 1000);
     const std::uint32_t seconds = millis / 1000;
     const std::uint32_t minutes = seconds / 60;
     return (minutes / 60) << 27 | (minutes % 60) << 21 | (seconds % 60) << 15 | millis % 1000;
-}
-
-/** The same bound as DuckDB's own check of a TIME. */
-constexpr bool IsTimeOfDay(std::int64_t micros) noexcept {
-    return micros >= 0 && micros <= kMicrosPerDay;
 }
 
 }  // namespace mduckdb

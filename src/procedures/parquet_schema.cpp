@@ -45,7 +45,7 @@ mirona_cursor ParquetSchema::Run(mirona_call call, const Arguments& arguments) {
     ResultHolder result = engine.Query(sql);
     const idx_t rows = duckdb_column_count(result.get());
     std::vector<mirona_value> values;
-    values.reserve(rows * kColumns.size());  // nothing may throw between a value and the cursor that takes it
+    values.reserve(rows * kColumns.size());
     for (idx_t i = 0; i < rows; ++i) {
         AppendRow(values, call, *result.get(), i);
     }

@@ -62,7 +62,7 @@ QueryState::QueryState(PrivateEngine engine, std::vector<ColumnRecord> columns, 
       api_(&GetApi()) {
     for (const ColumnRecord& column : columns_) {
         const CellStorage storage = StorageOf(column, *result_.get(), loaded_.size());
-        loaded_.push_back({ChooseCellReader(column.normalised_type, storage), nullptr, nullptr});
+        loaded_.push_back({ChooseCellPacker(column.normalised_type, storage), nullptr, nullptr});
         host_columns_.push_back({column.name.data(), column.name.size(),
                                  static_cast<std::uint32_t>(column.normalised_type),
                                  static_cast<std::uint32_t>(column.host_type)});
@@ -91,7 +91,7 @@ mirona_value QueryState::GetValue(mirona_call call, std::int32_t column) const n
     if (cells.validity != nullptr && (cells.validity[row / 64] >> (row % 64) & 1) == 0) {
         return nullptr;
     }
-    return cells.read(*api_, call, cells.data, row);
+    return cells.pack(*api_, call, cells.data, row);
 }
 
 std::uint32_t QueryState::GoToRow(std::int64_t row) noexcept {

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "base/holders.h"
-#include "duckdb_internals/result_chunks.h"
+#include "duckdb_internals/results.h"
 #include "mirona/extension_api.h"
 #include "procedures/cell_values.h"
 #include "procedures/private_engine.h"
@@ -47,7 +47,7 @@ class QueryState {
   private:
     /** Where the cells of a column of the loaded chunk are; `validity` is null when none is NULL. */
     struct LoadedColumn {
-        CellReader read;
+        CellPacker pack;
         const void* data;
         const std::uint64_t* validity;
     };

@@ -5,6 +5,7 @@
 #include <cctype>
 #include <stdexcept>
 
+#include "base/text.h"
 #include "procedures/type_tables.h"
 
 namespace mduckdb {
@@ -12,20 +13,6 @@ namespace {
 
 bool IsSpace(char character) noexcept {
     return std::isspace(static_cast<unsigned char>(character)) != 0;
-}
-
-std::string Quote(std::string_view text, char quote) {
-    std::string quoted;
-    quoted.reserve(text.size() + 2);
-    quoted += quote;
-    for (const char character : text) {
-        if (character == quote) {
-            quoted += quote;
-        }
-        quoted += character;
-    }
-    quoted += quote;
-    return quoted;
 }
 
 bool NeedsCast(std::int32_t duckdb_type) noexcept {
@@ -46,14 +33,6 @@ std::string_view Trim(std::string_view text) noexcept {
         text.remove_suffix(1);
     }
     return text;
-}
-
-std::string QuoteLiteral(std::string_view text) {
-    return Quote(text, '\'');
-}
-
-std::string QuoteIdentifier(std::string_view text) {
-    return Quote(text, '"');
 }
 
 std::vector<std::string> SplitQualifiedName(std::string_view text) {

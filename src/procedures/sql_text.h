@@ -12,12 +12,6 @@ namespace mduckdb {
 /** Without the leading and trailing bytes that `isspace` accepts. */
 std::string_view Trim(std::string_view text) noexcept;
 
-/** As a string literal: single quotes around it, single quotes inside doubled. */
-std::string QuoteLiteral(std::string_view text);
-
-/** As an identifier: double quotes around it, double quotes inside doubled. */
-std::string QuoteIdentifier(std::string_view text);
-
 /** The parts between the full stops that stand outside double quotes, trimmed, with their quotes; one empty
     part for an empty text. Throws std::invalid_argument when a double quote is left open. */
 std::vector<std::string> SplitQualifiedName(std::string_view text);

@@ -18,13 +18,6 @@ TEST(Trim, RemovesBlanksOfEveryKindAtBothEndsOnly) {
     EXPECT_EQ(std::string_view("\0", 1), Trim(std::string_view(" \0 ", 3)));
 }
 
-TEST(Quoting, DoublesItsOwnQuoteAndNoOther) {
-    EXPECT_EQ("'it''s \"x\"'", QuoteLiteral("it's \"x\""));
-    EXPECT_EQ("\"say \"\"it's\"\"\"", QuoteIdentifier("say \"it's\""));
-    EXPECT_EQ("''", QuoteLiteral(""));
-    EXPECT_EQ("\"\"", QuoteIdentifier(""));
-}
-
 TEST(SplitQualifiedName, SplitsAtFullStopsOutsideQuotesAndTrims) {
     EXPECT_THAT(SplitQualifiedName("main.items"), ElementsAre("main", "items"));
     EXPECT_THAT(SplitQualifiedName(" main . items "), ElementsAre("main", "items"));

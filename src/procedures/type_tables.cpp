@@ -14,6 +14,7 @@ struct TypeRow {
     const char* name;
     std::int32_t normalised;
     CellStorage storage;
+    std::int32_t host_type = MIRONA_TYPE_TEXT;  // of a normalised type
 };
 
 constexpr CellStorage kNoStorage{0, false};
@@ -24,29 +25,29 @@ constexpr CellStorage Fixed(std::uint8_t width) {
 }
 
 constexpr std::int32_t kText = DUCKDB_TYPE_VARCHAR;
+constexpr const char* kUnknown = "UNKNOWN";
 
 // By type code. GEOMETRY and VARIANT have a row for their storage only: their names are not given out.
-constexpr std::size_t kNamedTypes = 40;
 constexpr std::array<TypeRow, 42> kTypes{{
     {"INVALID", kText, kNoStorage},
-    {"BOOLEAN", DUCKDB_TYPE_BOOLEAN, Fixed(1)},
-    {"TINYINT", DUCKDB_TYPE_TINYINT, Fixed(1)},
-    {"SMALLINT", DUCKDB_TYPE_SMALLINT, Fixed(2)},
-    {"INTEGER", DUCKDB_TYPE_INTEGER, Fixed(4)},
-    {"BIGINT", DUCKDB_TYPE_BIGINT, Fixed(8)},
-    {"UTINYINT", DUCKDB_TYPE_UTINYINT, Fixed(1)},
-    {"USMALLINT", DUCKDB_TYPE_USMALLINT, Fixed(2)},
-    {"UINTEGER", DUCKDB_TYPE_UINTEGER, Fixed(4)},
-    {"UBIGINT", DUCKDB_TYPE_UBIGINT, Fixed(8)},
-    {"FLOAT", DUCKDB_TYPE_FLOAT, Fixed(4)},
-    {"DOUBLE", DUCKDB_TYPE_DOUBLE, Fixed(8)},
-    {"TIMESTAMP", DUCKDB_TYPE_TIMESTAMP, Fixed(8)},
-    {"DATE", DUCKDB_TYPE_DATE, Fixed(4)},
-    {"TIME", DUCKDB_TYPE_TIME, Fixed(8)},
+    {"BOOLEAN", DUCKDB_TYPE_BOOLEAN, Fixed(1), MIRONA_TYPE_BOOL},
+    {"TINYINT", DUCKDB_TYPE_TINYINT, Fixed(1), MIRONA_TYPE_INT64},
+    {"SMALLINT", DUCKDB_TYPE_SMALLINT, Fixed(2), MIRONA_TYPE_INT64},
+    {"INTEGER", DUCKDB_TYPE_INTEGER, Fixed(4), MIRONA_TYPE_INT64},
+    {"BIGINT", DUCKDB_TYPE_BIGINT, Fixed(8), MIRONA_TYPE_INT64},
+    {"UTINYINT", DUCKDB_TYPE_UTINYINT, Fixed(1), MIRONA_TYPE_UINT64},
+    {"USMALLINT", DUCKDB_TYPE_USMALLINT, Fixed(2), MIRONA_TYPE_UINT64},
+    {"UINTEGER", DUCKDB_TYPE_UINTEGER, Fixed(4), MIRONA_TYPE_UINT64},
+    {"UBIGINT", DUCKDB_TYPE_UBIGINT, Fixed(8), MIRONA_TYPE_UINT64},
+    {"FLOAT", DUCKDB_TYPE_FLOAT, Fixed(4), MIRONA_TYPE_DOUBLE},
+    {"DOUBLE", DUCKDB_TYPE_DOUBLE, Fixed(8), MIRONA_TYPE_DOUBLE},
+    {"TIMESTAMP", DUCKDB_TYPE_TIMESTAMP, Fixed(8), MIRONA_TYPE_DATETIME},
+    {"DATE", DUCKDB_TYPE_DATE, Fixed(4), MIRONA_TYPE_DATE},
+    {"TIME", DUCKDB_TYPE_TIME, Fixed(8), MIRONA_TYPE_TIME},
     {"INTERVAL", kText, Fixed(16)},
     {"HUGEINT", kText, Fixed(16)},
     {"VARCHAR", DUCKDB_TYPE_VARCHAR, kString},
-    {"BLOB", DUCKDB_TYPE_BLOB, kString},
+    {"BLOB", DUCKDB_TYPE_BLOB, kString, MIRONA_TYPE_BINARY},
     {"DECIMAL", DUCKDB_TYPE_DOUBLE, kNoStorage},
     {"TIMESTAMP_S", DUCKDB_TYPE_TIMESTAMP, Fixed(8)},
     {"TIMESTAMP_MS", DUCKDB_TYPE_TIMESTAMP, Fixed(8)},
@@ -68,58 +69,43 @@ constexpr std::array<TypeRow, 42> kTypes{{
     {"STRING_LITERAL", kText, kNoStorage},
     {"INTEGER_LITERAL", kText, kNoStorage},
     {"TIME_NS", DUCKDB_TYPE_TIME, Fixed(8)},
-    {nullptr, kText, kString},
-    {nullptr, kText, kNoStorage},
+    {kUnknown, kText, kString},
+    {kUnknown, kText, kNoStorage},
 }};
 static_assert(DUCKDB_TYPE_TIME_NS == 39 && DUCKDB_TYPE_GEOMETRY == 40 && DUCKDB_TYPE_VARIANT == 41);
-
-constexpr std::array<std::int32_t, 19> kHostTypes{
-    MIRONA_TYPE_TEXT,   MIRONA_TYPE_BOOL,   MIRONA_TYPE_INT64,    MIRONA_TYPE_INT64,  MIRONA_TYPE_INT64,
-    MIRONA_TYPE_INT64,  MIRONA_TYPE_UINT64, MIRONA_TYPE_UINT64,   MIRONA_TYPE_UINT64, MIRONA_TYPE_UINT64,
-    MIRONA_TYPE_DOUBLE, MIRONA_TYPE_DOUBLE, MIRONA_TYPE_DATETIME, MIRONA_TYPE_DATE,   MIRONA_TYPE_TIME,
-    MIRONA_TYPE_TEXT,   MIRONA_TYPE_TEXT,   MIRONA_TYPE_TEXT,     MIRONA_TYPE_BINARY,
-};
 
 constexpr std::array<const char*, 14> kHostTypeNames{
     "unknown", "array", "bool", "binary", "date", "datetime", "double",
     "int64",   "money", "null", "text",   "time", "uint64",   "variant",
 };
 
-/** The entry of a table, or `otherwise` where the table has none for the code. */
-template <class Table, class Entry>
-constexpr Entry EntryOr(const Table& table, std::size_t size, std::int32_t code, Entry otherwise,
-                        Entry (*entry)(const typename Table::value_type&)) {
-    const bool is_inside = code >= 0 && static_cast<std::size_t>(code) < size;
-    return is_inside ? entry(table[static_cast<std::size_t>(code)]) : otherwise;
+const TypeRow& RowOf(std::int32_t duckdb_type) noexcept {
+    static constexpr TypeRow kOther{kUnknown, kText, kNoStorage};
+    const bool is_inside = duckdb_type >= 0 && static_cast<std::size_t>(duckdb_type) < kTypes.size();
+    return is_inside ? kTypes[static_cast<std::size_t>(duckdb_type)] : kOther;
 }
 
 }  // namespace
 
 const char* DuckDBTypeName(std::int32_t duckdb_type) noexcept {
-    return EntryOr<decltype(kTypes), const char*>(kTypes, kNamedTypes, duckdb_type, "UNKNOWN",
-                                                  [](const TypeRow& row) { return row.name; });
+    return RowOf(duckdb_type).name;
 }
 
 std::int32_t NormalizeDuckDBType(std::int32_t duckdb_type) noexcept {
-    return EntryOr<decltype(kTypes), std::int32_t>(kTypes, kTypes.size(), duckdb_type, kText,
-                                                   [](const TypeRow& row) { return row.normalised; });
+    return RowOf(duckdb_type).normalised;
 }
 
 std::int32_t HostTypeOfDuckDBType(std::int32_t normalised_type) noexcept {
-    return EntryOr<decltype(kHostTypes), std::int32_t>(kHostTypes, kHostTypes.size(), normalised_type,
-                                                       MIRONA_TYPE_TEXT,
-                                                       [](const std::int32_t& type) { return type; });
+    return RowOf(normalised_type).host_type;
 }
 
 const char* HostTypeName(std::int32_t host_type) noexcept {
-    return EntryOr<decltype(kHostTypeNames), const char*>(kHostTypeNames, kHostTypeNames.size(), host_type,
-                                                          kHostTypeNames[0],
-                                                          [](const char* const& name) { return name; });
+    const bool is_inside = host_type >= 0 && static_cast<std::size_t>(host_type) < kHostTypeNames.size();
+    return kHostTypeNames[is_inside ? static_cast<std::size_t>(host_type) : 0];
 }
 
 CellStorage GetCellStorage(std::int32_t duckdb_type) noexcept {
-    return EntryOr<decltype(kTypes), CellStorage>(kTypes, kTypes.size(), duckdb_type, kNoStorage,
-                                                  [](const TypeRow& row) { return row.storage; });
+    return RowOf(duckdb_type).storage;
 }
 
 }  // namespace mduckdb

@@ -104,45 +104,60 @@ ValueHolder ReferenceOf(I_Value& value, unsigned depth) {
 
 ValueHolder ListOf(I_Value& value, unsigned depth);
 
-/** How values of a host type code are read, and what DuckDB type they are as elements of an array. */
+/** How values of a host type are read, and what DuckDB type they are as elements of an array. */
 struct HostType {
-    ValueHolder (*read)(I_Value& value, unsigned depth) = TextOf;
-    duckdb_type element_type = DUCKDB_TYPE_VARCHAR;
+    nbx::ValueType type;
+    ValueHolder (*read)(I_Value& value, unsigned depth);
+    duckdb_type element_type;
 };
 
-constexpr std::size_t kHostTypeCount = 40;
+using nbx::ValueType;
 
-constexpr std::array<HostType, kHostTypeCount> MakeHostTypes() {
-    constexpr HostType kInt32{SignedOf<duckdb_create_int32, int32_t>, DUCKDB_TYPE_INTEGER};
-    constexpr HostType kUint32{UnsignedOf<duckdb_create_uint32, uint32_t>, DUCKDB_TYPE_UINTEGER};
-    constexpr HostType kDouble{FloatingOf<duckdb_create_double, double>, DUCKDB_TYPE_DOUBLE};
-    constexpr HostType kBytes{TextOf, DUCKDB_TYPE_BLOB};
-    constexpr HostType kEnum{EnumOf, DUCKDB_TYPE_INVALID};
+/** The one place that says which host type becomes which DuckDB type in a bind; a text for the types that are
+    not here, JSON among them. Binary values do not come so far: they offer their bytes, whatever their type.
+ */
+constexpr HostType kHostTypes[] = {
+    {ValueType::Boolean, BooleanOf, DUCKDB_TYPE_BOOLEAN},
+    {ValueType::Byte, UnsignedOf<duckdb_create_uint8, uint8_t>, DUCKDB_TYPE_UTINYINT},
+    {ValueType::Short, SignedOf<duckdb_create_int16, int16_t>, DUCKDB_TYPE_SMALLINT},
+    {ValueType::UShort, UnsignedOf<duckdb_create_uint16, uint16_t>, DUCKDB_TYPE_USMALLINT},
+    {ValueType::Medium, SignedOf<duckdb_create_int32, int32_t>, DUCKDB_TYPE_INTEGER},
+    {ValueType::UMedium, UnsignedOf<duckdb_create_uint32, uint32_t>, DUCKDB_TYPE_UINTEGER},
+    {ValueType::Long, SignedOf<duckdb_create_int32, int32_t>, DUCKDB_TYPE_INTEGER},
+    {ValueType::ULong, UnsignedOf<duckdb_create_uint32, uint32_t>, DUCKDB_TYPE_UINTEGER},
+    {ValueType::LLong, SignedOf<duckdb_create_int64, int64_t>, DUCKDB_TYPE_BIGINT},
+    {ValueType::ULLong, UnsignedOf<duckdb_create_uint64, uint64_t>, DUCKDB_TYPE_UBIGINT},
+    {ValueType::Float, FloatingOf<duckdb_create_float, float>, DUCKDB_TYPE_FLOAT},
+    {ValueType::Double, FloatingOf<duckdb_create_double, double>, DUCKDB_TYPE_DOUBLE},
+    {ValueType::LDouble, FloatingOf<duckdb_create_double, double>, DUCKDB_TYPE_DOUBLE},
+    {ValueType::Currency, FloatingOf<duckdb_create_double, double>, DUCKDB_TYPE_DOUBLE},
+    {ValueType::Date, DateOf, DUCKDB_TYPE_DATE},
+    {ValueType::Time, TimeOf, DUCKDB_TYPE_TIME},
+    {ValueType::DateTime, DateTimeOf, DUCKDB_TYPE_TIMESTAMP_MS},
+    {ValueType::FixedBinary, TextOf, DUCKDB_TYPE_BLOB},
+    {ValueType::VarBinary, TextOf, DUCKDB_TYPE_BLOB},
+    {ValueType::Blob, TextOf, DUCKDB_TYPE_BLOB},
+    {ValueType::Picture, TextOf, DUCKDB_TYPE_BLOB},
+    {ValueType::Enum8, EnumOf, DUCKDB_TYPE_INVALID},
+    {ValueType::Enum16, EnumOf, DUCKDB_TYPE_INVALID},
+    {ValueType::Reference, ReferenceOf, DUCKDB_TYPE_VARCHAR},
+    {ValueType::Array, ListOf, DUCKDB_TYPE_VARCHAR},
+};
+
+constexpr std::size_t kHostTypeCount = static_cast<std::size_t>(ValueType::Array) + 1;
+
+/** By the host's code: a bind of many rows looks a type up for every value. */
+constexpr auto kTypesByCode = [] {
     std::array<HostType, kHostTypeCount> types{};
-    types[2] = {BooleanOf, DUCKDB_TYPE_BOOLEAN};
-    types[3] = {UnsignedOf<duckdb_create_uint8, uint8_t>, DUCKDB_TYPE_UTINYINT};
-    types[4] = {SignedOf<duckdb_create_int16, int16_t>, DUCKDB_TYPE_SMALLINT};
-    types[5] = {UnsignedOf<duckdb_create_uint16, uint16_t>, DUCKDB_TYPE_USMALLINT};
-    types[6] = types[8] = kInt32;
-    types[7] = types[9] = kUint32;
-    types[10] = {SignedOf<duckdb_create_int64, int64_t>, DUCKDB_TYPE_BIGINT};
-    types[11] = {UnsignedOf<duckdb_create_uint64, uint64_t>, DUCKDB_TYPE_UBIGINT};
-    types[12] = {FloatingOf<duckdb_create_float, float>, DUCKDB_TYPE_FLOAT};
-    types[13] = types[14] = types[15] = kDouble;
-    types[16] = {DateOf, DUCKDB_TYPE_DATE};
-    types[17] = {TimeOf, DUCKDB_TYPE_TIME};
-    types[18] = {DateTimeOf, DUCKDB_TYPE_TIMESTAMP_MS};
-    types[21] = types[22] = types[23] = types[25] = kBytes;
-    types[33] = types[34] = kEnum;
-    types[38] = {ReferenceOf, DUCKDB_TYPE_VARCHAR};
-    types[39] = {ListOf, DUCKDB_TYPE_VARCHAR};
+    types.fill({ValueType::String, TextOf, DUCKDB_TYPE_VARCHAR});
+    for (const HostType& type : kHostTypes) {
+        types[static_cast<std::size_t>(type.type)] = type;
+    }
     return types;
-}
+}();
 
 const HostType& HostTypeOf(uint32_t type_code) {
-    static constexpr std::array<HostType, kHostTypeCount> kTypes = MakeHostTypes();
-    static constexpr HostType kOther{};
-    return type_code < kHostTypeCount ? kTypes[type_code] : kOther;
+    return kTypesByCode[type_code < kHostTypeCount ? type_code : static_cast<uint32_t>(ValueType::String)];
 }
 
 ValueHolder ListOf(I_Value& value, unsigned depth) {
@@ -156,7 +171,7 @@ ValueHolder ListOf(I_Value& value, unsigned depth) {
     }
     const uint64_t count = array->get_Count();
     std::vector<ValueHolder> elements;
-    // One more than needed: DuckDB takes no null pointer, not even for an empty list.
+    // One more than needed: DuckDB refuses a null pointer, even for an empty list.
     std::vector<duckdb_value> handles(count + 1);
     elements.reserve(count);
     for (uint64_t i = 0; i < count; ++i) {
@@ -204,7 +219,7 @@ ValueHolder HostValueToDuckDB(I_Value* value) {
     } catch (const std::bad_alloc&) {
         throw;
     } catch (const std::exception& error) {
-        // DuckDB throws through its C functions, at a date that there is not for example.
+        // DuckDB throws through its C functions, for an impossible date for example.
         ThrowValueError(kValueName, error.what());
     }
 }

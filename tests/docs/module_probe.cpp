@@ -1,5 +1,7 @@
 #include "module_probe.h"
 
+#include <utf8.h>
+
 #include <dlfcn.h>
 
 #include <stdexcept>
@@ -8,9 +10,23 @@
 #include "nbx/exception.h"
 #include "nbx/json.h"
 #include "nbx/mrsql/registry.h"
-#include "type_names.h"
+#include "support/kind_names.h"
 
 namespace mduckdb_docs {
+
+std::string Code(const std::string& text) {
+    static constexpr char kDigits[] = "0123456789abcdef";
+    std::string code;
+    std::string bytes;
+    bool is_shown = utf8::is_valid(text.begin(), text.end());
+    for (const char character : text) {
+        const auto byte = static_cast<unsigned char>(character);
+        is_shown = is_shown && byte >= 0x20;
+        code += character == '|' ? "\\|" : std::string(1, character);
+        bytes += {kDigits[byte >> 4], kDigits[byte & 15]};
+    }
+    return text.empty() ? "(empty)" : is_shown ? "`" + code + "`" : "(bytes " + bytes + ")";
+}
 
 nbx::String FromUtf8(std::string_view text) {
     return nbx::String(text.data(), static_cast<std::ptrdiff_t>(text.size()));
@@ -107,7 +123,7 @@ Answer DatabaseProbe::ReadOnlyCell(nbx::mrsql::I_DuckDBCursor& cursor) {
     cursor.FirstRecord();
     Answer answer;
     answer.value = cursor.get_Value(0);
-    answer.kind = KindName(answer.value->get_TypeCode());
+    answer.kind = mduckdb::KindName(answer.value->get_TypeCode());
     answer.text = answer.value->get_IsNull() ? "null" : ToUtf8(answer.value->get_Text());
     return answer;
 }

@@ -14,6 +14,8 @@ namespace mduckdb_docs {
 
 using nbx::smart_ptr;
 
+/** A text as code in a cell of a table; one with bytes that no page shows, in hexadecimal. */
+std::string Code(const std::string& text);
 nbx::String FromUtf8(std::string_view text);
 std::string ToUtf8(const nbx::String& text);
 

@@ -16,12 +16,13 @@
 #include "nbx/hooks.h"
 #include "nbx/mrsql/registry.h"
 #include "parameter_samples.h"
-#include "type_names.h"
+#include "support/kind_names.h"
 #include "type_samples.h"
 
 namespace mduckdb_docs {
 namespace {
 
+using mduckdb::KindName;
 using nbx::I_Value;
 
 std::string TableName(std::size_t index) {

@@ -5,6 +5,7 @@
 
 #include "base/text.h"
 #include "nbx/value.h"
+#include "support/kind_names.h"
 
 namespace mduckdb {
 
@@ -23,53 +24,40 @@ inline std::string HexOf(nbx::I_Value& value) {
     return hex + " of " + std::to_string(bytes->get_DeclaredSize());
 }
 
+/** A number to its last bit, bytes in hexadecimal, everything else as its text. */
+inline std::string ContentOf(nbx::I_Value& value) {
+    char number[64];
+    switch (static_cast<nbx::ValueType>(value.get_TypeCode())) {
+        case nbx::ValueType::Boolean:
+            return value.get_Boolean() ? "true" : "false";
+        case nbx::ValueType::Short:
+        case nbx::ValueType::Long:
+        case nbx::ValueType::LLong:
+            return std::to_string(value.get_LLong());
+        case nbx::ValueType::Byte:
+        case nbx::ValueType::UShort:
+        case nbx::ValueType::ULong:
+        case nbx::ValueType::ULLong:
+            return std::to_string(value.get_ULLong());
+        case nbx::ValueType::Float:
+        case nbx::ValueType::Double:
+            std::snprintf(number, sizeof(number), "%a", value.get_Double());
+            return number;
+        case nbx::ValueType::FixedBinary:
+            return HexOf(value);
+        default:
+            return ToUtf8(value.get_Text());
+    }
+}
+
 /** Type, null flag and content of a host value in one line, exact to the last bit, so that a test compares
     whole values: "Long 5", "Boolean NULL?", where a question mark says that the value may be null. */
 inline std::string Describe(nbx::I_Value* value) {
     if (value == nullptr) {
         return "no value";
     }
-    const auto type = static_cast<nbx::ValueType>(value->get_TypeCode());
-    const std::string nullable = value->get_IsNullable() ? "?" : "";
-    const auto with = [&](const char* name, const std::string& content) {
-        return std::string(name) + " " + (value->get_IsNull() ? "NULL" : content) + nullable;
-    };
-    char number[64];
-    std::snprintf(number, sizeof(number), "%a", value->get_Double());
-    switch (type) {
-        case nbx::ValueType::Boolean:
-            return with("Boolean", value->get_Boolean() ? "true" : "false");
-        case nbx::ValueType::Byte:
-            return with("Byte", std::to_string(value->get_ULLong()));
-        case nbx::ValueType::Short:
-            return with("Short", std::to_string(value->get_LLong()));
-        case nbx::ValueType::UShort:
-            return with("UShort", std::to_string(value->get_ULLong()));
-        case nbx::ValueType::Long:
-            return with("Long", std::to_string(value->get_LLong()));
-        case nbx::ValueType::ULong:
-            return with("ULong", std::to_string(value->get_ULLong()));
-        case nbx::ValueType::LLong:
-            return with("LLong", std::to_string(value->get_LLong()));
-        case nbx::ValueType::ULLong:
-            return with("ULLong", std::to_string(value->get_ULLong()));
-        case nbx::ValueType::Float:
-            return with("Float", number);
-        case nbx::ValueType::Double:
-            return with("Double", number);
-        case nbx::ValueType::Date:
-            return with("Date", ToUtf8(value->get_Text()));
-        case nbx::ValueType::DateTime:
-            return with("DateTime", ToUtf8(value->get_Text()));
-        case nbx::ValueType::String:
-            return with("String", ToUtf8(value->get_Text()));
-        case nbx::ValueType::FixedBinary:
-            return with("FixedBinary", HexOf(*value));
-        case nbx::ValueType::JSON:
-            return with("JSON", ToUtf8(value->get_Text()));
-        default:
-            return with(("type " + std::to_string(value->get_TypeCode())).c_str(), ToUtf8(value->get_Text()));
-    }
+    return KindName(value->get_TypeCode()) + " " + (value->get_IsNull() ? "NULL" : ContentOf(*value)) +
+           (value->get_IsNullable() ? "?" : "");
 }
 
 }  // namespace mduckdb

@@ -42,4 +42,14 @@ class ResultChunks {
     std::unique_ptr<State> state_;
 };
 
+/** How many rows the statement of this result changed, or 0 for a statement of another kind: what
+    `duckdb_rows_changed` gives, which copies the rows into new chunks to read the one number. The result
+    stays the caller's. Throws only when memory runs out. */
+int64_t GetRowsChanged(duckdb_result* result);
+
+/** Makes the failure of a pending result a result, with DuckDB's text unchanged, as executing in one call
+    does; `duckdb_execute_pending` puts a sentence of its own before it. The caller destroys the result. A
+    pending result without an error gives an empty result. Never throws. */
+void TakePendingError(duckdb_pending_result pending, duckdb_result* out_result) noexcept;
+
 }  // namespace mduckdb

@@ -1,4 +1,4 @@
-#include "duckdb_internals/result_chunks.h"
+#include "duckdb_internals/results.h"
 
 #include <algorithm>
 #include <duckdb/common/types/column/column_data_collection.hpp>
@@ -12,6 +12,9 @@
 namespace mduckdb {
 namespace {
 
+/** The rows of a computed result. They are read through DuckDB's C++ classes since its C functions copy: a
+   new chunk with all its texts at every call, which costs more than everything else that is done with a cell.
+ */
 duckdb::ColumnDataCollection& CollectionOf(const duckdb_result& result) {
     const auto* data = static_cast<const duckdb::DuckDBResultData*>(result.internal_data);
     if (data == nullptr || !data->result || data->result->HasError() ||
@@ -46,6 +49,8 @@ struct ResultChunks::State {
 
 ResultChunks::ResultChunks(const duckdb_result& result) : state_(std::make_unique<State>()) {
     duckdb::ColumnDataCollection& collection = CollectionOf(result);
+    // The vectors of `loaded` point into the collection's blocks, which the scan state keeps pinned; so the
+    // chunk before is gone when the next is loaded.
     collection.InitializeScan(state_->scan, duckdb::ColumnDataScanProperties::ALLOW_ZERO_COPY);
     state_->scan.current_chunk_state.properties = state_->scan.properties;
     collection.InitializeScanChunk(state_->loaded);
@@ -107,6 +112,32 @@ const void* ResultChunks::get_Data(idx_t column) const noexcept {
 
 const uint64_t* ResultChunks::get_Validity(idx_t column) const noexcept {
     return duckdb_vector_get_validity(state_->GetVector(column));
+}
+
+int64_t GetRowsChanged(duckdb_result* result) {
+    if (duckdb_result_return_type(*result) != DUCKDB_RESULT_TYPE_CHANGED_ROWS) {
+        return 0;
+    }
+    if (duckdb_row_count(result) == 1 && duckdb_column_count(result) == 1 &&
+        duckdb_column_type(result, 0) == DUCKDB_TYPE_BIGINT) {
+        ResultChunks chunks(*result);
+        chunks.Load(chunks.FindRow(0));
+        return *static_cast<const int64_t*>(chunks.get_Data(0));
+    }
+    return static_cast<int64_t>(duckdb_rows_changed(result));
+}
+
+void TakePendingError(duckdb_pending_result pending, duckdb_result* out_result) noexcept {
+    *out_result = {};
+    try {
+        const auto* wrapper = reinterpret_cast<const duckdb::PendingStatementWrapper*>(pending);
+        if (wrapper != nullptr && wrapper->statement && wrapper->statement->HasError()) {
+            auto result =
+                duckdb::make_uniq<duckdb::MaterializedQueryResult>(wrapper->statement->GetErrorObject());
+            duckdb::DuckDBTranslateResult(std::move(result), out_result);
+        }
+    } catch (...) {  // The empty result is a failure without a text.
+    }
 }
 
 }  // namespace mduckdb

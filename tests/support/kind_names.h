@@ -1,16 +1,14 @@
 #pragma once
 
-#include <utf8.h>
-
 #include <cstdint>
 #include <string>
 #include <utility>
 
 #include "nbx/value.h"
 
-namespace mduckdb_docs {
+namespace mduckdb {
 
-/** Host value kinds in the order of their codes. */
+/** The kinds of host value in the order of their codes. */
 constexpr std::pair<nbx::ValueType, const char*> kKinds[] = {
     {nbx::ValueType::Boolean, "Boolean"},
     {nbx::ValueType::Byte, "Byte"},
@@ -41,6 +39,7 @@ constexpr std::pair<nbx::ValueType, const char*> kKinds[] = {
     {nbx::ValueType::Array, "Array"},
 };
 
+/** "kind 99" for a code that is not known. */
 inline std::string KindName(uint32_t code) {
     for (const auto& [kind, name] : kKinds) {
         if (static_cast<uint32_t>(kind) == code) {
@@ -50,19 +49,4 @@ inline std::string KindName(uint32_t code) {
     return "kind " + std::to_string(code);
 }
 
-/** A text as code in a cell of a table; one with bytes that no page shows, in hexadecimal. */
-inline std::string Code(const std::string& text) {
-    static constexpr char kDigits[] = "0123456789abcdef";
-    std::string code;
-    std::string bytes;
-    bool is_shown = utf8::is_valid(text.begin(), text.end());
-    for (const char character : text) {
-        const auto byte = static_cast<unsigned char>(character);
-        is_shown = is_shown && byte >= 0x20;
-        code += character == '|' ? "\\|" : std::string(1, character);
-        bytes += {kDigits[byte >> 4], kDigits[byte & 15]};
-    }
-    return text.empty() ? "(empty)" : is_shown ? "`" + code + "`" : "(bytes " + bytes + ")";
-}
-
-}  // namespace mduckdb_docs
+}  // namespace mduckdb
