@@ -1,4 +1,3 @@
-#include <array>
 
 #include "container_values.h"
 #include "nbx/value.h"

@@ -7,7 +7,6 @@
 #include <functional>
 #include <limits>
 #include <string>
-#include <utility>
 #include <vector>
 
 #include "support/test_engine.h"

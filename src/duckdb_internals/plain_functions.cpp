@@ -3,7 +3,6 @@
 // a `duckdb::LogicalType`, and the extracted statements are an `ExtractStatementsWrapper`.
 #include "duckdb_internals/plain_functions.h"
 
-#include <cstdlib>
 #include <cstring>
 #include <duckdb/common/type_visitor.hpp>
 #include <duckdb/common/types/variant.hpp>

@@ -2,7 +2,6 @@
 
 #include <duckdb.h>
 
-#include <cstring>
 #include <utility>
 
 #include "base/errors.h"

@@ -1,6 +1,5 @@
 #include "extension/restore.h"
 
-#include <string>
 #include <utility>
 
 #include "base/errors.h"

@@ -1,6 +1,5 @@
 #include <stdexcept>
 #include <string>
-#include <vector>
 
 #include "base/text.h"
 #include "procedures/handlers.h"

@@ -18,12 +18,12 @@ std::uint32_t PackedByDuckDB(std::int32_t days) {
            static_cast<std::uint32_t>(date.day);
 }
 
-TEST(PackDate, PutsDayMonthAndYearFromTheLowestBitUp) {
+TEST(PackDays, PutsDayMonthAndYearFromTheLowestBitUp) {
     EXPECT_EQ((2024u << 9) + (3u << 5) + 15u, PackDays(19'797).packed);
     EXPECT_EQ((1970u << 9) + (1u << 5) + 1u, PackDays(0).packed);
 }
 
-TEST(PackDate, AgreesWithDuckDBsCalendar) {
+TEST(PackDays, AgreesWithDuckDBsCalendar) {
     for (std::int32_t days = -800'000; days < 800'000; days += 7) {
         ASSERT_EQ(PackedByDuckDB(days), PackDays(days).packed) << days;
     }
@@ -39,7 +39,7 @@ TEST(PackDate, AgreesWithDuckDBsCalendar) {
     }
 }
 
-TEST(PackDate, PacksNoInfinityAndNoYearThatDoesNotFit) {
+TEST(PackDays, PacksNoInfinityAndNoYearThatDoesNotFit) {
     constexpr std::int32_t kLargest = std::numeric_limits<std::int32_t>::max();
     for (const std::int32_t days : {kLargest, -kLargest, -kLargest - 1}) {
         EXPECT_FALSE(PackDays(days).is_packable) << days;
@@ -53,7 +53,7 @@ TEST(PackDate, PacksNoInfinityAndNoYearThatDoesNotFit) {
     EXPECT_EQ(PackedByDuckDB(first), PackDays(first).packed);
 }
 
-TEST(PackTime, PutsMillisecondsSecondMinuteAndHourFromTheLowestBitUp) {
+TEST(PackMicros, PutsMillisecondsSecondMinuteAndHourFromTheLowestBitUp) {
     const std::int64_t micros = ((13 * 60 + 14) * 60 + 15) * std::int64_t{1'000'000} + 678'999;
     EXPECT_EQ((13u << 27) + (14u << 21) + (15u << 15) + 678u, PackMicros(micros));
     EXPECT_EQ(0u, PackMicros(0));

@@ -2,7 +2,6 @@
 
 #include <array>
 #include <exception>
-#include <string>
 #include <vector>
 
 #include "base/errors.h"

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "base/holders.h"
+#include "base/text.h"
 #include "procedures/handlers.h"
 #include "procedures/query_runner.h"
 #include "procedures/sql_text.h"
