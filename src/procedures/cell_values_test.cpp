@@ -108,7 +108,7 @@ bool IsReadable(std::int32_t stored) {
     const std::int32_t normalised = NormalizeDuckDBType(stored);
     const CellPacker pack = ChooseCellPacker(normalised, GetCellStorage(stored));
     const duckdb_string_t memory[2]{};
-    return reader(host.get_Api(), host.get_Call(), memory, 0) != nullptr;
+    return pack(host.get_Api(), host.get_Call(), memory, 0) != nullptr;
 }
 
 TEST(ChooseCellPacker, ReadsForeignTypesOnlyInsideTheirMemoryAndOnlyTextAsText) {
