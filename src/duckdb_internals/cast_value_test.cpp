@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-
 #include "base/json_text.h"
 #include "duckdb_internals/plain_functions.h"
 #include "support/sample_values.h"
