@@ -15,7 +15,7 @@
 #include <thread>
 #include <vector>
 
-#include "pool_cache.h"
+#include "pool.h"
 
 namespace {
 

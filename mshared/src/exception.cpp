@@ -1,8 +1,19 @@
 #include "nbx/exception.h"
 
 #include <cstdio>
+#include <system_error>
+
+#include "errors.h"
+#include "unicode.h"
 
 namespace nbx {
+namespace {
+
+std::string TypeText(uint32_t type_code) {
+    return "type " + std::to_string(type_code);
+}
+
+}  // namespace
 
 xException::xException(uint32_t code, const char* text1, const char* text2, const char* text3,
                        const char* text4)
@@ -38,6 +49,21 @@ void xException::BuildWhat() {
             what_ += StFromUTF16(text, nullptr).get_View();
         }
     }
+}
+
+void ThrowFileError(const std::string& path, const char* operation, int error_number) {
+    const std::string text =
+        std::string("Cannot ") + operation + ": " + std::generic_category().message(error_number);
+    throw xException(kFileErrorCode, path.c_str(), text.c_str());
+}
+
+void ThrowNotNullable(uint32_t type_code) {
+    throw xException(kValueNotNullableCode, TypeText(type_code).c_str(), "The value cannot be null");
+}
+
+void ThrowBadContent(uint32_t type_code, const String& content) {
+    throw xException(kValueContentCode, TypeText(type_code).c_str(), "The value cannot hold this content",
+                     Utf16ToUtf8(content.get_View()).c_str());
 }
 
 }  // namespace nbx

@@ -7,8 +7,7 @@
 #include <cerrno>
 #include <limits>
 
-#include "nbx/exception.h"
-#include "system_error.h"
+#include "errors.h"
 #include "unicode.h"
 
 namespace nbx {

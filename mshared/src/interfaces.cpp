@@ -8,13 +8,15 @@
 #include "nbx/mrsql/duckdb_snapshot.h"
 #include "nbx/mrsql/duckdb_statement.h"
 #include "nbx/string.h"
+#include "nbx/unknown.h"
 #include "nbx/value.h"
-
-// The destructors stand here, out of line, so that each interface has its one vtable and type
-// information in this library, whichever module implements it.
 
 namespace nbx {
 
+// The destructors are out of line, so that each interface has its only vtable and type information in this
+// library, whichever module implements the interface. Exceptions and casts that cross modules need that.
+
+I_Unknown::~I_Unknown() = default;
 Converter::~Converter() = default;
 I_ForeignPlugin::~I_ForeignPlugin() = default;
 I_Folder::~I_Folder() = default;
@@ -25,6 +27,24 @@ I_DateTimeValue::~I_DateTimeValue() = default;
 I_ReferenceValue::~I_ReferenceValue() = default;
 I_ArrayValue::~I_ArrayValue() = default;
 I_JSONValue::~I_JSONValue() = default;
+
+ForeignPlugin_imp::~ForeignPlugin_imp() {
+    if (finalizer_ != nullptr) {
+        finalizer_(this);
+    }
+    if (back_ref_ != nullptr) {
+        *back_ref_ = nullptr;
+    }
+}
+
+void* InterfaceTableQueryInterface(void* object, const InterfaceItem* table, uint32_t interface_id) noexcept {
+    for (; table->cast != nullptr; ++table) {
+        if (table->interface_id == interface_id) {
+            return table->cast(object);
+        }
+    }
+    return nullptr;
+}
 
 namespace mrsql {
 
@@ -37,4 +57,5 @@ I_DuckDBSnapshot::~I_DuckDBSnapshot() = default;
 I_DuckDBStatement::~I_DuckDBStatement() = default;
 
 }  // namespace mrsql
+
 }  // namespace nbx

@@ -1,10 +1,10 @@
 #pragma once
 
-#include <memory>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
+
+#include "nbx/value.h"
 
 namespace nbx {
 
@@ -36,5 +36,13 @@ bool IsJson(std::string_view text);
 
 /** Appends the UTF-8 text between double quotes, escaped as JSON asks for. */
 void AppendJsonString(std::string_view text, std::string& result);
+
+/** Appends the value as JSON (UTF-8): numbers and booleans as such, JSON values as they are, everything
+    else as text; NULL and a null pointer as null. What JSON has no number for (infinities and NaN) and a
+    JSON value that is malformed become text, so that the result is JSON whatever the value. */
+void AppendValueJson(I_Value* value, std::string& result);
+
+/** Appends the elements as a JSON array. */
+void AppendArrayJson(const I_ArrayValue& array, std::string& result);
 
 }  // namespace nbx

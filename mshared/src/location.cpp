@@ -1,10 +1,10 @@
 #include "nbx/location.h"
 
+#include <filesystem>
 #include <system_error>
 
-#include "location_imp.h"
+#include "errors.h"
 #include "nbx/exception.h"
-#include "system_error.h"
 #include "unicode.h"
 
 namespace nbx {
@@ -88,7 +88,37 @@ fs::path LastComponent(const String& name) {
     return path.filename();
 }
 
-}  // namespace
+/** What a location's `QueryInterface` gives as its folder view; part of the location. */
+class FolderView final : public I_Folder, noncopyable {
+  public:
+    explicit FolderView(const fs::path& path) noexcept : path_(path) {}
+    bool get_Exists() const override;
+    void Create() override;
+
+  private:
+    const fs::path& path_;
+};
+
+/** A location that never changes, so that threads may share it. */
+class Location_imp final : public Counted<I_Location> {
+  public:
+    explicit Location_imp(const String& text);
+
+    void* QueryInterface(uint32_t interface_id) override;
+
+    String get_Text() const override { return text_; }
+    String get_PathText() const override { return path_text_; }
+    bool get_Exists() const override;
+    smart_ptr<I_Location> get_Parent() const override;
+    smart_ptr<I_Location> MakeChild(const String& name) const override;
+
+  private:
+    String text_;
+    /** Absolute and normal; empty for the in-memory database and for the empty text. */
+    fs::path path_;
+    String path_text_;
+    FolderView folder_;
+};
 
 bool FolderView::get_Exists() const {
     std::error_code error;
@@ -138,6 +168,8 @@ smart_ptr<I_Location> Location_imp::MakeChild(const String& name) const {
     }
     return CreateLocation(PathString(path_ / component));
 }
+
+}  // namespace
 
 smart_ptr<I_Location> CreateLocation(const String& path) {
     return MakeObject<Location_imp>(path);

@@ -1,4 +1,4 @@
-#include "pool_slabs.h"
+#include "pool.h"
 
 #include <pthread.h>
 #include <sys/mman.h>

@@ -5,8 +5,8 @@
 #include <utility>
 
 #include "immortal.h"
-#include "number_text.h"
 #include "unicode.h"
+#include "value_text.h"
 
 namespace nbx {
 namespace {

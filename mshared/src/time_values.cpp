@@ -1,6 +1,87 @@
-#include "time_values.h"
+#include <optional>
+
+#include "value_core.h"
 
 namespace nbx {
+namespace {
+
+/** Dates. Content is kept as it is given, without a look at the calendar. */
+class DateValue final : public TextLikeValue<DateValue>, public I_DateValue {
+  public:
+    DateValue(bool is_nullable, const DateContent& content) noexcept
+        : TextLikeValue(static_cast<uint32_t>(ValueType::Date), is_nullable), content_(content) {}
+
+    void* QueryInterface(uint32_t interface_id) override;
+    String get_Text() const override { return get_IsNull() ? String() : DateText(content_); }
+    void put_Text(String content) override;
+
+    int32_t get_Year() const override { return content_.year; }
+    uint8_t get_Month() const override { return content_.month; }
+    uint8_t get_Day() const override { return content_.day; }
+    void put_Date(int32_t year, uint8_t month, uint8_t day) override {
+        content_ = {year, month, day};
+        MarkNotNull();
+    }
+
+    void Clear() noexcept { content_ = {}; }
+
+  private:
+    DateContent content_;
+};
+
+/** Times of day. */
+class TimeValue final : public TextLikeValue<TimeValue>, public I_TimeValue {
+  public:
+    TimeValue(bool is_nullable, const TimeContent& content) noexcept
+        : TextLikeValue(static_cast<uint32_t>(ValueType::Time), is_nullable), content_(content) {}
+
+    void* QueryInterface(uint32_t interface_id) override;
+    String get_Text() const override { return get_IsNull() ? String() : TimeText(content_); }
+    void put_Text(String content) override;
+
+    uint8_t get_Hours() const override { return content_.hours; }
+    uint8_t get_Minutes() const override { return content_.minutes; }
+    uint8_t get_Seconds() const override { return content_.seconds; }
+    uint16_t get_Milliseconds() const override { return content_.milliseconds; }
+    void put_Time(uint8_t hours, uint8_t minutes, uint8_t seconds, uint16_t milliseconds) override {
+        content_ = {hours, minutes, seconds, milliseconds};
+        MarkNotNull();
+    }
+
+    void Clear() noexcept { content_ = {}; }
+
+  private:
+    TimeContent content_;
+};
+
+/** Dates with a time of day. */
+class DateTimeValue final : public TextLikeValue<DateTimeValue>, public I_DateTimeValue {
+  public:
+    DateTimeValue(bool is_nullable, const DateTimeContent& content) noexcept
+        : TextLikeValue(static_cast<uint32_t>(ValueType::DateTime), is_nullable), content_(content) {}
+
+    void* QueryInterface(uint32_t interface_id) override;
+    String get_Text() const override { return get_IsNull() ? String() : DateTimeText(content_); }
+    void put_Text(String content) override;
+
+    int32_t get_Year() const override { return content_.date.year; }
+    uint8_t get_Month() const override { return content_.date.month; }
+    uint8_t get_Day() const override { return content_.date.day; }
+    uint8_t get_Hours() const override { return content_.time.hours; }
+    uint8_t get_Minutes() const override { return content_.time.minutes; }
+    uint8_t get_Seconds() const override { return content_.time.seconds; }
+    uint16_t get_Milliseconds() const override { return content_.time.milliseconds; }
+    void put_DateTime(int32_t year, uint8_t month, uint8_t day, uint8_t hours, uint8_t minutes,
+                      uint8_t seconds, uint16_t milliseconds) override {
+        content_ = {{year, month, day}, {hours, minutes, seconds, milliseconds}};
+        MarkNotNull();
+    }
+
+    void Clear() noexcept { content_ = {}; }
+
+  private:
+    DateTimeContent content_;
+};
 
 void* DateValue::QueryInterface(uint32_t interface_id) {
     return interface_id == kDateInterfaceId ? static_cast<I_DateValue*>(this) : nullptr;
@@ -39,6 +120,20 @@ void DateTimeValue::put_Text(String content) {
     }
     content_ = *date_time;
     MarkNotNull();
+}
+
+}  // namespace
+
+I_Value* CreateValueDate(bool nullable, const void* content, const void* /*extra*/) {
+    return new DateValue(nullable, ContentOf<DateContent>(content));
+}
+
+I_Value* CreateValueTime(bool nullable, const void* content, const void* /*extra*/) {
+    return new TimeValue(nullable, ContentOf<TimeContent>(content));
+}
+
+I_Value* CreateValueDateTime(bool nullable, const void* content, const void* /*extra*/) {
+    return new DateTimeValue(nullable, ContentOf<DateTimeContent>(content));
 }
 
 }  // namespace nbx

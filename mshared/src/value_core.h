@@ -3,15 +3,12 @@
 #include <cstdint>
 #include <utility>
 
+#include "errors.h"
 #include "nbx/value.h"
-#include "pool_cache.h"
+#include "pool.h"
+#include "value_text.h"
 
 namespace nbx {
-
-/** Throws the `xException` of a null stored in a value that may not be null. */
-[[noreturn]] void ThrowNotNullable(uint32_t type_code);
-/** Throws the `xException` of a content that the value's type cannot hold. */
-[[noreturn]] void ThrowBadContent(uint32_t type_code, const String& content);
 
 /** What all values have, whatever they hold: count, type, null flag; 16 bytes with the vtable. The calls of
     every read are the same functions for all of them, so that the processor foresees where they lead. */
@@ -63,5 +60,37 @@ class ValueCore : public ValueBase {
     void Destroy() noexcept override { delete static_cast<Derived*>(this); }
     void MarkNotNull() noexcept { MarkNull(false); }
 };
+
+/** A value whose content is not a number by nature: it is read and stored as text, and numbers go through
+    that text. `Derived` gives `get_Text` and `put_Text`. */
+template <class Derived>
+class TextLikeValue : public ValueCore<Derived> {
+  public:
+    using ValueCore<Derived>::ValueCore;
+
+    bool get_Boolean() const final { return ParseBoolean(Text().get_View()); }
+    int64_t get_LLong() const final { return ParseLLong(Text().get_View()); }
+    uint64_t get_ULLong() const final { return ParseULLong(Text().get_View()); }
+    double get_Double() const final { return ParseDouble(Text().get_View()); }
+    void put_Boolean(bool content) final { this->put_Text(BooleanText(content)); }
+    void put_LLong(int64_t content) final { this->put_Text(LLongText(content)); }
+    void put_ULLong(uint64_t content) final { this->put_Text(ULLongText(content)); }
+    void put_Double(double content) final { this->put_Text(DoubleText(content)); }
+
+  private:
+    String Text() const { return this->get_Text(); }
+};
+
+/** The content that `content` points to, as the factories of values receive it; zero for null. */
+template <class T>
+T ContentOf(const void* content) noexcept {
+    return content == nullptr ? T{} : *static_cast<const T*>(content);
+}
+
+/** Values for `CreateValueOfType`, whose kind several type codes share: a number with the code, or null when
+    the code is not that of a number, binary data and text. Each has one reference for the caller. */
+I_Value* CreateNumberOfType(ValueType type, bool nullable);
+I_Value* CreateBytesOfType(uint32_t type_code, bool nullable);
+I_Value* CreateTextOfType(uint32_t type_code, bool nullable);
 
 }  // namespace nbx

@@ -3,8 +3,7 @@
 #include <iterator>
 #include <utility>
 
-#include "pool_cache.h"
-#include "pool_slabs.h"
+#include "pool.h"
 
 namespace nbx {
 namespace pool {

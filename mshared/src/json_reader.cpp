@@ -1,8 +1,10 @@
-#include "json_text.h"
-
 #include <algorithm>
 #include <charconv>
 #include <nlohmann/json.hpp>
+
+#include "json_text.h"
+#include "nbx/json.h"
+#include "unicode.h"
 
 namespace nbx {
 namespace {
@@ -159,23 +161,25 @@ bool IsJson(std::string_view text) {
            Parser::accept(text.begin(), text.end());
 }
 
-void AppendJsonString(std::string_view text, std::string& result) {
-    constexpr char kHexDigits[] = "0123456789abcdef";
-    result += '"';
-    for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (c == '"' || c == '\\') {
-            result += '\\';
-            result += c;
-        } else if (byte >= 0x20) {
-            result += c;
-        } else {
-            result += "\\u00";
-            result += kHexDigits[byte >> 4U];
-            result += kHexDigits[byte & 0xFU];
-        }
+struct Json::Document {
+    JsonMembers content;
+};
+
+Json::Json(const char* text)
+    : document_(new Document{text == nullptr ? JsonMembers() : ReadJsonMembers(text)}) {}
+
+Json::~Json() = default;
+
+bool Json::isValid() const noexcept {
+    return document_->content.is_valid;
+}
+
+String Json::get_JsonValue(const char* key) const {
+    const JsonMember* const member = document_->content.Find(key);
+    if (member == nullptr || member->kind == JsonKind::kNull) {
+        return {};
     }
-    result += '"';
+    return String(Utf8ToUtf16(member->text));
 }
 
 }  // namespace nbx

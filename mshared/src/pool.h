@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <new>
+#include <span>
 
 // With AddressSanitizer each object is an allocation of its own, so that a use after its release is seen.
 #if defined(__SANITIZE_ADDRESS__)
@@ -132,5 +133,14 @@ inline void Free(void* memory, std::size_t size) noexcept {
         FreeSlowly(size_class, object);
     }
 }
+
+/** Free objects of one slab, 1 to a slab's worth of them, and at most one when `only_one` is set. Throws
+    `std::bad_alloc`. */
+ObjectList TakeObjects(std::size_t size_class, bool only_one);
+/** Takes the objects of some runs back. Slabs and regions without objects in use go back to
+    the system, apart from a few. */
+void ReturnObjects(std::span<const Run> runs) noexcept;
+/** Bytes that are mapped now, in use or not. */
+std::size_t GetMappedBytes() noexcept;
 
 }  // namespace nbx::pool

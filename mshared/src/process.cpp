@@ -1,4 +1,4 @@
-#include "nbx/hooks.h"
+// What a process has once: the engine lock, the provider of DuckDB, the host's hooks, the library's version.
 
 #include <sys/stat.h>
 
@@ -7,13 +7,27 @@
 #include <ctime>
 #include <string>
 
+#include "errors.h"
+#include "immortal.h"
+#include "nbx/engine_lock.h"
 #include "nbx/exception.h"
-#include "pool_cache.h"
-#include "system_error.h"
+#include "nbx/hooks.h"
+#include "nbx/mrsql/registry.h"
+#include "nbx/version.h"
+#include "pool.h"
 #include "unicode.h"
 
 namespace nbx {
 namespace {
+
+// Needs no constructor and no destructor at run time, so it serves before and after everything else.
+constinit Mutex gEngineMutex;
+
+/** Immortal: at the end of the process the module that made the extension may be gone already. */
+struct Registry {
+    Mutex mutex;
+    smart_ptr<mrsql::I_DuckDBExtension> extension NBX_GUARDED_BY(mutex);
+};
 
 std::atomic<bool> gIsLocalCancellationAllowed{true};
 
@@ -52,6 +66,16 @@ smart_ptr<I_Location> NoServerFolder() {
 
 }  // namespace
 
+constinit thread_local bool detail::gThreadFlags[2]{};
+
+Mutex& GetGlobalEngineLock() noexcept {
+    return gEngineMutex;
+}
+
+const char* get_LibraryVersion() noexcept {
+    return MSHARED_VERSION;
+}
+
 const char* gmDuckDB_backup_sfx = "duckdb_backup";
 
 void MironaInit3() {
@@ -59,6 +83,21 @@ void MironaInit3() {
 }
 
 namespace mrsql {
+
+void SetDuckDBExtension(smart_ptr<I_DuckDBExtension> extension) {
+    Registry& registry = GetImmortal<Registry>();
+    {
+        const MutexLock lock(registry.mutex);
+        registry.extension.swap(extension);
+    }
+    // The former extension goes here, outside of the lock, since its destructor is the module's code.
+}
+
+smart_ptr<I_DuckDBExtension> GetDuckDBExtension() {
+    Registry& registry = GetImmortal<Registry>();
+    const MutexLock lock(registry.mutex);
+    return registry.extension;
+}
 
 bool IsLocalSqlCancellationAllowed() {
     return gIsLocalCancellationAllowed.load(std::memory_order_relaxed);
@@ -73,4 +112,5 @@ smart_ptr<I_Location> (*gCreateBackupLocation)(const smart_ptr<I_Location>& fold
 smart_ptr<I_Location> (*gServerBackupLocation)() = NoServerFolder;
 
 }  // namespace mrsql
+
 }  // namespace nbx

@@ -1,8 +1,9 @@
-#include "value_json.h"
-
 #include <cmath>
+#include <string>
+#include <vector>
 
 #include "json_text.h"
+#include "nbx/mrsql/registry.h"
 #include "unicode.h"
 
 namespace nbx {
@@ -53,7 +54,36 @@ void AppendAsTextOrPlain(JsonForm form, I_Value& value, std::string& result) {
     }
 }
 
+/** Each column's name as JSON text with the colon after it. */
+std::vector<std::string> ColumnKeys(const mrsql::I_DuckDBCursor& cursor) {
+    std::vector<std::string> keys(cursor.get_ColumnCount());
+    for (uint32_t i = 0; i < keys.size(); ++i) {
+        AppendJsonString(Utf16ToUtf8(cursor.get_ColumnName(i).get_View()), keys[i]);
+        keys[i] += ':';
+    }
+    return keys;
+}
+
 }  // namespace
+
+void AppendJsonString(std::string_view text, std::string& result) {
+    constexpr char kHexDigits[] = "0123456789abcdef";
+    result += '"';
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (c == '"' || c == '\\') {
+            result += '\\';
+            result += c;
+        } else if (byte >= 0x20) {
+            result += c;
+        } else {
+            result += "\\u00";
+            result += kHexDigits[byte >> 4U];
+            result += kHexDigits[byte & 0xFU];
+        }
+    }
+    result += '"';
+}
 
 void AppendValueJson(I_Value* value, std::string& result) {
     if (value == nullptr || value->get_IsNull()) {
@@ -87,5 +117,27 @@ void AppendArrayJson(const I_ArrayValue& array, std::string& result) {
     }
     result += ']';
 }
+
+namespace mrsql {
+
+String CursorToJSON(smart_ptr<I_DuckDBCursor> cursor) {
+    std::string text = "[";
+    if (cursor) {
+        const std::vector<std::string> keys = ColumnKeys(*cursor);
+        while (cursor->NextRecord()) {
+            text += text.size() == 1 ? "{" : ",{";
+            for (uint32_t i = 0; i < keys.size(); ++i) {
+                text += i == 0 ? "" : ",";
+                text += keys[i];
+                AppendValueJson(cursor->get_Value(i).get(), text);
+            }
+            text += '}';
+        }
+    }
+    text += ']';
+    return String(Utf8ToUtf16(text));
+}
+
+}  // namespace mrsql
 
 }  // namespace nbx

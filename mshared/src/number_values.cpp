@@ -1,0 +1,189 @@
+#include <cmath>
+#include <limits>
+#include <type_traits>
+#include <utility>
+
+#include "value_core.h"
+
+namespace nbx {
+namespace {
+
+/** The number in another type: the nearest one that the type has, fractions cut off, 0 for NaN in an
+    integer. Never undefined, whatever the number. */
+template <class To, class From>
+To ConvertNumber(From number) noexcept {
+    if constexpr (std::is_same_v<To, From>) {
+        return number;
+    } else if constexpr (std::is_same_v<To, bool>) {
+        return number != From{};
+    } else if constexpr (std::is_same_v<From, bool> || std::is_floating_point_v<To>) {
+        return static_cast<To>(number);
+    } else if constexpr (std::is_floating_point_v<From>) {
+        // The largest integer may be rounded up on its way to the float type, so it is not within range.
+        if (number >= static_cast<From>(std::numeric_limits<To>::max())) {
+            return std::numeric_limits<To>::max();
+        }
+        if (number <= static_cast<From>(std::numeric_limits<To>::min())) {
+            return std::numeric_limits<To>::min();
+        }
+        return std::isnan(number) ? To{} : static_cast<To>(number);
+    } else {
+        if (std::cmp_less(number, std::numeric_limits<To>::min())) {
+            return std::numeric_limits<To>::min();
+        }
+        if (std::cmp_greater(number, std::numeric_limits<To>::max())) {
+            return std::numeric_limits<To>::max();
+        }
+        return static_cast<To>(number);
+    }
+}
+
+/** Booleans and numbers, in a `T`. */
+template <class T>
+class NumberValue final : public ValueCore<NumberValue<T>> {
+  public:
+    NumberValue(uint32_t type_code, bool is_nullable, T content) noexcept
+        : ValueCore<NumberValue<T>>(type_code, is_nullable), content_(content) {}
+
+    void* QueryInterface(uint32_t /*interface_id*/) override { return nullptr; }
+
+    bool get_Boolean() const override { return ConvertNumber<bool>(content_); }
+    int64_t get_LLong() const override { return ConvertNumber<int64_t>(content_); }
+    uint64_t get_ULLong() const override { return ConvertNumber<uint64_t>(content_); }
+    double get_Double() const override { return ConvertNumber<double>(content_); }
+    String get_Text() const override {
+        if (this->get_IsNull()) {
+            return {};
+        }
+        if constexpr (std::is_same_v<T, bool>) {
+            return BooleanText(content_);
+        } else if constexpr (std::is_same_v<T, float>) {
+            return FloatText(content_);
+        } else if constexpr (std::is_same_v<T, double>) {
+            return DoubleText(content_);
+        } else if constexpr (std::is_signed_v<T>) {
+            return LLongText(content_);
+        } else {
+            return ULLongText(content_);
+        }
+    }
+
+    void put_Boolean(bool content) override { Store(content); }
+    void put_LLong(int64_t content) override { Store(content); }
+    void put_ULLong(uint64_t content) override { Store(content); }
+    void put_Double(double content) override { Store(content); }
+    void put_Text(String content) override {
+        const std::u16string_view text = content.get_View();
+        if constexpr (std::is_same_v<T, bool>) {
+            Store(ParseBoolean(text));
+        } else if constexpr (std::is_floating_point_v<T>) {
+            Store(ParseDouble(text));
+        } else if constexpr (std::is_signed_v<T>) {
+            Store(ParseLLong(text));
+        } else {
+            Store(ParseULLong(text));
+        }
+    }
+
+    void Clear() noexcept { content_ = T{}; }
+
+  private:
+    template <class From>
+    void Store(From content) noexcept {
+        content_ = ConvertNumber<T>(content);
+        this->MarkNotNull();
+    }
+
+    T content_;
+};
+
+static_assert(sizeof(NumberValue<bool>) <= 24 && sizeof(NumberValue<double>) <= 24,
+              "row sets hold millions of these");
+
+template <class T, ValueType kType>
+I_Value* MakeNumber(bool nullable, const void* content, const void* /*extra*/) {
+    return new NumberValue<T>(static_cast<uint32_t>(kType), nullable, ContentOf<T>(content));
+}
+
+}  // namespace
+
+I_Value* CreateValueBoolean(bool nullable, const void* content, const void* extra) {
+    return MakeNumber<bool, ValueType::Boolean>(nullable, content, extra);
+}
+
+I_Value* CreateValueByte(bool nullable, const void* content, const void* extra) {
+    return MakeNumber<uint8_t, ValueType::Byte>(nullable, content, extra);
+}
+
+I_Value* CreateValueShort(bool nullable, const void* content, const void* extra) {
+    return MakeNumber<int16_t, ValueType::Short>(nullable, content, extra);
+}
+
+I_Value* CreateValueUShort(bool nullable, const void* content, const void* extra) {
+    return MakeNumber<uint16_t, ValueType::UShort>(nullable, content, extra);
+}
+
+I_Value* CreateValueLong(bool nullable, const void* content, const void* extra) {
+    return MakeNumber<int32_t, ValueType::Long>(nullable, content, extra);
+}
+
+I_Value* CreateValueULong(bool nullable, const void* content, const void* extra) {
+    return MakeNumber<uint32_t, ValueType::ULong>(nullable, content, extra);
+}
+
+I_Value* CreateValueLLong(bool nullable, const void* content, const void* extra) {
+    return MakeNumber<int64_t, ValueType::LLong>(nullable, content, extra);
+}
+
+I_Value* CreateValueULLong(bool nullable, const void* content, const void* extra) {
+    return MakeNumber<uint64_t, ValueType::ULLong>(nullable, content, extra);
+}
+
+I_Value* CreateValueFloat(bool nullable, const void* content, const void* extra) {
+    return MakeNumber<float, ValueType::Float>(nullable, content, extra);
+}
+
+I_Value* CreateValueDouble(bool nullable, const void* content, const void* extra) {
+    return MakeNumber<double, ValueType::Double>(nullable, content, extra);
+}
+
+I_Value* CreateNumberOfType(ValueType type, bool nullable) {
+    switch (type) {
+        case ValueType::Boolean:
+            return MakeNumber<bool, ValueType::Boolean>(nullable, nullptr, nullptr);
+        case ValueType::Byte:
+            return MakeNumber<uint8_t, ValueType::Byte>(nullable, nullptr, nullptr);
+        case ValueType::Short:
+            return MakeNumber<int16_t, ValueType::Short>(nullable, nullptr, nullptr);
+        case ValueType::UShort:
+            return MakeNumber<uint16_t, ValueType::UShort>(nullable, nullptr, nullptr);
+        case ValueType::Medium:
+            return MakeNumber<int32_t, ValueType::Medium>(nullable, nullptr, nullptr);
+        case ValueType::UMedium:
+            return MakeNumber<uint32_t, ValueType::UMedium>(nullable, nullptr, nullptr);
+        case ValueType::Long:
+            return MakeNumber<int32_t, ValueType::Long>(nullable, nullptr, nullptr);
+        case ValueType::ULong:
+            return MakeNumber<uint32_t, ValueType::ULong>(nullable, nullptr, nullptr);
+        case ValueType::LLong:
+            return MakeNumber<int64_t, ValueType::LLong>(nullable, nullptr, nullptr);
+        case ValueType::ULLong:
+            return MakeNumber<uint64_t, ValueType::ULLong>(nullable, nullptr, nullptr);
+        case ValueType::Float:
+            return MakeNumber<float, ValueType::Float>(nullable, nullptr, nullptr);
+        case ValueType::Double:
+            return MakeNumber<double, ValueType::Double>(nullable, nullptr, nullptr);
+        case ValueType::LDouble:
+            return MakeNumber<double, ValueType::LDouble>(nullable, nullptr, nullptr);
+        case ValueType::Currency:
+            return MakeNumber<double, ValueType::Currency>(nullable, nullptr, nullptr);
+        case ValueType::Enum8:
+            return MakeNumber<uint8_t, ValueType::Enum8>(nullable, nullptr, nullptr);
+        case ValueType::Enum16:
+            return MakeNumber<uint16_t, ValueType::Enum16>(nullable, nullptr, nullptr);
+        default:
+            return nullptr;
+    }
+}
+
+}  // namespace nbx

@@ -1,9 +1,0 @@
-#include "nbx/version.h"
-
-namespace nbx {
-
-const char* get_LibraryVersion() noexcept {
-    return MSHARED_VERSION;
-}
-
-}  // namespace nbx
