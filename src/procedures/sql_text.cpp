@@ -1,26 +1,15 @@
 #include "procedures/sql_text.h"
 
-#include <duckdb.h>
-
 #include <cctype>
 #include <stdexcept>
 
 #include "base/text.h"
-#include "procedures/type_tables.h"
 
 namespace mduckdb {
 namespace {
 
 bool IsSpace(char character) noexcept {
     return std::isspace(static_cast<unsigned char>(character)) != 0;
-}
-
-bool NeedsCast(std::int32_t duckdb_type) noexcept {
-    return NormalizeDuckDBType(duckdb_type) != duckdb_type;
-}
-
-std::string Cast(const std::string& identifier, std::int32_t duckdb_type) {
-    return "CAST(" + identifier + " AS " + DuckDBTypeName(NormalizeDuckDBType(duckdb_type)) + ")";
 }
 
 }  // namespace
@@ -83,17 +72,6 @@ std::string JoinList(const std::vector<std::string>& items) {
 
 std::string ReadParquetCall(std::string_view uri) {
     return "read_parquet(" + QuoteLiteral(uri) + ")";
-}
-
-std::string SelectItem(std::string_view column_name, std::int32_t duckdb_type) {
-    const std::string identifier = QuoteIdentifier(column_name);
-    return NeedsCast(duckdb_type) ? Cast(identifier, duckdb_type) + " AS " + identifier : identifier;
-}
-
-std::string ForgivingSelectItem(std::string_view column_name, std::int32_t duckdb_type) {
-    const std::string identifier = QuoteIdentifier(column_name);
-    return NeedsCast(duckdb_type) ? "TRY(" + Cast(identifier, duckdb_type) + ") AS " + identifier
-                                  : identifier;
 }
 
 std::string WhereClause(std::string_view condition) {

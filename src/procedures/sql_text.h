@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -25,13 +24,6 @@ std::string JoinList(const std::vector<std::string>& items);
 
 /** The table function call that reads the file. */
 std::string ReadParquetCall(std::string_view uri);
-
-/** Item of a select list that gives the column under its own name as a type that the host receives
-    directly: the bare column when the type code is such a one, else a cast. */
-std::string SelectItem(std::string_view column_name, std::int32_t duckdb_type);
-
-/** The same, but a cell that cannot be cast becomes NULL and does not end the query. Slower where one is. */
-std::string ForgivingSelectItem(std::string_view column_name, std::int32_t duckdb_type);
 
 /** " WHERE " and the condition as it stands, or nothing for a blank one. */
 std::string WhereClause(std::string_view condition);

@@ -50,29 +50,6 @@ TEST(UnquotePart, RemovesOuterQuotesAndHalvesPairsInside) {
     EXPECT_EQ("a\"b", UnquotePart("a\"b"));
 }
 
-TEST(SelectItem, IsTheBareColumnForTypesThatTheHostKnows) {
-    for (const std::int32_t type : {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 17, 18}) {
-        EXPECT_EQ("\"a\"\"b\"", SelectItem("a\"b", type));
-    }
-}
-
-TEST(SelectItem, CastsEveryOtherTypeAndKeepsTheName) {
-    EXPECT_EQ("CAST(\"c\" AS DOUBLE) AS \"c\"", SelectItem("c", 19));
-    for (const std::int32_t type : {20, 21, 22, 31}) {
-        EXPECT_EQ("CAST(\"c\" AS TIMESTAMP) AS \"c\"", SelectItem("c", type));
-    }
-    EXPECT_EQ("CAST(\"c\" AS TIME) AS \"c\"", SelectItem("c", 30));
-    EXPECT_EQ("CAST(\"c\" AS TIME) AS \"c\"", SelectItem("c", 39));
-    for (const std::int32_t type : {0, 15, 16, 23, 24, 25, 26, 27, 28, 29, 32, 36, 40, 41, 99}) {
-        EXPECT_EQ("CAST(\"c\" AS VARCHAR) AS \"c\"", SelectItem("c", type));
-    }
-}
-
-TEST(ForgivingSelectItem, IsNullWhereTheCastFails) {
-    EXPECT_EQ("TRY(CAST(\"c\" AS DOUBLE)) AS \"c\"", ForgivingSelectItem("c", 19));
-    EXPECT_EQ("\"c\"", ForgivingSelectItem("c", 17));
-}
-
 TEST(WhereClause, UsesTheTrimmedConditionUnchanged) {
     EXPECT_EQ(" WHERE a = 'b'", WhereClause("  a = 'b' \n"));
     EXPECT_EQ("", WhereClause("   "));
