@@ -24,6 +24,26 @@ duckdb::ColumnDataCollection& CollectionOf(const duckdb_result& result) {
     return data->result->Cast<duckdb::MaterializedQueryResult>().Collection();
 }
 
+/** Where the one number of a result of changed rows is, in place; null when it is not there in plain memory.
+ */
+const int64_t* FindCount(const duckdb_result& result) {
+    const duckdb::ColumnDataCollection& collection = CollectionOf(result);
+    if (collection.Count() != 1 || collection.ColumnCount() != 1 ||
+        collection.Types()[0].id() != duckdb::LogicalTypeId::BIGINT) {
+        return nullptr;
+    }
+    for (const auto& segment : collection.GetSegments()) {
+        if (segment->ChunkCount() > 0 &&
+            segment->allocator->GetType() == duckdb::ColumnDataAllocatorType::IN_MEMORY_ALLOCATOR) {
+            const auto& place = segment->GetVectorData(segment->chunk_data[0].vector_data[0]);
+            duckdb::ChunkManagementState unused;
+            return reinterpret_cast<const int64_t*>(
+                segment->allocator->GetDataPointer(unused, place.block_id, place.offset));
+        }
+    }
+    return nullptr;
+}
+
 }  // namespace
 
 struct ResultChunks::State {
@@ -118,13 +138,8 @@ int64_t GetRowsChanged(duckdb_result* result) {
     if (duckdb_result_return_type(*result) != DUCKDB_RESULT_TYPE_CHANGED_ROWS) {
         return 0;
     }
-    if (duckdb_row_count(result) == 1 && duckdb_column_count(result) == 1 &&
-        duckdb_column_type(result, 0) == DUCKDB_TYPE_BIGINT) {
-        ResultChunks chunks(*result);
-        chunks.Load(chunks.FindRow(0));
-        return *static_cast<const int64_t*>(chunks.get_Data(0));
-    }
-    return static_cast<int64_t>(duckdb_rows_changed(result));
+    const int64_t* count = FindCount(*result);
+    return count != nullptr ? *count : static_cast<int64_t>(duckdb_rows_changed(result));
 }
 
 void TakePendingError(duckdb_pending_result pending, duckdb_result* out_result) noexcept {

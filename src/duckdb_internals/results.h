@@ -44,7 +44,8 @@ class ResultChunks {
 
 /** How many rows the statement of this result changed, or 0 for a statement of another kind: what
     `duckdb_rows_changed` gives, which copies the rows into new chunks to read the one number. The result
-    stays the caller's. Throws only when memory runs out. */
+    stays the caller's. Allocates nothing: the rows are committed by now, and a failure here would have the
+    caller store them twice. */
 int64_t GetRowsChanged(duckdb_result* result);
 
 /** Makes the failure of a pending result a result, with DuckDB's text unchanged, as executing in one call

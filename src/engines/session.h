@@ -27,6 +27,8 @@ class Session : nbx::noncopyable {
         engine_ = std::move(engine);
         is_owned_ = engine_ != nullptr;
     }
+    /** Takes an engine that others keep open for as long as this lives. */
+    void Borrow(SharedEngine engine) { engine_ = std::move(engine); }
     /** Connects and has the connection report errors as JSON, once; false when DuckDB gives no connection. */
     bool Connect();
 

@@ -1,4 +1,5 @@
 #include <cstring>
+#include <memory>
 #include <optional>
 #include <utility>
 
@@ -8,6 +9,7 @@
 #include "nbx/file.h"
 #include "nbx/hooks.h"
 #include "objects/database.h"
+#include "objects/side_connection.h"
 
 namespace mduckdb {
 
@@ -62,14 +64,33 @@ class RunningExport : nbx::noncopyable {
     ExportGate& gate_;
 };
 
+/** False and the error text when the export fails. */
+bool Export(SideConnection& connection, const std::string& statement, std::string& error) {
+    // Prepared, and not one plain query, since only so an interrupt that comes before the query begins
+    // counts.
+    PreparedHolder prepared;
+    if (duckdb_prepare(connection.get(), statement.c_str(), prepared.Receive()) != DuckDBSuccess) {
+        error = TextOr(duckdb_prepare_error(prepared.get()), "Unknown DuckDB backup error");
+        return false;
+    }
+    ResultHolder result;
+    if (connection.get_Interruptible().ExecutePrepared(prepared.get(), result.Receive()) != DuckDBSuccess) {
+        error = TextOr(duckdb_result_error(result.get()), "Unknown DuckDB backup error");
+        return false;
+    }
+    return true;
+}
+
 }  // namespace
 
-SharedConnection DuckDBDatabase::PrepareBackup(Location folder, std::string& export_statement) {
-    SharedConnection connection = link_->RequireConnection();
+std::unique_ptr<SideConnection> DuckDBDatabase::PrepareBackup(Location folder,
+                                                              std::string& export_statement) {
+    link_->RequireConnection();
     folder = ChooseFolder(std::move(folder), *location_);
     if (!IsFolderThere(folder)) {
         ThrowError("DuckDBDatabase backup folder is not available");
     }
+    auto connection = std::make_unique<SideConnection>(link_, engine_);
     const auto create_backup = nbx::mrsql::gCreateBackupLocation;
     const Location backup = create_backup != nullptr ? create_backup(folder) : nullptr;
     if (!backup) {
@@ -77,7 +98,6 @@ SharedConnection DuckDBDatabase::PrepareBackup(Location folder, std::string& exp
     }
     WriteMarker(*backup, location_->get_Text());
     export_statement = BuildExportStatement(*backup);
-    link_->ClearInterrupted();
     return connection;
 }
 
@@ -87,15 +107,16 @@ void DuckDBDatabase::Backup(Location folder) {
     bool is_interrupted = false;
     {
         std::string export_statement;
-        SharedConnection connection;
         std::optional<RunningExport> running;
+        // Goes before the export counts as ended, since the engine may be closed from then on.
+        std::unique_ptr<SideConnection> connection;
         {
             const EngineLockScope lock;
             connection = PrepareBackup(std::move(folder), export_statement);
             running.emplace(export_gate_);
         }
         if (!Export(*connection, export_statement, error)) {
-            is_interrupted = link_->TakeInterrupted();
+            is_interrupted = connection->get_Interruptible().TakeInterrupted();
         }
     }
     // Whoever waited for the export may have closed and destroyed this object by now.
@@ -107,22 +128,6 @@ void DuckDBDatabase::Backup(Location folder) {
         const EngineLockScope lock;
         ThrowDuckDBError(path, error);
     }
-}
-
-bool DuckDBDatabase::Export(duckdb_connection connection, const std::string& statement, std::string& error) {
-    // Prepared, and not one plain query, since only so an interrupt that comes before the query begins
-    // counts.
-    PreparedHolder prepared;
-    if (duckdb_prepare(connection, statement.c_str(), prepared.Receive()) != DuckDBSuccess) {
-        error = TextOr(duckdb_prepare_error(prepared.get()), "Unknown DuckDB backup error");
-        return false;
-    }
-    ResultHolder result;
-    if (link_->ExecutePrepared(prepared.get(), result.Receive()) != DuckDBSuccess) {
-        error = TextOr(duckdb_result_error(result.get()), "Unknown DuckDB backup error");
-        return false;
-    }
-    return true;
 }
 
 }  // namespace mduckdb

@@ -42,6 +42,13 @@ class ChildList : nbx::noncopyable {
         return item;
     }
 
+    template <class Visit>
+    void ForEach(Visit visit) const {
+        for (T* const item : items_) {
+            visit(item);
+        }
+    }
+
   private:
     std::list<T*> items_;
     std::unordered_multimap<T*, typename std::list<T*>::iterator> places_;

@@ -4,6 +4,7 @@
 
 #include "base/errors.h"
 #include "base/text.h"
+#include "duckdb_internals/statement_pieces.h"
 #include "engines/handle_registry.h"
 #include "nbx/hooks.h"
 #include "nbx/mrsql/registry.h"
@@ -52,6 +53,8 @@ void* DuckDBDatabase::QueryInterface(uint32_t interface_id) {
          &nbx::CastToInterface<DuckDBDatabase, nbx::mrsql::I_DuckDBDatabase>},
         {nbx::mrsql::kDuckDBSnapshotInterfaceId,
          &nbx::CastToInterface<DuckDBDatabase, nbx::mrsql::I_DuckDBSnapshot>},
+        {nbx::mrsql::kDuckDBTransactionStateInterfaceId,
+         &nbx::CastToInterface<DuckDBDatabase, nbx::mrsql::I_DuckDBTransactionState>},
         {0, nullptr},
     };
     return nbx::InterfaceTableQueryInterface(this, kTable, interface_id);
@@ -151,6 +154,12 @@ void DuckDBDatabase::AddQueryResult(nbx::mrsql::I_DuckDBQueryResult* result) {
 void DuckDBDatabase::RemoveQueryResult(nbx::mrsql::I_DuckDBQueryResult* result) {
     const EngineLockScope lock;
     link_->get_Children().Remove(result);
+}
+
+bool DuckDBDatabase::get_IsInTransaction() {
+    const EngineLockScope lock;
+    const SharedConnection connection = link_->get_Connection();
+    return connection && IsInTransaction(*connection);
 }
 
 void DuckDBDatabase::Interrupt() {

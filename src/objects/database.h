@@ -14,10 +14,13 @@
 #include "nbx/foreign_plugin.h"
 #include "nbx/mrsql/duckdb_database.h"
 #include "nbx/mrsql/duckdb_snapshot.h"
+#include "nbx/mrsql/duckdb_written_statements.h"
 #include "objects/database_link.h"
 #include "objects/export_gate.h"
 
 namespace mduckdb {
+
+class SideConnection;
 
 /** One database object: an engine shared with the other objects on its path, and a connection of its own.
 
@@ -28,6 +31,7 @@ namespace mduckdb {
 class DuckDBDatabase final : public nbx::mrsql::I_DuckDBDatabase,
                              public nbx::ForeignPlugin_imp,
                              public nbx::mrsql::I_DuckDBSnapshot,
+                             public nbx::mrsql::I_DuckDBTransactionState,
                              nbx::noncopyable {
   public:
     explicit DuckDBDatabase(nbx::smart_ptr<nbx::I_Location> location);
@@ -69,6 +73,8 @@ class DuckDBDatabase final : public nbx::mrsql::I_DuckDBDatabase,
     void Snapshot(nbx::smart_ptr<nbx::I_Location> file) override;
     /** As `I_DuckDBRestore::VerifyBackup` has it. */
     nbx::String VerifyBackup(const nbx::I_Location& folder);
+    bool get_IsInTransaction() override;
+    uint64_t get_LostTransactionCount() override { return lost_transactions_.load(); }
 
     /** What this object's statements, cursors and results are made with. */
     const SharedLink& get_Link() const noexcept { return link_; }
@@ -92,11 +98,9 @@ class DuckDBDatabase final : public nbx::mrsql::I_DuckDBDatabase,
     /** Makes the file with the storage version and block size; false and the error text on failure. */
     bool CreateFormattedFile(duckdb_config config, std::string& error) NBX_REQUIRES(gEngineLock);
     std::string BuildAttachStatement() const NBX_REQUIRES(gEngineLock);
-    /** Chooses and marks the place of a backup; gives the connection and the statement that exports. */
-    SharedConnection PrepareBackup(nbx::smart_ptr<nbx::I_Location> folder, std::string& export_statement)
-        NBX_REQUIRES(gEngineLock);
-    /** False and the error text when the export fails; runs without the engine lock. */
-    bool Export(duckdb_connection connection, const std::string& statement, std::string& error);
+    /** Chooses and marks the place of a backup; returns a connection for the export and its statement. */
+    std::unique_ptr<SideConnection> PrepareBackup(nbx::smart_ptr<nbx::I_Location> folder,
+                                                  std::string& export_statement) NBX_REQUIRES(gEngineLock);
     /** Runs what needs the engine and its time, without the engine lock, so that `Close` waits for it and
         `Interrupt` ends it. `work` is called with the engine's handle and the stop. */
     template <class Work>
@@ -119,6 +123,7 @@ class DuckDBDatabase final : public nbx::mrsql::I_DuckDBDatabase,
     /** Written under the engine lock, read without. */
     std::atomic<bool> is_open_{false};
     std::atomic<bool> is_read_only_{false};
+    std::atomic<uint64_t> lost_transactions_{0};
     SharedEngine engine_ NBX_GUARDED_BY(gEngineLock);
     /** The registry key under which this object is a user of its engine. */
     nbx::String open_key_ NBX_GUARDED_BY(gEngineLock);

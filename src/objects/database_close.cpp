@@ -19,6 +19,9 @@ void DuckDBDatabase::CloseLocked() noexcept {
     if (!engine_) {
         return;
     }
+    if (get_IsInTransaction()) {
+        lost_transactions_.fetch_add(1);
+    }
     link_->get_Children().CloseAll();
     link_->Disconnect();
     is_read_only_.store(false);

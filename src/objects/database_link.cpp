@@ -1,9 +1,7 @@
 #include "objects/database_link.h"
 
 #include "base/errors.h"
-#include "base/holders.h"
 #include "base/text.h"
-#include "duckdb_internals/results.h"
 
 namespace mduckdb {
 
@@ -18,11 +16,6 @@ nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase> DatabaseLink::get_Database() noexce
     return nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase>::Adopt(&owner_);
 }
 
-SharedConnection DatabaseLink::get_Connection() const {
-    const nbx::MutexLock lock(connection_mutex_);
-    return connection_;
-}
-
 SharedConnection DatabaseLink::RequireConnection() const {
     SharedConnection connection = get_Connection();
     if (!connection) {
@@ -31,52 +24,26 @@ SharedConnection DatabaseLink::RequireConnection() const {
     return connection;
 }
 
-void DatabaseLink::ReplaceConnection(SharedConnection connection) {
-    const nbx::MutexLock lock(connection_mutex_);
-    connection_ = std::move(connection);
-}
-
-void DatabaseLink::Disconnect() noexcept {
-    const nbx::MutexLock lock(connection_mutex_);
-    if (connection_) {
-        duckdb_disconnect(connection_.get());
-        connection_.reset();
-    }
-}
-
 void DatabaseLink::Interrupt() {
-    const nbx::MutexLock lock(connection_mutex_);
-    if (connection_) {
-        is_interrupted_.store(true);
-        duckdb_interrupt(*connection_);
-    }
-}
-
-void DatabaseLink::RepeatInterrupt() {
-    if (!is_interrupted_.load()) {
-        return;
-    }
-    const nbx::MutexLock lock(connection_mutex_);
-    if (connection_) {
-        duckdb_interrupt(*connection_);
-    }
+    connection_.Interrupt();
+    const nbx::MutexLock lock(sides_mutex_);
+    sides_.ForEach([](InterruptibleConnection* side) { side->Interrupt(); });
 }
 
 void DatabaseLink::ThrowIfInterrupted() {
-    if (TakeInterrupted()) {
+    if (connection_.TakeInterrupted()) {
         throw nbx::xInterruptError(kInterruptErrorCode);
     }
 }
 
-duckdb_state DatabaseLink::ExecutePrepared(duckdb_prepared_statement prepared, duckdb_result* out_result) {
-    // DuckDB forgets interrupts when it begins a query, which happens in the first of the two calls.
-    PendingHolder pending;
-    if (duckdb_pending_prepared(prepared, pending.Receive()) != DuckDBSuccess) {
-        TakePendingError(pending.get(), out_result);
-        return DuckDBError;
-    }
-    RepeatInterrupt();
-    return duckdb_execute_pending(pending.get(), out_result);
+void DatabaseLink::AddSide(InterruptibleConnection& connection) {
+    const nbx::MutexLock lock(sides_mutex_);
+    sides_.Add(&connection);
+}
+
+void DatabaseLink::RemoveSide(InterruptibleConnection& connection) noexcept {
+    const nbx::MutexLock lock(sides_mutex_);
+    sides_.Remove(&connection);
 }
 
 void DatabaseLink::ThrowError(std::string_view message) const {

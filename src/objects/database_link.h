@@ -13,6 +13,7 @@
 #include "nbx/location.h"
 #include "nbx/mrsql/duckdb_database.h"
 #include "objects/child_lists.h"
+#include "objects/interruptible_connection.h"
 
 namespace mduckdb {
 
@@ -47,25 +48,26 @@ class DatabaseLink : nbx::noncopyable {
     ChildLists& get_Children() noexcept { return children_; }
 
     /** The connection, or null when the database is closed. */
-    SharedConnection get_Connection() const;
+    SharedConnection get_Connection() const { return connection_.get(); }
     /** Throws "DuckDBDatabase is not open" unless there is a connection. */
     SharedConnection RequireConnection() const;
-    void ReplaceConnection(SharedConnection connection);
-    /** Ends the connection, if there is one. */
-    void Disconnect() noexcept;
+    void ReplaceConnection(SharedConnection connection) noexcept {
+        connection_.Replace(std::move(connection));
+    }
+    void Disconnect() noexcept { connection_.Disconnect(); }
 
-    /** Interrupts the query that runs on the connection; nothing when there is no connection. */
+    /** Interrupts what runs on the connection and on the side connections. */
     void Interrupt();
-    /** Forgets an interrupt that came before; at the start of every run. */
-    void ClearInterrupted() noexcept { is_interrupted_.store(false); }
-    /** Whether `Interrupt` was called since; each interrupt is reported once. */
-    bool TakeInterrupted() noexcept { return is_interrupted_.exchange(false); }
-    /** Throws `xInterruptError` when `TakeInterrupted`. */
+    void ClearInterrupted() { connection_.ClearInterrupted(); }
+    /** Throws `xInterruptError` when there was an interrupt since it was cleared or reported. */
     void ThrowIfInterrupted();
-    /** Executes like `duckdb_execute_prepared`, but an `Interrupt` that came before DuckDB's own start
-        of the query, at which it clears its own flag, cuts it too. The caller destroys `*out_result`,
-        also on failure. */
-    duckdb_state ExecutePrepared(duckdb_prepared_statement prepared, duckdb_result* out_result);
+    duckdb_state ExecutePrepared(duckdb_prepared_statement prepared, duckdb_result* out_result) {
+        return connection_.ExecutePrepared(prepared, out_result);
+    }
+
+    /** A further connection that interrupts reach until it is removed. */
+    void AddSide(InterruptibleConnection& connection);
+    void RemoveSide(InterruptibleConnection& connection) noexcept;
 
     /** The path that errors name. */
     nbx::String get_ErrorPath() const { return location_->get_Text(); }
@@ -77,17 +79,14 @@ class DatabaseLink : nbx::noncopyable {
     std::string ToSql(const nbx::String& sql) const;
 
   private:
-    /** Cuts the query that DuckDB has begun, when an interrupt came before it began. */
-    void RepeatInterrupt();
-
     nbx::mrsql::I_DuckDBDatabase& owner_;
     const nbx::smart_ptr<nbx::I_Location> location_;
     std::atomic<uint32_t> references_{0};
     std::atomic<bool> is_orphaned_{false};
-    std::atomic<bool> is_interrupted_{false};
 
-    mutable nbx::Mutex connection_mutex_;
-    SharedConnection connection_ NBX_GUARDED_BY(connection_mutex_);
+    InterruptibleConnection connection_;
+    nbx::Mutex sides_mutex_;
+    ChildList<InterruptibleConnection> sides_ NBX_GUARDED_BY(sides_mutex_);
 
     ChildLists children_;
 };

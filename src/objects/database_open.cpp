@@ -1,3 +1,5 @@
+#include <utility>
+
 #include "base/errors.h"
 #include "base/text.h"
 #include "engines/configuration.h"
@@ -59,11 +61,12 @@ SharedEngine DuckDBDatabase::OpenEngine() {
 }
 
 void DuckDBDatabase::Adopt(Session& session) {
-    const nbx::String key = location_->get_PathText();
+    nbx::String key = location_->get_PathText();
+    // The last step that can fail: from here on the registry counts a user, whom `CloseLocked` takes away.
     HandleRegistry::Get().AddUser(key, session.get_Engine());
     session.Keep();
     engine_ = session.get_Engine();
-    open_key_ = key;
+    std::swap(open_key_, key);
     link_->ReplaceConnection(session.get_Connection());
     is_open_.store(true);
 }

@@ -31,7 +31,7 @@ void FetchStatus::KeepErrorOf(duckdb_result* result) {
 }
 
 DuckDBCursor_imp::DuckDBCursor_imp(SharedLink link, ResultHolder result)
-    : tie_(std::move(link)), result_(std::move(result)) {
+    : tie_(std::move(link)), result_(std::move(result)), has_result_(static_cast<bool>(result_)) {
     const EngineLockScope lock;
     RequireValid();
     ReadDescription();
@@ -88,11 +88,16 @@ uint32_t DuckDBCursor_imp::get_ColumnType(uint32_t column_index) const {
 void DuckDBCursor_imp::Close() {
     const EngineLockScope lock;
     tie_.Cut();
+    DropResult();
+}
+
+void DuckDBCursor_imp::DropResult() noexcept {
+    has_result_.store(false);
     result_.Reset();
 }
 
 void DuckDBCursor_imp::Detach() {
-    result_.Reset();
+    DropResult();
     tie_.get_Siblings().Remove(this);
     tie_.Cut();
 }

@@ -2,6 +2,7 @@
 
 #include <duckdb.h>
 
+#include <atomic>
 #include <boost/container/small_vector.hpp>
 
 #include "base/engine_lock.h"
@@ -48,7 +49,7 @@ class DuckDBCursor_imp : public nbx::Counted<nbx::mrsql::I_DuckDBCursor>, public
   protected:
     DuckDBCursor_imp(SharedLink link, ResultHolder result);
 
-    bool get_IsValid() const noexcept { return tie_.get() != nullptr && result_; }
+    bool get_IsValid() const noexcept { return has_result_.load() && tie_.get() != nullptr; }
     /** Throws "DuckDBCursor is invalid" unless the cursor has its database and its result. */
     void RequireValid() const {
         if (!get_IsValid()) {
@@ -68,6 +69,7 @@ class DuckDBCursor_imp : public nbx::Counted<nbx::mrsql::I_DuckDBCursor>, public
     ChunkHolder FetchChunk(ResultHolder& result);
 
     DatabaseTie tie_;
+    /** Changed under the engine lock alone. */
     ResultHolder result_;
 
   private:
@@ -76,6 +78,8 @@ class DuckDBCursor_imp : public nbx::Counted<nbx::mrsql::I_DuckDBCursor>, public
     using Names = boost::container::small_vector<nbx::String, kInlineNames>;
 
     void ReadDescription();
+    /** Gives the result up; reads of fields on other threads meet it. */
+    void DropResult() noexcept;
     /** To be called before the destruction begins: a database that closes on another thread calls `Detach` of
         what stands in its list, which must not meet a half destroyed object. May be called twice. */
     void LeaveSiblings() noexcept;
@@ -84,6 +88,8 @@ class DuckDBCursor_imp : public nbx::Counted<nbx::mrsql::I_DuckDBCursor>, public
     Names column_type_names_;
     boost::container::small_vector<uint32_t, kInlineTypes> column_types_;
     FetchStatus fetch_status_;
+    /** Whether there is a result, for the calls that take no lock. */
+    std::atomic<bool> has_result_{false};
 };
 
 }  // namespace mduckdb

@@ -25,7 +25,10 @@ class DuckDBQueryResult final : public nbx::Counted<nbx::mrsql::I_DuckDBQueryRes
     void* QueryInterface(uint32_t interface_id) override;
 
     int64_t get_RowsChanged() const override { return rows_changed_; }
-    nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor> get_Cursor() const override { return cursor_; }
+    nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor> get_Cursor() const override {
+        const nbx::MutexLock lock(cursor_mutex_);
+        return cursor_;
+    }
     uint32_t get_Flags() const override { return flags_; }
     int64_t get_ErrorPosition() const override { return error_.position; }
     nbx::String get_ErrorMessage() const override { return error_.message; }
@@ -43,7 +46,9 @@ class DuckDBQueryResult final : public nbx::Counted<nbx::mrsql::I_DuckDBQueryRes
     uint32_t flags_ = 0;
     DuckDBErrorInfo error_;
     DatabaseTie tie_;
-    nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor> cursor_;
+    /** For `get_Cursor`, which takes no engine lock while the database may be closing on another thread. */
+    mutable nbx::Mutex cursor_mutex_;
+    nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor> cursor_ NBX_GUARDED_BY(cursor_mutex_);
     ResultHolder result_;
     /** Of the links that follow, the next one last, so that handing them on moves none. */
     ResultList remaining_;
@@ -90,14 +95,21 @@ void DuckDBQueryResult::ReadOutcome() {
         rows_changed_ = GetRowsChanged(result_.get());
         flags_ |= nbx::mrsql::kHasRowsChanged;
     } else if (type == DUCKDB_RESULT_TYPE_QUERY_RESULT) {
-        cursor_ = MakeCursor(tie_.get_Link(), result_.Detach(), cursor_location_);
+        auto cursor = MakeCursor(tie_.get_Link(), result_.Detach(), cursor_location_);
+        const nbx::MutexLock lock(cursor_mutex_);
+        cursor_.swap(cursor);
         flags_ |= nbx::mrsql::kHasCursor;
     }
 }
 
 void DuckDBQueryResult::ReleaseAll() noexcept {
     tie_.Cut();
-    cursor_.reset();
+    nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor> cursor;
+    {
+        const nbx::MutexLock lock(cursor_mutex_);
+        cursor.swap(cursor_);
+    }
+    cursor.reset();  // without the mutex: a cursor's last release runs code of the host
     result_.Reset();
     remaining_.clear();
 }

@@ -5,10 +5,12 @@
 #include "base/engine_lock.h"
 #include "base/errors.h"
 #include "duckdb_internals/results.h"
+#include "duckdb_internals/statement_pieces.h"
 #include "nbx/hooks.h"
 #include "objects/cursor.h"
 #include "objects/database.h"
 #include "objects/query_result.h"
+#include "objects/rollback.h"
 #include "values/host_value_binding.h"
 
 namespace mduckdb {
@@ -39,11 +41,33 @@ ResultHolder ExecuteSingle(DatabaseLink& database, duckdb_connection connection,
     return result;
 }
 
-/** Ends the transaction that the script may have opened. There may be none, so the outcome says nothing. */
-void Rollback(duckdb_connection connection) {
-    ResultHolder ignored;
-    duckdb_query(connection, "ROLLBACK", ignored.Receive());
-}
+/** Rolls back the transaction that DuckDB opens for a statement that it expands, when one of the pieces fails
+    and no transaction was open before. One of the user's stays. */
+class ExpandedTransaction : nbx::noncopyable {
+  public:
+    explicit ExpandedTransaction(duckdb_connection connection) : connection_(connection) {}
+    ~ExpandedTransaction() {
+        if (may_roll_back_ && IsInTransaction(connection_)) {
+            Rollback(connection_);
+        }
+    }
+    /** Before the statement is prepared. */
+    void Reach(duckdb_extracted_statements extracted, idx_t index) {
+        if (index < end_) {
+            return;
+        }
+        const idx_t count = CountPieces(extracted, index);
+        end_ = index + count;
+        may_roll_back_ = count > 1 && !IsInTransaction(connection_);
+    }
+    /** All went well. */
+    void End() noexcept { may_roll_back_ = false; }
+
+  private:
+    const duckdb_connection connection_;
+    idx_t end_ = 0;
+    bool may_roll_back_ = false;
+};
 
 PreparedHolder PrepareOne(DatabaseLink& database, duckdb_connection connection, ExtractedHolder& extracted,
                           idx_t index) {
@@ -69,7 +93,9 @@ void ExecuteStatements(DatabaseLink& database, duckdb_connection connection, con
         extracted.Reset();
         database.ThrowFailure(error);
     }
+    ExpandedTransaction expanded(connection);
     for (idx_t index = 0; index < count; ++index) {
+        expanded.Reach(extracted.get(), index);
         PreparedHolder prepared = PrepareOne(database, connection, extracted, index);
         ResultHolder result;
         const duckdb_state state = database.ExecutePrepared(prepared.get(), result.Receive());
@@ -84,6 +110,7 @@ void ExecuteStatements(DatabaseLink& database, duckdb_connection connection, con
         }
         take_result(std::move(result));
     }
+    expanded.End();
 }
 
 /** Runs a SQL text on the database's connection. With parameters (neither null nor empty) the text is one

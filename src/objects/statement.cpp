@@ -6,7 +6,9 @@
 #include "base/errors.h"
 #include "base/text.h"
 #include "duckdb_internals/plain_functions.h"
+#include "duckdb_internals/statement_pieces.h"
 #include "nbx/hooks.h"
+#include "objects/rollback.h"
 #include "values/host_value_binding.h"
 
 namespace mduckdb {
@@ -16,7 +18,7 @@ nbx::smart_ptr<nbx::mrsql::I_DuckDBStatement> MakeStatement(SharedLink link, con
 }
 
 DuckDBStatement::DuckDBStatement(SharedLink link, const nbx::String& sql)
-    : tie_(std::move(link)), sql_text_(sql), current_sql_(sql) {}
+    : tie_(std::move(link)), sql_text_(sql) {}
 
 DuckDBStatement::~DuckDBStatement() {
     EngineLockScope lock;
@@ -29,6 +31,8 @@ void* DuckDBStatement::QueryInterface(uint32_t interface_id) {
     static constexpr nbx::InterfaceItem kTable[] = {
         {kStatementInterfaceId, &nbx::CastToInterface<DuckDBStatement, nbx::mrsql::I_DuckDBStatement>},
         {kForeignPluginInterfaceId, &nbx::CastToInterface<DuckDBStatement, nbx::ForeignPlugin_imp>},
+        {nbx::mrsql::kDuckDBWrittenStatementsInterfaceId,
+         &nbx::CastToInterface<DuckDBStatement, nbx::mrsql::I_DuckDBWrittenStatements>},
         {0, nullptr},
     };
     return nbx::InterfaceTableQueryInterface(this, kTable, interface_id);
@@ -41,6 +45,7 @@ uint64_t DuckDBStatement::get_PendingCount() {
 
 void DuckDBStatement::Detach() {
     EngineLockScope lock;
+    const nbx::MutexLock detach_lock(detach_mutex_);
     tie_.Cut();
     DestroyPrepared();
     DestroyExtracted();
@@ -73,24 +78,42 @@ void DuckDBStatement::PrepareNext() {
 }
 
 void DuckDBStatement::Prepare() {
-    const SharedConnection connection = RequireDatabase().RequireConnection();
+    DatabaseLink& database = RequireDatabase();
+    const SharedConnection connection = database.RequireConnection();
+    database.ClearInterrupted();
     DestroyPrepared();
-    if (!extracted_ || is_next_consumed_) {
-        Extract(*connection);
-    }
+    ExtractNext(*connection);
     if (next_index_ >= extracted_count_) {
         return;
     }
-    PrepareExtracted(*connection);
-    if (parameters_) {
-        BindStoredParameters();
+    if (next_index_ >= pieces_end_) {
+        const idx_t count = CountPieces(extracted_.get(), next_index_);
+        pieces_begin_ = next_index_;
+        pieces_end_ = next_index_ + count;
+        may_roll_back_ = count > 1 && !IsInTransaction(*connection);
+    }
+    try {
+        PrepareExtracted(*connection);
+        if (parameters_) {
+            BindStoredParameters();
+        }
+    } catch (...) {
+        AbandonPieces(pieces_begin_);
+        throw;
     }
     is_next_consumed_ = false;
     ++next_index_;
 }
 
+void DuckDBStatement::ExtractNext(duckdb_connection connection) {
+    if (!extracted_ || is_next_consumed_) {
+        Extract(connection);
+    }
+}
+
 void DuckDBStatement::Extract(duckdb_connection connection) {
-    const std::string sql = RequireDatabase().ToSql(sql_text_);
+    DatabaseLink& database = RequireDatabase();
+    const std::string sql = database.ToSql(sql_text_);
     const uint64_t index = next_index_;
     DestroyExtracted();
     extracted_count_ = duckdb_extract_statements(connection, sql.c_str(), extracted_.Receive());
@@ -99,7 +122,7 @@ void DuckDBStatement::Extract(duckdb_connection connection) {
         const std::string error = TextOr(duckdb_extract_statements_error(extracted_.get()), "");
         DestroyExtracted();
         if (!error.empty()) {
-            ThrowError(error);
+            database.ThrowFailure(error);
         }
     }
 }
@@ -109,6 +132,7 @@ void DuckDBStatement::PrepareExtracted(duckdb_connection connection) {
     const TextHolder own_text(duckdb_extracted_statement_sql(extracted_.get(), next_index_));
     if (own_text) {
         current_sql_ = FromUtf8(own_text.get());
+        is_current_whole_ = false;
     }
     is_next_consumed_ = true;
     if (duckdb_prepare_extracted_statement(connection, extracted_.get(), next_index_, prepared_.Receive()) !=
@@ -116,8 +140,24 @@ void DuckDBStatement::PrepareExtracted(duckdb_connection connection) {
         const std::string error =
             TextOr(duckdb_prepare_error(prepared_.get()), "Failed to prepare statement");
         DestroyPrepared();
-        ThrowError(error);
+        RequireDatabase().ThrowFailure(error);
     }
+}
+
+void DuckDBStatement::AbandonPieces(uint64_t next_index) noexcept {
+    if (!may_roll_back_) {
+        return;
+    }
+    may_roll_back_ = false;
+    // After some failures DuckDB has rolled back by itself.
+    const SharedConnection connection = tie_.get_Link()->get_Connection();
+    if (connection && IsInTransaction(*connection)) {
+        Rollback(*connection);
+    }
+    // What was prepared before is gone from the list; what follows is still there.
+    is_next_consumed_ = next_index < next_index_ || is_next_consumed_;
+    next_index_ = next_index;
+    pieces_end_ = next_index;
 }
 
 void DuckDBStatement::DestroyPrepared() noexcept {
@@ -130,11 +170,14 @@ void DuckDBStatement::DestroyExtracted() noexcept {
     extracted_count_ = 0;
     next_index_ = 0;
     is_next_consumed_ = false;
+    pieces_begin_ = 0;
+    pieces_end_ = 0;
+    may_roll_back_ = false;
 }
 
-void DuckDBStatement::EndRun() {
+void DuckDBStatement::EndRun() noexcept {
     DestroyExtracted();
-    current_sql_ = sql_text_;
+    is_current_whole_ = true;
 }
 
 }  // namespace mduckdb

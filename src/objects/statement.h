@@ -7,6 +7,7 @@
 #include "duckdb_internals/bindable_statement.h"
 #include "nbx/foreign_plugin.h"
 #include "nbx/mrsql/duckdb_statement.h"
+#include "nbx/mrsql/duckdb_written_statements.h"
 #include "objects/database_link.h"
 
 namespace mduckdb {
@@ -17,7 +18,8 @@ namespace mduckdb {
     the engine lock, which every operation takes but `get_SqlText`, `get_CurrentSql`, `put_Parameters`
     and `put_ParameterRows`. */
 class DuckDBStatement final : public nbx::Counted<nbx::mrsql::I_DuckDBStatement>,
-                              public nbx::ForeignPlugin_imp {
+                              public nbx::ForeignPlugin_imp,
+                              public nbx::mrsql::I_DuckDBWrittenStatements {
   public:
     /** Numbers of the interfaces that `QueryInterface` gives. */
     static constexpr uint32_t kStatementInterfaceId = 407;
@@ -29,7 +31,9 @@ class DuckDBStatement final : public nbx::Counted<nbx::mrsql::I_DuckDBStatement>
     void* QueryInterface(uint32_t interface_id) override;
 
     const nbx::String& get_SqlText() const override { return sql_text_; }
-    const nbx::String& get_CurrentSql() const override { return current_sql_; }
+    const nbx::String& get_CurrentSql() const override {
+        return is_current_whole_ ? sql_text_ : current_sql_;
+    }
     nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase> get_Database() override { return tie_.get_Database(); }
     uint64_t get_PendingCount() override;
     void Detach() override;
@@ -80,6 +84,11 @@ class DuckDBStatement final : public nbx::Counted<nbx::mrsql::I_DuckDBStatement>
     nbx::String ExecuteToJSON() override;
     nbx::smart_ptr<nbx::mrsql::I_DuckDBQueryResult> ExecuteToQueryResult(uint32_t cursor_location) override;
 
+    // The pieces of a written statement as one.
+    uint64_t get_PieceCount() override;
+    bool ExecuteNextWritten(int64_t& rows_changed) override;
+    nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor> OpenNextWritten(uint32_t cursor_location) override;
+
   private:
     /** Gives the database, or throws "DuckDBDatabase is invalid". */
     DatabaseLink& RequireDatabase() const;
@@ -93,11 +102,16 @@ class DuckDBStatement final : public nbx::Counted<nbx::mrsql::I_DuckDBStatement>
     void Prepare() NBX_REQUIRES(gEngineLock);
     /** Splits the whole text anew. An empty text leaves nothing extracted. */
     void Extract(duckdb_connection connection) NBX_REQUIRES(gEngineLock);
+    /** Makes sure that the next statement is in the extracted list, unless there is none. */
+    void ExtractNext(duckdb_connection connection) NBX_REQUIRES(gEngineLock);
     void PrepareExtracted(duckdb_connection connection) NBX_REQUIRES(gEngineLock);
     void DestroyPrepared() noexcept;
     void DestroyExtracted() noexcept;
     /** Back to the state before the first preparation; what is prepared stays. */
-    void EndRun() NBX_REQUIRES(gEngineLock);
+    void EndRun() noexcept NBX_REQUIRES(gEngineLock);
+    /** After one of several pieces of a written statement failed: rolls back the transaction that DuckDB
+       opened for them, and goes on with the given statement. Does nothing in a transaction of the user's. */
+    void AbandonPieces(uint64_t next_index) noexcept NBX_REQUIRES(gEngineLock);
     /** One pass of `TryExecuteAll`; tells whether statements remain. */
     bool RunOne();
 
@@ -120,12 +134,16 @@ class DuckDBStatement final : public nbx::Counted<nbx::mrsql::I_DuckDBStatement>
     // Executing.
     /** The one way to execute. Gives the changed rows of the last pass that reports any, or 0. */
     int64_t RunPrepared() NBX_REQUIRES(gEngineLock);
+    int64_t RunBound() NBX_REQUIRES(gEngineLock);
     int64_t RunRows() NBX_REQUIRES(gEngineLock);
     void RunOnce();
 
     DatabaseTie tie_;
     const nbx::String sql_text_;
+    /** Of the statement prepared last. */
     nbx::String current_sql_;
+    /** No statement was prepared in this run. */
+    bool is_current_whole_ = true;
     nbx::smart_ptr<nbx::ValueRows> parameter_rows_;
     nbx::smart_ptr<nbx::ValueRow> parameters_;
     ExtractedHolder extracted_;
@@ -134,6 +152,14 @@ class DuckDBStatement final : public nbx::Counted<nbx::mrsql::I_DuckDBStatement>
     uint64_t next_index_ = 0;
     /** The statement at `next_index_` was taken out of the extracted list by a preparation that failed. */
     bool is_next_consumed_ = false;
+    /** The pieces of the written statement that was begun last. */
+    uint64_t pieces_begin_ = 0;
+    uint64_t pieces_end_ = 0;
+    /** They are several, and no transaction was open before the first of them. */
+    bool may_roll_back_ = false;
+    /** Guards what `put_Parameters` and `put_ParameterRows`, which take no engine lock, share with `Detach`.
+     */
+    nbx::Mutex detach_mutex_;
     BindableStatement prepared_;
     ResultHolder result_;
 };

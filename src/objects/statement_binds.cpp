@@ -62,11 +62,13 @@ bool DuckDBStatement::BeginTypedBind() {
 }
 
 void DuckDBStatement::put_Parameters(nbx::smart_ptr<nbx::ValueRow> values) {
+    const nbx::MutexLock lock(detach_mutex_);
     parameter_rows_.reset();
     ApplyParameters(std::move(values));
 }
 
 void DuckDBStatement::put_ParameterRows(nbx::smart_ptr<nbx::ValueRows> rows) {
+    const nbx::MutexLock lock(detach_mutex_);
     parameter_rows_.reset();
     ApplyParameters(nullptr);
     parameter_rows_ = std::move(rows);
@@ -82,6 +84,10 @@ void DuckDBStatement::ApplyParameters(nbx::smart_ptr<nbx::ValueRow> values) {
 
 void DuckDBStatement::BindStoredParameters() {
     ClearPreparedBindings();
+    // Of a statement that DuckDB expands, only the pieces that have the parameters get them.
+    if (pieces_end_ - pieces_begin_ > 1 && duckdb_nparams(prepared_.get()) == 0) {
+        return;
+    }
     BindValueArray(prepared_.get(), parameters_.get(), tie_.get_Link()->get_ErrorPath());
 }
 

@@ -2,6 +2,7 @@
 
 #include "base/errors.h"
 #include "duckdb_internals/results.h"
+#include "duckdb_internals/statement_pieces.h"
 #include "nbx/exception.h"
 #include "nbx/hooks.h"
 #include "nbx/mrsql/registry.h"
@@ -14,6 +15,16 @@ namespace mduckdb {
 namespace {
 
 constexpr uint32_t kFeatureErrorCode = 0xA000;
+
+/** For a report that must not fail: without memory for the text it has its code alone. */
+template <class MakeText>
+void SetText(nbx::String& text, MakeText make_text) noexcept {
+    try {
+        text = make_text();
+    } catch (...) {
+        text.clear();
+    }
+}
 
 }  // namespace
 
@@ -65,10 +76,10 @@ nbx::mrsql::DuckDBExecutionResult DuckDBStatement::TryExecuteAll() {
         }
     } catch (const nbx::mrsql::xDuckDBError& error) {
         outcome.error_code = error.get_Code();
-        outcome.error_message = error.get_Message();
+        SetText(outcome.error_message, [&error] { return error.get_Message(); });
     } catch (...) {
         outcome.error_code = kUnexpectedErrorCode;
-        outcome.error_message = "Unexpected DuckDB error";
+        SetText(outcome.error_message, [] { return nbx::String("Unexpected DuckDB error"); });
     }
     EngineLockScope lock;
     EndRun();
@@ -83,6 +94,15 @@ int64_t DuckDBStatement::Execute() {
 
 int64_t DuckDBStatement::RunPrepared() {
     RequireDatabase().ClearInterrupted();
+    try {
+        return RunBound();
+    } catch (...) {
+        AbandonPieces(pieces_end_);
+        throw;
+    }
+}
+
+int64_t DuckDBStatement::RunBound() {
     if (parameter_rows_) {
         return RunRows();
     }
@@ -142,6 +162,39 @@ nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor> DuckDBStatement::OpenCursor(uint32_t 
     return MakeCursor(tie_.get_Link(), result_.Detach(), cursor_location);
 }
 
+uint64_t DuckDBStatement::get_PieceCount() {
+    EngineLockScope lock;
+    nbx::MironaInit3();
+    const SharedConnection connection = RequireDatabase().RequireConnection();
+    ExtractNext(*connection);
+    if (next_index_ >= extracted_count_) {
+        return 0;
+    }
+    return next_index_ < pieces_end_ ? pieces_end_ - next_index_ : CountPieces(extracted_.get(), next_index_);
+}
+
+bool DuckDBStatement::ExecuteNextWritten(int64_t& rows_changed) {
+    EngineLockScope lock;
+    nbx::MironaInit3();
+    rows_changed = 0;
+    do {
+        Prepare();
+        rows_changed += RunPrepared();
+    } while (next_index_ < pieces_end_);
+    return next_index_ < extracted_count_;
+}
+
+nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor> DuckDBStatement::OpenNextWritten(uint32_t cursor_location) {
+    EngineLockScope lock;
+    nbx::MironaInit3();
+    Prepare();
+    while (next_index_ < pieces_end_) {
+        RunPrepared();
+        Prepare();
+    }
+    return OpenCursor(cursor_location);
+}
+
 nbx::String DuckDBStatement::ExecuteToJSON() {
     return nbx::mrsql::CursorToJSON(OpenCursor(nbx::mrsql::kServerCursor));
 }
@@ -150,8 +203,9 @@ nbx::smart_ptr<nbx::mrsql::I_DuckDBQueryResult> DuckDBStatement::ExecuteToQueryR
     uint32_t cursor_location) {
     EngineLockScope lock;
     nbx::MironaInit3();
-    RunPrepared();
     ResultList results;
+    results.reserve(1);  // before anything is committed
+    RunPrepared();
     if (result_) {
         results.push_back(std::move(result_));
     }

@@ -174,6 +174,37 @@ TEST_F(DatabaseBackup, RunsWithoutTheEngineLock) {
     EXPECT_GT(entries, 1);
 }
 
+TEST_F(DatabaseBackup, LetsStatementsOnTheSameObjectGoOnMeanwhile) {
+    const auto database = MakeLarge();
+    std::atomic<bool> is_over = false;
+    std::string thrown = "not run";
+    std::thread exporter([&] {
+        thrown = Thrown([&] { database->Backup(Location(Path("backups"))); });
+        is_over = true;
+    });
+    while (List(Path("backups")).empty()) {
+        std::this_thread::sleep_for(1ms);
+    }
+    int answers = 0;
+    for (; !is_over; ++answers) {
+        EXPECT_EQ(QueryText(*database, "SELECT 1"), "1");
+    }
+    exporter.join();
+    EXPECT_EQ(thrown, "none");
+    EXPECT_GT(answers, 2) << "they waited for the end of the export";
+}
+
+TEST_F(DatabaseBackup, HoldsWhatIsCommittedWhenItBegins) {
+    const auto database = host.Created(Path());
+    Execute(*database, "CREATE TABLE t AS SELECT 1 AS i");
+    Execute(*database, "ATTACH ':memory:' AS other; USE other");
+    Execute(*database, "BEGIN; INSERT INTO test.t VALUES (2)");
+    const auto restored = RoundTrip(*database);
+    EXPECT_EQ(QueryText(*restored, "SELECT string_agg(i, ',') FROM t"), "1");
+    Execute(*database, "COMMIT");
+    EXPECT_EQ(QueryText(*database, "SELECT count(*) FROM test.t"), "2");
+}
+
 TEST_F(DatabaseBackup, ClosingWaitsForTheExportWithoutHoldingTheEngineLock) {
     auto database = MakeLarge();
     const auto other = host.Created(":memory:");

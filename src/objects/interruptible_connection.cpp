@@ -1,0 +1,65 @@
+#include "objects/interruptible_connection.h"
+
+#include <utility>
+
+#include "base/holders.h"
+#include "duckdb_internals/results.h"
+
+namespace mduckdb {
+
+SharedConnection InterruptibleConnection::get() const {
+    const nbx::MutexLock lock(mutex_);
+    return connection_;
+}
+
+void InterruptibleConnection::Replace(SharedConnection connection) noexcept {
+    const nbx::MutexLock lock(mutex_);
+    connection_ = std::move(connection);
+}
+
+void InterruptibleConnection::Disconnect() noexcept {
+    const nbx::MutexLock lock(mutex_);
+    if (connection_) {
+        duckdb_disconnect(connection_.get());
+        connection_.reset();
+    }
+}
+
+void InterruptibleConnection::Interrupt() {
+    const nbx::MutexLock lock(mutex_);
+    if (connection_) {
+        is_interrupted_.store(true);
+        duckdb_interrupt(*connection_);
+    }
+}
+
+void InterruptibleConnection::ClearInterrupted() {
+    // Under the mutex: between the two steps of an interrupt the flag would be cleared and DuckDB
+    // interrupted.
+    const nbx::MutexLock lock(mutex_);
+    is_interrupted_.store(false);
+}
+
+void InterruptibleConnection::RepeatInterrupt() {
+    if (!is_interrupted_.load()) {
+        return;
+    }
+    const nbx::MutexLock lock(mutex_);
+    if (connection_) {
+        duckdb_interrupt(*connection_);
+    }
+}
+
+duckdb_state InterruptibleConnection::ExecutePrepared(duckdb_prepared_statement prepared,
+                                                      duckdb_result* out_result) {
+    // DuckDB forgets interrupts when it begins a query, which happens in the first of the two calls.
+    PendingHolder pending;
+    if (duckdb_pending_prepared(prepared, pending.Receive()) != DuckDBSuccess) {
+        TakePendingError(pending.get(), out_result);
+        return DuckDBError;
+    }
+    RepeatInterrupt();
+    return duckdb_execute_pending(pending.get(), out_result);
+}
+
+}  // namespace mduckdb
