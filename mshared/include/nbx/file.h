@@ -9,34 +9,45 @@
 
 namespace nbx {
 
-/** A file at a location. Operations throw `xException` when the system refuses; for one thread at a time. */
+/** A file at a location. Offsets and sizes are in bytes.
+
+    Operations that the system refuses throw `xException` (`kFileErrorCode`) with the path, the operation and
+    the system's reason; those that need an open file also do so when it is closed. A file object is for one
+    thread at a time. */
 class NBX_API I_File : public I_Unknown {
   public:
+    /** The location for the next `Open`, `Create`, `get_Length`, `get_Exists` or `ThrowOut`. */
     virtual void put_Location(smart_ptr<I_Location> location) = 0;
-    /** Decides how `Open` opens; false by default. */
+    /** Whether the next `Open` opens for reading only; false by default. */
     virtual void put_IsReadOnly(bool is_read_only) = 0;
-    /** Opens a file that is there. */
+    /** Opens an existing file; closes the object's open file first. Throws for a folder and for a missing
+        file. Never waits for the other end of a named pipe. Other programs that this process starts do not
+        inherit the file. */
     virtual void Open() = 0;
-    /** Makes the file, emptied when it is there, and opens it for writing. */
+    /** Creates the file, or empties an existing one, and opens it for reading and writing; closes the
+        object's open file first. */
     virtual void Create() = 0;
-    /** No error when the file is not open. */
+    /** Does nothing if the file is not open. The file counts as closed even if this throws. */
     virtual void Close() = 0;
-    /** Bytes in the file, which must be open. */
+    /** Size of the file, which must be open. */
     virtual uint64_t get_Size() const = 0;
-    /** The same number as `get_Size`, for a file that need not be open. */
+    /** Size of the file, whether it is open or not. */
     virtual uint64_t get_Length() const = 0;
+    /** Whether something other than a folder exists at the location now. Never throws for a missing file. */
     virtual bool get_Exists() const = 0;
-    /** Reads up to `count` bytes at `offset`; gives how many there were. */
+    /** Reads up to `count` bytes at `offset` into `buffer` and returns how many it read: fewer than `count`
+        only at the end of the file. Does not move a position. */
     virtual uint32_t Read(void* buffer, uint64_t offset, uint32_t count) = 0;
-    /** Writes `count` bytes at `offset`; gives `count`. */
+    /** Writes `count` bytes at `offset` and returns `count`. After a failure a part may be written. */
     virtual uint32_t Write(const void* buffer, uint64_t offset, uint32_t count) = 0;
-    /** Deletes the file, which must be closed. */
+    /** Deletes the file, which this object must not have open. */
     virtual void ThrowOut() = 0;
-    /** Hands what was written to the disk. */
+    /** Waits until the written data is on the disk (`fsync`). The file must be open. */
     virtual void Flush() = 0;
 };
 
-/** The host's file. Starts without a location and with a reference count of 0. */
+/** The host's file. A new one has no location and a reference count of 0. The destructor closes the file and
+    ignores errors; callers that need to know call `Flush` and `Close` first. */
 class NBX_API File : public Counted<I_File> {
   public:
     File() = default;
@@ -67,10 +78,11 @@ class NBX_API File : public Counted<I_File> {
     int descriptor_ = -1;
 };
 
-/** The name under which the module makes files. */
+/** The class that modules instantiate; the name is part of the host's interface. */
 class NBX_API FileWin final : public File {};
 
-/** A new file on the location, with one reference for the caller. */
+/** Returns a new, closed file object with the location; the caller owns the reference. Does not touch the
+    file system. */
 NBX_API smart_ptr<I_File> CreateFile(smart_ptr<I_Location> location);
 
 }  // namespace nbx

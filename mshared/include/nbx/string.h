@@ -13,8 +13,9 @@ namespace nbx {
 class Converter;
 
 /** The host's text: UTF-16 code units, which may include NUL characters and lone surrogates.
-    Copying copies the text; a moved-from string is empty. Not for use by two threads at once when
-    one of them changes it. */
+
+    Copying copies the text; a moved-from string is empty. Operations that allocate throw `std::bad_alloc`.
+    Several threads may read a string at once; a thread that changes it must be the only one that uses it. */
 class NBX_API String {
   public:
     String() noexcept = default;
@@ -22,13 +23,15 @@ class NBX_API String {
         A null `encoding` means UTF-8; what is not valid becomes U+FFFD. `kind` is reserved, 0. */
     explicit String(const char* text, std::ptrdiff_t length = -1, const Converter* encoding = nullptr,
                     int kind = 0);
-    /** From `length` UTF-16 code units, taken as they are. */
+    /** From `length` UTF-16 code units, unchanged; a null `text` gives the empty string. */
     String(const char16_t* text, std::size_t length);
     explicit String(std::u16string text) noexcept : text_(std::move(text)) {}
 
+    /** Assigns NUL-terminated UTF-8 or UTF-16; null clears the string. */
     String& operator=(const char* text);
     String& operator=(const char16_t* text);
 
+    /** Appends NUL-terminated UTF-8; null appends nothing. */
     String& operator+=(const char* text);
     String& operator<<(const String& text);
     /** Appends the number in decimal. */
@@ -36,16 +39,17 @@ class NBX_API String {
 
     bool isEmpty() const noexcept { return text_.empty(); }
     void clear() noexcept { text_.clear(); }
-    /** NUL-terminated; good until the string is changed or destroyed. */
+    /** NUL-terminated and never null; valid until the string is changed or destroyed. */
     const char16_t* c_str() const noexcept { return text_.c_str(); }
     /** In UTF-16 code units, without the terminator. */
     std::size_t get_Length() const noexcept { return text_.size(); }
+    /** The whole text, NUL characters included; valid as long as `c_str`. */
     std::u16string_view get_View() const noexcept { return text_; }
-    /** The number that the text starts with (blanks and a sign before it are allowed), clamped to the
-        range of the type; 0 when it starts with none. */
+    /** The decimal number that the text starts with, clamped to the range of the type; 0 if there is none.
+        Blanks and a sign may precede it. */
     int64_t parseLLong() const noexcept;
 
-    /** The shared empty string. */
+    /** The shared empty string, which lives as long as the process. */
     static const String& sEmpty() noexcept;
 
     friend bool operator==(const String& a, const String& b) noexcept { return a.text_ == b.text_; }
@@ -56,8 +60,9 @@ class NBX_API String {
     std::u16string text_;
 };
 
-/** Converts between narrow text of one encoding and UTF-16. Never throws for malformed input: what
-    does not convert becomes U+FFFD, and nothing is cut off. */
+/** Converts between narrow text of one encoding and UTF-16. Malformed input is not an error: whatever cannot
+    be converted becomes U+FFFD, and the rest is kept. NUL characters are characters like any other.
+    Conversions throw `std::bad_alloc` only. */
 class NBX_API Converter {
   public:
     virtual ~Converter();
@@ -65,37 +70,43 @@ class NBX_API Converter {
     virtual std::string FromUTF16(std::u16string_view text) const = 0;
 };
 
-/** The process-wide UTF-8 converter. Thread-safe. */
+/** The process-wide UTF-8 converter: never null, usable from any thread, never destroyed. */
 NBX_API const Converter* GetConverter_UTF8() noexcept;
 
-/** Narrow text as UTF-16, held for as long as this object lives. */
+/** Narrow text converted to UTF-16, owned by this object. */
 class NBX_API StToUTF16 {
   public:
+    /** A negative `length` means up to the terminating NUL; null is the empty text. A null `converter` means
+        UTF-8. */
     StToUTF16(const char* text, std::ptrdiff_t length, const Converter* converter);
     const char16_t* c_str() const noexcept { return text_.c_str(); }
+    /** In UTF-16 code units, without the terminator. */
     std::size_t get_Length() const noexcept { return text_.size(); }
-    /** Gives the text up to the caller. */
+    /** Moves the text to the caller; call it once, as the last operation. */
     std::u16string Take() noexcept { return std::move(text_); }
 
   private:
     std::u16string text_;
 };
 
-/** A string as narrow text, held for as long as this object lives. */
+/** A string converted to narrow text, owned by this object. */
 class NBX_API StFromUTF16 {
   public:
+    /** A null `converter` means UTF-8. */
     StFromUTF16(const String& text, const Converter* converter);
     const char* c_str() const noexcept { return text_.c_str(); }
     /** In bytes, without the terminator. */
     std::size_t get_Length() const noexcept { return text_.size(); }
     std::string_view get_View() const noexcept { return text_; }
+    /** Moves the text to the caller; call it once, as the last operation. */
     std::string Take() noexcept { return std::move(text_); }
 
   private:
     std::string text_;
 };
 
-/** The text made safe between the single quotes of a SQL string literal: each single quote doubled
+/** Returns the text for use between the single quotes of a SQL string literal: each single quote is doubled.
+    `length` is in UTF-16 code units; nothing else is changed, so NUL characters stay
     (https://duckdb.org/docs/stable/sql/data_types/literal_types). */
 NBX_API String EscapeStringU(const char16_t* text, std::size_t length);
 

@@ -1,6 +1,8 @@
 #pragma once
 
-/** Clang's thread-safety attributes; other compilers see nothing.
+/** Clang's thread-safety attributes: they state which lock guards what, and clang reports code that breaks
+    the rules. For other compilers they are empty.
+
     See https://clang.llvm.org/docs/ThreadSafetyAnalysis.html. */
 #if defined(__clang__)
 #define NBX_THREAD_ANNOTATION(x) __attribute__((x))

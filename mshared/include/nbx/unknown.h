@@ -11,24 +11,26 @@ namespace nbx {
 
 /** Root of every host interface: an intrusive reference count and a look-up of further interfaces.
 
-    An object starts with a count of 0; whoever creates it takes the first reference. The counting
-    operations may be called from any thread. */
+    An object starts with a count of 0; its creator takes the first reference (see `MakeObject`). `AddRef`,
+    `Release` and `get_RefsCount` may be called from any thread. The order of the virtual functions of every
+    interface is part of the contract between host and module, so new ones are never inserted. */
 class NBX_API I_Unknown {
   public:
     virtual ~I_Unknown();
 
-    /** Takes a reference; gives the new count. */
+    /** Adds a reference and returns the new count. */
     virtual uint32_t AddRef() = 0;
-    /** Gives a reference back and destroys the object at 0; gives the new count. */
+    /** Removes a reference and returns the new count. At 0 the object is destroyed on this thread. */
     virtual uint32_t Release() = 0;
-    /** The interface with this number, or null. Takes no reference: the pointer is good for as long
-        as the caller's reference to the object is. */
+    /** The interface with this number, or null if the object does not offer it. Adds no reference: the
+        pointer is valid as long as the caller's reference to the object. The caller casts it to the interface
+        that the number stands for. */
     virtual void* QueryInterface(uint32_t interface_id) = 0;
     /** The count at this moment; for tests and diagnosis. */
     virtual uint32_t get_RefsCount() const = 0;
 };
 
-/** Empty base that forbids copying. */
+/** Empty base class that makes a class impossible to copy. */
 class noncopyable {
   public:
     noncopyable(const noncopyable&) = delete;
@@ -44,8 +46,8 @@ class RefCount : noncopyable {
   public:
     explicit RefCount(uint32_t initial = 0) noexcept : count_(initial) {}
     uint32_t Increment() noexcept { return count_.fetch_add(1, std::memory_order_relaxed) + 1; }
-    /** Gives the new count. At 0 the caller alone may touch the object, and everything that other
-        threads did to it before they gave their references back is visible. */
+    /** Returns the new count. At 0 only the caller may use the object, and everything that other threads did
+        to it before they released their references is visible. */
     uint32_t Decrement() noexcept {
         // The last owner cannot race with anyone, so it is spared the locked instruction.
         if (count_.load(std::memory_order_acquire) == 1) {
@@ -60,7 +62,10 @@ class RefCount : noncopyable {
 };
 
 /** Intrusive reference-counting pointer to an interface derived from `I_Unknown`; may be null.
-    Passed by value it hands over a reference, which the callee releases. */
+
+    A parameter passed by value transfers a reference to the callee, which releases it. Different threads may
+    use different smart pointers to one object at once, but not the same smart pointer if one changes it.
+    Dereferencing a null pointer is undefined. */
 template <class T>
 class smart_ptr {
   public:
@@ -68,7 +73,7 @@ class smart_ptr {
 
     smart_ptr() noexcept = default;
     smart_ptr(std::nullptr_t) noexcept {}  // NOLINT(google-explicit-constructor): null is a pointer
-    /** Takes a further reference. */
+    /** Adds a reference; the caller keeps its own. */
     explicit smart_ptr(T* object) noexcept : object_(object) {
         if (object_ != nullptr) {
             object_->AddRef();
@@ -93,19 +98,21 @@ class smart_ptr {
         return *this;
     }
 
-    /** Wraps a pointer whose reference the caller owns and hands over. */
+    /** Wraps a pointer without adding a reference: the caller's reference becomes this pointer's. */
     static smart_ptr Adopt(T* object) noexcept {
         smart_ptr result;
         result.object_ = object;
         return result;
     }
 
+    /** The pointer, without a reference of its own. */
     T* get() const noexcept { return object_; }
     T* operator->() const noexcept { return object_; }
     T& operator*() const noexcept { return *object_; }
     explicit operator bool() const noexcept { return object_ != nullptr; }
-    /** Gives up the reference to the caller. */
+    /** Returns the pointer with its reference, which the caller must release; this pointer becomes null. */
     T* detach() noexcept { return std::exchange(object_, nullptr); }
+    /** Releases the reference; this pointer is null before the object's destructor runs. */
     void reset() noexcept {
         if (T* object = std::exchange(object_, nullptr)) {
             object->Release();
@@ -120,9 +127,8 @@ class smart_ptr {
     T* object_ = nullptr;
 };
 
-/** The counting part of an object of `Interface`: `AddRef`, `Release`, which deletes the object with its last
-    reference, and `get_RefsCount`. Every counted class derives from it in place of the interface itself and
-    of `noncopyable`. */
+/** Implements the counting functions of `Interface`; `Release` deletes the object with its last reference.
+    Every counted class derives from it instead of the interface itself and of `noncopyable`. */
 template <class Interface>
 class NBX_API Counted : public Interface, noncopyable {
   public:
@@ -133,9 +139,10 @@ class NBX_API Counted : public Interface, noncopyable {
     uint32_t get_RefsCount() const override { return refs_.get_Value(); }
 
   protected:
+    /** `initial` is 1 for objects whose factory returns a plain pointer with the caller's reference. */
     explicit Counted(uint32_t initial = 0) noexcept : refs_(initial) {}
     /** `Release` for a class whose objects are destroyed in another way: calls `destroy` when the last
-        reference goes. The object may be gone when it returns. */
+        reference is removed. The object may not exist any more when it returns. */
     template <class Destroy>
     uint32_t ReleaseWith(Destroy destroy) {
         const uint32_t count = refs_.Decrement();
@@ -149,7 +156,7 @@ class NBX_API Counted : public Interface, noncopyable {
     RefCount refs_;
 };
 
-/** Makes a `T` and takes the first reference to it. */
+/** Creates a `T`, whose count must start at 0, and returns the first reference to it. */
 template <class T, class... Args>
 smart_ptr<T> MakeObject(Args&&... args) {
     return smart_ptr<T>(new T(std::forward<Args>(args)...));
@@ -161,8 +168,9 @@ struct InterfaceItem {
     void* (*cast)(void* object);
 };
 
-/** Answers `QueryInterface` from a class's static table, which a row with a null `cast` ends.
-    `object` is the most derived object, as the table's casts expect it. */
+/** Implements `QueryInterface` with a class's static table, which ends with a row whose `cast` is null.
+    `object` points to the most derived object, as the table's casts expect. Returns null if the table does
+    not have the number. */
 NBX_API void* InterfaceTableQueryInterface(void* object, const InterfaceItem* table,
                                            uint32_t interface_id) noexcept;
 
