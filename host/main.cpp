@@ -51,6 +51,7 @@ void AddCommands(CLI::App& app, Program& program) {
     AddSqlCommand(app, program);
     AddBackupCommand(app, program);
     AddRestoreCommand(app, program);
+    AddSnapshotCommand(app, program);
     AddShellCommand(app, program);
 }
 

@@ -8,6 +8,7 @@
 #include "commands/program.h"
 #include "databases/backups.h"
 #include "databases/interruption.h"
+#include "databases/snapshots.h"
 #include "nbx/exception.h"
 #include "text/messages.h"
 
@@ -18,13 +19,14 @@ namespace {
 constexpr const char* kBackupHelp =
     "Exports every table as a Parquet file into a new folder inside FOLDER, and prints that folder,\n"
     "its size, and the number of rows of each table. Without FOLDER the new folder is created in\n"
-    "\"Backup\" next to the database.\n\n"
+    "\"Backup\" next to the database. --verify lists what the backup would not restore, such as\n"
+    "comments; the exit status is then 1.\n\n"
     "Example:\n"
     "  mduckdb-host backup sales.db /var/backups\n";
 constexpr const char* kRestoreHelp =
     "Recreates the database; an existing file is deleted first. FOLDER is the folder that backup\n"
-    "printed. Prints how many rows each table has in the backup and in the database. The exit status\n"
-    "is 1 if a table differs.\n\n"
+    "printed, or the file that snapshot created. Prints how many rows each table has in the backup\n"
+    "and in the database. The exit status is 1 if a table differs.\n\n"
     "Example:\n"
     "  mduckdb-host restore sales-again.db /var/backups/2024-03-15T12-34-56Z\n";
 
@@ -44,15 +46,29 @@ int RunReported(Program& program, Work work) {
     }
 }
 
-int RunBackup(Program& program, const std::string& path, const std::string& folder) {
+/** Reports what the backup does not give back. */
+int ReportVerification(Program& program, const DatabasePtr& database, const std::string& folder) {
+    const std::vector<std::string> lines = VerifyExport(database, folder);
+    program.out.Flush();
+    for (const std::string& line : lines) {
+        PrintError(line);
+    }
+    fmt::print(stderr, "{}\n",
+               lines.empty() ? "Verified: the backup restores everything."
+                             : "The backup does not restore what is listed above. A snapshot does.");
+    return lines.empty() ? kWorked : kFailed;
+}
+
+int RunBackup(Program& program, const std::string& path, const std::string& folder, bool is_verified) {
     BlockInterrupts();
     program.Load();
     const DatabasePtr database = OpenForCommand(path, true);
     const std::unique_ptr<Printer> printer = program.MakePrinter();
     return RunReported(program, [&] {
-        BackUp(program.registry, database, folder, MakeReport(program, *printer));
+        const std::string made = BackUp(program.registry, database, folder, MakeReport(program, *printer));
+        const int status = is_verified ? ReportVerification(program, database, made) : kWorked;
         database->Close();
-        return kWorked;
+        return status;
     });
 }
 
@@ -61,7 +77,9 @@ int RunRestore(Program& program, const std::string& path, const std::string& fol
     program.Load();
     const std::unique_ptr<Printer> printer = program.MakePrinter();
     return RunReported(program, [&] {
-        if (Restore(program.registry, path, folder, MakeReport(program, *printer))) {
+        const BackupReport report = MakeReport(program, *printer);
+        if (IsSnapshot(folder) ? RestoreFromSnapshot(path, folder, report)
+                               : Restore(program.registry, path, folder, report)) {
             return kWorked;
         }
         program.out.Flush();
@@ -79,8 +97,12 @@ void AddBackupCommand(CLI::App& app, Program& program) {
     auto folder = std::make_shared<std::string>();
     command->add_option("DATABASE", *path, "Database file")->required();
     command->add_option("FOLDER", *folder, "Existing folder in which the backup's folder is created");
-    command->callback([&program, path, folder] {
-        program.command = [&program, path, folder] { return RunBackup(program, *path, *folder); };
+    auto is_verified = std::make_shared<bool>(false);
+    command->add_flag("--verify", *is_verified, "Restore the backup into a temporary database and compare");
+    command->callback([&program, path, folder, is_verified] {
+        program.command = [&program, path, folder, is_verified] {
+            return RunBackup(program, *path, *folder, *is_verified);
+        };
     });
 }
 
@@ -90,7 +112,7 @@ void AddRestoreCommand(CLI::App& app, Program& program) {
     auto path = std::make_shared<std::string>();
     auto folder = std::make_shared<std::string>();
     command->add_option("DATABASE", *path, "Database file to create")->required();
-    command->add_option("FOLDER", *folder, "Folder of the backup")->required();
+    command->add_option("FOLDER", *folder, "Folder of the backup, or file of the snapshot")->required();
     command->callback([&program, path, folder] {
         program.command = [&program, path, folder] { return RunRestore(program, *path, *folder); };
     });

@@ -52,6 +52,7 @@ void AddCreateCommand(CLI::App& app, Program& program);
 void AddSqlCommand(CLI::App& app, Program& program);
 void AddBackupCommand(CLI::App& app, Program& program);
 void AddRestoreCommand(CLI::App& app, Program& program);
+void AddSnapshotCommand(CLI::App& app, Program& program);
 void AddShellCommand(CLI::App& app, Program& program);
 
 /** The command line for the parser, without the program's name. The parser would split a word such as `[1,

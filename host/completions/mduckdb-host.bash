@@ -2,7 +2,7 @@
 
 _mduckdb_host() {
     local cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD - 1]} command= word i
-    local commands='call version probe create sql backup restore shell'
+    local commands='call version probe create sql backup restore snapshot shell'
     local options='--module --format --all --help'
 
     # bash splits --format=csv into three words.
@@ -35,6 +35,7 @@ _mduckdb_host() {
     case $command in
         '') mapfile -t COMPREPLY < <(compgen -W "$commands $options" -- "$cur"); return ;;
         create) options+=' --block-size --storage-version' ;;
+        backup) options+=' --verify' ;;
         sql) options+=' --cursor --read-only --param --params-file' ;;
         call)
             if ((COMP_CWORD == i + 1)); then

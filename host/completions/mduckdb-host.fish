@@ -1,6 +1,6 @@
 # fish completion for mduckdb-host
 
-set -l commands call version probe create sql backup restore shell
+set -l commands call version probe create sql backup restore snapshot shell
 set -l procedures fetch_parquet parquet_schema parquet_metadata parquet_count fetch_duckdb
 
 complete -c mduckdb-host -l module -r -a 'mduckdb mduckdb_casts' -d 'Module to load'
@@ -14,7 +14,9 @@ complete -c mduckdb-host -f -n "not __fish_seen_subcommand_from $commands" -a pr
 complete -c mduckdb-host -f -n "not __fish_seen_subcommand_from $commands" -a create -d 'Create a database file'
 complete -c mduckdb-host -f -n "not __fish_seen_subcommand_from $commands" -a sql -d 'Run SQL'
 complete -c mduckdb-host -f -n "not __fish_seen_subcommand_from $commands" -a backup -d 'Back up a database'
-complete -c mduckdb-host -f -n "not __fish_seen_subcommand_from $commands" -a restore -d 'Restore a backup'
+complete -c mduckdb-host -f -n "not __fish_seen_subcommand_from $commands" -a restore -d 'Restore a backup or a snapshot'
+complete -c mduckdb-host -f -n "not __fish_seen_subcommand_from $commands" -a snapshot -d 'Copy and check a database'
+complete -c mduckdb-host -f -n '__fish_seen_subcommand_from backup' -l verify -d 'Compare the backup with the database'
 complete -c mduckdb-host -f -n "not __fish_seen_subcommand_from $commands" -a shell -d 'Run SQL interactively'
 
 complete -c mduckdb-host -n '__fish_seen_subcommand_from call' -a "$procedures"

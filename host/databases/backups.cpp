@@ -8,6 +8,7 @@
 #include "data/host_values.h"
 #include "databases/export_listing.h"
 #include "databases/interruption.h"
+#include "databases/snapshots.h"
 #include "mirona/extension_api.h"
 #include "nbx/hooks.h"
 #include "table/procedures.h"
@@ -77,8 +78,8 @@ int64_t CountInDatabase(const DatabasePtr& database, const std::string& table) {
 
 }  // namespace
 
-void BackUp(const ProcedureRegistry& registry, const DatabasePtr& database, const std::string& folder,
-            const BackupReport& report) {
+std::string BackUp(const ProcedureRegistry& registry, const DatabasePtr& database, const std::string& folder,
+                   const BackupReport& report) {
     BackupFolderSpy spy;
     {
         const InterruptWatch watch(
@@ -88,15 +89,21 @@ void BackUp(const ProcedureRegistry& registry, const DatabasePtr& database, cons
     }
     PrintHeading(report, spy.get_Folder());
     report.printer.Begin({{"table", 0, MIRONA_TYPE_TEXT}, {"rows", 0, MIRONA_TYPE_INT64}});
-    for (const ExportedTable& table : ReadExport(spy.get_Folder())) {
-        report.printer.Add({{table.name}, {CountExported(registry, table)}});
+    const std::vector<ExportedTable> tables = ReadExport(spy.get_Folder());
+    std::vector<int64_t> rows;
+    for (const ExportedTable& table : tables) {
+        rows.push_back(CountExported(registry, table));
+        report.printer.Add({{table.name}, {rows.back()}});
     }
     report.printer.End();
+    WriteExportManifest(spy.get_Folder(), tables, rows);
+    return spy.get_Folder();
 }
 
 bool Restore(const ProcedureRegistry& registry, const std::string& database, const std::string& folder,
              const BackupReport& report) {
     const std::vector<ExportedTable> tables = ReadExport(folder);
+    CheckExportManifest(folder);
     {
         const InterruptWatch watch([] { fmt::print(stderr, "\nA restore cannot be interrupted.\n"); },
                                    [&] { return DescribeSize(GetFolderSize(folder)) + " to read"; },

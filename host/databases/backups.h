@@ -18,9 +18,10 @@ struct BackupReport {
 };
 
 /** Backs up an open database into a new folder inside `folder` (empty: "Backup" next to the file), and prints
-    the new folder, its size and the number of rows of each table in it. Throws the host's exceptions. */
-void BackUp(const ProcedureRegistry& registry, const DatabasePtr& database, const std::string& folder,
-            const BackupReport& report);
+    the new folder, its size and the number of rows of each table in it. Throws the host's exceptions. Returns
+   the new folder. */
+std::string BackUp(const ProcedureRegistry& registry, const DatabasePtr& database, const std::string& folder,
+                   const BackupReport& report);
 
 /** Recreates the database from a backup and prints how many rows each table has in the backup and in the
     database. Returns false when the numbers differ. */

@@ -9,7 +9,7 @@ from host_case import HOST, PLAIN_MODULE, SAMPLE_MODULE, HostCase
 
 SOURCES = os.path.join(os.path.dirname(__file__), "../../host")
 VERSION = os.environ["MDUCKDB_VERSION"]
-COMMANDS = ("call", "version", "probe", "create", "sql", "backup", "restore", "shell")
+COMMANDS = ("call", "version", "probe", "create", "sql", "backup", "restore", "snapshot", "shell")
 
 
 class FilesTest(HostCase):

@@ -1,0 +1,32 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "databases/backups.h"
+#include "databases/export_listing.h"
+
+namespace mduckdb_host {
+
+/** Copies an open database into a new file, and prints the file, its size and the rows of each table. */
+void TakeSnapshot(const DatabasePtr& database, const std::string& file, const BackupReport& report);
+
+/** Makes the database a copy of a snapshot, and prints the rows of each table in both. False when they
+ * differ. */
+bool RestoreFromSnapshot(const std::string& database, const std::string& file, const BackupReport& report);
+
+/** Whether a restore is to take this path as a snapshot: it is a file and not a folder. */
+bool IsSnapshot(const std::string& path);
+
+/** Imports the export into a database that is deleted again; returns a line for each difference from the
+    database. */
+std::vector<std::string> VerifyExport(const DatabasePtr& database, const std::string& folder);
+
+/** Writes manifest.json into the folder of an export. Written last, it tells a complete backup from one that
+   was interrupted. */
+void WriteExportManifest(const std::string& folder, const std::vector<ExportedTable>& tables,
+                         const std::vector<int64_t>& rows);
+/** Throws `std::runtime_error` when the folder has a manifest and a file is not as it says. */
+void CheckExportManifest(const std::string& folder);
+
+}  // namespace mduckdb_host
