@@ -164,7 +164,8 @@ void CheckExportManifest(const std::string& folder) {
     if (!fs::exists(file)) {
         return;
     }
-    for (const Json& table : ReadJson(file).at("tables")) {
+    const Json manifest = ReadJson(file);
+    for (const Json& table : manifest.at("tables")) {
         const fs::path part = fs::path(folder) / table.at("file").get<std::string>();
         std::error_code error;
         const uint64_t size = fs::file_size(part, error);

@@ -3,18 +3,10 @@
 #include <utility>
 
 #include "base/errors.h"
-#include "base/text.h"
+#include "extension/import.h"
 #include "objects/database.h"
 
 namespace mduckdb {
-
-namespace {
-
-nbx::String BuildImportStatement(const nbx::String& folder) {
-    return FromUtf8("IMPORT DATABASE " + QuoteLiteral(ToUtf8(folder)));
-}
-
-}  // namespace
 
 nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase> RestoreDatabase(
     nbx::smart_ptr<nbx::I_Location> database_location, nbx::smart_ptr<nbx::I_Location> backup_folder) {
@@ -30,7 +22,7 @@ nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase> RestoreDatabase(
         database->Drop();
     }
     database->Create();
-    database->SqlExecute(BuildImportStatement(backup_folder->get_PathText()), nullptr);
+    ImportBackup(*database, *backup_folder);
     database->Close();
     return database;
 }

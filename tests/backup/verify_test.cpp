@@ -91,4 +91,33 @@ TEST_F(VerifyBackupTest, OfAnExportWithoutAFileIsAnErrorAndLeavesNothingBehind) 
     }
 }
 
+/** Restores the export into another database. */
+TEST_F(VerifyBackupTest, IsRightThatAnExportWithViewsInWhateverOrderRestores) {
+    ASSERT_EQ(Verify("CREATE TABLE t AS SELECT 7 AS i; CREATE VIEW b AS SELECT 1 AS i; CREATE VIEW a AS "
+                     "SELECT i FROM b;"
+                     "CREATE OR REPLACE VIEW b AS SELECT i FROM t"),
+              "");
+    const Database restored = host_->RestoreDatabase(Location(folder_ / "b.db"), Location(export_));
+    restored->Open();
+    EXPECT_EQ(QueryText(*restored, "SELECT i FROM a"), "7");
+}
+
+TEST_F(VerifyBackupTest, IsRightThatAnExportOfAnEmptyDatabaseRestores) {
+    ASSERT_EQ(Verify(""), "");
+    EXPECT_EQ(Thrown([&] { host_->RestoreDatabase(Location(folder_ / "b.db"), Location(export_)); }), "none");
+    EXPECT_TRUE(fs::exists(folder_ / "b.db"));
+}
+
+TEST_F(VerifyBackupTest, IsRightThatSuchAnExportRestoresFromAnotherFolder) {
+    ASSERT_EQ(Verify("CREATE TABLE t AS SELECT 7 AS i; CREATE VIEW b AS SELECT 1 AS i; CREATE VIEW a AS "
+                     "SELECT i FROM b;"
+                     "CREATE OR REPLACE VIEW b AS SELECT 2 AS i"),
+              "");
+    const std::string moved = folder_ / "moved";
+    fs::rename(export_, moved);
+    const Database restored = host_->RestoreDatabase(Location(folder_ / "b.db"), Location(moved));
+    restored->Open();
+    EXPECT_EQ(QueryText(*restored, "SELECT sum(i) FROM t"), "7");
+}
+
 }  // namespace

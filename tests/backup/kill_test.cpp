@@ -1,0 +1,75 @@
+#include <gmock/gmock.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <random>
+#include <thread>
+
+#include "backup/files.h"
+#include "backup/manifest.h"
+#include "plain_engine.h"
+#include "support/second_process.h"
+#include "support/temp_folder.h"
+
+namespace mduckdb {
+namespace {
+
+namespace fs = std::filesystem;
+
+int RunsFromEnvironment() {
+    const char* const runs = std::getenv("MDUCKDB_TEST_KILL_RUNS");
+    return runs != nullptr ? std::atoi(runs) : 8;
+}
+
+/** The rows are numbered without a gap. */
+void ExpectWhole(const std::string& file) {
+    const PlainEngine engine(file, "READ_ONLY");
+    EXPECT_EQ(engine.Text("SELECT (count(*) = max(i) AND sum(length(s)) = 100000 * max(i))::VARCHAR FROM r"),
+              "true")
+        << file;
+}
+
+void ExpectWholeSnapshot(const std::string& file) {
+    BackupStop stop;
+    const auto identity = ReadManifest(ReadWhole(ManifestOf(file)));
+    ASSERT_TRUE(identity.has_value()) << file;
+    EXPECT_EQ(identity->sha256, FileSum(file, stop)) << file;
+    ExpectWhole(file);
+}
+
+TEST(SnapshotKill, LeavesEveryFileThatHasItsFinalNameWhole) {
+    const TempFolder folder;
+    const std::string source = folder / "source.db";
+    const std::string target = folder / "target.db";
+    fs::create_directory(folder / "snaps");
+    const std::string table = "CREATE TABLE r AS SELECT 1::BIGINT AS i, repeat('x', 100000) AS s";
+    ASSERT_EQ(PlainEngine(source).Run(table), "");
+    ASSERT_EQ(PlainEngine(target).Run(table), "");
+    std::mt19937 random(20240917);
+    int snapshots = 0;
+    for (int run = RunsFromEnvironment(); run > 0; --run) {
+        {
+            SecondProcess runner({SNAPSHOT_RUNNER, source, folder / "snaps", target});
+            ASSERT_EQ(runner.ReadLine(), "started");
+            for (auto lines = random() % 4; lines > 0; --lines) {
+                ASSERT_NE(runner.ReadLine(), "");
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(random() % 300));
+            runner.Kill();
+        }
+        ExpectWhole(source);
+        ExpectWhole(target);
+        for (const auto& entry : fs::directory_iterator(folder / "snaps")) {
+            if (entry.path().extension() == ".db") {
+                ExpectWholeSnapshot(entry.path().string());
+                ++snapshots;
+            }
+        }
+        ASSERT_FALSE(HasFailure()) << "with " << run << " runs left";
+    }
+    EXPECT_GT(snapshots, 0);
+}
+
+}  // namespace
+}  // namespace mduckdb
