@@ -7,8 +7,8 @@
 
 #include "data/host_values.h"
 #include "databases/export_listing.h"
+#include "databases/export_manifest.h"
 #include "databases/interruption.h"
-#include "databases/snapshots.h"
 #include "mirona/extension_api.h"
 #include "nbx/hooks.h"
 #include "table/procedures.h"

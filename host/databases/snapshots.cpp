@@ -1,14 +1,12 @@
 #include "databases/snapshots.h"
 
-#include <fmt/chrono.h>
 #include <fmt/format.h>
 
-#include <ctime>
 #include <filesystem>
-#include <fstream>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
 
+#include "databases/export_manifest.h"
 #include "databases/interruption.h"
 #include "mirona/extension_api.h"
 #include "nbx/mrsql/duckdb_snapshot.h"
@@ -20,8 +18,6 @@ namespace {
 
 namespace fs = std::filesystem;
 using Json = nlohmann::ordered_json;
-
-constexpr const char* kExportManifest = "manifest.json";
 
 template <class Interface, class Object>
 Interface& Ask(const Object& object, uint32_t interface_id) {
@@ -36,17 +32,9 @@ nbx::mrsql::I_DuckDBRestore& GetRestorer() {
     return Ask<nbx::mrsql::I_DuckDBRestore>(GetExtension(), nbx::mrsql::kDuckDBRestoreInterfaceId);
 }
 
-Json ReadJson(const fs::path& file) {
-    std::ifstream stream(file, std::ios::binary);
-    Json json = Json::parse(stream, nullptr, false);
-    if (!json.is_object()) {
-        throw std::runtime_error(fmt::format("{} is not a manifest.", file.string()));
-    }
-    return json;
-}
-
+/** Throws `std::runtime_error` when there is none. */
 Json ReadSnapshotManifest(const std::string& file) {
-    return ReadJson(file + ".manifest.json");
+    return ReadManifest(file + ".manifest.json");
 }
 
 /** Bytes of the snapshot that is being made, wherever it grows. */
@@ -140,40 +128,6 @@ std::vector<std::string> VerifyExport(const DatabasePtr& database, const std::st
         at = end + 1;
     }
     return lines;
-}
-
-void WriteExportManifest(const std::string& folder, const std::vector<ExportedTable>& tables,
-                         const std::vector<int64_t>& rows) {
-    Json manifest{{"kind", "export"},
-                  {"duckdb_version", GetExtension()->get_LibraryVersion()},
-                  {"date", fmt::format("{:%Y-%m-%dT%H:%M:%SZ}", fmt::gmtime(std::time(nullptr)))},
-                  {"tables", Json::array()}};
-    for (std::size_t i = 0; i < tables.size(); ++i) {
-        manifest["tables"].push_back({{"table", tables[i].name},
-                                      {"file", fs::path(tables[i].file).filename().string()},
-                                      {"size", fs::file_size(tables[i].file)},
-                                      {"rows", rows[i]}});
-    }
-    const fs::path part = fs::path(folder) / (std::string(kExportManifest) + ".part");
-    std::ofstream(part, std::ios::binary) << manifest.dump(2) << "\n";
-    fs::rename(part, fs::path(folder) / kExportManifest);
-}
-
-void CheckExportManifest(const std::string& folder) {
-    const fs::path file = fs::path(folder) / kExportManifest;
-    if (!fs::exists(file)) {
-        return;
-    }
-    const Json manifest = ReadJson(file);
-    for (const Json& table : manifest.at("tables")) {
-        const fs::path part = fs::path(folder) / table.at("file").get<std::string>();
-        std::error_code error;
-        const uint64_t size = fs::file_size(part, error);
-        if (error || size != table.at("size").get<uint64_t>()) {
-            throw std::runtime_error(fmt::format("The backup is incomplete or damaged: {} is not as {} says.",
-                                                 part.string(), file.string()));
-        }
-    }
 }
 
 }  // namespace mduckdb_host

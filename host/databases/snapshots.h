@@ -4,7 +4,6 @@
 #include <vector>
 
 #include "databases/backups.h"
-#include "databases/export_listing.h"
 
 namespace mduckdb_host {
 
@@ -21,12 +20,5 @@ bool IsSnapshot(const std::string& path);
 /** Imports the export into a database that is deleted again; returns a line for each difference from the
     database. */
 std::vector<std::string> VerifyExport(const DatabasePtr& database, const std::string& folder);
-
-/** Writes manifest.json into the folder of an export. Written last, it tells a complete backup from one that
-   was interrupted. */
-void WriteExportManifest(const std::string& folder, const std::vector<ExportedTable>& tables,
-                         const std::vector<int64_t>& rows);
-/** Throws `std::runtime_error` when the folder has a manifest and a file is not as it says. */
-void CheckExportManifest(const std::string& folder);
 
 }  // namespace mduckdb_host

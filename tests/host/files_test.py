@@ -132,7 +132,7 @@ class FilesTest(HostCase):
         return done.stdout.split()
 
     def test_bash_completes_commands_options_and_their_values(self):
-        self.assertEqual(self.complete("s"), ["sql", "shell"])
+        self.assertEqual(self.complete("s"), ["sql", "snapshot", "shell"])
         self.assertEqual(self.complete("--format", "js"), ["json", "jsonl"])
         self.assertEqual(self.complete("--format", "=", "js"), ["json", "jsonl"])
         self.assertEqual(self.complete("sql", "--cursor", "="), ["server", "client"])
