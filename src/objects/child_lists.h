@@ -2,6 +2,7 @@
 
 #include <list>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 
 #include "base/engine_lock.h"
@@ -22,16 +23,19 @@ class ChildList : nbx::noncopyable {
         places_.emplace(item, added.begin());
         items_.splice(items_.end(), added);
     }
-    /** Whether the object was in the list. */
+    /** Whether the object was in the list, or had been unlisted. */
     bool Remove(T* item) noexcept {
         const auto place = places_.find(item);
         if (place == places_.end()) {
             return false;
         }
+        unlisted_.erase(item);
         items_.erase(place->second);
         places_.erase(place);
         return true;
     }
+    /** Whether the object was in the list. It is not any more, but `TakeLast` still gives it. */
+    bool Unlist(T* item) { return places_.count(item) > 0 && unlisted_.insert(item).second; }
     /** The object that came last, taken out; null when the list is empty. */
     T* TakeLast() noexcept {
         if (items_.empty()) {
@@ -51,6 +55,7 @@ class ChildList : nbx::noncopyable {
 
   private:
     std::list<T*> items_;
+    std::unordered_set<T*> unlisted_;
     std::unordered_multimap<T*, typename std::list<T*>::iterator> places_;
 };
 
@@ -63,6 +68,13 @@ class ChildLists : nbx::noncopyable {
     }
     void Add(nbx::mrsql::I_DuckDBCursor* cursor) NBX_REQUIRES(gEngineLock) { cursors_.Add(cursor); }
     void Add(nbx::mrsql::I_DuckDBQueryResult* result) NBX_REQUIRES(gEngineLock) { results_.Add(result); }
+
+    /** Takes the object out of the list for a host that asks for it; whether it was there. The object keeps
+        rows that DuckDB's engine holds, so it is still told when the database closes. */
+    template <class Child>
+    bool Unlist(Child* child) NBX_REQUIRES(gEngineLock) {
+        return ListOf(child).Unlist(child);
+    }
 
     /** Whether the object was in the list. */
     bool Remove(nbx::mrsql::I_DuckDBStatement* statement) noexcept NBX_REQUIRES(gEngineLock) {
@@ -92,6 +104,10 @@ class ChildLists : nbx::noncopyable {
     }
 
   private:
+    auto& ListOf(nbx::mrsql::I_DuckDBStatement*) NBX_REQUIRES(gEngineLock) { return statements_; }
+    auto& ListOf(nbx::mrsql::I_DuckDBCursor*) NBX_REQUIRES(gEngineLock) { return cursors_; }
+    auto& ListOf(nbx::mrsql::I_DuckDBQueryResult*) NBX_REQUIRES(gEngineLock) { return results_; }
+
     ChildList<nbx::mrsql::I_DuckDBStatement> statements_ NBX_GUARDED_BY(gEngineLock);
     ChildList<nbx::mrsql::I_DuckDBCursor> cursors_ NBX_GUARDED_BY(gEngineLock);
     ChildList<nbx::mrsql::I_DuckDBQueryResult> results_ NBX_GUARDED_BY(gEngineLock);

@@ -68,6 +68,20 @@ TEST(ChildList, HoldsAnObjectAsOftenAsItWasAdded) {
     EXPECT_EQ(list.TakeLast(), nullptr);
 }
 
+TEST(ChildList, StillGivesBackAnObjectThatWasUnlisted) {
+    std::vector<int> objects = Objects(2);
+    ChildList<int> list;
+    list.Add(&objects[0]);
+    EXPECT_FALSE(list.Unlist(&objects[1]));
+    EXPECT_TRUE(list.Unlist(&objects[0]));
+    EXPECT_FALSE(list.Unlist(&objects[0]));
+    EXPECT_EQ(list.TakeLast(), &objects[0]);
+    list.Add(&objects[0]);
+    EXPECT_TRUE(list.Unlist(&objects[0]));
+    EXPECT_TRUE(list.Remove(&objects[0]));
+    EXPECT_EQ(list.TakeLast(), nullptr);
+}
+
 TEST(ChildList, LetsAnObjectLeaveInTheSameTimeHoweverManyThereAre) {
     constexpr std::size_t kTaken = 400;
     double few = 1;

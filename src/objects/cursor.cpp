@@ -32,7 +32,7 @@ class DuckDBCursor_server final : public DuckDBCursor_imp {
   private:
     /** For what only a client cursor can do. */
     [[noreturn]] void Refuse(const char* message) const;
-    /** Puts the next rows, or nothing, in the place of the chunk. */
+    /** Puts the next rows, or nothing, in the place of the chunk. Throws when they cannot be read. */
     void MoveToNextChunk();
 
     /** Null before the first row and after the last. */
@@ -86,7 +86,7 @@ void DuckDBCursor_server::MoveToNextChunk() {
     cells_.Bind(nullptr);
     chunk_.Reset();
     row_in_chunk_ = 0;
-    ChunkHolder chunk = FetchChunk(result_);
+    ChunkHolder chunk = FetchChunk();
     if (!chunk || duckdb_data_chunk_get_size(chunk.get()) == 0) {
         return;
     }

@@ -131,7 +131,7 @@ nbx::smart_ptr<nbx::mrsql::I_DuckDBStatement> DuckDBDatabase::CreateStatement(co
 void DuckDBDatabase::RemoveStatement(nbx::mrsql::I_DuckDBStatement* statement) {
     const EngineLockScope lock;
     link_->RequireConnection();
-    if (!link_->get_Children().Remove(statement)) {
+    if (!link_->get_Children().Unlist(statement)) {
         ThrowError("DuckDBStatement does not belong to this database");
     }
 }
@@ -143,7 +143,7 @@ void DuckDBDatabase::AddCursor(nbx::mrsql::I_DuckDBCursor* cursor) {
 
 void DuckDBDatabase::RemoveCursor(nbx::mrsql::I_DuckDBCursor* cursor) {
     const EngineLockScope lock;
-    link_->get_Children().Remove(cursor);
+    link_->get_Children().Unlist(cursor);
 }
 
 void DuckDBDatabase::AddQueryResult(nbx::mrsql::I_DuckDBQueryResult* result) {
@@ -153,7 +153,7 @@ void DuckDBDatabase::AddQueryResult(nbx::mrsql::I_DuckDBQueryResult* result) {
 
 void DuckDBDatabase::RemoveQueryResult(nbx::mrsql::I_DuckDBQueryResult* result) {
     const EngineLockScope lock;
-    link_->get_Children().Remove(result);
+    link_->get_Children().Unlist(result);
 }
 
 bool DuckDBDatabase::get_IsInTransaction() {

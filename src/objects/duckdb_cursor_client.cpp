@@ -24,30 +24,6 @@ void AdviseHugePages(void* memory, std::size_t size) noexcept {
 
 }  // namespace
 
-/** The cursor's result, taken out while its rows are read, so that a database that closes on another
-    thread meanwhile cannot destroy it. Goes back at the end if the cursor still has its database. */
-class DuckDBCursor_client::BorrowedResult : nbx::noncopyable {
-  public:
-    explicit BorrowedResult(DuckDBCursor_client& cursor) : cursor_(cursor) {
-        const EngineLockScope lock;
-        cursor_.RequireValid();
-        result_ = std::move(cursor_.result_);
-    }
-    ~BorrowedResult() {
-        const EngineLockScope lock;
-        if (cursor_.tie_.get() != nullptr) {
-            cursor_.result_ = std::move(result_);
-        }
-        result_.Reset();
-    }
-
-    ResultHolder& get() noexcept { return result_; }
-
-  private:
-    DuckDBCursor_client& cursor_;
-    ResultHolder result_;
-};
-
 DuckDBCursor_client::DuckDBCursor_client(SharedLink link, ResultHolder result)
     : DuckDBCursor_imp(std::move(link), std::move(result)) {
     ReadRows();
@@ -55,10 +31,9 @@ DuckDBCursor_client::DuckDBCursor_client(SharedLink link, ResultHolder result)
 }
 
 void DuckDBCursor_client::ReadRows() {
-    BorrowedResult result(*this);
-    ReserveRows(*result.get());
+    ReserveRows();
     CellReader cells(ConvertVariant);
-    while (const ChunkHolder chunk = FetchChunk(result.get())) {
+    while (const ChunkHolder chunk = FetchChunk()) {
         cells.Bind(chunk.get());
         RequireNumberable(row_count_ + cells.get_RowCount());
         AppendRows(cells);
@@ -66,9 +41,8 @@ void DuckDBCursor_client::ReadRows() {
     }
 }
 
-void DuckDBCursor_client::ReserveRows(duckdb_result result) {
-    // DuckDB counts the rows of a result that it has computed; 0 stands for not known.
-    const uint64_t expected_count = result.internal_data != nullptr ? duckdb_row_count(&result) : 0;
+void DuckDBCursor_client::ReserveRows() {
+    const uint64_t expected_count = CountComputedRows();
     RequireNumberable(expected_count);
     values_.reserve(expected_count * get_ColumnCount());
     AdviseHugePages(values_.data(), values_.capacity() * sizeof(values_[0]));

@@ -32,10 +32,8 @@ class DuckDBCursor_client final : public DuckDBCursor_imp {
     nbx::smart_ptr<nbx::ValueRows> get_Rows();
 
   private:
-    class BorrowedResult;
-
     void ReadRows();
-    void ReserveRows(duckdb_result result);
+    void ReserveRows();
     void AppendRows(CellReader& cells);
     /** Records are numbered in 32 bits: throws when there are more rows. */
     void RequireNumberable(uint64_t row_count) const;

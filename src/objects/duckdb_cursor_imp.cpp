@@ -1,5 +1,7 @@
 #include "objects/duckdb_cursor_imp.h"
 
+#include <new>
+
 #include "base/errors.h"
 #include "base/text.h"
 #include "duckdb_internals/plain_functions.h"
@@ -47,7 +49,7 @@ void DuckDBCursor_imp::LeaveSiblings() noexcept {
     try {
         const EngineLockScope lock;
         tie_.get_Siblings().Remove(this);
-        result_.Reset();
+        ReleaseResult();
     } catch (...) {
     }
 }
@@ -88,16 +90,11 @@ uint32_t DuckDBCursor_imp::get_ColumnType(uint32_t column_index) const {
 void DuckDBCursor_imp::Close() {
     const EngineLockScope lock;
     tie_.Cut();
-    DropResult();
-}
-
-void DuckDBCursor_imp::DropResult() noexcept {
-    has_result_.store(false);
-    result_.Reset();
+    ReleaseResult();
 }
 
 void DuckDBCursor_imp::Detach() {
-    DropResult();
+    ReleaseResult();
     tie_.get_Siblings().Remove(this);
     tie_.Cut();
 }
@@ -110,12 +107,38 @@ void DuckDBCursor_imp::ThrowError(const char* message) const {
     tie_.get_Link()->ThrowError(message);
 }
 
-ChunkHolder DuckDBCursor_imp::FetchChunk(ResultHolder& result) {
-    ChunkHolder chunk(duckdb_fetch_chunk(*result));
+ChunkHolder DuckDBCursor_imp::FetchChunk() {
+    const nbx::MutexLock lock(result_mutex_);
+    if (!result_) {
+        ThrowInvalid();
+    }
+    if (!scan_) {
+        scan_.Reset(duckdb_create_result_scan());
+    }
+    if (!scan_) {
+        throw std::bad_alloc();
+    }
+    TextHolder error;
+    ChunkHolder chunk(duckdb_scan_result_chunk(*result_, scan_.get(), error.Receive()));
+    if (error) {
+        tie_.get_Link()->ThrowError(error.get());
+    }
     if (!chunk) {
-        fetch_status_.KeepErrorOf(result.get());
+        fetch_status_.KeepErrorOf(result_.get());
     }
     return chunk;
+}
+
+uint64_t DuckDBCursor_imp::CountComputedRows() {
+    const nbx::MutexLock lock(result_mutex_);
+    return result_ && result_.get()->internal_data != nullptr ? duckdb_row_count(result_.get()) : 0;
+}
+
+void DuckDBCursor_imp::ReleaseResult() noexcept {
+    has_result_.store(false);
+    const nbx::MutexLock lock(result_mutex_);
+    scan_.Reset();
+    result_.Reset();
 }
 
 void DuckDBCursor_imp::ReadDescription() {

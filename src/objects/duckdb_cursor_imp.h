@@ -7,6 +7,7 @@
 
 #include "base/engine_lock.h"
 #include "base/holders.h"
+#include "duckdb_internals/managed_results.h"
 #include "nbx/foreign_plugin.h"
 #include "nbx/mrsql/duckdb_cursor.h"
 #include "objects/database_link.h"
@@ -65,12 +66,14 @@ class DuckDBCursor_imp : public nbx::Counted<nbx::mrsql::I_DuckDBCursor>, public
     [[noreturn]] static void ThrowInvalid();
     /** Throws with the path of the database, which the cursor has. */
     [[noreturn]] void ThrowError(const char* message) const;
-    /** The next rows, or null at the end of the rows and after a failure, whose text is kept. */
-    ChunkHolder FetchChunk(ResultHolder& result);
+    /** The next rows, or null at the end of the rows and after a failure of a result that is computed while
+        it is read, whose text is kept. Throws when computed rows cannot be read, and when the result was
+       given up. The chunk is the caller's, whatever becomes of the cursor or the engine. */
+    ChunkHolder FetchChunk();
+    /** 0 when DuckDB has not computed them yet. */
+    uint64_t CountComputedRows();
 
     DatabaseTie tie_;
-    /** Changed under the engine lock alone. */
-    ResultHolder result_;
 
   private:
     static constexpr std::size_t kInlineNames = 10;
@@ -78,8 +81,9 @@ class DuckDBCursor_imp : public nbx::Counted<nbx::mrsql::I_DuckDBCursor>, public
     using Names = boost::container::small_vector<nbx::String, kInlineNames>;
 
     void ReadDescription();
-    /** Gives the result up; reads of fields on other threads meet it. */
-    void DropResult() noexcept;
+    /** Before the engine goes: its memory holds the rows. Waits for a chunk that is just being fetched; reads
+       of fields on other threads meet it. */
+    void ReleaseResult() noexcept;
     /** To be called before the destruction begins: a database that closes on another thread calls `Detach` of
         what stands in its list, which must not meet a half destroyed object. May be called twice. */
     void LeaveSiblings() noexcept;
@@ -88,6 +92,11 @@ class DuckDBCursor_imp : public nbx::Counted<nbx::mrsql::I_DuckDBCursor>, public
     Names column_type_names_;
     boost::container::small_vector<uint32_t, kInlineTypes> column_types_;
     FetchStatus fetch_status_;
+    /** A client cursor reads its rows without the engine lock: this one, taken after it, keeps the result in
+        place for one chunk. */
+    nbx::Mutex result_mutex_;
+    ResultHolder result_;
+    ResultScanHolder scan_;
     /** Whether there is a result, for the calls that take no lock. */
     std::atomic<bool> has_result_{false};
 };

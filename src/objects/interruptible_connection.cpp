@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "base/holders.h"
+#include "duckdb_internals/managed_results.h"
 #include "duckdb_internals/results.h"
 
 namespace mduckdb {
@@ -54,7 +55,7 @@ duckdb_state InterruptibleConnection::ExecutePrepared(duckdb_prepared_statement 
                                                       duckdb_result* out_result) {
     // DuckDB forgets interrupts when it begins a query, which happens in the first of the two calls.
     PendingHolder pending;
-    if (duckdb_pending_prepared(prepared, pending.Receive()) != DuckDBSuccess) {
+    if (duckdb_pending_prepared_managed(prepared, pending.Receive()) != DuckDBSuccess) {
         TakePendingError(pending.get(), out_result);
         return DuckDBError;
     }

@@ -27,7 +27,7 @@ TEST_F(FaultsTest, APrepareThatFailsWithoutATextHasOurs) {
 
 TEST_F(FaultsTest, AnExecutionThatFailsWithoutATextHasOurs) {
     auto statement = Prepared("SELECT 1");
-    for (const char* call : {"duckdb_pending_prepared", "duckdb_execute_pending"}) {
+    for (const char* call : {"duckdb_pending_prepared_managed", "duckdb_execute_pending"}) {
         FailCall(call, 1);
         EXPECT_EQ(Catch([&] { statement->Execute(); }), MemoryError("Unknown execute error")) << call;
     }
@@ -260,9 +260,9 @@ constexpr const char* kFailingCalls[] = {
     "duckdb_extract_statements",
     "duckdb_prepare",
     "duckdb_prepare_extracted_statement",
-    "duckdb_pending_prepared",
+    "duckdb_pending_prepared_managed",
     "duckdb_execute_pending",
-    "duckdb_fetch_chunk",
+    "duckdb_scan_result_chunk",
     "duckdb_column_logical_type",
     "duckdb_bind_value",
     "duckdb_clear_bindings",

@@ -73,7 +73,8 @@ class NBX_API I_DuckDBCursor : public I_Unknown {
     virtual bool LastRecord() = 0;
     /** Moves to the next row. Returns false at the end of the rows; then a client cursor stays on its last
         row, and a server cursor has no current row and cannot be moved again. A server cursor also returns
-        false if DuckDB fails to read the rows; `I_FetchStatus` distinguishes the two. */
+        false if DuckDB fails to compute the rows; `I_FetchStatus` distinguishes the two. Throws
+        `xDuckDBError` if spilled rows cannot be read back. */
     virtual bool NextRecord() = 0;
     /** Returns false, without moving, on the first row and before it. Client cursors only. */
     virtual bool PrevRecord() = 0;

@@ -1,0 +1,85 @@
+#include "duckdb_internals/managed_results.h"
+
+#include <cstring>
+#include <duckdb/common/types/column/column_data_collection.hpp>
+#include <duckdb/main/capi/capi_internal.hpp>
+#include <duckdb/main/materialized_query_result.hpp>
+#include <memory>
+#include <new>
+#include <utility>
+
+namespace {
+
+duckdb::unique_ptr<duckdb::PendingQueryResult> Start(duckdb::PreparedStatementWrapper& prepared) {
+    duckdb::PreparedStatement& statement = *prepared.statement;
+    duckdb::PreparedStatement::VerifyParameters(prepared.values, statement.named_param_map);
+    duckdb::PendingQueryParameters parameters;
+    parameters.parameters = &prepared.values;
+    parameters.query_parameters.memory_type = duckdb::QueryResultMemoryType::BUFFER_MANAGED;
+    return statement.context->PendingQuery(statement.query, statement.data, parameters);
+}
+
+struct Scan {
+    duckdb::ColumnDataScanState state;
+    bool is_started = false;
+};
+
+duckdb_data_chunk ScanChunk(duckdb::ColumnDataCollection& rows, Scan& scan) {
+    if (!std::exchange(scan.is_started, true)) {
+        rows.InitializeScan(scan.state, duckdb::ColumnDataScanProperties::DISALLOW_ZERO_COPY);
+    }
+    // Not the collection's own way, which takes the chunk's memory from the engine.
+    auto chunk = std::make_unique<duckdb::DataChunk>();
+    chunk->Initialize(duckdb::Allocator::DefaultAllocator(), rows.Types());
+    const bool has_rows = rows.Scan(scan.state, *chunk) && chunk->size() > 0;
+    return has_rows ? reinterpret_cast<duckdb_data_chunk>(chunk.release()) : nullptr;
+}
+
+}  // namespace
+
+duckdb_state duckdb_pending_prepared_managed(duckdb_prepared_statement prepared,
+                                             duckdb_pending_result* out_result) {
+    try {
+        auto* wrapper = reinterpret_cast<duckdb::PreparedStatementWrapper*>(prepared);
+        if (wrapper == nullptr || !wrapper->statement || wrapper->statement->HasError()) {
+            return duckdb_pending_prepared(prepared, out_result);
+        }
+        auto pending = std::make_unique<duckdb::PendingStatementWrapper>();
+        pending->allow_streaming = false;
+        try {
+            pending->statement = Start(*wrapper);
+        } catch (const std::exception& error) {
+            pending->statement = duckdb::make_uniq<duckdb::PendingQueryResult>(duckdb::ErrorData(error));
+        }
+        const bool has_started = !pending->statement->HasError();
+        *out_result = reinterpret_cast<duckdb_pending_result>(pending.release());
+        return has_started ? DuckDBSuccess : DuckDBError;
+    } catch (...) {
+        return DuckDBError;
+    }
+}
+
+duckdb_result_scan duckdb_create_result_scan(void) {
+    return reinterpret_cast<duckdb_result_scan>(new (std::nothrow) Scan);
+}
+
+void duckdb_destroy_result_scan(duckdb_result_scan* scan) {
+    delete reinterpret_cast<Scan*>(*scan);
+    *scan = nullptr;
+}
+
+duckdb_data_chunk duckdb_scan_result_chunk(duckdb_result result, duckdb_result_scan scan, char** out_error) {
+    *out_error = nullptr;
+    try {
+        const auto* data = static_cast<const duckdb::DuckDBResultData*>(result.internal_data);
+        if (data == nullptr || !data->result || data->result->HasError() ||
+            data->result->type != duckdb::QueryResultType::MATERIALIZED_RESULT) {
+            return duckdb_fetch_chunk(result);
+        }
+        return ScanChunk(data->result->Cast<duckdb::MaterializedQueryResult>().Collection(),
+                         *reinterpret_cast<Scan*>(scan));
+    } catch (const std::exception& error) {
+        *out_error = ::strdup(duckdb::ErrorData(error).Message().c_str());
+        return nullptr;
+    }
+}
