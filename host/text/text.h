@@ -8,13 +8,8 @@
 
 namespace mduckdb_host {
 
-inline std::string ToUtf8(const nbx::String& text) {
-    return nbx::StFromUTF16(text, nbx::GetConverter_UTF8()).Take();
-}
-
-inline nbx::String FromUtf8(std::string_view text) {
-    return nbx::String(nbx::GetConverter_UTF8()->ToUTF16(text));
-}
+using nbx::FromUtf8;
+using nbx::ToUtf8;
 
 /** Sets up the process to measure UTF-8 text, even if the environment names no UTF-8 locale. Call once at
     start. */

@@ -9,8 +9,8 @@
 namespace nbx {
 namespace {
 
-/** A value that stands for another: reads and stores go to the inner value, which the first store makes
-    when there is none. Null without an inner value. */
+/** A value that refers to another: reads and stores go to the inner value. Without one it is null, and the
+    first store creates one of the type that was stored. */
 class ReferenceValue final : public ValueCore<ReferenceValue>, public I_ReferenceValue {
   public:
     explicit ReferenceValue(smart_ptr<I_Value> inner) noexcept
@@ -41,7 +41,8 @@ class ReferenceValue final : public ValueCore<ReferenceValue>, public I_Referenc
     smart_ptr<I_Value> inner_;
 };
 
-/** An array of values. Its text is a JSON array, which cannot be stored back. */
+/** An array of values. Its text is a JSON array, which cannot be stored back: JSON does not have the
+    elements' types. Numbers are read from that text, so they are 0. */
 class ArrayValue final : public TextLikeValue<ArrayValue>, public I_ArrayValue {
   public:
     explicit ArrayValue(uint32_t element_type_code) noexcept
@@ -72,6 +73,7 @@ void* ReferenceValue::QueryInterface(uint32_t interface_id) {
 }
 
 I_Value& ReferenceValue::Inner(ValueType type) {
+    // A store decides the type, since a reference does not declare one.
     if (!inner_) {
         inner_ = smart_ptr<I_Value>::Adopt(CreateValueOfType(static_cast<uint32_t>(type), true));
     }
@@ -101,6 +103,7 @@ I_Value* CreateValueArray(uint32_t element_type_code) {
     return new ArrayValue(element_type_code);
 }
 
+// The numbers come last: they are the largest group, and their function finds out whether the code is theirs.
 I_Value* CreateValueOfType(uint32_t type_code, bool nullable) {
     const auto type = static_cast<ValueType>(type_code);
     switch (type) {

@@ -10,7 +10,7 @@
 namespace nbx::mrsql {
 namespace {
 
-/** A cursor over rows that a test gives; moves by `NextRecord` only, like a server cursor. */
+/** A cursor over the rows of a test; moves with `NextRecord` only, like a server cursor. */
 class FakeCursor final : public Counted<I_DuckDBCursor> {
   public:
     FakeCursor(std::vector<String> names, std::vector<std::vector<ValuePtr>> rows)

@@ -24,6 +24,7 @@ xException::xException(uint32_t code, const char* text1, const char* text2, cons
 xException::xException(uint32_t code, const char16_t* text1, const char16_t* text2, const char16_t* text3,
                        const char16_t* text4)
     : code_(code) {
+    // Assigned, since a string has no constructor from NUL-terminated wide text.
     texts_[0] = text1;
     texts_[1] = text2;
     texts_[2] = text3;
@@ -31,6 +32,7 @@ xException::xException(uint32_t code, const char16_t* text1, const char16_t* tex
     BuildWhat();
 }
 
+// Out of line, so that the class has its only vtable and type information here.
 xException::xException(const xException&) = default;
 xException& xException::operator=(const xException&) = default;
 xException::~xException() = default;
@@ -39,6 +41,7 @@ const String& xException::get_Text(std::size_t index) const noexcept {
     return index < texts_.size() ? texts_[index] : String::sEmpty();
 }
 
+/** Builds the text at construction, because `what` must not throw and so cannot allocate. */
 void xException::BuildWhat() {
     char code[16];
     const int length = std::snprintf(code, sizeof code, "0x%X", static_cast<unsigned>(code_));

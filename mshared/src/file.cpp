@@ -15,16 +15,19 @@ namespace {
 
 constexpr mode_t kNewFileMode = 0666;
 
-/** Opens, also when a signal interrupts the system. */
+/** Opens the file; tries again if a signal interrupted the call. Other programs do not inherit the
+    descriptor, because they would keep the file open. */
 int OpenDescriptor(const std::string& path, int flags) {
     int descriptor = -1;
     do {
-        // A named pipe must give an error, not wait for somebody at its other end.
+        // Without O_NONBLOCK opening a named pipe would wait until another program opens its other end.
         descriptor = ::open(path.c_str(), flags | O_CLOEXEC | O_NONBLOCK, kNewFileMode);
     } while (descriptor < 0 && errno == EINTR);
     return descriptor;
 }
 
+/** Whether the range ends within what the system can address: `off_t` is signed, so a larger offset would
+    become a negative one. */
 bool IsOffsetValid(uint64_t offset, uint32_t count) noexcept {
     constexpr uint64_t kMax = static_cast<uint64_t>(std::numeric_limits<off_t>::max());
     return offset <= kMax - count;
@@ -63,16 +66,19 @@ void File::Open() {
 }
 
 void File::Create() {
-    OpenWith(O_RDWR | O_CREAT | O_TRUNC, "make");
+    OpenWith(O_RDWR | O_CREAT | O_TRUNC, "create");
 }
 
 void File::OpenWith(int flags, const char* operation) {
+    // The object has at most one open file, so that no descriptor is lost.
     Close();
     const std::string path = get_NativePath();
     const int descriptor = OpenDescriptor(path, flags);
     if (descriptor < 0) {
         ThrowFileError(path, operation, errno);
     }
+    // The system opens a folder for reading and fails only when it is read. The opened descriptor is asked,
+    // not the path, which may mean another file by now.
     struct stat status {};
     if (::fstat(descriptor, &status) == 0 && S_ISDIR(status.st_mode)) {
         ::close(descriptor);
@@ -84,7 +90,8 @@ void File::OpenWith(int flags, const char* operation) {
 void File::Close() {
     if (descriptor_ >= 0) {
         const int descriptor = std::exchange(descriptor_, -1);
-        // Even when it fails the descriptor is gone, so it is never closed twice.
+        // Linux releases the descriptor even if close fails, so it must not be closed again: another thread
+        // may have received its number already.
         if (::close(descriptor) != 0 && errno != EINTR) {
             Fail("close", errno);
         }
@@ -100,6 +107,7 @@ uint64_t File::get_Size() const {
 }
 
 uint64_t File::get_Length() const {
+    // The open file, even if its name means another one by now.
     if (descriptor_ >= 0) {
         return get_Size();
     }
@@ -124,6 +132,7 @@ uint32_t File::Read(void* buffer, uint64_t offset, uint32_t count) {
     while (done < count) {
         const ssize_t step = ::pread(descriptor_, static_cast<char*>(buffer) + done, count - done,
                                      static_cast<off_t>(offset + done));
+        // 0 is the end of the file; the system may also read less than requested before it.
         if (step == 0) {
             break;
         }
@@ -147,6 +156,7 @@ uint32_t File::Write(const void* buffer, uint64_t offset, uint32_t count) {
         if (step >= 0) {
             done += static_cast<uint32_t>(step);
         } else if (errno != EINTR) {
+            // What was written before stays: the file has no transactions.
             Fail("write", errno);
         }
     }
@@ -155,6 +165,7 @@ uint32_t File::Write(const void* buffer, uint64_t offset, uint32_t count) {
 
 void File::ThrowOut() {
     const std::string path = get_NativePath();
+    // The system would delete the name and keep the open file, so later writes would be lost silently.
     if (descriptor_ >= 0) {
         ThrowFileError(path, "delete the open file", EBUSY);
     }

@@ -15,7 +15,7 @@ std::atomic<bool> gIsMemoryOut{false};
 
 }  // namespace
 
-// NOLINTBEGIN(cppcoreguidelines-no-malloc): what they stand for
+// NOLINTBEGIN(cppcoreguidelines-no-malloc): what they replace
 void* operator new(std::size_t size) {
     void* const memory = gIsMemoryOut.load() ? nullptr : std::malloc(size);
     if (memory == nullptr) {

@@ -18,7 +18,7 @@ void Finalize(I_ForeignPlugin* plugin) {
 
 TEST(ForeignPlugin, StoresTheHostsData) {
     int word = 0;
-    void* back = &word;  // written to when the plug-in goes
+    void* back = &word;  // cleared when the plug-in is destroyed
     ForeignPlugin_imp plugin;
     EXPECT_EQ(plugin.get_Xtra(), nullptr);
     EXPECT_EQ(plugin.get_BackRef(), nullptr);

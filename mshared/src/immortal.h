@@ -5,9 +5,9 @@
 
 namespace nbx {
 
-/** The one object of type `T` of the process, made at the first call. It is never destroyed, since objects
-   that go at the very end of the process may still use it, and it needs no memory from the heap, so that the
-   first call cannot fail. */
+/** The only object of type `T` in the process, created at the first call. It is never destroyed, since
+    objects that are destroyed at the very end of the process may still use it. It needs no memory from the
+    heap, so the first call cannot fail. Thread-safe. */
 template <class T>
 T& GetImmortal() noexcept(noexcept(T())) {
     alignas(T) static std::byte memory[sizeof(T)];

@@ -29,6 +29,7 @@ I_ArrayValue::~I_ArrayValue() = default;
 I_JSONValue::~I_JSONValue() = default;
 
 ForeignPlugin_imp::~ForeignPlugin_imp() {
+    // The finaliser first: until it returns, the host may find the object through the back reference.
     if (finalizer_ != nullptr) {
         finalizer_(this);
     }
@@ -38,6 +39,7 @@ ForeignPlugin_imp::~ForeignPlugin_imp() {
 }
 
 void* InterfaceTableQueryInterface(void* object, const InterfaceItem* table, uint32_t interface_id) noexcept {
+    // A table has a few rows, so a search from the start is the fastest.
     for (; table->cast != nullptr; ++table) {
         if (table->interface_id == interface_id) {
             return table->cast(object);

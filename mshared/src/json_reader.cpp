@@ -9,11 +9,13 @@
 namespace nbx {
 namespace {
 
-// The parser turns every number into its float type on the way and refuses what does not fit, so the
-// widest type is given to it; the text kept is the source's.
+// The parser also converts every number to its float type and rejects numbers that do not fit, so it gets the
+// widest type. The digits that are kept are those of the source.
 using Parser = nlohmann::basic_json<std::map, std::vector, std::string, bool, int64_t, uint64_t, long double>;
 
-/** Receives the parser's events: writes what stands inside the outermost object's members as text. */
+/** Receives the parser's events and collects the members of the outermost object, nested content as JSON
+    text. A document would be built for content that nobody reads, and would not keep the digits of numbers.
+    */
 class MemberCollector {
   public:
     explicit MemberCollector(JsonMembers& result) : result_(result) {}
@@ -69,7 +71,7 @@ class MemberCollector {
         result_.members.push_back({std::move(key_), kind, {}});
         return result_.members.back();
     }
-    /** Prepares for one more value of nested content; false when nobody wants it. */
+    /** Prepares for one more value of nested content; false if the content is not inside a member. */
     bool Separate() {
         if (target_ == nullptr) {
             return false;
@@ -130,7 +132,7 @@ class MemberCollector {
 };
 
 bool Parse(std::string_view text, JsonMembers& result) {
-    // The parser takes a NUL for the end of the text.
+    // The parser stops at a NUL as if the text ended there.
     if (text.find('\0') != std::string_view::npos) {
         return false;
     }
@@ -156,7 +158,7 @@ JsonMembers ReadJsonMembers(std::string_view text) {
 }
 
 bool IsJson(std::string_view text) {
-    // The parser skips a byte order mark, which is no JSON inside of another text.
+    // The parser skips a byte order mark, which is not allowed inside other JSON.
     return text.find('\0') == std::string_view::npos && !text.starts_with("\xEF\xBB\xBF") &&
            Parser::accept(text.begin(), text.end());
 }

@@ -8,7 +8,7 @@
 
 namespace nbx {
 
-/** Kinds of JSON values, as far as they matter for reading a member. */
+/** Kinds of JSON values that readers of members distinguish. */
 enum class JsonKind { kNull, kBoolean, kNumber, kText, kNested };
 
 /** A member of an object: texts decoded, numbers with the digits of the source, the rest as JSON text. */
@@ -28,18 +28,19 @@ struct JsonMembers {
     const JsonMember* Find(std::string_view key) const noexcept;
 };
 
-/** Reads UTF-8 JSON text, however deep it is nested. Malformed text gives `is_valid` false and no members. */
+/** Reads UTF-8 JSON text of any depth, without recursion. Malformed text has `is_valid` false and no members.
+ */
 JsonMembers ReadJsonMembers(std::string_view text);
 
-/** Whether the text as a whole is JSON that may stand inside of other JSON. */
+/** Whether the whole text is one JSON value that can be inserted into other JSON. */
 bool IsJson(std::string_view text);
 
-/** Appends the UTF-8 text between double quotes, escaped as JSON asks for. */
+/** Appends the UTF-8 text between double quotes, escaped as JSON requires. */
 void AppendJsonString(std::string_view text, std::string& result);
 
-/** Appends the value as JSON (UTF-8): numbers and booleans as such, JSON values as they are, everything
-    else as text; NULL and a null pointer as null. What JSON has no number for (infinities and NaN) and a
-    JSON value that is malformed become text, so that the result is JSON whatever the value. */
+/** Appends the value as JSON (UTF-8): numbers, booleans and JSON values in their form, everything else
+    as text; NULL and a null pointer as null. Infinities, NaN and malformed JSON become text, so that the
+    result is always valid JSON. */
 void AppendValueJson(I_Value* value, std::string& result);
 
 /** Appends the elements as a JSON array. */

@@ -9,6 +9,8 @@
 namespace nbx {
 namespace {
 
+/** How a value is written. `kFloat` is a number unless it is infinite or NaN, `kJson` is JSON if it is valid.
+ */
 enum class JsonForm { kText, kNumber, kFloat, kJson, kArray, kReference };
 
 JsonForm FormOf(uint32_t type_code) noexcept {
@@ -40,6 +42,7 @@ JsonForm FormOf(uint32_t type_code) noexcept {
     }
 }
 
+/** Whether the value's text is JSON already and needs no quotes. */
 bool IsPlain(JsonForm form, I_Value& value, const std::string& text) {
     return form == JsonForm::kNumber || (form == JsonForm::kFloat && std::isfinite(value.get_Double())) ||
            (form == JsonForm::kJson && IsJson(text));
@@ -54,7 +57,7 @@ void AppendAsTextOrPlain(JsonForm form, I_Value& value, std::string& result) {
     }
 }
 
-/** Each column's name as JSON text with the colon after it. */
+/** Each column's name as JSON text with the colon after it: converted once, not for each row. */
 std::vector<std::string> ColumnKeys(const mrsql::I_DuckDBCursor& cursor) {
     std::vector<std::string> keys(cursor.get_ColumnCount());
     for (uint32_t i = 0; i < keys.size(); ++i) {
@@ -66,6 +69,7 @@ std::vector<std::string> ColumnKeys(const mrsql::I_DuckDBCursor& cursor) {
 
 }  // namespace
 
+// Only what JSON requires is escaped; everything else is valid UTF-8 and stays readable.
 void AppendJsonString(std::string_view text, std::string& result) {
     constexpr char kHexDigits[] = "0123456789abcdef";
     result += '"';
@@ -91,6 +95,8 @@ void AppendValueJson(I_Value* value, std::string& result) {
         return;
     }
     const JsonForm form = FormOf(value->get_TypeCode());
+    // A host may implement values itself, so a type code does not guarantee its interface. A value without it
+    // is written as text.
     if (form == JsonForm::kArray) {
         if (const auto* array = static_cast<const I_ArrayValue*>(value->QueryInterface(kArrayInterfaceId))) {
             AppendArrayJson(*array, result);
@@ -120,6 +126,8 @@ void AppendArrayJson(const I_ArrayValue& array, std::string& result) {
 
 namespace mrsql {
 
+// Cells are written one by one instead of building a document: a result may have millions of rows, and the
+// text is all that is kept of them.
 String CursorToJSON(smart_ptr<I_DuckDBCursor> cursor) {
     std::string text = "[";
     if (cursor) {

@@ -14,14 +14,15 @@ namespace fs = std::filesystem;
 
 constexpr std::u16string_view kInMemory = u":memory:";
 
+/** Rejects a path with the whole path as the first text, so that users recognise it. */
 [[noreturn]] void Refuse(const String& path, const char* reason) {
     throw xException(kLocationErrorCode, Utf16ToUtf8(path.get_View()).c_str(), reason);
 }
 
-/** Applies a ".." to an absolute path as the system does: up from where a link leads, not from where it
-   stands. Where the system goes nowhere from what is there (a file, a link to nothing) the ".." stays in the
-   path, so that the path does not name a file that the system would not find by it. After a missing name,
-   which may be about to be created, it removes that name. */
+/** Applies a ".." to an absolute path as the system does: from the folder that a link leads to, not from the
+    folder that contains the link. If the system cannot resolve it (after a file or a broken link) the ".."
+    stays in the path, so that the path never names a file that the system would not find by the given one.
+    After a missing name, which may be about to be created, it removes that name. */
 void GoUp(fs::path& path) {
     std::error_code error;
     const fs::file_type type =
@@ -37,8 +38,8 @@ void GoUp(fs::path& path) {
     }
 }
 
-/** The absolute path, or an empty one for a text that is no path. Does not resolve links, apart from those
-   that a ".." follows: the text stays recognisable. */
+/** The absolute path, or an empty one for a text that is not a path. Resolves only the links that a ".."
+    follows, so that users recognise their path in messages. */
 fs::path NormalPath(const String& text) {
     if (text.get_View().find(u'\0') != std::u16string_view::npos) {
         throw xException(kLocationErrorCode, "A path must not contain NUL characters");
@@ -46,6 +47,7 @@ fs::path NormalPath(const String& text) {
     if (text.isEmpty() || text.get_View() == kInMemory) {
         return {};
     }
+    // Conversion replaces lone surrogates, and a replaced character would name another file.
     const std::string bytes = Utf16ToUtf8(text.get_View());
     if (Utf8ToUtf16(bytes) != text.get_View()) {
         Refuse(text, "The path is not valid UTF-16");
@@ -88,7 +90,7 @@ fs::path LastComponent(const String& name) {
     return path.filename();
 }
 
-/** What a location's `QueryInterface` gives as its folder view; part of the location. */
+/** The folder view that a location's `QueryInterface` returns; a part of the location, whose path it uses. */
 class FolderView final : public I_Folder, noncopyable {
   public:
     explicit FolderView(const fs::path& path) noexcept : path_(path) {}
@@ -129,7 +131,7 @@ void FolderView::Create() {
     std::error_code error;
     fs::create_directories(path_, error);
     if (error) {
-        ThrowFileError(path_.native(), "make the folder", error.value());
+        ThrowFileError(path_.native(), "create the folder", error.value());
     }
 }
 
@@ -155,6 +157,7 @@ smart_ptr<I_Location> Location_imp::get_Parent() const {
     if (!path_.has_relative_path()) {
         return nullptr;
     }
+    // Removing a last ".." would go down again, not up.
     const bool goes_up = path_.filename() == "..";
     return CreateLocation(PathString(goes_up ? path_ / ".." : path_.parent_path()));
 }
@@ -177,7 +180,7 @@ smart_ptr<I_Location> CreateLocation(const String& path) {
 
 smart_ptr<I_Location> PrepareFolder(const smart_ptr<I_Location>& folder, const char* sub_path) {
     if (!folder || folder->QueryInterface(kFolderInterfaceId) == nullptr) {
-        throw xException(kLocationErrorCode, sub_path, "No folder to make a folder in");
+        throw xException(kLocationErrorCode, sub_path, "There is no parent folder");
     }
     const fs::path path = fs::path(Utf16ToUtf8(folder->get_PathText().get_View())) / sub_path;
     smart_ptr<I_Location> location = CreateLocation(PathString(path));

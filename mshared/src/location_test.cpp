@@ -84,7 +84,7 @@ TEST(Location, OffersNoOtherInterface) {
     EXPECT_EQ(location->QueryInterface(401), nullptr);
 }
 
-/** Works in a folder until it goes. */
+/** Changes the working folder for a scope. */
 class WorkingFolder {
   public:
     explicit WorkingFolder(const fs::path& folder) { fs::current_path(folder); }
@@ -120,7 +120,7 @@ TEST(Location, FollowsALinkBeforeItGoesUp) {
     }
     EXPECT_EQ(Narrow(folder.LocationOf("lnk/../../x")->get_PathText()), (far.parent_path() / "x").string());
     EXPECT_EQ(Narrow(folder.LocationOf("lnk/x")->get_PathText()), (folder.get_Path() / "lnk/x").string())
-        << "a link stays where nothing goes up";
+        << "a link is resolved only before a \"..\"";
 }
 
 TEST(Location, GoesUpOnlyFromWhatTheSystemGoesUpFrom) {

@@ -8,8 +8,8 @@
 namespace nbx {
 namespace {
 
-/** The number in another type: the nearest one that the type has, fractions cut off, 0 for NaN in an
-    integer. Never undefined, whatever the number. */
+/** The number in another type: the nearest one that the type has, fractions cut off, 0 for NaN in an integer.
+    A plain cast of a number out of range would be undefined. */
 template <class To, class From>
 To ConvertNumber(From number) noexcept {
     if constexpr (std::is_same_v<To, From>) {
@@ -19,7 +19,8 @@ To ConvertNumber(From number) noexcept {
     } else if constexpr (std::is_same_v<From, bool> || std::is_floating_point_v<To>) {
         return static_cast<To>(number);
     } else if constexpr (std::is_floating_point_v<From>) {
-        // The largest integer may be rounded up on its way to the float type, so it is not within range.
+        // The largest integer may be rounded up when it becomes a float, so the float that equals the limit
+        // is out of range already.
         if (number >= static_cast<From>(std::numeric_limits<To>::max())) {
             return std::numeric_limits<To>::max();
         }
@@ -38,7 +39,8 @@ To ConvertNumber(From number) noexcept {
     }
 }
 
-/** Booleans and numbers, in a `T`. */
+/** Booleans and numbers. Several type codes share a `T`: Long and Medium are both `int32_t`, for example. A
+    row set holds millions of these, so the object has nothing but its number besides the base. */
 template <class T>
 class NumberValue final : public ValueCore<NumberValue<T>> {
   public:
@@ -52,6 +54,7 @@ class NumberValue final : public ValueCore<NumberValue<T>> {
     uint64_t get_ULLong() const override { return ConvertNumber<uint64_t>(content_); }
     double get_Double() const override { return ConvertNumber<double>(content_); }
     String get_Text() const override {
+        // The content of a null value is zero, but its text is empty.
         if (this->get_IsNull()) {
             return {};
         }
@@ -100,6 +103,7 @@ class NumberValue final : public ValueCore<NumberValue<T>> {
 static_assert(sizeof(NumberValue<bool>) <= 24 && sizeof(NumberValue<double>) <= 24,
               "row sets hold millions of these");
 
+/** A number whose type code is known at compile time; the arguments are those of the public factories. */
 template <class T, ValueType kType>
 I_Value* MakeNumber(bool nullable, const void* content, const void* /*extra*/) {
     return new NumberValue<T>(static_cast<uint32_t>(kType), nullable, ContentOf<T>(content));

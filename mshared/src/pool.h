@@ -18,8 +18,8 @@
 #define NBX_POOL_IS_OFF 0
 #endif
 
-/** The part of the pool that each thread has to itself, inline for the classes of this library. Everything
-    else about the pool is in pool_slabs.h.
+/** The part of the pool that each thread has to itself, inline for the classes of this library. The
+    memory that all threads share is behind the functions at the end.
 
     Why a pool: a row set is millions of objects of few sizes. A value that is released at once costs a few
     instructions here and no lock, and released row sets leave nothing behind in between other allocations. */
@@ -81,19 +81,19 @@ struct ObjectList {
 };
 
 /** Released objects of one slab, in a list that ends with `last`, so that it joins its slab's list in one
-   step. The first object is there from the start. */
+    step. The first object is there from the start. */
 struct Run {
     ObjectList objects;
     FreeObject* last = nullptr;
 };
 
 /** A thread's free objects of one size. Objects are released in runs of one slab, since they were made so:
-    a run goes back in one step, without a look at its objects. And a thread holds free objects of two slabs
-    at most, so that idle threads do not keep the memory of a large row set. */
+    a run is returned in one step, without touching its objects. A thread holds free objects of at most two
+    slabs, so that idle threads do not keep the memory of a large row set. */
 struct Cache {
     /** Serves the allocations. */
     ObjectList ready;
-    /** Takes what is released from another slab than that of `ready`. */
+    /** Receives what is released from another slab than that of `ready`. */
     Run returned;
 };
 
@@ -102,7 +102,7 @@ extern constinit thread_local Cache gThreadCaches[kClassCount] __attribute__((tl
 
 /** Refills the thread's cache and returns one object. Throws `std::bad_alloc`. */
 void* AllocateSlowly(std::size_t size_class);
-/** Takes an object back whose slab is none of the cache's two. */
+/** Frees an object whose slab is neither of the cache's two. */
 void FreeSlowly(std::size_t size_class, FreeObject* object) noexcept;
 /** Sets this thread's caches up ahead of their first use. */
 void PrepareThread() noexcept;
@@ -137,8 +137,8 @@ inline void Free(void* memory, std::size_t size) noexcept {
 /** Free objects of one slab, 1 to a slab's worth of them, and at most one when `only_one` is set. Throws
     `std::bad_alloc`. */
 ObjectList TakeObjects(std::size_t size_class, bool only_one);
-/** Takes the objects of some runs back. Slabs and regions without objects in use go back to
-    the system, apart from a few. */
+/** Returns the objects of some runs to their slabs. Slabs and regions without objects in use are unmapped,
+    apart from a few. */
 void ReturnObjects(std::span<const Run> runs) noexcept;
 /** Bytes that are mapped now, in use or not. */
 std::size_t GetMappedBytes() noexcept;

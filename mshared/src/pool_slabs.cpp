@@ -37,22 +37,22 @@ constexpr uint32_t kTouchedAtOnce = 128;
     spare. */
 constexpr std::size_t kSmallPagesUpTo = kRegionSize;
 
-/** A free region goes back whole, which is cheap, when this many slabs are free elsewhere: a workload that
-    goes up and down by a few slabs does not pay for new pages each time. */
+/** A free region is unmapped as a whole, which is cheap, if this many slabs are free elsewhere: a workload
+    that grows and shrinks by a few slabs does not pay for new pages each time. */
 constexpr uint32_t kMinFreeSlabs = 32;
-/** Single slabs go back only when this many are free, since that splits a huge page. Row sets that are
-    released in order empty whole regions before. */
+/** Single slabs are unmapped only if this many are free, since that splits a huge page. Row sets that are
+    released in order empty whole regions before that. */
 constexpr uint32_t kMaxFreeSlabs = 192;
 
-/** What is known about a region. It stands in the region's first slab, behind the slab's own head, so that
-    this slab stays while any of the others does. */
+/** The description of a region. It is in the region's first slab, behind the slab's own head, so the first
+    slab stays mapped as long as any other does. */
 struct Region {
     /** Neighbours in the list of regions with free slabs. */
     Region* previous;
     Region* next;
-    /** Slabs that nobody uses, one bit each. */
+    /** Slabs that are not in use, one bit each. */
     uint64_t free;
-    /** Slabs that have not gone back to the system. */
+    /** Slabs that have not been unmapped. */
     uint64_t mapped;
 };
 
@@ -88,7 +88,7 @@ char* MapAnywhere(std::size_t size) {
     return static_cast<char*>(memory);
 }
 
-/** Memory aligned to its size, a power of two: maps twice as much and gives back what lies around it. */
+/** Memory aligned to its size, a power of two: maps twice as much and unmaps what surrounds it. */
 char* MapAligned(std::size_t size) {
     char* const memory = MapAnywhere(2 * size);
     const std::size_t excess = reinterpret_cast<std::uintptr_t>(memory) % size;
@@ -171,9 +171,9 @@ bool SharedMemory::Unmap(char* memory, std::size_t size) noexcept {
     return true;
 }
 
-/** Gives back a region whose slabs are all free. Where single slabs have gone before, something else may be
-    in their places. What the system refuses to take stays mapped: whole regions are used again, single
-    slabs are lost. */
+/** Unmaps a region whose slabs are all free. If single slabs were unmapped before, other memory may be in
+    their places. What the system refuses to unmap stays mapped: whole regions are used again, single slabs
+    are lost. */
 void SharedMemory::UnmapRegion(Region& region) noexcept {
     char* const memory = BaseOf(region);
     const uint64_t mapped = region.mapped;

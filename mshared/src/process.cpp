@@ -20,18 +20,20 @@
 namespace nbx {
 namespace {
 
-// Needs no constructor and no destructor at run time, so it serves before and after everything else.
+// Needs no constructor or destructor at run time, so static objects of any module can lock it.
 constinit Mutex gEngineMutex;
 
-/** Immortal: at the end of the process the module that made the extension may be gone already. */
+/** Never destroyed: at the end of the process the module that created the extension may be unloaded already,
+    so releasing the extension then could call code that no longer exists. */
 struct Registry {
     Mutex mutex;
     smart_ptr<mrsql::I_DuckDBExtension> extension NBX_GUARDED_BY(mutex);
 };
 
+// Relaxed accesses suffice: the flag is a setting and guards no other data.
 std::atomic<bool> gIsLocalCancellationAllowed{true};
 
-/** Colons are left out, so that the name serves on every file system. */
+/** The time in UTC as a folder name. It has no colons, because some file systems do not allow them. */
 std::string TimeName() {
     const std::time_t now = std::time(nullptr);
     std::tm parts{};
@@ -41,6 +43,7 @@ std::string TimeName() {
     return std::string(text, length);
 }
 
+/** The default of `gCreateBackupLocation`. */
 smart_ptr<I_Location> CreateTimedFolder(const smart_ptr<I_Location>& folder) {
     if (!folder) {
         throw xException(kLocationErrorCode, "No folder for the backup");
@@ -50,12 +53,13 @@ smart_ptr<I_Location> CreateTimedFolder(const smart_ptr<I_Location>& folder) {
         const std::string unique = attempt == 1 ? name : name + "-" + std::to_string(attempt);
         smart_ptr<I_Location> location = folder->MakeChild(String(unique.c_str()));
         const std::string path = Utf16ToUtf8(location->get_PathText().get_View());
-        // The making itself tells whether the name is taken, so that two backups never share a folder.
+        // The call that creates the folder also decides whether the name is free, so that two backups that
+        // start in the same second never share a folder.
         if (::mkdir(path.c_str(), 0777) == 0) {
             return location;
         }
         if (errno != EEXIST) {
-            ThrowFileError(path, "make the folder", errno);
+            ThrowFileError(path, "create the folder", errno);
         }
     }
 }
@@ -78,6 +82,7 @@ const char* get_LibraryVersion() noexcept {
 
 const char* gmDuckDB_backup_sfx = "duckdb_backup";
 
+// Called before SQL runs, so that a thread's first value needs no set-up.
 void MironaInit3() {
     pool::PrepareThread();
 }
@@ -90,7 +95,8 @@ void SetDuckDBExtension(smart_ptr<I_DuckDBExtension> extension) {
         const MutexLock lock(registry.mutex);
         registry.extension.swap(extension);
     }
-    // The former extension goes here, outside of the lock, since its destructor is the module's code.
+    // The former extension is released here, outside the lock: its destructor is the module's code and may
+    // call this library.
 }
 
 smart_ptr<I_DuckDBExtension> GetDuckDBExtension() {

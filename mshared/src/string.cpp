@@ -11,6 +11,7 @@
 namespace nbx {
 namespace {
 
+/** The text that a pointer and a length describe, by the rules of `String`'s constructor. */
 std::string_view NarrowView(const char* text, std::ptrdiff_t length) noexcept {
     if (text == nullptr) {
         return {};
@@ -40,7 +41,7 @@ String::String(const char16_t* text, std::size_t length) {
 }
 
 String& String::operator=(const char* text) {
-    // A new text first: `text` may be what somebody made of this string.
+    // Converted before the old text is released: `text` may be a part of it.
     text_ = Utf8ToUtf16(NarrowView(text, -1));
     return *this;
 }
@@ -65,16 +66,19 @@ String& String::operator<<(const String& text) {
 }
 
 String& String::operator<<(uint32_t number) {
+    // Enough for every number of 32 bits.
     char digits[10];
     const char* const end = std::to_chars(digits, digits + sizeof digits, number).ptr;
     text_.append(static_cast<const char*>(digits), end);
     return *this;
 }
 
+// The same rules as for reading a text value as a number.
 int64_t String::parseLLong() const noexcept {
     return ParseLLong(text_);
 }
 
+// Both live forever: objects that are destroyed at the end of the process may still refer to them.
 const String& String::sEmpty() noexcept {
     return GetImmortal<String>();
 }
@@ -90,6 +94,7 @@ StFromUTF16::StFromUTF16(const String& text, const Converter* converter)
     : text_(converter == nullptr ? Utf16ToUtf8(text.get_View()) : converter->FromUTF16(text.get_View())) {}
 
 String EscapeStringU(const char16_t* text, std::size_t length) {
+    // Room for the text itself: most texts have no quotes, and others grow once.
     std::u16string escaped;
     escaped.reserve(length);
     for (std::size_t i = 0; i < length; ++i) {

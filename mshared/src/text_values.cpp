@@ -16,9 +16,9 @@
 namespace nbx {
 namespace {
 
-/** String values, and values of the host's types that travel as text. The text that a value is made with
-    stands behind the object in the same piece of memory: a row set is made of these, and most live for one
-    read. */
+/** String values, and values of host types whose values are texts. The initial text is behind the object in
+    the same piece of memory: row sets consist of these, most live for one read, and a separate text would
+    double the allocations. */
 class TextValue final : public TextLikeValue<TextValue> {
   public:
     /** A value with a copy of the text. */
@@ -50,7 +50,8 @@ class TextValue final : public TextLikeValue<TextValue> {
     const uint32_t capacity_;
 };
 
-/** JSON text. It is taken apart at the first question about its members. */
+/** JSON text. It is parsed at the first question about its members, since most values are only read as text.
+ */
 class JSONValue final : public TextLikeValue<JSONValue>, public I_JSONValue {
   public:
     JSONValue(bool is_nullable, std::u16string content) noexcept
@@ -69,6 +70,7 @@ class JSONValue final : public TextLikeValue<JSONValue>, public I_JSONValue {
 
   private:
     const JsonMembers& get_Members() const;
+    /** Only a thread that changes or destroys the value calls this, so no reader uses the members. */
     void Forget() noexcept { delete members_.exchange(nullptr, std::memory_order_acq_rel); }
 
     String content_;
@@ -76,7 +78,7 @@ class JSONValue final : public TextLikeValue<JSONValue>, public I_JSONValue {
     mutable std::atomic<const JsonMembers*> members_{nullptr};
 };
 
-/** Bytes. */
+/** Bytes; all binary types share the class. The text is hexadecimal in both directions. */
 class BytesValue final : public TextLikeValue<BytesValue>, public I_RawBytes {
   public:
     BytesValue(uint32_t type_code, bool is_nullable, std::string_view content, uint64_t declared_size)
@@ -99,6 +101,8 @@ class BytesValue final : public TextLikeValue<BytesValue>, public I_RawBytes {
     uint64_t declared_size_;
 };
 
+/** A member as a value. A number becomes a text, since no number type of the host holds all JSON numbers
+    exactly. */
 I_Value* MakeMember(const JsonMember& member) {
     const std::string_view text = member.text;
     switch (member.kind) {
@@ -120,6 +124,7 @@ I_Value* MakeMember(const JsonMember& member) {
 }
 
 TextValue* TextValue::Make(uint32_t type_code, bool is_nullable, std::u16string_view content) {
+    // The lengths are 32 bits wide, to keep the object small. A longer text is stored separately.
     const bool is_countable = content.size() <= std::numeric_limits<uint32_t>::max();
     const std::u16string_view own = is_countable ? content : std::u16string_view();
     void* const memory = pool::Allocate(SizeFor(own.size()));
@@ -149,12 +154,14 @@ void TextValue::put_Text(String content) {
 }
 
 void TextValue::Destroy() noexcept {
+    // Computed before the destructor runs, which ends the life of the capacity.
     const std::size_t size = SizeFor(capacity_);
     this->~TextValue();
     pool::Free(this, size);
 }
 
 char16_t* TextValue::get_Characters() const noexcept {
+    // Behind the object, whose size is a multiple of the characters' alignment.
     return reinterpret_cast<char16_t*>(const_cast<TextValue*>(this + 1));
 }
 
@@ -181,6 +188,7 @@ smart_ptr<I_Value> JSONValue::get_Member(const char* key) const {
 const JsonMembers& JSONValue::get_Members() const {
     const JsonMembers* members = members_.load(std::memory_order_acquire);
     if (members == nullptr) {
+        // Readers that parse at the same time keep the members of the first; the others discard theirs.
         auto made = std::make_unique<const JsonMembers>(ReadJsonMembers(Utf16ToUtf8(content_.get_View())));
         if (members_.compare_exchange_strong(members, made.get(), std::memory_order_acq_rel)) {
             members = made.release();
@@ -195,6 +203,7 @@ void* BytesValue::QueryInterface(uint32_t interface_id) {
 
 void BytesValue::put_Text(String content) {
     std::optional<std::string> bytes = ParseBytes(content);
+    // Checked before anything changes: a rejected text leaves the value as it was.
     if (!bytes) {
         ThrowBadContent(get_TypeCode(), content);
     }
@@ -204,6 +213,7 @@ void BytesValue::put_Text(String content) {
 
 void BytesValue::CopyTo(void* buffer, uint64_t count) const {
     const uint64_t length = std::min<uint64_t>(count, content_.size());
+    // With a length of 0 the caller's buffer may be null, which memcpy does not allow.
     if (length != 0) {
         std::memcpy(buffer, content_.data(), length);
     }

@@ -5,7 +5,8 @@
 namespace nbx {
 namespace {
 
-/** Dates. Content is kept as it is given, without a look at the calendar. */
+/** Dates. The content is not checked against the calendar: DuckDB and the host have checked theirs, and a
+    value must return what it was given. A null value reads as the empty text, not as a date of zeros. */
 class DateValue final : public TextLikeValue<DateValue>, public I_DateValue {
   public:
     DateValue(bool is_nullable, const DateContent& content) noexcept
@@ -29,7 +30,7 @@ class DateValue final : public TextLikeValue<DateValue>, public I_DateValue {
     DateContent content_;
 };
 
-/** Times of day. */
+/** Times of day, in milliseconds: the host's type has no finer parts. */
 class TimeValue final : public TextLikeValue<TimeValue>, public I_TimeValue {
   public:
     TimeValue(bool is_nullable, const TimeContent& content) noexcept
@@ -54,7 +55,7 @@ class TimeValue final : public TextLikeValue<TimeValue>, public I_TimeValue {
     TimeContent content_;
 };
 
-/** Dates with a time of day. */
+/** Dates with a time of day, without a time zone. A text may have only the date, which means midnight. */
 class DateTimeValue final : public TextLikeValue<DateTimeValue>, public I_DateTimeValue {
   public:
     DateTimeValue(bool is_nullable, const DateTimeContent& content) noexcept

@@ -31,7 +31,7 @@ constexpr std::ptrdiff_t kHalfBlock = 8;
 #if defined(__SSE2__)
 constexpr std::ptrdiff_t kBlock = 16;
 
-/** Widens 16 bytes; gives how many of them, from the first on, are ASCII. All 16 units are written. */
+/** Widens 16 bytes; returns how many of them, from the first on, are ASCII. Writes all 16 units. */
 std::ptrdiff_t WidenAsciiBlock(const char* in, char16_t* out) noexcept {
     const __m128i bytes = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in));
     const __m128i zero = _mm_setzero_si128();
@@ -49,7 +49,7 @@ std::ptrdiff_t WidenAsciiHalfBlock(const char* in, char16_t* out) noexcept {
     return std::countr_zero(high_bits);
 }
 
-/** Narrows 16 units; gives how many of them, from the first on, are ASCII. All 16 bytes are written. */
+/** Narrows 16 units; returns how many of them, from the first on, are ASCII. Writes all 16 bytes. */
 std::ptrdiff_t NarrowAsciiBlock(const char16_t* in, char* out) noexcept {
     const __m128i low = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in));
     const __m128i high = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in + 8));
@@ -62,8 +62,8 @@ std::ptrdiff_t NarrowAsciiBlock(const char16_t* in, char* out) noexcept {
     return std::countr_zero(others);
 }
 
-/** Decodes the characters of two bytes that the 16 bytes begin with; gives their number. All 8 units are
-    written. Whatever script has an alphabet comes in runs of these. */
+/** Decodes the characters of two bytes that the 16 bytes begin with; returns their number. Writes all 8
+    units. Texts in Greek, Cyrillic, Hebrew and Arabic consist of runs of these. */
 std::ptrdiff_t DecodePairs(const char* in, char16_t* out) noexcept {
     const __m128i pairs = _mm_loadu_si128(reinterpret_cast<const __m128i*>(in));
     // In each lane the lead byte is below: 110xxxxx, and not 1100000x, which would be an ASCII character in
@@ -213,7 +213,7 @@ void DecodeOthers(const char*& in, const char* end, char16_t*& out, const char16
 }
 
 /** Converts from `in` on until the text ends or `kChunk` units are written; `out` has room for `kChunk`
-    + `kSlack` of them. Gives the end of what was written. */
+    + `kSlack` of them. Returns the end of what was written. */
 char16_t* DecodeChunk(const char*& in, const char* end, char16_t* out) noexcept {
     const char16_t* const full = out + kChunk;
     while (out < full && end - in >= kBlock) {

@@ -12,14 +12,15 @@ std::u16string Utf8ToUtf16(std::string_view text);
 /** Each surrogate without its partner becomes one U+FFFD. */
 std::string Utf16ToUtf8(std::u16string_view text);
 
-/** What `Utf8ToUtf16` gives, for a reader who copies it at once: a short text is made without allocating. */
+/** The result of `Utf8ToUtf16` for callers that copy it at once: a short text is converted without
+    allocating. */
 class Utf16Text {
   public:
     explicit Utf16Text(std::string_view utf8);
     Utf16Text(const Utf16Text&) = delete;
     Utf16Text& operator=(const Utf16Text&) = delete;
 
-    /** Good as long as this object. */
+    /** Valid as long as this object. */
     std::u16string_view get() const noexcept { return view_; }
 
   private:

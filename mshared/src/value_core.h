@@ -10,8 +10,8 @@
 
 namespace nbx {
 
-/** What all values have, whatever they hold: count, type, null flag; 16 bytes with the vtable. The calls of
-    every read are the same functions for all of them, so that the processor foresees where they lead. */
+/** What all values have, whatever they hold: count, type, null flag; 16 bytes with the vtable. The functions
+    that every read calls are the same for all classes, so that the processor predicts the calls. */
 class ValueBase : public Counted<I_Value> {
   public:
     ValueBase(uint32_t type_code, bool is_nullable) noexcept
@@ -26,7 +26,7 @@ class ValueBase : public Counted<I_Value> {
     bool get_IsNull() const override { return is_null_; }
 
   protected:
-    /** Ends the object and gives its memory back. */
+    /** Destroys the object and frees its memory, at the size with which it was allocated. */
     virtual void Destroy() noexcept = 0;
     void MarkNull(bool is_null) noexcept { is_null_ = is_null; }
 
@@ -36,8 +36,8 @@ class ValueBase : public Counted<I_Value> {
     bool is_null_ = false;
 };
 
-/** A value's memory, from the pool, and its way to null. `Derived` is the final class; its `Clear` makes the
-    content zero or empty, as it is while the value is null, so that reading needs no look at the flag. */
+/** Allocates values from the pool and sets them to null. `Derived` is the final class. Its `Clear` makes the
+    content zero or empty, which it stays while the value is null, so that reading need not check the flag. */
 template <class Derived>
 class ValueCore : public ValueBase {
   public:
@@ -61,8 +61,8 @@ class ValueCore : public ValueBase {
     void MarkNotNull() noexcept { MarkNull(false); }
 };
 
-/** A value whose content is not a number by nature: it is read and stored as text, and numbers go through
-    that text. `Derived` gives `get_Text` and `put_Text`. */
+/** A value whose content is not a number by nature: it is read and stored as text, and numbers are converted
+    from and to that text. `Derived` implements `get_Text` and `put_Text`. */
 template <class Derived>
 class TextLikeValue : public ValueCore<Derived> {
   public:
@@ -87,8 +87,8 @@ T ContentOf(const void* content) noexcept {
     return content == nullptr ? T{} : *static_cast<const T*>(content);
 }
 
-/** Values for `CreateValueOfType`, whose kind several type codes share: a number with the code, or null when
-    the code is not that of a number, binary data and text. Each has one reference for the caller. */
+/** Values for `CreateValueOfType` of the kinds that several type codes share, zero or empty, with one
+    reference for the caller. `CreateNumberOfType` returns null if the code does not belong to a number. */
 I_Value* CreateNumberOfType(ValueType type, bool nullable);
 I_Value* CreateBytesOfType(uint32_t type_code, bool nullable);
 I_Value* CreateTextOfType(uint32_t type_code, bool nullable);

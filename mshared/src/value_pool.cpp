@@ -12,8 +12,8 @@ constinit thread_local Cache gThreadCaches[kClassCount];
 
 namespace {
 
-/** Runs that wait for the lock together. Objects that are released in random order are runs of one, and a
-   lock for each would make the processor wait for the memory of each. */
+/** Runs that are returned together under one lock. Objects that are released in random order are runs of one
+    object; a lock for each of them would make the processor wait for the memory of each. */
 struct WaitingRuns {
     void Add(const Run& run) noexcept {
         runs_[count_] = run;
@@ -32,9 +32,13 @@ struct WaitingRuns {
 };
 constinit thread_local WaitingRuns gWaiting;
 
+/** Whether the thread's caches are set up, and whether they are given up again. A plain variable, so that
+    it can be read after the thread's other objects are destroyed. */
 enum class ThreadState { kFresh, kRunning, kEnded };
 constinit thread_local ThreadState gThreadState = ThreadState::kFresh;
 
+/** Objects that were never used as a run have no known last one, so it is searched, when a
+    thread ends. */
 Run MakeRun(const ObjectList& objects) noexcept {
     FreeObject* last = objects.head;
     while (last->next != nullptr) {
@@ -44,7 +48,8 @@ Run MakeRun(const ObjectList& objects) noexcept {
 }
 
 /** Returns all of a thread's free objects when the thread ends. Objects that are released later still, by
-    other thread-local or static objects, go straight to their slabs. */
+    other thread-local or static objects, go straight to their slabs. The thread registers the destructor at
+    the first use of the object, which is `Register`. */
 struct ThreadEnd {
     ~ThreadEnd() {
         gThreadState = ThreadState::kEnded;
@@ -80,6 +85,7 @@ void* AllocateSlowly(std::size_t size_class) {
     if (gThreadState == ThreadState::kEnded) {
         return TakeObjects(size_class, true).head;
     }
+    // This thread's own objects come before the shared ones: their memory is likely in the processor's cache.
     Cache& cache = gThreadCaches[size_class];
     if (cache.returned.last != nullptr) {
         cache.ready = std::exchange(cache.returned, {}).objects;
@@ -99,6 +105,7 @@ void FreeSlowly(std::size_t size_class, FreeObject* object) noexcept {
         ReturnObjects({&run, 1});
         return;
     }
+    // The slab is written when the run is returned, which is soon; its memory arrives meanwhile.
     __builtin_prefetch(run.objects.slab, 1);
     std::swap(run, gThreadCaches[size_class].returned);
     if (run.last != nullptr) {

@@ -32,7 +32,7 @@ Block MakeBlock(std::size_t size, unsigned char fill) {
     return {memory, size, fill};
 }
 
-/** Tells whether somebody else wrote into the block, and releases it. */
+/** Returns whether something else wrote into the block, and frees it. */
 bool CheckAndFree(const Block& block) {
     bool is_intact = true;
     for (std::size_t i = 0; i < block.size; ++i) {
@@ -213,7 +213,7 @@ bool EndsWell(pid_t child) {
     return false;
 }
 
-TEST(ValuePool, ServesTheChildOfAForkWhileOtherThreadsMakeValues) {
+TEST(ValuePool, ServesTheChildOfAForkWhileOtherThreadsCreateValues) {
     std::atomic<bool> is_done{false};
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t) {
@@ -251,7 +251,7 @@ struct LateRelease {
     }
 };
 
-TEST(ValuePool, ServesThreadLocalObjectsThatGoLast) {
+TEST(ValuePool, ServesThreadLocalObjectsThatAreDestroyedLast) {
     std::thread([] {
         // Made before the thread's first value, and so destroyed after what belongs to the values.
         static thread_local LateRelease late;

@@ -22,7 +22,8 @@ String NumberText(T number) {
     return String(std::u16string(start, end));
 }
 
-/** Reads fields of digits from a text, one after the other. */
+/** Reads the fields of dates and times from a text, one after the other. Only ASCII digits count, so the text
+    is converted to UTF-8 first: `std::from_chars` reads narrow text only and ignores the locale. */
 class FieldReader {
   public:
     explicit FieldReader(const String& text) : text_(Utf16ToUtf8(text.get_View())) {}
@@ -33,11 +34,12 @@ class FieldReader {
         position_ += static_cast<std::size_t>(is_there);
         return is_there;
     }
-    /** A number from 0 to `max`; nothing when there is none. */
+    /** A number from 0 to `max`; nothing if there is none. */
     std::optional<int32_t> Number(int32_t max) noexcept {
         int32_t number = 0;
         const char* const start = text_.data() + position_;
         const auto read = std::from_chars(start, text_.data() + text_.size(), number);
+        // from_chars accepts a minus sign, which no field may have; a date's is read before its year.
         if (read.ec != std::errc() || *start == '-' || number > max) {
             return std::nullopt;
         }
@@ -67,6 +69,7 @@ class FieldReader {
                            static_cast<uint8_t>(*day)};
     }
     std::optional<TimeContent> Time() noexcept {
+        // DuckDB has the time 24:00:00, and clocks have leap seconds.
         const auto hours = Number(24);
         const auto minutes = hours && Skip(':') ? Number(59) : std::nullopt;
         if (!minutes) {
@@ -126,9 +129,11 @@ std::u16string_view SkipBlanks(std::u16string_view text) noexcept {
     return start == std::u16string_view::npos ? std::u16string_view() : text.substr(start);
 }
 
+/** What `ReadDigits` found. It reads digits by hand: the C library's conversions depend on the locale and do
+    not read UTF-16. */
 struct SignedDigits {
     bool is_negative = false;
-    /** The digits' value, or the largest number when it is larger. */
+    /** The value of the digits, or the largest number if they exceed it. */
     uint64_t magnitude = 0;
 };
 
@@ -154,8 +159,9 @@ SignedDigits ReadDigits(std::u16string_view text) noexcept {
     return result;
 }
 
-/** The part of the text that may belong to a decimal number, or the whole text when it starts with a
-    letter, since "inf" and "nan" are numbers but "information" starts with none. */
+/** The part of the text that may belong to a decimal number, or the whole text if it is a word for a number:
+    "inf" is a number, but "information" does not start with one. Cut off before `strtod`, which would read
+    hexadecimal numbers too. */
 std::string NumberPrefix(std::u16string_view text) {
     const std::size_t first = text.find_first_not_of(u"+-");
     if (first != std::u16string_view::npos && first < 2 && (text[first] == u'i' || text[first] == u'n')) {
@@ -165,6 +171,7 @@ std::string NumberPrefix(std::u16string_view text) {
     return Utf16ToUtf8(text.substr(0, text.find_first_not_of(u"+-.0123456789eE")));
 }
 
+/** The C locale, whose decimal point is a point whatever the process has set. Never freed. */
 locale_t PlainLocale() noexcept {
     static const locale_t locale = newlocale(LC_ALL_MASK, "C", static_cast<locale_t>(nullptr));
     return locale;
@@ -257,6 +264,7 @@ std::optional<std::string> ParseBytes(const String& text) {
     if (digits.size() % 2 != 0) {
         return std::nullopt;
     }
+    // The place of a digit modulo 16 is its value, in either case.
     constexpr std::u16string_view kDigits = u"0123456789abcdef0123456789ABCDEF";
     std::string bytes;
     bytes.reserve(digits.size() / 2);
@@ -294,6 +302,7 @@ double ParseDouble(std::u16string_view text) {
 bool ParseBoolean(std::u16string_view text) {
     constexpr std::u16string_view kTrue = u"true";
     text = SkipBlanks(text);
+    // Setting bit 5 makes an ASCII letter lower-case.
     const bool is_true =
         text.size() == kTrue.size() && std::equal(kTrue.begin(), kTrue.end(), text.begin(),
                                                   [](char16_t a, char16_t b) { return a == (b | 0x20); });

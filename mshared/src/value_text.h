@@ -10,7 +10,8 @@
 
 namespace nbx {
 
-/** The fewest digits that give the same number back; "inf" and "nan". */
+/** The texts of values, as `I_Value::get_Text` returns them. Floats have the fewest digits that restore the
+    number, or are "inf", "-inf", "nan". */
 String FloatText(float number);
 String DoubleText(double number);
 String LLongText(int64_t number);
@@ -23,19 +24,20 @@ String DateTimeText(const DateTimeContent& date_time);
 /** Two hexadecimal digits for each byte. */
 String BytesText(std::string_view bytes);
 
-/** The opposite direction; nothing when the text is not one of that sort. A time may stop after the
-    minutes or seconds, a date-time after the date. */
+/** The opposite direction; nothing if the whole text does not have that form. A time may end after the
+    minutes or seconds, a date-time after the date. Ranges are those of the fields: February 31 is accepted.
+    */
 std::optional<DateContent> ParseDate(const String& text);
 std::optional<TimeContent> ParseTime(const String& text);
 std::optional<DateTimeContent> ParseDateTime(const String& text);
 std::optional<std::string> ParseBytes(const String& text);
 
-/** The number that a text starts with, blanks and a sign allowed before it; clamped to the type's range,
-    0 when there is none. Independent of the process's locale. */
+/** The number that a text starts with, after blanks and a sign, clamped to the range of the type; 0 if there
+    is none. Independent of the process's locale. */
 int64_t ParseLLong(std::u16string_view text) noexcept;
-/** Negative numbers give 0. */
+/** The same; negative numbers become 0. */
 uint64_t ParseULLong(std::u16string_view text) noexcept;
-/** Numbers too large give an infinity; "inf" and "nan" are numbers too. */
+/** The same; numbers that are too large become infinite, and "inf" and "nan" are numbers too. */
 double ParseDouble(std::u16string_view text);
 /** Whether the text is "true" in any case, or starts with a number other than 0. */
 bool ParseBoolean(std::u16string_view text);

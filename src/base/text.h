@@ -7,15 +7,8 @@
 
 namespace mduckdb {
 
-/** Host text as UTF-8. */
-inline std::string ToUtf8(const nbx::String& text) {
-    return nbx::StFromUTF16(text, nbx::GetConverter_UTF8()).Take();
-}
-
-/** UTF-8 as host text. */
-inline nbx::String FromUtf8(std::string_view text) {
-    return nbx::String(nbx::GetConverter_UTF8()->ToUTF16(text));
-}
+using nbx::FromUtf8;
+using nbx::ToUtf8;
 
 /* UTF-8 text on its way into SQL. */
 

@@ -129,8 +129,9 @@ TEST_F(BackupFailure, IntoAFolderThatCannotBeWrittenToExportsNothing) {
     }
     disk.MakeReadOnly();
     duckdb_faults::ClearLog();
-    EXPECT_THAT(BackUp(disk.get_Path()), AllOf(StartsWith("xException 66001 ["),
-                                               HasSubstr("[Cannot make the folder: Read-only file system]")));
+    EXPECT_THAT(BackUp(disk.get_Path()),
+                AllOf(StartsWith("xException 66001 ["),
+                      HasSubstr("[Cannot create the folder: Read-only file system]")));
     EXPECT_TRUE(duckdb_faults::get_Log("duckdb_prepare EXPORT").empty());
     EXPECT_TRUE(fs::is_empty(disk.get_Path()));
     ExpectUnharmed();
@@ -143,7 +144,7 @@ TEST_F(BackupFailure, WithAFileInPlaceOfItsFolderLeavesTheFile) {
         return location;
     };
     EXPECT_THAT(BackUp(Path("backups")),
-                AllOf(StartsWith("xException 66001 ["), HasSubstr("[Cannot make: Not a directory]")));
+                AllOf(StartsWith("xException 66001 ["), HasSubstr("[Cannot create: Not a directory]")));
     std::string content;
     std::ifstream(Path("backups/backup")) >> content;
     EXPECT_EQ(content, "mine");
@@ -159,7 +160,7 @@ TEST_F(BackupFailure, WhoseFolderVanishesBeforeTheMarkerExportsNothing) {
     };
     duckdb_faults::ClearLog();
     EXPECT_THAT(BackUp(Path("backups")), AllOf(StartsWith("xException 66001 ["),
-                                               HasSubstr("[Cannot make: No such file or directory]")));
+                                               HasSubstr("[Cannot create: No such file or directory]")));
     EXPECT_TRUE(duckdb_faults::get_Log("duckdb_prepare EXPORT").empty());
     EXPECT_FALSE(fs::exists(Path("backups")));
     nbx::mrsql::gCreateBackupLocation = make_backup_location;

@@ -28,14 +28,6 @@ std::string Code(const std::string& text) {
     return text.empty() ? "(empty)" : is_shown ? "`" + code + "`" : "(bytes " + bytes + ")";
 }
 
-nbx::String FromUtf8(std::string_view text) {
-    return nbx::String(text.data(), static_cast<std::ptrdiff_t>(text.size()));
-}
-
-std::string ToUtf8(const nbx::String& text) {
-    return nbx::StFromUTF16(text, nbx::GetConverter_UTF8()).Take();
-}
-
 LoadedModule::LoadedModule(const std::string& file) {
     void* const module = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (module == nullptr) {

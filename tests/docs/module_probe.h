@@ -7,6 +7,7 @@
 #include "nbx/mrsql/duckdb_database.h"
 #include "nbx/mrsql/duckdb_extension.h"
 #include "nbx/mrsql/duckdb_statement.h"
+#include "nbx/string.h"
 #include "nbx/value.h"
 #include "table/function_table.h"
 
@@ -16,8 +17,8 @@ using nbx::smart_ptr;
 
 /** A text as code in a cell of a table; one with bytes that no page shows, in hexadecimal. */
 std::string Code(const std::string& text);
-nbx::String FromUtf8(std::string_view text);
-std::string ToUtf8(const nbx::String& text);
+using nbx::FromUtf8;
+using nbx::ToUtf8;
 
 /** A module loaded as the server loads it. The process's extension object is that of the module loaded
     last. */

@@ -15,11 +15,11 @@
 namespace nbx {
 
 inline std::string Narrow(const String& text) {
-    return StFromUTF16(text, GetConverter_UTF8()).Take();
+    return ToUtf8(text);
 }
 
 inline String Wide(std::string_view text) {
-    return String(text.data(), static_cast<std::ptrdiff_t>(text.size()));
+    return FromUtf8(text);
 }
 
 /** For GoogleTest's messages. */

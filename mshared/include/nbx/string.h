@@ -105,6 +105,16 @@ class NBX_API StFromUTF16 {
     std::string text_;
 };
 
+/** The string as UTF-8; each lone surrogate becomes U+FFFD. */
+inline std::string ToUtf8(const String& text) {
+    return StFromUTF16(text, GetConverter_UTF8()).Take();
+}
+
+/** UTF-8 as a string; what is not valid becomes U+FFFD. */
+inline String FromUtf8(std::string_view text) {
+    return String(GetConverter_UTF8()->ToUTF16(text));
+}
+
 /** Returns the text for use between the single quotes of a SQL string literal: each single quote is doubled.
     `length` is in UTF-16 code units; nothing else is changed, so NUL characters stay
     (https://duckdb.org/docs/stable/sql/data_types/literal_types). */
