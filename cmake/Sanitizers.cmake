@@ -5,7 +5,9 @@ endif()
 if(MDUCKDB_SANITIZE STREQUAL "thread")
     # libduckdb.so uses the standard library's templates from any library that exports them. Instrumented ones, run on
     # its own threads without its atomics being seen, look like races, so we do not export ours.
-    add_link_options(-Wl,--version-script=${CMAKE_CURRENT_LIST_DIR}/tsan_exports.map)
+    # The modules hide all but two functions by a script of their own, and a library can have only one.
+    add_link_options(
+        $<$<NOT:$<STREQUAL:$<TARGET_PROPERTY:TYPE>,MODULE_LIBRARY>>:-Wl,--version-script=${CMAKE_CURRENT_LIST_DIR}/tsan_exports.map>)
 endif()
 
 # Read by a sanitized program when it starts; harmless for others. The suppressions name only libduckdb.so, which is not

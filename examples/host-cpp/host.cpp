@@ -114,6 +114,21 @@ void RunScript(I_DuckDBDatabase& database) {
     std::cout << "script: " << changed << " rows changed\n";
 }
 
+/** DuckDB makes several statements of this one: executed once, only its BEGIN would run. */
+void RunExpanded(I_DuckDBDatabase& database) {
+    database.SqlExecute(FromUtf8("CREATE TABLE visit (id BIGINT)"), nullptr);
+    const auto statement =
+        database.CreateStatement(FromUtf8("ALTER TABLE visit ADD COLUMN at TIMESTAMP DEFAULT now()"));
+    int pieces = 0;
+    do {
+        statement->PrepareNext();
+        statement->Execute();
+        ++pieces;
+    } while (statement->get_PendingCount() > 0);
+    std::cout << "one statement in " << pieces << " pieces\n";
+    database.SqlExecute(FromUtf8("DROP TABLE visit"), nullptr);
+}
+
 void BindParameters(I_DuckDBDatabase& database) {
     const auto statement = database.CreateStatement(FromUtf8("INSERT INTO city VALUES (?, ?)"));
     statement->PrepareNext();
@@ -224,6 +239,7 @@ void Run(const char* folder_text, const char* module) {
     const auto database = extension->CreateDatabase(folder->MakeChild(FromUtf8("cities.duckdb")));
     database->Create();
     RunScript(*database);
+    RunExpanded(*database);
     BindParameters(*database);
     ReadRows(*database);
     ShowErrors(*extension, *database, folder->get_PathText());

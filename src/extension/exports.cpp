@@ -1,4 +1,5 @@
 #include <cstdio>
+#include <string_view>
 
 #include "base/library_version.h"
 #include "extension/extension.h"
@@ -29,8 +30,13 @@ MDUCKDB_EXPORT void mirona_extension_bind_api(const mirona_extension_api* api) {
 }
 
 MDUCKDB_EXPORT void mirona_extension_init(mirona_host host) {
-    if (CheckLibrary(host)) {
-        nbx::mrsql::SetDuckDBExtension(mduckdb::MakeExtension());
-        mduckdb::RegisterProcedures(host);
+    try {
+        if (CheckLibrary(host)) {
+            nbx::mrsql::SetDuckDBExtension(mduckdb::MakeExtension());
+            mduckdb::RegisterProcedures(host);
+        }
+    } catch (...) {  // The caller may be C: nothing is thrown through it.
+        constexpr std::string_view kText = "Unexpected DuckDB error";
+        mduckdb::GetApi().report_error(host, kText.data(), kText.size());
     }
 }

@@ -76,6 +76,11 @@ ValueHolder DateTimeOf(I_Value& value, unsigned depth) {
     if (moment == nullptr) {
         return TextOf(value, depth);
     }
+    // DuckDB would take the excess for further days, or, past 127, for earlier ones.
+    if (moment->get_Hours() > 23 || moment->get_Minutes() > 59 || moment->get_Seconds() > 59 ||
+        moment->get_Milliseconds() > 999) {
+        return {};
+    }
     duckdb_timestamp_struct parts{};
     parts.date.year = moment->get_Year();
     parts.date.month = static_cast<int8_t>(moment->get_Month());

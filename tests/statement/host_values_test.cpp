@@ -169,6 +169,18 @@ TEST_F(HostValuesTest, TextIsConvertedByDuckDBToTheTypeOfTheParameter) {
     EXPECT_EQ(Direct("SELECT * FROM typed"), (Table{{"2024-02-29", "12.50"}}));
 }
 
+TEST_F(HostValuesTest, ADateTimeWhoseTimeIsNoneIsRefused) {
+    const auto probe = Probe();
+    for (const nbx::TimeContent time :
+         {nbx::TimeContent{200, 0, 0, 0}, nbx::TimeContent{24, 0, 0, 0}, nbx::TimeContent{0, 60, 0, 0},
+          nbx::TimeContent{0, 0, 60, 0}, nbx::TimeContent{0, 0, 0, 1000}}) {
+        EXPECT_EQ(Catch([&] {
+                      probe->BindValue(1, DateTime({2024, 2, 29}, time));
+                  }),
+                  MemoryError(kBindFailureText));
+    }
+}
+
 TEST_F(HostValuesTest, DatesAndTimesArriveInTheirTypes) {
     EXPECT_EQ(SeenOf(Date(2024, 2, 29)), Seen("DATE", "2024-02-29"));
     EXPECT_EQ(SeenOf(TimeOfDay(23, 59, 59, 999)), Seen("TIME", "23:59:59.999"));
