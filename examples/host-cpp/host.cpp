@@ -27,8 +27,10 @@
 
 namespace {
 
+using nbx::FromUtf8;
 using nbx::smart_ptr;
 using nbx::String;
+using nbx::ToUtf8;
 using nbx::mrsql::gCreateBackupLocation;
 using nbx::mrsql::GetDuckDBExtension;
 using nbx::mrsql::gpIsLocalSqlCall_PTR;
@@ -39,14 +41,6 @@ using nbx::mrsql::kClientCursor;
 using nbx::mrsql::kServerCursor;
 using nbx::mrsql::SetDuckDBExtension;
 using nbx::mrsql::xDuckDBError;
-
-String FromUtf8(std::string_view text) {
-    return String(text.data(), static_cast<std::ptrdiff_t>(text.size()));
-}
-
-std::string ToUtf8(const String& text) {
-    return nbx::StFromUTF16(text, nbx::GetConverter_UTF8()).Take();
-}
 
 // This host has no SQL, so its function table only accepts the registrations.
 
