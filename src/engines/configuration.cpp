@@ -40,6 +40,10 @@ Configuration::Configuration() {
 }
 
 void Configuration::Set(const char* key, const std::string& value) {
+    if (value.find('\0') != std::string::npos) {
+        error_ = "The value of " + std::string(key) + " must not contain NUL characters";
+        return;
+    }
     // A refused key or value is reported by the opening that follows.
     static_cast<void>(duckdb_set_config(config_.get(), key, value.c_str()));
     text_.append(key).append(1, '\0').append(value).append(1, '\0');

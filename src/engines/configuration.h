@@ -21,6 +21,11 @@ class Configuration : nbx::noncopyable {
     void ApplyCredentials(const nbx::String& token, const nbx::String& user_agent);
     void ApplyOptions(const nbx::mrsql::DuckDBDatabaseOptions& options);
 
+    /** Makes this differ from configurations with other marks; DuckDB does not see it. */
+    void Mark(const char* mark) { text_.append(mark).append(1, '\0'); }
+
+    /** What is wrong with a value; empty when nothing is. */
+    const std::string& get_Error() const noexcept { return error_; }
     duckdb_config get() const noexcept { return config_.get(); }
     /** Keys and values in the order of writing: equal texts mean equal engines. */
     const std::string& get_Text() const noexcept { return text_; }
@@ -28,6 +33,7 @@ class Configuration : nbx::noncopyable {
   private:
     ConfigHolder config_;
     std::string text_;
+    std::string error_;
 };
 
 }  // namespace mduckdb

@@ -1,30 +1,30 @@
 #include "engines/engine_files.h"
 
-#include <sys/stat.h>
+#include <cstring>
+#include <string_view>
+#include <utility>
 
-#include <algorithm>
-#include <filesystem>
+#include "base/holders.h"
 
 namespace mduckdb {
 
 namespace {
 
-long long ToNanoseconds(const timespec& time) {
-    return static_cast<long long>(time.tv_sec) * 1'000'000'000 + time.tv_nsec;
+using nbx::OpenEngine;
+
+/** Tells the copy of DuckDB that this module is linked with from others that the process may have loaded. */
+const void* get_Library() {
+    return reinterpret_cast<const void*>(&duckdb_library_version);
 }
 
-/** The order of closing: the writer may still fold its log into the file, which needs the lock; a dead
-    engine writes nothing when it is closed. */
-int ClosingRank(EngineFiles::Access access) {
-    switch (access) {
-        case EngineFiles::Access::writing:
-            return 0;
-        case EngineFiles::Access::reading:
-            return 1;
-        case EngineFiles::Access::dead:
-            break;
-    }
-    return 2;
+constexpr const char* kForeignLibrary =
+    "Cannot open file: a module with another copy of DuckDB has it open in this process";
+constexpr const char* kOtherUse =
+    "Cannot open file: this process has it open by other means already, for example by ATTACH";
+
+std::string DescribeReaders(uint32_t count) {
+    return "Cannot open file for writing: " + std::to_string(count) + (count == 1 ? " reader" : " readers") +
+           " of this process " + (count == 1 ? "has" : "have") + " it open";
 }
 
 }  // namespace
@@ -40,236 +40,203 @@ bool IsEngineAlive(duckdb_database engine) {
 }
 
 EngineFiles& EngineFiles::Get() {
-    // Never destroyed: engines may be given up while other static objects are being destroyed.
-    static auto* files = new EngineFiles;
+    // Never destroyed: engines may be given up while static objects are being destroyed.
+    static auto* files =
+        new EngineFiles(nbx_open_files_1 != nullptr ? *nbx_open_files_1() : nbx::MakeOpenFiles());
     return *files;
 }
 
-std::size_t& EngineFiles::File::Count(Access access) {
-    switch (access) {
-        case Access::reading:
-            return readers;
-        case Access::writing:
-            return writers;
-        case Access::dead:
-            break;
-    }
-    return dead;
-}
-
-void EngineFiles::File::OutdateReaders() {
-    is_stale = true;
-    for (Idle& each : idle) {
-        each.is_current = false;
-    }
-}
-
-bool EngineFiles::TryHold(const std::string& path, Access access) {
-    const std::scoped_lock lock(mutex_);
-    const std::string canonical = Resolve(path);
-    File& file = files_[canonical];
-    if (file.writers > 0) {
-        return false;
-    }
-    if (access == Access::writing) {
-        file.OutdateReaders();
-    }
-    AddHold(path, canonical, file, access);
-    return true;
-}
-
-void EngineFiles::AddHold(const std::string& path, const std::string& canonical, File& file, Access access) {
-    if (access == Access::reading) {
-        const Fingerprint now = ReadFingerprint(canonical);
-        if (file.fingerprint != now) {
-            file.OutdateReaders();
-        }
-        file.is_stale = file.is_stale && file.readers > 0;
-        file.fingerprint = now;
-    }
-    // Room for every engine that may be given up, so that giving up cannot fail.
-    file.idle.reserve(file.idle.size() + file.readers + file.writers + file.dead + 1);
-    Name& name = names_[path];
-    name.canonical = canonical;
-    ++name.holds;
-    ++file.Count(access);
-}
-
-void EngineFiles::CancelHold(const std::string& path, Access access) noexcept {
-    CloseAll(Leave(path, access, nullptr));
-}
-
-void EngineFiles::Retire(const std::string& path, Access access) noexcept {
-    const std::scoped_lock lock(mutex_);
-    const auto name = names_.find(path);
-    if (name != names_.end()) {
-        File& file = files_.find(name->second.canonical)->second;
-        --file.Count(access);
-        ++file.dead;
-    }
-}
-
-void EngineFiles::GiveUp(const std::string& path, Access access, std::string configuration,
-                         duckdb_database engine) noexcept {
-    Idle given_up{access, true, std::move(configuration), engine};
-    CloseAll(Leave(path, access, &given_up));
-}
-
-void EngineFiles::CloseAll(std::vector<Idle> engines) noexcept {
-    std::sort(engines.begin(), engines.end(),
-              [](const Idle& a, const Idle& b) { return ClosingRank(a.access) < ClosingRank(b.access); });
-    for (Idle& idle : engines) {
-        duckdb_close(&idle.engine);
-    }
-}
-
-std::vector<EngineFiles::Idle> EngineFiles::Leave(const std::string& path, Access access,
-                                                  Idle* given_up) noexcept {
-    const std::scoped_lock lock(mutex_);
-    const auto name = names_.find(path);
-    const auto found = files_.find(name->second.canonical);
-    File& file = found->second;
-    if (given_up != nullptr) {
-        given_up->is_current = access == Access::writing || (access == Access::reading && !file.is_stale);
-        file.idle.push_back(std::move(*given_up));
-    }
-    --file.Count(access);
-    if (--name->second.holds == 0) {
-        names_.erase(name);
-    }
-    std::vector<Idle> closing;
-    if (!file.IsUsed()) {
-        closing = std::move(file.idle);
-        files_.erase(found);
-    }
-    return closing;
-}
-
-duckdb_database EngineFiles::Reuse(const std::string& path, const std::string& canonical, File& file,
-                                   const Idle& idle) {
-    const duckdb_database engine = idle.engine;
-    const std::ptrdiff_t index = &idle - file.idle.data();
-    AddHold(path, canonical, file, idle.access);
-    file.idle.erase(file.idle.begin() + index);
-    return engine;
-}
-
-duckdb_database EngineFiles::TakeIdleReader(const std::string& path, const std::string& configuration) {
-    const std::scoped_lock lock(mutex_);
-    const std::string canonical = Resolve(path);
-    const auto found = files_.find(canonical);
-    if (found == files_.end() || found->second.writers > 0 || found->second.is_stale) {
-        return nullptr;
-    }
-    File& file = found->second;
-    if (file.fingerprint != ReadFingerprint(canonical)) {
-        return nullptr;
-    }
-    for (Idle& idle : file.idle) {
-        if (idle.access != Access::reading || !idle.is_current || idle.configuration != configuration) {
-            continue;
-        }
-        if (IsEngineAlive(idle.engine)) {
-            return Reuse(path, canonical, file, idle);
-        }
-        idle.is_current = false;
-    }
-    return nullptr;
-}
-
-duckdb_database EngineFiles::TakeIdleWriter(const std::string& path) {
-    const std::scoped_lock lock(mutex_);
-    const std::string canonical = Resolve(path);
-    const auto found = files_.find(canonical);
-    if (found == files_.end() || found->second.writers > 0) {
-        return nullptr;
-    }
-    File& file = found->second;
-    for (Idle& idle : file.idle) {
-        if (idle.access != Access::writing) {
-            continue;
-        }
-        if (IsEngineAlive(idle.engine)) {
-            file.OutdateReaders();
-            return Reuse(path, canonical, file, idle);
-        }
-        idle.access = Access::dead;
-    }
-    return nullptr;
-}
-
-void EngineFiles::CloseIdle(const std::string& path) {
-    std::vector<Idle> closing;
-    {
-        const std::scoped_lock lock(mutex_);
-        const auto found = files_.find(Resolve(path));
-        if (found == files_.end()) {
-            return;
-        }
-        File& file = found->second;
-        closing.reserve(file.readers + file.writers + file.dead);
-        closing.swap(file.idle);
-        file.OutdateReaders();
-    }
-    CloseAll(std::move(closing));
-}
-
-bool EngineFiles::IsHeldForWriting(const std::string& path) {
-    const std::scoped_lock lock(mutex_);
-    const auto found = files_.find(Resolve(path));
-    return found != files_.end() && found->second.writers > 0;
+EngineFiles& EngineFiles::Nameless() {
+    static auto* files = new EngineFiles(nbx::MakeOpenFiles());
+    return *files;
 }
 
 bool EngineFiles::IsInUse(const std::string& path) {
-    const std::scoped_lock lock(mutex_);
-    return files_.count(Resolve(path)) > 0;
+    return FileTurn(*this, path).get_UserCount() > 0;
 }
 
-std::size_t EngineFiles::get_IdleCount() {
-    const std::scoped_lock lock(mutex_);
-    std::size_t count = 0;
-    for (const auto& [path, file] : files_) {
-        count += file.idle.size();
+Engine::~Engine() {
+    GiveUpEngine(*this);
+}
+
+void GiveUpEngine(Engine& engine) noexcept {
+    if (engine.record != nullptr) {
+        FileTurn turn(*engine.files, engine.file);
+        turn.GiveUp(engine);
+    }
+}
+
+FileTurn::FileTurn(EngineFiles& files, const std::string& path) : files_(files) {
+    for (;;) {
+        look_ = files_.system_.Look(path);
+        file_ = files_.files_.Take(look_.get_Identity());
+        // While this thread waited, the path may have come to mean another file.
+        look_ = files_.system_.Look(path);
+        if (files_.files_.Matches(file_, look_.get_Identity())) {
+            return;
+        }
+        files_.files_.Release(file_);
+    }
+}
+
+FileTurn::FileTurn(const std::string& name) : files_(EngineFiles::Nameless()), is_file_(false) {
+    look_.name = look_.path = name;
+    file_ = files_.files_.Take(look_.get_Identity());
+}
+
+FileTurn::FileTurn(EngineFiles& files, nbx::OpenFile* file) : files_(files), file_(file) {
+    files_.files_.TakeAgain(file_);
+}
+
+FileTurn::~FileTurn() {
+    CloseUnused();
+    files_.files_.Release(file_);
+}
+
+void FileTurn::CloseUnused() noexcept {
+    if (get_UserCount() > 0) {
+        return;
+    }
+    // The writer first: it may still fold its log into the file, for which it needs the lock.
+    for (const uint32_t access : {OpenEngine::kWriting, OpenEngine::kReading, OpenEngine::kDead}) {
+        while (OpenEngine* const record = Find(access)) {
+            auto handle = static_cast<duckdb_database>(record->handle);
+            duckdb_close(&handle);
+            files_.files_.RemoveEngine(file_, record);
+        }
+    }
+}
+
+uint32_t FileTurn::get_UserCount() const {
+    uint32_t count = 0;
+    for (const OpenEngine* each = file_->engines; each != nullptr; each = each->next) {
+        count += each->users;
     }
     return count;
 }
 
-std::string EngineFiles::Resolve(const std::string& path) {
-    const auto name = names_.find(path);
-    return name != names_.end() ? name->second.canonical : Canonical(path);
+uint32_t FileTurn::CountReaders() const {
+    uint32_t count = 0;
+    for (const OpenEngine* each = file_->engines; each != nullptr; each = each->next) {
+        count += each->access == OpenEngine::kReading ? each->users : 0;
+    }
+    return count;
 }
 
-std::string EngineFiles::Canonical(const std::string& path) {
-    namespace fs = std::filesystem;
-    constexpr int kMostLinks = 40;
-    std::error_code error;
-    fs::path target(path);
-    // A link to a file that is not there yet names the file that opening it makes.
-    for (int links = 0; links < kMostLinks && fs::is_symlink(fs::symlink_status(target, error)); ++links) {
-        const fs::path next = fs::read_symlink(target, error);
-        if (error) {
-            break;
+bool FileTurn::IsOpenByOtherMeans() const {
+    return is_file_ && file_->engines == nullptr && files_.system_.IsDatabaseOpenHere(look_);
+}
+
+std::string FileTurn::get_Refusal(Engine::Access access) const {
+    if (Find(OpenEngine::kWriting) != nullptr) {
+        return kForeignLibrary;
+    }
+    if (access == Engine::Access::writing && CountReaders() > 0) {
+        return DescribeReaders(CountReaders());
+    }
+    return IsOpenByOtherMeans() ? kOtherUse : "";
+}
+
+OpenEngine* FileTurn::Find(uint32_t access) const {
+    for (OpenEngine* each = file_->engines; each != nullptr; each = each->next) {
+        if (each->access == access) {
+            return each;
         }
-        target = target.parent_path() / next;
     }
-    const fs::path canonical = fs::weakly_canonical(target, error);
-    return error ? path : canonical.string();
+    return nullptr;
 }
 
-EngineFiles::Fingerprint EngineFiles::ReadFingerprint(const std::string& path) {
-    Fingerprint result;
-    struct stat info {};
-    if (stat(path.c_str(), &info) == 0) {
-        result.device = static_cast<long long>(info.st_dev);
-        result.inode = static_cast<long long>(info.st_ino);
-        result.size = info.st_size;
-        result.changed = ToNanoseconds(info.st_mtim);
+SharedEngine FileTurn::Use(OpenEngine& record) {
+    auto engine = std::make_shared<Engine>();
+    engine->handle = static_cast<duckdb_database>(record.handle);
+    engine->access =
+        record.access == OpenEngine::kReading ? Engine::Access::reading : Engine::Access::writing;
+    engine->files = &files_;
+    engine->file = file_;
+    engine->record = &record;
+    ++record.users;
+    return engine;
+}
+
+SharedEngine FileTurn::JoinWriter() {
+    OpenEngine* const record = Find(OpenEngine::kWriting);
+    return record != nullptr && record->library == get_Library() ? Use(*record) : nullptr;
+}
+
+SharedEngine FileTurn::TakeIdleReader(const Configuration& configuration) {
+    const FileStamp stamp = files_.system_.ReadStamp(look_.path);
+    for (OpenEngine* each = file_->engines; each != nullptr; each = each->next) {
+        const bool is_equal =
+            each->access == OpenEngine::kReading && each->users == 0 && each->library == get_Library() &&
+            std::memcmp(each->stamp, stamp.data(), sizeof each->stamp) == 0 &&
+            std::string_view(each->configuration, each->configuration_length) == configuration.get_Text();
+        if (is_equal && IsEngineAlive(static_cast<duckdb_database>(each->handle))) {
+            return Use(*each);
+        }
     }
-    if (stat((path + ".wal").c_str(), &info) == 0) {
-        result.log_size = info.st_size;
-        result.log_changed = ToNanoseconds(info.st_mtim);
+    return nullptr;
+}
+
+SharedEngine FileTurn::OpenWriter(const std::string& path, const Configuration& configuration,
+                                  std::string& error) {
+    // What is idle beside an ended engine would not see what the writer writes.
+    for (OpenEngine* each = file_->engines; each != nullptr; each = each->next) {
+        if (each->access == OpenEngine::kReading && each->users == 0) {
+            each->access = OpenEngine::kDead;
+        }
     }
-    return result;
+    return Open(path, configuration, Engine::Access::writing, error);
+}
+
+SharedEngine FileTurn::OpenReader(const std::string& path, const Configuration& configuration,
+                                  std::string& error) {
+    return Open(path, configuration, Engine::Access::reading, error);
+}
+
+SharedEngine FileTurn::Open(const std::string& path, const Configuration& configuration,
+                            Engine::Access access, std::string& error) {
+    error = configuration.get_Error().empty() ? get_Refusal(access) : configuration.get_Error();
+    if (!error.empty()) {
+        return nullptr;
+    }
+    // Everything of ours that may fail for want of memory comes before the engine is there.
+    const std::string& text = configuration.get_Text();
+    OpenEngine* const record = files_.files_.AddEngine(file_, text.data(), text.size());
+    record->access = OpenEngine::kDead;
+    record->library = get_Library();
+    const FileStamp stamp = files_.system_.ReadStamp(look_.path);
+    std::memcpy(record->stamp, stamp.data(), sizeof record->stamp);
+    SharedEngine engine = Use(*record);
+    TextHolder reason;
+    if (duckdb_open_ext(path.c_str(), &engine->handle, configuration.get(), reason.Receive()) !=
+        DuckDBSuccess) {
+        error = reason ? reason.get() : "";
+        GiveUp(*engine);
+        files_.files_.RemoveEngine(file_, record);
+        return nullptr;
+    }
+    record->handle = engine->handle;
+    record->access = access == Engine::Access::reading ? OpenEngine::kReading : OpenEngine::kWriting;
+    engine->access = access;
+    if (is_file_ && !look_.exists) {
+        LookAgain();
+    }
+    return engine;
+}
+
+void FileTurn::LookAgain() {
+    look_ = files_.system_.Look(look_.path);
+    files_.files_.SetIdentity(file_, look_.get_Identity());
+}
+
+void FileTurn::GiveUp(Engine& engine) noexcept {
+    --std::exchange(engine.record, nullptr)->users;
+    engine.handle = nullptr;
+}
+
+void FileTurn::Retire(Engine& engine) noexcept {
+    engine.record->access = OpenEngine::kDead;
+    GiveUp(engine);
 }
 
 }  // namespace mduckdb

@@ -3,106 +3,123 @@
 #include <duckdb.h>
 
 #include <cstddef>
-#include <map>
-#include <mutex>
+#include <memory>
 #include <string>
-#include <vector>
+
+#include "engines/configuration.h"
+#include "engines/file_system.h"
+#include "nbx/open_files.h"
 
 namespace mduckdb {
+
+class EngineFiles;
+
+/** One use of an open engine: by a database object, or by a cursor of a procedure. Given up once, at the
+   latest by the destructor. */
+struct Engine : nbx::noncopyable {
+    enum class Access { writing, reading };
+
+    ~Engine();
+
+    duckdb_database handle = nullptr;
+    Access access = Access::writing;
+    EngineFiles* files = nullptr;
+    nbx::OpenFile* file = nullptr;
+    nbx::OpenEngine* record = nullptr;
+};
+
+/** An engine that may be handed from its opening to its user. */
+using SharedEngine = std::shared_ptr<Engine>;
+
+/** Gives up a use of an engine, which is closed with the last use of its file. */
+void GiveUpEngine(Engine& engine) noexcept;
 
 /** The database files that engines of this process have open.
 
     On Linux the lock on a file belongs to the process, not to the engine: closing any engine on a file
-    drops the lock of all of them, and two engines that write to one file lose data. So a file has one
-    writing engine at most, and an engine that is given up while others use the same file stays open
-    until the last of them is given up; then all are closed, the writing one first. An idle reading
-    engine is handed to the next reader with the same configuration instead of opening one more.
-
-    Files are told apart by their canonical path; a path text means the same file for as long as an
-    engine announced under it is open. All calls may come from any thread. */
-class EngineFiles {
+    drops the lock of all of them, and two engines that write to one file lose data. A reading engine dies
+   when another one writes. So a file has either one writing engine, which all users in this process share, or
+    reading engines; and an engine that is given up while others use the same file stays open until the
+    last of them is given up. An idle reading engine is handed to the next reader with the same
+    configuration. A file is told from others as `nbx::FileIdentity` says. */
+class EngineFiles : nbx::noncopyable {
   public:
-    /** `dead`: an engine that an internal error has made useless, but that others still refer to. */
-    enum class Access { reading, writing, dead };
-
+    explicit EngineFiles(nbx::I_OpenFiles& files, const FileSystem& system = FileSystem::Get())
+        : files_(files), system_(system) {}
+    /** The process's own, shared by its modules. */
     static EngineFiles& Get();
+    /** Engines without a file, this module's own; the names stand for them. */
+    static EngineFiles& Nameless();
 
-    /** Announces that an engine is about to be opened on the file, which need not be there yet. False,
-        and nothing announced, when another engine of this process holds the file for writing. A writing
-        announcement is accepted while there are only readers. */
-    bool TryHold(const std::string& path, Access access);
-    /** Takes the announcement back: nothing was opened. */
-    void CancelHold(const std::string& path, Access access) noexcept;
-    /** Turns a hold into a `dead` one: a new engine may be opened, the file stays in use. */
-    void Retire(const std::string& path, Access access) noexcept;
-    /** Gives up an engine that was announced; it is closed now or when its file is no longer used. */
-    void GiveUp(const std::string& path, Access access, std::string configuration,
-                duckdb_database engine) noexcept;
-    /** An idle reading engine with this configuration that sees the present content of the file and
-        works, now held by the caller, or null. */
-    duckdb_database TakeIdleReader(const std::string& path, const std::string& configuration);
-    /** The idle writing engine of the file, if it works, now held by the caller for writing, or null. Two
-        engines must never write, so it is taken whatever its configuration. */
-    duckdb_database TakeIdleWriter(const std::string& path);
-    /** Closes the idle engines of a file that is about to be deleted: a writing one would go on to its log,
-        by a name that may be another file's by then. */
-    void CloseIdle(const std::string& path);
-    /** Whether an engine of this process holds the file for writing. */
-    bool IsHeldForWriting(const std::string& path);
-    /** Whether any engine of this process has the file open: then opening and closing the file by other
-        means would drop the process's lock on it. */
+    /** Whether any engine of this process has the file open. */
     bool IsInUse(const std::string& path);
-    /** Engines that wait to be closed; for tests and diagnosis. */
-    std::size_t get_IdleCount();
+    /** For tests and diagnosis. */
+    std::size_t get_EngineCount() { return files_.CountEngines(); }
 
   private:
-    /** What tells whether a file and its write-ahead log are still as they were. */
-    struct Fingerprint {
-        long long device = 0, inode = 0, size = -1, changed = 0, log_size = -1, log_changed = 0;
-        friend bool operator==(const Fingerprint&, const Fingerprint&) = default;
-    };
-    struct Idle {
-        Access access;
-        /** Whether a reader may be handed out again. */
-        bool is_current;
-        std::string configuration;
-        duckdb_database engine;
-    };
-    struct File {
-        std::size_t readers = 0, writers = 0, dead = 0;
-        /** Something wrote since the oldest present reader was announced. */
-        bool is_stale = false;
-        /** As of the announcement of the readers that are here. */
-        Fingerprint fingerprint;
-        std::vector<Idle> idle;
+    friend class FileTurn;
+    friend void GiveUpEngine(Engine& engine) noexcept;
 
-        std::size_t& Count(Access access);
-        bool IsUsed() const { return readers + writers + dead > 0; }
-        /** No reader that is here now, active or idle, may be handed out again. */
-        void OutdateReaders();
-    };
-    struct Name {
-        std::string canonical;
-        std::size_t holds = 0;
-    };
-    using Files = std::map<std::string, File>;
+    nbx::I_OpenFiles& files_;
+    const FileSystem& system_;
+};
 
-    static std::string Canonical(const std::string& path);
-    static Fingerprint ReadFingerprint(const std::string& path);
-    /** The canonical path by which the path text is known now. */
-    std::string Resolve(const std::string& path);
-    void AddHold(const std::string& path, const std::string& canonical, File& file, Access access);
-    /** Announces an idle engine again and takes it out of the list. */
-    duckdb_database Reuse(const std::string& path, const std::string& canonical, File& file,
-                          const Idle& idle);
-    /** The writer first. Not under the mutex, since closing may take long. */
-    static void CloseAll(std::vector<Idle> engines) noexcept;
-    /** Takes one hold away; gives the engines to be closed when it was the last. */
-    std::vector<Idle> Leave(const std::string& path, Access access, Idle* given_up) noexcept;
+/** The turn on a file: while it lasts, no other thread of this process opens, closes, deletes or replaces it
+    through this module. Engines are closed at the end of a turn after which the file has no user. */
+class FileTurn : nbx::noncopyable {
+  public:
+    /** Waits for the turn on the file that the path (UTF-8) means now. Throws `std::bad_alloc`. */
+    FileTurn(EngineFiles& files, const std::string& path);
+    /** For an engine without a file: a name in place of the path. */
+    static FileTurn OfName(const std::string& name) { return FileTurn(name); }
+    ~FileTurn();
 
-    std::mutex mutex_;
-    Files files_;
-    std::map<std::string, Name> names_;
+    /** Users in this process, under whatever name they opened the file, procedures' cursors included. */
+    uint32_t get_UserCount() const;
+    /** What the path means now. */
+    const FileLook& get_Look() const { return look_; }
+    bool get_Exists() const { return look_.exists; }
+    /** Whether something that is not on the list, such as an ATTACH, has the file open as a database in this
+        process, and would lose its lock by another open and close. */
+    bool IsOpenByOtherMeans() const;
+    /** Why an engine must not be opened now; empty when nothing is in the way. */
+    std::string get_Refusal(Engine::Access access) const;
+
+    /** A use of the writing engine, which may be dead; null when there is none. */
+    SharedEngine JoinWriter();
+    /** A use of an idle reading engine that works, has this configuration and sees the present content, or
+     * null. */
+    SharedEngine TakeIdleReader(const Configuration& configuration);
+    /** Opens an engine for writing; null and the reason (DuckDB's text, which may be empty) on failure. */
+    SharedEngine OpenWriter(const std::string& path, const Configuration& configuration, std::string& error);
+    /** The same for reading. */
+    SharedEngine OpenReader(const std::string& path, const Configuration& configuration, std::string& error);
+    /** Gives up a use. */
+    void GiveUp(Engine& engine) noexcept;
+    /** Gives up a use of an engine that an internal error has ended: nobody is given it any more. */
+    void Retire(Engine& engine) noexcept;
+
+    /** Before the file is deleted or replaced: whoever comes by its path waits for this turn. */
+    void ClaimPlace() { files_.files_.ClaimPlace(file_, look_.get_Identity()); }
+    /** Looks at the file again after that. */
+    void LookAgain();
+
+  private:
+    explicit FileTurn(const std::string& name);
+    FileTurn(EngineFiles& files, nbx::OpenFile* file);
+    friend void GiveUpEngine(Engine& engine) noexcept;
+
+    nbx::OpenEngine* Find(uint32_t access) const;
+    uint32_t CountReaders() const;
+    SharedEngine Use(nbx::OpenEngine& record);
+    SharedEngine Open(const std::string& path, const Configuration& configuration, Engine::Access access,
+                      std::string& error);
+    void CloseUnused() noexcept;
+
+    EngineFiles& files_;
+    FileLook look_;
+    nbx::OpenFile* file_ = nullptr;
+    bool is_file_ = true;
 };
 
 /** Whether queries run on the engine: false after an internal error has ended it. */

@@ -3,126 +3,219 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <condition_variable>
 #include <filesystem>
+#include <future>
+#include <mutex>
 
 #include "support/temp_folder.h"
 
 namespace mduckdb {
 namespace {
 
-using Access = EngineFiles::Access;
+struct Reading : Configuration {
+    Reading() { SetAccessMode("READ_ONLY"); }
+};
 
 class EngineFilesTest : public testing::Test {
   protected:
-    void TearDown() override { EXPECT_EQ(files.get_IdleCount(), 0u); }
-    static duckdb_database OpenAt(const std::string& file_path, const char* mode) {
-        duckdb_config config = nullptr;
-        duckdb_create_config(&config);
-        duckdb_set_config(config, "access_mode", mode);
-        duckdb_database engine = nullptr;
-        EXPECT_EQ(duckdb_open_ext(file_path.c_str(), &engine, config, nullptr), DuckDBSuccess);
-        duckdb_destroy_config(&config);
-        return engine;
+    void TearDown() override { EXPECT_EQ(files.get_EngineCount(), 0u); }
+    SharedEngine OpenWriter(const std::string& file) {
+        FileTurn turn(files, file);
+        Configuration configuration;
+        configuration.SetAccessMode("READ_WRITE");
+        return turn.OpenWriter(file, configuration, error);
     }
-    duckdb_database OpenWriter(const std::string& file_path) {
-        EXPECT_TRUE(files.TryHold(file_path, Access::writing));
-        return OpenAt(file_path, "READ_WRITE");
+    SharedEngine OpenReader(const std::string& file) {
+        FileTurn turn(files, file);
+        return turn.OpenReader(file, Reading(), error);
     }
-    duckdb_database OpenReader(const std::string& file_path) {
-        EXPECT_TRUE(files.TryHold(file_path, Access::reading));
-        return OpenAt(file_path, "READ_ONLY");
+    SharedEngine TakeIdleReader(const Configuration& configuration) {
+        return FileTurn(files, path).TakeIdleReader(configuration);
     }
-    void MakeFile(const std::string& file_path) {
-        duckdb_database engine = OpenWriter(file_path);
-        files.GiveUp(file_path, Access::writing, "", engine);
-    }
+    SharedEngine JoinWriter(const std::string& file) { return FileTurn(files, file).JoinWriter(); }
+    uint32_t CountUsers(const std::string& file) { return FileTurn(files, file).get_UserCount(); }
 
     TempFolder folder;
     std::string path = folder / "a.db";
-    EngineFiles files;
+    std::string error;
+    EngineFiles files{nbx::MakeOpenFiles()};
 };
 
-TEST_F(EngineFilesTest, AWriterExcludesEveryoneElse) {
-    const duckdb_database writer = OpenWriter(path);
-    EXPECT_TRUE(files.IsHeldForWriting(path));
-    EXPECT_FALSE(files.TryHold(path, Access::reading));
-    EXPECT_FALSE(files.TryHold(path, Access::writing));
-    EXPECT_TRUE(files.TryHold(folder / "b.db", Access::writing));
-    files.CancelHold(folder / "b.db", Access::writing);
-    files.GiveUp(path, Access::writing, "", writer);
-    EXPECT_FALSE(files.IsHeldForWriting(path));
-    EXPECT_FALSE(files.IsInUse(path));
+TEST_F(EngineFilesTest, AWriterIsSharedAndExcludesOtherEngines) {
+    const SharedEngine writer = OpenWriter(path);
+    ASSERT_NE(writer, nullptr) << error;
+    const SharedEngine user = JoinWriter(path);
+    EXPECT_EQ(user->handle, writer->handle);
+    EXPECT_EQ(CountUsers(path), 2u);
+    EXPECT_EQ(OpenReader(path), nullptr);
+    EXPECT_EQ(OpenWriter(path), nullptr);
+    EXPECT_EQ(JoinWriter(folder / "b.db"), nullptr);
+    EXPECT_NE(OpenWriter(folder / "b.db"), nullptr);
 }
 
-TEST_F(EngineFilesTest, OneFileHasOneNameByAnyPath) {
-    std::filesystem::create_directory(folder / "sub");
-    std::filesystem::create_symlink(path, folder / "link.db");
-    EXPECT_TRUE(files.TryHold(path, Access::writing));
-    EXPECT_FALSE(files.TryHold(folder / "sub/../a.db", Access::reading));
-    MakeFile(folder / "other.db");
-    EXPECT_FALSE(files.TryHold(folder / "link.db", Access::reading));
-    files.CancelHold(path, Access::writing);
+TEST_F(EngineFilesTest, AnEngineIsClosedWithItsLastUse) {
+    SharedEngine first = OpenWriter(path);
+    SharedEngine second = JoinWriter(path);
+    first.reset();
+    EXPECT_EQ(CountUsers(path), 1u);
+    second.reset();
+    EXPECT_FALSE(files.IsInUse(path));
+    EXPECT_EQ(files.get_EngineCount(), 0u);
+}
+
+TEST_F(EngineFilesTest, AFileIsTheSameByEveryNameThatLeadsToIt) {
+    namespace fs = std::filesystem;
+    fs::create_directory(folder / "sub");
+    fs::create_directory_symlink(folder / "sub", folder / "folder_link");
+    fs::create_symlink("a.db", folder / "link.db");
+    // The link leads to a file that opening it creates.
+    const SharedEngine writer = OpenWriter(folder / "link.db");
+    ASSERT_NE(writer, nullptr) << error;
+    fs::create_hard_link(path, folder / "sub/hard.db");
+    for (const char* name :
+         {"a.db", "link.db", "sub/../a.db", "folder_link/../a.db", "folder_link/hard.db"}) {
+        EXPECT_EQ(CountUsers(folder / name), 1u) << name;
+        EXPECT_EQ(JoinWriter(folder / name)->handle, writer->handle) << name;
+    }
+    EXPECT_EQ(CountUsers(folder / "sub/a.db"), 0u);
+}
+
+TEST_F(EngineFilesTest, AReplacedFileIsAnotherFile) {
+    const SharedEngine first = OpenWriter(path);
+    std::filesystem::rename(path, folder / "moved.db");
+    EXPECT_FALSE(files.IsInUse(path));
+    EXPECT_TRUE(files.IsInUse(folder / "moved.db"));
+    EXPECT_NE(OpenWriter(path), nullptr) << error;
+}
+
+TEST_F(EngineFilesTest, AWriterIsRefusedWhileThereAreReaders) {
+    OpenWriter(path);
+    SharedEngine first = OpenReader(path);
+    SharedEngine second = OpenReader(path);
+    EXPECT_EQ(OpenWriter(path), nullptr);
+    EXPECT_EQ(error, "Cannot open file for writing: 2 readers of this process have it open");
+    first.reset();
+    EXPECT_EQ(OpenWriter(path), nullptr);
+    EXPECT_EQ(error, "Cannot open file for writing: 1 reader of this process has it open");
+    second.reset();
+    EXPECT_NE(OpenWriter(path), nullptr) << error;
 }
 
 TEST_F(EngineFilesTest, AnIdleReaderIsHandedOutForTheSameConfigurationOnly) {
-    MakeFile(path);
-    const duckdb_database first = OpenReader(path);
-    const duckdb_database second = OpenReader(path);
-    files.GiveUp(path, Access::reading, "one", second);
-    EXPECT_EQ(files.get_IdleCount(), 1u);
-    EXPECT_EQ(files.TakeIdleReader(path, "two"), nullptr);
-    EXPECT_EQ(files.TakeIdleReader(path, "one"), second);
-    EXPECT_EQ(files.TakeIdleReader(path, "one"), nullptr);
-    files.GiveUp(path, Access::reading, "one", second);
-    files.GiveUp(path, Access::reading, "one", first);
-    EXPECT_FALSE(files.IsInUse(path));
-}
-
-TEST_F(EngineFilesTest, AReaderFromBeforeAWriterIsNotHandedOut) {
-    MakeFile(path);
-    const duckdb_database keeper = OpenReader(path);
-    const duckdb_database idle = OpenReader(path);
-    files.GiveUp(path, Access::reading, "", idle);
-    const duckdb_database writer = OpenWriter(path);
-    files.GiveUp(path, Access::writing, "", writer);
-    EXPECT_EQ(files.TakeIdleReader(path, ""), nullptr);
-    EXPECT_EQ(files.TakeIdleWriter(path), writer);
-    files.GiveUp(path, Access::writing, "", writer);
-    files.GiveUp(path, Access::reading, "", keeper);
+    OpenWriter(path);
+    const SharedEngine first = OpenReader(path);
+    SharedEngine second = OpenReader(path);
+    const duckdb_database handle = second->handle;
+    second.reset();
+    EXPECT_EQ(files.get_EngineCount(), 2u);
+    Reading other;
+    other.Mark("other");
+    EXPECT_EQ(TakeIdleReader(other), nullptr);
+    second = TakeIdleReader(Reading());
+    ASSERT_NE(second, nullptr);
+    EXPECT_EQ(second->handle, handle);
+    EXPECT_EQ(TakeIdleReader(Reading()), nullptr);
 }
 
 TEST_F(EngineFilesTest, AReaderOfAFileThatChangedIsNotHandedOut) {
-    MakeFile(path);
-    const duckdb_database keeper = OpenReader(path);
-    const duckdb_database idle = OpenReader(path);
-    files.GiveUp(path, Access::reading, "", idle);
+    OpenWriter(path);
+    const SharedEngine keeper = OpenReader(path);
+    OpenReader(path);
     std::filesystem::last_write_time(path, std::filesystem::last_write_time(path) + std::chrono::seconds(5));
-    EXPECT_EQ(files.TakeIdleReader(path, ""), nullptr);
-    files.GiveUp(path, Access::reading, "", keeper);
+    EXPECT_EQ(TakeIdleReader(Reading()), nullptr);
 }
 
-TEST_F(EngineFilesTest, ARetiredWriterKeepsTheFileInUseAndAllowsANewOne) {
-    const duckdb_database dead = OpenWriter(path);
-    files.Retire(path, Access::writing);
-    EXPECT_FALSE(files.IsHeldForWriting(path));
+TEST_F(EngineFilesTest, ARetiredWriterKeepsTheFileInUseAndMakesRoomForANewOne) {
+    const SharedEngine user = OpenWriter(path);
+    {
+        FileTurn turn(files, path);
+        const SharedEngine dead = turn.JoinWriter();
+        turn.Retire(*dead);
+    }
+    EXPECT_EQ(JoinWriter(path), nullptr);
     EXPECT_TRUE(files.IsInUse(path));
-    const duckdb_database writer = OpenWriter(path);
-    files.GiveUp(path, Access::writing, "", writer);
-    EXPECT_EQ(files.get_IdleCount(), 1u);
-    files.GiveUp(path, Access::dead, "", dead);
-    EXPECT_FALSE(files.IsInUse(path));
+    SharedEngine writer = OpenWriter(path);
+    ASSERT_NE(writer, nullptr) << error;
+    EXPECT_NE(writer->handle, user->handle);
+    writer.reset();
+    // It stays open, since closing it would drop the lock of the other.
+    EXPECT_EQ(files.get_EngineCount(), 2u);
+    EXPECT_NE(JoinWriter(path), nullptr);
 }
 
-TEST_F(EngineFilesTest, IdleEnginesCanBeClosedBeforeTheFileIsDeleted) {
-    MakeFile(path);
-    const duckdb_database keeper = OpenReader(path);
-    const duckdb_database writer = OpenWriter(path);
-    files.GiveUp(path, Access::writing, "", writer);
-    files.CloseIdle(path);
-    EXPECT_EQ(files.get_IdleCount(), 0u);
-    EXPECT_EQ(files.TakeIdleWriter(path), nullptr);
-    files.GiveUp(path, Access::reading, "", keeper);
-    files.CloseIdle(path);
+TEST_F(EngineFilesTest, AFailedOpenLeavesNothing) {
+    EXPECT_EQ(OpenReader(path), nullptr);
+    EXPECT_NE(error, "");
+    EXPECT_FALSE(files.IsInUse(path));
+    EXPECT_FALSE(std::filesystem::exists(path));
+}
+
+/** A file system on which looking at one path takes until the test is done with it. */
+class SlowDisk : public FileSystem {
+  public:
+    explicit SlowDisk(std::string slow_path) : slow_path_(std::move(slow_path)) {}
+    FileLook Look(const std::string& path) const override {
+        Wait(path);
+        return FileSystem::Look(path);
+    }
+    FileStamp ReadStamp(const std::string& path) const override {
+        Wait(path);
+        return FileSystem::ReadStamp(path);
+    }
+    void AwaitArrival() {
+        std::unique_lock lock(mutex_);
+        changed_.wait(lock, [this] { return has_arrived_; });
+    }
+    void Finish() {
+        const std::scoped_lock lock(mutex_);
+        is_done_ = true;
+        changed_.notify_all();
+    }
+
+  private:
+    void Wait(const std::string& path) const {
+        std::unique_lock lock(mutex_);
+        if (path == slow_path_) {
+            has_arrived_ = true;
+            changed_.notify_all();
+            changed_.wait(lock, [this] { return is_done_; });
+        }
+    }
+
+    const std::string slow_path_;
+    mutable std::mutex mutex_;
+    mutable std::condition_variable changed_;
+    mutable bool has_arrived_ = false;
+    bool is_done_ = false;
+};
+
+TEST(EngineFilesOnASlowDisk, HoldUpNoOtherFile) {
+    const TempFolder folder;
+    SlowDisk disk(folder / "slow.db");
+    nbx::I_OpenFiles& list = nbx::MakeOpenFiles();
+    EngineFiles slow_files(list, disk);
+    EngineFiles files(list);
+    const auto open = [](EngineFiles& on, const std::string& path) {
+        std::string error;
+        FileTurn turn(on, path);
+        return turn.OpenWriter(path, Configuration(), error) != nullptr;
+    };
+    // One thread stands in a look at the path, and one waits for its turn on a file that is being opened.
+    auto slow = std::async(std::launch::async, [&] { return open(slow_files, folder / "slow.db"); });
+    disk.AwaitArrival();
+    auto turn = std::make_unique<FileTurn>(files, folder / "taken.db");
+    auto waiting = std::async(std::launch::async, [&] { return open(files, folder / "taken.db"); });
+    auto fast = std::async(std::launch::async, [&] { return open(files, folder / "fast.db"); });
+    ASSERT_EQ(fast.wait_for(std::chrono::seconds(60)), std::future_status::ready);
+    EXPECT_TRUE(fast.get());
+    EXPECT_EQ(slow.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
+    EXPECT_EQ(waiting.wait_for(std::chrono::milliseconds(20)), std::future_status::timeout);
+    disk.Finish();
+    turn.reset();
+    EXPECT_TRUE(slow.get());
+    EXPECT_TRUE(waiting.get());
+    EXPECT_EQ(list.CountEngines(), 0u);
 }
 
 }  // namespace

@@ -1,7 +1,5 @@
 #include "engines/handle_registry.h"
 
-#include <utility>
-
 namespace mduckdb {
 
 HandleRegistry& HandleRegistry::Get() {
@@ -11,49 +9,23 @@ HandleRegistry& HandleRegistry::Get() {
 }
 
 bool HandleRegistry::Contains(const nbx::String& key) const {
-    return entries_.find(key) != entries_.end();
+    return users_.find(key) != users_.end();
 }
 
 uint32_t HandleRegistry::get_UserCount(const nbx::String& key) const {
-    const auto entry = entries_.find(key);
-    return entry == entries_.end() ? 0 : entry->second.users;
+    const auto entry = users_.find(key);
+    return entry == users_.end() ? 0 : entry->second;
 }
 
-SharedEngine HandleRegistry::get_Shared(const nbx::String& key) const {
-    const auto found = entries_.find(key);
-    return found == entries_.end() ? nullptr : found->second.engine;
+void HandleRegistry::AddUser(const nbx::String& key) {
+    ++users_[key];
 }
 
-void HandleRegistry::RetireShared(const nbx::String& key) {
-    Entry& entry = entries_.at(key);
-    entry.retired.push_back(entry.engine);
-    RetireEngine(*std::exchange(entry.engine, nullptr));
-}
-
-void HandleRegistry::AddUser(const nbx::String& key, const SharedEngine& engine) {
-    Entry& entry = entries_[key];
-    if (engine->access == Engine::Access::writing) {
-        entry.engine = engine;
+void HandleRegistry::RemoveUser(const nbx::String& key) noexcept {
+    const auto entry = users_.find(key);
+    if (--entry->second == 0) {
+        users_.erase(entry);
     }
-    ++entry.users;
-}
-
-void HandleRegistry::RemoveUser(const nbx::String& key, const SharedEngine& engine) noexcept {
-    const auto found = entries_.find(key);
-    Entry& entry = found->second;
-    if (engine->access == Engine::Access::reading) {
-        GiveUpEngine(*engine);
-    }
-    if (--entry.users > 0) {
-        return;
-    }
-    if (entry.engine) {
-        GiveUpEngine(*entry.engine);
-    }
-    for (const SharedEngine& retired : entry.retired) {
-        GiveUpEngine(*retired);
-    }
-    entries_.erase(found);
 }
 
 }  // namespace mduckdb

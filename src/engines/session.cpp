@@ -1,7 +1,5 @@
 #include "engines/session.h"
 
-#include "engines/handle_registry.h"
-
 namespace mduckdb {
 
 Session::~Session() {
@@ -14,19 +12,17 @@ Session::~Session() {
     }
 }
 
-bool Session::JoinShared(const nbx::String& key) {
-    engine_ = HandleRegistry::Get().get_Shared(key);
-    if (!engine_) {
-        return false;
+bool Session::Join(FileTurn& turn) {
+    while (Own(turn.JoinWriter()), is_owned_) {
+        // A working engine is asked nothing more than any new connection is; only one that fails is looked
+        // into.
+        Connect();
+        if (state_ == State::connected || IsEngineAlive(engine_->handle)) {
+            return true;
+        }
+        Disconnect();
+        turn.Retire(*engine_);
     }
-    // A working engine is asked nothing more than any new connection is; only one that fails is looked into.
-    Connect();
-    if (state_ == State::connected || IsEngineAlive(engine_->handle)) {
-        return true;
-    }
-    Disconnect();
-    engine_.reset();
-    HandleRegistry::Get().RetireShared(key);
     return false;
 }
 

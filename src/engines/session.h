@@ -5,24 +5,24 @@
 #include <memory>
 
 #include "base/engine_lock.h"
-#include "engines/engine.h"
+#include "engines/engine_files.h"
 
 namespace mduckdb {
 
 /** A connection, shared so that it cannot go away during a call. The holder never disconnects. */
 using SharedConnection = std::shared_ptr<duckdb_connection>;
 
-/** An engine and a connection on their way to become a database's own. Until then this closes the
-    connection, and the engine if it was opened for this session, so that a failure leaves nothing behind. */
+/** A use of an engine and a connection on their way to become a database's own. Until then this closes the
+    connection and gives up the use, so that a failure leaves nothing behind. */
 class Session : nbx::noncopyable {
   public:
     Session() : connection_(std::make_shared<duckdb_connection>()) {}
     ~Session();
 
-    /** Takes the engine that users of the key share and connects to it; false when there is none, or only one
-        that an internal error has ended, which is retired. */
-    bool JoinShared(const nbx::String& key) NBX_REQUIRES(gEngineLock);
-    /** Takes an engine that is given up unless the session is kept. */
+    /** Takes the writing engine of the file, which its users in this process share, and connects to it; false
+        when there is none, or only one that an internal error has ended, which is retired. */
+    bool Join(FileTurn& turn);
+    /** Takes a use of an engine, or null; it is given up unless the session is kept. */
     void Own(SharedEngine engine) {
         engine_ = std::move(engine);
         is_owned_ = engine_ != nullptr;

@@ -43,9 +43,15 @@ bool Probe(nbx::I_File& file, nbx::smart_ptr<nbx::I_Location> location) noexcept
 
 bool LooksLikeDuckDBFile(nbx::smart_ptr<nbx::I_Location> location) noexcept {
     try {
-        // Opening and closing a file that an engine of this process has open would drop the engine's lock.
-        if (location && EngineFiles::Get().IsInUse(ToUtf8(location->get_PathText()))) {
-            return true;
+        if (!location) {
+            return false;
+        }
+        // While the probe lasts, no engine of this process opens the file. Opening and closing it beside one
+        // that has it open would drop the lock on it.
+        const FileTurn turn(EngineFiles::Get(), ToUtf8(location->get_PathText()));
+        const FileContent known = ReadContentWithoutOpening(turn.get_Look());
+        if (known != FileContent::unreadable) {
+            return known != FileContent::other;
         }
         const auto file = nbx::MakeObject<nbx::FileWin>();
         return Probe(*file, std::move(location));

@@ -1,15 +1,80 @@
 #include "extension/restore.h"
 
+#include <stdexcept>
+#include <string>
 #include <utility>
 
 #include "base/errors.h"
+#include "base/text.h"
 #include "extension/import.h"
+#include "extension/restored_file.h"
 #include "objects/database.h"
 
 namespace mduckdb {
 
-nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase> RestoreDatabase(
-    nbx::smart_ptr<nbx::I_Location> database_location, nbx::smart_ptr<nbx::I_Location> backup_folder) {
+namespace {
+
+using Location = nbx::smart_ptr<nbx::I_Location>;
+
+/** Where the file is built, under the text of the target: errors name what the caller asked for. */
+class BuildLocation final : public nbx::Counted<nbx::I_Location> {
+  public:
+    BuildLocation(Location place, Location target) : place_(std::move(place)), target_(std::move(target)) {}
+
+    void* QueryInterface(uint32_t interface_id) override { return place_->QueryInterface(interface_id); }
+    nbx::String get_Text() const override { return target_->get_Text(); }
+    nbx::String get_PathText() const override { return place_->get_PathText(); }
+    bool get_Exists() const override { return place_->get_Exists(); }
+    Location get_Parent() const override { return place_->get_Parent(); }
+    Location MakeChild(const nbx::String& name) const override { return place_->MakeChild(name); }
+
+  private:
+    const Location place_;
+    const Location target_;
+};
+
+/** Creates the database and imports; the database is closed afterwards, whatever happens. */
+void Import(const nbx::smart_ptr<DuckDBDatabase>& database, const nbx::I_Location& backup) {
+    database->Create();
+    try {
+        ImportBackup(*database, backup);
+        // Its error, which the closing would keep to itself.
+        database->SqlExecute(nbx::String("CHECKPOINT"), nullptr);
+    } catch (...) {
+        database->Close();
+        throw;
+    }
+    database->Close();
+}
+
+void RestoreFile(const DuckDBDatabase& database, const Location& location, const nbx::I_Location& backup)
+    NBX_REQUIRES(gEngineLock) {
+    const std::string path = ToUtf8(location->get_PathText());
+    FileTurn turn(EngineFiles::Get(), path);
+    database.ThrowIfUsed(turn);
+    try {
+        RestoredFile file(turn, path);
+        const Location place(
+            nbx::MakeObject<BuildLocation>(nbx::CreateLocation(FromUtf8(file.get_Path())), location));
+        try {
+            Import(nbx::MakeObject<DuckDBDatabase>(place), backup);
+        } catch (...) {
+            if (!file.get_ReplacesAnother() && place->get_Exists()) {
+                file.TakePlace();
+            }
+            throw;
+        }
+        file.LimitRights(ToUtf8(backup.get_PathText()) + "/schema.sql");
+        file.TakePlace();
+    } catch (const std::runtime_error& error) {
+        ThrowDuckDBError(location->get_Text(), error.what());
+    }
+}
+
+}  // namespace
+
+nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase> RestoreDatabase(Location database_location,
+                                                             Location backup_folder) {
     if (!database_location) {
         throw nbx::xDBError(kNoDatabaseLocationCode);
     }
@@ -17,13 +82,12 @@ nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase> RestoreDatabase(
         throw nbx::xDBError(kNoBackupLocationCode);
     }
     const EngineLockScope lock;
-    auto database = nbx::MakeObject<DuckDBDatabase>(std::move(database_location));
-    if (database->get_Exists()) {
-        database->Drop();
+    auto database = nbx::MakeObject<DuckDBDatabase>(database_location);
+    if (database->IsInMemory()) {
+        Import(database, *backup_folder);
+    } else {
+        RestoreFile(*database, database_location, *backup_folder);
     }
-    database->Create();
-    ImportBackup(*database, *backup_folder);
-    database->Close();
     return database;
 }
 

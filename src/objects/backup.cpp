@@ -1,6 +1,11 @@
+#include <sys/stat.h>
+
 #include <cstring>
+#include <filesystem>
 #include <memory>
 #include <optional>
+#include <string>
+#include <system_error>
 #include <utility>
 
 #include "base/errors.h"
@@ -54,6 +59,29 @@ std::string BuildExportStatement(const nbx::I_Location& backup) {
            " ( FORMAT PARQUET, COMPRESSION ZSTD, ROW_GROUP_SIZE 100_000, PARQUET_VERSION V2 )";
 }
 
+/** Takes from a file or folder the rights that the database's file does not give. Whoever may read a file may
+   also enter the folder. What cannot be changed stays as it is: the backup matters more. */
+void LimitRights(const std::string& path, mode_t model, bool is_folder) {
+    struct stat info {};
+    if (stat(path.c_str(), &info) == 0) {
+        const mode_t allowed = is_folder ? model | S_IRWXU | ((model & 0444) >> 2) : model;
+        static_cast<void>(chmod(path.c_str(), info.st_mode & allowed & 0777));
+    }
+}
+
+/** Gives a backup no more access rights than the database has; the folder first. */
+void LimitRightsOfBackup(const std::string& backup, const std::string& database) {
+    struct stat info {};
+    if (stat(database.c_str(), &info) != 0) {
+        return;
+    }
+    LimitRights(backup, info.st_mode & 0777, true);
+    std::error_code error;
+    for (const auto& entry : std::filesystem::directory_iterator(backup, error)) {
+        LimitRights(entry.path().string(), info.st_mode & 0777, false);
+    }
+}
+
 /** An export that runs without the engine lock; whoever wants to close the database waits for its end. */
 class RunningExport : nbx::noncopyable {
   public:
@@ -84,7 +112,8 @@ bool Export(SideConnection& connection, const std::string& statement, std::strin
 }  // namespace
 
 std::unique_ptr<SideConnection> DuckDBDatabase::PrepareBackup(Location folder,
-                                                              std::string& export_statement) {
+                                                              std::string& export_statement,
+                                                              std::string& backup_path) {
     link_->RequireConnection();
     folder = ChooseFolder(std::move(folder), *location_);
     if (!IsFolderThere(folder)) {
@@ -98,6 +127,11 @@ std::unique_ptr<SideConnection> DuckDBDatabase::PrepareBackup(Location folder,
     }
     WriteMarker(*backup, location_->get_Text());
     export_statement = BuildExportStatement(*backup);
+    // Not where a host has its backups all in the folder itself.
+    if (!(backup->get_PathText() == folder->get_PathText())) {
+        backup_path = ToUtf8(backup->get_PathText());
+        LimitRightsOfBackup(backup_path, ToUtf8(path_));
+    }
     return connection;
 }
 
@@ -107,16 +141,20 @@ void DuckDBDatabase::Backup(Location folder) {
     bool is_interrupted = false;
     {
         std::string export_statement;
+        std::string backup_path;
         std::optional<RunningExport> running;
         // Goes before the export counts as ended, since the engine may be closed from then on.
         std::unique_ptr<SideConnection> connection;
         {
             const EngineLockScope lock;
-            connection = PrepareBackup(std::move(folder), export_statement);
+            connection = PrepareBackup(std::move(folder), export_statement, backup_path);
             running.emplace(export_gate_);
         }
         if (!Export(*connection, export_statement, error)) {
             is_interrupted = connection->get_Interruptible().TakeInterrupted();
+        }
+        if (!backup_path.empty()) {
+            LimitRightsOfBackup(backup_path, ToUtf8(path_));
         }
     }
     // Whoever waited for the export may have closed and destroyed this object by now.

@@ -115,7 +115,7 @@ void DuckDBDatabase::put_StorageVersion(nbx::String version) {
 void DuckDBDatabase::put_Options(const nbx::mrsql::DuckDBDatabaseOptions& options) {
     const EngineLockScope lock;
     options_ = options;
-    are_options_given_ = true;
+    are_options_given_ = are_options_new_ = true;
 }
 
 nbx::smart_ptr<nbx::mrsql::I_DuckDBStatement> DuckDBDatabase::CreateStatement(const nbx::String& sql) {
@@ -172,10 +172,6 @@ void DuckDBDatabase::Interrupt() {
 bool DuckDBDatabase::IsInMemory() const {
     const auto extension = nbx::mrsql::GetDuckDBExtension();
     return extension ? extension->IsInMemoryPath(path_) : path_ == nbx::String(":memory:");
-}
-
-std::string DuckDBDatabase::get_EngineFile() const {
-    return IsInMemory() ? std::string() : ToUtf8(path_);
 }
 
 }  // namespace mduckdb

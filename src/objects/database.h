@@ -9,7 +9,7 @@
 
 #include "backup/stop.h"
 #include "base/engine_lock.h"
-#include "engines/engine.h"
+#include "engines/engine_files.h"
 #include "engines/session.h"
 #include "nbx/foreign_plugin.h"
 #include "nbx/mrsql/duckdb_database.h"
@@ -79,28 +79,38 @@ class DuckDBDatabase final : public nbx::mrsql::I_DuckDBDatabase,
     /** What this object's statements, cursors and results are made with. */
     const SharedLink& get_Link() const noexcept { return link_; }
 
-  private:
     /** Whether the path names the in-memory database. */
     bool IsInMemory() const;
+    /** Throws when anybody in this process has the file open, under whatever name. */
+    void ThrowIfUsed(const FileTurn& turn) const NBX_REQUIRES(gEngineLock);
+
+  private:
     bool get_ExistsLocked() NBX_REQUIRES(gEngineLock);
-    /** The file that engines of this object open, for `Engine::file`; empty when there is none. */
-    std::string get_EngineFile() const;
+    /** The turn on this object's file, or on its name where there is no file. */
+    FileTurn TakeTurn(bool is_file) const;
 
     void CloseLocked() noexcept NBX_REQUIRES(gEngineLock);
+    /** As `CloseLocked`, but options that were given since the database was opened count for the next open.
+     */
+    void CloseToReopen() noexcept NBX_REQUIRES(gEngineLock);
     void OpenLocked() NBX_REQUIRES(gEngineLock);
-    void DropLocked() NBX_REQUIRES(gEngineLock);
-    /** `Create` after the preliminary drop; gives the creation error, which is empty on success. */
-    void CreateSession(Session& session, std::string& error) NBX_REQUIRES(gEngineLock);
+    void DropLocked(FileTurn& turn) NBX_REQUIRES(gEngineLock);
+    /** Deletes the file, which nobody in this process has open, and its log. Throws when another process has
+       it open, or when it is no database. */
+    void DeleteFile(FileTurn& turn);
+    /** `Create` after the preliminary drop; sets the creation error, which is empty on success. */
+    void CreateSession(Session& session, FileTurn& turn, std::string& error) NBX_REQUIRES(gEngineLock);
     /** Throws `xException` 0x99000 when the file cannot be opened. */
-    SharedEngine OpenEngine() NBX_REQUIRES(gEngineLock);
-    /** Null and the error text when the file cannot be made. */
-    SharedEngine CreateEngine(std::string& error) NBX_REQUIRES(gEngineLock);
+    SharedEngine OpenEngine(FileTurn& turn) NBX_REQUIRES(gEngineLock);
+    /** Null and the error text when the file cannot be created. */
+    SharedEngine CreateEngine(FileTurn& turn, std::string& error) NBX_REQUIRES(gEngineLock);
     /** Makes the file with the storage version and block size; false and the error text on failure. */
     bool CreateFormattedFile(duckdb_config config, std::string& error) NBX_REQUIRES(gEngineLock);
     std::string BuildAttachStatement() const NBX_REQUIRES(gEngineLock);
     /** Chooses and marks the place of a backup; returns a connection for the export and its statement. */
     std::unique_ptr<SideConnection> PrepareBackup(nbx::smart_ptr<nbx::I_Location> folder,
-                                                  std::string& export_statement) NBX_REQUIRES(gEngineLock);
+                                                  std::string& export_statement,
+                                                  std::string& backup_path) NBX_REQUIRES(gEngineLock);
     /** Runs what needs the engine and its time, without the engine lock, so that `Close` waits for it and
         `Interrupt` ends it. `work` is called with the engine's handle and the stop. */
     template <class Work>
@@ -119,6 +129,8 @@ class DuckDBDatabase final : public nbx::mrsql::I_DuckDBDatabase,
     nbx::String storage_version_ NBX_GUARDED_BY(gEngineLock);
     nbx::mrsql::DuckDBDatabaseOptions options_ NBX_GUARDED_BY(gEngineLock);
     bool are_options_given_ NBX_GUARDED_BY(gEngineLock) = false;
+    /** They were given after the last open. */
+    bool are_options_new_ NBX_GUARDED_BY(gEngineLock) = false;
 
     /** Written under the engine lock, read without. */
     std::atomic<bool> is_open_{false};

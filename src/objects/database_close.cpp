@@ -1,4 +1,5 @@
-#include <utility>
+#include <algorithm>
+#include <string>
 
 #include "base/text.h"
 #include "engines/handle_registry.h"
@@ -6,6 +7,12 @@
 #include "objects/database.h"
 
 namespace mduckdb {
+
+namespace {
+
+const std::string kCannotDrop = "Can not be dropped. ";
+
+}  // namespace
 
 void DuckDBDatabase::Close() {
     if (!is_open_.load()) {
@@ -25,31 +32,61 @@ void DuckDBDatabase::CloseLocked() noexcept {
     link_->get_Children().CloseAll();
     link_->Disconnect();
     is_read_only_.store(false);
-    are_options_given_ = false;
+    are_options_given_ = are_options_new_ = false;
     is_open_.store(false);
-    const SharedEngine engine = std::move(engine_);
-    HandleRegistry::Get().RemoveUser(open_key_, engine);
+    GiveUpEngine(*engine_);
+    engine_.reset();
+    HandleRegistry::Get().RemoveUser(open_key_);
     open_key_.clear();
+}
+
+void DuckDBDatabase::CloseToReopen() noexcept {
+    const bool are_new = are_options_new_;
+    CloseLocked();
+    are_options_given_ = are_options_given_ || are_new;
 }
 
 void DuckDBDatabase::Drop() {
     const IdleEngineLockScope lock(export_gate_);
     CloseLocked();
-    DropLocked();
+    FileTurn turn = TakeTurn(true);
+    DropLocked(turn);
 }
 
-void DuckDBDatabase::DropLocked() {
-    if (const uint32_t count = HandleRegistry::Get().get_UserCount(location_->get_PathText())) {
-        ThrowError("Can not be dropped. " + std::to_string(count) + " connections are alive.");
+void DuckDBDatabase::DropLocked(FileTurn& turn) {
+    ThrowIfUsed(turn);
+    if (!IsInMemory()) {
+        DeleteFile(turn);
     }
-    if (IsInMemory()) {
-        return;
+}
+
+void DuckDBDatabase::ThrowIfUsed(const FileTurn& turn) const {
+    // The registry also knows users without a file of their own.
+    const uint32_t registered = HandleRegistry::Get().get_UserCount(location_->get_PathText());
+    if (const uint32_t count = std::max(turn.get_UserCount(), registered)) {
+        ThrowError(kCannotDrop + std::to_string(count) + " connections are alive.");
     }
-    EngineFiles::Get().CloseIdle(ToUtf8(path_));
+    if (turn.IsOpenByOtherMeans()) {
+        ThrowError(kCannotDrop + "This process has the file open by other means, for example by ATTACH.");
+    }
+}
+
+void DuckDBDatabase::DeleteFile(FileTurn& turn) {
     const auto file = nbx::CreateFile(location_);
     file->Open();
     file->Close();
-    file->ThrowOut();
+    FileLock lock;
+    std::string reason;
+    if (!lock.Take(turn.get_Look(), reason)) {
+        ThrowError(kCannotDrop + reason);
+    }
+    turn.ClaimPlace();
+    // A link stays; the database that it leads to goes.
+    const bool is_link = turn.get_Look().path != ToUtf8(path_);
+    (is_link ? nbx::CreateFile(nbx::CreateLocation(FromUtf8(turn.get_Look().path))) : file)->ThrowOut();
+    // After the file: a log without its file is nothing, a file without its log has lost rows.
+    DeleteLog(turn.get_Look().path);
+    turn.LookAgain();
 }
 
 }  // namespace mduckdb

@@ -50,16 +50,19 @@ class AuxiliaryEngine : nbx::noncopyable {
 }  // namespace
 
 void DuckDBDatabase::Create() {
-    try {
-        Drop();
-    } catch (...) {  // Others use the file: it stays, and this object shares it.
-    }
     const IdleEngineLockScope lock(export_gate_);
-    CloseLocked();
+    CloseToReopen();
     std::string error;
+    Session session;
+    FileTurn turn = TakeTurn(true);
+    // Other objects on the same path share their engine with this one; everybody else's file stays theirs.
+    const bool is_shared =
+        turn.get_UserCount() > 0 && HandleRegistry::Get().get_UserCount(location_->get_PathText()) > 0;
+    if (turn.get_Exists() && !is_shared) {
+        DropLocked(turn);
+    }
     try {
-        Session session;
-        CreateSession(session, error);
+        CreateSession(session, turn, error);
         if (error.empty()) {
             Adopt(session);
         }
@@ -73,30 +76,30 @@ void DuckDBDatabase::Create() {
     }
 }
 
-void DuckDBDatabase::CreateSession(Session& session, std::string& error) {
-    if (!session.JoinShared(location_->get_PathText())) {
-        session.Own(CreateEngine(error));
+void DuckDBDatabase::CreateSession(Session& session, FileTurn& turn, std::string& error) {
+    if (!session.Join(turn)) {
+        session.Own(CreateEngine(turn, error));
     }
     if (error.empty() && !session.Connect()) {
         error = "Failed to create DuckDB connection";
     }
 }
 
-SharedEngine DuckDBDatabase::CreateEngine(std::string& error) {
-    auto engine = std::make_shared<Engine>();
-    engine->file = get_EngineFile();
+SharedEngine DuckDBDatabase::CreateEngine(FileTurn& turn, std::string& error) {
     Configuration configuration;
     configuration.SetAccessMode("READ_WRITE");
     if (are_options_given_) {
         configuration.ApplyOptions(options_);
     }
+    error = configuration.get_Error().empty() ? turn.get_Refusal(Engine::Access::writing)
+                                              : configuration.get_Error();
     const bool has_format = !storage_version_.isEmpty() || block_size_ != 0;
-    if (has_format && !CreateFormattedFile(configuration.get(), error)) {
+    if (!error.empty() || (has_format && !CreateFormattedFile(configuration.get(), error))) {
         return nullptr;
     }
-    if (!OpenForWriting(*engine, ToUtf8(path_), configuration, error)) {
+    SharedEngine engine = turn.OpenWriter(ToUtf8(path_), configuration, error);
+    if (!engine) {
         error = TextOr(error.c_str(), "Unknown DuckDB database open error");
-        return nullptr;
     }
     return engine;
 }

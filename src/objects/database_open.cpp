@@ -11,7 +11,7 @@ namespace mduckdb {
 
 void DuckDBDatabase::Open() {
     const IdleEngineLockScope lock(export_gate_);
-    CloseLocked();
+    CloseToReopen();
     OpenLocked();
 }
 
@@ -20,8 +20,9 @@ void DuckDBDatabase::OpenLocked() {
         ThrowError("File does not exist");
     }
     Session session;
-    if (!session.JoinShared(location_->get_PathText())) {
-        session.Own(OpenEngine());
+    FileTurn turn = TakeTurn(token_.isEmpty());
+    if (!session.Join(turn)) {
+        session.Own(OpenEngine(turn));
     }
     if (!session.Connect()) {
         throw nbx::xException(kOpenErrorCode, "Failed to create DuckDB connection");
@@ -30,9 +31,12 @@ void DuckDBDatabase::OpenLocked() {
     is_read_only_.store(engine_->access == Engine::Access::reading);
 }
 
-SharedEngine DuckDBDatabase::OpenEngine() {
-    auto engine = std::make_shared<Engine>();
-    engine->file = token_.isEmpty() ? get_EngineFile() : std::string();
+FileTurn DuckDBDatabase::TakeTurn(bool is_file) const {
+    return is_file && !IsInMemory() ? FileTurn(EngineFiles::Get(), ToUtf8(path_))
+                                    : FileTurn::OfName(ToUtf8(location_->get_PathText()));
+}
+
+SharedEngine DuckDBDatabase::OpenEngine(FileTurn& turn) {
     const std::string path = ToUtf8(path_);
     Configuration configuration;
     configuration.ApplyCredentials(token_, user_agent_);
@@ -40,20 +44,21 @@ SharedEngine DuckDBDatabase::OpenEngine() {
         configuration.ApplyOptions(options_);
     }
     std::string error;
-    bool is_open = false;
+    SharedEngine engine;
     if (are_options_given_ && !options_.read_write) {
         configuration.SetAccessMode("READ_ONLY");
-        is_open = OpenForReading(*engine, path, configuration, true, error);
+        engine = turn.TakeIdleReader(configuration);
+        engine = engine ? engine : turn.OpenReader(path, configuration, error);
     } else {
         configuration.SetAccessMode("READ_WRITE");
-        is_open = OpenForWriting(*engine, path, configuration, error);
-        if (!is_open) {
+        engine = turn.OpenWriter(path, configuration, error);
+        // Only what DuckDB refuses falls back to reading; what this process is in the way of does not.
+        if (!engine && turn.get_Refusal(Engine::Access::writing).empty()) {
             configuration.SetAccessMode("READ_ONLY");
-            // A new engine in any case: the failed one took this process's lock on the file with it.
-            is_open = OpenForReading(*engine, path, configuration, false, error);
+            engine = turn.OpenReader(path, configuration, error);
         }
     }
-    if (!is_open) {
+    if (!engine) {
         throw nbx::xException(kOpenErrorCode,
                               TextOr(error.c_str(), "Failed to open DuckDB database").c_str());
     }
@@ -63,11 +68,12 @@ SharedEngine DuckDBDatabase::OpenEngine() {
 void DuckDBDatabase::Adopt(Session& session) {
     nbx::String key = location_->get_PathText();
     // The last step that can fail: from here on the registry counts a user, whom `CloseLocked` takes away.
-    HandleRegistry::Get().AddUser(key, session.get_Engine());
+    HandleRegistry::Get().AddUser(key);
     session.Keep();
     engine_ = session.get_Engine();
     std::swap(open_key_, key);
     link_->ReplaceConnection(session.get_Connection());
+    are_options_new_ = false;
     is_open_.store(true);
 }
 

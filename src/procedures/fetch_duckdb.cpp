@@ -1,5 +1,8 @@
 #include <stdexcept>
 #include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
 
 #include "base/text.h"
 #include "procedures/handlers.h"
@@ -9,17 +12,22 @@
 namespace mduckdb {
 namespace {
 
-/** The name with every part in double quotes, whether it was given so or not. */
-std::string QuoteQualifiedName(std::string_view name) {
-    std::string quoted;
-    for (const std::string& part : SplitQualifiedName(name)) {
+/** The parts of a qualified name as they are, whether they were given in double quotes or not. */
+std::vector<std::string> ReadQualifiedName(std::string_view name) {
+    std::vector<std::string> parts = SplitQualifiedName(name);
+    for (std::string& part : parts) {
         if (part.empty()) {
             throw std::invalid_argument("Invalid DuckDB table or view name.");
         }
-        if (!quoted.empty()) {
-            quoted += '.';
-        }
-        quoted += QuoteIdentifier(UnquotePart(part));
+        part = UnquotePart(part);
+    }
+    return parts;
+}
+
+std::string QuoteQualifiedName(const std::vector<std::string>& parts) {
+    std::string quoted;
+    for (const std::string& part : parts) {
+        quoted += (quoted.empty() ? "" : ".") + QuoteIdentifier(part);
     }
     return quoted;
 }
@@ -35,9 +43,11 @@ mirona_cursor FetchDuckDB::Run(mirona_call call, const Arguments& arguments) {
     if (Trim(name).empty()) {
         throw std::invalid_argument("fetch_duckdb requires DuckDB table or view name.");
     }
-    const std::string base_query = "SELECT * FROM " + QuoteQualifiedName(Trim(name));
+    std::vector<std::string> parts = ReadQualifiedName(Trim(name));
     const std::string limit = arguments.Limit(2);
-    return RunQuery(call, kName, PrivateEngine::OpenFile(uri), base_query, limit);
+    PrivateEngine engine = PrivateEngine::OpenFile(uri);
+    engine.QualifyName(parts);
+    return RunQuery(call, kName, std::move(engine), "SELECT * FROM " + QuoteQualifiedName(parts), limit);
 }
 
 }  // namespace mduckdb

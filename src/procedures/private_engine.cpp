@@ -7,22 +7,19 @@
 #include <string_view>
 #include <utility>
 
-#include "engines/engine_files.h"
-
 namespace mduckdb {
 namespace {
 
-constexpr EngineFiles::Access kReading = EngineFiles::Access::reading;
-/** Stands for the configuration below among the idle engines. */
-constexpr const char* kConfiguration = "procedure";
+constexpr const char* kOpenFailed = "Unable to open DuckDB database.";
+constexpr const char* kConnectFailed = "Unable to connect to DuckDB database.";
+/** Keeps idle engines apart from those that database objects configured. */
+constexpr const char* kConfigurationMark = "procedure";
 
-duckdb_state OpenReadOnly(const std::string& path, duckdb_database* database) {
-    ConfigHolder config;
-    if (duckdb_create_config(config.Receive()) != DuckDBSuccess ||
-        duckdb_set_config(config.get(), "access_mode", "READ_ONLY") != DuckDBSuccess) {
-        return DuckDBError;
-    }
-    return duckdb_open_ext(path.c_str(), database, config.get(), nullptr);
+/** The name that DuckDB gives to the catalog of a file. */
+std::string CatalogName(const std::string& path) {
+    std::string name = path.substr(path.rfind('/') + 1);
+    name = name.substr(0, name.find('.'));
+    return name == "main" || name == "temp" || name == "system" ? name + "_db" : name;
 }
 
 bool TakePrefix(std::string_view& text, std::string_view prefix) {
@@ -70,45 +67,94 @@ PrivateEngine PrivateEngine::OpenInMemory() {
 PrivateEngine PrivateEngine::OpenFile(const std::string& path) {
     PrivateEngine engine;
     const std::string file = DatabaseFilePath(path);
-    if (file == ":memory:") {
-        duckdb_open(nullptr, &engine.database_);
-    } else if (!file.empty()) {
-        engine.OpenReading(file);
+    if (file.empty() || (file == ":memory:" && duckdb_open(nullptr, &engine.database_) != DuckDBSuccess)) {
+        throw std::runtime_error(kOpenFailed);
     }
-    if (engine.database_ == nullptr) {
-        throw std::runtime_error("Unable to open DuckDB database.");
+    if (engine.database_ != nullptr) {
+        engine.Connect(kConnectFailed);
+    } else {
+        engine.UseFile(file);
     }
-    engine.Connect("Unable to connect to DuckDB database.");
     return engine;
 }
 
-void PrivateEngine::OpenReading(const std::string& file) {
-    EngineFiles& files = EngineFiles::Get();
-    held_file_ = file;
-    database_ = files.TakeIdleReader(file, kConfiguration);
-    if (database_ == nullptr && files.TryHold(file, kReading) &&
-        OpenReadOnly(file, &database_) != DuckDBSuccess) {
-        files.CancelHold(file, kReading);
+void PrivateEngine::UseFile(const std::string& file) {
+    catalog_ = CatalogName(file);
+    FileTurn turn(EngineFiles::Get(), file);
+    if (JoinWriter(turn)) {
+        return;
     }
+    Configuration configuration;
+    configuration.SetAccessMode("READ_ONLY");
+    configuration.Mark(kConfigurationMark);
+    engine_ = turn.TakeIdleReader(configuration);
+    std::string error;
+    if (!engine_) {
+        engine_ = turn.OpenReader(file, configuration, error);
+    }
+    if (!engine_) {
+        const std::string refusal = turn.get_Refusal(Engine::Access::reading);
+        throw std::runtime_error(refusal.empty() ? kOpenFailed : refusal);
+    }
+    Connect(kConnectFailed);
+}
+
+bool PrivateEngine::JoinWriter(FileTurn& turn) {
+    while ((engine_ = turn.JoinWriter()) != nullptr) {
+        // The engine's users may have set this for all connections; this one reports plain texts. Where the
+        // configuration is locked the texts stay as they are.
+        is_shared_ = duckdb_connect(engine_->handle, &connection_) == DuckDBSuccess &&
+                     (Run("SET SESSION errors_as_json = false"), Run("BEGIN TRANSACTION READ ONLY"));
+        if (is_shared_) {
+            return true;
+        }
+        duckdb_disconnect(&connection_);
+        if (IsEngineAlive(engine_->handle)) {
+            throw std::runtime_error(kConnectFailed);
+        }
+        turn.Retire(*engine_);
+    }
+    return false;
 }
 
 PrivateEngine::PrivateEngine(PrivateEngine&& other) noexcept
-    : held_file_(std::exchange(other.held_file_, {})),
+    : engine_(std::move(other.engine_)),
       database_(std::exchange(other.database_, nullptr)),
-      connection_(std::exchange(other.connection_, nullptr)) {}
+      connection_(std::exchange(other.connection_, nullptr)),
+      is_shared_(std::exchange(other.is_shared_, false)),
+      catalog_(std::move(other.catalog_)) {}
 
 PrivateEngine::~PrivateEngine() {
     duckdb_disconnect(&connection_);
-    if (held_file_.empty() || database_ == nullptr) {
-        duckdb_close(&database_);
-    } else {
-        EngineFiles::Get().GiveUp(held_file_, kReading, kConfiguration, database_);
-    }
+    duckdb_close(&database_);
+    engine_.reset();
 }
 
 void PrivateEngine::Connect(const char* failure_text) {
-    if (duckdb_connect(database_, &connection_) != DuckDBSuccess) {
+    if (duckdb_connect(engine_ ? engine_->handle : database_, &connection_) != DuckDBSuccess) {
         throw std::runtime_error(failure_text);
+    }
+}
+
+bool PrivateEngine::Run(const char* sql) noexcept {
+    return duckdb_query(connection_, sql, nullptr) == DuckDBSuccess;
+}
+
+void PrivateEngine::FinishReading() noexcept {
+    if (std::exchange(is_shared_, false)) {
+        Run("ROLLBACK");
+    }
+}
+
+void PrivateEngine::QualifyName(std::vector<std::string>& parts) {
+    if (!is_shared_ || parts.size() < 2 || strcasecmp(parts.front().c_str(), catalog_.c_str()) != 0) {
+        return;
+    }
+    ResultHolder result = Query(
+        "SELECT database_name FROM duckdb_databases() WHERE NOT internal ORDER BY database_oid LIMIT 1");
+    const TextHolder name(duckdb_value_varchar(result.get(), 0, 0));
+    if (name) {
+        parts.front() = name.get();
     }
 }
 

@@ -4,8 +4,10 @@
 
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "base/holders.h"
+#include "engines/engine_files.h"
 
 namespace mduckdb {
 
@@ -15,8 +17,9 @@ class PrivateEngine {
   public:
     /** An engine of its own in memory. */
     static PrivateEngine OpenInMemory();
-    /** An engine that only reads the database file: it creates, checkpoints and deletes nothing. Refused
-        while an engine of this process has the file open for writing. `:memory:` is an empty database. */
+    /** Reads a database file. Where this process has it open for writing, through that engine, in a read-only
+        transaction that lasts until `FinishReading`; otherwise through an engine that only reads. Either way
+       it creates, checkpoints and deletes nothing. `:memory:` is an empty database. */
     static PrivateEngine OpenFile(const std::string& path);
 
     PrivateEngine(PrivateEngine&& other) noexcept;
@@ -27,17 +30,30 @@ class PrivateEngine {
     /** Runs the text to the end; throws with DuckDB's text when it fails. */
     ResultHolder Query(const std::string& sql);
     duckdb_connection get_Connection() const noexcept { return connection_; }
+    /** The result that is wanted is complete: ends the transaction, so that it holds back no checkpoint.
+     */
+    void FinishReading() noexcept;
+    /** Has a name that starts with the name of the file's catalog mean the file, also where an engine that is
+       shared has it under another one. */
+    void QualifyName(std::vector<std::string>& parts);
 
   private:
     PrivateEngine() = default;
     void Connect(const char* failure_text);
-    /** Leaves the engine null when the file cannot be opened. */
-    void OpenReading(const std::string& file);
+    void UseFile(const std::string& file);
+    /** Connects to the writing engine, if there is one that works. */
+    bool JoinWriter(FileTurn& turn);
+    bool Run(const char* sql) noexcept;
 
-    /** The file that the engine is announced for; empty when it has none. */
-    std::string held_file_;
+    /** The use of a file's engine, or null. */
+    SharedEngine engine_;
+    /** The engine in memory, which is this object's own, or null. */
     duckdb_database database_ = nullptr;
     duckdb_connection connection_ = nullptr;
+    /** The engine is the one that this process writes with. */
+    bool is_shared_ = false;
+    /** The catalog's name of a file that is opened under the path. */
+    std::string catalog_;
 };
 
 /** The error of a failed query, with DuckDB's text if it has one. */

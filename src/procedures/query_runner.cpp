@@ -70,6 +70,7 @@ mirona_cursor RunQuery(mirona_call call, const char* procedure_name, PrivateEngi
                        const std::string& base_query, const std::string& limit) {
     RequireNoNul(procedure_name, base_query);
     ResultHolder result = FetchRows(engine, procedure_name, base_query, limit);
+    engine.FinishReading();
     std::vector<ColumnRecord> columns = DescribeColumns(*result.get());
     auto state = std::make_unique<QueryState>(std::move(engine), std::move(columns), std::move(result));
     const mirona_cursor_def def = state->MakeCursorDef();

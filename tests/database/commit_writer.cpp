@@ -1,7 +1,8 @@
 // Writes rows to a database, one transaction each, until it is killed: commit_writer FILE [ORDER]
 // Prints the number of each row after its commit. The table r(i INTEGER) continues from its last row.
 // With an ORDER it calls fetch_duckdb on the same file after each commit too, and prints what that reported
-// behind the number; `fetch-before` also has a cursor of it open while the file is opened for writing.
+// behind the number; `fetch-before` also has a cursor of it open when it first tries to open the file for
+// writing, and ends when that is not refused.
 
 #include <cstdio>
 #include <cstring>
@@ -29,16 +30,17 @@ int main(int argc, char** argv) {
     const char* order = argc == 3 ? argv[2] : "";
     const TestHost host;
     mduckdb::testing::FakeHost caller;
-    if (std::strcmp(order, "fetch-before") == 0 && Fetch(caller, argv[1]) != "none") {
+    const auto database = host.Database(argv[1]);
+    if (std::strcmp(order, "fetch-before") == 0 &&
+        (Fetch(caller, argv[1]) != "none" || Thrown([&] { database->Open(); }) == "none")) {
         return 1;
     }
-    const auto database = host.Database(argv[1]);
+    caller.CloseCursor();
     if (database->get_Exists()) {
         database->Open();
     } else {
         database->Create();
     }
-    caller.CloseCursor();
     Execute(*database, "CREATE TABLE IF NOT EXISTS r(i INTEGER)");
     for (int i = std::stoi(QueryText(*database, "SELECT coalesce(max(i), 0) FROM r")) + 1;; ++i) {
         Execute(*database, "INSERT INTO r VALUES (" + std::to_string(i) + ")");

@@ -16,7 +16,7 @@ class DatabaseTest : public testing::Test {
     void SetUp() override { duckdb_faults::Reset(); }
     void TearDown() override {
         EXPECT_EQ(duckdb_faults::CountLiveHandles(), 0);
-        EXPECT_EQ(mduckdb::EngineFiles::Get().get_IdleCount(), 0u);
+        EXPECT_EQ(mduckdb::EngineFiles::Get().get_EngineCount(), 0u);
     }
     std::string Path(const std::string& name = "test.db") const { return folder / name; }
     /** A file with the table t of the numbers 1 to 3. */

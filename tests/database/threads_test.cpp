@@ -111,7 +111,7 @@ TEST(DatabaseThreads, EightThreadsOnSharedAndOwnObjects) {
     shared->Close();
     memory->Close();
     EXPECT_EQ(shared->get_ConnectionCount(), 0u);
-    EXPECT_EQ(mduckdb::EngineFiles::Get().get_IdleCount(), 0u);
+    EXPECT_EQ(mduckdb::EngineFiles::Get().get_EngineCount(), 0u);
     EXPECT_FALSE(mduckdb::EngineFiles::Get().IsInUse(folder / "a.db"));
     ExpectNoHandleLeft();
 }

@@ -48,15 +48,96 @@ class FetchDuckDBTest : public ::testing::Test {
     FakeHost host_;
 };
 
-TEST_F(FetchDuckDBTest, RefusesAFileThatThisProcessHoldsForWriting) {
-    ASSERT_TRUE(EngineFiles::Get().TryHold(file_, EngineFiles::Access::writing));
-    for (const std::string& uri : {file_, folder_ + "/./a.db", "file:" + file_, "file://" + file_,
-                                   "file://localhost" + file_, "duckdb:" + file_, "DuckDB:" + file_}) {
-        EXPECT_FALSE(Fetch(uri)) << uri;
-        EXPECT_THAT(host_.reports, ElementsAre("Unable to open DuckDB database.")) << uri;
+/** Keeps the file open for writing, as a database object does. */
+class HeldForWriting {
+  public:
+    explicit HeldForWriting(const std::string& file) {
+        FileTurn turn(EngineFiles::Get(), file);
+        std::string error;
+        engine_ = turn.OpenWriter(file, Configuration(), error);
+        EXPECT_NE(nullptr, engine_) << error;
+        EXPECT_EQ(DuckDBSuccess, duckdb_connect(engine_->handle, &connection_));
     }
-    EngineFiles::Get().CancelHold(file_, EngineFiles::Access::writing);
-    EXPECT_TRUE(Fetch(file_));
+    HeldForWriting(const HeldForWriting&) = delete;
+    HeldForWriting& operator=(const HeldForWriting&) = delete;
+    ~HeldForWriting() { Close(); }
+    void Run(const char* sql) { EXPECT_EQ(DuckDBSuccess, duckdb_query(connection_, sql, nullptr)) << sql; }
+    void Close() {
+        duckdb_disconnect(&connection_);
+        engine_.reset();
+    }
+
+  private:
+    SharedEngine engine_;
+    duckdb_connection connection_ = nullptr;
+};
+
+TEST_F(FetchDuckDBTest, ReadsThroughTheEngineThatHasTheFileOpenForWriting) {
+    HeldForWriting writer(file_);
+    writer.Run("INSERT INTO items VALUES (3); BEGIN; INSERT INTO items VALUES (4)");
+    std::filesystem::create_symlink(file_, folder_ + "/link.db");
+    std::filesystem::create_hard_link(file_, folder_ + "/hard.db");
+    for (const std::string& uri :
+         {file_, folder_ + "/./a.db", "file:" + file_, "file://" + file_, "file://localhost" + file_,
+          "duckdb:" + file_, "DuckDB:" + file_, folder_ + "/link.db", folder_ + "/hard.db"}) {
+        ASSERT_TRUE(Fetch(uri)) << uri << ": " << host_.reports[0];
+        EXPECT_EQ(3u, host_.cursor.row_count(host_.cursor.state)) << uri;
+        EXPECT_EQ(1u, EngineFiles::Get().get_EngineCount()) << uri;
+    }
+}
+
+TEST_F(FetchDuckDBTest, TheFirstPartOfANameMayBeTheNameOfTheFileAsItWasGiven) {
+    std::filesystem::create_symlink(file_, folder_ + "/link.x.db");
+    const auto fetch = [this](const char* file, const char* name) {
+        host_.reports.clear();
+        const auto* cursor = host_.Call<FetchDuckDB>({host_.Text(folder_ + "/" + file), host_.Text(name)});
+        return cursor != nullptr ? "" : host_.reports.at(0);
+    };
+    const auto expect_same = [&fetch](const std::string& when) {
+        for (const char* name :
+             {"items", "main.items", "link.items", "LINK.main.items", "\"link\".\"items\""}) {
+            EXPECT_EQ("", fetch("link.x.db", name)) << name << when;
+        }
+        EXPECT_EQ("", fetch("a.db", "a.items")) << when;
+        EXPECT_NE("", fetch("a.db", "link.items")) << when;
+    };
+    expect_same(" alone");
+    HeldForWriting writer(file_);
+    expect_same(" beside a writer");
+}
+
+TEST_F(FetchDuckDBTest, ErrorsAreTheSameTextsBesideAWriter) {
+    const auto report = [this](const char* table) {
+        host_.reports.clear();
+        EXPECT_EQ(nullptr, host_.Call<FetchDuckDB>({host_.Text(file_), host_.Text(table)}));
+        return host_.reports.at(0);
+    };
+    Run(file_, "CREATE VIEW wrong AS SELECT CAST(id || 'x' AS INTEGER) AS i FROM items");
+    const std::string missing = report("nothing");
+    const std::string wrong = report("wrong");
+    HeldForWriting writer(file_);
+    writer.Run("SET GLOBAL errors_as_json = true");
+    EXPECT_EQ(missing, report("nothing"));
+    EXPECT_EQ(wrong, report("wrong"));
+}
+
+TEST_F(FetchDuckDBTest, ACursorBesideAWriterHoldsBackNoCheckpointAndKeepsTheEngine) {
+    HeldForWriting writer(file_);
+    ASSERT_TRUE(Fetch(file_));
+    writer.Run("DELETE FROM items");
+    writer.Run("FORCE CHECKPOINT");
+    EXPECT_FALSE(std::filesystem::exists(file_ + ".wal"));
+    writer.Close();
+    EXPECT_TRUE(EngineFiles::Get().IsInUse(file_));
+    EXPECT_EQ(2u, host_.cursor.row_count(host_.cursor.state));
+    host_.CloseCursor();
+    EXPECT_FALSE(EngineFiles::Get().IsInUse(file_));
+}
+
+TEST_F(FetchDuckDBTest, WritesNothingBesideAWriter) {
+    HeldForWriting writer(file_);
+    writer.Run("CREATE SEQUENCE s; CREATE VIEW counting AS SELECT nextval('s') AS n");
+    EXPECT_EQ(nullptr, host_.Call<FetchDuckDB>({host_.Text(file_), host_.Text("counting")}));
 }
 
 TEST_F(FetchDuckDBTest, ReleasesTheFileWhenTheCursorIsClosed) {
@@ -64,7 +145,7 @@ TEST_F(FetchDuckDBTest, ReleasesTheFileWhenTheCursorIsClosed) {
     EXPECT_TRUE(EngineFiles::Get().IsInUse(file_));
     host_.CloseCursor();
     EXPECT_FALSE(EngineFiles::Get().IsInUse(file_));
-    EXPECT_EQ(0u, EngineFiles::Get().get_IdleCount());
+    EXPECT_EQ(0u, EngineFiles::Get().get_EngineCount());
 }
 
 TEST_F(FetchDuckDBTest, ReleasesTheFileWhenTheCallFails) {
@@ -80,9 +161,9 @@ TEST_F(FetchDuckDBTest, ReusesTheEngineOfACursorThatWasClosedBeforeAnother) {
     ASSERT_NE(nullptr, other.Call<FetchDuckDB>({other.Text(file_), other.Text("items")}));
     ASSERT_TRUE(Fetch(file_));
     host_.CloseCursor();
-    EXPECT_EQ(1u, EngineFiles::Get().get_IdleCount());
+    EXPECT_EQ(2u, EngineFiles::Get().get_EngineCount());
     ASSERT_TRUE(Fetch(file_));
-    EXPECT_EQ(0u, EngineFiles::Get().get_IdleCount());
+    EXPECT_EQ(2u, EngineFiles::Get().get_EngineCount());
     host_.CloseCursor();
     other.CloseCursor();
     EXPECT_FALSE(EngineFiles::Get().IsInUse(file_));

@@ -19,6 +19,7 @@ class SecondProcess {
     /** Closes its input, after which it should terminate; returns its exit status, or -1 after a signal. */
     int Finish();
     void Kill();
+    pid_t get_Number() const { return pid_; }
 
   private:
     pid_t pid_ = -1;
@@ -35,6 +36,7 @@ class HeldElsewhere {
     HeldElsewhere(const std::string& path, bool for_writing);
     /** "ok", or DuckDB's error text. */
     const std::string& get_Outcome() const { return outcome_; }
+    pid_t get_Process() const { return process_.get_Number(); }
 
   private:
     SecondProcess process_;

@@ -1,0 +1,89 @@
+#pragma once
+
+#include <cstdint>
+
+#include "nbx/export.h"
+
+namespace nbx {
+
+/** How the file system tells a file from others. A file that exists is its device and inode, whatever path
+    leads to it. One that does not exist yet is the place where it would be: its folder and its name there. */
+struct FileIdentity {
+    bool exists;
+    uint64_t device;
+    uint64_t inode;
+    uint64_t folder_device;
+    uint64_t folder_inode;
+    /** NUL-terminated. */
+    const char* name;
+};
+
+/** A database engine that has a file open. The fields belong to the thread that has the file's turn. */
+struct OpenEngine {
+    enum : uint32_t {
+        kWriting = 0,
+        kReading = 1,
+        /** An internal error ended it, but some of its users still refer to it. */
+        kDead = 2,
+    };
+
+    OpenEngine* next;
+    void* handle;
+    /** Which loaded copy of the engine's library the handle belongs to. */
+    const void* library;
+    uint32_t access;
+    /** An engine without users stays open while the file has others: closing it would drop their lock. */
+    uint32_t users;
+    /** What the file and its log looked like when the engine was opened. */
+    int64_t stamp[4];
+    /** Equal texts mean equal engines. The list owns the text, which may hold NUL characters. */
+    const char* configuration;
+    uint64_t configuration_length;
+};
+
+/** A file on the list. */
+struct OpenFile {
+    OpenEngine* engines;
+};
+
+/** The files that this process has open as databases, for every module that it has loaded.
+
+    One thread at a time has the turn on a file; only that thread looks at the file's engines, and opens,
+   closes, deletes or replaces the file. The list's own lock is held for look-ups alone, so work on one file
+    never holds up another. A file leaves the list when nobody has its turn and it has no engine. */
+class I_OpenFiles {
+  public:
+    /** Waits for the turn on the file and takes it; a thread that has it takes it once more. Throws
+        `std::bad_alloc`. */
+    virtual OpenFile* Take(const FileIdentity& identity) = 0;
+    /** The same for a file that has an engine of the caller's. */
+    virtual void TakeAgain(OpenFile* file) noexcept = 0;
+    /** Gives the turn back. */
+    virtual void Release(OpenFile* file) noexcept = 0;
+    /** Whether `Take` would wait for this file; false when the path has come to mean another one meanwhile.
+     */
+    virtual bool Matches(const OpenFile* file, const FileIdentity& identity) noexcept = 0;
+    /** Until the turn is given back, whoever asks for the file's place waits too: the file there is about to
+       be deleted or replaced. Throws `std::bad_alloc`. */
+    virtual void ClaimPlace(OpenFile* file, const FileIdentity& identity) = 0;
+    /** The file at the claimed place exists now, or is another one. */
+    virtual void SetIdentity(OpenFile* file, const FileIdentity& identity) noexcept = 0;
+    /** A record without a handle and without users. Throws `std::bad_alloc`. */
+    virtual OpenEngine* AddEngine(OpenFile* file, const char* configuration,
+                                  uint64_t configuration_length) = 0;
+    virtual void RemoveEngine(OpenFile* file, OpenEngine* engine) noexcept = 0;
+    /** For tests and diagnosis. */
+    virtual uint64_t CountEngines() noexcept = 0;
+
+  protected:
+    ~I_OpenFiles() = default;
+};
+
+/** A list of its own, never destroyed. Not exported: every library that wants one is linked with the code. */
+I_OpenFiles& MakeOpenFiles();
+
+}  // namespace nbx
+
+/** The process's list. The number is the version of everything above: a change to it is a new function. A
+   weak reference, so that a module also loads beside a foundation without it, where it is null. */
+extern "C" NBX_API nbx::I_OpenFiles* nbx_open_files_1() __attribute__((weak));

@@ -1,0 +1,159 @@
+#include "engines/file_system.h"
+
+#include <dirent.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <climits>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <string_view>
+#include <system_error>
+
+namespace mduckdb {
+
+namespace {
+
+int64_t ToNanoseconds(const timespec& time) {
+    return static_cast<int64_t>(time.tv_sec) * 1'000'000'000 + time.tv_nsec;
+}
+
+/** The folder part of a path, to which a name can be appended. */
+std::string FolderOf(const std::string& path) {
+    return path.substr(0, path.rfind('/') + 1);
+}
+
+/** Follows the links at the end of the path. The folder is left to the system, which knows what ".." behind a
+    link means. */
+std::string FollowLinks(std::string path) {
+    // As many as Linux follows; a longer chain cannot be opened either.
+    constexpr int kMostLinks = 40;
+    for (int i = 0; i < kMostLinks; ++i) {
+        std::array<char, PATH_MAX> target{};
+        const ssize_t length = readlink(path.c_str(), target.data(), target.size());
+        if (length < 0) {
+            break;
+        }
+        const std::string next(target.data(), static_cast<std::size_t>(length));
+        path = next.starts_with('/') ? next : FolderOf(path) + next;
+    }
+    return path;
+}
+
+/** Calls `visit` with each descriptor of this process on the file until it returns true. */
+template <class Visit>
+bool VisitDescriptors(const FileLook& file, Visit visit) {
+    const std::unique_ptr<DIR, int (*)(DIR*)> folder(opendir("/proc/self/fd"), &closedir);
+    if (!folder) {
+        return false;
+    }
+    while (const dirent* entry = readdir(folder.get())) {
+        if (entry->d_name[0] == '.') {
+            continue;
+        }
+        const int descriptor = std::atoi(entry->d_name);
+        struct stat info {};
+        const auto is_file = [&] {
+            return fstat(descriptor, &info) == 0 && S_ISREG(info.st_mode) && info.st_dev == file.device &&
+                   info.st_ino == file.inode;
+        };
+        // Another thread may close the descriptor, and reuse its number, while it is visited.
+        if (is_file() && visit(descriptor) && is_file()) {
+            return true;
+        }
+    }
+    return false;
+}
+
+}  // namespace
+
+const FileSystem& FileSystem::Get() {
+    static const FileSystem system;
+    return system;
+}
+
+FileLook FileSystem::Look(const std::string& path) const {
+    FileLook look;
+    look.path = FollowLinks(path);
+    look.name = look.path.substr(look.path.rfind('/') + 1);
+    struct stat info {};
+    if (stat(path.c_str(), &info) == 0) {
+        look.exists = true;
+        look.device = info.st_dev;
+        look.inode = info.st_ino;
+    }
+    const std::string folder = FolderOf(look.path);
+    if (stat(folder.empty() ? "." : folder.c_str(), &info) == 0) {
+        look.folder_device = info.st_dev;
+        look.folder_inode = info.st_ino;
+    }
+    return look;
+}
+
+FileStamp FileSystem::ReadStamp(const std::string& path) const {
+    FileStamp stamp{-1, -1, -1, -1};
+    struct stat info {};
+    if (stat(path.c_str(), &info) == 0) {
+        stamp[0] = info.st_size;
+        stamp[1] = ToNanoseconds(info.st_mtim);
+    }
+    if (stat((path + kLogEndings.front()).c_str(), &info) == 0) {
+        stamp[2] = info.st_size;
+        stamp[3] = ToNanoseconds(info.st_mtim);
+    }
+    return stamp;
+}
+
+bool FileSystem::IsDatabaseOpenHere(const FileLook& file) const {
+    return file.exists && ReadContentWithoutOpening(file) == FileContent::database;
+}
+
+bool HasLog(const std::string& path) {
+    struct stat info {};
+    for (const char* ending : kLogEndings) {
+        if (lstat((path + ending).c_str(), &info) == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+void DeleteLog(const std::string& path) {
+    for (const char* ending : kLogEndings) {
+        const std::string part = path + ending;
+        if (unlink(part.c_str()) != 0 && errno != ENOENT) {
+            throw std::system_error(errno, std::generic_category(), part);
+        }
+    }
+}
+
+FileContent ReadContent(int descriptor) {
+    constexpr std::string_view kMark = "DUCK";
+    constexpr off_t kMarkOffset = 8;
+    struct stat info {};
+    if (fstat(descriptor, &info) != 0 || !S_ISREG(info.st_mode)) {
+        return FileContent::unreadable;
+    }
+    if (info.st_size == 0) {
+        return FileContent::empty;
+    }
+    std::array<char, kMark.size()> bytes{};
+    const ssize_t count = pread(descriptor, bytes.data(), bytes.size(), kMarkOffset);
+    if (count < 0) {
+        return FileContent::unreadable;
+    }
+    return kMark == std::string_view(bytes.data(), bytes.size()) ? FileContent::database : FileContent::other;
+}
+
+FileContent ReadContentWithoutOpening(const FileLook& file) {
+    FileContent content = FileContent::unreadable;
+    const bool is_found = VisitDescriptors(file, [&content](int descriptor) {
+        content = ReadContent(descriptor);
+        return content != FileContent::unreadable;
+    });
+    return is_found ? content : FileContent::unreadable;
+}
+
+}  // namespace mduckdb

@@ -1,0 +1,185 @@
+#include "extension/restored_file.h"
+
+#include <fcntl.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <stdexcept>
+
+#include "base/holders.h"
+#include "engines/configuration.h"
+
+namespace mduckdb {
+
+namespace {
+
+constexpr mode_t kAllRights = 07777;
+
+[[noreturn]] void Fail(const std::string& what, int error_number) {
+    throw std::runtime_error(what + ": " + std::strerror(error_number));
+}
+
+[[noreturn]] void RefuseReplacement(const std::string& reason) {
+    throw std::runtime_error("Can not be dropped. " + reason);
+}
+
+/** Opens the database and closes it, which folds its log into it. */
+bool FoldLog(const std::string& path) {
+    Configuration configuration;
+    configuration.SetAccessMode("READ_WRITE");
+    duckdb_database engine = nullptr;
+    const bool is_open =
+        duckdb_open_ext(path.c_str(), &engine, configuration.get(), nullptr) == DuckDBSuccess;
+    duckdb_close(&engine);
+    return is_open;
+}
+
+/** Makes the renaming last: it is part of the folder. */
+void FlushFolder(const std::string& path) {
+    const std::string folder = path.substr(0, path.rfind('/') + 1);
+    const int descriptor = open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (descriptor >= 0) {
+        fsync(descriptor);
+        close(descriptor);
+    }
+}
+
+/** A name beside the file that nothing has. */
+std::string NameForUnreadable(const std::string& path) {
+    std::string name = path + ".unreadable";
+    struct stat info {};
+    for (int i = 2; lstat(name.c_str(), &info) == 0; ++i) {
+        name = path + ".unreadable-" + std::to_string(i);
+    }
+    return name;
+}
+
+}  // namespace
+
+RestoredFile::RestoredFile(FileTurn& turn, const std::string& path)
+    : turn_(turn), target_(turn.get_Look().path) {
+    if (turn.get_Exists()) {
+        FileLock lock;
+        std::string reason;
+        struct stat info {};
+        if (!lock.Take(turn.get_Look(), reason)) {
+            RefuseReplacement(reason);
+        }
+        if (fstat(lock.get_Descriptor(), &info) != 0) {
+            Fail("The access rights of the file cannot be read", errno);
+        }
+        mode_ = info.st_mode & kAllRights;
+        owner_ = info.st_uid;
+        group_ = info.st_gid;
+    }
+    folder_ = target_ + ".restoring-XXXXXX";
+    if (mkdtemp(folder_.data()) == nullptr) {
+        folder_.clear();
+        Fail("No folder can be created beside the file to restore", errno);
+    }
+    path_ = folder_ + "/" + path.substr(path.rfind('/') + 1);
+}
+
+RestoredFile::~RestoredFile() {
+    std::error_code ignored;
+    std::filesystem::remove_all(folder_, ignored);
+}
+
+void RestoredFile::LimitRights(const std::string& model) {
+    struct stat info {};
+    if (stat(model.c_str(), &info) == 0) {
+        mode_ &= info.st_mode;
+    }
+}
+
+void RestoredFile::TakePlace() {
+    if (HasLog(path_)) {
+        throw std::runtime_error("The restored database could not be written whole.");
+    }
+    ApplyRights();
+    turn_.ClaimPlace();
+    FileLock lock;
+    bool is_readable = !HasLog(target_);
+    if (turn_.get_Exists()) {
+        LockTarget(lock, is_readable);
+    }
+    if (!is_readable) {
+        KeepTarget();
+    }
+    MoveIn();
+    FlushFolder(target_);
+    turn_.LookAgain();
+}
+
+void RestoredFile::ApplyRights() const {
+    struct stat info {};
+    if (stat(path_.c_str(), &info) != 0) {
+        Fail("The restored database is not there", errno);
+    }
+    const bool is_owned = !turn_.get_Exists() || (info.st_uid == owner_ && info.st_gid == group_);
+    if (!is_owned && chown(path_.c_str(), owner_, group_) != 0) {
+        Fail("The owner of the file cannot be kept", errno);
+    }
+    // A new file has what the process gives to new files, at most.
+    const mode_t mode = turn_.get_Exists() ? mode_ : mode_ & info.st_mode & kAllRights;
+    if (chmod(path_.c_str(), mode) != 0) {
+        Fail("The access rights of the file cannot be kept", errno);
+    }
+}
+
+void RestoredFile::LockTarget(FileLock& lock, bool& is_readable) const {
+    // Another process may write between the folding, for which DuckDB needs the lock, and our locking.
+    constexpr int kAttempts = 20;
+    for (int i = 0; i < kAttempts; ++i) {
+        const bool has_log = HasLog(target_);
+        is_readable = !has_log || (FoldLog(target_) && !HasLog(target_));
+        const FileStamp stamp = FileSystem::Get().ReadStamp(target_);
+        std::string reason;
+        if (!lock.Take(turn_.get_Look(), reason)) {
+            RefuseReplacement(reason);
+        }
+        const bool is_settled = !is_readable || !HasLog(target_);
+        if (is_settled && FileSystem::Get().ReadStamp(target_) == stamp) {
+            return;
+        }
+        lock.Release();
+    }
+    RefuseReplacement("Other processes keep writing to the file.");
+}
+
+void RestoredFile::KeepTarget() const {
+    const std::string kept = NameForUnreadable(target_);
+    // As a second name first, so that there is a file at every moment.
+    if (turn_.get_Exists() && link(target_.c_str(), kept.c_str()) != 0 &&
+        rename(target_.c_str(), kept.c_str()) != 0) {
+        Fail("The old file cannot be renamed", errno);
+    }
+    for (const char* ending : kLogEndings) {
+        if (rename((target_ + ending).c_str(), (kept + ending).c_str()) != 0 && errno != ENOENT) {
+            Fail("The old log cannot be renamed", errno);
+        }
+    }
+    fprintf(stderr, "mduckdb: %s has a log that DuckDB cannot read; both were kept as %s\n", target_.c_str(),
+            kept.c_str());
+}
+
+void RestoredFile::MoveIn() const {
+    if (turn_.get_Exists()) {
+        if (rename(path_.c_str(), target_.c_str()) != 0) {
+            Fail("The old file cannot be replaced", errno);
+        }
+        return;
+    }
+    // Fails, unlike a rename, when another process has created the file meanwhile.
+    if (link(path_.c_str(), target_.c_str()) != 0) {
+        Fail("The restored file cannot be put in its place", errno);
+    }
+    unlink(path_.c_str());
+}
+
+}  // namespace mduckdb
