@@ -1,0 +1,110 @@
+#include <array>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <iostream>
+#include <map>
+#include <random>
+#include <thread>
+
+#include "database_test_base.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
+
+class RestoreKill : public DatabaseTest {
+  protected:
+    static constexpr int kNewRows = 20000;
+
+    void SetUp() override {
+        DatabaseTest::SetUp();
+        {
+            const auto source = host.Created(Path("source.db"));
+            Execute(*source, "CREATE TABLE t AS SELECT range AS i, md5(range::VARCHAR) AS x FROM range(" +
+                                 std::to_string(kNewRows) + ")");
+            fs::create_directory(Path("backups"));
+            source->Backup(Location(Path("backups")));
+            backup = fs::directory_iterator(Path("backups"))->path().string();
+        }
+        // A process that is killed leaves committed rows in its log.
+        SecondProcess writer({COMMIT_WRITER, Path("old.db")});
+        for (int i = 0; i < 20; ++i) {
+            committed = std::stoi("0" + writer.ReadLine());
+        }
+        writer.Kill();
+        ASSERT_EQ(committed, 20);
+        ASSERT_TRUE(fs::exists(Path("old.db.wal")));
+        fs::create_directory(Path("target"));
+        target = Path("target/test.db");
+    }
+    void PrepareTarget() const {
+        fs::remove_all(Path("target"));
+        fs::create_directory(Path("target"));
+        fs::copy_file(Path("old.db"), target);
+        fs::copy_file(Path("old.db.wal"), target + ".wal");
+    }
+    /** "old" or "new"; anything else is neither, whole. */
+    std::string Recognise() const {
+        const auto database = host.Opened(target);
+        const std::string tables =
+            QueryText(*database, "SELECT string_agg(table_name, ' ' ORDER BY ALL) FROM duckdb_tables()");
+        if (tables == "r") {
+            const int rows = std::stoi(QueryText(*database, "SELECT count(*) FROM r"));
+            const int last = std::stoi(QueryText(*database, "SELECT max(i) FROM r"));
+            return rows >= committed && rows == last ? "old" : "an old one with rows lost";
+        }
+        const std::string sum = "SELECT count(*) || ' ' || sum(hash(t)) FROM t";
+        return tables == "t" && QueryText(*database, sum) == QueryText(*host.Opened(Path("source.db")), sum)
+                   ? "new"
+                   : "damaged: " + tables;
+    }
+
+    std::string backup;
+    std::string target;
+    int committed = 0;
+};
+
+TEST_F(RestoreKill, LeavesTheOldOrTheNewDatabaseWhole) {
+    constexpr std::array<const char*, 5> kStages{"unfolded", "opened", "folded", "unplaced", "placed"};
+    const char* text = std::getenv("MDUCKDB_TEST_RESTORE_KILL_RUNS");
+    const int runs = text != nullptr ? std::atoi(text) : 12;
+    std::mt19937 random(20240918);
+    std::map<std::string, int> outcomes;
+    PrepareTarget();
+    SecondProcess whole_run({RESTORE_RUNNER, target, backup});
+    ASSERT_EQ(whole_run.ReadLine(), "begin");
+    const auto begin = Clock::now();
+    ASSERT_EQ(whole_run.ReadLine(), "end");
+    const auto duration = std::chrono::duration_cast<std::chrono::microseconds>(Clock::now() - begin).count();
+    whole_run.Finish();
+    ASSERT_EQ(Recognise(), "new");
+    for (int run = 0; run < runs; ++run) {
+        PrepareTarget();
+        const bool is_aimed = run % 2 == 0;
+        const char* stage = is_aimed ? kStages[static_cast<unsigned>(run / 2) % kStages.size()] : "";
+        {
+            SecondProcess process({RESTORE_RUNNER, target, backup, stage});
+            ASSERT_EQ(process.ReadLine(), "begin");
+            if (is_aimed) {
+                ASSERT_EQ(process.ReadLine(), "") << stage;
+            } else {
+                const auto delay = random() % static_cast<unsigned long>(duration * 5 / 4);
+                std::this_thread::sleep_for(std::chrono::microseconds(delay));
+            }
+            process.Kill();
+        }
+        const std::string found = Recognise();
+        ++outcomes[(is_aimed ? stage : "at random") + (": " + found)];
+        ASSERT_TRUE(found == "old" || found == "new") << found << ", run " << run << " " << stage;
+        if (is_aimed) {
+            EXPECT_EQ(found, std::string(stage) == "placed" ? "new" : "old") << stage;
+        }
+    }
+    for (const auto& [outcome, count] : outcomes) {
+        std::cout << outcome << " " << count << "\n";
+    }
+}
+
+}  // namespace
