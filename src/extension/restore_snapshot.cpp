@@ -8,24 +8,24 @@
 #include "base/errors.h"
 #include "base/text.h"
 #include "engines/engine_files.h"
-#include "engines/handle_registry.h"
 #include "objects/database.h"
 
 namespace mduckdb {
 
 namespace {
 
-/** Under the engine lock no object of this process opens the file. */
-void PutInPlace(Restoration& restoration, const nbx::String& key, const std::string& file)
-    NBX_REQUIRES(gEngineLock) {
-    if (const uint32_t count = HandleRegistry::Get().get_UserCount(key)) {
+/** During the file's turn nothing in this process opens the file. */
+void PutInPlace(Restoration& restoration, const std::string& file) NBX_REQUIRES(gEngineLock) {
+    FileTurn turn(EngineFiles::Get(), file);
+    if (const uint32_t count = turn.get_UserCount()) {
         throw BackupError("Can not be dropped. " + std::to_string(count) + " connections are alive.");
     }
-    EngineFiles::Get().CloseIdle(file);
-    if (EngineFiles::Get().IsInUse(file)) {
+    if (turn.IsOpenByOtherMeans()) {
         throw BackupError(file + " is in use in this process");
     }
+    turn.ClaimPlace();
     restoration.PutInPlace();
+    turn.LookAgain();
 }
 
 }  // namespace
@@ -48,7 +48,7 @@ nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase> RestoreSnapshot(
         BackupStop stop;
         Restoration restoration(ToUtf8(snapshot->get_PathText()), file, stop);
         const EngineLockScope lock;
-        PutInPlace(restoration, key, file);
+        PutInPlace(restoration, file);
         return nbx::MakeObject<DuckDBDatabase>(std::move(database_location));
     } catch (const BackupError& error) {
         ThrowDuckDBError(path, error.what());
