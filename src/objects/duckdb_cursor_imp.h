@@ -50,7 +50,8 @@ class DuckDBCursor_imp : public nbx::Counted<nbx::mrsql::I_DuckDBCursor>, public
   protected:
     DuckDBCursor_imp(SharedLink link, ResultHolder result);
 
-    bool get_IsValid() const noexcept { return has_result_.load() && tie_.get() != nullptr; }
+    /** Asked for each field that is read. A cursor that has cut its tie has released its result too. */
+    bool get_IsValid() const noexcept { return has_result_.load() && !tie_.get_Link()->get_IsOrphaned(); }
     /** Throws "DuckDBCursor is invalid" unless the cursor has its database and its result. */
     void RequireValid() const {
         if (!get_IsValid()) {
