@@ -111,8 +111,7 @@ bool Export(SideConnection& connection, const std::string& statement, std::strin
 
 }  // namespace
 
-std::unique_ptr<SideConnection> DuckDBDatabase::PrepareBackup(Location folder,
-                                                              std::string& export_statement,
+std::unique_ptr<SideConnection> DuckDBDatabase::PrepareBackup(Location folder, std::string& export_statement,
                                                               std::string& backup_path) {
     link_->RequireConnection();
     folder = ChooseFolder(std::move(folder), *location_);

@@ -109,8 +109,8 @@ class DuckDBDatabase final : public nbx::mrsql::I_DuckDBDatabase,
     std::string BuildAttachStatement() const NBX_REQUIRES(gEngineLock);
     /** Chooses and marks the place of a backup; returns a connection for the export and its statement. */
     std::unique_ptr<SideConnection> PrepareBackup(nbx::smart_ptr<nbx::I_Location> folder,
-                                                  std::string& export_statement,
-                                                  std::string& backup_path) NBX_REQUIRES(gEngineLock);
+                                                  std::string& export_statement, std::string& backup_path)
+        NBX_REQUIRES(gEngineLock);
     /** Runs what needs the engine and its time, without the engine lock, so that `Close` waits for it and
         `Interrupt` ends it. `work` is called with the engine's handle and the stop. */
     template <class Work>
