@@ -114,11 +114,13 @@ void RunExpanded(I_DuckDBDatabase& database) {
     const auto statement =
         database.CreateStatement(FromUtf8("ALTER TABLE visit ADD COLUMN at TIMESTAMP DEFAULT now()"));
     int pieces = 0;
+    // docs: pieces
     do {
         statement->PrepareNext();
         statement->Execute();
         ++pieces;
     } while (statement->get_PendingCount() > 0);
+    // docs: end
     std::cout << "one statement in " << pieces << " pieces\n";
     database.SqlExecute(FromUtf8("DROP TABLE visit"), nullptr);
 }

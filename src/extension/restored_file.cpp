@@ -164,8 +164,9 @@ void RestoredFile::KeepTarget() const {
             Fail("The old log cannot be renamed", errno);
         }
     }
-    fprintf(stderr, "mduckdb: %s has a log that DuckDB cannot read; both were kept as %s\n", target_.c_str(),
-            kept.c_str());
+    const std::string text =
+        "mduckdb: " + target_ + " has a log that DuckDB cannot read; both were kept as " + kept + "\n";
+    fputs(text.c_str(), stderr);
 }
 
 void RestoredFile::MoveIn() const {
