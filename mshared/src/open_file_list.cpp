@@ -46,6 +46,8 @@ FileRecord& RecordOf(OpenFile* file) {
     return static_cast<FileRecord&>(*file);
 }
 
+// Never destroyed, so that a database may be released while static objects are being destroyed.
+// NOLINTNEXTLINE(cppcoreguidelines-virtual-class-destructor)
 class OpenFileList final : public I_OpenFiles {
   public:
     OpenFile* Take(const FileIdentity& identity) override {

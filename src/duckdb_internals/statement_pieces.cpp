@@ -23,7 +23,7 @@ bool IsMadeTransaction(const Statements& statements, idx_t index, duckdb::Transa
 
 }  // namespace
 
-idx_t CountPieces(duckdb_extracted_statements statements, idx_t first) noexcept {
+idx_t CountPieces(duckdb_extracted_statements statements, idx_t first) {
     const Statements& all = reinterpret_cast<duckdb::ExtractStatementsWrapper*>(statements)->statements;
     if (IsMadeTransaction(all, first, duckdb::TransactionType::BEGIN_TRANSACTION)) {
         for (idx_t last = first + 1; last < all.size(); ++last) {

@@ -37,7 +37,7 @@ std::string FollowLinks(std::string path) {
             break;
         }
         const std::string next(target.data(), static_cast<std::size_t>(length));
-        path = next.starts_with('/') ? next : FolderOf(path) + next;
+        path = next.starts_with('/') ? next : FolderOf(path).append(next);
     }
     return path;
 }
