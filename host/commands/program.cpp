@@ -44,6 +44,7 @@ std::vector<std::string> ReadCommandLine(int argc, const char* const* argv, Prog
 
 std::vector<std::string> RestoreWords(const std::vector<std::string>& words, const Program& program) {
     std::vector<std::string> restored;
+    restored.reserve(words.size() + program.words_after_dashes.size());
     for (const std::string& word : words) {
         restored.push_back(word.starts_with(kGuard) ? word.substr(1) : word);
     }

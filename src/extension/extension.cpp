@@ -65,7 +65,7 @@ class DuckDBExtension final : public nbx::Counted<I_DuckDBExtension>, public nbx
     }
     smart_ptr<I_DuckDBDatabase> RestoreDatabase(smart_ptr<I_Location> database_location,
                                                 smart_ptr<I_Location> backup_folder) override {
-        return mduckdb::RestoreDatabase(std::move(database_location), std::move(backup_folder));
+        return mduckdb::RestoreDatabase(database_location, backup_folder);
     }
     smart_ptr<I_DuckDBDatabase> RestoreSnapshot(smart_ptr<I_Location> database_location,
                                                 smart_ptr<I_Location> snapshot) override {

@@ -73,8 +73,8 @@ void RestoreFile(const DuckDBDatabase& database, const Location& location, const
 
 }  // namespace
 
-nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase> RestoreDatabase(Location database_location,
-                                                             Location backup_folder) {
+nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase> RestoreDatabase(const Location& database_location,
+                                                             const Location& backup_folder) {
     if (!database_location) {
         throw nbx::xDBError(kNoDatabaseLocationCode);
     }

@@ -5,9 +5,12 @@
 
 namespace mduckdb {
 
-/** Makes the database anew, dropping the one that is there, and fills it from a backup folder; gives it
-    closed. */
+/** Restores a backup folder into the database's file and returns the database, closed. The new file is built
+   beside the old one and replaces it in one rename at the end, so that whatever fails leaves the old one as
+   it was. Throws `xDBError` without a location or folder, `xDuckDBError` when the file is in use or the
+   import fails. */
 nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase> RestoreDatabase(
-    nbx::smart_ptr<nbx::I_Location> database_location, nbx::smart_ptr<nbx::I_Location> backup_folder);
+    const nbx::smart_ptr<nbx::I_Location>& database_location,
+    const nbx::smart_ptr<nbx::I_Location>& backup_folder);
 
 }  // namespace mduckdb

@@ -36,10 +36,11 @@ __attribute__((noinline)) void* operator new(std::size_t size) {
     }
     return memory;
 }
-void operator delete(void* memory) noexcept {
+// Not inline: GCC would take the call of free() for a mistake.
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
     std::free(memory);
 }
-void operator delete(void* memory, std::size_t /*size*/) noexcept {
+[[gnu::noinline]] void operator delete(void* memory, std::size_t /*size*/) noexcept {
     std::free(memory);
 }
 // NOLINTEND(cppcoreguidelines-no-malloc)
