@@ -112,7 +112,7 @@ void RunScript(I_DuckDBDatabase& database) {
 void RunExpanded(I_DuckDBDatabase& database) {
     database.SqlExecute(FromUtf8("CREATE TABLE visit (id BIGINT)"), nullptr);
     const auto statement =
-        database.CreateStatement(FromUtf8("ALTER TABLE visit ADD COLUMN at TIMESTAMP DEFAULT now()"));
+        database.CreateStatement(FromUtf8("ALTER TABLE visit ADD COLUMN noted TIMESTAMP DEFAULT now()"));
     int pieces = 0;
     // docs: pieces
     do {

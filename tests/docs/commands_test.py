@@ -40,6 +40,13 @@ INLINE = {
     "scripts/check-parquet FOLDER": ("scripts/check-parquet examples", "...\nno differences\n"),
     "scripts/package": ("scripts/package", "...\n....tar.gz\n....deb\n"),
     "mduckdb-host --help": ("mduckdb-host --help", "...\nSubcommands:\n...\n"),
+    "mduckdb-host snapshot DATABASE FILE": (
+        "mduckdb-host create kept.duckdb >/dev/null && mduckdb-host snapshot kept.duckdb copy.duckdb",
+        "Snapshot: ...copy.duckdb\nSize: ...\nCompared: rows\n...\n"),
+    "mduckdb-host restore DATABASE BACKUP": ("mduckdb-host restore again-kept.duckdb copy.duckdb",
+                                             "Snapshot: ...copy.duckdb\n...\n0 rows\n"),
+    "mduckdb-host backup --verify": ("mkdir verified && mduckdb-host backup --verify kept.duckdb verified",
+                                     "...\nVerified: the backup restores everything.\n"),
     "mduckdb-host COMMAND --help": ("mduckdb-host probe --help", "...\nExample:\n  mduckdb-host probe ...\n...\n"),
 }
 NOT_RUN = {
