@@ -64,7 +64,7 @@ Group MakeDeliveryGroup(const std::string& name, const Options& options) {
         const Workload workload = GetWorkload(name, options);
         fixture->sql = workload.sql;
         fixture->text = nbx::String(workload.sql.c_str());
-        fixture->bare = std::make_unique<BareDuckDB>(workload.database);
+        fixture->bare = std::make_unique<BareDuckDB>(workload.bare_database);
         fixture->database = OpenDatabase(workload.database);
     };
     const auto release = [fixture] { fixture->kept.Release(); };
@@ -182,7 +182,7 @@ Group MakeRandomReadGroup(const std::string& name, const Options& options) {
         const Workload workload = GetWorkload(name, options);
         Fixture& fixture = reads->fixture;
         fixture.text = nbx::String(workload.sql.c_str());
-        fixture.bare = std::make_unique<BareDuckDB>(workload.database);
+        fixture.bare = std::make_unique<BareDuckDB>(workload.bare_database);
         fixture.database = OpenDatabase(workload.database);
         VectorLoopKept(fixture.bare->get(), workload.sql, fixture.kept);
         BuildClientCursor(fixture);

@@ -83,7 +83,7 @@ Source GetSource(const std::string& procedure, const std::string& workload_name,
     }
     return {procedure,
             {workload.database, workload.table},
-            workload.database,
+            workload.bare_database,
             "SELECT " + items + " FROM " + workload.table};
 }
 

@@ -152,6 +152,9 @@ Workload GetWorkload(const std::string& name, const Options& options) {
     }
     workload.sql = ChooseQuery(workload, source, options);
     MakeFiles(source, workload.database, workload.parquet, options);
+    workload.bare_database = GetStem(workload.table, options) + "-bare.duckdb";
+    MakeFile(workload.bare_database,
+             [&](const std::string& path) { std::filesystem::copy_file(workload.database, path); });
     return workload;
 }
 

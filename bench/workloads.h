@@ -18,6 +18,8 @@ struct Workload {
     std::vector<Column> columns;
     /** A database file whose table `table` has the rows, and a Parquet file of them. */
     std::string database;
+    /** A copy for bare calls: the module refuses a file that other code of this process has open. */
+    std::string bare_database;
     std::string table;
     std::string parquet;
     /** The query, on the database, that the cursors deliver. */
