@@ -17,6 +17,13 @@ struct Reading : Configuration {
     Reading() { SetAccessMode("READ_ONLY"); }
 };
 
+/** A list of its own. It is never destroyed, so something must refer to it for the leak checker. */
+nbx::I_OpenFiles& MakeList() {
+    static std::vector<nbx::I_OpenFiles*> lists;
+    lists.push_back(&nbx::MakeOpenFiles());
+    return *lists.back();
+}
+
 class EngineFilesTest : public testing::Test {
   protected:
     void TearDown() override { EXPECT_EQ(files.get_EngineCount(), 0u); }
@@ -39,7 +46,7 @@ class EngineFilesTest : public testing::Test {
     TempFolder folder;
     std::string path = folder / "a.db";
     std::string error;
-    EngineFiles files{nbx::MakeOpenFiles()};
+    EngineFiles files{MakeList()};
 };
 
 TEST_F(EngineFilesTest, AWriterIsSharedAndExcludesOtherEngines) {
@@ -193,7 +200,7 @@ class SlowDisk : public FileSystem {
 TEST(EngineFilesOnASlowDisk, HoldUpNoOtherFile) {
     const TempFolder folder;
     SlowDisk disk(folder / "slow.db");
-    nbx::I_OpenFiles& list = nbx::MakeOpenFiles();
+    nbx::I_OpenFiles& list = MakeList();
     EngineFiles slow_files(list, disk);
     EngineFiles files(list);
     const auto open = [](EngineFiles& on, const std::string& path) {

@@ -36,6 +36,9 @@ __attribute__((noinline)) void* operator new(std::size_t size) {
     }
     return memory;
 }
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+    return std::malloc(size);
+}
 // Not inline: GCC would take the call of free() for a mistake.
 [[gnu::noinline]] void operator delete(void* memory) noexcept {
     std::free(memory);

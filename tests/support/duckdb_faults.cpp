@@ -7,6 +7,9 @@
 #include <set>
 #include <type_traits>
 
+/** The module's own, as its plain functions declare it. */
+struct _duckdb_result_scan;
+
 namespace duckdb_faults {
 
 namespace {
