@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <future>
 #include <mutex>
+#include <vector>
 
 #include "support/temp_folder.h"
 
@@ -19,9 +20,9 @@ struct Reading : Configuration {
 
 /** A list of its own. It is never destroyed, so something must refer to it for the leak checker. */
 nbx::I_OpenFiles& MakeList() {
-    static std::vector<nbx::I_OpenFiles*> lists;
-    lists.push_back(&nbx::MakeOpenFiles());
-    return *lists.back();
+    static auto* lists = new std::vector<nbx::I_OpenFiles*>;
+    lists->push_back(&nbx::MakeOpenFiles());
+    return *lists->back();
 }
 
 class EngineFilesTest : public testing::Test {
