@@ -24,9 +24,10 @@ constexpr const char* kBackupHelp =
     "Example:\n"
     "  mduckdb-host backup sales.db /var/backups\n";
 constexpr const char* kRestoreHelp =
-    "Recreates the database; an existing file is deleted first. FOLDER is the folder that backup\n"
-    "printed, or the file that snapshot created. Prints how many rows each table has in the backup\n"
-    "and in the database. The exit status is 1 if a table differs.\n\n"
+    "Creates the database from the folder that backup printed, or from the file that snapshot\n"
+    "created. With --force it replaces an existing DuckDB database, or an empty file, that nobody has\n"
+    "open, once the new one is complete. Prints how many rows each table has in the backup and in the\n"
+    "database. The exit status is 1 if a table differs.\n\n"
     "Example:\n"
     "  mduckdb-host restore sales-again.db /var/backups/2024-03-15T12-34-56Z\n";
 
@@ -72,9 +73,10 @@ int RunBackup(Program& program, const std::string& path, const std::string& fold
     });
 }
 
-int RunRestore(Program& program, const std::string& path, const std::string& folder) {
+int RunRestore(Program& program, const std::string& path, const std::string& folder, bool is_forced) {
     BlockInterrupts();
     program.Load();
+    RequireReplaceable(path, is_forced);
     const std::unique_ptr<Printer> printer = program.MakePrinter();
     return RunReported(program, [&] {
         const BackupReport report = MakeReport(program, *printer);
@@ -113,8 +115,12 @@ void AddRestoreCommand(CLI::App& app, Program& program) {
     auto folder = std::make_shared<std::string>();
     command->add_option("DATABASE", *path, "Database file to create")->required();
     command->add_option("FOLDER", *folder, "Folder of the backup, or file of the snapshot")->required();
-    command->callback([&program, path, folder] {
-        program.command = [&program, path, folder] { return RunRestore(program, *path, *folder); };
+    auto is_forced = std::make_shared<bool>(false);
+    command->add_flag("--force", *is_forced, "Replace an existing database");
+    command->callback([&program, path, folder, is_forced] {
+        program.command = [&program, path, folder, is_forced] {
+            return RunRestore(program, *path, *folder, *is_forced);
+        };
     });
 }
 

@@ -27,7 +27,8 @@ constexpr const char* kProbeHelp =
     "file is not a database or cannot be read.\n\n"
     "Example:\n  mduckdb-host probe *.db\n";
 constexpr const char* kCreateHelp =
-    "An existing file is deleted first.\n\n"
+    "An existing file is replaced only with --force, and only if it is a DuckDB database or empty and\n"
+    "nobody has it open.\n\n"
     "Example:\n  mduckdb-host create new.db --storage-version v1.2.0 --block-size 16384\n";
 
 /** Each version is that of the running code: the module's comes from its file, the others from their
@@ -65,8 +66,9 @@ int RunProbe(Program& program, const std::vector<std::string>& files) {
 }
 
 int RunCreate(Program& program, const std::string& path, uint32_t block_size,
-              const std::string& storage_version) {
+              const std::string& storage_version, bool is_forced) {
     program.Load();
+    RequireReplaceable(path, is_forced);
     const DatabasePtr database = MakeDatabase(path);
     database->put_BlockSize(block_size);
     database->put_StorageVersion(FromUtf8(storage_version));
@@ -101,6 +103,7 @@ void AddCreateCommand(CLI::App& app, Program& program) {
         std::string path;
         uint32_t block_size = 0;
         std::string storage_version;
+        bool is_forced = false;
     };
     auto arguments = std::make_shared<Arguments>();
     command->add_option("DATABASE", arguments->path, "File to create")->required();
@@ -110,9 +113,11 @@ void AddCreateCommand(CLI::App& app, Program& program) {
         ->add_option("--storage-version", arguments->storage_version,
                      "Oldest DuckDB that must be able to read it, e.g. v1.2.0")
         ->type_name("V");
+    command->add_flag("--force", arguments->is_forced, "Replace an existing database");
     command->callback([&program, arguments] {
         program.command = [&program, arguments] {
-            return RunCreate(program, arguments->path, arguments->block_size, arguments->storage_version);
+            return RunCreate(program, arguments->path, arguments->block_size, arguments->storage_version,
+                             arguments->is_forced);
         };
     });
 }

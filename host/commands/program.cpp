@@ -1,5 +1,6 @@
 #include "commands/program.h"
 
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <unistd.h>
 
@@ -8,6 +9,7 @@
 #include "databases/databases.h"
 #include "databases/interruption.h"
 #include "nbx/exception.h"
+#include "nbx/lock_holder.h"
 #include "table/module.h"
 #include "text/messages.h"
 
@@ -16,6 +18,18 @@ namespace mduckdb_host {
 namespace {
 
 constexpr char kGuard = '\x02';
+
+/** A sentence about the process that has a lock on the file; empty when there is none. Closing the file would
+    drop locks of this process on it, so this is for files that it does not have open. */
+std::string DescribeUser(const std::string& path) {
+    const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (descriptor < 0) {
+        return {};
+    }
+    const std::string holder = nbx::DescribeLockHolder(descriptor);
+    ::close(descriptor);
+    return holder.empty() ? holder : fmt::format(" {} has it open.", holder);
+}
 
 }  // namespace
 
@@ -72,6 +86,13 @@ DatabasePtr OpenForCommand(const std::string& path, bool is_read_only) {
         return database;
     } catch (const nbx::xException& error) {
         throw std::runtime_error(fmt::format("Cannot open {}: {}", path, DescribeException(error, {})));
+    }
+}
+
+void RequireReplaceable(const std::string& path, bool is_forced) {
+    if (!is_forced && MakeDatabase(path)->get_Exists()) {
+        throw std::runtime_error(
+            fmt::format("'{}' exists.{} Use --force to replace it.", path, DescribeUser(path)));
     }
 }
 

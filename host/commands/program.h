@@ -72,4 +72,8 @@ int ReportException(Program& program, const nbx::xException& error, std::string_
     people. */
 DatabasePtr OpenForCommand(const std::string& path, bool is_read_only);
 
+/** Throws `std::runtime_error` when the file exists and the user has not asked to replace it; names the
+    process that has it open. What may be replaced at all is up to the module. */
+void RequireReplaceable(const std::string& path, bool is_forced);
+
 }  // namespace mduckdb_host

@@ -34,7 +34,8 @@ _mduckdb_host() {
 
     case $command in
         '') mapfile -t COMPREPLY < <(compgen -W "$commands $options" -- "$cur"); return ;;
-        create) options+=' --block-size --storage-version' ;;
+        create) options+=' --block-size --storage-version --force' ;;
+        restore) options+=' --force' ;;
         backup) options+=' --verify' ;;
         sql) options+=' --cursor --read-only --param --params-file' ;;
         call)

@@ -22,6 +22,7 @@ complete -c mduckdb-host -f -n "not __fish_seen_subcommand_from $commands" -a sh
 complete -c mduckdb-host -n '__fish_seen_subcommand_from call' -a "$procedures"
 complete -c mduckdb-host -n '__fish_seen_subcommand_from create' -l block-size -x -a '16384 262144' -d 'Block size in bytes'
 complete -c mduckdb-host -n '__fish_seen_subcommand_from create' -l storage-version -x -d 'Oldest DuckDB that must read it'
+complete -c mduckdb-host -n '__fish_seen_subcommand_from create restore' -l force -d 'Replace an existing database'
 complete -c mduckdb-host -n '__fish_seen_subcommand_from sql' -l cursor -x -a 'server client' -d 'Where the rows are kept'
 complete -c mduckdb-host -n '__fish_seen_subcommand_from sql' -l read-only -d 'Open read-only'
 complete -c mduckdb-host -n '__fish_seen_subcommand_from sql' -l param -x -d 'Value of a parameter'

@@ -149,6 +149,10 @@ void BackupCommand(Session& session, const Words& words) {
 }
 
 void RestoreCommand(Session& session, const Words& words) {
+    if (MakeDatabase(words[0])->get_Exists()) {
+        throw std::runtime_error(
+            fmt::format("'{}' exists. Use mduckdb-host restore --force to replace it.", words[0]));
+    }
     if (!Restore(session.get_Registry(), words[0], words[1], MakeReport(session))) {
         throw std::runtime_error("The database differs from the backup. See the tables marked DIFFERS.");
     }
@@ -182,7 +186,7 @@ constexpr DotCommand kCommands[] = {
     {".procedures", "", "list the procedures for CALL", 0, 0, ProceduresCommand},
     {".quit", "", "leave the shell", 0, 0, QuitCommand},
     {".read", "FILE", "run the statements in a file", 1, 1, ReadCommand},
-    {".restore", "DATABASE FOLDER", "recreate a database file from a backup", 2, 2, RestoreCommand},
+    {".restore", "DATABASE FOLDER", "create a database file from a backup", 2, 2, RestoreCommand},
     {".schema", "[PATTERN]", "show how tables, views and indexes were created", 0, 1, SchemaCommand},
     {".tables", "[PATTERN]", "list tables and views, e.g. .tables 'ord%'", 0, 1, TablesCommand},
     {".timer", "on|off", "show how long each statement takes", 1, 1, TimerCommand},

@@ -213,6 +213,9 @@ SharedEngine FileTurn::Open(const std::string& path, const Configuration& config
         error = reason ? reason.get() : "";
         GiveUp(*engine);
         files_.files_.RemoveEngine(file_, record);
+        if (is_file_ && file_->engines == nullptr) {
+            error = NameLockHolder(std::move(error), look_);
+        }
         return nullptr;
     }
     record->handle = engine->handle;

@@ -2,31 +2,17 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
-#include <climits>
 #include <cstring>
+#include <string_view>
 #include <utility>
 
 #include "engines/file_system.h"
+#include "nbx/lock_holder.h"
 
 namespace mduckdb {
 
 namespace {
-
-/** The program of a process and its number. */
-std::string DescribeProcess(pid_t process) {
-    if (process <= 0) {
-        return "Another process";
-    }
-    const std::string number = std::to_string(process);
-    std::array<char, PATH_MAX> program{};
-    const ssize_t length = readlink(("/proc/" + number + "/exe").c_str(), program.data(), program.size());
-    if (length <= 0) {
-        return "Process " + number;
-    }
-    return std::string(program.data(), static_cast<std::size_t>(length)) + " (process " + number + ")";
-}
 
 struct flock WholeFile() {
     struct flock lock {};
@@ -37,12 +23,28 @@ struct flock WholeFile() {
 
 /** Who keeps the lock from us. */
 std::string DescribeHolder(int descriptor) {
-    struct flock lock = WholeFile();
-    const bool is_told = fcntl(descriptor, F_OFD_GETLK, &lock) == 0 && lock.l_type != F_UNLCK;
-    return DescribeProcess(is_told ? lock.l_pid : 0) + " has the file open.";
+    const std::string holder = nbx::DescribeLockHolder(descriptor);
+    return (holder.empty() ? "Another process" : holder) + " has the file open.";
 }
 
 }  // namespace
+
+std::string NameLockHolder(std::string text, const FileLook& file) {
+    for (const std::string_view unknown : {"held in PID -1", "held in PID 0"}) {
+        const std::size_t at = text.find(unknown);
+        const int descriptor =
+            at != text.npos ? open(file.path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK) : -1;
+        if (descriptor >= 0) {
+            const std::string holder = nbx::DescribeLockHolder(descriptor);
+            close(descriptor);
+            if (!holder.empty()) {
+                text.replace(at, unknown.size(), "held in " + holder);
+            }
+            break;
+        }
+    }
+    return text;
+}
 
 FileLock::~FileLock() {
     Release();

@@ -65,6 +65,11 @@ FileContent ReadContent(int descriptor);
     process's lock on it. `unreadable` when there is none. */
 FileContent ReadContentWithoutOpening(const FileLook& file);
 
+/** DuckDB's text for a file that another process has locked, with the name of that process where DuckDB found
+    none: a lock of an open file description belongs to no process. No engine of this process has the file
+    open. */
+std::string NameLockHolder(std::string text, const FileLook& file);
+
 /** The exclusive lock on a database file that nobody has open, to be held from that check until the file is
     deleted or replaced. The lock belongs to the descriptor, so that closing another one does not drop it, and
     it refuses DuckDB's own open of the file in every process. */

@@ -14,6 +14,15 @@ namespace mduckdb {
 
 namespace {
 
+/** The lock is given back, since it would also refuse the locks that `Restoration` takes. */
+void RequireReplaceable(const FileTurn& turn) {
+    FileLock lock;
+    std::string reason;
+    if (turn.get_Exists() && !lock.Take(turn.get_Look(), reason)) {
+        throw BackupError("Can not be dropped. " + reason);
+    }
+}
+
 /** During the file's turn nothing in this process opens the file. */
 void PutInPlace(Restoration& restoration, const std::string& file) NBX_REQUIRES(gEngineLock) {
     FileTurn turn(EngineFiles::Get(), file);
@@ -23,6 +32,7 @@ void PutInPlace(Restoration& restoration, const std::string& file) NBX_REQUIRES(
     if (turn.IsOpenByOtherMeans()) {
         throw BackupError(file + " is in use in this process");
     }
+    RequireReplaceable(turn);
     turn.ClaimPlace();
     restoration.PutInPlace();
     turn.LookAgain();

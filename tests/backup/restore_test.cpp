@@ -15,6 +15,7 @@
 namespace {
 
 namespace fs = std::filesystem;
+using testing::AllOf;
 using testing::HasSubstr;
 
 /** A snapshot with one row in the table t, and a database with two rows that it is to replace. */
@@ -136,8 +137,24 @@ TEST_F(RestoreSnapshotTest, IntoADatabaseInUseIsRefused) {
     }
     {
         const HeldElsewhere holder(target_, true);
-        EXPECT_THAT(Restore(), HasSubstr("is in use by process "));
+        EXPECT_THAT(Restore(),
+                    AllOf(HasSubstr("] [Can not be dropped. "),
+                          HasSubstr("duckdb_peer (process " + std::to_string(holder.get_Process()) +
+                                    ") has the file open.")));
     }
+    ExpectUntouched();
+}
+
+TEST_F(RestoreSnapshotTest, ReplacesNothingButADatabaseOrAnEmptyFile) {
+    std::ofstream(Path("notes.txt")) << "Not a database at all.";
+    EXPECT_THAT(Restore(Path("notes.txt")),
+                HasSubstr("Can not be dropped. The file is not a DuckDB database."));
+    EXPECT_EQ(fs::file_size(Path("notes.txt")), 22U);
+    fs::create_directory(Path("folder.db"));
+    EXPECT_THAT(Restore(Path("folder.db")), HasSubstr("Can not be dropped. The file cannot be opened: "));
+    std::ofstream(Path("empty.db")).close();
+    EXPECT_EQ(Restore(Path("empty.db")), "none");
+    EXPECT_EQ(ContentOf(Path("empty.db")), "new");
     ExpectUntouched();
 }
 

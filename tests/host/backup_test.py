@@ -57,8 +57,26 @@ class BackupTest(HostCase):
     def test_restore_recreates_an_existing_file(self):
         folder, _ = self.backup()
         self.execute("a.db", "DELETE FROM t WHERE i > 10")
-        self.output("restore", "a.db", folder)
+        self.assertEqual(self.error("restore", "a.db", folder), "'a.db' exists. Use --force to replace it.\n")
+        self.assertEqual(self.sql("a.db", "SELECT count(*) FROM t"), [[11]])
+        self.output("restore", "a.db", folder, "--force")
         self.assertEqual(self.sql("a.db", "SELECT count(*) FROM t"), [[2500]])
+
+    def test_restore_replaces_databases_only(self):
+        folder, _ = self.backup()
+        self.output("snapshot", "a.db", "s.db")
+        for source in (folder, "s.db"):
+            with open(self.path("notes.txt"), "w") as file:
+                file.write("Not a database at all.")
+            self.assertIn("exists", self.error("restore", "notes.txt", source))
+            self.assertIn("The file is not a DuckDB database.", self.error("restore", "notes.txt", source, "--force"))
+            with open(self.path("notes.txt")) as file:
+                self.assertEqual(file.read(), "Not a database at all.")
+            open(self.path("empty.db"), "w").close()
+            self.assertEqual(self.error("restore", "empty.db", source), "'empty.db' exists. Use --force to replace it.\n")
+            self.output("restore", "empty.db", source, "--force")
+            self.assertEqual(self.sql("empty.db", "SELECT count(*) FROM t"), [[2500]])
+            os.remove(self.path("empty.db"))
 
     def test_a_table_that_differs_is_named_with_status_1(self):
         folder, _ = self.backup()

@@ -77,8 +77,22 @@ class FilesTest(HostCase):
     def test_create_recreates_an_existing_file(self):
         self.output("create", "a.db")
         self.execute("a.db", "CREATE TABLE t (i INT)")
-        self.output("create", "a.db")
+        self.assertEqual(self.error("create", "a.db"), "'a.db' exists. Use --force to replace it.\n")
+        self.assertEqual(self.sql("a.db", "SELECT count(*) FROM duckdb_tables()"), [[1]])
+        self.output("create", "a.db", "--force")
         self.assertEqual(self.sql("a.db", "SELECT count(*) FROM duckdb_tables()"), [[0]])
+
+    def test_create_replaces_databases_and_empty_files_only(self):
+        with open(self.path("notes.txt"), "w") as file:
+            file.write("Not a database at all.")
+        self.assertIn("exists", self.error("create", "notes.txt"))
+        self.assertIn("The file is not a DuckDB database.", self.error("create", "notes.txt", "--force"))
+        with open(self.path("notes.txt")) as file:
+            self.assertEqual(file.read(), "Not a database at all.")
+        open(self.path("empty.db"), "w").close()
+        self.assertEqual(self.error("create", "empty.db"), "'empty.db' exists. Use --force to replace it.\n")
+        self.output("create", "empty.db", "--force")
+        self.assertEqual(self.sql("empty.db", "SELECT count(*) FROM duckdb_tables()"), [[0]])
 
     def test_every_command_has_help_with_an_example(self):
         overview = self.output("--help")
@@ -136,6 +150,9 @@ class FilesTest(HostCase):
         self.assertEqual(self.complete("--format", "js"), ["json", "jsonl"])
         self.assertEqual(self.complete("--format", "=", "js"), ["json", "jsonl"])
         self.assertEqual(self.complete("sql", "--cursor", "="), ["server", "client"])
+        self.assertEqual(self.complete("create", "--f"), ["--format", "--force"])
+        self.assertEqual(self.complete("restore", "--fo"), ["--format", "--force"])
+        self.assertEqual(self.complete("backup", "--fo"), ["--format"])
         self.assertEqual(self.complete("--module", "=", "mduckdb_c"), ["mduckdb_casts"])
         self.assertEqual(self.complete("--module", "=", "mduckdb", "sql", "--par"), ["--param", "--params-file"])
         self.assertEqual(self.complete("--format", "=", "csv", "call", "parquet_c"), ["parquet_count"])

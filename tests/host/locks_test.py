@@ -1,6 +1,8 @@
 """What a process may do with a file that another one has open: the table of docs/operating.md."""
 
+import os
 import subprocess
+import sys
 import unittest
 
 from host_case import HOST, HostCase
@@ -22,6 +24,19 @@ class LocksTest(HostCase):
         other.stdin.write(f"ATTACH 'a.db' AS a ({access});\nSELECT count(*) AS n FROM a.t;\n")
         other.stdin.flush()
         self.assertEqual([other.stdout.readline() for _ in "n1"], ["n\n", "1\n"])
+        return other
+
+    def sources(self):
+        """What the file can be restored from: a backup and a snapshot."""
+        self.output("backup", "a.db")
+        self.output("snapshot", "a.db", "s.db")
+        return os.path.join("Backup", os.listdir(self.path("Backup"))[0]), "s.db"
+
+    def expect_no_replacement(self, sources, holder):
+        for command in (("create", "a.db"), *(("restore", "a.db", source) for source in sources)):
+            for options in ((), ("--force",)):
+                with self.subTest(command=command, options=options):
+                    self.assertIn(holder, self.error(*command, *options))
 
     def fetch(self):
         return self.run_host("--format", "csv", "call", "fetch_duckdb", "a.db", "t")
@@ -32,6 +47,30 @@ class LocksTest(HostCase):
             self.assertIn("Could not set lock on file", self.error("sql", "a.db", "FROM t", *option))
         done = self.fetch()
         self.assertEqual((done.returncode, done.stderr), (1, b"Unable to open DuckDB database.\n"))
+
+    def test_a_file_that_another_process_has_open_is_not_replaced(self):
+        sources = self.sources()
+        for access in ("READ_ONLY", "READ_WRITE"):
+            other = self.hold(access)
+            self.expect_no_replacement(sources, f"{os.path.realpath(HOST)} (process {other.pid}) has ")
+            other.stdin.write("INSERT INTO a.t VALUES (2);\n" if access == "READ_WRITE" else "FROM a.t;\n")
+            other.stdin.close()
+            self.assertEqual(other.wait(timeout=60), 0)
+        self.assertEqual(self.sql("a.db", "SELECT count(*) FROM t"), [[2]])
+
+    def test_the_holder_of_a_lock_that_belongs_to_no_process_is_named(self):
+        sources = self.sources()
+        program = ("import fcntl, struct, sys; f = open('a.db', 'r+b'); "
+                   "fcntl.fcntl(f, fcntl.F_OFD_SETLK, struct.pack('hhqqi4x', fcntl.F_WRLCK, 0, 0, 0, 0)); "
+                   "print('held', flush=True); sys.stdin.read()")
+        with subprocess.Popen([sys.executable, "-c", program], cwd=self.folder, text=True, stdin=subprocess.PIPE,
+                              stdout=subprocess.PIPE) as other:
+            self.assertEqual(other.stdout.readline(), "held\n")
+            self.expect_no_replacement(sources, f"{os.path.realpath(sys.executable)} (process {other.pid}) has ")
+            for option in ((), ("--read-only",)):
+                self.assertIn(f"lock is held in {os.path.realpath(sys.executable)} (process {other.pid}).",
+                              self.error("sql", "a.db", "FROM t", *option))
+        self.assertEqual(self.sql("a.db", "SELECT count(*) FROM t"), [[1]])
 
     def test_two_readers_share_a_file(self):
         self.hold("READ_ONLY")
