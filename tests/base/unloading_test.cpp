@@ -1,0 +1,29 @@
+// The timer's thread is gone before its code is.
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+namespace {
+
+std::size_t CountThreads() {
+    const std::filesystem::directory_iterator threads("/proc/self/task");
+    return static_cast<std::size_t>(std::distance(begin(threads), end(threads)));
+}
+
+TEST(UnloadingTest, JoinsTheThreadOfTheDeadlines) {
+    const std::size_t before = CountThreads();
+    for (int round = 0; round < 3; ++round) {
+        void* const library = dlopen(DEADLINE_LIBRARY, RTLD_NOW | RTLD_LOCAL);
+        ASSERT_NE(nullptr, library) << dlerror();
+        const auto run = reinterpret_cast<bool (*)()>(dlsym(library, "run_deadline"));
+        ASSERT_NE(nullptr, run);
+        EXPECT_TRUE(run());
+        EXPECT_EQ(before + 1, CountThreads());
+        ASSERT_EQ(0, dlclose(library));
+        EXPECT_EQ(nullptr, dlopen(DEADLINE_LIBRARY, RTLD_NOW | RTLD_NOLOAD)) << "it is still loaded";
+        EXPECT_EQ(before, CountThreads());
+    }
+}
+
+}  // namespace
