@@ -199,6 +199,15 @@ std::string ReadWhole(const std::string& path) {
     return content;
 }
 
+void LimitRights(const std::string& path, int model) {
+    struct stat of_model {};
+    struct stat own {};
+    if (fstat(model, &of_model) != 0 || stat(path.c_str(), &own) != 0 ||
+        chmod(path.c_str(), own.st_mode & of_model.st_mode & 0777U) != 0) {
+        ThrowFileError(path, "given the access rights of the database");
+    }
+}
+
 void RenameToFreeName(const std::string& from, const std::string& to) {
     if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) {
         return;

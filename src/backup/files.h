@@ -49,6 +49,8 @@ void WriteWhole(const std::string& path, const std::string& content);
 /** A small file as a text. Throws `BackupError` when it cannot be read. */
 std::string ReadWhole(const std::string& path);
 
+/** Removes the access rights that the model, an open file, does not have. Throws `BackupError`. */
+void LimitRights(const std::string& path, int model);
 /** Renames; fails when the new name is taken. Throws `BackupError`. */
 void RenameToFreeName(const std::string& from, const std::string& to);
 

@@ -83,6 +83,7 @@ class SnapshotJob : nbx::noncopyable {
             throw BackupError(source_.file + " is not the file that the database has open");
         }
         Descriptor(copy_, O_WRONLY | O_CREAT | O_EXCL).Close();
+        LimitRights(copy_, main);
         CopyBytes(main, FileSize(source_.file), copy_, stop_);
         if (log_size > 0) {
             Descriptor(LogOf(copy_), O_WRONLY | O_CREAT | O_EXCL).Close();
@@ -146,6 +147,7 @@ class SnapshotJob : nbx::noncopyable {
     void Publish() {
         const std::string manifest = part_ / "manifest.json";
         WriteWhole(manifest, WriteManifest(manifest_));
+        LimitRights(manifest, Descriptor(copy_, O_RDONLY).get());
         stop_.Check();
         if (fs::exists(fs::symlink_status(target_))) {
             throw BackupError(target_ + " is there already");

@@ -69,7 +69,7 @@ class DuckDBExtension final : public nbx::Counted<I_DuckDBExtension>, public nbx
     }
     smart_ptr<I_DuckDBDatabase> RestoreSnapshot(smart_ptr<I_Location> database_location,
                                                 smart_ptr<I_Location> snapshot) override {
-        return mduckdb::RestoreSnapshot(std::move(database_location), std::move(snapshot));
+        return mduckdb::RestoreSnapshot(database_location, snapshot);
     }
     nbx::String VerifyBackup(smart_ptr<I_DuckDBDatabase> database,
                              smart_ptr<I_Location> backup_folder) override {

@@ -53,19 +53,20 @@ void RestoreFile(const DuckDBDatabase& database, const Location& location, const
     FileTurn turn(EngineFiles::Get(), path);
     database.ThrowIfUsed(turn);
     try {
-        RestoredFile file(turn, path);
+        RestoredFile::CheckTarget(turn);
+        RestoredFile file(path);
         const Location place(
             nbx::MakeObject<BuildLocation>(nbx::CreateLocation(FromUtf8(file.get_Path())), location));
         try {
             Import(nbx::MakeObject<DuckDBDatabase>(place), backup);
         } catch (...) {
-            if (!file.get_ReplacesAnother() && place->get_Exists()) {
-                file.TakePlace();
+            if (!turn.get_Exists() && place->get_Exists()) {
+                file.ReplaceTarget(turn);
             }
             throw;
         }
         file.LimitRights(ToUtf8(backup.get_PathText()) + "/schema.sql");
-        file.TakePlace();
+        file.ReplaceTarget(turn);
     } catch (const std::runtime_error& error) {
         ThrowDuckDBError(location->get_Text(), error.what());
     }

@@ -1,70 +1,62 @@
 #include "extension/restore_snapshot.h"
 
-#include <filesystem>
-#include <utility>
+#include <stdexcept>
+#include <string>
 
 #include "backup/error.h"
-#include "backup/restoration.h"
+#include "backup/snapshot_copy.h"
 #include "base/errors.h"
 #include "base/text.h"
 #include "engines/engine_files.h"
+#include "extension/restored_file.h"
 #include "objects/database.h"
 
 namespace mduckdb {
 
 namespace {
 
-/** The lock is given back, since it would also refuse the locks that `Restoration` takes. */
-void RequireReplaceable(const FileTurn& turn) {
-    FileLock lock;
-    std::string reason;
-    if (turn.get_Exists() && !lock.Take(turn.get_Look(), reason)) {
-        throw BackupError("Can not be dropped. " + reason);
-    }
+using Location = nbx::smart_ptr<nbx::I_Location>;
+
+/** Calls `act` during the file's turn, in which nothing in this process opens the file. Throws when it is
+   open here. */
+template <class Act>
+void DuringTurn(const DuckDBDatabase& database, const std::string& file, Act act) {
+    const EngineLockScope lock;
+    FileTurn turn(EngineFiles::Get(), file);
+    database.ThrowIfUsed(turn);
+    act(turn);
 }
 
-/** During the file's turn nothing in this process opens the file. */
-void PutInPlace(Restoration& restoration, const std::string& file) NBX_REQUIRES(gEngineLock) {
-    FileTurn turn(EngineFiles::Get(), file);
-    if (const uint32_t count = turn.get_UserCount()) {
-        throw BackupError("Can not be dropped. " + std::to_string(count) + " connections are alive.");
-    }
-    if (turn.IsOpenByOtherMeans()) {
-        throw BackupError(file + " is in use in this process");
-    }
-    RequireReplaceable(turn);
-    turn.ClaimPlace();
-    restoration.PutInPlace();
-    turn.LookAgain();
+/** Copying takes long and leaves the engine lock to others. */
+void RestoreFile(const DuckDBDatabase& database, const std::string& file, const std::string& snapshot) {
+    DuringTurn(database, file, &RestoredFile::CheckTarget);
+    RestoredFile restored(file);
+    BackupStop stop;
+    CopySnapshot(snapshot, restored.get_Path(), restored.get_SpillPath(), stop);
+    restored.LimitRights(snapshot);
+    DuringTurn(database, file, [&restored](FileTurn& turn) { restored.ReplaceTarget(turn); });
 }
 
 }  // namespace
 
-nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase> RestoreSnapshot(
-    nbx::smart_ptr<nbx::I_Location> database_location, nbx::smart_ptr<nbx::I_Location> snapshot) {
+nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase> RestoreSnapshot(const Location& database_location,
+                                                             const Location& snapshot) {
     if (!database_location) {
         throw nbx::xDBError(kNoDatabaseLocationCode);
     }
     if (!snapshot || !snapshot->get_Exists()) {
         throw nbx::xDBError(kNoBackupLocationCode);
     }
-    const nbx::String path = database_location->get_Text();
-    const nbx::String key = database_location->get_PathText();
-    const std::string file = ToUtf8(key);
+    auto database = nbx::MakeObject<DuckDBDatabase>(database_location);
     try {
-        if (file == ":memory:") {
+        if (database->IsInMemory()) {
             throw BackupError("A snapshot is restored into a file");
         }
-        BackupStop stop;
-        Restoration restoration(ToUtf8(snapshot->get_PathText()), file, stop);
-        const EngineLockScope lock;
-        PutInPlace(restoration, file);
-        return nbx::MakeObject<DuckDBDatabase>(std::move(database_location));
-    } catch (const BackupError& error) {
-        ThrowDuckDBError(path, error.what());
-    } catch (const std::filesystem::filesystem_error& error) {
-        ThrowDuckDBError(path, error.what());
+        RestoreFile(*database, ToUtf8(database_location->get_PathText()), ToUtf8(snapshot->get_PathText()));
+    } catch (const std::runtime_error& error) {
+        ThrowDuckDBError(database_location->get_Text(), error.what());
     }
+    return database;
 }
 
 nbx::String VerifyBackup(const nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase>& database,

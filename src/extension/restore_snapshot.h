@@ -7,7 +7,8 @@ namespace mduckdb {
 
 /** As `I_DuckDBRestore::RestoreSnapshot` has it. */
 nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase> RestoreSnapshot(
-    nbx::smart_ptr<nbx::I_Location> database_location, nbx::smart_ptr<nbx::I_Location> snapshot);
+    const nbx::smart_ptr<nbx::I_Location>& database_location,
+    const nbx::smart_ptr<nbx::I_Location>& snapshot);
 /** As `I_DuckDBRestore::VerifyBackup` has it. */
 nbx::String VerifyBackup(const nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase>& database,
                          const nbx::smart_ptr<nbx::I_Location>& backup_folder);

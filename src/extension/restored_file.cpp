@@ -61,78 +61,65 @@ std::string NameForUnreadable(const std::string& path) {
 
 }  // namespace
 
-RestoredFile::RestoredFile(FileTurn& turn, const std::string& path)
-    : turn_(turn), target_(turn.get_Look().path) {
-    if (turn.get_Exists()) {
-        FileLock lock;
-        std::string reason;
-        struct stat info {};
-        if (!lock.Take(turn.get_Look(), reason)) {
-            RefuseReplacement(reason);
-        }
-        if (fstat(lock.get_Descriptor(), &info) != 0) {
-            Fail("The access rights of the file cannot be read", errno);
-        }
-        mode_ = info.st_mode & kAllRights;
-        owner_ = info.st_uid;
-        group_ = info.st_gid;
-    }
-    folder_ = target_ + ".restoring-XXXXXX";
-    if (mkdtemp(folder_.data()) == nullptr) {
-        folder_.clear();
-        Fail("No folder can be created beside the file to restore", errno);
-    }
-    path_ = folder_ + "/" + path.substr(path.rfind('/') + 1);
-}
-
-RestoredFile::~RestoredFile() {
-    std::error_code ignored;
-    std::filesystem::remove_all(folder_, ignored);
-}
+RestoredFile::RestoredFile(const std::string& path)
+    : target_(FileSystem::Get().Look(path).path),
+      folder_(target_),
+      path_(folder_ / path.substr(path.rfind('/') + 1)) {}
 
 void RestoredFile::LimitRights(const std::string& model) {
     struct stat info {};
     if (stat(model.c_str(), &info) == 0) {
-        mode_ &= info.st_mode;
+        most_rights_ &= info.st_mode;
     }
 }
 
-void RestoredFile::TakePlace() {
+void RestoredFile::CheckTarget(const FileTurn& turn) {
+    FileLock lock;
+    std::string reason;
+    if (turn.get_Exists() && !lock.Take(turn.get_Look(), reason)) {
+        RefuseReplacement(reason);
+    }
+}
+
+void RestoredFile::ReplaceTarget(FileTurn& turn) {
     if (HasLog(path_)) {
         throw std::runtime_error("The restored database could not be written whole.");
     }
-    ApplyRights();
-    turn_.ClaimPlace();
+    turn.ClaimPlace();
     FileLock lock;
     bool is_readable = !HasLog(target_);
-    if (turn_.get_Exists()) {
-        LockTarget(lock, is_readable);
+    if (turn.get_Exists()) {
+        LockTarget(turn, lock, is_readable);
     }
+    ApplyRights(lock.get_Descriptor());
     if (!is_readable) {
-        KeepTarget();
+        KeepTarget(turn);
     }
-    MoveIn();
+    MoveIn(turn);
     FlushFolder(target_);
-    turn_.LookAgain();
+    turn.LookAgain();
 }
 
-void RestoredFile::ApplyRights() const {
-    struct stat info {};
-    if (stat(path_.c_str(), &info) != 0) {
+void RestoredFile::ApplyRights(int old) const {
+    struct stat built {};
+    if (stat(path_.c_str(), &built) != 0) {
         Fail("The restored database is not there", errno);
     }
-    const bool is_owned = !turn_.get_Exists() || (info.st_uid == owner_ && info.st_gid == group_);
-    if (!is_owned && chown(path_.c_str(), owner_, group_) != 0) {
+    struct stat target = built;
+    if (old >= 0 && fstat(old, &target) != 0) {
+        Fail("The access rights of the file cannot be read", errno);
+    }
+    const bool is_owned = built.st_uid == target.st_uid && built.st_gid == target.st_gid;
+    if (!is_owned && chown(path_.c_str(), target.st_uid, target.st_gid) != 0) {
         Fail("The owner of the file cannot be kept", errno);
     }
-    // A new file has what the process gives to new files, at most.
-    const mode_t mode = turn_.get_Exists() ? mode_ : mode_ & info.st_mode & kAllRights;
+    const mode_t mode = (old >= 0 ? target.st_mode : built.st_mode & most_rights_) & kAllRights;
     if (chmod(path_.c_str(), mode) != 0) {
         Fail("The access rights of the file cannot be kept", errno);
     }
 }
 
-void RestoredFile::LockTarget(FileLock& lock, bool& is_readable) const {
+void RestoredFile::LockTarget(const FileTurn& turn, FileLock& lock, bool& is_readable) const {
     // Another process may write between the folding, for which DuckDB needs the lock, and our locking.
     constexpr int kAttempts = 20;
     for (int i = 0; i < kAttempts; ++i) {
@@ -140,7 +127,7 @@ void RestoredFile::LockTarget(FileLock& lock, bool& is_readable) const {
         is_readable = !has_log || (FoldLog(target_) && !HasLog(target_));
         const FileStamp stamp = FileSystem::Get().ReadStamp(target_);
         std::string reason;
-        if (!lock.Take(turn_.get_Look(), reason)) {
+        if (!lock.Take(turn.get_Look(), reason)) {
             RefuseReplacement(reason);
         }
         const bool is_settled = !is_readable || !HasLog(target_);
@@ -152,10 +139,10 @@ void RestoredFile::LockTarget(FileLock& lock, bool& is_readable) const {
     RefuseReplacement("Other processes keep writing to the file.");
 }
 
-void RestoredFile::KeepTarget() const {
+void RestoredFile::KeepTarget(const FileTurn& turn) const {
     const std::string kept = NameForUnreadable(target_);
     // As a second name first, so that there is a file at every moment.
-    if (turn_.get_Exists() && link(target_.c_str(), kept.c_str()) != 0 &&
+    if (turn.get_Exists() && link(target_.c_str(), kept.c_str()) != 0 &&
         rename(target_.c_str(), kept.c_str()) != 0) {
         Fail("The old file cannot be renamed", errno);
     }
@@ -169,18 +156,12 @@ void RestoredFile::KeepTarget() const {
     fputs(text.c_str(), stderr);
 }
 
-void RestoredFile::MoveIn() const {
-    if (turn_.get_Exists()) {
-        if (rename(path_.c_str(), target_.c_str()) != 0) {
-            Fail("The old file cannot be replaced", errno);
-        }
-        return;
+void RestoredFile::MoveIn(const FileTurn& turn) const {
+    if (!turn.get_Exists()) {
+        RenameToFreeName(path_, target_);
+    } else if (rename(path_.c_str(), target_.c_str()) != 0) {
+        Fail("The old file cannot be replaced", errno);
     }
-    // Fails, unlike a rename, when another process has created the file meanwhile.
-    if (link(path_.c_str(), target_.c_str()) != 0) {
-        Fail("The restored file cannot be put in its place", errno);
-    }
-    unlink(path_.c_str());
 }
 
 }  // namespace mduckdb

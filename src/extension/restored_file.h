@@ -4,46 +4,44 @@
 
 #include <string>
 
+#include "backup/part_folder.h"
 #include "engines/engine_files.h"
 
 namespace mduckdb {
 
 /** A database file that is built in a folder of its own beside its target, which only this user may enter,
-   and takes the target's place in the end. Failures are `std::runtime_error` and leave the target as it was.
- */
+    and replaces the target at the end. Failures are `std::runtime_error` and leave the target as it was. */
 class RestoredFile : nbx::noncopyable {
   public:
-    /** `path` is the target as it was given: the file is built under the same name, since the catalog's name
-       comes from it. Throws when the target must not be replaced. */
-    RestoredFile(FileTurn& turn, const std::string& path);
-    /** Removes what was built and has not taken the target's place. */
-    ~RestoredFile();
+    /** `path` (UTF-8) is the target as it was given: the file is built under the same name, since the catalog
+        takes its name from the file. */
+    explicit RestoredFile(const std::string& path);
 
     /** Where to build the file. */
     const std::string& get_Path() const { return path_; }
-    /** Whether there was a file that this one replaces. */
-    bool get_ReplacesAnother() const { return turn_.get_Exists(); }
-    /** For a target that does not exist: the file is to have no more access rights than this file. */
+    /** A folder for DuckDB's temporary files, deleted with this object. */
+    std::string get_SpillPath() const { return folder_ / "spill"; }
+    /** For a target that does not exist: the file gets no more access rights than this file has. */
     void LimitRights(const std::string& model);
-    /** Puts the file, which no engine has open any more, in the target's place. */
-    void TakePlace();
+    /** Throws when the target must not be replaced: another process has it open, or it is no database. */
+    static void CheckTarget(const FileTurn& turn);
+    /** Replaces the target. No engine may have the built file open any more. */
+    void ReplaceTarget(FileTurn& turn);
 
   private:
     /** Folds the target's log into it and takes the lock on it; sets `is_readable`. */
-    void LockTarget(FileLock& lock, bool& is_readable) const;
-    void ApplyRights() const;
-    void MoveIn() const;
-    /** Gives the target's file and log another name, which is reported. */
-    void KeepTarget() const;
+    void LockTarget(const FileTurn& turn, FileLock& lock, bool& is_readable) const;
+    /** `old` is the target, or -1 when there is none. */
+    void ApplyRights(int old) const;
+    void MoveIn(const FileTurn& turn) const;
+    /** Renames the target and its log, and reports their new name. */
+    void KeepTarget(const FileTurn& turn) const;
 
-    FileTurn& turn_;
+    /** Where links at the end of the given path lead. */
     const std::string target_;
-    std::string folder_;
+    const PartFolder folder_;
     std::string path_;
-    /** Of the target; of a new file the mode only. */
-    mode_t mode_ = 0666;
-    uid_t owner_ = 0;
-    gid_t group_ = 0;
+    mode_t most_rights_ = 0777;
 };
 
 }  // namespace mduckdb

@@ -74,6 +74,31 @@ TEST_F(RestoreSnapshotTest, ReplacesADatabaseAndKeepsItsModeAndLinks) {
     EXPECT_EQ(fs::status(target_).permissions(), fs::perms::owner_read | fs::perms::owner_write);
 }
 
+TEST_F(RestoreSnapshotTest, HasNoMoreAccessRightsThanTheDatabaseThatTheSnapshotWasTakenOf) {
+    const auto own = fs::perms::owner_read | fs::perms::owner_write;
+    fs::permissions(target_, own);
+    const Database source = host_.Opened(target_);
+    static_cast<nbx::mrsql::I_DuckDBSnapshot*>(source->QueryInterface(nbx::mrsql::kDuckDBSnapshotInterfaceId))
+        ->Snapshot(Location(Path("private.db")));
+    Restorer().RestoreSnapshot(Location(Path("made.db")), Location(Path("private.db")));
+    for (const char* const name : {"private.db", "private.db.manifest.json", "made.db"}) {
+        EXPECT_EQ(fs::status(Path(name)).permissions(), own) << name;
+    }
+}
+
+TEST_F(RestoreSnapshotTest, KeepsAnOldDatabaseWhoseLogCannotBeRead) {
+    {
+        SecondProcess writer({DUCKDB_WRITER, target_});
+        ASSERT_EQ(writer.ReadLine(), "committed");
+        writer.Kill();
+    }
+    fs::resize_file(target_, 100);
+    EXPECT_EQ(Restore(), "none");
+    EXPECT_EQ(ContentOf(target_), "new");
+    EXPECT_TRUE(fs::exists(target_ + ".unreadable"));
+    EXPECT_TRUE(fs::exists(target_ + ".unreadable.wal"));
+}
+
 TEST_F(RestoreSnapshotTest, DoesNotReplayTheLogOfTheOldDatabase) {
     {
         SecondProcess writer({DUCKDB_WRITER, target_});
