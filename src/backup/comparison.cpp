@@ -22,7 +22,7 @@ Facts OnlyInFirst(const Facts& first, const Facts& second) {
     return result;
 }
 
-/** The objects that a side lacks or has more often: their aspects are not worth a line each. */
+/** The objects that a side lacks or has more often: their aspects are not reported one by one. */
 ObjectNames WholeObjects(const Facts& facts) {
     ObjectNames names;
     for (const CatalogFact& fact : facts) {
@@ -37,7 +37,7 @@ std::string Shown(const std::string& value) {
     return value.empty() ? "nothing" : "'" + value + "'";
 }
 
-/** Lines for what one side alone has. `elsewhere` is what the other side alone has. */
+/** Lines for what only one side has. `elsewhere` is what only the other side has. */
 void AddOneSided(const Facts& facts, const Facts& elsewhere, const char* here, const char* there,
                  bool is_first_side, std::vector<std::string>& lines) {
     const ObjectNames whole = WholeObjects(facts);

@@ -35,7 +35,7 @@ LogState ReadLogState(const std::string& file, int descriptor) {
     return state;
 }
 
-/** Two guards of one database at a time need two names. */
+/** Two guards of one database at the same time need two names. */
 std::string GuardTable() {
     static std::atomic<uint64_t> number{0};
     return "\"mduckdb snapshot guard " + std::to_string(getpid()) + "-" + std::to_string(++number) + "\"";

@@ -9,26 +9,26 @@
 
 namespace mduckdb {
 
-/** A moment of an open database: what is in the file, and in its log up to a length, is what had been
-    committed then.
+/** A moment of an open database: the file, and its log up to a certain length, hold what had been committed
+    then.
 
     A transaction that has made a table and never commits keeps every checkpoint away, so that the file's
-    blocks stay as they are; the log only grows. That guard is as short as can be, since plain CHECKPOINT
-    fails and FORCE CHECKPOINT waits meanwhile, and holds back every new transaction that may write.
-    The reading transaction begins before the guard and may outlive it. */
+    blocks stay as they are; the log only grows. The guard is as short as possible: while it lasts, plain
+    CHECKPOINT fails, and FORCE CHECKPOINT waits and blocks every new transaction that may write. The reading
+    transaction begins before the guard and may outlive it. */
 class Cut : nbx::noncopyable {
   public:
-    /** `file`: of the engine's main database. A read-only engine needs no guard, since nobody can write
-        beside it. Throws `BackupError`. */
+    /** `file`: the file of the engine's main database. A read-only engine needs no guard, since nobody can
+        write to its file. Throws `BackupError`. */
     Cut(duckdb_database engine, std::string file, bool is_read_only, BackupStop& stop);
     ~Cut();
 
-    /** How much of the log belongs to the cut. */
+    /** How many bytes of the log belong to the cut. */
     uint64_t get_LogSize() const noexcept { return log_size_; }
     /** Whether the reader sees exactly what the cut holds. */
     bool get_IsReaderExact() const noexcept { return is_exact_; }
     SqlWorker& get_Reader() noexcept { return *reader_; }
-    /** Lets checkpoints happen again. Nothing may be copied from the source afterwards. */
+    /** Allows checkpoints again. Nothing may be copied from the source afterwards. */
     void EndGuard() noexcept;
 
   private:

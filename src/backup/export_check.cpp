@@ -13,8 +13,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/** Makes the database as a restore does: with the import statement, and where that fails, piece by piece in a
-    new file. */
+/** Creates the database as a restore does: with the import statement, and where that fails, piece by piece in
+    a new file. */
 void Import(const std::string& file, const std::string& folder, const std::string& memory_limit,
             const std::string& spill, BackupStop& stop) {
     {

@@ -11,7 +11,7 @@ namespace mduckdb {
 
 namespace {
 
-/** The first place of the character outside of quotes, from `at` on. */
+/** The position of the next such character outside quotes, from `at` on. */
 std::size_t FindUnquoted(std::string_view text, char wanted, std::size_t at) {
     char quote = '\0';
     for (; at < text.size(); ++at) {
@@ -27,7 +27,7 @@ std::size_t FindUnquoted(std::string_view text, char wanted, std::size_t at) {
     return std::string_view::npos;
 }
 
-/** Behind the text in quotes that begins at `at`. */
+/** The position after the quoted text that begins at `at`. */
 std::size_t EndOfText(std::string_view text, std::size_t at) {
     for (++at; at < text.size(); ++at) {
         if (text[at] == '\'') {

@@ -9,14 +9,14 @@ namespace mduckdb {
 
 /** The statements of an export's two scripts, to be run one by one where the one import statement fails. */
 struct ExportScripts {
-    /** What makes the schemas, tables, views and so on. */
+    /** Statements that create the schemas, tables, views and so on. */
     std::vector<std::string> schema;
-    /** What fills the tables, from the files of the folder that the scripts were read from, and without
-       options that only writing knows: DuckDB 2.0 refuses to read with the ROW_GROUP_SIZE that 1.5 wrote. */
+    /** Statements that fill the tables from the files in the folder of the scripts, without options that are
+       only valid for writing: DuckDB 2.0 refuses to read with the ROW_GROUP_SIZE that 1.5 wrote. */
     std::vector<std::string> load;
 };
 
-/** Reads the scripts; changes nothing in the folder. Throws `BackupError` when one is missing. */
+/** Reads the scripts; does not change the folder. Throws `BackupError` when one is missing. */
 ExportScripts ReadExportScripts(const std::string& folder);
 
 /** The statements of a script as the exports write them: separated by semicolons outside of quotes. */
@@ -25,8 +25,8 @@ std::vector<std::string> SplitScript(std::string_view script);
 std::string MendLoad(std::string_view copy, const std::string& folder);
 
 /** Runs the statements with `run`, which throws for one that fails. A statement of the schema that fails is
-   run again after the others, since DuckDB writes views in the order of their making, which is not always one
-   in which they can be made. The first error that stays is thrown. */
+   run again after the others, since DuckDB writes views in the order of their creation, which does not always
+   respect what they depend on. Throws the first error that remains. */
 void RunExportScripts(const ExportScripts& scripts, const std::function<void(const std::string&)>& run);
 
 }  // namespace mduckdb

@@ -5,7 +5,7 @@ namespace mduckdb {
 
 namespace {
 
-/** A SELECT of facts: of each object its kind, name, and the aspects with their values. */
+/** A SELECT of facts: the kind and name of each object, and its aspects with their values. */
 struct FactQuery {
     const char* kind;
     const char* name;
@@ -24,8 +24,8 @@ constexpr FactQuery kFactQueries[] = {
      "duckdb_columns() WHERE NOT internal"},
     {"view", "schema_name || '.' || view_name", "'definition', 'comment', 'tags'",
      "sql, comment, tags::VARCHAR", "duckdb_views() WHERE NOT internal"},
-    // DuckDB's own text of a sequence starts at the next value, and its last value is another one after the
-    // file was closed and opened.
+    // DuckDB's own text of a sequence starts at the next value, and its last value changes when the file is
+    // closed and opened.
     {"sequence", "schema_name || '.' || sequence_name",
      "'range', 'step', 'cycle', 'comment', 'tags', 'next value'",
      "min_value::VARCHAR || ' to ' || max_value::VARCHAR, increment_by::VARCHAR, \"cycle\"::VARCHAR, "
@@ -36,7 +36,7 @@ constexpr FactQuery kFactQueries[] = {
      "logical_type, labels::VARCHAR, comment, tags::VARCHAR", "duckdb_types() WHERE NOT internal"},
     {"index", "schema_name || '.' || index_name", "'table', 'definition', 'comment', 'tags'",
      "table_name, sql, comment, tags::VARCHAR", "duckdb_indexes() WHERE true"},
-    // A constraint of a column stands in another place of the list when the table was made another way.
+    // The position of a column's constraint in the list depends on how the table was created.
     {"constraint", "schema_name || '.' || table_name || ': ' || constraint_text", "'name', 'columns'",
      "constraint_name, constraint_column_names::VARCHAR", "duckdb_constraints() WHERE true"},
     {"macro", "schema_name || '.' || function_name || parameters::VARCHAR",
@@ -56,15 +56,15 @@ std::string BuildCatalogQuery() {
     return sql;
 }
 
-/** Types whose `hash` tells values apart that differ in any way. That of the others takes 1 month and 30
-    days for the same, or 0 and -0. */
+/** Types whose `hash` distinguishes all values. The hash of the others treats 1 month and 30 days, or 0 and
+    -0, as equal. */
 constexpr const char* kExactTypes =
     "'BOOLEAN', 'TINYINT', 'SMALLINT', 'INTEGER', 'BIGINT', 'HUGEINT', 'UTINYINT', 'USMALLINT', 'UINTEGER', "
     "'UBIGINT', 'UHUGEINT', 'VARCHAR', 'BLOB', 'DATE', 'TIME', 'TIMESTAMP', 'TIMESTAMP_S', 'TIMESTAMP_MS', "
     "'TIMESTAMP_NS', 'TIMESTAMP WITH TIME ZONE', 'UUID', 'JSON'";
 
-/** For each table its name in SQL and the arguments of `hash`; an empty text for a table without columns
-    of its own. */
+/** For each table its name in SQL and the arguments of `hash`; empty for a table without columns of its
+    own. */
 std::string BuildTableQuery() {
     return std::string(
                "SELECT '\"' || replace(t.schema_name, '\"', '\"\"') || '\".\"' || "

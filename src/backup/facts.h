@@ -9,8 +9,8 @@
 
 namespace mduckdb {
 
-/** One thing that the catalog says: (view, main.v, sql, CREATE VIEW ...). An object has one fact with an
-    empty aspect, which says that it is there. */
+/** One entry of the catalog: (view, main.v, sql, CREATE VIEW ...). Each object has one fact with an empty
+    aspect, which says that it exists. */
 struct CatalogFact {
     std::string kind;
     std::string name;
@@ -21,9 +21,9 @@ struct CatalogFact {
     friend bool operator==(const CatalogFact&, const CatalogFact&) = default;
 };
 
-/** What stands in one table. Two tables with the same rows in any order have the same hash. */
+/** The content of one table. Two tables with the same rows in any order have the same hash. */
 struct TableFacts {
-    /** As SQL has it: "schema"."table". */
+    /** Quoted for SQL: "schema"."table". */
     std::string name;
     uint64_t rows = 0;
     std::string hash;
@@ -35,10 +35,10 @@ struct DatabaseFacts {
     std::vector<TableFacts> tables;
 };
 
-/** Sets the worker up so that it shows the values of every database alike. Changes settings of its
-    connection only. */
+/** Sets the worker up so that it shows the values of every database in the same way. Changes only settings of
+    its connection. */
 void PrepareForFacts(SqlWorker& worker);
-/** What the catalog of the worker's current database says. Throws `BackupError`. */
+/** Reads the catalog of the worker's current database. Throws `BackupError`. */
 std::vector<CatalogFact> ReadCatalog(SqlWorker& worker);
 /** Reads every row of the current database, in the worker's transaction. A table that cannot be
     read is a `BackupError` that names it. */

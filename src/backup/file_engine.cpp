@@ -12,7 +12,7 @@ FileEngine::FileEngine(const std::string& file, Access access, const std::string
     }
     duckdb_set_config(config.get(), "access_mode", access == Access::reading ? "READ_ONLY" : "READ_WRITE");
     duckdb_set_config(config.get(), "temp_directory", spill_folder.c_str());
-    // The work goes on beside that of the host, which keeps the other processors.
+    // One thread, so that the other processors are left to the host.
     duckdb_set_config(config.get(), "threads", "1");
     if (!memory_limit.empty()) {
         duckdb_set_config(config.get(), "max_memory", memory_limit.c_str());

@@ -20,9 +20,9 @@ namespace mduckdb {
 namespace {
 
 constexpr std::size_t kBufferSize = 1U << 20U;
-/** What a descriptor opened for direct access asks of the buffer and of the places read. */
+/** The alignment that direct access requires of the buffer and of the positions read. */
 constexpr std::size_t kAlignment = 4096;
-/** So much is handed to the disk at a time while the copy goes on. */
+/** How much is passed to the disk at a time while the copy continues. */
 constexpr uint64_t kWriteBackStep = uint64_t{8} << 20U;
 
 struct FreeBuffer {
@@ -71,7 +71,7 @@ bool IsZero(const unsigned char* bytes, std::size_t count) {
     return count == 0 || (bytes[0] == 0 && std::memcmp(bytes, bytes + 1, count - 1) == 0);
 }
 
-/** Copies and tells each buffer to `see`. */
+/** Copies, and passes each buffer to `see`. */
 template <class See>
 void CopyAll(int source, uint64_t size, const std::string& target, const BackupStop& stop, See see) {
     const Descriptor out(target, O_WRONLY);
@@ -90,7 +90,7 @@ void CopyAll(int source, uint64_t size, const std::string& target, const BackupS
         }
         at += count;
         if (at - handed_over >= kWriteBackStep) {
-            // Only a hint: the copy is synchronised in the end.
+            // Only a hint: the copy is synchronised at the end.
             sync_file_range(out.get(), static_cast<off_t>(handed_over), static_cast<off_t>(at - handed_over),
                             SYNC_FILE_RANGE_WRITE);
             handed_over = at;
@@ -137,7 +137,7 @@ int FindOpenDescriptor(const std::string& path) {
         struct stat info {};
         if (entry->d_name[0] != '.' && descriptor != dirfd(folder.get()) && fstat(descriptor, &info) == 0 &&
             info.st_dev == wanted.st_dev && info.st_ino == wanted.st_ino && IsReadable(descriptor)) {
-            // The oldest one, the engine's own: a later one may be somebody's short look into the file.
+            // The oldest one is the engine's own: a later one may belong to code that reads the file briefly.
             found = found < 0 ? descriptor : std::min(found, descriptor);
         }
     }
@@ -212,7 +212,7 @@ void RenameToFreeName(const std::string& from, const std::string& to) {
     if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) {
         return;
     }
-    // A file system without that flag.
+    // The file system does not support the flag.
     if (errno == EINVAL || errno == ENOSYS) {
         if (link(from.c_str(), to.c_str()) == 0 && unlink(from.c_str()) == 0) {
             return;

@@ -8,7 +8,7 @@
 
 namespace mduckdb {
 
-/** A file descriptor of this room's own. */
+/** An owned file descriptor. */
 class Descriptor : nbx::noncopyable {
   public:
     /** Throws `BackupError` that names the file. */
@@ -29,22 +29,22 @@ class Descriptor : nbx::noncopyable {
     The descriptor stays open for as long as the engine does, so its user keeps a connection. */
 int FindOpenDescriptor(const std::string& path);
 
-/** Bytes in a file; 0 when it is not there. */
+/** Bytes in a file; 0 when it does not exist. */
 uint64_t FileSize(const std::string& path);
 
-/** Copies the first `size` bytes to `target`, which is there and empty. Leaves out blocks of zeros, so that a
-    sparse file stays one. Has the disk write while it goes on reading. Throws `BackupError` when a
-    file cannot be read or written, or ends too early. */
+/** Copies the first `size` bytes to `target`, which exists and is empty. Skips blocks of zeros, so that a
+    sparse file stays sparse. The disk writes while the copy goes on reading. Throws `BackupError` when a file
+    cannot be read or written, or ends too early. */
 void CopyBytes(int source, uint64_t size, const std::string& target, const BackupStop& stop);
-/** The same for a whole file that nobody changes; gives the checksum of what was copied. */
+/** The same for a whole file that nobody changes; returns the checksum of the copied bytes. */
 std::string CopyFileWithSum(const std::string& source, const std::string& target, const BackupStop& stop);
 
-/** The SHA-256 of a file that this process has not open otherwise. */
+/** The SHA-256 of a file that this process does not have open elsewhere. */
 std::string FileSum(const std::string& path, const BackupStop& stop);
 
-/** Has the disk hold what was written to the file, or the names in the folder. */
+/** Waits until the disk holds what was written to the file, or the names in the folder. */
 void SyncToDisk(const std::string& path);
-/** Writes a small file and has the disk hold it. */
+/** Writes a small file and waits until the disk holds it. */
 void WriteWhole(const std::string& path, const std::string& content);
 /** A small file as a text. Throws `BackupError` when it cannot be read. */
 std::string ReadWhole(const std::string& path);
@@ -54,7 +54,7 @@ void LimitRights(const std::string& path, int model);
 /** Renames; fails when the new name is taken. Throws `BackupError`. */
 void RenameToFreeName(const std::string& from, const std::string& to);
 
-/** Throws `BackupError` "PATH cannot be OPERATED: reason" for the present errno. */
+/** Throws `BackupError` "PATH cannot be OPERATED: reason" for the current errno. */
 [[noreturn]] void ThrowFileError(const std::string& path, const char* operated);
 
 }  // namespace mduckdb

@@ -17,7 +17,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* kInfix = ".part-";
-/** No database in the folder has this name: theirs come from files that have one. */
+/** Marks a folder in use. The database in the folder has the name of its target instead. */
 constexpr const char* kInUseName = ".in-use";
 
 /** Deletes the folder unless a living process works on it. */
@@ -28,7 +28,7 @@ void DeleteIfLeftBehind(const fs::path& folder) noexcept {
             std::error_code ignored;
             fs::remove_all(folder, ignored);
         }
-    } catch (const BackupError&) {  // Without its mark, it may just be being made: it stays.
+    } catch (const BackupError&) {  // Without its mark it may be in the middle of its creation, so it stays.
     }
 }
 
@@ -40,7 +40,7 @@ void DeleteLeftovers(const fs::path& file) noexcept {
                 DeleteIfLeftBehind(entry.path());
             }
         }
-    } catch (const std::exception&) {  // A folder that cannot be listed shows when a file is made in it.
+    } catch (const std::exception&) {  // A folder that cannot be listed fails later, at its first file.
     }
 }
 
@@ -53,7 +53,7 @@ PartFolder::PartFolder(const std::string& file) : path_(file + kInfix + "XXXXXX"
     }
     try {
         in_use_ = std::make_unique<Descriptor>(path_ + "/" + kInUseName, O_RDWR | O_CREAT);
-        // A file system without such locks: what is left behind there stays.
+        // The file system has no such locks, so leftovers stay.
         flock(in_use_->get(), LOCK_EX | LOCK_NB);
     } catch (...) {
         std::error_code ignored;

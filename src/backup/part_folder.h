@@ -7,9 +7,9 @@
 
 namespace mduckdb {
 
-/** A folder beside a file that is to come, in which that file grows: "FILE.part-XXXXXX". Deleted with
-    everything in it at the end of the scope; what killed processes left behind is deleted by the next one for
-    the same file. */
+/** A folder next to a future file, in which that file is built: "FILE.part-XXXXXX". Deleted with everything
+    in it at the end of the scope; the next one for the same file deletes what killed processes left
+    behind. */
 class PartFolder : nbx::noncopyable {
   public:
     /** Throws `BackupError`. */

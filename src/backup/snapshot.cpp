@@ -19,18 +19,18 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr ComparedNames kNames{"database", "snapshot"};
-/** So many differences make an error's text; more do not help. */
+/** How many differences an error lists; more would not help. */
 constexpr std::size_t kMostLines = 20;
 
-/** What a snapshot is made of. */
+/** The database that a snapshot copies. */
 struct Source {
     duckdb_database engine;
-    /** As DuckDB has opened it: the log's name comes from this one. */
+    /** The path as DuckDB opened it, which determines the log's name. */
     std::string file;
     bool is_read_only;
 };
 
-/** Throws `BackupError` for a database that no file can be copied of. */
+/** Throws `BackupError` for a database that has no file to copy. */
 Source Describe(duckdb_database engine, BackupStop& stop) {
     SqlWorker worker(engine, stop);
     const TextRow row =
@@ -48,7 +48,7 @@ Source Describe(duckdb_database engine, BackupStop& stop) {
     return {engine, *row[0], row[1] == "true"};
 }
 
-/** One snapshot on its way. */
+/** One snapshot while it is being taken. */
 class SnapshotJob : nbx::noncopyable {
   public:
     SnapshotJob(const Source& source, const std::string& target, BackupStop& stop)
@@ -56,7 +56,8 @@ class SnapshotJob : nbx::noncopyable {
           target_(target),
           stop_(stop),
           part_(target),
-          // Under its own name the copy's catalog has the name that views and macros may contain.
+          // The copy keeps the file's name, because its catalog is named after it, and views and macros may
+          // contain that name.
           copy_(part_ / fs::path(source.file).filename().string()) {}
 
     void Run() {
@@ -123,7 +124,7 @@ class SnapshotJob : nbx::noncopyable {
             ThrowIfDifferent(lines);
             manifest_.compared = "rows";
         } else {
-            // What differs may have been committed between the reader's moment and the cut.
+            // A difference may have been committed between the reader's moment and the cut.
             manifest_.compared = lines.empty() ? "structure" : "nothing";
         }
         manifest_.objects = CountObjects(copy.catalog);
@@ -152,7 +153,7 @@ class SnapshotJob : nbx::noncopyable {
         if (fs::exists(fs::symlink_status(target_))) {
             throw BackupError(target_ + " is there already");
         }
-        // A manifest without its file is what a process left that was killed here.
+        // A manifest without its file was left by a process that was killed at this point.
         fs::rename(manifest, ManifestOf(target_));
         try {
             RenameToFreeName(copy_, target_);

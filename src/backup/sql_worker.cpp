@@ -32,8 +32,8 @@ void AppendRows(duckdb_data_chunk chunk, std::vector<TextRow>& rows) {
     throw BackupError(MessageOf(duckdb_text));
 }
 
-/** An interrupt that comes before DuckDB begins the query is forgotten by DuckDB, so it is asked for between
-    the beginning and the execution. */
+/** DuckDB forgets an interrupt that comes before it begins the query, so the stop is checked between the
+    beginning and the execution. */
 ResultHolder Execute(duckdb_connection connection, const std::string& sql, const BackupStop& stop) {
     stop.Check();
     PreparedHolder prepared;

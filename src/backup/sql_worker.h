@@ -15,17 +15,17 @@ namespace mduckdb {
 /** One row of texts; SQL NULL is an empty optional. */
 using TextRow = std::vector<std::optional<std::string>>;
 
-/** A connection of its own to an engine, whose statements a `BackupStop` can cut. The engine must outlive it.
- */
+/** A separate connection to an engine, whose statements a `BackupStop` can stop. The engine must outlive
+ it. */
 class SqlWorker : nbx::noncopyable {
   public:
-    /** Throws `BackupError` when DuckDB gives no connection. */
+    /** Throws `BackupError` when DuckDB cannot connect. */
     SqlWorker(duckdb_database engine, BackupStop& stop);
     ~SqlWorker();
 
     /** Runs a statement whose rows do not matter. Throws `BackupError` with DuckDB's message. */
     void Run(const std::string& sql);
-    /** The same without an exception, for destructors and second tries; false when DuckDB refuses. */
+    /** The same without an exception, for destructors and retries; false when DuckDB refuses. */
     bool TryRun(const std::string& sql) noexcept;
     /** Runs a query whose columns are all VARCHAR. Throws `BackupError` with DuckDB's message. */
     std::vector<TextRow> Rows(const std::string& sql);
@@ -40,7 +40,7 @@ class SqlWorker : nbx::noncopyable {
     duckdb_connection connection_ = nullptr;
 };
 
-/** DuckDB's message in its error text, which may be JSON. */
+/** Extracts the message from DuckDB's error text, which may be JSON. */
 std::string MessageOf(const char* duckdb_text);
 
 /** A name or a text as SQL has it: between the given quotes, with these doubled inside. */

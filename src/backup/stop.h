@@ -10,10 +10,10 @@
 
 namespace mduckdb {
 
-/** Lets other threads end a snapshot, a check or a restore. */
+/** Lets other threads stop a snapshot, a check or a restore. */
 class BackupStop : nbx::noncopyable {
   public:
-    /** From any thread. What runs ends soon with `BackupInterrupted`. */
+    /** May be called from any thread. Running work ends soon with `BackupInterrupted`. */
     void Stop() noexcept;
     bool get_IsStopped() const noexcept { return is_stopped_.load(); }
     /** Throws `BackupInterrupted` once `Stop` was called. */
@@ -30,7 +30,7 @@ class BackupStop : nbx::noncopyable {
     std::vector<duckdb_connection> connections_;
 };
 
-/** What can be stopped of one database at present. From any thread. */
+/** The running work of one database that can be stopped. May be used from any thread. */
 class RunningStops : nbx::noncopyable {
   public:
     /** Listed for a scope. */

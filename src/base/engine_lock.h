@@ -5,14 +5,14 @@
 
 namespace mduckdb {
 
-/** Stands for the host's global engine lock in the compiler's thread-safety analysis: what needs the
-    lock is annotated with `gEngineLock`, and an `EngineLockScope` provides it. Nothing of it exists at
-    run time. */
+/** Represents the host's global engine lock in the compiler's thread-safety analysis: code that needs the
+    lock is annotated with `gEngineLock`, and an `EngineLockScope` provides it. It does not exist at run time.
+    */
 class NBX_CAPABILITY("engine lock") EngineLockRole {};
 inline constexpr EngineLockRole gEngineLock;
 
-/** Holds the host's global engine lock for a scope. Does not lock on a thread that holds the lock
-    already, nor on the host's diagnostic thread, and then gives nothing back at the end. */
+/** Holds the host's global engine lock for a scope. Does not lock on a thread that already holds the lock,
+    nor on the host's diagnostic thread; the end of the scope then releases nothing. */
 class NBX_SCOPED_CAPABILITY EngineLockScope : nbx::noncopyable {
   public:
     EngineLockScope() NBX_ACQUIRE(gEngineLock) NBX_NO_THREAD_SAFETY_ANALYSIS {
@@ -31,7 +31,7 @@ class NBX_SCOPED_CAPABILITY EngineLockScope : nbx::noncopyable {
     }
 
   private:
-    /** Null when the scope gives nothing back. */
+    /** Null when the scope has nothing to release. */
     nbx::Mutex* locked_ = nullptr;
 };
 

@@ -15,7 +15,7 @@ constexpr uint32_t kDuckDBErrorCode = 0x72501;
 constexpr uint32_t kOpenErrorCode = 0x99000;
 /** A failure that follows `Interrupt` (`xInterruptError`). */
 constexpr uint32_t kInterruptErrorCode = 0x57501;
-/** Anything else that ends an execution which reports instead of throwing. */
+/** Any other failure of an execution that reports errors instead of throwing them. */
 constexpr uint32_t kUnexpectedErrorCode = 0x72000;
 /** No database location (`xDBError`). */
 constexpr uint32_t kNoDatabaseLocationCode = 0x51501;
@@ -29,14 +29,14 @@ std::string TextOr(const char* duckdb_text, const char* fixed_text);
 [[noreturn]] void ThrowDuckDBError(const nbx::String& path, std::string_view message);
 /** The same for objects that have no database: its path is "unknown". */
 [[noreturn]] void ThrowDetachedError(std::string_view message);
-/** The same for a value, which has no database at hand: `name` stands in place of the path. */
+/** The same for a value, which has no database: the error carries `name` instead of a path. */
 [[noreturn]] void ThrowValueError(const char* name, const std::string& message);
 
 /** What DuckDB's error text says: a JSON object on our connections, plain text from the C API itself. */
 struct DuckDBErrorInfo {
     nbx::String message;
     nbx::String type;
-    /** Byte offset in the SQL text; -1 when DuckDB gives none. */
+    /** Byte offset in the SQL text; -1 when DuckDB reports none. */
     int64_t position = -1;
 };
 DuckDBErrorInfo ReadDuckDBError(const char* duckdb_text);

@@ -8,7 +8,7 @@
 namespace mduckdb {
 
 /** Owns one DuckDB handle and destroys it with the function of its trait. Move-only; null after a move.
-    Connections and engine handles have no holder: who closes them, and when, is decided elsewhere. */
+    Connections and engine handles have no holder: other code decides who closes them and when. */
 template <class Traits>
 class Holder {
   public:
@@ -29,14 +29,14 @@ class Holder {
 
     Handle get() const noexcept { return handle_; }
     explicit operator bool() const noexcept { return handle_ != nullptr; }
-    /** Gives the handle up to the caller. */
+    /** Passes ownership of the handle to the caller. */
     Handle Detach() noexcept { return std::exchange(handle_, nullptr); }
     void Reset(Handle handle = nullptr) noexcept {
         if (Handle old = std::exchange(handle_, handle)) {
             Traits::Destroy(old);
         }
     }
-    /** Destroys what is held and gives the place for a new handle, as DuckDB's out parameters want it. */
+    /** Destroys the held handle and returns the address for a new one, as DuckDB's out parameters need it. */
     Handle* Receive() noexcept {
         Reset();
         return &handle_;
@@ -102,7 +102,7 @@ inline LogicalTypeHolder MakeType(duckdb_type type) {
 class ResultHolder {
   public:
     ResultHolder() noexcept = default;
-    /** Takes the result over; the caller's copy must not be destroyed any more. */
+    /** Takes ownership of the result; the caller must no longer destroy its copy. */
     explicit ResultHolder(duckdb_result result) noexcept : result_(result), is_held_(true) {}
     ResultHolder(ResultHolder&& other) noexcept
         : result_(other.result_), is_held_(std::exchange(other.is_held_, false)) {}
@@ -122,14 +122,15 @@ class ResultHolder {
     /** For the calls that take the address; the result must be held. */
     duckdb_result* get() noexcept { return &result_; }
     const duckdb_result& operator*() const noexcept { return result_; }
-    /** Destroys what is held and gives a zeroed place for a new result, held from now on. */
+    /** Destroys the held result and returns the address of a zeroed one, which this object owns from now on.
+     */
     duckdb_result* Receive() noexcept {
         Reset();
         result_ = {};
         is_held_ = true;
         return &result_;
     }
-    /** Gives the result up to the caller, who destroys it. */
+    /** Passes ownership of the result to the caller, who destroys it. */
     duckdb_result Detach() noexcept {
         is_held_ = false;
         return result_;

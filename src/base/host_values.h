@@ -17,7 +17,7 @@ HostValue MakeHostValue(const Content& content) {
     return HostValue::Adopt(kFactory(false, &content, nullptr));
 }
 
-/** What stands for NULL in every column: a Boolean that is null. */
+/** The value for NULL in every column: a Boolean that is null. */
 inline HostValue MakeNullValue() {
     auto value = HostValue::Adopt(nbx::CreateValueBoolean(true, nullptr, nullptr));
     value->put_IsNull(true);

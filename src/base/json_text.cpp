@@ -7,7 +7,7 @@ namespace {
 
 constexpr char kHexDigits[] = "0123456789abcdef";
 
-/** What a byte is written as: itself, a backslash and a letter, or its code in hexadecimal. */
+/** How a byte is written: as itself, as a backslash and a letter, or as its hexadecimal code. */
 enum : char { kItself = 0, kHex = 'u' };
 
 constexpr std::array<char, 256> MakeEscapes() {

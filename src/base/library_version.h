@@ -5,16 +5,16 @@
 
 namespace mduckdb {
 
-/** The DuckDB version that this build is made for, as 1.5.6. */
+/** The DuckDB version that this build is made for, for example 1.5.6. */
 std::string_view get_BuiltVersion() noexcept;
 
-/** Compares a version with that of a library, which may carry a leading v. Empty when they are the same,
-    else one line for the operator that names both. */
+/** Compares a version with that of a library, which may have a leading v. Empty when they are the same, else
+    one line for the operator that names both. */
 std::string DescribeVersionMismatch(std::string_view built, std::string_view library);
 
-/** The same for this build and the DuckDB library that this process has loaded. The functions beside this
-    one reach into DuckDB's C++ classes, so with another library nothing may be called: whoever starts the
-    module asks this first and refuses to go on when there is a mismatch. */
+/** The same for this build and the DuckDB library that this process has loaded. The module reaches into
+    DuckDB's C++ classes, so it must not call anything in another version of the library: the code that starts
+    the module checks this first and refuses to continue on a mismatch. */
 std::string CheckLibraryVersion();
 
 }  // namespace mduckdb

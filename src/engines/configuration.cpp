@@ -10,7 +10,7 @@ namespace {
 
 using Options = nbx::mrsql::DuckDBDatabaseOptions;
 
-/** One option: its key, and its value as text; an empty text leaves the key unwritten. */
+/** One option: its key, and its value as text; an empty value leaves the key unset. */
 struct OptionRow {
     const char* key;
     std::string (*get_value)(const Options& options);
@@ -44,7 +44,7 @@ void Configuration::Set(const char* key, const std::string& value) {
         error_ = "The value of " + std::string(key) + " must not contain NUL characters";
         return;
     }
-    // A refused key or value is reported by the opening that follows.
+    // DuckDB reports a rejected key or value when the database is opened.
     static_cast<void>(duckdb_set_config(config_.get(), key, value.c_str()));
     text_.append(key).append(1, '\0').append(value).append(1, '\0');
 }

@@ -7,8 +7,8 @@
 
 namespace mduckdb {
 
-/** A DuckDB configuration that remembers what was written to it. What DuckDB thinks of a key or a value
-    shows when a database is opened with it. */
+/** A DuckDB configuration that remembers what was written to it. DuckDB reports a rejected key or value only
+    when a database is opened with it. */
 class Configuration : nbx::noncopyable {
   public:
     /** Throws `std::runtime_error` "Failed to create DuckDB config". */
@@ -21,10 +21,10 @@ class Configuration : nbx::noncopyable {
     void ApplyCredentials(const nbx::String& token, const nbx::String& user_agent);
     void ApplyOptions(const nbx::mrsql::DuckDBDatabaseOptions& options);
 
-    /** Makes this differ from configurations with other marks; DuckDB does not see it. */
+    /** Makes this configuration differ from those with other marks; DuckDB does not see the mark. */
     void Mark(const char* mark) { text_.append(mark).append(1, '\0'); }
 
-    /** What is wrong with a value; empty when nothing is. */
+    /** Describes what is wrong with a value; empty when it is valid. */
     const std::string& get_Error() const noexcept { return error_; }
     duckdb_config get() const noexcept { return config_.get(); }
     /** Keys and values in the order of writing: equal texts mean equal engines. */

@@ -12,7 +12,8 @@ namespace {
 
 using nbx::OpenEngine;
 
-/** Tells the copy of DuckDB that this module is linked with from others that the process may have loaded. */
+/** Distinguishes the copy of DuckDB that this module is linked with from others that the process may have
+    loaded. */
 const void* get_Library() {
     return reinterpret_cast<const void*>(&duckdb_library_version);
 }
@@ -40,7 +41,7 @@ bool IsEngineAlive(duckdb_database engine) {
 }
 
 EngineFiles& EngineFiles::Get() {
-    // Never destroyed: engines may be given up while static objects are being destroyed.
+    // Never destroyed: engines may be released while static objects are being destroyed.
     static auto* files =
         new EngineFiles(nbx_open_files_1 != nullptr ? *nbx_open_files_1() : nbx::MakeOpenFiles());
     return *files;
@@ -70,7 +71,7 @@ FileTurn::FileTurn(EngineFiles& files, const std::string& path) : files_(files) 
     for (;;) {
         look_ = files_.system_.Look(path);
         file_ = files_.files_.Take(look_.get_Identity());
-        // While this thread waited, the path may have come to mean another file.
+        // While this thread waited, another file may have taken the path.
         look_ = files_.system_.Look(path);
         if (files_.files_.Matches(file_, look_.get_Identity())) {
             return;
@@ -179,7 +180,7 @@ SharedEngine FileTurn::TakeIdleReader(const Configuration& configuration) {
 
 SharedEngine FileTurn::OpenWriter(const std::string& path, const Configuration& configuration,
                                   std::string& error) {
-    // What is idle beside an ended engine would not see what the writer writes.
+    // An idle reader of the same file would not see what the writer writes.
     for (OpenEngine* each = file_->engines; each != nullptr; each = each->next) {
         if (each->access == OpenEngine::kReading && each->users == 0) {
             each->access = OpenEngine::kDead;
@@ -199,7 +200,7 @@ SharedEngine FileTurn::Open(const std::string& path, const Configuration& config
     if (!error.empty()) {
         return nullptr;
     }
-    // Everything of ours that may fail for want of memory comes before the engine is there.
+    // Allocate everything before the engine exists, so that a lack of memory cannot leak it.
     const std::string& text = configuration.get_Text();
     OpenEngine* const record = files_.files_.AddEngine(file_, text.data(), text.size());
     record->access = OpenEngine::kDead;

@@ -14,7 +14,7 @@ namespace mduckdb {
 
 class EngineFiles;
 
-/** One use of an open engine: by a database object, or by a cursor of a procedure. Given up once, at the
+/** One use of an open engine: by a database object, or by a cursor of a procedure. Released once, at the
    latest by the destructor. */
 struct Engine : nbx::noncopyable {
     enum class Access { writing, reading };
@@ -28,32 +28,32 @@ struct Engine : nbx::noncopyable {
     nbx::OpenEngine* record = nullptr;
 };
 
-/** An engine that may be handed from its opening to its user. */
+/** An engine that may pass from the code that opened it to its user. */
 using SharedEngine = std::shared_ptr<Engine>;
 
-/** Gives up a use of an engine, which is closed with the last use of its file. */
+/** Releases a use of an engine, which closes with the last use of its file. */
 void GiveUpEngine(Engine& engine) noexcept;
 
 /** The database files that engines of this process have open.
 
-    On Linux the lock on a file belongs to the process, not to the engine: closing any engine on a file
-    drops the lock of all of them, and two engines that write to one file lose data. A reading engine dies
-   when another one writes. So a file has either one writing engine, which all users in this process share, or
-    reading engines; and an engine that is given up while others use the same file stays open until the
-    last of them is given up. An idle reading engine is handed to the next reader with the same
-    configuration. A file is told from others as `nbx::FileIdentity` says. */
+    On Linux the lock on a file belongs to the process, not to the engine: closing any engine on a file drops
+    the lock of all of them, and two engines that write to one file lose data. A reading engine fails when
+    another one writes. So a file has either one writing engine, which all users in this process share, or
+    reading engines; and an engine that is released while others use the same file stays open until the last
+    of them is released. The next reader with the same configuration gets an idle reading engine.
+    `nbx::FileIdentity` decides which paths mean the same file. */
 class EngineFiles : nbx::noncopyable {
   public:
     explicit EngineFiles(nbx::I_OpenFiles& files, const FileSystem& system = FileSystem::Get())
         : files_(files), system_(system) {}
-    /** The process's own, shared by its modules. */
+    /** The list of the process, shared by its modules. */
     static EngineFiles& Get();
-    /** Engines without a file, this module's own; the names stand for them. */
+    /** Engines without a file, which belong to this module and are known by name. */
     static EngineFiles& Nameless();
 
     /** Whether any engine of this process has the file open. */
     bool IsInUse(const std::string& path);
-    /** For tests and diagnosis. */
+    /** For tests and diagnostics. */
     std::size_t get_EngineCount() { return files_.CountEngines(); }
 
   private:
@@ -70,22 +70,22 @@ class FileTurn : nbx::noncopyable {
   public:
     /** Waits for the turn on the file that the path (UTF-8) means now. Throws `std::bad_alloc`. */
     FileTurn(EngineFiles& files, const std::string& path);
-    /** For an engine without a file: a name in place of the path. */
+    /** For an engine without a file: a name instead of the path. */
     static FileTurn OfName(const std::string& name) { return FileTurn(name); }
     ~FileTurn();
 
-    /** Users in this process, under whatever name they opened the file, procedures' cursors included. */
+    /** Number of users in this process, under any name of the file, including the cursors of procedures. */
     uint32_t get_UserCount() const;
-    /** What the path means now. */
+    /** The file that the path means now. */
     const FileLook& get_Look() const { return look_; }
     bool get_Exists() const { return look_.exists; }
     /** Whether something that is not on the list, such as an ATTACH, has the file open as a database in this
-        process, and would lose its lock by another open and close. */
+        process, and would lose its lock if the file were opened and closed again. */
     bool IsOpenByOtherMeans() const;
-    /** Why an engine must not be opened now; empty when nothing is in the way. */
+    /** Why an engine must not be opened now; empty when it may be opened. */
     std::string get_Refusal(Engine::Access access) const;
 
-    /** A use of the writing engine, which may be dead; null when there is none. */
+    /** A use of the writing engine, which may have failed; null when there is none. */
     SharedEngine JoinWriter();
     /** A use of an idle reading engine that works, has this configuration and sees the present content, or
      * null. */
@@ -94,14 +94,14 @@ class FileTurn : nbx::noncopyable {
     SharedEngine OpenWriter(const std::string& path, const Configuration& configuration, std::string& error);
     /** The same for reading. */
     SharedEngine OpenReader(const std::string& path, const Configuration& configuration, std::string& error);
-    /** Gives up a use. */
+    /** Releases a use. */
     void GiveUp(Engine& engine) noexcept;
-    /** Gives up a use of an engine that an internal error has ended: nobody is given it any more. */
+    /** Releases a use of an engine that an internal error has ended: nobody gets it any more. */
     void Retire(Engine& engine) noexcept;
 
-    /** Before the file is deleted or replaced: whoever comes by its path waits for this turn. */
+    /** Called before the file is deleted or replaced: threads that use its path wait for this turn. */
     void ClaimPlace() { files_.files_.ClaimPlace(file_, look_.get_Identity()); }
-    /** Looks at the file again after that. */
+    /** Called afterwards: looks at the file again. */
     void LookAgain();
 
   private:

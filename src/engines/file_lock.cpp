@@ -21,7 +21,7 @@ struct flock WholeFile() {
     return lock;
 }
 
-/** Who keeps the lock from us. */
+/** The process that holds the lock. */
 std::string DescribeHolder(int descriptor) {
     const std::string holder = nbx::DescribeLockHolder(descriptor);
     return (holder.empty() ? "Another process" : holder) + " has the file open.";
@@ -66,7 +66,7 @@ bool FileLock::IsAt(const FileLook& file) const {
 
 bool FileLock::Take(const FileLook& file, std::string& reason) {
     Release();
-    // Without waiting for somebody at the other end of a named pipe.
+    // Opening a named pipe must not wait for a process at its other end.
     descriptor_ = open(file.path.c_str(), O_RDWR | O_CLOEXEC | O_NONBLOCK);
     if (descriptor_ < 0) {
         reason = "The file cannot be opened: " + std::string(std::strerror(errno)) + ".";

@@ -25,7 +25,7 @@ std::string FolderOf(const std::string& path) {
     return path.substr(0, path.rfind('/') + 1);
 }
 
-/** Follows the links at the end of the path. The folder is left to the system, which knows what ".." behind a
+/** Follows the links at the end of the path. The system resolves the folder, since it knows what ".." after a
     link means. */
 std::string FollowLinks(std::string path) {
     // As many as Linux follows; a longer chain cannot be opened either.

@@ -18,7 +18,7 @@ struct FileLook {
     uint64_t folder_inode = 0;
     /** The last part of `path`. */
     std::string name;
-    /** Where the file itself is, or would be made: links at the end of the given path are followed. */
+    /** Where the file itself is, or would be created: links at the end of the path are followed. */
     std::string path;
 
     nbx::FileIdentity get_Identity() const {
@@ -27,11 +27,11 @@ struct FileLook {
     friend bool operator==(const FileLook&, const FileLook&) = default;
 };
 
-/** Size and time of change of a file and of its log; -1 for what is not there. */
+/** Size and modification time of a file and of its log; -1 for a missing file. */
 using FileStamp = std::array<int64_t, 4>;
 
-/** What this module asks the system about database files. A seam for tests; the functions may block for as
-   long as a disk takes, and none of them opens a file. */
+/** What this module asks the system about database files. A seam for tests. The functions may block for as
+   long as a disk takes, and they do not open files. */
 class FileSystem {
   public:
     virtual ~FileSystem() = default;
@@ -45,24 +45,24 @@ class FileSystem {
 
 /** The endings of the files that belong to a database's log. */
 inline constexpr std::array<const char*, 3> kLogEndings{".wal", ".wal.checkpoint", ".wal.recovery"};
-/** Whether the log, or a part of it, is beside the database. */
+/** Whether the log, or a part of it, is next to the database. */
 bool HasLog(const std::string& path);
 
 /** Deletes the log; throws `std::system_error`. */
 void DeleteLog(const std::string& path);
 
-/** What a file is by its content. */
+/** What a file is, judging by its content. */
 enum class FileContent {
     empty,
-    /** It has DuckDB's mark. */
+    /** It starts as a DuckDB database does. */
     database,
     other,
     unreadable,
 };
-/** By a descriptor of the caller's. */
+/** Reads through a descriptor of the caller. */
 FileContent ReadContent(int descriptor);
-/** By a descriptor that this process has on the file anyway: opening and closing it once more would drop the
-    process's lock on it. `unreadable` when there is none. */
+/** Reads through a descriptor that this process already has on the file: opening and closing the file once
+    more would drop the process's lock on it. `unreadable` when there is none. */
 FileContent ReadContentWithoutOpening(const FileLook& file);
 
 /** DuckDB's text for a file that another process has locked, with the name of that process where DuckDB found
@@ -70,9 +70,10 @@ FileContent ReadContentWithoutOpening(const FileLook& file);
     open. */
 std::string NameLockHolder(std::string text, const FileLook& file);
 
-/** The exclusive lock on a database file that nobody has open, to be held from that check until the file is
-    deleted or replaced. The lock belongs to the descriptor, so that closing another one does not drop it, and
-    it refuses DuckDB's own open of the file in every process. */
+/** The exclusive lock on a database file that nobody has open, held from that check until the file is deleted
+    or replaced. It is a lock of the open file description (OFD): it belongs to the descriptor, so closing
+    another descriptor of the file does not drop it, as it would drop a lock of the process. DuckDB's own open
+    of the file fails in every process while it is held. */
 class FileLock : nbx::noncopyable {
   public:
     FileLock() = default;
@@ -86,7 +87,7 @@ class FileLock : nbx::noncopyable {
     void Release() noexcept;
 
   private:
-    /** Whether what was opened is the file that was looked at, and still there. */
+    /** Whether the opened file is the one that was checked, and is still there. */
     bool IsAt(const FileLook& file) const;
 
     int descriptor_ = -1;

@@ -9,8 +9,8 @@
 namespace mduckdb {
 
 /** Which paths this module has open as databases, and how many database objects there are for each. An entry
-    lives for as long as it has users. What an engine is shared by is up to `EngineFiles`, which knows files,
-   not paths. */
+    lives for as long as it has users. `EngineFiles`, which knows files and not paths, decides who shares an
+    engine. */
 class HandleRegistry : nbx::noncopyable {
   public:
     static HandleRegistry& Get();

@@ -14,8 +14,8 @@ Session::~Session() {
 
 bool Session::Join(FileTurn& turn) {
     while (Own(turn.JoinWriter()), is_owned_) {
-        // A working engine is asked nothing more than any new connection is; only one that fails is looked
-        // into.
+        // A working engine runs nothing but the statement that every new connection runs; only a failure
+        // leads to a closer look.
         Connect();
         if (state_ == State::connected || IsEngineAlive(engine_->handle)) {
             return true;

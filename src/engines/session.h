@@ -9,11 +9,11 @@
 
 namespace mduckdb {
 
-/** A connection, shared so that it cannot go away during a call. The holder never disconnects. */
+/** A connection, shared so that it stays alive during a call. The holder never disconnects. */
 using SharedConnection = std::shared_ptr<duckdb_connection>;
 
-/** A use of an engine and a connection on their way to become a database's own. Until then this closes the
-    connection and gives up the use, so that a failure leaves nothing behind. */
+/** A use of an engine and a connection that a database is about to own. Until the database does, this closes
+    the connection and releases the use, so that a failure leaves nothing behind. */
 class Session : nbx::noncopyable {
   public:
     Session() : connection_(std::make_shared<duckdb_connection>()) {}
@@ -22,14 +22,14 @@ class Session : nbx::noncopyable {
     /** Takes the writing engine of the file, which its users in this process share, and connects to it; false
         when there is none, or only one that an internal error has ended, which is retired. */
     bool Join(FileTurn& turn);
-    /** Takes a use of an engine, or null; it is given up unless the session is kept. */
+    /** Takes over a use of an engine, or null; the use is released unless the session is kept. */
     void Own(SharedEngine engine) {
         engine_ = std::move(engine);
         is_owned_ = engine_ != nullptr;
     }
-    /** Takes an engine that others keep open for as long as this lives. */
+    /** Uses an engine that others keep open for as long as this object lives. */
     void Borrow(SharedEngine engine) { engine_ = std::move(engine); }
-    /** Connects and has the connection report errors as JSON, once; false when DuckDB gives no connection. */
+    /** Connects and has the connection report errors as JSON, once; false when DuckDB cannot connect. */
     bool Connect();
 
     const SharedEngine& get_Engine() const { return engine_; }
@@ -42,7 +42,7 @@ class Session : nbx::noncopyable {
         unconnected,
         refused,
         connected,
-        /** Connected, but the connection runs nothing: the engine may be dead. */
+        /** Connected, but the connection cannot run anything: the engine may have failed. */
         mute,
     };
 

@@ -11,7 +11,7 @@
 
 namespace {
 
-/** Whether the module can work with the DuckDB library that was loaded; if not, says so where an operator
+/** Whether the module can work with the DuckDB library that was loaded; if not, reports it where an operator
     and the host can see it. */
 bool CheckLibrary(mirona_host host) {
     const std::string mismatch = mduckdb::CheckLibraryVersion();
@@ -35,7 +35,7 @@ MDUCKDB_EXPORT void mirona_extension_init(mirona_host host) {
             nbx::mrsql::SetDuckDBExtension(mduckdb::MakeExtension());
             mduckdb::RegisterProcedures(host);
         }
-    } catch (...) {  // The caller may be C: nothing is thrown through it.
+    } catch (...) {  // The caller may be C, so no exception may reach it.
         constexpr std::string_view kText = "Unexpected DuckDB error";
         mduckdb::GetApi().report_error(host, kText.data(), kText.size());
     }

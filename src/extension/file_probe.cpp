@@ -30,11 +30,11 @@ bool Probe(nbx::I_File& file, nbx::smart_ptr<nbx::I_Location> location) noexcept
         file.put_IsReadOnly(true);
         file.Open();
         answer = HasMark(file);
-    } catch (...) {  // What cannot be read is no database to us.
+    } catch (...) {  // A file that cannot be read does not count as a database.
     }
     try {
         file.Close();
-    } catch (...) {  // The answer stands.
+    } catch (...) {  // The answer is final.
     }
     return answer;
 }
@@ -46,8 +46,8 @@ bool LooksLikeDuckDBFile(nbx::smart_ptr<nbx::I_Location> location) noexcept {
         if (!location) {
             return false;
         }
-        // While the probe lasts, no engine of this process opens the file. Opening and closing it beside one
-        // that has it open would drop the lock on it.
+        // While the probe lasts, no engine of this process opens the file. Opening and closing it while an
+        // engine has it open would drop the engine's lock.
         const FileTurn turn(EngineFiles::Get(), ToUtf8(location->get_PathText()));
         const FileContent known = ReadContentWithoutOpening(turn.get_Look());
         if (known != FileContent::unreadable) {

@@ -4,8 +4,8 @@
 
 namespace mduckdb {
 
-/** Whether the file carries the mark of a DuckDB database, or is empty, which becomes one when it is opened.
-    False for what cannot be read; never throws. */
+/** Whether the file has the mark of a DuckDB database or is empty; DuckDB turns an empty file into a database
+    when it opens it. False for a file that cannot be read; never throws. */
 bool LooksLikeDuckDBFile(nbx::smart_ptr<nbx::I_Location> location) noexcept;
 
 }  // namespace mduckdb

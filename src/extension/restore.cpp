@@ -16,7 +16,8 @@ namespace {
 
 using Location = nbx::smart_ptr<nbx::I_Location>;
 
-/** Where the file is built, under the text of the target: errors name what the caller asked for. */
+/** The file is built elsewhere, but its location has the target's text, so that errors name what the caller
+    asked for. */
 class BuildLocation final : public nbx::Counted<nbx::I_Location> {
   public:
     BuildLocation(Location place, Location target) : place_(std::move(place)), target_(std::move(target)) {}
@@ -38,7 +39,7 @@ void Import(const nbx::smart_ptr<DuckDBDatabase>& database, const nbx::I_Locatio
     database->Create();
     try {
         ImportBackup(*database, backup);
-        // Its error, which the closing would keep to itself.
+        // Reports an error that closing would hide.
         database->SqlExecute(nbx::String("CHECKPOINT"), nullptr);
     } catch (...) {
         database->Close();

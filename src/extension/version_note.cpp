@@ -1,7 +1,7 @@
 #include "nbx/version.h"
 
-// The module's version, in a segment that is loaded with it and that stripping leaves alone. In assembler,
-// since a note is laid out to the byte, and compilers pad their data as it suits them and their sanitizers.
+// The module's version, in a segment that is loaded with it and that stripping keeps. Written in assembler,
+// since every byte of a note has a fixed place, and compilers and their sanitizers pad data.
 __asm__(R"(
     .pushsection .note.mduckdb, "a", %note
     .balign 4

@@ -27,7 +27,7 @@ void KeepName(std::vector<std::string>& identifiers, std::string_view name) {
     }
 }
 
-/** A comma inside double quotes separates too: such a name can be given in an array only. */
+/** A comma inside double quotes separates too: such a name can only be passed in an array. */
 std::vector<std::string> SplitColumns(std::string_view text) {
     std::vector<std::string> identifiers;
     for (std::size_t comma; (comma = text.find(',')) != text.npos; text.remove_prefix(comma + 1)) {

@@ -7,8 +7,8 @@
 
 namespace mduckdb {
 
-/** The arguments of one procedure call, by their position from 0. A position that was not given reads as
-    null. Argument errors are standard exceptions whose text is meant for the user. */
+/** The arguments of one procedure call, by their position from 0. A missing argument reads as null. Argument
+    errors are standard exceptions whose text is meant for the user. */
 class Arguments {
   public:
     Arguments(mirona_call call, const mirona_value* values);

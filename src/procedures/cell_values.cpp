@@ -13,8 +13,8 @@ namespace {
 
 using Api = mirona_extension_api;
 
-/** The cell as a T. Cells may be narrower or wider than their vector's own type, so nothing is assumed of
-    alignment or of what was written there. */
+/** The cell as a T. Cells may be narrower or wider than their vector's own type, so this assumes neither an
+    alignment nor a valid bool. */
 template <class T>
 T Load(const void* data, idx_t row) noexcept {
     T cell;
@@ -46,7 +46,7 @@ mirona_value PackFloating(const Api& api, mirona_call call, const void* data, id
 }
 
 mirona_value PackTimestamp(const Api& api, mirona_call call, const void* data, idx_t row) {
-    // The last number is infinity; of the first ones, minus infinity among them, DuckDB knows no midnight.
+    // The last number is infinity. DuckDB has no midnight for the first ones, which include minus infinity.
     constexpr std::int64_t kInfinity = std::numeric_limits<std::int64_t>::max();
     constexpr std::int64_t kFirst = -(kInfinity / kMicrosPerDay) * kMicrosPerDay;
     const auto micros = Load<std::int64_t>(data, row);
@@ -95,7 +95,8 @@ mirona_value PackText(const Api& api, mirona_call call, const void* data, idx_t 
     return api.make_text_value(call, bytes.data, bytes.length, 0);
 }
 
-/** By normalised type; the types between have text's packer, and none of them is a normalised one. */
+/** By normalised type; the codes between them, which are never normalised types, have the packer of
+    texts. */
 constexpr CellPacker kPackers[] = {
     PackText,
     PackBool,

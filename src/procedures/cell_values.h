@@ -9,14 +9,14 @@
 
 namespace mduckdb {
 
-/** Makes the host value of the cell at `row` of a vector's data, which must not be null there; gives null
-    for a cell that no host value holds. Throws nothing. */
+/** Returns the host value of the cell at `row` of a vector's data, which must not be NULL there, or null for
+    a cell that no host value can hold. Never throws. */
 using CellPacker = mirona_value (*)(const mirona_extension_api& api, mirona_call call, const void* data,
                                     idx_t row);
 
-/** The packer of cells that are to be read as `normalised_type` out of vectors stored as `storage`. Where
-    that would reach outside the vector's memory, or take for text what is not, the packer returns null for
-    every cell and does not touch the vector. Chosen once a column. */
+/** The packer that reads cells as `normalised_type` from vectors stored as `storage`. If that would read
+    outside the vector's memory, or read other data as text, the packer returns null for every cell and does
+    not touch the vector. Chosen once for each column. */
 CellPacker ChooseCellPacker(std::int32_t normalised_type, CellStorage storage) noexcept;
 
 /** How the result stores the cells of the column. */

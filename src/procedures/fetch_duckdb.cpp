@@ -12,7 +12,7 @@
 namespace mduckdb {
 namespace {
 
-/** The parts of a qualified name as they are, whether they were given in double quotes or not. */
+/** The parts of a qualified name without double quotes, whether they were written with them or not. */
 std::vector<std::string> ReadQualifiedName(std::string_view name) {
     std::vector<std::string> parts = SplitQualifiedName(name);
     for (std::string& part : parts) {

@@ -7,8 +7,8 @@ namespace mduckdb {
 
 using ProcedureBody = mirona_cursor (*)(mirona_call call, const Arguments& arguments);
 
-/** Runs the body of a procedure. What it throws is reported to the host, once, and null given back: a
-    standard exception with its own text, anything else with `unexpected_text`. */
+/** Runs the body of a procedure. An exception is reported to the host once, and the call returns null: a
+    standard exception is reported with its own text, anything else with `unexpected_text`. */
 mirona_cursor RunGuarded(mirona_call call, const mirona_value* values, ProcedureBody body,
                          const char* unexpected_text) noexcept;
 

@@ -5,7 +5,7 @@
 
 namespace mduckdb {
 
-/* The procedures. `Run` throws; `HandleCall` makes of it what the host may call. */
+/* The procedures. `Run` throws; `HandleCall` wraps it into a function that the host may call. */
 
 struct FetchParquet {
     static constexpr const char* kName = "fetch_parquet";

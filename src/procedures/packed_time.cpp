@@ -11,7 +11,8 @@ constexpr std::int64_t kDaysPerEra = 146'097;  // 400 years
 }  // namespace
 
 PackedDate PackDays(std::int32_t days) noexcept {
-    // Years counted from 1 March, so that a leap day ends one; 719,468 days from 0000-03-01 to 1970-01-01.
+    // Years start on 1 March, so that a leap day is the last day of a year; 719,468 days from 0000-03-01 to
+    // 1970-01-01.
     const std::int64_t shifted = std::int64_t{days} + 719'468;
     const std::int64_t era = (shifted >= 0 ? shifted : shifted - (kDaysPerEra - 1)) / kDaysPerEra;
     const auto day_of_era = static_cast<std::uint32_t>(shifted - era * kDaysPerEra);
@@ -23,7 +24,7 @@ PackedDate PackDays(std::int32_t days) noexcept {
     const std::uint32_t month = month_from_march < 10 ? month_from_march + 3 : month_from_march - 9;
     const auto year = static_cast<std::int32_t>(era * 400 + year_of_era) + (month <= 2 ? 1 : 0);
 
-    // The infinities and the one number below them lie in years that do not fit.
+    // The infinities and the one number below them are in years that do not fit.
     static_assert(std::numeric_limits<std::int32_t>::max() / 366 > kLargestPackedYear);
     const bool is_packable = year <= kLargestPackedYear && year >= -kLargestPackedYear - 1;
     return {static_cast<std::uint32_t>(year) << 9 | month << 5 | day, is_packable};

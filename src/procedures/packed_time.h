@@ -4,11 +4,10 @@
 
 namespace mduckdb {
 
-/* The host's packed forms of DuckDB's dates and times, as extension_api.h describes them. Done here and not
-   with DuckDB's calendar functions: those throw at some numbers, and they cost as much as the rest of a
-   cell. */
+/* The host's packed forms of DuckDB's dates and times, as extension_api.h describes them. DuckDB's calendar
+   functions are not used: they throw for some numbers and cost as much as the rest of a cell. */
 
-/** A date as the host packs it; `is_packable` is false where it cannot. */
+/** A date in the host's packed form; `is_packable` is false for a date that has none. */
 struct PackedDate {
     std::uint32_t packed;
     bool is_packable;
@@ -18,7 +17,7 @@ struct PackedDate {
     23 bits cannot be packed. */
 PackedDate PackDays(std::int32_t days) noexcept;
 
-/** Microseconds since midnight, from 0 to 24:00:00. Below the millisecond it is cut off. */
+/** Microseconds since midnight, from 0 to 24:00:00. Cut off to milliseconds. */
 constexpr std::uint32_t PackMicros(std::int64_t micros) noexcept {
     const auto millis = static_cast<std::uint32_t>(micros / 1000);
     const std::uint32_t seconds = millis / 1000;

@@ -15,7 +15,7 @@ constexpr const char* kConnectFailed = "Unable to connect to DuckDB database.";
 /** Keeps idle engines apart from those that database objects configured. */
 constexpr const char* kConfigurationMark = "procedure";
 
-/** The name that DuckDB gives to the catalog of a file. */
+/** DuckDB's name for the catalog of a file. */
 std::string CatalogName(const std::string& path) {
     std::string name = path.substr(path.rfind('/') + 1);
     name = name.substr(0, name.find('.'));
@@ -34,7 +34,7 @@ bool TakePrefix(std::string_view& text, std::string_view prefix) {
 }  // namespace
 
 std::string DatabaseFilePath(const std::string& uri) {
-    // A path with a NUL in it would be cut there, and another file opened.
+    // DuckDB would cut a path at a NUL character and open another file.
     if (uri.find('\0') != uri.npos) {
         return {};
     }
@@ -101,8 +101,8 @@ void PrivateEngine::UseFile(const std::string& file) {
 
 bool PrivateEngine::JoinWriter(FileTurn& turn) {
     while ((engine_ = turn.JoinWriter()) != nullptr) {
-        // The engine's users may have set this for all connections; this one reports plain texts. Where the
-        // configuration is locked the texts stay as they are.
+        // The engine's users may have enabled JSON errors for all connections; this one reports plain texts.
+        // If the configuration is locked, the setting stays as it is.
         is_shared_ = duckdb_connect(engine_->handle, &connection_) == DuckDBSuccess &&
                      (Run("SET SESSION errors_as_json = false"), Run("BEGIN TRANSACTION READ ONLY"));
         if (is_shared_) {

@@ -8,10 +8,10 @@ namespace mduckdb {
 void BindApi(const mirona_extension_api* api) noexcept;
 const mirona_extension_api& GetApi() noexcept;
 
-/** The handle that the host gave for what belongs to no call; null before RegisterProcedures. */
+/** The host's handle for reports that belong to no call; null before RegisterProcedures. */
 mirona_host GetHost() noexcept;
 
-/** Registers the five procedures; a refused one is reported and otherwise ignored. */
+/** Registers the five procedures; one that the host refuses is reported and otherwise ignored. */
 void RegisterProcedures(mirona_host host);
 
 }  // namespace mduckdb

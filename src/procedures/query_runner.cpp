@@ -78,7 +78,7 @@ mirona_cursor RunQuery(mirona_call call, const char* procedure_name, PrivateEngi
     if (GetApi().create_cursor(call, &def, &cursor) != 0) {
         throw std::runtime_error("Unable to create DuckDB cursor.");
     }
-    static_cast<void>(state.release());  // the cursor's now
+    static_cast<void>(state.release());  // now owned by the cursor
     return cursor;
 }
 

@@ -32,7 +32,7 @@ std::uint64_t GetCursorRowCount(void* state) noexcept {
     return StateOf(state).get_RowCount();
 }
 
-/** The callbacks have no call to report to: the host gets it under its own handle. */
+/** The callbacks belong to no call, so they report under the host's own handle. */
 void ReportLostRow(const char* text) noexcept {
     GetApi().report_error(GetHost(), text, std::strlen(text));
 }

@@ -14,7 +14,7 @@
 
 namespace mduckdb {
 
-/** A result column as the host sees it. */
+/** A result column, described for the host. */
 struct ColumnRecord {
     std::string name;
     std::int32_t normalised_type;
@@ -23,23 +23,23 @@ struct ColumnRecord {
     bool is_cast;
 };
 
-/** A finished result and the position of the host's cursor in it. Owned by the cursor once there is one; the
-    engine that made the result lives as long as it. One chunk of the result is loaded at a time. The host
-    calls on one thread at a time. */
+/** A finished result and the position of the host's cursor in it. The cursor owns it once there is one; the
+    engine of the result lives as long as this object. One chunk of the result is loaded at a time. The host
+    uses one thread at a time. */
 class QueryState {
   public:
-    /** Throws when DuckDB does not give the result's chunks. */
+    /** Throws when DuckDB does not return the result's chunks. */
     QueryState(PrivateEngine engine, std::vector<ColumnRecord> columns, ResultHolder result);
     QueryState(const QueryState&) = delete;
     QueryState& operator=(const QueryState&) = delete;
 
-    /** The callbacks over this state, and its columns. */
+    /** The callbacks for this state, and its columns. */
     mirona_cursor_def MakeCursorDef() noexcept;
 
-    /** Null for NULL, for a column that is not there, and while the cursor stands on no row. */
+    /** Null for NULL, for a column that does not exist, and while the cursor is not on a row. */
     mirona_value GetValue(mirona_call call, std::int32_t column) const noexcept;
-    /** MIRONA_ROW_END, with the position as it was, for a row that is not there or that DuckDB does not give;
-        why not is then reported to the host. */
+    /** Returns MIRONA_ROW_END and keeps the position for a row that does not exist or that DuckDB cannot
+        read; the reason is then reported to the host. */
     std::uint32_t GoToRow(std::int64_t row) noexcept;
     std::uint32_t NextRow() noexcept;
     std::uint64_t get_RowCount() const noexcept { return row_count_; }
@@ -67,7 +67,7 @@ class QueryState {
     idx_t chunk_end_ = 0;
     std::vector<LoadedColumn> loaded_;
     const mirona_extension_api* api_;
-    /** The current row, unless the cursor has not started. */
+    /** The current row, once the cursor has started. */
     idx_t row_ = 0;
     bool is_started_ = false;
 };

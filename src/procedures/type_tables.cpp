@@ -27,7 +27,7 @@ constexpr CellStorage Fixed(std::uint8_t width) {
 constexpr std::int32_t kText = DUCKDB_TYPE_VARCHAR;
 constexpr const char* kUnknown = "UNKNOWN";
 
-// By type code. GEOMETRY and VARIANT have a row for their storage only: their names are not given out.
+// By type code. GEOMETRY and VARIANT have a row only for their storage: their names are never returned.
 constexpr std::array<TypeRow, 42> kTypes{{
     {"INVALID", kText, kNoStorage},
     {"BOOLEAN", DUCKDB_TYPE_BOOLEAN, Fixed(1), MIRONA_TYPE_BOOL},

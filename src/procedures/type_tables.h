@@ -7,10 +7,11 @@ namespace mduckdb {
 /* Pure tables over DuckDB's type codes (`duckdb_type`) and the host's (`mirona_type`). All are total: any
    code has an answer, and the texts are static. */
 
-/** The enumeration name without its prefix, as TIMESTAMP_MS; UNKNOWN for a code outside 0 to 39. */
+/** The enumeration name without its prefix, for example TIMESTAMP_MS; UNKNOWN for a code outside 0 to
+    39. */
 const char* DuckDBTypeName(std::int32_t duckdb_type) noexcept;
 
-/** The type among the sixteen that the host receives directly by which cells of this type are read. */
+/** Which of the sixteen types that the host receives directly is used to read cells of this type. */
 std::int32_t NormalizeDuckDBType(std::int32_t duckdb_type) noexcept;
 
 /** The host's type for a normalised DuckDB type. */
@@ -21,14 +22,14 @@ const char* HostTypeName(std::int32_t host_type) noexcept;
 
 /** How DuckDB stores the cells of a type in a vector. */
 struct CellStorage {
-    /** Bytes a cell takes in the vector's data; 0 where the vector has no data of its own or where the
-        width cannot be told from the type alone. */
+    /** Bytes of a cell in the vector's data; 0 if the vector has no data of its own or if the type alone does
+        not determine the width. */
     std::uint8_t width;
     /** Whether a cell is a `duckdb_string_t`, with DuckDB's own bytes behind it. */
     bool is_string;
 };
 
-/** Storage of a type. DECIMAL has that of the integer type that it is kept in: ask with that one. */
+/** Storage of a type. For a DECIMAL, ask with the integer type that DuckDB stores it in. */
 CellStorage GetCellStorage(std::int32_t duckdb_type) noexcept;
 
 }  // namespace mduckdb

@@ -76,7 +76,7 @@ ValueHolder DateTimeOf(I_Value& value, unsigned depth) {
     if (moment == nullptr) {
         return TextOf(value, depth);
     }
-    // DuckDB would take the excess for further days, or, past 127, for earlier ones.
+    // DuckDB would read the excess as further days, or past 127 as earlier ones.
     if (moment->get_Hours() > 23 || moment->get_Minutes() > 59 || moment->get_Seconds() > 59 ||
         moment->get_Milliseconds() > 999) {
         return {};
@@ -118,8 +118,7 @@ struct HostType {
 using nbx::ValueType;
 
 /** The one place that says which host type becomes which DuckDB type in a bind; a text for the types that are
-    not here, JSON among them. Binary values do not come so far: they offer their bytes, whatever their type.
- */
+    not here, JSON among them. Binary values do not get here: they offer their bytes, whatever their type. */
 constexpr HostType kHostTypes[] = {
     {ValueType::Boolean, BooleanOf, DUCKDB_TYPE_BOOLEAN},
     {ValueType::Byte, UnsignedOf<duckdb_create_uint8, uint8_t>, DUCKDB_TYPE_UTINYINT},

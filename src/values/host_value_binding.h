@@ -7,22 +7,22 @@
 
 namespace mduckdb {
 
-/** What is reported of a host value that cannot be bound, when DuckDB says nothing. */
+/** The error for a host value that cannot be bound when DuckDB gives no reason. */
 constexpr const char* kBindFailureText = "Failed to bind statement parameter";
 
-/** Arrays and references inside one another go this deep; what is deeper cannot be bound. */
+/** How deep arrays and references may nest; deeper values cannot be bound. */
 constexpr unsigned kMaxHostValueDepth = 200;
 
-/** One host value as a DuckDB value; a null pointer and a null value become NULL. An empty holder means
-    that no value can be made of it, which is an error and never NULL: an array with an element that is
-    none of its type, a time outside a day. Throws `xDuckDBError` for what is refused with a reason. */
+/** One host value as a DuckDB value; a null pointer and a null value become NULL. An empty holder means that
+    the value cannot be converted, which is an error and never NULL: an array with an element of another type,
+    a time outside a day. Throws `xDuckDBError` when there is a reason to report. */
 ValueHolder HostValueToDuckDB(nbx::I_Value* value);
 
 enum class BindOutcome {
     bound,
     /** DuckDB failed, and has a text or has none (`duckdb_prepare_error`). */
     refused_by_duckdb,
-    /** DuckDB was not asked; a text that it keeps is of an older failure. */
+    /** DuckDB was not called; the text that it still has belongs to an older failure. */
     no_value,
 };
 

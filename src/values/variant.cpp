@@ -23,7 +23,7 @@ constexpr const char* kVariantName = "variant";
 
 struct TypeWord;
 
-/** What is inside a VARIANT as a host value. */
+/** The value inside a VARIANT as a host value. */
 using ToHost = HostValue (*)(duckdb_value child, const TypeWord& word);
 /** The text of an envelope as a DuckDB value. */
 using FromText = ValueHolder (*)(const TypeWord& word, const std::string& text);
@@ -67,7 +67,7 @@ nbx::DateContent ToDateContent(const duckdb_date_struct& date) {
     return {date.year, static_cast<uint8_t>(date.month), static_cast<uint8_t>(date.day)};
 }
 
-/** No host date holds an infinite one, so it travels as text. */
+/** A host date cannot be infinite, so an infinite one travels as text. */
 HostValue ToDate(duckdb_value child, const TypeWord& word) {
     const duckdb_date date = duckdb_get_date(child);
     if (!duckdb_is_finite_date(date)) {
@@ -116,7 +116,7 @@ HostValue ToDateTime(duckdb_value child, const TypeWord& word) {
     ThrowUnreadable(duckdb_text, "Cannot parse ", word, " typed value: ", text);
 }
 
-/** The value cast to the type. Empty when that fails, with DuckDB's text, if it gives one, in `error`. */
+/** The value cast to the type. Empty when the cast fails; `error` then has DuckDB's text, if there is one. */
 ValueHolder CastTo(const ValueHolder& value, const LogicalTypeHolder& type, std::string& error) {
     ValueHolder result;
     TextHolder text;
@@ -157,7 +157,7 @@ ValueHolder AsText(const TypeWord& word, const std::string& text) {
     return value;
 }
 
-/** The text itself tells width and scale. */
+/** The text itself determines width and scale. */
 ValueHolder AsDecimal(const TypeWord& word, const std::string& text) {
     constexpr std::size_t kMaxWidth = 38;
     const std::size_t point = text.find('.');
@@ -190,9 +190,9 @@ ValueHolder FromJson(const TypeWord& word, const std::string& text) {
     return value;
 }
 
-/** Every type word, in both directions: by DuckDB's number of the kind inside a VARIANT, then the words of a
-    parameter alone. TIMESTAMP_MILIS is DuckDB's own spelling. No parameter is a BLOB by its text, which says
-    no more than a binary value does. */
+/** Every type word, in both directions: first by DuckDB's number of the kind inside a VARIANT, then the words
+    that only parameters use. TIMESTAMP_MILIS is DuckDB's own spelling. A parameter cannot state a BLOB by its
+    text, since a binary value already says the same. */
 constexpr TypeWord kTypeWords[] = {
     {"VARIANT_NULL", ToNull, AsNull},
     {"BOOL_TRUE", ToBoolean<true>, AsBoolean<true>},
