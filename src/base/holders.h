@@ -122,8 +122,7 @@ class ResultHolder {
     /** For the calls that take the address; the result must be held. */
     duckdb_result* get() noexcept { return &result_; }
     const duckdb_result& operator*() const noexcept { return result_; }
-    /** Destroys the held result and returns the address of a zeroed one, which this object owns from now on.
-     */
+    /** Destroys the held result and returns the address of a zeroed one, which this object then owns. */
     duckdb_result* Receive() noexcept {
         Reset();
         result_ = {};

@@ -22,7 +22,7 @@ namespace {
 
 using Location = nbx::smart_ptr<nbx::I_Location>;
 
-/** The folder in which backups go: the server's own, the caller's, or the one beside the database. */
+/** The folder that holds backups: the server's own, the caller's, or the one next to the database. */
 Location ChooseFolder(Location wished, const nbx::I_Location& database) {
     const auto get_server_folder = nbx::mrsql::gServerBackupLocation;
     Location server = get_server_folder != nullptr ? get_server_folder() : nullptr;
@@ -59,8 +59,8 @@ std::string BuildExportStatement(const nbx::I_Location& backup) {
            " ( FORMAT PARQUET, COMPRESSION ZSTD, ROW_GROUP_SIZE 100_000, PARQUET_VERSION V2 )";
 }
 
-/** Takes from a file or folder the rights that the database's file does not give. Whoever may read a file may
-   also enter the folder. What cannot be changed stays as it is: the backup matters more. */
+/** Removes the access rights of a file or folder that the database's file does not grant. Users that may read
+   the file may also enter the folder. A failure is ignored: the backup matters more. */
 void LimitRights(const std::string& path, mode_t model, bool is_folder) {
     struct stat info {};
     if (stat(path.c_str(), &info) == 0) {
@@ -82,7 +82,7 @@ void LimitRightsOfBackup(const std::string& backup, const std::string& database)
     }
 }
 
-/** An export that runs without the engine lock; whoever wants to close the database waits for its end. */
+/** An export that runs without the engine lock; closing the database waits for its end. */
 class RunningExport : nbx::noncopyable {
   public:
     explicit RunningExport(ExportGate& gate) NBX_REQUIRES(gEngineLock) : gate_(gate) { gate_.Begin(); }
@@ -94,8 +94,8 @@ class RunningExport : nbx::noncopyable {
 
 /** False and the error text when the export fails. */
 bool Export(SideConnection& connection, const std::string& statement, std::string& error) {
-    // Prepared, and not one plain query, since only so an interrupt that comes before the query begins
-    // counts.
+    // Prepared rather than run as a plain query: only then does an interrupt that comes before the query
+    // begins count.
     PreparedHolder prepared;
     if (duckdb_prepare(connection.get(), statement.c_str(), prepared.Receive()) != DuckDBSuccess) {
         error = TextOr(duckdb_prepare_error(prepared.get()), "Unknown DuckDB backup error");
@@ -126,7 +126,7 @@ std::unique_ptr<SideConnection> DuckDBDatabase::PrepareBackup(Location folder, s
     }
     WriteMarker(*backup, location_->get_Text());
     export_statement = BuildExportStatement(*backup);
-    // Not where a host has its backups all in the folder itself.
+    // Skipped when the host keeps all backups directly in the folder.
     if (!(backup->get_PathText() == folder->get_PathText())) {
         backup_path = ToUtf8(backup->get_PathText());
         LimitRightsOfBackup(backup_path, ToUtf8(path_));
@@ -142,7 +142,7 @@ void DuckDBDatabase::Backup(Location folder) {
         std::string export_statement;
         std::string backup_path;
         std::optional<RunningExport> running;
-        // Goes before the export counts as ended, since the engine may be closed from then on.
+        // Released before the export counts as ended, since the engine may be closed from then on.
         std::unique_ptr<SideConnection> connection;
         {
             const EngineLockScope lock;
@@ -156,7 +156,7 @@ void DuckDBDatabase::Backup(Location folder) {
             LimitRightsOfBackup(backup_path, ToUtf8(path_));
         }
     }
-    // Whoever waited for the export may have closed and destroyed this object by now.
+    // A thread that waited for the export may have closed and destroyed this object by now.
     if (is_interrupted) {
         const EngineLockScope lock;
         throw nbx::xInterruptError(kInterruptErrorCode);

@@ -12,8 +12,8 @@
 
 namespace mduckdb {
 
-/** Objects in the order in which they came; any of them leaves in constant time, however many there are.
-    Pointers are compared and never followed, so that a caller may ask about any pointer at all. */
+/** Objects in the order in which they were added. Removing one takes constant time, however many there are.
+    Pointers are compared and never dereferenced, so a caller may ask about any pointer. */
 template <class T>
 class ChildList : nbx::noncopyable {
   public:
@@ -34,9 +34,9 @@ class ChildList : nbx::noncopyable {
         places_.erase(place);
         return true;
     }
-    /** Whether the object was in the list. It is not any more, but `TakeLast` still gives it. */
+    /** Removes the object for queries, but `TakeLast` still returns it. Whether it was in the list. */
     bool Unlist(T* item) { return places_.count(item) > 0 && unlisted_.insert(item).second; }
-    /** The object that came last, taken out; null when the list is empty. */
+    /** Removes the object that was added last and returns it; null when the list is empty. */
     T* TakeLast() noexcept {
         if (items_.empty()) {
             return nullptr;
@@ -60,7 +60,8 @@ class ChildList : nbx::noncopyable {
 };
 
 /** The live statements, cursors and query results of one database. Holds no references to them: each child
-    leaves when it is destroyed, also when it was closed before, so that no list ever holds a dead object. */
+    removes itself when it is destroyed, even if it was closed before, so a list never holds a destroyed
+    object. */
 class ChildLists : nbx::noncopyable {
   public:
     void Add(nbx::mrsql::I_DuckDBStatement* statement) NBX_REQUIRES(gEngineLock) {
@@ -69,8 +70,8 @@ class ChildLists : nbx::noncopyable {
     void Add(nbx::mrsql::I_DuckDBCursor* cursor) NBX_REQUIRES(gEngineLock) { cursors_.Add(cursor); }
     void Add(nbx::mrsql::I_DuckDBQueryResult* result) NBX_REQUIRES(gEngineLock) { results_.Add(result); }
 
-    /** Takes the object out of the list for a host that asks for it; whether it was there. The object keeps
-        rows that DuckDB's engine holds, so it is still told when the database closes. */
+    /** Removes the object from the list at the host's request; whether it was there. The object keeps rows in
+        the engine's memory, so it is still notified when the database closes. */
     template <class Child>
     bool Unlist(Child* child) NBX_REQUIRES(gEngineLock) {
         return ListOf(child).Unlist(child);
@@ -87,8 +88,8 @@ class ChildLists : nbx::noncopyable {
         return results_.Remove(result);
     }
 
-    /** Takes every child out, results first, then cursors, then statements, each list from its last
-        entry to its first, and has it give up the database. */
+    /** Removes every child and detaches it from the database: results first, then cursors, then statements,
+        each list from its last entry to its first. */
     void CloseAll() NBX_REQUIRES(gEngineLock) {
         // No references are taken here: a child that another thread is just destroying waits for the engine
         // lock in its destructor, and a reference would bring it to life and destroy it twice.

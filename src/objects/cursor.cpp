@@ -10,11 +10,11 @@
 namespace mduckdb {
 namespace {
 
-/** Goes forward through a result and holds no more of it than the rows of one DuckDB chunk.
+/** Reads a result forward and holds only the rows of one DuckDB chunk.
 
-    Stands before the first row at the start, then on a row, and after the last one when `NextRecord`
-    has given false; there is no way back. Reading a field takes no lock: the rows at hand do not
-    depend on the result any more. */
+    Starts before the first row, then is on a row, and is after the last one when `NextRecord` has returned
+    false; it cannot move back. Reading a field takes no lock: the loaded rows no longer depend on the result.
+    */
 class DuckDBCursor_server final : public DuckDBCursor_imp {
   public:
     DuckDBCursor_server(SharedLink link, ResultHolder result)
@@ -30,9 +30,9 @@ class DuckDBCursor_server final : public DuckDBCursor_imp {
     nbx::smart_ptr<nbx::I_Value> get_Value(uint32_t column_index) override;
 
   private:
-    /** For what only a client cursor can do. */
+    /** Throws for operations that only a client cursor supports. */
     [[noreturn]] void Refuse(const char* message) const;
-    /** Puts the next rows, or nothing, in the place of the chunk. Throws when they cannot be read. */
+    /** Replaces the chunk with the next one, or with none. Throws when it cannot be read. */
     void MoveToNextChunk();
 
     /** Null before the first row and after the last. */

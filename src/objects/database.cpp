@@ -14,7 +14,7 @@ namespace mduckdb {
 
 namespace {
 
-/** Whether the host lets the call that runs now be interrupted. */
+/** Whether the host allows the current call to be interrupted. */
 bool IsInterruptionAllowed() {
     const auto is_local_call = nbx::mrsql::gpIsLocalSqlCall_PTR;
     return is_local_call != nullptr && (!is_local_call() || nbx::mrsql::IsLocalSqlCancellationAllowed());
@@ -30,7 +30,7 @@ DuckDBDatabase::DuckDBDatabase(nbx::smart_ptr<nbx::I_Location> location)
 DuckDBDatabase::~DuckDBDatabase() {
     try {
         Close();
-    } catch (...) {  // Nobody is left to tell.
+    } catch (...) {  // A destructor cannot report.
     }
     link_->Orphan();
 }

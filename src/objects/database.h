@@ -24,10 +24,10 @@ class SideConnection;
 
 /** One database object: an engine shared with the other objects on its path, and a connection of its own.
 
-    Ownership: the host holds references; children (statements, cursors, results) hold none, they are closed
-    by `Close`, which the destructor calls. What children need of the database is in the link, which they
-    share. Threads: the engine lock guards everything but the link, so that `Interrupt` may come while a query
-    runs under the engine lock. */
+    Ownership: the host holds references; children (statements, cursors, results) hold none and are closed by
+    `Close`, which the destructor calls. The link, which they share, has all that children need of the
+    database. Threads: the engine lock guards everything but the link, so that `Interrupt` may come while a
+    query runs under the engine lock. */
 class DuckDBDatabase final : public nbx::mrsql::I_DuckDBDatabase,
                              public nbx::ForeignPlugin_imp,
                              public nbx::mrsql::I_DuckDBSnapshot,
@@ -71,32 +71,31 @@ class DuckDBDatabase final : public nbx::mrsql::I_DuckDBDatabase,
                                                          nbx::smart_ptr<nbx::ValueRow> parameters) override;
 
     void Snapshot(nbx::smart_ptr<nbx::I_Location> file) override;
-    /** As `I_DuckDBRestore::VerifyBackup` has it. */
+    /** Implements `I_DuckDBRestore::VerifyBackup`. */
     nbx::String VerifyBackup(const nbx::I_Location& folder);
     bool get_IsInTransaction() override;
     uint64_t get_LostTransactionCount() override { return lost_transactions_.load(); }
 
-    /** What this object's statements, cursors and results are made with. */
+    /** Shared with this object's statements, cursors and results. */
     const SharedLink& get_Link() const noexcept { return link_; }
 
-    /** Whether the path names the in-memory database. */
+    /** Whether the path means the in-memory database. */
     bool IsInMemory() const;
-    /** Throws when anybody in this process has the file open, under whatever name. */
+    /** Throws when this process has the file open, under any name. */
     void ThrowIfUsed(const FileTurn& turn) const NBX_REQUIRES(gEngineLock);
 
   private:
     bool get_ExistsLocked() NBX_REQUIRES(gEngineLock);
-    /** The turn on this object's file, or on its name where there is no file. */
+    /** The turn on this object's file, or on its name if there is no file. */
     FileTurn TakeTurn(bool is_file) const;
 
     void CloseLocked() noexcept NBX_REQUIRES(gEngineLock);
-    /** As `CloseLocked`, but options that were given since the database was opened count for the next open.
-     */
+    /** As `CloseLocked`, but options that were set since the database was opened apply to the next open. */
     void CloseToReopen() noexcept NBX_REQUIRES(gEngineLock);
     void OpenLocked() NBX_REQUIRES(gEngineLock);
     void DropLocked(FileTurn& turn) NBX_REQUIRES(gEngineLock);
     /** Deletes the file, which nobody in this process has open, and its log. Throws when another process has
-       it open, or when it is no database. */
+       it open, or when it is not a database. */
     void DeleteFile(FileTurn& turn);
     /** `Create` after the preliminary drop; sets the creation error, which is empty on success. */
     void CreateSession(Session& session, FileTurn& turn, std::string& error) NBX_REQUIRES(gEngineLock);
@@ -104,15 +103,15 @@ class DuckDBDatabase final : public nbx::mrsql::I_DuckDBDatabase,
     SharedEngine OpenEngine(FileTurn& turn) NBX_REQUIRES(gEngineLock);
     /** Null and the error text when the file cannot be created. */
     SharedEngine CreateEngine(FileTurn& turn, std::string& error) NBX_REQUIRES(gEngineLock);
-    /** Makes the file with the storage version and block size; false and the error text on failure. */
+    /** Creates the file with the storage version and block size; false and the error text on failure. */
     bool CreateFormattedFile(duckdb_config config, std::string& error) NBX_REQUIRES(gEngineLock);
     std::string BuildAttachStatement() const NBX_REQUIRES(gEngineLock);
     /** Chooses and marks the place of a backup; returns a connection for the export and its statement. */
     std::unique_ptr<SideConnection> PrepareBackup(nbx::smart_ptr<nbx::I_Location> folder,
                                                   std::string& export_statement, std::string& backup_path)
         NBX_REQUIRES(gEngineLock);
-    /** Runs what needs the engine and its time, without the engine lock, so that `Close` waits for it and
-        `Interrupt` ends it. `work` is called with the engine's handle and the stop. */
+    /** Runs long work on the engine without the engine lock; `Close` waits for it and `Interrupt` ends it.
+        `work` is called with the engine's handle and the stop. */
     template <class Work>
     void RunBeside(Work work);
     /** Makes the session this object's own; the object is open from now on. */
@@ -129,7 +128,7 @@ class DuckDBDatabase final : public nbx::mrsql::I_DuckDBDatabase,
     nbx::String storage_version_ NBX_GUARDED_BY(gEngineLock);
     nbx::mrsql::DuckDBDatabaseOptions options_ NBX_GUARDED_BY(gEngineLock);
     bool are_options_given_ NBX_GUARDED_BY(gEngineLock) = false;
-    /** They were given after the last open. */
+    /** They were set after the last open. */
     bool are_options_new_ NBX_GUARDED_BY(gEngineLock) = false;
 
     /** Written under the engine lock, read without. */

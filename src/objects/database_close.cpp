@@ -61,7 +61,7 @@ void DuckDBDatabase::DropLocked(FileTurn& turn) {
 }
 
 void DuckDBDatabase::ThrowIfUsed(const FileTurn& turn) const {
-    // The registry also knows users without a file of their own.
+    // The registry also counts users without a file of their own.
     const uint32_t registered = HandleRegistry::Get().get_UserCount(location_->get_PathText());
     if (const uint32_t count = std::max(turn.get_UserCount(), registered)) {
         ThrowError(kCannotDrop + std::to_string(count) + " connections are alive.");
@@ -81,10 +81,11 @@ void DuckDBDatabase::DeleteFile(FileTurn& turn) {
         ThrowError(kCannotDrop + reason);
     }
     turn.ClaimPlace();
-    // A link stays; the database that it leads to goes.
+    // A symbolic link stays; the database that it points to is deleted.
     const bool is_link = turn.get_Look().path != ToUtf8(path_);
     (is_link ? nbx::CreateFile(nbx::CreateLocation(FromUtf8(turn.get_Look().path))) : file)->ThrowOut();
-    // After the file: a log without its file is nothing, a file without its log has lost rows.
+    // The log goes after the file: a log without its file is worthless, but a file without its log has lost
+    // rows.
     DeleteLog(turn.get_Look().path);
     turn.LookAgain();
 }

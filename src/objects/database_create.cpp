@@ -55,7 +55,7 @@ void DuckDBDatabase::Create() {
     std::string error;
     Session session;
     FileTurn turn = TakeTurn(true);
-    // Other objects on the same path share their engine with this one; everybody else's file stays theirs.
+    // Other objects on the same path share their engine with this one; files that others use are refused.
     const bool is_shared =
         turn.get_UserCount() > 0 && HandleRegistry::Get().get_UserCount(location_->get_PathText()) > 0;
     if (turn.get_Exists() && !is_shared) {

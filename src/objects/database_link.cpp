@@ -8,7 +8,7 @@ namespace mduckdb {
 nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase> DatabaseLink::get_Database() noexcept {
     uint32_t count = references_.load(std::memory_order_relaxed);
     do {
-        // At 0 the destructor may be running, or over: nothing brings the object back.
+        // At 0 the destructor may be running or done: the object must not be revived.
         if (count == 0) {
             return nullptr;
         }

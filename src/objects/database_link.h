@@ -20,17 +20,17 @@ namespace mduckdb {
 /** What a database and its children (statements, cursors, query results) share: the connection, the interrupt
     flag, the lists of children, and the way back to the database object.
 
-    Shared by all of them and destroyed with the last, so that a child can use it for its whole life, also
-   while the database is being destroyed or is gone. Threads: the engine lock guards the lists, the connection
-   mutex the connection, which is taken last; everything else may be called from any thread. */
+    Shared by all of them and destroyed with the last, so that a child can use it for its whole life, even
+    while the database is being destroyed or after that. Threads: the engine lock guards the lists, the
+    connection mutex the connection, which is taken last; everything else may be called from any thread. */
 class DatabaseLink : nbx::noncopyable {
   public:
     /** `owner` counts its references here. */
     DatabaseLink(nbx::mrsql::I_DuckDBDatabase& owner, nbx::smart_ptr<nbx::I_Location> location)
         : owner_(owner), location_(std::move(location)) {}
 
-    // The database's reference count. It is here, where it outlives the database, so that a child finds out
-    // that the last reference is gone; and it really falls to 0, before the destruction begins.
+    // The database's reference count. It is here, where it outlives the database, so that a child can see
+    // that the last reference is gone: it falls to 0 before the destruction begins.
 
     uint32_t AddReference() noexcept { return references_.fetch_add(1, std::memory_order_relaxed) + 1; }
     /** The caller destroys the database at 0. */
@@ -65,7 +65,7 @@ class DatabaseLink : nbx::noncopyable {
         return connection_.ExecutePrepared(prepared, out_result);
     }
 
-    /** A further connection that interrupts reach until it is removed. */
+    /** Adds a connection that interrupts reach until it is removed. */
     void AddSide(InterruptibleConnection& connection);
     void RemoveSide(InterruptibleConnection& connection) noexcept;
 
@@ -75,7 +75,8 @@ class DatabaseLink : nbx::noncopyable {
     [[noreturn]] void ThrowError(std::string_view message) const;
     /** The same, but an interrupt wins over the error that it caused. */
     [[noreturn]] void ThrowFailure(std::string_view message);
-    /** SQL text as UTF-8. Throws for a text with a NUL character: DuckDB would run what stands before it. */
+    /** SQL text as UTF-8. Throws for a text with a NUL character: DuckDB would run only the part before it.
+     */
     std::string ToSql(const nbx::String& sql) const;
 
   private:
@@ -93,13 +94,13 @@ class DatabaseLink : nbx::noncopyable {
 
 using SharedLink = std::shared_ptr<DatabaseLink>;
 
-/** A child's tie to its database. The link is kept for the child's whole life, also when the child has given
-   the database up, since it must leave the database's list at the end. From any thread. */
+/** A child's tie to its database. The child keeps the link for its whole life, even after it has released the
+   database, since its destructor must remove it from the database's list. From any thread. */
 class DatabaseTie : nbx::noncopyable {
   public:
     explicit DatabaseTie(SharedLink link) : link_(std::move(link)) {}
 
-    /** The child gives its database up. */
+    /** Releases the database. */
     void Cut() noexcept { is_cut_.store(true); }
     /** The link, or null when the child has lost its database. */
     DatabaseLink* get() const noexcept {

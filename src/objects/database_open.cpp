@@ -52,7 +52,7 @@ SharedEngine DuckDBDatabase::OpenEngine(FileTurn& turn) {
     } else {
         configuration.SetAccessMode("READ_WRITE");
         engine = turn.OpenWriter(path, configuration, error);
-        // Only what DuckDB refuses falls back to reading; what this process is in the way of does not.
+        // Falls back to read-only when DuckDB refuses, but not when this process itself blocks the file.
         if (!engine && turn.get_Refusal(Engine::Access::writing).empty()) {
             configuration.SetAccessMode("READ_ONLY");
             engine = turn.OpenReader(path, configuration, error);
@@ -67,7 +67,7 @@ SharedEngine DuckDBDatabase::OpenEngine(FileTurn& turn) {
 
 void DuckDBDatabase::Adopt(Session& session) {
     nbx::String key = location_->get_PathText();
-    // The last step that can fail: from here on the registry counts a user, whom `CloseLocked` takes away.
+    // The last step that can fail: from here on the registry counts a user, which `CloseLocked` removes.
     HandleRegistry::Get().AddUser(key);
     session.Keep();
     engine_ = session.get_Engine();

@@ -14,8 +14,8 @@ class CellReader;
     A new cursor has no current record. Moving and reading fields take no lock and do not call DuckDB. */
 class DuckDBCursor_client final : public DuckDBCursor_imp {
   public:
-    /** Reads the rows without the engine lock, unless the caller holds it; an `Interrupt` of the
-        database cuts it (`xInterruptError`). Whatever it throws, nothing stays behind. */
+    /** Reads the rows without the engine lock, unless the caller holds it; an `Interrupt` of the database
+        stops it (`xInterruptError`). Nothing stays behind when it throws. */
     DuckDBCursor_client(SharedLink link, ResultHolder result);
 
     uint32_t get_RecordCount() override;
@@ -27,8 +27,7 @@ class DuckDBCursor_client final : public DuckDBCursor_imp {
     bool PrevRecord() override;
     nbx::smart_ptr<nbx::I_Value> get_Value(uint32_t column_index) override;
 
-    /** The rows as arrays, made when they are first asked for and kept from then on; the values in them are
-        the cursor's own. */
+    /** The rows as arrays, created on the first call and then kept; they share the cursor's values. */
     nbx::smart_ptr<nbx::ValueRows> get_Rows();
 
   private:
@@ -38,10 +37,10 @@ class DuckDBCursor_client final : public DuckDBCursor_imp {
     /** Records are numbered in 32 bits: throws when there are more rows. */
     void RequireNumberable(uint64_t row_count) const;
 
-    /** Row after row. One flat array: a field is one look-up away, and a row costs nothing but its fields. */
+    /** Row after row in one flat array: reading a field is one look-up, and a row has no overhead. */
     std::vector<nbx::smart_ptr<nbx::I_Value>> values_;
     uint32_t row_count_ = 0;
-    /** Null until it is asked for. */
+    /** Null until it is first requested. */
     nbx::smart_ptr<nbx::ValueRows> rows_;
     /** Counts from 1; 0 when there is none. */
     uint32_t current_record_ = 0;

@@ -37,7 +37,7 @@ DuckDBCursor_imp::DuckDBCursor_imp(SharedLink link, ResultHolder result)
     const EngineLockScope lock;
     RequireValid();
     ReadDescription();
-    // Last, since nothing that fails from here on leaves the object in the list.
+    // Last, so that a failure in the constructor cannot leave the object in the list.
     tie_.get_Siblings().Add(this);
 }
 

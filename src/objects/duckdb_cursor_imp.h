@@ -18,8 +18,8 @@ namespace mduckdb {
 class FetchStatus final : public nbx::mrsql::I_FetchStatus {
   public:
     const nbx::String& get_FetchError() const override { return error_; }
-    /** Keeps the error of the result, if it has one and none was kept before: a further fetch after a
-        failure puts a text of no use in its place. */
+    /** Keeps the error of the result, if it has one and none was kept before: another fetch after a failure
+        replaces it with a useless text. */
     void KeepErrorOf(duckdb_result* result);
 
   private:
@@ -28,10 +28,10 @@ class FetchStatus final : public nbx::mrsql::I_FetchStatus {
 
 /** What both kinds of cursor have in common: the result, its description, and the way to the database.
 
-    The cursor owns the result until it is closed, detached or destroyed; it is valid until the first
-    of them. It stands in the database's list from construction to destruction, also when it was
-    closed in between. The description can always be read. Everything that changes the result or gives
-    the database up happens under the engine lock. */
+    The cursor owns the result until it is closed, detached or destroyed; it is valid until the first of them.
+    It is in the database's list from construction to destruction, even if it was closed in between. The
+    description can always be read. Everything that changes the result or releases the database happens under
+    the engine lock. */
 class DuckDBCursor_imp : public nbx::Counted<nbx::mrsql::I_DuckDBCursor>, public nbx::ForeignPlugin_imp {
   public:
     ~DuckDBCursor_imp() override;
@@ -45,12 +45,12 @@ class DuckDBCursor_imp : public nbx::Counted<nbx::mrsql::I_DuckDBCursor>, public
     uint32_t get_ColumnType(uint32_t column_index) const override;
     nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase> get_Database() override { return tie_.get_Database(); }
     void Close() override;
-    void Detach() override NBX_NO_THREAD_SAFETY_ANALYSIS;  // the caller holds the lock, says the interface
+    void Detach() override NBX_NO_THREAD_SAFETY_ANALYSIS;  // the caller holds the lock
 
   protected:
     DuckDBCursor_imp(SharedLink link, ResultHolder result);
 
-    /** Asked for each field that is read. A cursor that has cut its tie has released its result too. */
+    /** Called for each field that is read. A cursor that has cut its tie has released its result too. */
     bool get_IsValid() const noexcept { return has_result_.load() && !tie_.get_Link()->get_IsOrphaned(); }
     /** Throws "DuckDBCursor is invalid" unless the cursor has its database and its result. */
     void RequireValid() const {
@@ -65,11 +65,11 @@ class DuckDBCursor_imp : public nbx::Counted<nbx::mrsql::I_DuckDBCursor>, public
         }
     }
     [[noreturn]] static void ThrowInvalid();
-    /** Throws with the path of the database, which the cursor has. */
+    /** Throws with the path of the cursor's database. */
     [[noreturn]] void ThrowError(const char* message) const;
     /** The next rows, or null at the end of the rows and after a failure of a result that is computed while
         it is read, whose text is kept. Throws when computed rows cannot be read, and when the result was
-       given up. The chunk is the caller's, whatever becomes of the cursor or the engine. */
+        released. The caller owns the chunk, which depends neither on the cursor nor on the engine. */
     ChunkHolder FetchChunk();
     /** 0 when DuckDB has not computed them yet. */
     uint64_t CountComputedRows();
@@ -82,11 +82,11 @@ class DuckDBCursor_imp : public nbx::Counted<nbx::mrsql::I_DuckDBCursor>, public
     using Names = boost::container::small_vector<nbx::String, kInlineNames>;
 
     void ReadDescription();
-    /** Before the engine goes: its memory holds the rows. Waits for a chunk that is just being fetched; reads
-       of fields on other threads meet it. */
+    /** Called before the engine closes, since its memory holds the rows. Waits for a chunk that is being
+       fetched. May run while other threads read fields. */
     void ReleaseResult() noexcept;
     /** To be called before the destruction begins: a database that closes on another thread calls `Detach` of
-        what stands in its list, which must not meet a half destroyed object. May be called twice. */
+        every object in its list, which must not be half destroyed. May be called twice. */
     void LeaveSiblings() noexcept;
 
     Names column_names_;

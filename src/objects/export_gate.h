@@ -8,15 +8,15 @@
 
 namespace mduckdb {
 
-/** Counts the exports of one database that run without the engine lock. They begin under that lock, and
-    end without it, so that whoever waits for their end may or may not hold it. */
+/** Counts the exports of one database that run without the engine lock. They begin under that lock and end
+    without it, so that a thread that waits for their end may or may not hold it. */
 class ExportGate : nbx::noncopyable {
   public:
     void Begin() NBX_REQUIRES(gEngineLock) {
         const std::scoped_lock lock(mutex_);
         ++running_;
     }
-    /** The gate, and the database around it, may be gone as soon as this returns. */
+    /** The gate, and the database around it, may be destroyed as soon as this returns. */
     void End() noexcept {
         const std::scoped_lock lock(mutex_);
         --running_;
@@ -38,8 +38,8 @@ class ExportGate : nbx::noncopyable {
     int running_ = 0;
 };
 
-/** The engine lock, taken at a moment when no export of the database runs; it is not held while waiting
-    for that, unless this thread held it before. */
+/** Takes the engine lock at a moment when no export of the database runs. It is not held while waiting,
+    unless this thread held it before. */
 class NBX_SCOPED_CAPABILITY IdleEngineLockScope : nbx::noncopyable {
   public:
     explicit IdleEngineLockScope(ExportGate& gate) NBX_ACQUIRE(gEngineLock) NBX_NO_THREAD_SAFETY_ANALYSIS {

@@ -13,25 +13,25 @@ namespace mduckdb {
    which connection it is; the mutex is taken last, and never while DuckDB works. */
 class InterruptibleConnection : nbx::noncopyable {
   public:
-    /** The connection, or null when there is none. */
+    /** Returns the connection, or null. */
     SharedConnection get() const;
     void Replace(SharedConnection connection) noexcept;
-    /** Ends the connection, if there is one. */
+    /** Disconnects, if there is a connection. */
     void Disconnect() noexcept;
 
-    /** Interrupts the query that runs on the connection; nothing when there is no connection. */
+    /** Interrupts the query that runs on the connection; does nothing without a connection. */
     void Interrupt();
     /** Forgets an interrupt that came before; at the start of every run. */
     void ClearInterrupted();
     /** Whether `Interrupt` was called since; each interrupt is reported once. */
     bool TakeInterrupted() noexcept { return is_interrupted_.exchange(false); }
-    /** Executes like `duckdb_execute_prepared`, but an `Interrupt` that came before DuckDB's own start
-        of the query, at which it clears its own flag, cuts it too. The caller destroys `*out_result`,
-        also on failure. */
+    /** Executes like `duckdb_execute_prepared`, but an `Interrupt` also stops it when it came before DuckDB
+        began the query, which clears DuckDB's own flag. The caller destroys `*out_result`, also on failure.
+        */
     duckdb_state ExecutePrepared(duckdb_prepared_statement prepared, duckdb_result* out_result);
 
   private:
-    /** Cuts the query that DuckDB has begun, when an interrupt came before it began. */
+    /** Stops the query that DuckDB has begun if an interrupt came before that. */
     void RepeatInterrupt();
 
     std::atomic<bool> is_interrupted_{false};

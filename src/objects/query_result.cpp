@@ -12,9 +12,9 @@
 namespace mduckdb {
 namespace {
 
-/** One link of the chain of a script's outcomes; owns the results of the links that follow until they
-    are asked for. Stands in the database's list from construction to destruction, also when it was
-    closed in between. */
+/** One link of the chain of a script's outcomes; owns the results of the links that follow until they are
+    requested. It is in the database's list from construction to destruction, even if it was closed in
+    between. */
 class DuckDBQueryResult final : public nbx::Counted<nbx::mrsql::I_DuckDBQueryResult>,
                                 public nbx::ForeignPlugin_imp {
   public:
@@ -50,7 +50,7 @@ class DuckDBQueryResult final : public nbx::Counted<nbx::mrsql::I_DuckDBQueryRes
     mutable nbx::Mutex cursor_mutex_;
     nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor> cursor_ NBX_GUARDED_BY(cursor_mutex_);
     ResultHolder result_;
-    /** Of the links that follow, the next one last, so that handing them on moves none. */
+    /** The results of the links that follow, the next one last, so that passing them on moves none. */
     ResultList remaining_;
 };
 
@@ -59,7 +59,7 @@ DuckDBQueryResult::DuckDBQueryResult(SharedLink link, ResultList results, uint32
     const EngineLockScope lock;
     TakeNext(std::move(results));
     ReadOutcome();
-    // Last, since nothing that fails from here on leaves the object in the list.
+    // Last, so that a failure in the constructor cannot leave the object in the list.
     tie_.get_Siblings().Add(this);
 }
 

@@ -6,8 +6,8 @@
 
 namespace mduckdb {
 
-/** Ends the transaction that may be open on the connection. There may be none, so the outcome says nothing.
- */
+/** Rolls back the transaction of the connection, if there is one. The outcome is ignored, since it fails
+ without a transaction. */
 inline void Rollback(duckdb_connection connection) noexcept {
     ResultHolder ignored;
     duckdb_query(connection, "ROLLBACK", ignored.Receive());

@@ -17,7 +17,7 @@ namespace mduckdb {
 
 namespace {
 
-/** Is given the result of each statement when it has run. */
+/** Receives the result of each statement after it has run. */
 using TakeResult = std::function<void(ResultHolder)>;
 
 ResultHolder ExecuteSingle(DatabaseLink& database, duckdb_connection connection, const std::string& sql,
@@ -42,7 +42,7 @@ ResultHolder ExecuteSingle(DatabaseLink& database, duckdb_connection connection,
 }
 
 /** Rolls back the transaction that DuckDB opens for a statement that it expands, when one of the pieces fails
-    and no transaction was open before. One of the user's stays. */
+    and no transaction was open before. A transaction of the user stays open. */
 class ExpandedTransaction : nbx::noncopyable {
   public:
     explicit ExpandedTransaction(duckdb_connection connection) : connection_(connection) {}
@@ -60,7 +60,7 @@ class ExpandedTransaction : nbx::noncopyable {
         end_ = index + count;
         may_roll_back_ = count > 1 && !IsInTransaction(connection_);
     }
-    /** All went well. */
+    /** Keeps the transaction: everything succeeded. */
     void End() noexcept { may_roll_back_ = false; }
 
   private:
@@ -114,8 +114,8 @@ void ExecuteStatements(DatabaseLink& database, duckdb_connection connection, con
 }
 
 /** Runs a SQL text on the database's connection. With parameters (neither null nor empty) the text is one
-    statement. Throws `xDuckDBError`, or `xInterruptError` after an interrupt, and then leaves nothing of
-    DuckDB's behind but what `take_result` was given; a transaction that was open when a statement of a
+    statement. Throws `xDuckDBError`, or `xInterruptError` after an interrupt, and then leaves no DuckDB
+    object behind except those that `take_result` received; a transaction that was open when a statement of a
     script failed is rolled back. */
 void ExecuteScript(DatabaseLink& database, const nbx::String& sql, const nbx::ValueRow* parameters,
                    const TakeResult& take_result) NBX_REQUIRES(gEngineLock) {
@@ -129,7 +129,7 @@ void ExecuteScript(DatabaseLink& database, const nbx::String& sql, const nbx::Va
     }
 }
 
-/** One result a statement, in their order. */
+/** One result for each statement, in their order. */
 ResultList CollectResults(DatabaseLink& database, const nbx::String& sql, const nbx::ValueRow* parameters)
     NBX_REQUIRES(gEngineLock) {
     ResultList results;
@@ -144,7 +144,7 @@ int64_t DuckDBDatabase::SqlExecute(const nbx::String& sql, nbx::smart_ptr<nbx::V
     nbx::MironaInit3();
     EngineLockScope lock;
     int64_t total = 0;
-    // One at a time, so that the rows of one statement are gone before the next begins.
+    // One at a time, so that the rows of one statement are freed before the next begins.
     ExecuteScript(*link_, sql, parameters.get(),
                   [&total](ResultHolder result) { total += GetRowsChanged(result.get()); });
     return total;

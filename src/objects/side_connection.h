@@ -4,14 +4,14 @@
 
 namespace mduckdb {
 
-/** A further connection to a database's engine, for one long operation that runs without the engine lock.
+/** Another connection to a database's engine, for one long operation that runs without the engine lock.
 
-    It has the settings of every connection of ours (errors as JSON), a transaction of its own, and an
-    interrupt of the database reaches it for its whole life. Whoever has one keeps the engine open: while it
-    lives the database must not close (`ExportGate`). */
+    It has the settings of all connections of this module (errors as JSON) and its own transaction, and an
+    interrupt of the database reaches it for its whole life. The database must not close while it exists
+    (`ExportGate`). */
 class SideConnection : nbx::noncopyable {
   public:
-    /** Throws `xDuckDBError` when DuckDB gives no connection. */
+    /** Throws `xDuckDBError` when DuckDB cannot connect. */
     SideConnection(SharedLink link, SharedEngine engine);
     ~SideConnection();
 
@@ -20,7 +20,7 @@ class SideConnection : nbx::noncopyable {
 
   private:
     const SharedLink link_;
-    /** Ends the connection. */
+    /** Disconnects. */
     Session session_;
     InterruptibleConnection interruptible_;
 };

@@ -49,7 +49,7 @@ void DuckDBDatabase::RunBeside(Work work) {
             error = failed.what();
         }
     }
-    // Whoever waited for the end may have closed and destroyed this object by now.
+    // A thread that waited for the end may have closed and destroyed this object by now.
     if (is_interrupted) {
         throw nbx::xInterruptError(kInterruptErrorCode);
     }

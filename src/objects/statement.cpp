@@ -128,7 +128,7 @@ void DuckDBStatement::Extract(duckdb_connection connection) {
 }
 
 void DuckDBStatement::PrepareExtracted(duckdb_connection connection) {
-    // The text first: preparing takes the statement out of the list.
+    // Read the text first: preparing removes the statement from the list.
     const TextHolder own_text(duckdb_extracted_statement_sql(extracted_.get(), next_index_));
     if (own_text) {
         current_sql_ = FromUtf8(own_text.get());
@@ -154,7 +154,7 @@ void DuckDBStatement::AbandonPieces(uint64_t next_index) noexcept {
     if (connection && IsInTransaction(*connection)) {
         Rollback(*connection);
     }
-    // What was prepared before is gone from the list; what follows is still there.
+    // Statements that were prepared before are no longer in the list; those that follow still are.
     is_next_consumed_ = next_index < next_index_ || is_next_consumed_;
     next_index_ = next_index;
     pieces_end_ = next_index;

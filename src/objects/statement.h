@@ -14,14 +14,14 @@ namespace mduckdb {
 
 /** `I_DuckDBStatement` on one database's connection.
 
-    The database is not counted: it detaches its statements before it goes. Callers are serialised by
-    the engine lock, which every operation takes but `get_SqlText`, `get_CurrentSql`, `put_Parameters`
-    and `put_ParameterRows`. */
+    A statement holds no reference to its database, which detaches its statements before it is destroyed.
+    Callers are serialised by the engine lock, which every operation takes except `get_SqlText`,
+    `get_CurrentSql`, `put_Parameters` and `put_ParameterRows`. */
 class DuckDBStatement final : public nbx::Counted<nbx::mrsql::I_DuckDBStatement>,
                               public nbx::ForeignPlugin_imp,
                               public nbx::mrsql::I_DuckDBWrittenStatements {
   public:
-    /** Numbers of the interfaces that `QueryInterface` gives. */
+    /** Numbers of the interfaces that `QueryInterface` knows. */
     static constexpr uint32_t kStatementInterfaceId = 407;
     static constexpr uint32_t kForeignPluginInterfaceId = 608;
 
@@ -90,39 +90,39 @@ class DuckDBStatement final : public nbx::Counted<nbx::mrsql::I_DuckDBStatement>
     nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor> OpenNextWritten(uint32_t cursor_location) override;
 
   private:
-    /** Gives the database, or throws "DuckDBDatabase is invalid". */
+    /** Returns the database, or throws "DuckDBDatabase is invalid". */
     DatabaseLink& RequireDatabase() const;
     /** Throws DuckDB's text of the failed call on the prepared statement, or else the fixed text. DuckDB
-        keeps such a text for ever: call it only right after a failure that DuckDB reported. */
+        never clears this text, so call it only right after a failure that DuckDB reported. */
     [[noreturn]] void ThrowStatementError(const char* fixed_text) const;
     /** Throws the text with the database's path. */
     [[noreturn]] void ThrowError(std::string_view message) const;
 
     // Preparing.
     void Prepare() NBX_REQUIRES(gEngineLock);
-    /** Splits the whole text anew. An empty text leaves nothing extracted. */
+    /** Splits the whole text again. An empty text has no statements. */
     void Extract(duckdb_connection connection) NBX_REQUIRES(gEngineLock);
     /** Makes sure that the next statement is in the extracted list, unless there is none. */
     void ExtractNext(duckdb_connection connection) NBX_REQUIRES(gEngineLock);
     void PrepareExtracted(duckdb_connection connection) NBX_REQUIRES(gEngineLock);
     void DestroyPrepared() noexcept;
     void DestroyExtracted() noexcept;
-    /** Back to the state before the first preparation; what is prepared stays. */
+    /** Returns to the state before the first preparation; the prepared statement stays. */
     void EndRun() noexcept NBX_REQUIRES(gEngineLock);
     /** After one of several pieces of a written statement failed: rolls back the transaction that DuckDB
-       opened for them, and goes on with the given statement. Does nothing in a transaction of the user's. */
+       opened for them, and continues with the given statement. Does nothing in a transaction of the user. */
     void AbandonPieces(uint64_t next_index) noexcept NBX_REQUIRES(gEngineLock);
-    /** One pass of `TryExecuteAll`; tells whether statements remain. */
+    /** One pass of `TryExecuteAll`; returns whether statements remain. */
     bool RunOne();
 
     // Binding.
-    /** The bindings of the prepared statement, if there is one, are gone afterwards. */
+    /** This removes the bindings of the prepared statement, if there is one. */
     void ClearPreparedBindings();
-    /** Drops stored values and what they bound; tells whether a statement is prepared. */
+    /** Drops stored values and their bindings; returns whether a statement is prepared. */
     bool BeginTypedBind();
     /** Makes the row the stored parameter set and binds it to what is prepared. */
     void ApplyParameters(nbx::smart_ptr<nbx::ValueRow> values);
-    /** Binds the stored parameter set, if any, in the place of all bindings. */
+    /** Replaces all bindings with the stored parameter set, if there is one. */
     void BindStoredParameters();
     template <class Bind>
     void BindTyped(const char* type_word, Bind&& bind);
@@ -132,7 +132,8 @@ class DuckDBStatement final : public nbx::Counted<nbx::mrsql::I_DuckDBStatement>
     void BindMadeValue(const char* type_word, uint32_t index, MakeValue&& make_value);
 
     // Executing.
-    /** The one way to execute. Gives the changed rows of the last pass that reports any, or 0. */
+    /** All executions come here. Returns the number of changed rows from the last pass that reports any, or
+        0. */
     int64_t RunPrepared() NBX_REQUIRES(gEngineLock);
     int64_t RunBound() NBX_REQUIRES(gEngineLock);
     int64_t RunRows() NBX_REQUIRES(gEngineLock);
@@ -164,7 +165,7 @@ class DuckDBStatement final : public nbx::Counted<nbx::mrsql::I_DuckDBStatement>
     ResultHolder result_;
 };
 
-/** Makes a statement on a database; the caller enters it into the database's list. */
+/** Creates a statement on a database; the caller adds it to the database's list. */
 nbx::smart_ptr<nbx::mrsql::I_DuckDBStatement> MakeStatement(SharedLink link, const nbx::String& sql);
 
 }  // namespace mduckdb

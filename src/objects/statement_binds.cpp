@@ -15,7 +15,7 @@ std::string FailureText(const char* type_word) {
     return std::string("Failed to bind ") + type_word + " statement parameter";
 }
 
-/** What a bind was given is no value of its type, and DuckDB was not asked. */
+/** The given value is not valid for its type, so DuckDB was not called. */
 struct NotAValue {};
 
 void Require(bool is_value) {
@@ -24,7 +24,7 @@ void Require(bool is_value) {
     }
 }
 
-/** DuckDB reads from the pointer even where there is nothing to read. */
+/** DuckDB dereferences the pointer even for a length of 0. */
 const uint8_t* Bytes(const void* data, uint64_t length) {
     static const uint8_t kNoBytes[1] = {0};
     Require(data != nullptr || length == 0);
@@ -84,15 +84,15 @@ void DuckDBStatement::ApplyParameters(nbx::smart_ptr<nbx::ValueRow> values) {
 
 void DuckDBStatement::BindStoredParameters() {
     ClearPreparedBindings();
-    // Of a statement that DuckDB expands, only the pieces that have the parameters get them.
+    // When DuckDB expands a statement, only the pieces that have the parameters get them.
     if (pieces_end_ - pieces_begin_ > 1 && duckdb_nparams(prepared_.get()) == 0) {
         return;
     }
     BindValueArray(prepared_.get(), parameters_.get(), tie_.get_Link()->get_ErrorPath());
 }
 
-/** One typed bind: `bind` calls DuckDB for the prepared statement. What DuckDB refuses by
-    throwing is the bind's error with DuckDB's text; what never reaches DuckDB, with our own. */
+/** One typed bind: `bind` calls DuckDB for the prepared statement. When DuckDB throws, the bind's error has
+    DuckDB's text; when DuckDB was not called, it has the module's own. */
 template <class Bind>
 void DuckDBStatement::BindTyped(const char* type_word, Bind&& bind) {
     EngineLockScope lock;
@@ -111,13 +111,13 @@ void DuckDBStatement::BindTyped(const char* type_word, Bind&& bind) {
     ThrowStatementError(FailureText(type_word).c_str());
 }
 
-/** The same where DuckDB takes the arguments as they are. */
+/** The same for functions of DuckDB that accept the arguments unchanged. */
 template <auto kBind, class... Arguments>
 void DuckDBStatement::BindDirect(const char* type_word, uint32_t index, Arguments... arguments) {
     BindTyped(type_word, [&] { return prepared_.Bind<kBind>(index, arguments...); });
 }
 
-/** The same for the types that DuckDB takes as a value only. */
+/** The same for types that DuckDB accepts only as a `duckdb_value`. */
 template <class MakeValue>
 void DuckDBStatement::BindMadeValue(const char* type_word, uint32_t index, MakeValue&& make_value) {
     BindTyped(type_word, [&] {

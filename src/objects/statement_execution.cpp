@@ -16,7 +16,7 @@ namespace {
 
 constexpr uint32_t kFeatureErrorCode = 0xA000;
 
-/** For a report that must not fail: without memory for the text it has its code alone. */
+/** For a report that must not fail: if there is no memory for the text, it has the code alone. */
 template <class MakeText>
 void SetText(nbx::String& text, MakeText make_text) noexcept {
     try {
@@ -70,7 +70,7 @@ nbx::mrsql::DuckDBExecutionResult DuckDBStatement::TryExecuteAll() {
     try {
         bool has_more = true;
         while (has_more) {
-            // Each pass has the engine lock for itself, so that other threads get in between two of them.
+            // Each pass takes the engine lock anew, so that other threads can run between two passes.
             has_more = RunOne();
             ++outcome.statements_executed;
         }
@@ -117,7 +117,7 @@ int64_t DuckDBStatement::RunBound() {
 }
 
 int64_t DuckDBStatement::RunRows() {
-    // Held apart: whoever stores other rows meanwhile must not take these away.
+    // A reference of its own: another thread may store other rows meanwhile and release these.
     const nbx::smart_ptr<nbx::ValueRows> rows = parameter_rows_;
     bool has_run = false;
     for (std::size_t i = 0; i < rows->get_Count(); ++i) {
@@ -130,7 +130,7 @@ int64_t DuckDBStatement::RunRows() {
             has_run = true;
         }
     }
-    // Asked once: only the last run counts, and the answer costs as much as several binds.
+    // Read once, after the loop: only the last run counts, and reading it costs as much as several binds.
     return has_run ? GetRowsChanged(result_.get()) : 0;
 }
 

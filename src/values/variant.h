@@ -25,7 +25,7 @@ std::string_view VariantTypeName(uint32_t code) noexcept;
 HostValue ConvertVariant(duckdb_value variant);
 
 /** The host value of the value inside a VARIANT. `variant_type` is needed because the value itself does not
-   show it for Booleans. The caller keeps the value, which may be changed in place. */
+    show it for Booleans. The caller keeps the value, which may be changed in place. */
 HostValue ConvertVariantValue(duckdb_value child, uint32_t variant_type);
 
 /** A host JSON value, never null, that carries a value for which the host has no kind: the name of its
