@@ -57,8 +57,8 @@ void AddShellCommand(CLI::App& app, Program& program);
 
 /** The command line for the parser, without the program's name. The parser would split a word such as `[1,
    2]`, and interprets a `--` inside a command differently. For the commands that accept a list of words,
-   `call` and `probe`, such words are therefore guarded, and the words after `--` are stored in the program.
- */
+   `call` and `probe`, such words are therefore guarded, and the words after `--` are stored in the
+   program. */
 std::vector<std::string> ReadCommandLine(int argc, const char* const* argv, Program& program);
 /** The list of words as it was on the command line: without guards, and with the words after `--`. */
 std::vector<std::string> RestoreWords(const std::vector<std::string>& words, const Program& program);

@@ -14,8 +14,8 @@ namespace {
 using Parser = nlohmann::basic_json<std::map, std::vector, std::string, bool, int64_t, uint64_t, long double>;
 
 /** Receives the parser's events and collects the members of the outermost object, nested content as JSON
-    text. A document would be built for content that nobody reads, and would not keep the digits of numbers.
-    */
+    text. A document would be built for content that nobody reads, and would not keep the digits of
+    numbers. */
 class MemberCollector {
   public:
     explicit MemberCollector(JsonMembers& result) : result_(result) {}

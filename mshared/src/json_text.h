@@ -28,8 +28,8 @@ struct JsonMembers {
     const JsonMember* Find(std::string_view key) const noexcept;
 };
 
-/** Reads UTF-8 JSON text of any depth, without recursion. Malformed text has `is_valid` false and no members.
- */
+/** Reads UTF-8 JSON text of any depth, without recursion. Malformed text has `is_valid` false and no
+    members. */
 JsonMembers ReadJsonMembers(std::string_view text);
 
 /** Whether the whole text is one JSON value that can be inserted into other JSON. */

@@ -9,8 +9,8 @@
 namespace nbx {
 namespace {
 
-/** How a value is written. `kFloat` is a number unless it is infinite or NaN, `kJson` is JSON if it is valid.
- */
+/** How a value is written. `kFloat` is a number unless it is infinite or NaN, `kJson` is JSON if it is
+    valid. */
 enum class JsonForm { kText, kNumber, kFloat, kJson, kArray, kReference };
 
 JsonForm FormOf(uint32_t type_code) noexcept {

@@ -50,8 +50,8 @@ class TextValue final : public TextLikeValue<TextValue> {
     const uint32_t capacity_;
 };
 
-/** JSON text. It is parsed at the first question about its members, since most values are only read as text.
- */
+/** JSON text. It is parsed at the first question about its members, since most values are only read as
+    text. */
 class JSONValue final : public TextLikeValue<JSONValue>, public I_JSONValue {
   public:
     JSONValue(bool is_nullable, std::u16string content) noexcept

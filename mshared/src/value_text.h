@@ -25,8 +25,8 @@ String DateTimeText(const DateTimeContent& date_time);
 String BytesText(std::string_view bytes);
 
 /** The opposite direction; nothing if the whole text does not have that form. A time may end after the
-    minutes or seconds, a date-time after the date. Ranges are those of the fields: February 31 is accepted.
-    */
+    minutes or seconds, a date-time after the date. Ranges are those of the fields: February 31 is
+    accepted. */
 std::optional<DateContent> ParseDate(const String& text);
 std::optional<TimeContent> ParseTime(const String& text);
 std::optional<DateTimeContent> ParseDateTime(const String& text);

@@ -6,8 +6,8 @@
 namespace mduckdb {
 
 /** Represents the host's global engine lock in the compiler's thread-safety analysis: code that needs the
-    lock is annotated with `gEngineLock`, and an `EngineLockScope` provides it. It does not exist at run time.
-    */
+    lock is annotated with `gEngineLock`, and an `EngineLockScope` provides it. It does not exist at run
+    time. */
 class NBX_CAPABILITY("engine lock") EngineLockRole {};
 inline constexpr EngineLockRole gEngineLock;
 

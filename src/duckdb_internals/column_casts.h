@@ -13,8 +13,8 @@ class Vector;
 
 namespace mduckdb {
 
-/** Casts columns of chunks, one chunk at a time. A cell that cannot be cast becomes NULL and harms no other.
- */
+/** Casts columns of chunks, one chunk at a time. A cell that cannot be cast becomes NULL and harms no
+    other. */
 class ColumnCasts {
   public:
     /** For each column the type to cast it to, or DUCKDB_TYPE_INVALID to leave it as it is. DuckDB casts with

@@ -14,8 +14,8 @@ typedef struct _duckdb_result_scan {
 } * duckdb_result_scan;
 
 /** As `duckdb_pending_prepared`, for a result whose rows count towards the engine's memory limit and are
-    spilled to its temporary directory. The result and its scan must be destroyed before the engine is closed.
- */
+    spilled to its temporary directory. The result and its scan must be destroyed before the engine is
+    closed. */
 duckdb_state duckdb_pending_prepared_managed(duckdb_prepared_statement prepared,
                                              duckdb_pending_result* out_result);
 

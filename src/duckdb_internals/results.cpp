@@ -13,8 +13,8 @@ namespace mduckdb {
 namespace {
 
 /** The rows of a computed result. They are read through DuckDB's C++ classes since its C functions copy: a
-   new chunk with all its texts at every call, which costs more than everything else that is done with a cell.
- */
+   new chunk with all its texts at every call, which costs more than everything else that is done with a
+   cell. */
 duckdb::ColumnDataCollection& CollectionOf(const duckdb_result& result) {
     const auto* data = static_cast<const duckdb::DuckDBResultData*>(result.internal_data);
     if (data == nullptr || !data->result || data->result->HasError() ||
@@ -24,8 +24,8 @@ duckdb::ColumnDataCollection& CollectionOf(const duckdb_result& result) {
     return data->result->Cast<duckdb::MaterializedQueryResult>().Collection();
 }
 
-/** Where the one number of a result of changed rows is, in place; null when it is not there in plain memory.
- */
+/** Where the one number of a result of changed rows is, in place; null when it is not there in plain
+    memory. */
 const int64_t* FindCount(const duckdb_result& result) {
     const duckdb::ColumnDataCollection& collection = CollectionOf(result);
     if (collection.Count() != 1 || collection.ColumnCount() != 1 ||

@@ -13,8 +13,8 @@ namespace {
 /** Reads a result forward and holds only the rows of one DuckDB chunk.
 
     Starts before the first row, then is on a row, and is after the last one when `NextRecord` has returned
-    false; it cannot move back. Reading a field takes no lock: the loaded rows no longer depend on the result.
-    */
+    false; it cannot move back. Reading a field takes no lock: the loaded rows no longer depend on the
+    result. */
 class DuckDBCursor_server final : public DuckDBCursor_imp {
   public:
     DuckDBCursor_server(SharedLink link, ResultHolder result)

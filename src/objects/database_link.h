@@ -75,8 +75,8 @@ class DatabaseLink : nbx::noncopyable {
     [[noreturn]] void ThrowError(std::string_view message) const;
     /** The same, but an interrupt wins over the error that it caused. */
     [[noreturn]] void ThrowFailure(std::string_view message);
-    /** SQL text as UTF-8. Throws for a text with a NUL character: DuckDB would run only the part before it.
-     */
+    /** SQL text as UTF-8. Throws for a text with a NUL character: DuckDB would run only the part before
+        it. */
     std::string ToSql(const nbx::String& sql) const;
 
   private:

@@ -12,8 +12,8 @@ namespace mduckdb {
 namespace {
 
 /** Asks for huge pages for a large array that is read at random: with 4 KB pages nearly every field that is
-    read costs a miss in the processor's table of addresses (TLB). It is only advice, so a refusal is ignored.
-    */
+    read costs a miss in the processor's table of addresses (TLB). It is only advice, so a refusal is
+    ignored. */
 void AdviseHugePages(void* memory, std::size_t size) noexcept {
     constexpr std::size_t kPage = 4096;
     constexpr std::size_t kWorthwhile = std::size_t{16} * 1024 * 1024;

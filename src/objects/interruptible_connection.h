@@ -26,8 +26,8 @@ class InterruptibleConnection : nbx::noncopyable {
     /** Whether `Interrupt` was called since; each interrupt is reported once. */
     bool TakeInterrupted() noexcept { return is_interrupted_.exchange(false); }
     /** Executes like `duckdb_execute_prepared`, but an `Interrupt` also stops it when it came before DuckDB
-        began the query, which clears DuckDB's own flag. The caller destroys `*out_result`, also on failure.
-        */
+        began the query, which clears DuckDB's own flag. The caller destroys `*out_result`, also on
+        failure. */
     duckdb_state ExecutePrepared(duckdb_prepared_statement prepared, duckdb_result* out_result);
 
   private:

@@ -158,8 +158,8 @@ class DuckDBStatement final : public nbx::Counted<nbx::mrsql::I_DuckDBStatement>
     uint64_t pieces_end_ = 0;
     /** They are several, and no transaction was open before the first of them. */
     bool may_roll_back_ = false;
-    /** Guards what `put_Parameters` and `put_ParameterRows`, which take no engine lock, share with `Detach`.
-     */
+    /** Guards what `put_Parameters` and `put_ParameterRows`, which take no engine lock, share with
+        `Detach`. */
     nbx::Mutex detach_mutex_;
     BindableStatement prepared_;
     ResultHolder result_;

@@ -60,8 +60,8 @@ class I_OpenFiles {
     virtual void TakeAgain(OpenFile* file) noexcept = 0;
     /** Gives the turn back. */
     virtual void Release(OpenFile* file) noexcept = 0;
-    /** Whether `Take` would wait for this file; false when the path has come to mean another one meanwhile.
-     */
+    /** Whether `Take` would wait for this file; false when the path has come to mean another one
+        meanwhile. */
     virtual bool Matches(const OpenFile* file, const FileIdentity& identity) noexcept = 0;
     /** Until the turn is given back, whoever asks for the file's place waits too: the file there is about to
        be deleted or replaced. Throws `std::bad_alloc`. */

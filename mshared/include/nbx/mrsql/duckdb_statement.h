@@ -80,8 +80,8 @@ class NBX_API I_DuckDBStatement : public I_Unknown {
     virtual void BindUBigInt(uint32_t index, uint64_t value) = 0;
     virtual void BindHugeInt(uint32_t index, uint64_t lower, int64_t upper) = 0;
     virtual void BindUHugeInt(uint32_t index, uint64_t lower, uint64_t upper) = 0;
-    /** `width` is the number of digits, `scale` how many of them follow the point; the number has no point.
-     */
+    /** `width` is the number of digits, `scale` how many of them follow the point; the number has no
+        point. */
     virtual void BindDecimal(uint32_t index, uint8_t width, uint8_t scale, uint64_t lower, int64_t upper) = 0;
     virtual void BindFloat(uint32_t index, float value) = 0;
     virtual void BindDouble(uint32_t index, double value) = 0;

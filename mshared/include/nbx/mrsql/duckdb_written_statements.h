@@ -39,8 +39,8 @@ class I_DuckDBTransactionState {
 
     /** Whether a transaction is open on the connection: what it changed is gone when the database closes. */
     virtual bool get_IsInTransaction() = 0;
-    /** How often this object was closed, by whatever call, with an open transaction, which that rolled back.
-     */
+    /** How often this object was closed, by whatever call, with an open transaction, which that rolled
+        back. */
     virtual uint64_t get_LostTransactionCount() = 0;
 };
 
