@@ -103,7 +103,8 @@ I_Value* CreateValueArray(uint32_t element_type_code) {
     return new ArrayValue(element_type_code);
 }
 
-// The numbers come last: they are the largest group, and their function finds out whether the code is theirs.
+// The numbers come last: they are the largest group, and their function checks whether the code is one of
+// theirs.
 I_Value* CreateValueOfType(uint32_t type_code, bool nullable) {
     const auto type = static_cast<ValueType>(type_code);
     switch (type) {

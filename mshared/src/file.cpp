@@ -77,8 +77,8 @@ void File::OpenWith(int flags, const char* operation) {
     if (descriptor < 0) {
         ThrowFileError(path, operation, errno);
     }
-    // The system opens a folder for reading and fails only when it is read. The opened descriptor is asked,
-    // not the path, which may mean another file by now.
+    // The system opens a folder for reading and fails only when it is read. Check the opened descriptor, not
+    // the path, which may mean another file by now.
     struct stat status {};
     if (::fstat(descriptor, &status) == 0 && S_ISDIR(status.st_mode)) {
         ::close(descriptor);

@@ -29,7 +29,7 @@ I_ArrayValue::~I_ArrayValue() = default;
 I_JSONValue::~I_JSONValue() = default;
 
 ForeignPlugin_imp::~ForeignPlugin_imp() {
-    // The finaliser first: until it returns, the host may find the object through the back reference.
+    // The finaliser runs first: until it returns, the host may find the object through the back reference.
     if (finalizer_ != nullptr) {
         finalizer_(this);
     }

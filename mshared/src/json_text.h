@@ -24,7 +24,7 @@ struct JsonMembers {
     bool is_object = false;
     std::vector<JsonMember> members;
 
-    /** The last member with the key; null when there is none. */
+    /** The last member with the key; null if there is none. */
     const JsonMember* Find(std::string_view key) const noexcept;
 };
 

@@ -49,8 +49,8 @@ bool HasLock(const std::string& process, const std::string& descriptor) {
     return false;
 }
 
-/** A lock of an open file description belongs to no process, so the system tells no number. It does tell
-    through which descriptors the locks of a file were taken. */
+/** A lock of an open file description belongs to no process, so the system reports no process number. It does
+    report the descriptors through which the locks of a file were taken. */
 std::string FindOwner(const struct stat& file) {
     std::string owner;
     VisitNumbers("/proc", [&](const std::string& process) {

@@ -27,7 +27,7 @@ struct FileRecord : OpenFile {
     uint64_t inode = 0;
     bool has_place = false;
     Place place{};
-    /** How many turns the owner has, one inside the other. */
+    /** How many nested turns the owner has. */
     uint32_t turns = 0;
     std::thread::id owner;
     uint32_t waiting = 0;

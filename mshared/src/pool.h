@@ -6,7 +6,7 @@
 #include <new>
 #include <span>
 
-// With AddressSanitizer each object is an allocation of its own, so that a use after its release is seen.
+// With AddressSanitizer each object is an allocation of its own, so that a use after its release is detected.
 #if defined(__SANITIZE_ADDRESS__)
 #define NBX_POOL_IS_OFF 1
 #elif defined(__has_feature)
@@ -22,7 +22,7 @@
     memory that all threads share is behind the functions at the end.
 
     Why a pool: a row set is millions of objects of few sizes. A value that is released at once costs a few
-    instructions here and no lock, and released row sets leave nothing behind in between other allocations. */
+    instructions here and no lock, and released row sets leave no fragments between other allocations. */
 namespace nbx::pool {
 
 /** Sizes of the pooled objects; larger ones come from the heap. A row set is made of numbers, 24 bytes each,
@@ -42,7 +42,7 @@ inline constexpr std::array<uint8_t, kLargestPooled / 8 + 1> kClassOfWords = [] 
     return classes;
 }();
 
-/** `kClassCount` for what is not pooled. */
+/** `kClassCount` for sizes that are not pooled. */
 constexpr std::size_t ClassOf(std::size_t size) noexcept {
     return size > kLargestPooled ? kClassCount : kClassOfWords[(size + 7) / 8];
 }
@@ -50,7 +50,7 @@ constexpr std::size_t ClassOf(std::size_t size) noexcept {
 /** Bytes of a slab, and its alignment: an object's slab follows from the object's address. */
 inline constexpr std::size_t kSlabSize = std::size_t{32} * 1024;
 
-/** What the first bytes of an object are while it is free. */
+/** The first bytes of a free object. */
 struct FreeObject {
     FreeObject* next;
 };
@@ -93,7 +93,7 @@ struct Run {
 struct Cache {
     /** Serves the allocations. */
     ObjectList ready;
-    /** Receives what is released from another slab than that of `ready`. */
+    /** Receives objects that are released to a slab other than that of `ready`. */
     Run returned;
 };
 

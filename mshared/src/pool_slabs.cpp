@@ -29,12 +29,12 @@ constexpr std::size_t kRegionSize = std::size_t{2} * 1024 * 1024;
 constexpr std::size_t kSlabsPerRegion = kRegionSize / kSlabSize;
 static_assert(kSlabsPerRegion == 64, "a region's slabs are the bits of a word");
 constexpr uint64_t kAllSlabs = ~uint64_t{0};
-/** Objects are taken from untouched memory so many at a time. */
+/** How many objects are taken from untouched memory at a time. */
 constexpr uint32_t kTouchedAtOnce = 128;
 
 /** Up to here memory comes in small pages, so that a process with few values touches little. Beyond, there
     are row sets; reading them at random mostly waits for the translation of addresses, which huge pages
-    spare. */
+    avoid. */
 constexpr std::size_t kSmallPagesUpTo = kRegionSize;
 
 /** A free region is unmapped as a whole, which is cheap, if this many slabs are free elsewhere: a workload
@@ -154,7 +154,7 @@ class SharedMemory : noncopyable {
 void SharedMemory::MapRegion() {
     char* const memory = MapAligned(kRegionSize);
     if (mapped_ >= kSmallPagesUpTo) {
-        // Advice: where it is refused, small pages serve as well.
+        // Only advice: if the system refuses, small pages work too.
         ::madvise(memory, kRegionSize, MADV_HUGEPAGE);
     }
     mapped_ += kRegionSize;
@@ -172,8 +172,8 @@ bool SharedMemory::Unmap(char* memory, std::size_t size) noexcept {
 }
 
 /** Unmaps a region whose slabs are all free. If single slabs were unmapped before, other memory may be in
-    their places. What the system refuses to unmap stays mapped: whole regions are used again, single slabs
-    are lost. */
+    their places. Memory that the system refuses to unmap stays mapped: whole regions are used again, single
+    slabs are lost. */
 void SharedMemory::UnmapRegion(Region& region) noexcept {
     char* const memory = BaseOf(region);
     const uint64_t mapped = region.mapped;

@@ -1,4 +1,5 @@
-// What a process has once: the engine lock, the provider of DuckDB, the host's hooks, the library's version.
+// What exists once in a process: the engine lock, the provider of DuckDB, the host's hooks, the library's
+// version.
 
 #include <sys/stat.h>
 

@@ -43,7 +43,7 @@ class TextValue final : public TextLikeValue<TextValue> {
     }
     char16_t* get_Characters() const noexcept;
 
-    /** The text in place of the one behind the object; null until somebody stores another. */
+    /** The text that replaces the one behind the object; null until another one is stored. */
     std::unique_ptr<const String> replacement_;
     /** UTF-16 units behind the object: those that belong to its text, and those that there is memory for. */
     uint32_t length_;
@@ -74,7 +74,7 @@ class JSONValue final : public TextLikeValue<JSONValue>, public I_JSONValue {
     void Forget() noexcept { delete members_.exchange(nullptr, std::memory_order_acq_rel); }
 
     String content_;
-    /** Owned; null until it is asked for. Atomic, since two readers may ask at once. */
+    /** Owned; null until it is first needed. Atomic, since two readers may ask at once. */
     mutable std::atomic<const JsonMembers*> members_{nullptr};
 };
 

@@ -132,8 +132,8 @@ bool IsTrail(char byte) noexcept {
     return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U;
 }
 
-/** Bytes of the broken sequence at `in` that one replacement character stands for: the lead byte and the
-    trail bytes that may follow it (the Unicode standard's table of well-formed sequences). */
+/** Bytes of the broken sequence at `in` that one replacement character replaces: the lead byte and the trail
+    bytes that may follow it (the Unicode standard's table of well-formed sequences). */
 std::ptrdiff_t BrokenLength(const char* in, const char* end) noexcept {
     const auto lead = static_cast<unsigned char>(*in);
     std::ptrdiff_t expected = 1;

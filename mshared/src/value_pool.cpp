@@ -32,8 +32,8 @@ struct WaitingRuns {
 };
 constinit thread_local WaitingRuns gWaiting;
 
-/** Whether the thread's caches are set up, and whether they are given up again. A plain variable, so that
-    it can be read after the thread's other objects are destroyed. */
+/** Whether the thread's caches are set up, and whether they have been released again. A plain variable, so
+    that it can be read after the thread's other objects are destroyed. */
 enum class ThreadState { kFresh, kRunning, kEnded };
 constinit thread_local ThreadState gThreadState = ThreadState::kFresh;
 

@@ -15,7 +15,7 @@ using duckdb::Value;
 
 namespace {
 
-/** The value that a bind function makes of its arguments. */
+/** The value that a bind function creates from its arguments. */
 template <auto kBind>
 constexpr auto kMakeValue = nullptr;
 template <>
@@ -76,7 +76,7 @@ constexpr auto kMakeValue<duckdb_bind_blob> = [](const void* bytes, idx_t length
     return Value::BLOB(static_cast<duckdb::const_data_ptr_t>(bytes), length);
 };
 
-/** Where a parameter has its value; null when it has none. */
+/** The place of a parameter's value; null when it has none. */
 BoundParameterData* FindPlace(duckdb_prepared_statement prepared, idx_t index) {
     auto& statement = *reinterpret_cast<duckdb::PreparedStatementWrapper*>(prepared);
     const auto name = statement.param_index_to_name.find(index);
@@ -87,15 +87,15 @@ BoundParameterData* FindPlace(duckdb_prepared_statement prepared, idx_t index) {
     return value != statement.values.end() ? &value->second : nullptr;
 }
 
-/** The type by which DuckDB knows a parameter with this value. */
+/** The type that DuckDB gives a parameter with this value. */
 LogicalTypeId ParameterTypeOf(const Value& value) {
     const LogicalTypeId type = value.type().id();
     return type == LogicalTypeId::VARCHAR ? LogicalTypeId::STRING_LITERAL : type;
 }
 
-/** Only the value is replaced where the type stays: making a `BoundParameterData` copies the type twice,
-   which costs more than the bind. Types with parts (a DECIMAL's width) are compared by DuckDB, so they take
-   the long way. */
+/** Replaces only the value when the type stays the same: creating a `BoundParameterData` copies the type
+   twice, which costs more than the bind. DuckDB has to compare types with parts (a DECIMAL's width), so they
+   take the slow path. */
 void Put(BoundParameterData& place, Value&& value) {
     const bool has_same_type = place.return_type.id() == ParameterTypeOf(value) &&
                                place.return_type.AuxInfo() == nullptr && value.type().AuxInfo() == nullptr;

@@ -22,7 +22,7 @@ using duckdb::string_t;
 
 namespace {
 
-/** Texts that DuckDB formats go into its vectors, which only grow; one is renewed after so many bytes. */
+/** DuckDB formats texts into its vectors, which only grow; a vector is replaced after this many bytes. */
 constexpr idx_t kScratchBytes = idx_t{64} * 1024;
 
 struct Scratch;
@@ -52,7 +52,7 @@ struct Column {
     }
 };
 
-/** What the readers of one chunk share. */
+/** State that the readers of one chunk share. */
 struct Scratch {
     VariantConverter convert_variant;
 
@@ -60,8 +60,8 @@ struct Scratch {
     std::unique_ptr<duckdb::Vector> vector{};
     idx_t used = 0;
 
-    /** Columns of nested values as texts, by their place in the chunk, made when first read; null: not
-        made. */
+    /** Columns of nested values as texts, by their index in the chunk, created when first read; null: not
+        created. */
     std::vector<std::unique_ptr<duckdb::Vector>> texts{};
 
     duckdb::Vector& GetVector() {
@@ -103,7 +103,7 @@ HostValue ReadBlob(const Column& column, Scratch&, idx_t row) {
     return MakeBinaryValue({bytes.GetData(), bytes.GetSize()});
 }
 
-/** The text by way of a value, for types that are rare, nested or in a form that is not plain. */
+/** The text through a `duckdb_value`, for types that are rare, nested or not stored in a plain form. */
 HostValue ReadTextOfValue(const Column& column, Scratch&, idx_t row) {
     const ValueHolder value = column.TakeValue(row);
     if (!value || duckdb_is_null_value(value.get())) {
@@ -112,7 +112,7 @@ HostValue ReadTextOfValue(const Column& column, Scratch&, idx_t row) {
     return MakeStringValue(ValueText(value.get()).get_View());
 }
 
-/** Whether values of the type can be made into text without looking at each of them first. */
+/** Whether values of the type can be converted to text without checking each of them first. */
 bool NeedsNoGuard(const LogicalType& type) {
     return !duckdb::TypeVisitor::Contains(type, [](const LogicalType& part) {
         switch (part.id()) {
@@ -142,7 +142,7 @@ std::unique_ptr<duckdb::Vector> CastToTexts(const Column& column) {
                 texts->Flatten(chunk.size());
                 return texts;
             }
-        } catch (...) {  // Because of one row maybe: each row is read by itself then.
+        } catch (...) {  // One row may be the reason, so each row is read separately.
         }
     }
     return std::make_unique<duckdb::Vector>(LogicalType::SQLNULL, idx_t{1});
@@ -216,7 +216,7 @@ HostValue ReadWideDecimal(const Column& column, Scratch&, idx_t row) {
                : MakeEmptyText();
 }
 
-/** Where a cell is read: in the data of the vector, made flat if need be, or by way of the chunk. */
+/** Where a cell is read: in the data of the vector, flattened if necessary, or through the chunk. */
 enum class From : bool { data, chunk };
 
 constexpr PhysicalType kAnyStorage = PhysicalType::INVALID;
@@ -293,7 +293,7 @@ const Kind& FindKind(const LogicalType& type) {
 struct CellReader::State {
     Scratch scratch;
     std::vector<Column> columns{};
-    /** Columns that the chunk holds in a compressed form, spread out. */
+    /** Flattens columns that the chunk holds in a compressed form. */
     std::vector<std::unique_ptr<duckdb::Vector>> spread{};
 
     void Add(duckdb_data_chunk chunk, idx_t index) {

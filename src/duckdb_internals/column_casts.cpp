@@ -11,7 +11,7 @@ namespace {
 
 using duckdb::Vector;
 
-/** DuckDB throws for some values that their type does not allow, which says nothing about the other rows. */
+/** DuckDB throws for some values that their type does not allow; the other rows may still be fine. */
 void CastRows(duckdb::ClientContext& context, Vector& source, Vector& target, idx_t count) {
     std::string ignored;
     for (idx_t row = 0; row < count; ++row) {

@@ -13,12 +13,12 @@ class Vector;
 
 namespace mduckdb {
 
-/** Casts columns of chunks, one chunk at a time. A cell that cannot be cast becomes NULL and harms no
-    other. */
+/** Casts columns of chunks, one chunk at a time. A cell that cannot be cast becomes NULL and does not affect
+    others. */
 class ColumnCasts {
   public:
-    /** For each column the type to cast it to, or DUCKDB_TYPE_INVALID to leave it as it is. DuckDB casts with
-        the settings of the connection, which must outlive this. */
+    /** For each column the type to cast it to, or DUCKDB_TYPE_INVALID to leave it unchanged. DuckDB casts
+        with the settings of the connection, which must outlive this. */
     ColumnCasts(duckdb_connection connection, const std::vector<duckdb_type>& targets);
     ColumnCasts(ColumnCasts&&) noexcept;
     ColumnCasts& operator=(ColumnCasts&&) noexcept;
@@ -26,7 +26,7 @@ class ColumnCasts {
 
     /** Casts the rows in the chunk. Throws when memory runs out. */
     void Apply(duckdb::DataChunk& chunk);
-    /** The cast column of the last chunk, or null when the column is left as it is. */
+    /** The cast column of the last chunk, or null when the column is left unchanged. */
     duckdb::Vector* get_Column(idx_t column) const noexcept { return columns_[column].get(); }
 
   private:

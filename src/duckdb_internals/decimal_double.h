@@ -4,8 +4,8 @@
 
 #include <cstdint>
 
-/* DECIMALs as doubles, the same to the last bit as DuckDB's cast gives: it divides once when the number fits
-   a double, and otherwise adds the whole part and the fraction. */
+/* DECIMALs as doubles, identical to DuckDB's cast to the last bit: it divides once when the number fits a
+   double, and otherwise adds the whole part and the fraction. */
 namespace mduckdb {
 
 /** Whether a number has no more digits than the width, which is 1 to 18. */

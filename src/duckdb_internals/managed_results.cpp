@@ -28,7 +28,7 @@ duckdb_data_chunk ScanChunk(duckdb::ColumnDataCollection& rows, Scan& scan) {
     if (!std::exchange(scan.is_started, true)) {
         rows.InitializeScan(scan.state, duckdb::ColumnDataScanProperties::DISALLOW_ZERO_COPY);
     }
-    // Not the collection's own way, which takes the chunk's memory from the engine.
+    // The collection's own method would take the chunk's memory from the engine.
     auto chunk = std::make_unique<duckdb::DataChunk>();
     chunk->Initialize(duckdb::Allocator::DefaultAllocator(), rows.Types());
     const bool has_rows = rows.Scan(scan.state, *chunk) && chunk->size() > 0;

@@ -8,23 +8,24 @@
 
 extern "C" {
 
-/** Where a reader of a result stands, with the pins that keep its rows in memory. */
+/** The position of a reader of a result, with the pins that keep its rows in memory. */
 typedef struct _duckdb_result_scan {
     void* internal_ptr;
 } * duckdb_result_scan;
 
-/** As `duckdb_pending_prepared`, for a result whose rows count towards the engine's memory limit and are
-    spilled to its temporary directory. The result and its scan must be destroyed before the engine is
-    closed. */
+/** Like `duckdb_pending_prepared`, for a managed result: its rows count towards the engine's memory limit and
+    are spilled to its temporary directory, so a large result neither exceeds the limit nor exhausts the
+    process's memory. The result and its scan must be destroyed before the engine is closed. */
 duckdb_state duckdb_pending_prepared_managed(duckdb_prepared_statement prepared,
                                              duckdb_pending_result* out_result);
 
 /** Null when memory is short. */
 duckdb_result_scan duckdb_create_result_scan(void);
 void duckdb_destroy_result_scan(duckdb_result_scan* scan);
-/** The result's next chunk, or null at the end and after a failure. The text of a failure to read computed
-   rows comes in `out_error`, to be freed; that of a result that is computed while it is read stays in the
-   result. The chunk depends neither on the result nor on the engine, unlike that of `duckdb_fetch_chunk`. */
+/** The result's next chunk, or null at the end and after a failure. If reading computed rows fails,
+   `out_error` receives the text, to be freed; the error of a result that is computed while it is read stays
+   in the result. The chunk depends neither on the result nor on the engine, unlike that of
+   `duckdb_fetch_chunk`. */
 duckdb_data_chunk duckdb_scan_result_chunk(duckdb_result result, duckdb_result_scan scan, char** out_error);
 }
 

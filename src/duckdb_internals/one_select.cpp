@@ -26,7 +26,7 @@ using duckdb::ParsedExpressionIterator;
 using duckdb::QueryNode;
 using duckdb::SelectStatement;
 
-/** They change the engine, write files, or (the last one) run a text that only they see. */
+/** These functions change the engine, write files, or (the last one) run a text that only they see. */
 constexpr std::array<std::string_view, 10> kRefusedFunctions{
     "disable_peg_parser",   "enable_peg_parser",
     "checkpoint",           "disable_logging",
@@ -45,7 +45,7 @@ void RequireAllowedFunction(const std::string& name) {
     }
 }
 
-/** Goes through everything that a parsed query holds. */
+/** Visits everything that a parsed query contains. */
 class ParsedQueryCheck {
   public:
     static void Check(QueryNode& node) {
@@ -74,7 +74,7 @@ class ParsedQueryCheck {
     }
 };
 
-/** What a view, a macro or `query()` put into the plan. */
+/** Functions that a view, a macro or `query()` put into the plan. */
 void CheckPlan(const duckdb::PhysicalOperator& plan) {
     if (plan.type == duckdb::PhysicalOperatorType::TABLE_SCAN) {
         RequireAllowedFunction(plan.Cast<duckdb::PhysicalTableScan>().function.name);
@@ -86,7 +86,7 @@ void CheckPlan(const duckdb::PhysicalOperator& plan) {
 
 /** Throws DuckDB's error when the text cannot be parsed. */
 duckdb::unique_ptr<SelectStatement> ParseOneSelect(duckdb::ClientContext& context, const std::string& text) {
-    // The bare parser: the context's way runs what a PRAGMA stands for.
+    // Use the bare parser: the context's function would run what a PRAGMA expands to.
     duckdb::Parser parser(context.GetParserOptions());
     parser.ParseQuery(text);
     if (parser.statements.size() != 1 ||
@@ -96,8 +96,8 @@ duckdb::unique_ptr<SelectStatement> ParseOneSelect(duckdb::ClientContext& contex
     return duckdb::unique_ptr_cast<duckdb::SQLStatement, SelectStatement>(std::move(parser.statements[0]));
 }
 
-/** Puts the limit in the place of the text's own. The text is not changed instead, since DuckDB's errors
-    quote from it. */
+/** Replaces the limit of the parsed text. The text itself is not changed, since DuckDB's errors quote from
+    it. */
 void PutLimit(SelectStatement& statement, const SelectText& text) {
     auto& modifiers = statement.node->modifiers;
     if (modifiers.size() != 1 || modifiers[0]->type != duckdb::ResultModifierType::LIMIT_MODIFIER) {
@@ -115,7 +115,7 @@ void PutLimit(SelectStatement& statement, const SelectText& text) {
 duckdb::unique_ptr<SelectStatement> ParseText(duckdb::ClientContext& context, const SelectText& text) {
     auto statement = ParseOneSelect(context, text.whole);
     try {
-        // A base that closes the parenthesis around it is no SELECT by itself.
+        // A base that closes the parenthesis around it is not a SELECT by itself.
         ParsedQueryCheck::Check(*ParseOneSelect(context, text.base)->node);
     } catch (const duckdb::Exception&) {
         RefuseStatement();
@@ -128,7 +128,7 @@ duckdb::unique_ptr<duckdb::QueryResult> Fail(const duckdb::ErrorData& error) {
     return duckdb::make_uniq<duckdb::MaterializedQueryResult>(error);
 }
 
-/** The text by which the rows alone are asked for: the columns by their names, and the limit. */
+/** The text that selects only the rows: the columns by their names, and the limit. */
 std::string RowsText(const SelectText& text, const std::vector<std::string>& names, idx_t& base_begin) {
     std::string rows = "SELECT ";
     for (const std::string& name : names) {
@@ -141,7 +141,7 @@ std::string RowsText(const SelectText& text, const std::vector<std::string>& nam
     return text.limit.empty() ? rows : rows + " LIMIT " + text.limit;
 }
 
-/** An error of the running rows with a quotation from the text that asks for the rows alone. */
+/** An error from running, which quotes the text that selects only the rows. */
 duckdb::ErrorData QuoteRowsText(const duckdb::ErrorData& error, const SelectText& text,
                                 const std::vector<std::string>& names) {
     const auto entry = error.ExtraInfo().find("position");
@@ -158,7 +158,7 @@ duckdb::ErrorData QuoteRowsText(const duckdb::ErrorData& error, const SelectText
                                                             position - text.base_begin + base_begin)};
 }
 
-/** Without values for its parameters DuckDB makes no plan, and says so when it runs a text. */
+/** Without values for its parameters DuckDB cannot plan a text, which it reports when it runs one. */
 void RequireNoParameters(const duckdb::StatementProperties& properties) {
     if (properties.parameter_count > 0) {
         throw duckdb::InvalidInputException("Expected %llu parameters, but none were supplied",
@@ -170,7 +170,7 @@ duckdb::unique_ptr<duckdb::QueryResult> Execute(duckdb::ClientContext& context,
                                                 duckdb::PreparedStatement& prepared) {
     duckdb::PendingQueryParameters parameters;
     parameters.query_parameters.memory_type = duckdb::QueryResultMemoryType::BUFFER_MANAGED;
-    // Without the text, DuckDB leaves the quotation to us and tells the position.
+    // Without the text, DuckDB reports the position and leaves the quotation to this code.
     const auto pending = context.PendingQuery("", prepared.data, parameters);
     return pending->HasError() ? Fail(pending->GetErrorObject()) : pending->Execute();
 }

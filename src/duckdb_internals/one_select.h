@@ -19,7 +19,7 @@ class RefusedSelect : public std::runtime_error {
 struct SelectText {
     /** The user's part. */
     const std::string& base;
-    /** How many bytes of the whole text stand before the base. */
+    /** How many bytes of the whole text precede the base. */
     std::size_t base_begin;
     /** A SELECT over the base in parentheses that ends in "LIMIT 0". DuckDB's errors quote from it. */
     const std::string& whole;
@@ -27,10 +27,11 @@ struct SelectText {
     const std::string& limit;
 };
 
-/** Runs the text once if it is one SELECT, alone as well as with what stands around it. The result holds the
-    rows or DuckDB's error; the caller destroys it. Its rows are held by DuckDB's buffer manager, so that they
-    count towards the engine's memory limit and are spilled to its temporary directory: result and chunks must
-    be destroyed before the engine is closed.
+/** Runs the text once if it is one SELECT, both alone and with the text around it. The parsed statement is
+    checked and then run with a row limit of its own; checking a text and then building another would allow
+    the two to differ. The result holds the rows or DuckDB's error; the caller destroys it. DuckDB's buffer
+    manager holds its rows, so they count towards the engine's memory limit and are spilled to its temporary
+    directory: result and chunks must be destroyed before the engine is closed.
 
     Throws RefusedSelect, before anything is run, when DuckDB parses the text as something else or as more
    than one statement, and when the text, or a view or macro that it names, calls a function that changes the

@@ -38,7 +38,8 @@ char* CopyText(std::string_view text) {
     return copy;
 }
 
-/** The type with every VARIANT in it complete: `duckdb_create_logical_type` makes one without its parts. */
+/** The type with every VARIANT in it complete: `duckdb_create_logical_type` creates one without its
+    parts. */
 LogicalType Complete(const LogicalType& type) {
     const auto is_incomplete = [](const LogicalType& part) {
         return part.id() == LogicalTypeId::VARIANT && !part.AuxInfo();
@@ -50,8 +51,7 @@ LogicalType Complete(const LogicalType& type) {
         type, [&](const LogicalType& part) { return is_incomplete(part) ? LogicalType::VARIANT() : part; });
 }
 
-/** Whether a value can be cast to the type at all; a cast to one of the others runs into memory that is not
-    there. */
+/** Whether a value can be cast to the type at all; a cast to one of the others reads invalid memory. */
 bool IsCastTarget(const LogicalType& type) {
     return !duckdb::TypeVisitor::Contains(type, [](const LogicalType& part) {
         switch (part.id()) {
@@ -77,8 +77,8 @@ bool IsJsonText(const Value& value) {
     return value.type().id() == LogicalTypeId::VARCHAR && value.type().IsJSONType();
 }
 
-/** Whether the value is JSON text, or holds some, that DuckDB's cast to VARIANT would turn into NULL or
-    recurse into without end. */
+/** Whether the value is or contains JSON text that DuckDB's cast to VARIANT would turn into NULL or recurse
+    into without limit. */
 bool HoldsRefusedJson(const Value& value) {
     if (value.IsNull()) {
         return false;
@@ -112,9 +112,9 @@ bool ContainsVariant(const LogicalType& type) {
     return duckdb::TypeVisitor::Contains(type, LogicalTypeId::VARIANT);
 }
 
-/** A text cell as a value. DuckDB's own way checks the text and gives no value for one that is not valid
-    UTF-8, so a damaged file would turn texts into NULL; and checking again what it checked when it read the
-    text costs more than the copy. */
+/** A text cell as a value. DuckDB's own function checks the text and returns no value when it is not valid
+    UTF-8, so a damaged file would turn texts into NULL. Checking again what DuckDB checked when it read the
+    text also costs more than the copy. */
 Value MakeTextValue(const duckdb::string_t& text, const LogicalType& type) {
     Value value = Value::BLOB(reinterpret_cast<duckdb::const_data_ptr_t>(text.GetData()), text.GetSize());
     value.Reinterpret(type);
@@ -130,7 +130,8 @@ Value MakeCellValue(const duckdb::DataChunk& chunk, idx_t column, idx_t row) {
     return chunk.GetValue(column, row);
 }
 
-/** Calls `read(data)` with the value's VARIANT data; gives `nothing` when it is no readable VARIANT. */
+/** Calls `read(data)` with the value's VARIANT data; returns `nothing` when it is not a readable
+    VARIANT. */
 template <class Result, class Read>
 Result ReadVariant(duckdb_value value, Result nothing, Read read) noexcept {
     try {

@@ -1,10 +1,10 @@
 #ifndef MDUCKDB_PLAIN_FUNCTIONS_H
 #define MDUCKDB_PLAIN_FUNCTIONS_H
 
-/* Functions in the manner of DuckDB's C API that its stock library does not export. Same conventions:
-   opaque handles, `duckdb_state`, texts freed with `duckdb_free`, values destroyed with
-   `duckdb_destroy_value`. All accept null handles, and nothing is thrown out of them. When the library
-   exports one of them, the one here goes. */
+/* Functions in the style of DuckDB's C API that the stock library does not export. Same conventions: opaque
+   handles, `duckdb_state`, texts freed with `duckdb_free`, values destroyed with `duckdb_destroy_value`. All
+   accept null handles and never throw. When the library exports one of them, the one here can be
+   removed. */
 
 #include <duckdb.h>
 #include <stdint.h>
@@ -14,10 +14,10 @@ extern "C" {
 #endif
 
 /* The cell as a new value, which the caller destroys; null when there is no such cell or it cannot be
-   made. */
+   created. */
 duckdb_value duckdb_data_chunk_get_value(duckdb_data_chunk chunk, idx_t column, idx_t row);
 
-/* DuckDB's text of the type, as DECIMAL(18,3); free it. Null for a null type. */
+/* DuckDB's text of the type, for example DECIMAL(18,3); free it. Null for a null type. */
 char* duckdb_logical_type_to_string(duckdb_logical_type type);
 
 /* The statement's own text; free it. Null when there is no such statement, or when it has been taken out
@@ -31,15 +31,17 @@ char* duckdb_extracted_statement_sql(duckdb_extracted_statements statements, idx
 duckdb_state duckdb_cast_value(duckdb_value value, duckdb_logical_type type, duckdb_value* out_value,
                                char** out_error);
 
-/* The kind of value inside a VARIANT, 0 to 33 in 1.5 (`VariantLogicalType`); UINT32_MAX when the value is no
-   VARIANT, is NULL, or cannot be read. */
+/* The kind of value inside a VARIANT, 0 to 33 in 1.5 (`VariantLogicalType`); UINT32_MAX when the value is not
+   a VARIANT, is NULL, or cannot be read. */
 uint32_t duckdb_value_variant_type(duckdb_value value);
 
-/* The value inside a VARIANT with its own type, new; null when the value is no VARIANT or cannot be read. */
+/* The value inside a VARIANT with its own type, new; null when the value is not a VARIANT or cannot be
+   read. */
 duckdb_value duckdb_value_variant_child(duckdb_value value);
 
 /* DuckDB's text of the value, whole: it may hold NUL characters, *length is its length in bytes without the
-   terminator. Free it. Null, and a length of 0, for a null handle, for NULL and for what has no text. */
+   terminator. Free it. Null, and a length of 0, for a null handle, for NULL and for a value without a
+   text. */
 char* duckdb_get_varchar_length(duckdb_value value, idx_t* length);
 
 #ifdef __cplusplus

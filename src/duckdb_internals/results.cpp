@@ -12,9 +12,9 @@
 namespace mduckdb {
 namespace {
 
-/** The rows of a computed result. They are read through DuckDB's C++ classes since its C functions copy: a
-   new chunk with all its texts at every call, which costs more than everything else that is done with a
-   cell. */
+/** The rows of a computed result. They are read in place, through DuckDB's C++ classes, since its C functions
+   copy: each call creates a new chunk with all its texts, which costs more than everything else that happens
+   to a cell. */
 duckdb::ColumnDataCollection& CollectionOf(const duckdb_result& result) {
     const auto* data = static_cast<const duckdb::DuckDBResultData*>(result.internal_data);
     if (data == nullptr || !data->result || data->result->HasError() ||
@@ -24,8 +24,7 @@ duckdb::ColumnDataCollection& CollectionOf(const duckdb_result& result) {
     return data->result->Cast<duckdb::MaterializedQueryResult>().Collection();
 }
 
-/** Where the one number of a result of changed rows is, in place; null when it is not there in plain
-    memory. */
+/** The address of the single number in a result of changed rows; null when it is not in plain memory. */
 const int64_t* FindCount(const duckdb_result& result) {
     const duckdb::ColumnDataCollection& collection = CollectionOf(result);
     if (collection.Count() != 1 || collection.ColumnCount() != 1 ||
@@ -55,7 +54,7 @@ struct ResultChunks::State {
     std::vector<Place> places;
     /** One more than there are places. */
     std::vector<idx_t> first_rows;
-    /** Keeps the memory of the loaded chunk in place. */
+    /** Pins the memory of the loaded chunk. */
     duckdb::ColumnDataScanState scan;
     duckdb::DataChunk loaded;
     duckdb::ColumnDataCollectionSegment* loaded_segment = nullptr;
@@ -69,8 +68,8 @@ struct ResultChunks::State {
 
 ResultChunks::ResultChunks(const duckdb_result& result) : state_(std::make_unique<State>()) {
     duckdb::ColumnDataCollection& collection = CollectionOf(result);
-    // The vectors of `loaded` point into the collection's blocks, which the scan state keeps pinned; so the
-    // chunk before is gone when the next is loaded.
+    // The vectors of `loaded` point into the collection's blocks, which the scan state keeps pinned; so
+    // loading the next chunk invalidates the one before.
     collection.InitializeScan(state_->scan, duckdb::ColumnDataScanProperties::ALLOW_ZERO_COPY);
     state_->scan.current_chunk_state.properties = state_->scan.properties;
     collection.InitializeScanChunk(state_->loaded);
@@ -112,7 +111,7 @@ void ResultChunks::Load(idx_t chunk) {
     const State::Place& place = state_->places[chunk];
     try {
         if (state_->loaded_segment != place.segment) {
-            // The pins are found by a number of the block that each segment counts for itself.
+            // A pin is found by its block number, which each segment counts separately.
             state_->scan.current_chunk_state.handles.clear();
             state_->loaded_segment = place.segment;
         }
@@ -151,7 +150,7 @@ void TakePendingError(duckdb_pending_result pending, duckdb_result* out_result) 
                 duckdb::make_uniq<duckdb::MaterializedQueryResult>(wrapper->statement->GetErrorObject());
             duckdb::DuckDBTranslateResult(std::move(result), out_result);
         }
-    } catch (...) {  // The empty result is a failure without a text.
+    } catch (...) {  // An empty result is a failure without a text.
     }
 }
 

@@ -14,7 +14,7 @@ namespace mduckdb {
     threads at once. */
 class ResultChunks {
   public:
-    /** Over a result that stays the caller's and must live, undestroyed, as long as this. Throws
+    /** Reads a result that the caller keeps and must not destroy while this object exists. Throws
         `std::runtime_error` when the result has no computed rows (a failed one, a streamed one). */
     explicit ResultChunks(const duckdb_result& result);
     /** The same, with the cells of some columns cast when their chunk is loaded. */
@@ -29,11 +29,11 @@ class ResultChunks {
     /** The chunk that holds the row, which must be one of the result. */
     idx_t FindRow(idx_t row) const noexcept;
 
-    /** Puts the chunk in the place of the loaded one. Throws `std::runtime_error` with DuckDB's text, for
-        instance when spilled rows cannot be read back, and then none is loaded. */
+    /** Loads the chunk instead of the current one. Throws `std::runtime_error` with DuckDB's text, for
+        example when spilled rows cannot be read back; then no chunk is loaded. */
     void Load(idx_t chunk);
     /** The column's cells in the loaded chunk, as `duckdb_vector_get_data` and `duckdb_vector_get_validity`
-        give them, until the next `Load`. */
+        return them; valid until the next `Load`. */
     const void* get_Data(idx_t column) const noexcept;
     const uint64_t* get_Validity(idx_t column) const noexcept;
 
@@ -42,15 +42,15 @@ class ResultChunks {
     std::unique_ptr<State> state_;
 };
 
-/** How many rows the statement of this result changed, or 0 for a statement of another kind: what
-    `duckdb_rows_changed` gives, which copies the rows into new chunks to read the one number. The result
-    stays the caller's. Allocates nothing: the rows are committed by now, and a failure here would have the
-    caller store them twice. */
+/** How many rows the statement of this result changed, or 0 for a statement of another kind: the same as
+    `duckdb_rows_changed`, which copies the rows into new chunks to read the one number. The caller keeps the
+    result. Allocates nothing: the rows are committed by now, and a failure here would make the caller store
+    them twice. */
 int64_t GetRowsChanged(duckdb_result* result);
 
-/** Makes the failure of a pending result a result, with DuckDB's text unchanged, as executing in one call
-    does; `duckdb_execute_pending` puts a sentence of its own before it. The caller destroys the result. A
-    pending result without an error gives an empty result. Never throws. */
+/** Turns the failure of a pending result into a result with DuckDB's unchanged text, as executing in one call
+    does; `duckdb_execute_pending` would prefix a sentence. The caller destroys the result. A pending result
+    without an error becomes an empty result. Never throws. */
 void TakePendingError(duckdb_pending_result pending, duckdb_result* out_result) noexcept;
 
 }  // namespace mduckdb

@@ -10,7 +10,7 @@ namespace {
 
 using Statements = duckdb::vector<duckdb::unique_ptr<duckdb::SQLStatement>>;
 
-/** Whether DuckDB wrote the statement itself: it stands nowhere in the text. */
+/** Whether DuckDB wrote the statement itself, so that it is not part of the text. */
 bool IsMade(const Statements& statements, idx_t index) {
     return statements[index] && statements[index]->stmt_length == 0;
 }

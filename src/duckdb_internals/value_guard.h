@@ -4,13 +4,14 @@
 
 #include <cstdint>
 
-/* Numbers that DuckDB stores in a type without being values of it. Reading such a value or making it into
-   text can throw, end the engine for all its users or end the process, so they are kept away from it. */
+/* Numbers that DuckDB stores in a type that does not allow them. When DuckDB reads such a value or converts
+   it to text, it can throw, end the engine for all its users or end the process, so these values must not
+   reach it. */
 namespace mduckdb {
 
 inline constexpr int64_t kMicrosPerDay = int64_t{24} * 60 * 60 * 1'000'000;
 
-/** A time of day in microseconds: 0 to 24:00:00 inclusive, as DuckDB has it. */
+/** A time of day in microseconds: 0 to 24:00:00 inclusive, as in DuckDB. */
 constexpr bool IsValidTime(int64_t micros) noexcept {
     return micros >= 0 && micros <= kMicrosPerDay;
 }
@@ -29,8 +30,8 @@ bool IsValidBignum(const uint8_t* data, idx_t size) noexcept;
 /** DuckDB's stored form of a BIGNUM: a header of three bytes and at least one byte of number. */
 bool IsValidStoredBignum(const uint8_t* data, idx_t size) noexcept;
 
-/** Whether the value, with all that it holds, can be read and made into text. True for a null handle and
-    for NULL. Failures that DuckDB reports in an ordinary way, an infinite date say, do not count. */
+/** Whether the value, with all that it holds, can be read and converted to text. True for a null handle and
+    for NULL. Failures that DuckDB reports in an ordinary way, such as an infinite date, do not count. */
 bool IsReadable(duckdb_value value) noexcept;
 
 }  // namespace mduckdb

@@ -5,11 +5,11 @@
 
 namespace mduckdb {
 
-/** As `I_DuckDBRestore::RestoreSnapshot` has it. */
+/** Implements `I_DuckDBRestore::RestoreSnapshot`. */
 nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase> RestoreSnapshot(
     const nbx::smart_ptr<nbx::I_Location>& database_location,
     const nbx::smart_ptr<nbx::I_Location>& snapshot);
-/** As `I_DuckDBRestore::VerifyBackup` has it. */
+/** Implements `I_DuckDBRestore::VerifyBackup`. */
 nbx::String VerifyBackup(const nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase>& database,
                          const nbx::smart_ptr<nbx::I_Location>& backup_folder);
 

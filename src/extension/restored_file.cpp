@@ -28,7 +28,7 @@ constexpr mode_t kAllRights = 07777;
     throw std::runtime_error("Can not be dropped. " + reason);
 }
 
-/** Opens the database and closes it, which folds its log into it. */
+/** Opens the database and closes it, which writes its log into it. */
 bool FoldLog(const std::string& path) {
     Configuration configuration;
     configuration.SetAccessMode("READ_WRITE");
@@ -39,7 +39,7 @@ bool FoldLog(const std::string& path) {
     return is_open;
 }
 
-/** Makes the renaming last: it is part of the folder. */
+/** Makes the rename durable: names are stored in the folder. */
 void FlushFolder(const std::string& path) {
     const std::string folder = path.substr(0, path.rfind('/') + 1);
     const int descriptor = open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
@@ -49,7 +49,7 @@ void FlushFolder(const std::string& path) {
     }
 }
 
-/** A name beside the file that nothing has. */
+/** An unused name next to the file. */
 std::string NameForUnreadable(const std::string& path) {
     std::string name = path + ".unreadable";
     struct stat info {};
@@ -120,7 +120,7 @@ void RestoredFile::ApplyRights(int old) const {
 }
 
 void RestoredFile::LockTarget(const FileTurn& turn, FileLock& lock, bool& is_readable) const {
-    // Another process may write between the folding, for which DuckDB needs the lock, and our locking.
+    // Another process may write between the checkpoint, for which DuckDB needs the lock, and this lock.
     constexpr int kAttempts = 20;
     for (int i = 0; i < kAttempts; ++i) {
         const bool has_log = HasLog(target_);
@@ -141,7 +141,7 @@ void RestoredFile::LockTarget(const FileTurn& turn, FileLock& lock, bool& is_rea
 
 void RestoredFile::KeepTarget(const FileTurn& turn) const {
     const std::string kept = NameForUnreadable(target_);
-    // As a second name first, so that there is a file at every moment.
+    // Create it as a second name first, so that the file exists at every moment.
     if (turn.get_Exists() && link(target_.c_str(), kept.c_str()) != 0 &&
         rename(target_.c_str(), kept.c_str()) != 0) {
         Fail("The old file cannot be renamed", errno);

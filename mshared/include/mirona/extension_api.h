@@ -1,8 +1,8 @@
 #ifndef MIRONA_EXTENSION_API_H
 #define MIRONA_EXTENSION_API_H
 
-/* The plain-function interface between the Mirona server and an extension module that offers SQL
-   procedures. C, and nothing of C++ in it.
+/* The plain-function interface between the Mirona server and an extension module that offers SQL procedures.
+   Plain C, without C++.
 
    The host owns the table and keeps it for the life of the process; the module keeps a pointer to it.
    Texts are UTF-8; lengths are in bytes, without a terminator. No exception and no longjmp may cross a
@@ -21,7 +21,7 @@ typedef void* mirona_call;
 typedef void* mirona_value;
 typedef void* mirona_cursor;
 
-/* Answers of `go_to_row` and `next_row`. */
+/* Return values of `go_to_row` and `next_row`. */
 #define MIRONA_ROW_OK UINT32_C(0)
 #define MIRONA_ROW_END UINT32_C(0xFFFFFFFF)
 
@@ -43,7 +43,7 @@ enum mirona_type {
     MIRONA_TYPE_VARIANT = 13
 };
 
-/* Body of a procedure. Gives a cursor, or null after one call of `report_error`. */
+/* Body of a procedure. Returns a cursor, or null after one call of `report_error`. */
 typedef mirona_cursor (*mirona_procedure_handler)(mirona_call call, const mirona_value* arguments);
 
 /* Registration of one procedure. The texts are static; the record lives for the call only. */
@@ -66,26 +66,26 @@ typedef struct mirona_column {
     uint32_t host_type;   /* mirona_type */
 } mirona_column;
 
-/* A cursor made of callbacks. The host copies the record during `create_cursor` and owns the state from
-   then on: it calls `close` once, and nothing after it. One thread at a time. Row numbers count from 0;
-   a new cursor stands before row 0. A value that `get_value` gives belongs to the host. */
+/* A cursor made of callbacks. The host copies the record during `create_cursor` and owns the state from then
+   on: it calls `close` once, and nothing after it. One thread at a time. Row numbers count from 0; a new
+   cursor is before row 0. The host owns a value that `get_value` returns. */
 typedef struct mirona_cursor_def {
     void* state;
     void (*close)(void* state);
-    /* Cell of the current row; null for NULL, and where there is no such cell. */
+    /* Cell of the current row; null for NULL and when there is no such cell. */
     mirona_value (*get_value)(mirona_call call, void* state, int32_t column);
     uint32_t (*go_to_row)(void* state, int64_t row);
-    /* Leaves the position as it is at the end. */
+    /* Does not change the position at the end. */
     uint32_t (*next_row)(void* state);
     uint64_t (*row_count)(void* state);
     uint32_t column_count;
-    const mirona_column* columns; /* good until `close` */
+    const mirona_column* columns; /* valid until `close` */
 } mirona_cursor_def;
 
 /* Number of positions that a host must fill. */
 #define MIRONA_EXTENSION_API_POSITIONS 46
 
-/* The table, by position. The module calls the named positions only; the others must be there. */
+/* The table, by position. The module calls only the named positions; the others must exist. */
 typedef struct mirona_extension_api {
     void (*reserved_0_1[2])(void);
     uint32_t (*register_procedure)(mirona_host host, const mirona_procedure_def* def); /* 2; 0 = registered */

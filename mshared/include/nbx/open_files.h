@@ -6,8 +6,9 @@
 
 namespace nbx {
 
-/** How the file system tells a file from others. A file that exists is its device and inode, whatever path
-    leads to it. One that does not exist yet is the place where it would be: its folder and its name there. */
+/** How the file system identifies a file. An existing file is identified by its device and inode, whatever
+    path leads to it; one that does not exist yet, by the place where it would be: its folder and its name
+    there. */
 struct FileIdentity {
     bool exists;
     uint64_t device;
@@ -56,15 +57,14 @@ class I_OpenFiles {
     /** Waits for the turn on the file and takes it; a thread that has it takes it once more. Throws
         `std::bad_alloc`. */
     virtual OpenFile* Take(const FileIdentity& identity) = 0;
-    /** The same for a file that has an engine of the caller's. */
+    /** The same for a file on which the caller has an engine. */
     virtual void TakeAgain(OpenFile* file) noexcept = 0;
-    /** Gives the turn back. */
+    /** Ends the turn. */
     virtual void Release(OpenFile* file) noexcept = 0;
-    /** Whether `Take` would wait for this file; false when the path has come to mean another one
-        meanwhile. */
+    /** Whether `Take` would wait for this file; false when another file has taken the path meanwhile. */
     virtual bool Matches(const OpenFile* file, const FileIdentity& identity) noexcept = 0;
-    /** Until the turn is given back, whoever asks for the file's place waits too: the file there is about to
-       be deleted or replaced. Throws `std::bad_alloc`. */
+    /** Until the turn ends, threads that ask for the file's place wait too: the file there is about to be
+       deleted or replaced. Throws `std::bad_alloc`. */
     virtual void ClaimPlace(OpenFile* file, const FileIdentity& identity) = 0;
     /** The file at the claimed place exists now, or is another one. */
     virtual void SetIdentity(OpenFile* file, const FileIdentity& identity) noexcept = 0;
@@ -72,18 +72,19 @@ class I_OpenFiles {
     virtual OpenEngine* AddEngine(OpenFile* file, const char* configuration,
                                   uint64_t configuration_length) = 0;
     virtual void RemoveEngine(OpenFile* file, OpenEngine* engine) noexcept = 0;
-    /** For tests and diagnosis. */
+    /** For tests and diagnostics. */
     virtual uint64_t CountEngines() noexcept = 0;
 
   protected:
     ~I_OpenFiles() = default;
 };
 
-/** A list of its own, never destroyed. Not exported: every library that wants one is linked with the code. */
+/** Creates a separate list, which is never destroyed. Not exported: every library that needs one is linked
+    with the code. */
 I_OpenFiles& MakeOpenFiles();
 
 }  // namespace nbx
 
 /** The process's list. The number is the version of everything above: a change to it is a new function. A
-   weak reference, so that a module also loads beside a foundation without it, where it is null. */
+   weak reference, so that a module also loads with an older foundation that lacks it; there it is null. */
 extern "C" NBX_API nbx::I_OpenFiles* nbx_open_files_1() __attribute__((weak));

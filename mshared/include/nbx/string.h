@@ -23,7 +23,7 @@ class NBX_API String {
         A null `encoding` means UTF-8; what is not valid becomes U+FFFD. `kind` is reserved, 0. */
     explicit String(const char* text, std::ptrdiff_t length = -1, const Converter* encoding = nullptr,
                     int kind = 0);
-    /** From `length` UTF-16 code units, unchanged; a null `text` gives the empty string. */
+    /** From `length` UTF-16 code units, unchanged; a null `text` becomes the empty string. */
     String(const char16_t* text, std::size_t length);
     explicit String(std::u16string text) noexcept : text_(std::move(text)) {}
 

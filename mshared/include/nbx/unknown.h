@@ -26,7 +26,7 @@ class NBX_API I_Unknown {
         pointer is valid as long as the caller's reference to the object. The caller casts it to the interface
         that the number stands for. */
     virtual void* QueryInterface(uint32_t interface_id) = 0;
-    /** The count at this moment; for tests and diagnosis. */
+    /** The count at this moment; for tests and diagnostics. */
     virtual uint32_t get_RefsCount() const = 0;
 };
 
@@ -142,7 +142,7 @@ class NBX_API Counted : public Interface, noncopyable {
     /** `initial` is 1 for objects whose factory returns a plain pointer with the caller's reference. */
     explicit Counted(uint32_t initial = 0) noexcept : refs_(initial) {}
     /** `Release` for a class whose objects are destroyed in another way: calls `destroy` when the last
-        reference is removed. The object may not exist any more when it returns. */
+        reference is removed. The object may no longer exist when it returns. */
     template <class Destroy>
     uint32_t ReleaseWith(Destroy destroy) {
         const uint32_t count = refs_.Decrement();

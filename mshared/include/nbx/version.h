@@ -2,8 +2,9 @@
 
 #include "nbx/export.h"
 
-/** The owner of the ELF note (type NT_VERSION, a NUL-terminated text) that states a module's version. A note,
-    since the contract permits a module two exports only, and a macro, since the assembler reads it. */
+/** The owner of the ELF note (type NT_VERSION, a NUL-terminated text) that states a module's version. It is a
+    note because the contract allows a module only two exports, and a macro because the assembler reads
+    it. */
 #define NBX_VERSION_NOTE_OWNER "mduckdb"
 
 namespace nbx {

@@ -40,10 +40,10 @@ class NBX_API I_DuckDBExtension : public I_Unknown {
     /** Whether the path is exactly ":memory:". */
     virtual bool IsInMemoryPath(const String& path) = 0;
     /** Recreates the database from a backup folder and returns it closed, with a reference for the caller. An
-        existing database at the location is deleted first, so a failed restore leaves an incomplete one.
-        Throws `xDBError` 0x51501 if the database's location is null, 0x66000 if the folder is null or does
-        not exist, `xDuckDBError` if the database is in use or DuckDB fails, and `xException` if the file
-        cannot be deleted. */
+        existing database at the location is replaced at the very end, so a failed restore leaves it
+        unchanged. Throws `xDBError` 0x51501 if the database's location is null, 0x66000 if the folder is null
+        or does not exist, `xDuckDBError` if the database is in use or DuckDB fails, and `xException` if the
+        location cannot be used. */
     virtual smart_ptr<I_DuckDBDatabase> RestoreDatabase(smart_ptr<I_Location> database_location,
                                                         smart_ptr<I_Location> backup_folder) = 0;
 };

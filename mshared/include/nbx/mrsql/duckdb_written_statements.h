@@ -11,13 +11,13 @@ namespace nbx::mrsql {
 constexpr uint32_t kDuckDBWrittenStatementsInterfaceId = 7320;
 constexpr uint32_t kDuckDBTransactionStateInterfaceId = 7321;
 
-/** Of a statement object: runs the text by the statements that were written in it.
+/** Part of a statement object: runs the statements of the text as they were written.
 
     DuckDB expands some statements into several pieces: `ALTER TABLE t ADD COLUMN d TIMESTAMP DEFAULT now()`
-   and `COPY FROM DATABASE` into `BEGIN; ...; COMMIT`, a PIVOT without IN into `CREATE TYPE ...; SELECT ...`.
-   A host that prepares and executes once has run the first piece only. These calls run all pieces of a
-   written statement. When one fails and no transaction was open before, the transaction that DuckDB opened is
-   rolled back. */
+    and `COPY FROM DATABASE` into `BEGIN; ...; COMMIT`, a PIVOT without IN into `CREATE TYPE ...; SELECT ...`.
+    A host that prepares and executes once has run only the first piece. These calls run all pieces of a
+    written statement. When one fails and no transaction was open before, the transaction that DuckDB opened
+    is rolled back. */
 class I_DuckDBWrittenStatements {
   public:
     virtual ~I_DuckDBWrittenStatements() = default;
@@ -28,18 +28,18 @@ class I_DuckDBWrittenStatements {
     /** Prepares and executes the next written statement with the stored parameters. Returns whether there are
         more; `rows_changed` is the sum over the pieces, as in `SqlExecute`. */
     virtual bool ExecuteNextWritten(int64_t& rows_changed) = 0;
-    /** The same for a statement that returns rows; a cursor over the rows of its last piece. */
+    /** The same for a statement that returns rows. Returns a cursor over the rows of its last piece. */
     virtual smart_ptr<I_DuckDBCursor> OpenNextWritten(uint32_t cursor_location) = 0;
 };
 
-/** Of a database object: whether work of its connection is not committed yet. */
+/** Part of a database object: shows whether its connection has work that is not committed yet. */
 class I_DuckDBTransactionState {
   public:
     virtual ~I_DuckDBTransactionState() = default;
 
-    /** Whether a transaction is open on the connection: what it changed is gone when the database closes. */
+    /** Whether a transaction is open on the connection; its changes are lost when the database closes. */
     virtual bool get_IsInTransaction() = 0;
-    /** How often this object was closed, by whatever call, with an open transaction, which that rolled
+    /** How often this object was closed, by any call, while a transaction was open, which closing rolled
         back. */
     virtual uint64_t get_LostTransactionCount() = 0;
 };
