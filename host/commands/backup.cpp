@@ -47,7 +47,7 @@ int RunReported(Program& program, Work work) {
     }
 }
 
-/** Reports what the backup does not give back. */
+/** Reports what a restore of the backup will not bring back. */
 int ReportVerification(Program& program, const DatabasePtr& database, const std::string& folder) {
     const std::vector<std::string> lines = VerifyExport(database, folder);
     program.out.Flush();

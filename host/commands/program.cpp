@@ -20,7 +20,7 @@ namespace {
 constexpr char kGuard = '\x02';
 
 /** A sentence about the process that has a lock on the file; empty when there is none. Closing the file would
-    drop locks of this process on it, so this is for files that it does not have open. */
+    drop this process's locks on it, so use it only for files that this process does not have open. */
 std::string DescribeUser(const std::string& path) {
     const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (descriptor < 0) {

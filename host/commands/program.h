@@ -13,7 +13,7 @@
 #include "table/function_table.h"
 
 namespace CLI {  // NOLINT(readability-identifier-naming): the library's own
-class App;       // its headers take long to read
+class App;       // its headers are slow to compile
 }
 
 namespace mduckdb_host {
@@ -67,13 +67,13 @@ std::vector<std::string> RestoreWords(const std::vector<std::string>& words, con
  * status. */
 int ReportException(Program& program, const nbx::xException& error, std::string_view sql);
 
-/** Opens the database that the command line names. It must exist; a Ctrl-C meanwhile terminates the program.
-    Reports on stderr when the file is only open for reading. Throws `std::runtime_error` with a text for
-    people. */
+/** Opens the database that the command line names. It must exist; Ctrl-C terminates the program while it
+    opens. Reports on stderr when the file is only open for reading. Throws `std::runtime_error` with a text
+    for people. */
 DatabasePtr OpenForCommand(const std::string& path, bool is_read_only);
 
 /** Throws `std::runtime_error` when the file exists and the user has not asked to replace it; names the
-    process that has it open. What may be replaced at all is up to the module. */
+    process that has it open. The module decides what may be replaced at all. */
 void RequireReplaceable(const std::string& path, bool is_forced);
 
 }  // namespace mduckdb_host

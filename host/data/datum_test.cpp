@@ -58,7 +58,7 @@ TEST(DatumJson, EscapesTextsAndReplacesWhatIsNotUtf8) {
     EXPECT_EQ(ToJson({std::string("a\0b", 3)}), "\"a\\u0000b\"");
 }
 
-TEST(DatumJson, KeepsJsonThatIsJson) {
+TEST(DatumJson, KeepsJsonUnchanged) {
     EXPECT_EQ(ToJson({JsonText{"{\"a\":[1]}"}}), "{\"a\":[1]}");
     EXPECT_EQ(ToJson({JsonText{"{broken"}}), "\"{broken\"");
 }

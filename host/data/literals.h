@@ -22,7 +22,7 @@ Datum ParseJson(const std::string& text);
 /** A statement `CALL procedure(arguments)`. */
 struct CallStatement {
     std::string procedure;
-    /** Everything behind the opening parenthesis. */
+    /** Everything after the opening parenthesis. */
     std::string_view arguments;
     /** Where in the statement they start. */
     std::size_t arguments_start = 0;

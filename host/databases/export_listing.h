@@ -21,7 +21,7 @@ std::vector<ExportedTable> ParseLoadScript(std::string_view script);
     Throws `std::runtime_error` when the folder contains no backup. */
 std::vector<ExportedTable> ReadExport(const std::string& folder);
 
-/** The size of all files in a folder that can be read. */
+/** The total size of the readable files in a folder. */
 uint64_t GetFolderSize(const std::string& folder) noexcept;
 
 }  // namespace mduckdb_host

@@ -10,14 +10,14 @@
 
 namespace mduckdb_host {
 
-/** The manifest of a backup or a snapshot. Throws `std::runtime_error` for a file that is none. */
+/** The manifest of a backup or a snapshot. Throws `std::runtime_error` if the file is not a manifest. */
 nlohmann::ordered_json ReadManifest(const std::filesystem::path& file);
 
-/** Writes manifest.json into the folder of an export. Written last, it tells a complete backup from one that
-   was interrupted. */
+/** Writes manifest.json into the folder of an export. It is written last, so that its presence marks a
+   complete backup. */
 void WriteExportManifest(const std::string& folder, const std::vector<ExportedTable>& tables,
                          const std::vector<int64_t>& rows);
-/** Throws `std::runtime_error` when the folder has a manifest and a file is not as it says. */
+/** Throws `std::runtime_error` when the folder has a manifest and a file differs from it. */
 void CheckExportManifest(const std::string& folder);
 
 }  // namespace mduckdb_host

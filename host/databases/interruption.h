@@ -30,10 +30,10 @@ class InterruptWatch {
     /** The detail that the progress line shows behind the seconds; may be empty. */
     using Describe = std::function<std::string()>;
 
-    /** What the progress line says about the key when it interrupts the work. */
+    /** The progress line's hint when Ctrl-C interrupts the work. */
     static constexpr const char* kInterrupts = "Ctrl-C interrupts";
 
-    /** `about_key` is what the progress line says about the key; empty where the key does nothing. */
+    /** `about_key` is the progress line's hint about Ctrl-C; empty when the key does nothing. */
     explicit InterruptWatch(std::function<void()> on_interrupt, Describe describe = nullptr,
                             const char* about_key = kInterrupts);
     /** Interrupts the database. */

@@ -12,8 +12,8 @@ namespace mduckdb_host {
 /** Called after every row; true stops the printing. May be empty. */
 using StopTest = std::function<bool()>;
 
-/** Prints the rows of a cursor from its position on. Throws `xFetchError` when DuckDB fails to fetch the next
-    row. */
+/** Prints the rows of a cursor from its current position on. Throws `xFetchError` when DuckDB fails to fetch
+    the next row. */
 void PrintCursor(const nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor>& cursor, Printer& printer,
                  const StopTest& is_stopped = nullptr);
 

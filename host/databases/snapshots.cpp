@@ -32,12 +32,12 @@ nbx::mrsql::I_DuckDBRestore& GetRestorer() {
     return Ask<nbx::mrsql::I_DuckDBRestore>(GetExtension(), nbx::mrsql::kDuckDBRestoreInterfaceId);
 }
 
-/** Throws `std::runtime_error` when there is none. */
+/** Throws `std::runtime_error` if there is none. */
 Json ReadSnapshotManifest(const std::string& file) {
     return ReadManifest(file + ".manifest.json");
 }
 
-/** Bytes of the snapshot that is being made, wherever it grows. */
+/** Bytes written so far of the snapshot that is being made. */
 uint64_t GetGrownSize(const std::string& file) noexcept {
     uint64_t size = 0;
     try {

@@ -9,7 +9,7 @@ namespace mduckdb_host {
 /** Whether the terminal, if there is one, interprets escape sequences: `TERM` is set and not "dumb". */
 bool UnderstandsEscapes() noexcept;
 
-/** The reader of the output closed it. This is not an error: the program closes what it opened and ends
+/** The reader closed the output. This is not an error: the program closes what it opened and exits
     quietly. */
 class xOutputClosed : public std::exception {
   public:

@@ -9,7 +9,7 @@ namespace mduckdb_host {
 struct TableLayout {
     /** Width of each column in characters, borders not counted; 0 for a hidden one. */
     std::vector<int> widths;
-    /** The first of `left_out` columns that are hidden; one mark is shown instead of them. */
+    /** The first of the `left_out` hidden columns; one mark is shown instead of them. */
     std::size_t first_left_out = 0;
     std::size_t left_out = 0;
 };

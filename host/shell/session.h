@@ -20,9 +20,9 @@ struct OpenedDatabase {
     DatabasePtr database;
 };
 
-/** What a user of the shell sets and sees: the open databases, how rows are printed, which cursor is used.
-    The dot commands change it; the shell runs statements with it. The output and the registry must outlive
-    it. The destructor closes the databases. */
+/** The state of the shell: the open databases, how rows are printed, which cursor is used. The dot commands
+    change it; the shell runs statements with it. The output and the registry must outlive it. The destructor
+    closes the databases. */
 class Session {
   public:
     Session(Output& out, const PrintOptions& print, const ProcedureRegistry& registry);

@@ -9,9 +9,9 @@
 
 namespace mduckdb_host {
 
-/** The interactive shell: reads lines, runs dot commands at the start of a statement, procedure calls and
-    SQL on the current database. An error ends the line or statement that it is in and nothing else. The
-    session must outlive it. */
+/** The interactive shell: reads lines, runs dot commands at the start of a statement, procedure calls and SQL
+    on the current database. An error ends only the line or statement in which it occurs. The session must
+    outlive it. */
 class Shell {
   public:
     Shell(Session& session, bool is_interactive);

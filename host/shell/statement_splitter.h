@@ -30,7 +30,7 @@ class StatementSplitter {
         kDollarQuote
     };
 
-    /** Continues; true when it stopped behind a semicolon, false when more text is needed. */
+    /** Continues; true when it stopped after a semicolon, false when more text is needed. */
     bool Scan();
     void ScanCode();
     void ScanBlockComment();

@@ -94,7 +94,7 @@ class TerminalReader final : public LineReader {
     void StartHistory() {
         using_history();
         stifle_history(kHistoryEntries);
-        // With a time before each entry, an entry can have several lines.
+        // A time stamp before each entry allows entries of several lines.
         history_comment_char = '#';
         history_write_timestamps = 1;
         if (!history_file_.empty()) {
@@ -103,7 +103,7 @@ class TerminalReader final : public LineReader {
     }
 
     static ReadOutcome GiveUpLine() {
-        // Print the mark behind the line, wherever the cursor was.
+        // Print the mark after the line, wherever the cursor was.
         rl_point = rl_end;
         rl_redisplay();
         rl_callback_sigcleanup();

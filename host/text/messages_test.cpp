@@ -21,7 +21,7 @@ TEST(ParseDuckDBError, ReadsAJsonObject) {
     EXPECT_EQ(error.position, 14);
 }
 
-TEST(ParseDuckDBError, ReadsAnObjectBehindItsKind) {
+TEST(ParseDuckDBError, ReadsAnObjectAfterItsKind) {
     const DuckDBError error =
         ParseDuckDBError(R"(Parser Error: {"exception_type":"Parser","exception_message":"m"})");
     EXPECT_EQ(error.type, "Parser");

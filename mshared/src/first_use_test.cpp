@@ -23,7 +23,7 @@ void* operator new(std::size_t size) {
     }
     return memory;
 }
-// Not inline: GCC would take the call of free() for a mistake.
+// Not inline: GCC would report the call of free() as a mistake.
 [[gnu::noinline]] void operator delete(void* memory) noexcept {
     std::free(memory);
 }

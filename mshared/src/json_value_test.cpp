@@ -15,7 +15,7 @@ const I_JSONValue& Members(const ValuePtr& value) {
     return ViewOf<I_JSONValue>(value, kJSONInterfaceId);
 }
 
-TEST(JSONValue, KeepsItsTextAsItIs) {
+TEST(JSONValue, KeepsItsTextUnchanged) {
     const std::string text = R"({ "a" : 1.10 })";
     const ValuePtr value = MakeJson(text);
     EXPECT_EQ(value->get_TypeCode(), static_cast<uint32_t>(ValueType::JSON));

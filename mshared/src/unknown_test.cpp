@@ -9,7 +9,7 @@
 namespace nbx {
 namespace {
 
-/** Counts how many of it there are. */
+/** Counts its instances. */
 class Probe : public Counted<I_Unknown> {
   public:
     explicit Probe(int& alive) : alive_(alive) { ++alive_; }
@@ -98,7 +98,7 @@ TEST(SmartPtr, IsCountedFromManyThreads) {
     EXPECT_EQ(alive, 0);
 }
 
-/** Destroys itself in a way of its own. */
+/** Has its own way to be destroyed. */
 class ReusedProbe final : public Counted<I_Unknown> {
   public:
     explicit ReusedProbe(int& destroyed) : Counted(1), destroyed_(destroyed) {}

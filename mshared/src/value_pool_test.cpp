@@ -191,7 +191,7 @@ TEST(ValuePool, KeepsLittleMemoryForThreadsThatReleasedValuesInAnyOrder) {
     }
 }
 
-/** Makes and releases enough values that the thread comes for memory that all threads share. */
+/** Creates and releases enough values that the thread needs memory from the shared part of the pool. */
 void MakeManyValues() {
     std::vector<ValuePtr> values;
     for (int32_t i = 0; i < 5000; ++i) {
@@ -199,7 +199,7 @@ void MakeManyValues() {
     }
 }
 
-/** Waits for the child; one that hangs is killed, and that is false. */
+/** Waits for the child; kills it and returns false when it hangs. */
 bool EndsWell(pid_t child) {
     int status = 0;
     for (int i = 0; i < 3000; ++i) {
@@ -247,7 +247,7 @@ TEST(ValuePool, ServesTheChildOfAForkWhileOtherThreadsCreateValues) {
     }
 }
 
-/** Releases a value after the thread's own store has been given up. */
+/** Releases a value after the thread's own store has been released. */
 struct LateRelease {
     ValuePtr value;
     ~LateRelease() {
@@ -259,7 +259,7 @@ struct LateRelease {
 
 TEST(ValuePool, ServesThreadLocalObjectsThatAreDestroyedLast) {
     std::thread([] {
-        // Made before the thread's first value, and so destroyed after what belongs to the values.
+        // Created before the thread's first value, so it is destroyed after the pool's thread-local data.
         static thread_local LateRelease late;
         const int32_t content = 7;
         late.value = TakeValue(CreateValueLong(false, &content, nullptr));

@@ -32,7 +32,7 @@ TEST(ExportScripts, LoadFromTheFolderAndWithoutTheSizeOfRowGroups) {
               "COPY \"it's, ROW_GROUP_SIZE 1\" FROM '/n/it''s.parquet' (FORMAT 'parquet')");
 }
 
-/** Runs statements of which some wait for others: "b needs a". */
+/** Runs statements, some of which depend on others: "b needs a". */
 class Runner {
   public:
     void operator()(const std::string& statement) {
@@ -49,13 +49,13 @@ class Runner {
     std::set<std::string> done_;
 };
 
-TEST(ExportScripts, RunWhatFailsAgainAfterTheOthers) {
+TEST(ExportScripts, RunFailedStatementsAgainAfterTheOthers) {
     Runner runner;
     RunExportScripts({{"c needs b", "b needs a", "a"}, {"load"}}, std::ref(runner));
     EXPECT_THAT(runner.order_, ElementsAre("a", "b needs a", "c needs b", "load"));
 }
 
-TEST(ExportScripts, ThrowTheFirstErrorThatStays) {
+TEST(ExportScripts, ThrowTheFirstErrorThatRemains) {
     Runner runner;
     try {
         RunExportScripts({{"c needs b", "a", "d needs c"}, {"load"}}, std::ref(runner));

@@ -14,7 +14,7 @@ std::string SumOf(const std::string& text) {
 }
 
 // The sums are those of FIPS 180-2's examples.
-TEST(Sha256, IsThatOfTheStandard) {
+TEST(Sha256, AgreesWithTheStandard) {
     EXPECT_EQ(SumOf(""), "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
     EXPECT_EQ(SumOf("abc"), "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
     EXPECT_EQ(SumOf("abcdbcdecdefdefgefghfghighijhijkijkljklmklmnlmnomnopnopq"),

@@ -71,7 +71,7 @@ int HexDigit(char c) {
     return c >= 'a' && c <= 'f' ? c - 'a' + 10 : -1;
 }
 
-/** The bytes behind an escaped text; nothing when it is not what `JsonEscape` may write. */
+/** Decodes an escaped text to its bytes; nothing when `JsonEscape` could not have written it. */
 std::optional<std::string> Unescape(const std::string& escaped) {
     const std::string letters = "\"\\btnfr";
     const std::string meanings = "\"\\\b\t\n\f\r";
@@ -121,7 +121,7 @@ TEST(JsonEscape, EscapesEachByteOfACharacterBeyondASCII) {
     EXPECT_EQ(JsonEscape("\x80"), R"(\u0080)");
 }
 
-TEST(JsonEscape, LeavesPrintableASCIIAndDELAsTheyAre) {
+TEST(JsonEscape, LeavesPrintableASCIIAndDELUnchanged) {
     EXPECT_EQ(JsonEscape("a/'<>~\x7f "), "a/'<>~\x7f ");
     EXPECT_EQ(JsonEscape(""), "");
 }

@@ -125,7 +125,7 @@ TEST_F(BindableStatementTest, BindsEveryTypeOverEveryOtherAsDuckDBBindsItAlone) 
     for (const SameBind& second : binds) {
         const std::string expected = RunStock(second, kSql);
         for (const SameBind& first : binds) {
-            // So that the type of what was bound before does not tell.
+            // So that the type of the earlier value does not decide.
             ASSERT_EQ(duckdb_bind_null(statement.get(), 1), DuckDBSuccess);
             ASSERT_EQ(first.bind(statement, 1), DuckDBSuccess) << first.name;
             ASSERT_EQ(second.bind(statement, 1), DuckDBSuccess) << second.name;

@@ -12,7 +12,7 @@ ValueHolder Varchar(const std::string& text) {
     return ValueHolder(duckdb_create_varchar_length(text.data(), text.size()));
 }
 
-/** The message of DuckDB's error without its kind in front. */
+/** The message of DuckDB's error without the kind that precedes it. */
 std::string ErrorOf(TestEngine& engine, const std::string& sql) {
     duckdb_result result{};
     EXPECT_EQ(duckdb_query(engine.get(), sql.c_str(), &result), DuckDBError) << sql;
@@ -83,7 +83,7 @@ TEST(CastValue, ATextThatDoesNotFitFailsWithDuckDBsMessage) {
     }
 }
 
-TEST(CastValue, NeitherOutParameterNeedsToBeThere) {
+TEST(CastValue, BothOutParametersAreOptional) {
     LogicalTypeHolder type(duckdb_create_logical_type(DUCKDB_TYPE_INTEGER));
     duckdb_value out = nullptr;
     EXPECT_EQ(duckdb_cast_value(Varchar("x").get(), type.get(), &out, nullptr), DuckDBError);

@@ -16,7 +16,7 @@
 namespace mduckdb {
 namespace {
 
-/** Stands for the conversion of what is inside. */
+/** Replaces the conversion of the value inside. */
 HostValue ConvertVariant(duckdb_value variant) {
     return variant == nullptr || duckdb_is_null_value(variant)
                ? MakeNullValue()
@@ -43,7 +43,7 @@ HostValue ByBlob(duckdb_value value) {
     return MakeBinaryValue({owner.get(), blob.size});
 }
 
-/** The cell by way of a value and DuckDB's getters. */
+/** The cell through a `duckdb_value` and DuckDB's getters. */
 std::string StockCell(duckdb_data_chunk chunk, idx_t column, idx_t row) {
     static const std::map<duckdb_type, std::function<HostValue(duckdb_value)>> kGetters = {
         {DUCKDB_TYPE_BOOLEAN, ByGetter<nbx::CreateValueBoolean, duckdb_get_bool>},
@@ -86,7 +86,7 @@ void ExpectSameCells(duckdb_data_chunk chunk, Reader& reader) {
     }
 }
 
-/** Compares every chunk of the query's result; gives the number of rows. */
+/** Compares every chunk of the query's result; returns the number of rows. */
 idx_t ExpectSameRows(TestEngine& engine, const std::string& sql) {
     SCOPED_TRACE(sql);
     ResultHolder result = engine.Query(sql);
@@ -196,7 +196,7 @@ TEST(CellReader, EnumsOfEveryWidthReadAsTheirTexts) {
     }
 }
 
-TEST(CellReader, ReadingOneCellAgainAndAgainHoldsNoGrowingMemory) {
+TEST(CellReader, ReadingOneCellAgainAndAgainDoesNotGrowMemory) {
     TestEngine engine;
     ResultHolder result = engine.Query("SELECT '2024-01-31 12:34:56.789012'::TIMESTAMP");
     ChunkHolder chunk(duckdb_fetch_chunk(*result));
@@ -333,7 +333,7 @@ TEST(CellReader, TimestampsThatHaveNoTextAreEmptyTexts) {
     }
 }
 
-TEST(CellReader, ANestedRowWithoutATextLeavesTheOthersTheirs) {
+TEST(CellReader, ANestedRowWithoutATextDoesNotAffectTheOthers) {
     LogicalTypeHolder seconds(duckdb_create_logical_type(DUCKDB_TYPE_TIMESTAMP_S));
     LogicalTypeHolder pair(duckdb_create_array_type(seconds.get(), 1));
     OneColumn column(pair.get(), 3);
@@ -361,7 +361,7 @@ TEST(CellReader, ReplacesInvalidUtf8WithTheReplacementCharacter) {
     duckdb_vector_assign_string_element_len(column.get_Vector(), 0, "x", 1);
     auto* cells = static_cast<duckdb_string_t*>(duckdb_vector_get_data(column.get_Vector()));
     for (std::size_t row = 0; row < 2; ++row) {
-        // Assigning would check the text, so it is put there as a damaged file would.
+        // Assigning would check the text, so it is written directly, as if read from a damaged file.
         cells[row].value.pointer.length = static_cast<uint32_t>(texts[row].size());
         if (texts[row].size() <= 12) {
             std::memcpy(cells[row].value.inlined.inlined, texts[row].data(), texts[row].size());

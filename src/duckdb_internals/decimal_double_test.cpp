@@ -9,7 +9,7 @@
 namespace mduckdb {
 namespace {
 
-/** The double that DuckDB's own cast gives. */
+/** The double that DuckDB's own cast returns. */
 double StockDouble(uint8_t width, uint8_t scale, duckdb_hugeint number) {
     ValueHolder value(duckdb_create_decimal({width, scale, number}));
     return duckdb_get_double(value.get());

@@ -18,7 +18,7 @@ TEST(PlainFunctions, EveryTypeReadsWithItsOwnTypeAndText) {
         SCOPED_TRACE(expression);
         ValueHolder value = engine.QueryValue("SELECT " + expression);
         ASSERT_TRUE(value);
-        if (expression != "NULL") {  // an untyped NULL column is made an INTEGER
+        if (expression != "NULL") {  // an untyped NULL column becomes an INTEGER
             EXPECT_EQ(TypeTextOf(value.get()), engine.QueryText("SELECT typeof(" + expression + ")"));
         }
         EXPECT_EQ(TextOf(value.get()), engine.QueryText("SELECT CAST(" + expression + " AS VARCHAR)"));
@@ -73,7 +73,7 @@ TEST(PlainFunctions, EveryTypeCodeHasATypeText) {
 
 class ExtractedStatements : public testing::Test {
   protected:
-    /** Gives the number of statements. */
+    /** Returns the number of statements. */
     idx_t Extract(const char* sql) {
         return duckdb_extract_statements(engine_.get(), sql, extracted_.Receive());
     }
@@ -141,7 +141,7 @@ TEST(Texts, AreMissingForValuesThatDuckDBCannotFormat) {
     EXPECT_EQ(TextOf(ValueHolder(duckdb_create_time_ns({-(kSmallest + 1)})).get()), std::nullopt);
 }
 
-TEST(Texts, LeaveTheValueAsItIs) {
+TEST(Texts, LeaveTheValueUnchanged) {
     TestEngine engine;
     ValueHolder value = engine.QueryValue("SELECT 1.5::DECIMAL(4,2)");
     EXPECT_EQ(TextOf(value.get()), "1.50");

@@ -21,7 +21,7 @@ std::string_view TextAt(const void* data, idx_t row) {
     return {duckdb_string_t_data(text), duckdb_string_t_length(*text)};
 }
 
-/** The loaded chunk's first two columns, BIGINT and VARCHAR, against DuckDB's own chunk. */
+/** Compares the loaded chunk's first two columns, BIGINT and VARCHAR, with DuckDB's own chunk. */
 void ExpectSameCells(const ResultChunks& chunks, duckdb_data_chunk expected) {
     const duckdb_vector numbers = duckdb_data_chunk_get_vector(expected, 0);
     const duckdb_vector texts = duckdb_data_chunk_get_vector(expected, 1);
@@ -88,7 +88,7 @@ TEST_F(ResultChunksTest, ReadsWhatDuckDBHasMovedToDisk) {
     }
 }
 
-TEST_F(ResultChunksTest, GiveCastColumnsAsDuckDBCastsThemAndNullWhereItCannot) {
+TEST_F(ResultChunksTest, CastColumnsAsDuckDBDoesAndReturnNullWhereItCannot) {
     const ResultHolder rows = engine_.Query(
         "SELECT i::DECIMAL(18,3) AS d, [i] AS l, i, CASE WHEN i = 3000 THEN 'x' ELSE i::VARCHAR END AS t "
         "FROM range(5000) r(i)");
@@ -123,7 +123,7 @@ TEST_F(ResultChunksTest, AreRefusedForAResultWithoutChunks) {
     EXPECT_THROW(ResultChunks{duckdb_result{}}, std::runtime_error);
 }
 
-/** As DuckDB tells it for the kinds of result for which it does. */
+/** The number that DuckDB reports for the kinds of result for which it does. */
 int64_t GetStock(duckdb_result* result) {
     return duckdb_result_return_type(*result) == DUCKDB_RESULT_TYPE_CHANGED_ROWS
                ? static_cast<int64_t>(duckdb_rows_changed(result))

@@ -30,7 +30,7 @@ duckdb_value MakeDecimal(uint8_t width, uint8_t scale, duckdb_hugeint number) {
     return duckdb_create_decimal({width, scale, number});
 }
 duckdb_value MakeBit(std::vector<uint8_t> bytes) {
-    bytes.reserve(1);  // a pointer also for no bytes
+    bytes.reserve(1);  // a valid pointer even for no bytes
     return duckdb_create_bit({bytes.data(), bytes.size()});
 }
 
@@ -135,7 +135,7 @@ TEST(ValueGuard, BignumsHaveAtLeastOneByte) {
 struct Harmful {
     const char* name;
     std::function<duckdb_value()> make;
-    const char* proper_text;  // what a sound reading would have printed; nothing when there is no such text
+    const char* proper_text;  // the text that a correct reading would print; nothing when there is none
 };
 
 const std::vector<Harmful>& get_HarmfulValues() {
@@ -176,8 +176,8 @@ const std::vector<Harmful>& get_HarmfulValues() {
     return values;
 }
 
-/** What the stock reading of the value as text does, tried in a process of its own: its text, or nothing
-    when it throws or kills the process. */
+/** Reads the value as text with the stock function in a separate process: its text, or nothing when it throws
+    or kills the process. */
 std::optional<std::string> ReadInChild(const std::function<duckdb_value()>& make) {
     int ends[2];
     EXPECT_EQ(pipe(ends), 0);
@@ -210,7 +210,7 @@ bool LooksSound(const std::string& text) {
     return !text.empty() && text.find_first_not_of("0123456789:+-.") == std::string::npos;
 }
 
-TEST(ValueGuard, DuckDBReadsWhatItRefusesWronglyOrNotAtAll) {
+TEST(ValueGuard, DuckDBMisreadsOrFailsOnWhatItRefuses) {
     for (const auto& value : get_HarmfulValues()) {
         const auto text = ReadInChild(value.make);
         const bool is_proper = text && LooksSound(*text) && value.proper_text && *text == value.proper_text;

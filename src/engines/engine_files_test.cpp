@@ -18,7 +18,7 @@ struct Reading : Configuration {
     Reading() { SetAccessMode("READ_ONLY"); }
 };
 
-/** A list of its own. It is never destroyed, so something must refer to it for the leak checker. */
+/** A separate list. It is never destroyed, so something must refer to it for the leak checker. */
 nbx::I_OpenFiles& MakeList() {
     static auto* lists = new std::vector<nbx::I_OpenFiles*>;
     lists->push_back(&nbx::MakeOpenFiles());
@@ -72,12 +72,12 @@ TEST_F(EngineFilesTest, AnEngineIsClosedWithItsLastUse) {
     EXPECT_EQ(files.get_EngineCount(), 0u);
 }
 
-TEST_F(EngineFilesTest, AFileIsTheSameByEveryNameThatLeadsToIt) {
+TEST_F(EngineFilesTest, AFileIsTheSameUnderEveryName) {
     namespace fs = std::filesystem;
     fs::create_directory(folder / "sub");
     fs::create_directory_symlink(folder / "sub", folder / "folder_link");
     fs::create_symlink("a.db", folder / "link.db");
-    // The link leads to a file that opening it creates.
+    // The link points to a file that opening it creates.
     const SharedEngine writer = OpenWriter(folder / "link.db");
     ASSERT_NE(writer, nullptr) << error;
     fs::create_hard_link(path, folder / "sub/hard.db");
@@ -110,7 +110,7 @@ TEST_F(EngineFilesTest, AWriterIsRefusedWhileThereAreReaders) {
     EXPECT_NE(OpenWriter(path), nullptr) << error;
 }
 
-TEST_F(EngineFilesTest, AnIdleReaderIsHandedOutForTheSameConfigurationOnly) {
+TEST_F(EngineFilesTest, AnIdleReaderIsReusedOnlyWithTheSameConfiguration) {
     OpenWriter(path);
     const SharedEngine first = OpenReader(path);
     SharedEngine second = OpenReader(path);
@@ -126,7 +126,7 @@ TEST_F(EngineFilesTest, AnIdleReaderIsHandedOutForTheSameConfigurationOnly) {
     EXPECT_EQ(TakeIdleReader(Reading()), nullptr);
 }
 
-TEST_F(EngineFilesTest, AReaderOfAFileThatChangedIsNotHandedOut) {
+TEST_F(EngineFilesTest, AReaderOfAFileThatChangedIsNotReused) {
     OpenWriter(path);
     const SharedEngine keeper = OpenReader(path);
     OpenReader(path);
@@ -152,14 +152,14 @@ TEST_F(EngineFilesTest, ARetiredWriterKeepsTheFileInUseAndMakesRoomForANewOne) {
     EXPECT_NE(JoinWriter(path), nullptr);
 }
 
-TEST_F(EngineFilesTest, AFailedOpenLeavesNothing) {
+TEST_F(EngineFilesTest, AFailedOpenLeavesNothingBehind) {
     EXPECT_EQ(OpenReader(path), nullptr);
     EXPECT_NE(error, "");
     EXPECT_FALSE(files.IsInUse(path));
     EXPECT_FALSE(std::filesystem::exists(path));
 }
 
-/** A file system on which looking at one path takes until the test is done with it. */
+/** A file system on which looking at one path blocks until the test releases it. */
 class SlowDisk : public FileSystem {
   public:
     explicit SlowDisk(std::string slow_path) : slow_path_(std::move(slow_path)) {}
@@ -198,7 +198,7 @@ class SlowDisk : public FileSystem {
     bool is_done_ = false;
 };
 
-TEST(EngineFilesOnASlowDisk, HoldUpNoOtherFile) {
+TEST(EngineFilesOnASlowDisk, DoNotDelayOtherFiles) {
     const TempFolder folder;
     SlowDisk disk(folder / "slow.db");
     nbx::I_OpenFiles& list = MakeList();
@@ -209,7 +209,8 @@ TEST(EngineFilesOnASlowDisk, HoldUpNoOtherFile) {
         FileTurn turn(on, path);
         return turn.OpenWriter(path, Configuration(), error) != nullptr;
     };
-    // One thread stands in a look at the path, and one waits for its turn on a file that is being opened.
+    // One thread is blocked while it looks at the path, and one waits for its turn on a file that is being
+    // opened.
     auto slow = std::async(std::launch::async, [&] { return open(slow_files, folder / "slow.db"); });
     disk.AwaitArrival();
     auto turn = std::make_unique<FileTurn>(files, folder / "taken.db");

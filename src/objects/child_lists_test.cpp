@@ -9,7 +9,7 @@
 namespace mduckdb {
 namespace {
 
-/** Pointers to tell apart; none of them is followed. */
+/** Distinct pointers, which are never dereferenced. */
 std::vector<int> Objects(std::size_t count) {
     return std::vector<int>(count);
 }
@@ -20,7 +20,7 @@ double ThreadSeconds() {
     return static_cast<double>(now.tv_sec) + 1e-9 * static_cast<double>(now.tv_nsec);
 }
 
-/** Time to take `taken` objects out of the middle of a list of `count`. */
+/** Time to remove `taken` objects from the middle of a list of `count`. */
 double SecondsToLeave(std::size_t count, std::size_t taken) {
     std::vector<int> objects = Objects(count);
     ChildList<int> list;
@@ -34,7 +34,7 @@ double SecondsToLeave(std::size_t count, std::size_t taken) {
     return ThreadSeconds() - begun;
 }
 
-TEST(ChildList, GivesItsObjectsBackFromTheLastToTheFirst) {
+TEST(ChildList, ReturnsItsObjectsFromTheLastToTheFirst) {
     std::vector<int> objects = Objects(4);
     ChildList<int> list;
     for (int& object : objects) {
@@ -68,7 +68,7 @@ TEST(ChildList, HoldsAnObjectAsOftenAsItWasAdded) {
     EXPECT_EQ(list.TakeLast(), nullptr);
 }
 
-TEST(ChildList, StillGivesBackAnObjectThatWasUnlisted) {
+TEST(ChildList, StillReturnsAnObjectThatWasUnlisted) {
     std::vector<int> objects = Objects(2);
     ChildList<int> list;
     list.Add(&objects[0]);
@@ -82,7 +82,7 @@ TEST(ChildList, StillGivesBackAnObjectThatWasUnlisted) {
     EXPECT_EQ(list.TakeLast(), nullptr);
 }
 
-TEST(ChildList, LetsAnObjectLeaveInTheSameTimeHoweverManyThereAre) {
+TEST(ChildList, RemovesAnObjectInTheSameTimeHoweverManyThereAre) {
     constexpr std::size_t kTaken = 400;
     double few = 1;
     double many = 1;

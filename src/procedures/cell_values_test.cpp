@@ -20,8 +20,8 @@ constexpr std::int64_t kDay = 86'400'000'000;
 
 class CellPackerTest : public ::testing::Test {
   protected:
-    /** The value that a cell of exactly this memory gives, NULL for none. Read from the second row of two,
-        in memory of just that size, so that AddressSanitizer sees a read beside it. */
+    /** The value that is read from a cell with exactly this memory, NULL for none. Read from the second of
+        two rows, in memory of exactly that size, so that AddressSanitizer detects a read outside it. */
     template <class T>
     std::string Read(std::int32_t type, const T& cell) {
         const std::vector<T> cells{cell, cell};
@@ -102,7 +102,7 @@ TEST_F(CellPackerTest, TextsAndBlobsAreReadShortAndLongWithTheirNuls) {
     EXPECT_EQ("a\0b"s, Read(DUCKDB_TYPE_BLOB, MakeString("a\0b", 3)));
 }
 
-/** Whether a column stored as `stored` and read as what it is normalised to gives anything. */
+/** Whether reading a column stored as `stored` as its normalised type returns a value. */
 bool IsReadable(std::int32_t stored) {
     FakeHost host;
     const std::int32_t normalised = NormalizeDuckDBType(stored);

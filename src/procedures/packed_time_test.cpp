@@ -11,7 +11,7 @@
 namespace mduckdb {
 namespace {
 
-/** What DuckDB's own calendar makes of the day, packed. */
+/** The day split by DuckDB's own calendar, packed. */
 std::uint32_t PackedByDuckDB(std::int32_t days) {
     const duckdb_date_struct date = duckdb_from_date({days});
     return static_cast<std::uint32_t>(date.year) << 9 | static_cast<std::uint32_t>(date.month) << 5 |
@@ -39,7 +39,7 @@ TEST(PackDays, AgreesWithDuckDBsCalendar) {
     }
 }
 
-TEST(PackDays, PacksNoInfinityAndNoYearThatDoesNotFit) {
+TEST(PackDays, DoesNotPackInfinitiesOrYearsThatDoNotFit) {
     constexpr std::int32_t kLargest = std::numeric_limits<std::int32_t>::max();
     for (const std::int32_t days : {kLargest, -kLargest, -kLargest - 1}) {
         EXPECT_FALSE(PackDays(days).is_packable) << days;
