@@ -57,6 +57,22 @@ TEST_F(SnapshotInterface, TellsErrorsAsTheDatabaseDoes) {
               "xDuckDBError 72501 [:memory:] [A snapshot needs a database in a file]");
 }
 
+TEST_F(SnapshotInterface, OfAnEncryptedDatabaseIsRefusedWithTheDatabase) {
+    const Database database = host_.Created(Path("a.db"));
+    Execute(*database, "SET force_mbedtls_unsafe = 'true'; ATTACH '" + Path("secret.db") +
+                           "' AS secret (ENCRYPTION_KEY 'key'); CREATE TABLE secret.t AS SELECT 1 AS i;"
+                           "CREATE TABLE own AS SELECT 2 AS i; USE secret");
+    EXPECT_EQ(Snapshot(database, Path("b.db")), "none") << "an attached database is no part of it";
+    EXPECT_EQ(QueryText(*host_.Opened(Path("b.db")), "SELECT string_agg(table_name) FROM duckdb_tables()"),
+              "own");
+    database->Close();
+    EXPECT_THAT(Snapshot(host_.Database(Path("secret.db")), Path("c.db")),
+                HasSubstr("DuckDBDatabase is not open"));
+    EXPECT_THAT(Thrown([&] { host_.Opened(Path("secret.db")); }),
+                HasSubstr("Cannot open encrypted database"));
+    EXPECT_FALSE(fs::exists(Path("c.db")));
+}
+
 TEST_F(SnapshotInterface, WorksOnAThreadThatHoldsTheEngineLock) {
     const Database database = host_.Created(Path("a.db"));
     Execute(*database, "CREATE TABLE t AS SELECT * FROM range(300000)");

@@ -1,7 +1,6 @@
 #include <gmock/gmock.h>
 
 #include <chrono>
-#include <cstdlib>
 #include <filesystem>
 #include <random>
 #include <thread>
@@ -9,6 +8,7 @@
 #include "backup/files.h"
 #include "backup/manifest.h"
 #include "plain_engine.h"
+#include "support/environment.h"
 #include "support/second_process.h"
 #include "support/temp_folder.h"
 
@@ -16,11 +16,6 @@ namespace mduckdb {
 namespace {
 
 namespace fs = std::filesystem;
-
-int RunsFromEnvironment() {
-    const char* const runs = std::getenv("MDUCKDB_TEST_KILL_RUNS");
-    return runs != nullptr ? std::atoi(runs) : 8;
-}
 
 /** The rows are numbered without a gap. */
 void ExpectWhole(const std::string& file) {
@@ -48,7 +43,7 @@ TEST(SnapshotKill, LeavesEveryFileThatHasItsFinalNameWhole) {
     ASSERT_EQ(PlainEngine(target).Run(table), "");
     std::mt19937 random(20240917);
     int snapshots = 0;
-    for (int run = RunsFromEnvironment(); run > 0; --run) {
+    for (int run = NumberFromEnvironment("MDUCKDB_TEST_KILL_RUNS", 8); run > 0; --run) {
         {
             SecondProcess runner({SNAPSHOT_RUNNER, source, folder / "snaps", target});
             ASSERT_EQ(runner.ReadLine(), "started");

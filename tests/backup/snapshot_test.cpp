@@ -12,6 +12,7 @@
 #include "backup/manifest.h"
 #include "everything.h"
 #include "plain_engine.h"
+#include "support/environment.h"
 #include "support/second_process.h"
 #include "support/temp_folder.h"
 
@@ -77,6 +78,23 @@ TEST_F(SnapshotTest, OfAnEmptyDatabaseIsAnEmptyDatabase) {
     const PlainEngine source(Path("source.db"));
     ASSERT_EQ(SnapshotError(source, Path("snap.db")), "none");
     EXPECT_THAT(Differences(source, Path("snap.db")), ElementsAre());
+}
+
+// MDUCKDB_TEST_SNAPSHOT_TABLES=10000 is the whole test.
+TEST_F(SnapshotTest, HoldsThousandsOfTables) {
+    const int tables = NumberFromEnvironment("MDUCKDB_TEST_SNAPSHOT_TABLES", 100);
+    const PlainEngine source(Path("source.db"));
+    std::string script = "BEGIN;";
+    for (int i = 0; i < tables; ++i) {
+        const std::string name = "t" + std::to_string(i);
+        script += "CREATE TABLE " + name + " (i INTEGER, s VARCHAR); INSERT INTO " + name + " VALUES (" +
+                  std::to_string(i) + ", 'text');";
+    }
+    ASSERT_EQ(source.Run(script + "COMMIT"), "");
+    ASSERT_EQ(SnapshotError(source, Path("snap.db")), "none");
+    EXPECT_THAT(Differences(source, Path("snap.db")), ElementsAre());
+    EXPECT_EQ(PlainEngine(Path("snap.db"), "READ_ONLY").Text("SELECT count(*)::VARCHAR FROM duckdb_tables()"),
+              std::to_string(tables));
 }
 
 TEST_F(SnapshotTest, DoesNotHoldWhatIsNotCommitted) {

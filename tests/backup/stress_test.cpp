@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
 #include <filesystem>
 #include <iostream>
 #include <thread>
@@ -10,17 +9,13 @@
 #include "backup/files.h"
 #include "backup/manifest.h"
 #include "plain_engine.h"
+#include "support/environment.h"
 #include "support/temp_folder.h"
 
 namespace mduckdb {
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-int NumberFromEnvironment(const char* name, int otherwise) {
-    const char* const text = std::getenv(name);
-    return text != nullptr ? std::atoi(text) : otherwise;
-}
 
 constexpr int kAccounts = 1000;
 constexpr int kMovers = 8;

@@ -1,6 +1,5 @@
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -9,6 +8,7 @@
 #include "database_test_base.h"
 #include "nbx/engine_lock.h"
 #include "nbx/hooks.h"
+#include "support/environment.h"
 
 namespace {
 
@@ -64,12 +64,12 @@ class DatabaseBackup : public DatabaseTest {
     /** A database whose export takes long enough to be interrupted. */
     Database MakeLarge() {
         auto database = host.Created(Path());
-        const char* rows = std::getenv("MDUCKDB_TEST_BACKUP_ROWS");
+        const int rows = NumberFromEnvironment("MDUCKDB_TEST_BACKUP_ROWS", 150'000);
         Execute(
             *database,
             std::string(
                 "CREATE TABLE t AS SELECT range AS i, md5(range::VARCHAR) AS x, md5(x) AS y FROM range(") +
-                (rows != nullptr ? rows : "150000") + ")");
+                std::to_string(rows) + ")");
         return database;
     }
 };

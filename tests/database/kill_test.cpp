@@ -1,20 +1,15 @@
-#include <cstdlib>
 #include <random>
 
 #include "database_test_base.h"
+#include "support/environment.h"
 
 namespace {
 
 using DatabaseKill = DatabaseTest;
 
-int RunsFromEnvironment() {
-    const char* runs = std::getenv("MDUCKDB_TEST_KILL_RUNS");
-    return runs != nullptr ? std::atoi(runs) : 8;
-}
-
 TEST_F(DatabaseKill, WhatWasCommittedBeforeAProcessIsKilledSurvives) {
     std::mt19937 random(20240917);
-    const int runs = RunsFromEnvironment();
+    const int runs = NumberFromEnvironment("MDUCKDB_TEST_KILL_RUNS", 8);
     for (int run = 0; run < runs; ++run) {
         int committed = 0;
         {

@@ -1,7 +1,6 @@
 #include <duckdb.h>
 
 #include <array>
-#include <cstdlib>
 #include <filesystem>
 #include <iostream>
 #include <memory>
@@ -9,6 +8,7 @@
 #include <random>
 
 #include "database_test_base.h"
+#include "support/environment.h"
 #include "support/second_module.h"
 
 // Random sequences of operations on several databases, compared with a plain model of what each of them must
@@ -268,16 +268,11 @@ class DatabaseModel : public DatabaseTest {
     std::shared_ptr<FileModel> elsewhere_file;
 };
 
-unsigned FromEnvironment(const char* name, unsigned otherwise) {
-    const char* text = std::getenv(name);
-    return text != nullptr ? static_cast<unsigned>(std::atoi(text)) : otherwise;
-}
-
 void DatabaseModel::RunRandomSteps(nbx::mrsql::I_DuckDBExtension& other_module) {
-    const unsigned seed = FromEnvironment("MDUCKDB_TEST_SEED", std::random_device{}());
-    const unsigned steps = FromEnvironment("MDUCKDB_TEST_MODEL_STEPS", 3000);
+    const auto seed = NumberFromEnvironment("MDUCKDB_TEST_SEED", static_cast<int>(std::random_device{}()));
+    const int steps = NumberFromEnvironment("MDUCKDB_TEST_MODEL_STEPS", 3000);
     std::cout << "MDUCKDB_TEST_SEED=" << seed << " MDUCKDB_TEST_MODEL_STEPS=" << steps << "\n";
-    std::mt19937 random(seed);
+    std::mt19937 random(static_cast<unsigned>(seed));
     namespace fs = std::filesystem;
     fs::create_directory_symlink(folder / ".", Path("folder_link"));
     fs::create_symlink("a.db", Path("link.db"));
@@ -297,7 +292,7 @@ void DatabaseModel::RunRandomSteps(nbx::mrsql::I_DuckDBExtension& other_module) 
         objects[i].module = i % paths.size() == 6 ? &other_module : &*host;
         objects[i].database = objects[i].module->CreateDatabase(Location(objects[i].path->path));
     }
-    for (unsigned step = 0; step < steps; ++step) {
+    for (int step = 0; step < steps; ++step) {
         if (step % 50 == 0) {
             LinkHard(places[1], places[3], "a.db", "hard.db");
         }

@@ -1,6 +1,5 @@
 #include <array>
 #include <chrono>
-#include <cstdlib>
 #include <filesystem>
 #include <iostream>
 #include <map>
@@ -8,6 +7,7 @@
 #include <thread>
 
 #include "database_test_base.h"
+#include "support/environment.h"
 
 namespace {
 
@@ -68,8 +68,7 @@ class RestoreKill : public DatabaseTest {
 
 TEST_F(RestoreKill, LeavesTheOldOrTheNewDatabaseWhole) {
     constexpr std::array<const char*, 5> kStages{"unfolded", "opened", "folded", "unplaced", "placed"};
-    const char* text = std::getenv("MDUCKDB_TEST_RESTORE_KILL_RUNS");
-    const int runs = text != nullptr ? std::atoi(text) : 12;
+    const int runs = NumberFromEnvironment("MDUCKDB_TEST_RESTORE_KILL_RUNS", 12);
     std::mt19937 random(20240918);
     std::map<std::string, int> outcomes;
     PrepareTarget();

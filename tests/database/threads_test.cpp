@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <cstdlib>
 #include <filesystem>
 #include <functional>
 #include <thread>
@@ -11,6 +10,7 @@
 #include "engines/engine_files.h"
 #include "handle_balance.h"
 #include "nbx/hooks.h"
+#include "support/environment.h"
 #include "support/temp_folder.h"
 #include "support/test_host.h"
 
@@ -23,8 +23,7 @@ using namespace std::chrono_literals;
 using Database = nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase>;
 
 std::chrono::seconds Duration() {
-    const char* seconds = std::getenv("MDUCKDB_TEST_SECONDS");
-    return std::chrono::seconds(seconds != nullptr ? std::atoi(seconds) : 3);
+    return std::chrono::seconds(NumberFromEnvironment("MDUCKDB_TEST_SECONDS", 3));
 }
 
 /** Exceptions are part of the game: another thread closes, interrupts or drops at any moment. Those that are
