@@ -1,4 +1,4 @@
-/* Writes the Parquet files and DuckDB databases of the tests into a folder, over those that are there:
+/* Writes the Parquet files and DuckDB databases of the tests into a folder, replacing existing ones:
    make_data FOLDER. */
 
 #include <duckdb.h>

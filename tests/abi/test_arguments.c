@@ -5,7 +5,7 @@
 #include "suites.h"
 #include "test_host.h"
 
-/* Rows of plain.parquet under a limit; -1 when the call was refused. The argument is taken over. */
+/* Rows of plain.parquet under a limit; -1 when the call was refused. Takes ownership of the argument. */
 static int64_t rows_under(test_value* limit) {
     test_cursor* cursor =
         call_procedure("fetch_parquet", 4, make_text("plain.parquet"), make_null(), make_null(), limit);

@@ -4,7 +4,7 @@
 #include "suites.h"
 #include "test_host.h"
 
-/* The call must fail with one report that is not empty. The arguments are taken over. */
+/* The call must fail with one report that is not empty. Takes ownership of the arguments. */
 static void check_fails(const char* procedure, uint32_t count, test_value* first, test_value* second,
                         test_value* third) {
     test_value* arguments[3] = {first, second, third};

@@ -110,7 +110,7 @@ static void test_two_at_once(void) {
     check_begin("two cursors read one file at the same time, and a third after one is closed");
     test_cursor* first = call_procedure("fetch_duckdb", 2, make_text("items.db"), make_text("items"));
     test_cursor* second = call_procedure("fetch_duckdb", 2, make_text("file:items.db"), make_text("few"));
-    CHECK(second == NULL); /* no file URL: a relative path */
+    CHECK(second == NULL); /* not a file URL: a relative path */
     second = call_procedure("fetch_duckdb", 2, make_text("./items.db"), make_text("few"));
     close_cursor(first);
     first = call_procedure("fetch_duckdb", 2, make_text("items.db"), make_text("items"));

@@ -65,7 +65,7 @@ static void check_stored_row(test_cursor* cursor) {
     for (size_t i = 0; i < sizeof kUnreadable / sizeof kUnreadable[0]; ++i) {
         check_cell(cursor, kUnreadable[i], "NULL");
     }
-    /* The bits of the 64-bit number 4998, which DECIMAL(18,3) keeps, taken for a double. */
+    /* The bits of the 64-bit number 4998, which DECIMAL(18,3) stores, read as a double. */
     const int64_t stored = 4998;
     double as_double;
     char text[64];

@@ -14,7 +14,7 @@ uint32_t gCreateCursorStatus = 0;
 uint32_t gCreateTableCursorStatus = 0;
 bool gGivesNullTexts = false;
 
-/* The call handle that procedures get: the number of its arguments, behind a mark. */
+/* The call handle that procedures receive: a mark and the number of arguments. */
 typedef struct test_call {
     uint32_t mark;
     uint32_t count;
@@ -323,7 +323,7 @@ const mirona_extension_api* test_host_api(void) {
     for (size_t i = 0; i < MIRONA_EXTENSION_API_POSITIONS; ++i) {
         table.positions[i] = unexpected_position;
     }
-    /* By number, so that a position that moved in the header is found. */
+    /* By number, so that the test detects a position that moved in the header. */
 #define AT(position, function) table.positions[position] = (void (*)(void))(function)
     AT(2, register_procedure);
     AT(6, arg_count);

@@ -2,14 +2,14 @@
 #define MDUCKDB_TESTS_ABI_TEST_HOST_H
 
 /* A host in plain C that knows nothing of the module but extension_api.h: its values, its cursors and its
-   function table. It keeps count of what it made, so that a test can say that nothing was left over. */
+   function table. It counts what it created, so that a test can check that nothing was left over. */
 
 #include <stddef.h>
 
 #include "mirona/extension_api.h"
 
-/* A host value. `type` is a mirona_type; the matching field is set. Texts and blobs have a
-   terminator behind their length. */
+/* A host value. `type` is a mirona_type; the matching field is set. Texts and blobs have a terminator after
+   their length. */
 typedef struct test_value {
     uint32_t type;
     int64_t int64;
@@ -67,7 +67,7 @@ test_value* make_text(const char* text);
 test_value* make_text_of(const char* text, uint64_t length);
 test_value* make_int(int64_t value);
 test_value* make_uint(uint64_t value);
-/* Takes the items over; an item may be a null pointer. */
+/* Takes ownership of the items; an item may be a null pointer. */
 test_value* make_array(uint32_t count, test_value** items);
 void free_value(test_value* value);
 
@@ -79,13 +79,14 @@ void close_cursor(test_cursor* cursor);
 
 uint64_t cursor_rows(test_cursor* cursor);
 uint32_t cursor_columns(const test_cursor* cursor);
-/* The name with a terminator, good until the next call; "" for a column that is not there. */
+/* The name with a terminator, valid until the next call; "" for a column that does not exist. */
 const char* column_name(const test_cursor* cursor, uint32_t column);
 bool go_to_row(test_cursor* cursor, int64_t row);
 bool next_row(test_cursor* cursor);
 /* The cell of the current row; free it. */
 test_value* get_cell(test_cursor* cursor, int32_t column);
-/* The cell as text, good until the next four calls: numbers in digits, null as NULL, dates as 2024-03-15. */
+/* The cell as text, valid until the next four calls: numbers in digits, null as NULL, dates as
+   2024-03-15. */
 const char* cell_text(test_cursor* cursor, int32_t column);
 const char* value_as_text(const test_value* value);
 

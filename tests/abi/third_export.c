@@ -1,4 +1,4 @@
-/* A module with one export too many, to see that the check of the exports finds it. */
+/* A module with one export too many, to test that the check of the exports finds it. */
 
 #define EXPORT __attribute__((visibility("default")))
 

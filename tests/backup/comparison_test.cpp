@@ -11,7 +11,7 @@ namespace {
 
 using testing::ElementsAre;
 
-/** A database in memory of its own with a script run on it. */
+/** A separate in-memory database on which a script was run. */
 class Side {
   public:
     explicit Side(const std::string& script) : worker_(SharedEngine(), stop_) {
@@ -40,7 +40,7 @@ std::vector<std::string> Differences(const std::string& first, const std::string
     return CompareFacts(Side(first).Read(), Side(second).Read(), {"one", "other"});
 }
 
-/** The differences of two tables t with a column c of the type and a row each. */
+/** The differences between two tables t, each with a column c of the type and one row. */
 std::vector<std::string> ValueDifferences(const std::string& type, const std::string& first,
                                           const std::string& second) {
     const std::string table = "CREATE TABLE t (c " + type + "); INSERT INTO t VALUES ";
@@ -53,13 +53,13 @@ TEST(Comparison, FindsNothingBetweenEqualDatabases) {
     EXPECT_EQ(Differences("", ""), none);
 }
 
-TEST(Comparison, DoesNotAskForTheOrderOfRows) {
+TEST(Comparison, IgnoresTheOrderOfRows) {
     EXPECT_THAT(Differences("CREATE TABLE t AS SELECT i FROM range(10000) r(i)",
                             "CREATE TABLE t AS SELECT i FROM range(10000) r(i) ORDER BY i DESC"),
                 ElementsAre());
 }
 
-TEST(Comparison, CountsRowsThatAreThereTwice) {
+TEST(Comparison, CountsDuplicateRows) {
     EXPECT_THAT(Differences("CREATE TABLE t AS FROM (VALUES (1), (1), (2)) v(c)",
                             "CREATE TABLE t AS FROM (VALUES (1), (2), (2)) v(c)"),
                 ElementsAre("table \"main\".\"t\": the rows differ, 3 rows in both"));
@@ -68,7 +68,7 @@ TEST(Comparison, CountsRowsThatAreThereTwice) {
                 ElementsAre("table \"main\".\"t\": 2 rows in the one, 1 row in the other"));
 }
 
-TEST(Comparison, TellsValuesApartThatDuckDbTakesForEqual) {
+TEST(Comparison, DistinguishesValuesThatDuckDbTreatsAsEqual) {
     const std::vector<std::string> differs{"table \"main\".\"t\": the rows differ, 1 row in both"};
     EXPECT_EQ(ValueDifferences("INTERVAL", "INTERVAL 1 month", "INTERVAL 30 days"), differs);
     EXPECT_EQ(ValueDifferences("TIMETZ", "'10:00:00+01'", "'09:00:00+00'"), differs);

@@ -1,4 +1,4 @@
-// Commits a table into the log of a database file, and waits for its end: duckdb_writer FILE
+// Commits a table into the log of a database file, and waits until it is killed: duckdb_writer FILE
 
 #include <duckdb.h>
 

@@ -2,8 +2,7 @@
 
 namespace mduckdb {
 
-/** Makes one of everything that a DuckDB file can hold. The file must be of a storage version that has
- * VARIANT. */
+/** Creates one of everything that a DuckDB file can hold. The file's storage version must support VARIANT. */
 inline constexpr const char* kEverything = R"sql(
 CREATE SCHEMA "s x";
 CREATE TYPE mood AS ENUM ('sad', 'it''s');

@@ -36,7 +36,7 @@ class SnapshotInterface : public testing::Test {
     TestHost host_;
 };
 
-TEST_F(SnapshotInterface, OfAnOpenDatabaseMakesAFileThatOpens) {
+TEST_F(SnapshotInterface, OfAnOpenDatabaseIsAFileThatOpens) {
     const Database database = host_.Created(Path("a.db"));
     Execute(*database, "CREATE TABLE t AS SELECT * FROM range(1000)");
     EXPECT_EQ(Snapshot(database, Path("b.db")), "none");
@@ -44,7 +44,7 @@ TEST_F(SnapshotInterface, OfAnOpenDatabaseMakesAFileThatOpens) {
     EXPECT_TRUE(fs::exists(Path("b.db.manifest.json")));
 }
 
-TEST_F(SnapshotInterface, TellsErrorsAsTheDatabaseDoes) {
+TEST_F(SnapshotInterface, ReportsErrorsAsTheDatabaseDoes) {
     const Database database = host_.Database(Path("a.db"));
     EXPECT_EQ(Snapshot(database, Path("b.db")),
               "xDuckDBError 72501 [" + Path("a.db") + "] [DuckDBDatabase is not open]");
@@ -76,7 +76,7 @@ TEST_F(SnapshotInterface, OfAnEncryptedDatabaseIsRefusedWithTheDatabase) {
 TEST_F(SnapshotInterface, WorksOnAThreadThatHoldsTheEngineLock) {
     const Database database = host_.Created(Path("a.db"));
     Execute(*database, "CREATE TABLE t AS SELECT * FROM range(300000)");
-    // A forced checkpoint waits for the snapshot, and holds back every transaction that begins meanwhile.
+    // A forced checkpoint waits for the snapshot, and blocks every transaction that begins meanwhile.
     std::thread forcing;
     {
         const mduckdb::EngineLockScope lock;
@@ -87,7 +87,7 @@ TEST_F(SnapshotInterface, WorksOnAThreadThatHoldsTheEngineLock) {
     EXPECT_EQ(Count(Path("b.db")), "300000");
 }
 
-TEST_F(SnapshotInterface, LeavesTheEngineLockToOthersWhileItWorks) {
+TEST_F(SnapshotInterface, ReleasesTheEngineLockWhileItWorks) {
     const Database database = host_.Created(Path("a.db"));
     Execute(*database, "CREATE TABLE t AS SELECT i, 'text ' || i AS s FROM range(3000000) r(i)");
     std::atomic<bool> is_done{false};
@@ -104,7 +104,7 @@ TEST_F(SnapshotInterface, LeavesTheEngineLockToOthersWhileItWorks) {
     EXPECT_GT(statements, 3);
 }
 
-TEST_F(SnapshotInterface, IsEndedByInterruptAndLeavesNothingBehind) {
+TEST_F(SnapshotInterface, StopsAtAnInterruptAndLeavesNothingBehind) {
     nbx::mrsql::gpIsLocalSqlCall_PTR = [] { return true; };
     const Database database = host_.Created(Path("a.db"));
     Execute(*database, "CREATE TABLE t AS SELECT i, 'text ' || i AS s FROM range(3000000) r(i)");

@@ -33,7 +33,7 @@ void ExpectWholeSnapshot(const std::string& file) {
     ExpectWhole(file);
 }
 
-TEST(SnapshotKill, LeavesEveryFileThatHasItsFinalNameWhole) {
+TEST(SnapshotKill, LeavesOnlyCompleteFilesUnderTheirFinalNames) {
     const TempFolder folder;
     const std::string source = folder / "source.db";
     const std::string target = folder / "target.db";

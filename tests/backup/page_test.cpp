@@ -48,7 +48,7 @@ constexpr Sample kSamples[] = {
     {"VARIANT", "CREATE TABLE t AS SELECT {'a': 1}::VARIANT AS i"},
 };
 
-/** A database file that may hold every type. */
+/** A database file that can hold every type. */
 std::string MakeDatabase(const TempFolder& folder, const Sample& sample) {
     const std::string file = folder / "a.db";
     EXPECT_EQ(PlainEngine(":memory:").Run("ATTACH '" + file + "' AS made (STORAGE_VERSION 'v1.5.0')"), "");
@@ -83,7 +83,7 @@ std::string KeptByExport(const PlainEngine& source, const std::string& folder) {
     }
 }
 
-TEST(BackupsPage, HasTheTableOfWhatEachKindKeeps) {
+TEST(BackupsPage, ShowsWhatEachKindOfBackupKeeps) {
     std::string table = "| | snapshot | backup |\n|---|---|---|\n";
     for (const Sample& sample : kSamples) {
         const TempFolder folder;

@@ -11,7 +11,7 @@
 
 namespace mduckdb {
 
-/** A DuckDB engine on a file, with one connection, for tests of what works on engines. */
+/** A DuckDB engine on a file, with one connection, for tests of code that works on engines. */
 class PlainEngine {
   public:
     explicit PlainEngine(const std::string& file, const char* access_mode = "READ_WRITE") {
@@ -29,7 +29,7 @@ class PlainEngine {
     PlainEngine& operator=(const PlainEngine&) = delete;
 
     duckdb_database get() const { return engine_; }
-    /** Runs a script on a connection of its own; the error text, empty when it worked. */
+    /** Runs a script on a separate connection; returns the error text, empty when it succeeded. */
     std::string Run(const std::string& script) const {
         duckdb_connection connection = nullptr;
         duckdb_connect(engine_, &connection);
@@ -49,7 +49,7 @@ class PlainEngine {
     duckdb_database engine_ = nullptr;
 };
 
-/** "none", or the text of the `BackupError` that the snapshot ends with. */
+/** "none", or the text of the `BackupError` that the snapshot throws. */
 inline std::string SnapshotError(const PlainEngine& source, const std::string& target) {
     BackupStop stop;
     try {

@@ -18,7 +18,7 @@ namespace fs = std::filesystem;
 using testing::AllOf;
 using testing::HasSubstr;
 
-/** A snapshot with one row in the table t, and a database with two rows that it is to replace. */
+/** A snapshot with one row in the table t, and a database with two rows that the snapshot will replace. */
 class RestoreSnapshotTest : public testing::Test {
   protected:
     using Database = nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase>;
@@ -43,7 +43,7 @@ class RestoreSnapshotTest : public testing::Test {
     std::string ContentOf(const std::string& path) const {
         return QueryText(*host_.Opened(path), "SELECT string_agg(s) FROM t");
     }
-    /** The target is as it was, and nothing lies about. */
+    /** The target is unchanged, and no other file is left. */
     void ExpectUntouched() const {
         EXPECT_EQ(ContentOf(target_), "old");
         for (const auto& entry : fs::directory_iterator(folder_.get_Path())) {
@@ -57,7 +57,7 @@ class RestoreSnapshotTest : public testing::Test {
     const std::string target_ = Path("target.db");
 };
 
-TEST_F(RestoreSnapshotTest, MakesANewDatabase) {
+TEST_F(RestoreSnapshotTest, CreatesANewDatabase) {
     const Database database = Restorer().RestoreSnapshot(Location(Path("made.db")), Location(snapshot_));
     EXPECT_FALSE(database->get_IsOpen());
     database->Open();
@@ -74,7 +74,7 @@ TEST_F(RestoreSnapshotTest, ReplacesADatabaseAndKeepsItsModeAndLinks) {
     EXPECT_EQ(fs::status(target_).permissions(), fs::perms::owner_read | fs::perms::owner_write);
 }
 
-TEST_F(RestoreSnapshotTest, HasNoMoreAccessRightsThanTheDatabaseThatTheSnapshotWasTakenOf) {
+TEST_F(RestoreSnapshotTest, HasNoMoreAccessRightsThanTheOriginalDatabase) {
     const auto own = fs::perms::owner_read | fs::perms::owner_write;
     fs::permissions(target_, own);
     const Database source = host_.Opened(target_);
@@ -110,7 +110,7 @@ TEST_F(RestoreSnapshotTest, DoesNotReplayTheLogOfTheOldDatabase) {
     EXPECT_EQ(ContentOf(target_), "new");
 }
 
-TEST_F(RestoreSnapshotTest, OfACutSnapshotIsRefused) {
+TEST_F(RestoreSnapshotTest, OfATruncatedSnapshotIsRefused) {
     const auto size = fs::file_size(snapshot_);
     fs::resize_file(snapshot_, size - 1);
     EXPECT_EQ(Restore(), "xDuckDBError 72501 [" + target_ + "] [" + snapshot_ + " is damaged: it has " +
@@ -170,7 +170,7 @@ TEST_F(RestoreSnapshotTest, IntoADatabaseInUseIsRefused) {
     ExpectUntouched();
 }
 
-TEST_F(RestoreSnapshotTest, ReplacesNothingButADatabaseOrAnEmptyFile) {
+TEST_F(RestoreSnapshotTest, ReplacesOnlyADatabaseOrAnEmptyFile) {
     std::ofstream(Path("notes.txt")) << "Not a database at all.";
     EXPECT_THAT(Restore(Path("notes.txt")),
                 HasSubstr("Can not be dropped. The file is not a DuckDB database."));
@@ -192,7 +192,7 @@ TEST_F(RestoreSnapshotTest, WithoutLocationsIsRefused) {
     ExpectUntouched();
 }
 
-TEST_F(RestoreSnapshotTest, OntoAFullDiskLeavesTheDatabaseAsItWas) {
+TEST_F(RestoreSnapshotTest, OntoAFullDiskLeavesTheDatabaseUnchanged) {
     SmallDisk disk(2U << 20U);
     if (!disk.get_Refusal().empty()) {
         GTEST_SKIP() << disk.get_Refusal();

@@ -54,7 +54,7 @@ TEST(SnapshotDisk, ThatIsReadOnlyIsAnError) {
     EXPECT_THAT(SnapshotError(source, disk.get_Path() / "snap.db"), HasSubstr("Read-only file system"));
 }
 
-// The file is sparse behind its last block, as a file is whose blocks were freed and never written again.
+// The file is sparse after its last block, like a file whose blocks were freed and never written again.
 TEST(SnapshotDisk, HoldsAFileOfMoreThanFourGigabytesAndKeepsItSparse) {
     const TempFolder folder;
     const PlainEngine source(folder / "source.db");

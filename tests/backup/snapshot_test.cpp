@@ -27,7 +27,7 @@ using testing::StartsWith;
 class SnapshotTest : public testing::Test {
   protected:
     std::string Path(const std::string& name) const { return folder_ / name; }
-    /** What is in the folder, without the source and its log. */
+    /** The files in the folder, except the source and its log. */
     std::vector<std::string> Made() const {
         std::vector<std::string> names;
         for (const auto& entry : fs::directory_iterator(folder_.get_Path())) {
@@ -137,7 +137,7 @@ TEST_F(SnapshotTest, OfADatabaseThatIsOpenForReading) {
     EXPECT_THAT(TryOpenElsewhere(Path("source.db"), true), HasSubstr("Could not set lock"));
 }
 
-TEST_F(SnapshotTest, NeverTakesTheNameOfAFileThatIsThere) {
+TEST_F(SnapshotTest, NeverReplacesAnExistingFile) {
     const PlainEngine source(Path("source.db"));
     std::ofstream(Path("snap.db")) << "mine";
     EXPECT_EQ(SnapshotError(source, Path("snap.db")), Path("snap.db") + " is there already");

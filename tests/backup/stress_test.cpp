@@ -21,8 +21,8 @@ constexpr int kAccounts = 1000;
 constexpr int kMovers = 8;
 constexpr int kBuilders = 2;
 
-/** Threads that move money between accounts, with a line in a journal for each commit, and threads that make,
-   fill and drop tables. */
+/** Threads that move money between accounts, with a line in a journal for each commit, and threads that
+   create, fill and drop tables. */
 class Traffic {
   public:
     Traffic(const PlainEngine& engine, int rows) : engine_(engine) {
@@ -54,7 +54,7 @@ class Traffic {
                 worker.TryRun("UPDATE account SET balance = balance + 1 WHERE id = " + to) &&
                 worker.TryRun("INSERT INTO journal VALUES (" + from + ", " + to + ")") &&
                 worker.TryRun("COMMIT");
-            // Two threads may meet at one account; DuckDB refuses the second.
+            // Two threads may update the same account; DuckDB refuses the second.
             is_moved ? void(++commits_) : void(worker.TryRun("ROLLBACK"));
         }
     }
@@ -79,8 +79,8 @@ class Traffic {
     std::vector<std::thread> threads_;
 };
 
-/** Money that was neither made nor lost, and every account is what the journal says: the snapshot holds whole
-    transactions, and with each one all that had been committed before it. */
+/** No money was created or lost, and every account matches the journal: the snapshot holds whole
+    transactions, and with each one everything that had been committed before it. */
 void ExpectCommittedState(const std::string& file) {
     const PlainEngine snapshot(file, "READ_ONLY");
     EXPECT_EQ(snapshot.Text("SELECT sum(balance)::VARCHAR FROM account"), std::to_string(kAccounts * 100));
@@ -90,7 +90,7 @@ void ExpectCommittedState(const std::string& file) {
               "0");
 }
 
-// MDUCKDB_TEST_SNAPSHOTS=100 MDUCKDB_TEST_SNAPSHOT_ROWS=2000000 is the whole test.
+// MDUCKDB_TEST_SNAPSHOTS=100 MDUCKDB_TEST_SNAPSHOT_ROWS=2000000 runs the whole test.
 TEST(SnapshotStress, EverySnapshotIsACommittedStateWhileOthersWrite) {
 #ifdef MDUCKDB_TEST_IS_SANITIZED
     GTEST_SKIP() << "ten busy threads leave a sanitized snapshot minutes behind the traffic";

@@ -26,7 +26,7 @@ class VerifyBackupTest : public testing::Test {
         };
         export_ = export_folder;
     }
-    /** Exports a database made by the script and verifies the export. */
+    /** Exports a database that the script created and verifies the export. */
     std::string Verify(const std::string& script) {
         database_ = host_.Created(folder_ / "a.db");
         if (!script.empty()) {
@@ -51,7 +51,7 @@ class VerifyBackupTest : public testing::Test {
     Database database_;
 };
 
-TEST_F(VerifyBackupTest, FindsNothingWhereAnExportKeepsEverything) {
+TEST_F(VerifyBackupTest, FindsNothingWhenAnExportKeepsEverything) {
     EXPECT_EQ(Verify("CREATE SCHEMA s; CREATE TABLE s.t AS SELECT i, 'x' || i AS v FROM range(1000) r(i);"
                      "CREATE VIEW w AS SELECT * FROM s.t; CREATE SEQUENCE q; CREATE MACRO m(a) AS a + 1"),
               "");
@@ -65,8 +65,8 @@ TEST_F(VerifyBackupTest, ListsWhatAnExportLoses) {
     EXPECT_THAT(lines, HasSubstr("table \"main\".\"t\": the rows differ, 1 row in both"));
 }
 
-TEST_F(VerifyBackupTest, ImportsViewsInWhateverOrder) {
-    // DuckDB writes the views in the order of their making.
+TEST_F(VerifyBackupTest, ImportsViewsInAnyOrder) {
+    // DuckDB writes the views in the order of their creation.
     EXPECT_EQ(Verify("CREATE VIEW b AS SELECT 1 AS i; CREATE VIEW a AS SELECT i FROM b;"
                      "CREATE OR REPLACE VIEW b AS SELECT 2 AS i"),
               "");
@@ -76,7 +76,7 @@ TEST_F(VerifyBackupTest, OfAnEmptyDatabaseFindsNothing) {
     EXPECT_EQ(Verify(""), "");
 }
 
-TEST_F(VerifyBackupTest, TellsRowsThatAreMissing) {
+TEST_F(VerifyBackupTest, ReportsMissingRows) {
     ASSERT_EQ(Verify("CREATE TABLE t AS SELECT 1 AS i"), "");
     Execute(*database_, "INSERT INTO t VALUES (2)");
     EXPECT_EQ(VerifyAgain(), "table \"main\".\"t\": 2 rows in the database, 1 row in the backup");
@@ -92,7 +92,7 @@ TEST_F(VerifyBackupTest, OfAnExportWithoutAFileIsAnErrorAndLeavesNothingBehind) 
 }
 
 /** Restores the export into another database. */
-TEST_F(VerifyBackupTest, IsRightThatAnExportWithViewsInWhateverOrderRestores) {
+TEST_F(VerifyBackupTest, IsRightThatAnExportWithViewsInAnyOrderRestores) {
     ASSERT_EQ(Verify("CREATE TABLE t AS SELECT 7 AS i; CREATE VIEW b AS SELECT 1 AS i; CREATE VIEW a AS "
                      "SELECT i FROM b;"
                      "CREATE OR REPLACE VIEW b AS SELECT i FROM t"),

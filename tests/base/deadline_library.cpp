@@ -1,4 +1,4 @@
-// A library with a timer of its own, which a test unloads.
+// A library with its own timer, which a test unloads.
 #include "base/deadline.h"
 
 extern "C" __attribute__((visibility("default"))) bool run_deadline() {

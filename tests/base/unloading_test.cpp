@@ -1,4 +1,4 @@
-// The timer's thread is gone before its code is.
+// The timer's thread must end before its code is unloaded.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-// What both kinds of cursor do alike.
+// The behaviour that both kinds of cursor share.
 #include "cursor_fixture.h"
 
 namespace mduckdb {

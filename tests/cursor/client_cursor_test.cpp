@@ -100,7 +100,7 @@ TEST_F(ClientCursor, ReadingItsRowsStopsAtAnInterruptAndLeaksNothing) {
     database_->Interrupt();
     EXPECT_EQ(ErrorOf([&] { database_.Open(std::move(result), kClientCursor); }), "57501||");
     EXPECT_EQ(Select("SELECT 1")->get_RecordCount(), 1U) << "an interrupt counts once";
-    database_->Close();  // would close the dead cursor if it stood in the list
+    database_->Close();  // would close the dead cursor if it were still in the list
 }
 
 TEST_F(ClientCursor, AnInterruptFromAnotherThreadStopsALongRead) {

@@ -1,5 +1,5 @@
-// Every order in which cursors, results and their database can end. What these tests are for is seen by
-// AddressSanitizer.
+// Every order in which cursors, results and their database can be destroyed. AddressSanitizer finds the
+// errors that these tests are for.
 #include <algorithm>
 #include <array>
 

@@ -1,4 +1,4 @@
-// What the cursors hold of a result.
+// How much of a result the cursors keep in memory.
 #include <fstream>
 
 #include "cursor_fixture.h"
@@ -69,7 +69,7 @@ TEST_F(CursorMemory, AClientCursorNeedsAtMost56BytesANumberWithItsResult) {
 TEST_F(CursorMemory, AReleasedClientCursorFreesItsValues) {
     const std::size_t before = nbx::GetPoolMappedBytes();
     Cursor cursor = database_.Select("SELECT i, i, i FROM range(300000) t(i)", kClientCursor);
-    // 900000 values of 24 bytes, some of them in what the pool had to spare.
+    // 900000 values of 24 bytes, some of them in memory that the pool already had.
     EXPECT_GE(nbx::GetPoolMappedBytes(), before + 16 * static_cast<std::size_t>(kMiB));
     cursor.reset();
     EXPECT_LE(nbx::GetPoolMappedBytes(), before + 4 * static_cast<std::size_t>(kMiB));

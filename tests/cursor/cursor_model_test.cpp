@@ -1,4 +1,4 @@
-// Both kinds of cursor beside a plain model of the rows in memory.
+// Compares both kinds of cursor with a plain model of the rows in memory.
 #include <random>
 #include <vector>
 
@@ -7,8 +7,8 @@
 namespace mduckdb {
 namespace {
 
-/** The query of a table and what its cells are: column c of row r is NULL where r + c divides by 7,
-    otherwise a number in even columns and a text in odd ones. */
+/** The query of a table and its expected cells: column c of row r is NULL where r + c divides by 7, otherwise
+    a number in even columns and a text in odd ones. */
 struct Model {
     uint32_t rows;
     uint32_t columns;

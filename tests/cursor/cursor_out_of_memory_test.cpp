@@ -8,7 +8,7 @@
 
 namespace {
 
-/** Length of a text like no other: the size identifies the allocation of its UTF-16 form. */
+/** A text length that nothing else has: the size identifies the allocation of its UTF-16 form. */
 constexpr std::size_t kLength = 1237;
 constexpr std::size_t kBytes = (kLength + 1) * sizeof(char16_t);
 
@@ -46,7 +46,7 @@ void operator delete(void* memory, std::size_t /*size*/) noexcept {
 namespace mduckdb {
 namespace {
 
-// What is left behind by mistake is also seen by AddressSanitizer's leak check.
+// AddressSanitizer's leak check also detects anything left behind by mistake.
 TEST(CursorOutOfMemory, ReadingAllRowsOrNoneLeaksNothing) {
     OpenedDatabase database;
     const std::string sql = "SELECT repeat('x', " + std::to_string(kLength) + ") FROM range(6000)";
@@ -62,7 +62,7 @@ TEST(CursorOutOfMemory, ReadingAllRowsOrNoneLeaksNothing) {
     EXPECT_EQ(database->get_RefsCount(), references);
     EXPECT_LE(nbx::GetPoolMappedBytes(), pooled);
     EXPECT_EQ(select()->get_RecordCount(), 6000U);
-    database->Close();  // would call back into whatever still stood in its lists
+    database->Close();  // would call every object that is still in its lists
     EXPECT_FALSE(database->get_IsOpen());
 }
 

@@ -1,4 +1,4 @@
-// Every type of column, in both cursors, beside DuckDB's own text of the same cell.
+// Every type of column, in both cursors, compared with DuckDB's own text of the same cell.
 #include <cmath>
 #include <cstdlib>
 #include <map>
@@ -14,7 +14,7 @@ namespace {
 
 using Oracle = TestEngine;
 
-/** Further cells, where a type is easily got wrong. */
+/** More cells, for types that are easy to get wrong. */
 const std::vector<std::string>& get_EdgeExpressions() {
     static const std::vector<std::string> edges = {
         "16777217::FLOAT",

@@ -16,7 +16,7 @@ struct RawColumn {
     const char* name;
     duckdb_type type;
     std::vector<int64_t> numbers;
-    /** What a cursor returns for each number; a null pointer where only survival counts. */
+    /** What a cursor returns for each number; a null pointer when it only has to survive. */
     std::vector<const char*> expected;
 };
 
@@ -100,7 +100,7 @@ class HostileValues : public testing::TestWithParam<RawColumn> {
         EXPECT_EQ(duckdb_appender_destroy(&appender), DuckDBSuccess);
     }
 
-    /** Reads every row of the query; nothing when DuckDB refuses it in an ordinary way, with an error. */
+    /** Reads every row of the query; nothing when DuckDB refuses it with an ordinary error. */
     std::vector<std::string> ReadAll(const std::string& sql, uint32_t location) {
         ResultHolder result;
         if (duckdb_query(database_->get_Connection(), sql.c_str(), result.Receive()) != DuckDBSuccess) {
@@ -164,7 +164,7 @@ TEST_P(HostileValues, InsideListsStructsMapsAndVARIANTsAreSurvived) {
     }
 }
 
-TEST_P(HostileValues, InAListEmptyItsTextWhereTheElementHasNone) {
+TEST_P(HostileValues, InAListEmptyItsTextWhenTheElementHasNone) {
     const auto fields = ReadAll("SELECT [x] FROM raw", kServerCursor);
     ASSERT_EQ(fields.size(), GetParam().expected.size());
     for (std::size_t i = 0; i < fields.size(); ++i) {
@@ -184,7 +184,7 @@ TEST_P(HostileValues, InAParquetFileAffectNoOtherCell) {
     }
     for (const uint32_t location : {kServerCursor, kClientCursor}) {
         const auto fields = ReadAll("SELECT x FROM '" + file + "'", location);
-        // The whole of some files is refused: a time in milliseconds may not fit into microseconds.
+        // Some files are refused as a whole: a time in milliseconds may not fit into microseconds.
         if (!fields.empty()) {
             EXPECT_EQ(fields.size(), GetParam().expected.size());
             EXPECT_EQ(fields[0], GetParam().expected[0]);

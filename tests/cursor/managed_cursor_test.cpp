@@ -88,7 +88,7 @@ TEST_F(ManagedCursor, ReportsRowsWhoseSpilledFileIsGone) {
     EXPECT_EQ(Select("SELECT 1")->NextRecord(), true);
 }
 
-TEST_F(ManagedCursor, LosesItsRowsWithItsDatabaseAndHarmsNothing) {
+TEST_F(ManagedCursor, LosesItsRowsWithItsDatabaseAndCausesNoHarm) {
     const Cursor server =
         Select("SELECT i, 'a text of more than twelve bytes ' || i FROM range(100000) r(i)");
     const Cursor removed =
@@ -120,7 +120,7 @@ TEST_F(ManagedCursor, IsBuiltOrRefusedWhileItsDatabaseClosesElsewhere) {
             std::this_thread::sleep_for(std::chrono::milliseconds(round));
             database->Close();
         });
-        // Read as a host does that holds no engine lock meanwhile.
+        // Reads like a host that does not hold the engine lock meanwhile.
         const auto statement =
             database->CreateStatement(FromUtf8("SELECT i, i::VARCHAR FROM range(200000) r(i)"));
         is_reading = true;

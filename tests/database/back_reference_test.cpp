@@ -17,7 +17,7 @@ using nbx::mrsql::kServerCursor;
 class BackReference : public DatabaseTest {
   protected:
     /** Drops the last reference on another thread while this one holds the engine lock, so that the
-        destructor waits for it, and tells whether the child gives the dying database out for ever. */
+        destructor waits for it, and returns whether the child keeps returning the dying database. */
     template <class Child>
     void ExpectNoDyingDatabase(Database database, Child child) {
         std::thread other;
@@ -67,7 +67,7 @@ TEST_F(BackReference, TakenOnOneThreadKeepsTheDatabaseThatAnotherThreadReleases)
     }
 }
 
-TEST_F(BackReference, CountsEveryReferenceThatAChildGivesOut) {
+TEST_F(BackReference, CountsEveryReferenceThatAChildReturns) {
     const auto database = host.Opened(":memory:");
     const auto statement = database->CreateStatement(S("SELECT 1"));
     const auto cursor = database->SqlSelect(S("SELECT 1"), kServerCursor, nullptr);

@@ -11,8 +11,8 @@
 #include "nbx/hooks.h"
 #include "support/small_disk.h"
 
-// Backups that cannot be finished, and restores of what cannot be restored: what is thrown, and that the
-// database is none the worse for it.
+// Backups that cannot be finished, and restores that cannot succeed: what they throw, and that they leave the
+// database intact.
 
 namespace {
 
@@ -68,7 +68,8 @@ class BackupFailure : public DatabaseTest {
         }
         return only;
     }
-    /** The open database answers as before, so does the file when it is opened again, and a backup works. */
+    /** The open database works as before, the file does so when it is opened again, and a backup
+        succeeds. */
     void ExpectUnharmed() {
         EXPECT_TRUE(database->get_IsOpen());
         EXPECT_EQ(Sum(), sum);
@@ -99,7 +100,7 @@ TEST_F(BackupFailure, OnADiskThatFillsUpFailsAndLeavesTheDatabaseAlone) {
     const std::string thrown = BackUp(disk.get_Path());
     EXPECT_THAT(thrown, StartsWith(Refused("IO")));
     EXPECT_THAT(thrown, HasSubstr("No space left on device"));
-    // What was written stays, and cannot be taken for a whole backup.
+    // What was written stays, and cannot be mistaken for a complete backup.
     const fs::path backup = OnlyIn(disk.get_Path());
     EXPECT_TRUE(fs::exists(backup / (std::string("test.db.") + nbx::gmDuckDB_backup_sfx)));
     EXPECT_NE(
@@ -137,7 +138,7 @@ TEST_F(BackupFailure, IntoAFolderThatCannotBeWrittenToExportsNothing) {
     ExpectUnharmed();
 }
 
-TEST_F(BackupFailure, WithAFileInPlaceOfItsFolderLeavesTheFile) {
+TEST_F(BackupFailure, WithAFileWhereItsFolderShouldBeLeavesTheFile) {
     nbx::mrsql::gCreateBackupLocation = [](const nbx::smart_ptr<nbx::I_Location>& chosen) {
         auto location = chosen->MakeChild(S("backup"));
         std::ofstream(U(location->get_PathText())) << "mine";

@@ -107,7 +107,7 @@ TEST_F(DatabaseBackup, TheServersFolderReplacesTheCallers) {
     EXPECT_EQ(List(Path("server")).size(), 1u);
 }
 
-TEST_F(DatabaseBackup, WithoutAFolderIsWrittenBesideTheDatabase) {
+TEST_F(DatabaseBackup, WithoutAFolderIsWrittenNextToTheDatabase) {
     const auto database = host.Created(Path());
     database->Backup(nullptr);
     EXPECT_TRUE(fs::exists(OnlyIn(Path("Backup")) + "/schema.sql"));
@@ -135,7 +135,7 @@ TEST_F(DatabaseBackup, AMissingFolderIsRefusedAndNothingIsWritten) {
 TEST_F(DatabaseBackup, AFailedExportReportsDuckDBsTextAndLeavesWhatItWrote) {
     MakeFile();
     const auto database = host.Opened(Path());
-    // A folder in place of a file that the export writes.
+    // A folder where the export writes a file.
     nbx::mrsql::gCreateBackupLocation = [](const nbx::smart_ptr<nbx::I_Location>& chosen) {
         auto location = chosen->MakeChild(S("backup"));
         fs::create_directories(U(location->get_PathText()) + "/schema.sql");
@@ -174,7 +174,7 @@ TEST_F(DatabaseBackup, RunsWithoutTheEngineLock) {
     EXPECT_GT(entries, 1);
 }
 
-TEST_F(DatabaseBackup, LetsStatementsOnTheSameObjectGoOnMeanwhile) {
+TEST_F(DatabaseBackup, LetsStatementsOnTheSameObjectRunMeanwhile) {
     const auto database = MakeLarge();
     std::atomic<bool> is_over = false;
     std::string thrown = "not run";
@@ -263,7 +263,7 @@ TEST_F(DatabaseBackup, PathsWithQuotesAndForeignLettersWork) {
     EXPECT_EQ(QueryText(*restored, "SELECT i FROM t"), "7");
 }
 
-TEST_F(DatabaseBackup, RestoreReplacesTheFileThatIsThere) {
+TEST_F(DatabaseBackup, RestoreReplacesAnExistingFile) {
     MakeFile();
     host.Opened(Path())->Backup(Location(Path("backups")));
     Execute(*host.Opened(Path()), "DELETE FROM t; CREATE TABLE other(i INTEGER)");
@@ -297,7 +297,8 @@ bool IsBeyondImport(const std::string& column) {
     return column == "struct_of_fixed_array";
 }
 
-/** Types of which Parquet keeps less: TIME WITH TIME ZONE its moment in UTC, INTERVAL its milliseconds. */
+/** Types for which Parquet keeps less: the moment in UTC of a TIME WITH TIME ZONE, the milliseconds of an
+    INTERVAL. */
 bool IsRounded(const std::string& column) {
     return column == "time_tz" || column == "interval";
 }

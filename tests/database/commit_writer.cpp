@@ -1,8 +1,8 @@
-// Writes rows to a database, one transaction each, until it is killed: commit_writer FILE [ORDER]
-// Prints the number of each row after its commit. The table r(i INTEGER) continues from its last row.
-// With an ORDER it calls fetch_duckdb on the same file after each commit too, and prints what that reported
-// behind the number; `fetch-before` also has a cursor of it open when it first tries to open the file for
-// writing, and ends when that is not refused.
+// Writes rows to a database, one transaction each, until it is killed: commit_writer FILE [ORDER] Prints the
+// number of each row after its commit. The table r(i INTEGER) continues from its last row. With an ORDER it
+// calls fetch_duckdb on the same file after each commit too, and prints the report after the number;
+// `fetch-before` also has a cursor of it open when it first tries to open the file for writing, and ends when
+// that is not refused.
 
 #include <cstdio>
 #include <cstring>

@@ -8,7 +8,7 @@
 #include "support/temp_folder.h"
 #include "support/test_host.h"
 
-/** A host, a folder for files, and the check that nothing of DuckDB's is left open in the end. */
+/** A host, a folder for files, and a check that no DuckDB handle is left open at the end. */
 class DatabaseTest : public testing::Test {
   protected:
     using Database = nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase>;

@@ -3,7 +3,7 @@
 
 #include "database_test_base.h"
 
-// What is left behind when one of DuckDB's calls fails: nothing.
+// Nothing is left behind when one of DuckDB's calls fails.
 
 namespace {
 
@@ -15,7 +15,7 @@ class DatabaseFailure : public DatabaseTest {
         MakeFile();
         DatabaseTest::SetUp();
     }
-    /** Opens or creates, and expects what is thrown and that nothing is left of it. */
+    /** Opens or creates, and expects the exception and that nothing is left behind. */
     void ExpectFailure(const std::string& expected, const std::function<void()>& action,
                        const Database& database, uint32_t users = 0) {
         EXPECT_EQ(Thrown(action), expected);
@@ -147,7 +147,7 @@ TEST_F(DatabaseFailure, CreateWithAnImpossibleFormatReportsTheAttachError) {
     EXPECT_EQ(database->get_ConnectionCount(), 0u);
 }
 
-TEST_F(DatabaseFailure, OpenOfAnythingElseThanADatabaseReportsDuckDBsText) {
+TEST_F(DatabaseFailure, OpenOfAFileThatIsNotADatabaseReportsDuckDBsText) {
     std::filesystem::create_directory(Path("folder"));
     const auto database = host.Database(Path("folder"));
     EXPECT_EQ(Thrown([&] { database->Open(); }).find("xException 99000 [IO Error: "), 0u);

@@ -2,7 +2,7 @@
 
 #include "database_test_base.h"
 
-// fetch_duckdb on a file that an object of the same process writes to: what is written is not lost, and the
+// fetch_duckdb on a file that an object of the same process writes to: no written row is lost, and the
 // process keeps its lock on the file.
 
 namespace {

@@ -12,7 +12,7 @@ namespace {
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
-// Many times longer than any test waits.
+// Many times as long as any test waits.
 constexpr const char* kLongQuery =
     "SELECT count(*) FROM range(100000000) a, range(100000000) b WHERE a.range = b.range + 1";
 

@@ -104,7 +104,7 @@ TEST_F(DatabaseLifecycle, DropOfAnInMemoryDatabaseClosesIt) {
     EXPECT_EQ(CountCalls("duckdb_close"), 1u);
 }
 
-TEST_F(DatabaseLifecycle, CreateDeletesTheFileThatIsThere) {
+TEST_F(DatabaseLifecycle, CreateDeletesAnExistingFile) {
     MakeFile();
     const auto database = host.Created(Path());
     EXPECT_EQ(QueryText(*database, "SELECT count(*) FROM duckdb_tables()"), "0");
@@ -244,7 +244,7 @@ TEST_F(DatabaseLifecycle, AnUnwritableFileOpensReadOnly) {
     EXPECT_EQ(QueryText(*database, "SELECT count(*) FROM t"), "3");
 }
 
-TEST_F(DatabaseLifecycle, OptionsCountForOneOpeningOnly) {
+TEST_F(DatabaseLifecycle, OptionsApplyToOneOpeningOnly) {
     MakeFile();
     const auto database = host.Database(Path());
     database->put_Options(ReadOnly());
@@ -364,7 +364,7 @@ TEST_F(DatabaseLifecycle, ChildrenThatOutliveTheDatabaseAreHarmless) {
     EXPECT_EQ(cursor->get_Database(), nullptr);
 }
 
-TEST_F(DatabaseLifecycle, ChildrenThatDieAfterTheirOwnClosingLeaveTheLists) {
+TEST_F(DatabaseLifecycle, ClosedChildrenLeaveTheListsWhenTheyAreDestroyed) {
     const auto database = host.Created(":memory:");
     auto cursor = database->SqlSelect(S("SELECT 1"), nbx::mrsql::kServerCursor, nullptr);
     cursor->Close();

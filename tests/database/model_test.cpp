@@ -11,8 +11,8 @@
 #include "support/environment.h"
 #include "support/second_module.h"
 
-// Random sequences of operations on several databases, compared with a plain model of what each of them must
-// answer.
+// Random sequences of operations on several databases, compared with a plain model that predicts each
+// outcome.
 
 namespace {
 
@@ -28,7 +28,7 @@ struct PlaceModel {
     std::shared_ptr<FileModel> file;
 };
 
-/** A path, which leads to a place by way of links or not. */
+/** A path to a place, with or without links. */
 struct PathModel {
     std::string path;
     PlaceModel* place = nullptr;
@@ -39,7 +39,7 @@ enum class Wish { none, writing, reading };
 
 struct ObjectModel {
     nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase> database;
-    /** The module that it belongs to counts its users and knows its open paths. */
+    /** Its module counts the users and knows the open paths. */
     nbx::mrsql::I_DuckDBExtension* module = nullptr;
     PathModel* path = nullptr;
     std::shared_ptr<FileModel> file{};
@@ -159,7 +159,7 @@ class DatabaseModel : public DatabaseTest {
         object.wish = wish;
         object.is_wish_new = true;
     }
-    /** Something outside the module takes the object's file, or gives back what it has. */
+    /** Something outside the module opens the object's file, or closes what it has open. */
     void UseFromOutside(ObjectModel& object, unsigned choice) {
         const std::shared_ptr<FileModel> file = object.path->place->file;
         if (choice % 3 == 0) {
@@ -238,7 +238,7 @@ class DatabaseModel : public DatabaseTest {
         Check(object);
     }
 
-    /** A part of the objects belongs to the other module. */
+    /** Some of the objects belong to the other module. */
     void RunRandomSteps(nbx::mrsql::I_DuckDBExtension& other_module);
 
     /** A file that SQL has attached to a database in memory. */
@@ -278,7 +278,7 @@ void DatabaseModel::RunRandomSteps(nbx::mrsql::I_DuckDBExtension& other_module) 
     fs::create_symlink("a.db", Path("link.db"));
     std::array<PlaceModel, 4> places;
     places[0].file = std::make_shared<FileModel>();
-    // Two modules count their users apart, so each has paths of its own.
+    // Each module counts its own users, so each has its own paths.
     std::array<PathModel, 7> paths{{{":memory:", places.data()},
                                     {Path("a.db"), &places[1]},
                                     {Path("b.db"), &places[2]},
@@ -308,12 +308,12 @@ void DatabaseModel::RunRandomSteps(nbx::mrsql::I_DuckDBExtension& other_module) 
     }
 }
 
-TEST_F(DatabaseModel, RandomSequencesBehaveAsTheModelDoes) {
+TEST_F(DatabaseModel, RandomSequencesBehaveLikeTheModel) {
     RunRandomSteps(*host);
 }
 
-/** Here an engine may be closed by another module than the one that opened it, so the handles that this
-   program opens and closes do not match, and the check of the fixture says nothing. */
+/** Here one module may close an engine that the other opened, so the handles that this program opens and
+   closes do not match, and the fixture's check does not apply. */
 class DatabaseModelOfTwoModules : public DatabaseModel {
   protected:
     void TearDown() override {
@@ -323,7 +323,7 @@ class DatabaseModelOfTwoModules : public DatabaseModel {
     }
 };
 
-TEST_F(DatabaseModelOfTwoModules, RandomSequencesBehaveAsTheModelDoes) {
+TEST_F(DatabaseModelOfTwoModules, RandomSequencesBehaveLikeTheModel) {
     const SecondModule module;
     RunRandomSteps(*module.get());
 }

@@ -11,8 +11,8 @@
 #include "support/fake_host.h"
 #include "support/second_module.h"
 
-// A file is one file whatever its name, whoever has it open and whatever fails: no committed row is lost, and
-// nothing that is in use is deleted or replaced.
+// A file is the same file under every name, for every user and after every failure: no committed row is lost,
+// and no file in use is deleted or replaced.
 
 namespace {
 
@@ -134,12 +134,12 @@ TEST_F(OneFile, TwoModulesShareOneEngineAndLoseNoRow) {
         second->Close();
     }
     EXPECT_EQ(TryOpenElsewhere(real, true), "ok");
-    // Handles that one module opened and the other closed do not match in this program's books.
+    // One module closes handles that the other opened, so this program's counts do not match.
     duckdb_faults::Reset();
     EXPECT_EQ(CountRowsOf(real), "104");
 }
 
-TEST_F(OneFile, AProbeBesideAnOpenLeavesTheLock) {
+TEST_F(OneFile, AProbeOfAnOpenFileKeepsTheLock) {
     std::atomic<bool> is_done{false};
     std::thread prober([&] {
         while (!is_done) {
@@ -165,7 +165,7 @@ TEST_F(OneFile, AnOpenFileIsProbedByItsContent) {
     EXPECT_THAT(TryOpenElsewhere(real, true), HasSubstr("lock"));
 }
 
-TEST_F(OneFile, NothingButADatabaseOrAnEmptyFileIsDeleted) {
+TEST_F(OneFile, OnlyADatabaseOrAnEmptyFileIsDeleted) {
     const std::string backup = MakeBackup();
     std::ofstream(Path("notes.txt")) << "Not a database at all.";
     const std::string refusal =
@@ -207,7 +207,7 @@ TEST_F(OneFile, CreateReportsWhyTheOldFileCannotBeDeletedAndKeepsIt) {
     EXPECT_EQ(CountRowsOf(real), "4");
 }
 
-TEST_F(OneFile, DropTakesTheLogAndTheFileThatALinkLeadsTo) {
+TEST_F(OneFile, DropDeletesTheLogAndTheFileThatALinkPointsTo) {
     for (const char* ending : {".wal", ".wal.checkpoint", ".wal.recovery"}) {
         std::ofstream(real + ending) << "log";
     }
@@ -241,7 +241,7 @@ TEST_F(OneFile, ACursorOfAProcedureIsAUserOfTheEngine) {
     EXPECT_EQ(TryOpenElsewhere(real, true), "ok");
 }
 
-TEST_F(OneFile, OptionsPutOnAnOpenDatabaseCountForTheNextOpen) {
+TEST_F(OneFile, OptionsSetOnAnOpenDatabaseApplyToTheNextOpen) {
     nbx::mrsql::DuckDBDatabaseOptions options;
     options.read_write = false;
     const auto database = host.Opened(real);
@@ -261,11 +261,11 @@ TEST_F(OneFile, AFolderOptionWithANulInItIsRefused) {
               "xException 99000 [The value of temp_directory must not contain NUL characters]");
 }
 
-TEST_F(OneFile, RestoreKeepsTheRightsAndTheLinkAndFoldsTheLogIn) {
+TEST_F(OneFile, RestoreKeepsTheRightsAndTheLinkAndIncludesTheLog) {
     const std::string backup = MakeBackup();
     fs::permissions(real, fs::perms(0600));
     {
-        // Killed, it leaves its log.
+        // A killed process leaves its log.
         SecondProcess writer({COMMIT_WRITER, real});
         ASSERT_NE(writer.ReadLine(), "");
         writer.Kill();
@@ -277,12 +277,12 @@ TEST_F(OneFile, RestoreKeepsTheRightsAndTheLinkAndFoldsTheLogIn) {
     EXPECT_FALSE(fs::exists(real + ".wal"));
     EXPECT_EQ(CountRowsOf(Path("folder_link/test.db")), "5");
     EXPECT_EQ(QueryText(*host.Opened(real), "SELECT count(*) FROM duckdb_tables()"), "1");
-    // The hard link keeps the old file, into which its log was folded.
+    // The hard link keeps the old file, which by then contains its log.
     EXPECT_EQ(QueryText(*host.Opened(Path("hard.db")), "SELECT count(*) > 0 FROM r"), "true");
     EXPECT_EQ(std::distance(fs::directory_iterator(Path("sub")), fs::directory_iterator()), 1);
 }
 
-TEST_F(OneFile, AFailedRestoreLeavesTheOldDatabaseAsItWas) {
+TEST_F(OneFile, AFailedRestoreLeavesTheOldDatabaseUnchanged) {
     fs::create_directory(Path("nothing"));
     EXPECT_THAT(Restore(real, Path("nothing")), StartsWith("xDuckDBError 72501 [" + real + "] [IO Error"));
     EXPECT_EQ(CountRowsOf(real), "3");

@@ -1,5 +1,5 @@
 // A separate program, because it replaces the allocation functions of the whole process. The n-th allocation
-// of the module's own code fails: of the code in this program, that is, and not of the libraries it uses.
+// of the module's own code fails: the code in this program, not the libraries that it uses.
 #include <cstdlib>
 #include <functional>
 #include <new>
@@ -39,7 +39,7 @@ __attribute__((noinline)) void* operator new(std::size_t size) {
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
     return std::malloc(size);
 }
-// Not inline: GCC would take the call of free() for a mistake.
+// Not inline: GCC would report the call of free() as a mistake.
 [[gnu::noinline]] void operator delete(void* memory) noexcept {
     std::free(memory);
 }
@@ -57,7 +57,7 @@ class DatabaseOutOfMemory : public testing::Test {
         Execute(*host.Created(Path()), "CREATE TABLE t AS SELECT range + 1 AS i FROM range(3)");
     }
     /** Runs `operation` with its first, second, third ... allocation failing until none is left to fail;
-       `check` is told each time whether it threw. Returns how many failed. */
+       `check` receives whether it threw, each time. Returns how many failed. */
     static long FailEach(const std::function<void()>& operation, const std::function<void(bool)>& check) {
         for (long n = 0;; ++n) {
             bool has_thrown = false;
@@ -134,7 +134,7 @@ TEST_F(DatabaseOutOfMemory, ARowIsStoredExactlyWhenTheExecutionOfAScriptSucceeds
              });
 }
 
-TEST_F(DatabaseOutOfMemory, ARunThatReportsNeverThrowsAndSaysWhatIsStored) {
+TEST_F(DatabaseOutOfMemory, ARunThatReportsNeverThrowsAndReportsWhatIsStored) {
     const auto database = host.Created(Path());
     Execute(*database, "CREATE TABLE t (i INTEGER)");
     int stored = 0;

@@ -45,7 +45,7 @@ class RestoreKill : public DatabaseTest {
         fs::copy_file(Path("old.db"), target);
         fs::copy_file(Path("old.db.wal"), target + ".wal");
     }
-    /** "old" or "new"; anything else is neither, whole. */
+    /** "old" or "new"; any other text means that the database is damaged. */
     std::string Recognise() const {
         const auto database = host.Opened(target);
         const std::string tables =

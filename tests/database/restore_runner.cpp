@@ -1,7 +1,7 @@
-// Restores a database once: restore_runner FILE FOLDER [STAGE]
-// Prints a line before it begins and one at the end. With a STAGE it kills itself there: `unfolded`, `opened`
-// and `folded` before, in the middle of and after the folding of the old log; `unplaced` and `placed` before
-// and after the new file takes the place of the old one.
+// Restores a database once: restore_runner FILE FOLDER [STAGE] Prints a line before it begins and one at the
+// end. With a STAGE it kills itself there: `unfolded`, `opened` and `folded` before, during and after writing
+// the old log into its file; `unplaced` and `placed` before and after the new file takes the place of the old
+// one.
 
 #include <duckdb.h>
 #include <signal.h>

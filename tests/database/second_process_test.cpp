@@ -1,6 +1,6 @@
 #include "database_test_base.h"
 
-// Who is refused while another process has the file open, and when the file is free again.
+// Which opens are refused while another process has the file open, and when the file is free again.
 
 namespace {
 
@@ -24,7 +24,7 @@ TEST_F(SecondProcessTest, AReaderKeepsWritersOut) {
     EXPECT_EQ(TryOpenElsewhere(Path(), false), "ok");
 }
 
-TEST_F(SecondProcessTest, AWriterElsewhereRefusesBothWays) {
+TEST_F(SecondProcessTest, AWriterInAnotherProcessRefusesBothKindsOfOpening) {
     MakeFile();
     const HeldElsewhere writer(Path(), true);
     ASSERT_EQ(writer.get_Outcome(), "ok");

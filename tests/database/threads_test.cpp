@@ -14,8 +14,8 @@
 #include "support/temp_folder.h"
 #include "support/test_host.h"
 
-// Databases used by many threads at once. For ThreadSanitizer; without it, for crashes, dead locks and wrong
-// answers.
+// Databases used by many threads at once. For ThreadSanitizer; without it, for crashes, deadlocks and wrong
+// results.
 
 namespace {
 
@@ -26,8 +26,8 @@ std::chrono::seconds Duration() {
     return std::chrono::seconds(NumberFromEnvironment("MDUCKDB_TEST_SECONDS", 3));
 }
 
-/** Exceptions are part of the game: another thread closes, interrupts or drops at any moment. Those that are
-    no host exceptions are not. */
+/** Host exceptions are expected, since another thread closes, interrupts or drops at any moment; other
+    exceptions are not. */
 void Try(const std::function<void()>& action) {
     const std::string thrown = Thrown(action);
     EXPECT_NE(thrown.find("std: "), 0u) << thrown;
@@ -134,7 +134,7 @@ TEST(DatabaseThreads, CursorsDieWhileTheirDatabaseCloses) {
     while (std::chrono::steady_clock::now() < end) {
         Try([&] {
             const auto cursor = database->SqlSelect(S("SELECT 1"), 2, nullptr);
-            ++made;  // from here on the closing and the going of the cursor meet
+            ++made;  // from here on the database closes while the cursor is destroyed
         });
     }
     closer.join();

@@ -29,7 +29,7 @@ SECONDS = 300
 # The lines that build.
 BUILDING = re.compile(r"^(scripts/|cmake |gcc |g\+\+ ).*\n", re.MULTILINE)
 
-# Commands that are not run as the page shows them: what is run instead, and why.
+# Commands that are not run as the page shows them: what runs instead, and why.
 OTHERWISE = {
     "scripts/test\n": ("scripts/test --tests-regex '_exports$'\n",
                        "this is one of all the tests, and would run itself without an end"),

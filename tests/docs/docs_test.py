@@ -118,7 +118,7 @@ NO_MESSAGE = re.compile(
     r"^\s*(SELECT|ATTACH|EXPORT|IMPORT|SET|LIMIT|WHERE|FROM)\b|^'? \( |^, (STORAGE_VERSION|BLOCK_SIZE)|^\) AS "
     r"|^uri\b|^Reads |^Returns |^(\\[tnr]| )*$|^no (bytes|value)$|^engine lock$|MDUCKDB_SELECT_REPORTED_TYPE"
     r"|^these DuckDB headers are not|\|\||&&"
-    # The questions of a comparison to DuckDB's catalog, and the JSON of a manifest.
+    # The queries of a comparison on DuckDB's catalog, and the JSON of a manifest.
     r"|^(BEGIN|CREATE) |^duckdb_\w+\(\) WHERE |::VARCHAR|^'[A-Z\w ]+'(, '[\w ]+')+$|unnest\(| UNION ALL SELECT |^ AS h FROM "
     r"|^constraint_name, |ROW_GROUP_SIZE|^ AND database_name = |\]\), '|^ \(i INTEGER\)$|^,?\\n +[{\]]|^, \\\"|snapshot guard ")
 

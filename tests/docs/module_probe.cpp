@@ -74,7 +74,7 @@ std::string ErrorText(const std::exception& error) {
 DatabaseProbe::DatabaseProbe(const std::string& file) {
     const auto location = nbx::CreateLocation(FromUtf8(file));
     database_ = nbx::mrsql::GetDuckDBExtension()->CreateDatabase(location);
-    // Files of older formats hold no VARIANT.
+    // Files of older formats cannot hold a VARIANT.
     database_->put_StorageVersion(FromUtf8("latest"));
     database_->Create();
 }
@@ -94,7 +94,7 @@ Answer DatabaseProbe::Select(const std::string& sql, smart_ptr<nbx::I_Value> par
             row = nbx::MakeObject<nbx::ValueRow>();
             row->Append(parameter);
         }
-        // Both kinds of cursor must say the same.
+        // Both kinds of cursor must return the same.
         const auto server = database_->SqlSelect(FromUtf8(sql), nbx::mrsql::kServerCursor, row);
         server->NextRecord();
         const auto client = database_->SqlSelect(FromUtf8(sql), nbx::mrsql::kClientCursor, row);

@@ -42,10 +42,10 @@ struct Answer {
     smart_ptr<nbx::I_Value> value;
 };
 
-/** Asks the databases of the module that was loaded last. */
+/** Uses the databases of the module that was loaded last. */
 class DatabaseProbe {
   public:
-    /** Makes a new database file. */
+    /** Creates a new database file. */
     explicit DatabaseProbe(const std::string& file);
     ~DatabaseProbe();
     DatabaseProbe(const DatabaseProbe&) = delete;

@@ -27,7 +27,7 @@ class Block(typing.NamedTuple):
     line: int
     info: list  # the words behind the fence
     text: str
-    follows: bool  # whether nothing stands between it and the block before
+    follows: bool  # whether it directly follows the previous block
 
     @property
     def kind(self):

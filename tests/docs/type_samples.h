@@ -7,7 +7,7 @@ namespace mduckdb_docs {
 struct CellSample {
     const char* type; /**< as a cast writes it */
     const char* expression;
-    /** What a cursor and the two modules' procedures lose, as far as the measured columns do not say it. */
+    /** What a cursor and the procedures of the two modules lose, if the measured columns do not show it. */
     const char* remark;
 };
 

@@ -115,7 +115,7 @@ class Rules(Tree):
 
 class TheTree(unittest.TestCase):
     def test_the_sources_keep_the_rules(self):
-        # Without this a reader of nothing would find nothing.
+        # Without this, the test would pass if no file was read.
         self.assertGreater(len(includes.read(ROOT)), 500)
         self.assertEqual(includes.findings(ROOT), [])
 

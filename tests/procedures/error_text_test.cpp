@@ -1,5 +1,5 @@
-// The texts and column names of DuckDB that a call gives, compared with those that DuckDB gives for the same
-// query asked in two steps: first for the columns, then for the rows.
+// Compares the error texts and column names of a call with those that DuckDB returns when the same query runs
+// in two steps: first for the columns, then for the rows.
 #include <duckdb.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -89,7 +89,7 @@ TEST_F(ErrorTextTest, IsDuckDBsForTextsThatCannotBeParsedOrBound) {
     }
 }
 
-TEST_F(ErrorTextTest, IsDuckDBsForColumnsThatAreNotThere) {
+TEST_F(ErrorTextTest, IsDuckDBsForMissingColumns) {
     for (const std::string column : {"nope", "I\"", "order by"}) {
         const std::string expected = AskInTwoSteps(BaseOf(QuoteIdentifier(column), ""), "");
         EXPECT_NE(expected, "") << column;
@@ -132,7 +132,7 @@ TEST_F(ErrorTextTest, IsDuckDBsForFilesThatCannotBeRead) {
     }
 }
 
-TEST_F(ErrorTextTest, LeavesTheNamesOfColumnsAsDuckDBGivesThem) {
+TEST_F(ErrorTextTest, LeavesTheNamesOfColumnsAsDuckDBReturnsThem) {
     for (const std::string list : {"i,i", "i,order,i,I", "*", "t,\"order\""}) {
         std::vector<std::string> items;
         if (list == "*") {

@@ -86,7 +86,7 @@ TEST_F(FetchDuckDBTest, ReadsThroughTheEngineThatHasTheFileOpenForWriting) {
     }
 }
 
-TEST_F(FetchDuckDBTest, TheFirstPartOfANameMayBeTheNameOfTheFileAsItWasGiven) {
+TEST_F(FetchDuckDBTest, TheFirstPartOfANameMayBeTheGivenNameOfTheFile) {
     std::filesystem::create_symlink(file_, folder_ + "/link.x.db");
     const auto fetch = [this](const char* file, const char* name) {
         host_.reports.clear();
@@ -106,7 +106,7 @@ TEST_F(FetchDuckDBTest, TheFirstPartOfANameMayBeTheNameOfTheFileAsItWasGiven) {
     expect_same(" beside a writer");
 }
 
-TEST_F(FetchDuckDBTest, ErrorsAreTheSameTextsBesideAWriter) {
+TEST_F(FetchDuckDBTest, ErrorsHaveTheSameTextsNextToAWriter) {
     const auto report = [this](const char* table) {
         host_.reports.clear();
         EXPECT_EQ(nullptr, host_.Call<FetchDuckDB>({host_.Text(file_), host_.Text(table)}));
@@ -121,7 +121,7 @@ TEST_F(FetchDuckDBTest, ErrorsAreTheSameTextsBesideAWriter) {
     EXPECT_EQ(wrong, report("wrong"));
 }
 
-TEST_F(FetchDuckDBTest, ACursorBesideAWriterHoldsBackNoCheckpointAndKeepsTheEngine) {
+TEST_F(FetchDuckDBTest, ACursorNextToAWriterDoesNotBlockCheckpointsAndKeepsTheEngine) {
     HeldForWriting writer(file_);
     ASSERT_TRUE(Fetch(file_));
     writer.Run("DELETE FROM items");
@@ -134,7 +134,7 @@ TEST_F(FetchDuckDBTest, ACursorBesideAWriterHoldsBackNoCheckpointAndKeepsTheEngi
     EXPECT_FALSE(EngineFiles::Get().IsInUse(file_));
 }
 
-TEST_F(FetchDuckDBTest, WritesNothingBesideAWriter) {
+TEST_F(FetchDuckDBTest, WritesNothingNextToAWriter) {
     HeldForWriting writer(file_);
     writer.Run("CREATE SEQUENCE s; CREATE VIEW counting AS SELECT nextval('s') AS n");
     EXPECT_EQ(nullptr, host_.Call<FetchDuckDB>({host_.Text(file_), host_.Text("counting")}));

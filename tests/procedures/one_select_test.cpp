@@ -1,4 +1,4 @@
-// A procedure runs one SELECT, whatever its arguments say.
+// A procedure runs exactly one SELECT, whatever its arguments contain.
 #include <duckdb.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -115,7 +115,7 @@ TEST_F(OneSelectTest, FailsOnStatementsThatDuckDBDoesNotParseInside) {
     }
 }
 
-TEST_F(OneSelectTest, RefusesTheFunctionsThatChangeTheEngineWhereverTheyStand) {
+TEST_F(OneSelectTest, RefusesTheFunctionsThatChangeTheEngineAnywhereInTheText) {
     for (const std::string function : {"enable_logging", "disable_logging", "truncate_duckdb_logs",
                                        "enable_profiling", "disable_profiling", "checkpoint",
                                        "force_checkpoint", "json_execute_serialized_sql", "Enable_Logging"}) {
@@ -170,7 +170,7 @@ TEST_F(OneSelectTest, RefusesTheFunctionsInAViewAndInAMacro) {
     EXPECT_NE(nullptr, host_.Call<FetchDuckDB>({host_.Text(database), host_.Text("harmless")}));
 }
 
-TEST_F(OneSelectTest, TakesPathsAndNamesForNothingElse) {
+TEST_F(OneSelectTest, UsesPathsAndNamesOnlyAsPathsAndNames) {
     for (const std::string text : {"x'); COPY (SELECT 1) TO '%.csv' --", "x') UNION ALL SELECT 1 --",
                                    "x\"; COPY (SELECT 1) TO '%.csv' --", "', filename = '%"}) {
         host_.reports.clear();
@@ -368,7 +368,7 @@ std::set<std::string> AskForNames(const char* sql) {
     return names;
 }
 
-TEST(RefusedFunctions, AreAllOfDuckDBsThatMayChangeSomething) {
+TEST(RefusedFunctions, AreAllDuckDBFunctionsThatMayChangeSomething) {
     const auto table_functions = AskForNames(
         "SELECT DISTINCT function_name FROM duckdb_functions() "
         "WHERE function_type IN ('table', 'table_macro')");

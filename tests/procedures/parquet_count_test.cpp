@@ -32,14 +32,14 @@ class ParquetCountTest : public ::testing::Test {
         duckdb_disconnect(&connection);
         duckdb_close(&engine);
     }
-    /** The file under so many names in all. */
+    /** The file under this many names in total. */
     void Multiply(int files) {
         for (int i = 1; i < files; ++i) {
             std::filesystem::create_hard_link(folder_ / "0.parquet",
                                               folder_ / (std::to_string(i) + ".parquet"));
         }
     }
-    /** The one cell of the answer. */
+    /** The single cell of the result. */
     std::string Count(std::vector<FakeValue*> arguments) {
         EXPECT_NE(nullptr, host_.Call<ParquetCount>(std::move(arguments)));
         EXPECT_THAT(host_.reports, IsEmpty());

@@ -16,7 +16,7 @@ Value OfType(uint32_t type_code) {
     return Value::Adopt(nbx::CreateValueOfType(type_code, true));
 }
 
-/** What a host type code is in DuckDB: alone, and as the element of an array declared so. */
+/** The DuckDB type of a host type code: alone, and as the declared element type of an array. */
 struct CodeFacts {
     const char* type;
     const char* element_type;
@@ -60,7 +60,7 @@ bool IsEnum(uint32_t code) {
     return code == 33 || code == 34;
 }
 
-/** A value of the code that DuckDB can hold: a date that there is, and so on. */
+/** A value of the type that DuckDB accepts, such as a valid date. */
 Value Sensible(uint32_t code) {
     switch (code) {
         case 16:
@@ -169,7 +169,7 @@ TEST_F(HostValuesTest, TextIsConvertedByDuckDBToTheTypeOfTheParameter) {
     EXPECT_EQ(Direct("SELECT * FROM typed"), (Table{{"2024-02-29", "12.50"}}));
 }
 
-TEST_F(HostValuesTest, ADateTimeWhoseTimeIsNoneIsRefused) {
+TEST_F(HostValuesTest, ADateTimeWithAnInvalidTimeIsRefused) {
     const auto probe = Probe();
     for (const nbx::TimeContent time :
          {nbx::TimeContent{200, 0, 0, 0}, nbx::TimeContent{24, 0, 0, 0}, nbx::TimeContent{0, 60, 0, 0},
@@ -219,7 +219,7 @@ TEST_F(HostValuesTest, AReferenceIsItsInnerValue) {
     EXPECT_EQ(SeenOf(reference_to(Array(8, {Long(1)}))), Seen("INTEGER[]", "[1]"));
 }
 
-TEST_F(HostValuesTest, ArraysAndReferencesGoAsDeepAsTheLimitAndNoDeeper) {
+TEST_F(HostValuesTest, ArraysAndReferencesNestAsDeepAsTheLimit) {
     const auto nest = [](unsigned depth) {
         Value value = Long(1);
         for (unsigned i = 0; i < depth; ++i) {
@@ -254,7 +254,7 @@ TEST_F(HostValuesTest, AnElementThatItsTypeDoesNotAllowIsAnErrorAndNeverNull) {
     EXPECT_EQ(Catch([&] { SeenOf(Array(3, {Long(256)})); }), failure);
     EXPECT_EQ(Catch([&] { SeenOf(Array(16, {Str("yesterday")})); }), failure);
     EXPECT_EQ(Catch([&] { SeenOf(Array(39, {Array(8, {Str("no number")})})); }), failure);
-    // And in a row as well, where the earlier parameters stay bound.
+    // The same in a row, whose earlier parameters stay bound.
     auto statement = Prepared("INSERT INTO seen SELECT $1, $2");
     EXPECT_EQ(Catch([&] {
                   statement->put_Parameters(Row({Long(1), Array(8, {Str("no number")})}));

@@ -134,7 +134,7 @@ TEST_F(MultiRowTest, AnInterruptBetweenTwoRowsEndsTheRun) {
     nbx::mrsql::gpIsLocalSqlCall_PTR = [] { return false; };
     auto rows = nbx::MakeObject<ValueRows>();
     for (int i = 0; i < 1000000; ++i) {
-        // The same few rows over and over: what counts is that the run is long.
+        // The same few rows many times: the run only has to be long.
         rows->Append(i < 4 ? Row({Long(i)}) : rows->get_Item(static_cast<std::size_t>(i % 4)));
     }
     auto statement = Prepared("SELECT $1");
@@ -174,7 +174,7 @@ TEST_F(MultiRowTest, ALongRunHoldsNoMoreMemoryAtTheEnd) {
     for (int i = 0; i < kRows; ++i) {
         rows->Append(Row({Long(i)}));
     }
-    // Nothing is stored, so what is left over is ours or the binding's.
+    // Nothing is stored, so any growth belongs to the module or the binding.
     auto statement = Prepared("SELECT $1::INTEGER, repeat('x', 100)");
     statement->put_ParameterRows(Rows({rows->get_Item(0)}));
     for (int i = 0; i < 1000; ++i) {
@@ -185,7 +185,7 @@ TEST_F(MultiRowTest, ALongRunHoldsNoMoreMemoryAtTheEnd) {
     statement->Execute();
     const long growth = ResidentMemory() - before;
     RecordProperty("growth_kb", static_cast<int>(growth));
-    // A result kept for each row would be more than 100 MB; allocators may keep back a little.
+    // A result kept for each row would be more than 100 MB; allocators may keep a little.
     EXPECT_LT(growth, 8 * 1024);
 }
 

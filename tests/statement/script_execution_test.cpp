@@ -46,7 +46,7 @@ TEST_F(ScriptTest, SqlSelectRequiresExactlyOneSetOfRows) {
               MemoryError("Query doesn't return a result"));
     EXPECT_EQ(Catch([&] { Select("CREATE TABLE t (a INTEGER)"); }),
               MemoryError("Query doesn't return a result"));
-    // They have run all the same.
+    // They have run nevertheless.
     EXPECT_EQ(Scalar("SELECT count(*) FROM seen"), "1");
     EXPECT_EQ(Select("INSERT INTO seen VALUES ('c', 'd') RETURNING type")->get_RecordCount(), 1u);
 }
@@ -157,7 +157,7 @@ TEST_F(ScriptTest, UnsuitableParametersAreErrors) {
 
 TEST_F(ScriptTest, AFailureWithParametersSendsNoRollback) {
     Execute("BEGIN; INSERT INTO seen VALUES ('a', 'b')");
-    // DuckDB itself ends the transaction for errors of some kinds; a failed prepare is none of them.
+    // DuckDB itself ends the transaction for errors of some kinds; a failed prepare is not one of them.
     EXPECT_EQ(Catch([&] { Execute("SELECT * FROM nowhere WHERE a = $1", Row({Long(1)})); }).exception,
               "xDuckDBError");
     Execute("COMMIT");
@@ -201,7 +201,7 @@ TEST_F(ScriptTest, AnInterruptStopsALongStatementAndIsReportedOnce) {
     nbx::mrsql::gpIsLocalSqlCall_PTR = old_hook;
 }
 
-TEST_F(ScriptTest, EachOfTheStatementsFailingInTurnLeavesTheOnesBeforeIt) {
+TEST_F(ScriptTest, AFailureOfAnyStatementKeepsTheOnesBeforeIt) {
     constexpr int kStatements = 12;
     for (const bool in_transaction : {false, true}) {
         for (int failing = 0; failing < kStatements; ++failing) {
@@ -309,7 +309,7 @@ TEST_F(ScriptTest, RandomScriptsDoWhatDuckDBDoes) {
     const std::string table = "CREATE TABLE t (a INTEGER PRIMARY KEY, b INTEGER)";
     RunDirectly(reference.get_Connection(), table);
     Direct(table);
-    // DuckDB's hints name the tables that there are, so both have the same ones.
+    // DuckDB's hints name existing tables, so both databases have the same ones.
     Direct("DROP TABLE seen");
     int failed = 0;
     for (int round = 0; round < 200; ++round) {
@@ -329,7 +329,7 @@ TEST_F(ScriptTest, RandomScriptsDoWhatDuckDBDoes) {
             << script;
         failed += expected_error.empty() ? 0 : 1;
     }
-    // The generator makes both kinds.
+    // The generator creates both kinds.
     EXPECT_GT(failed, 10);
     EXPECT_LT(failed, 190);
 }

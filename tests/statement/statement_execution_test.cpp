@@ -36,7 +36,7 @@ TEST_F(ExecutionTest, ExecuteNextReportsWhetherThereAreMore) {
     EXPECT_FALSE(statement->ExecuteNext(rows_changed));
     EXPECT_EQ(rows_changed, 0);
     EXPECT_EQ(Utf8(statement->get_CurrentSql()), " SELECT 2");
-    // And nothing happens after the last one.
+    // Nothing happens after the last one.
     EXPECT_FALSE(statement->ExecuteNext(rows_changed));
     EXPECT_EQ(Scalar("SELECT count(*) FROM seen"), "2");
 }
@@ -124,7 +124,7 @@ TEST_F(ExecutionTest, AnExecutionErrorCarriesDuckDBsText) {
     EXPECT_EQ(thrown.name, ":memory:");
     EXPECT_NE(thrown.message.find("no number"), std::string::npos) << thrown.message;
     EXPECT_EQ(thrown.message.front(), '{') << thrown.message;
-    // It can be executed again with something better.
+    // It can be executed again with a valid value.
     statement->BindVarchar(1, Text("42"));
     EXPECT_EQ(statement->Execute(), 0);
 }
@@ -317,7 +317,7 @@ TEST_F(ExecutionTest, ADatabaseClosedBetweenTwoStatementsEndsTheRunWithAnError) 
     auto statement = Make(script);
     std::atomic<bool> is_done{false};
     std::thread closer([&] {
-        // Closed as soon as the run lets somebody in.
+        // Closed as soon as the run releases the lock.
         while (!is_done) {
             EngineLockScope lock;
             if (statement->get_PendingCount() > 0) {

@@ -17,7 +17,7 @@ class FaultsTest : public StatementTest {
     }
 };
 
-TEST_F(FaultsTest, APrepareThatFailsWithoutATextHasOurs) {
+TEST_F(FaultsTest, APrepareThatFailsWithoutATextHasTheFixedOne) {
     auto statement = Make("SELECT 1; SELECT 2");
     FailCall("duckdb_prepare_extracted_statement", 1);
     EXPECT_EQ(Catch([&] { statement->PrepareNext(); }), MemoryError("Failed to prepare statement"));
@@ -25,7 +25,7 @@ TEST_F(FaultsTest, APrepareThatFailsWithoutATextHasOurs) {
     EXPECT_TRUE(statement->ExecuteNext());
 }
 
-TEST_F(FaultsTest, AnExecutionThatFailsWithoutATextHasOurs) {
+TEST_F(FaultsTest, AnExecutionThatFailsWithoutATextHasTheFixedOne) {
     auto statement = Prepared("SELECT 1");
     for (const char* call : {"duckdb_pending_prepared_managed", "duckdb_execute_pending"}) {
         FailCall(call, 1);
@@ -53,7 +53,7 @@ TEST_F(FaultsTest, BindingsThatCannotBeClearedAreReported) {
     });
 }
 
-TEST_F(FaultsTest, ABindThatFailsWithoutATextHasOursWithItsTypeName) {
+TEST_F(FaultsTest, ABindThatFailsWithoutATextHasTheFixedOneWithItsTypeName) {
     struct Item {
         const char* call;
         const char* type_word;
@@ -91,7 +91,7 @@ TEST_F(FaultsTest, ABindThatFailsWithoutATextHasOursWithItsTypeName) {
         {"duckdb_bind_value", "BIT", [](S& s) { s.BindBit(1, "\0a", 2); }},
         {"duckdb_bind_value", "BIGNUM", [](S& s) { s.BindBignum(1, "a", 1, 0); }},
         {"duckdb_bind_value", "UUID", [](S& s) { s.BindUuid(1, 1, 1); }},
-        // And a value that DuckDB does not make.
+        // The same for a value that DuckDB cannot create.
         {"duckdb_create_uuid", "UUID", [](S& s) { s.BindUuid(1, 1, 1); }},
     };
     auto statement = Prepared("SELECT $1");
@@ -146,7 +146,7 @@ TEST_F(FaultsTest, AnEnvelopeThatDuckDBCannotTurnIntoAValueIsReported) {
     EXPECT_EQ(bind("VARIANT_NULL"), MemoryError("Failed to bind statement parameter"));
 }
 
-TEST_F(FaultsTest, ScriptFailuresWithoutATextHaveOurs) {
+TEST_F(FaultsTest, ScriptFailuresWithoutATextHaveTheFixedOne) {
     const auto with = [](const char* call) { FailCall(call, 1); };
     with("duckdb_prepare");
     EXPECT_EQ(Catch([&] { Execute("SELECT $1", Row({Long(1)})); }),
@@ -218,7 +218,7 @@ TEST_F(FaultsTest, ATypedBindOfABoundParameterCallsNothing) {
 
 namespace {
 
-/** A bit of everything that statements and scripts do; errors are swallowed one by one. */
+/** Some of everything that statements and scripts do; each error is ignored. */
 void RunScenario(DuckDBDatabase& database) {
     const auto attempt = [](const std::function<void()>& step) { Catch(step); };
     attempt([&] { database.SqlExecute(Text("BEGIN; INSERT INTO seen VALUES ('a', 'b'); COMMIT"), nullptr); });
@@ -232,7 +232,7 @@ void RunScenario(DuckDBDatabase& database) {
     attempt([&] { statement->put_Parameters(Row({Str("a"), Bytes("b")})); });
     attempt([&] { statement->ExecuteNext(); });
     attempt([&] {
-        // Nothing is prepared, and no cursor made, after an extraction that found nothing.
+        // Nothing is prepared, and no cursor created, after an extraction that found nothing.
         if (auto cursor = statement->OpenCursor(2)) {
             cursor->NextRecord();
         }
@@ -254,7 +254,7 @@ void RunScenario(DuckDBDatabase& database) {
     attempt([&] { statement->TryExecuteAll(); });
 }
 
-/** The calls whose failure is no leak of its own. */
+/** The calls whose failure is not itself a leak. */
 constexpr const char* kFailingCalls[] = {
     "duckdb_query",
     "duckdb_extract_statements",

@@ -27,7 +27,7 @@ using nbx::mrsql::I_DuckDBQueryResult;
 using nbx::mrsql::I_DuckDBStatement;
 using Value = smart_ptr<I_Value>;
 
-/** What was thrown: the most derived host class by name, and its facts. */
+/** A caught exception: the name of the most derived host class, and its facts. */
 struct Thrown {
     std::string exception;
     uint32_t code = 0;
@@ -58,7 +58,7 @@ Thrown Catch(Call&& call) {
 /** An `xDuckDBError` 0x72501. */
 Thrown DuckDBError(std::string name, std::string message);
 const Thrown kDatabaseIsInvalid{"xDuckDBError", 0x72501, "unknown", "DuckDBDatabase is invalid"};
-/** What a call on a statement whose database is `:memory:` throws with a text of our own. */
+/** What a call on a statement whose database is `:memory:` throws with a text of the module. */
 Thrown MemoryError(std::string message);
 
 /** The cells of a query as text, NULL as "NULL", run with the C API alone. */
@@ -88,15 +88,15 @@ class StatementTest : public ::testing::Test {
     ~StatementTest() override;
 
     smart_ptr<I_DuckDBStatement> Make(std::string_view sql);
-    /** Made, and its first statement prepared. */
+    /** A new statement whose first statement is prepared. */
     smart_ptr<I_DuckDBStatement> Prepared(std::string_view sql);
-    /** Past the module, on the database's own connection. */
+    /** Bypasses the module and uses the database's own connection. */
     Table Direct(const std::string& sql);
     std::string Scalar(const std::string& sql);
     /** The raw connection; the database must stay open. */
     duckdb_connection Connection();
 
-    /** A prepared statement with one parameter that writes down what it is bound to. */
+    /** A prepared statement with one parameter that records the bound value. */
     smart_ptr<I_DuckDBStatement> Probe();
     /** Executes the probe; returns type and text of the parameter as DuckDB sees it. */
     std::pair<std::string, std::string> ReadBack(I_DuckDBStatement& probe);

@@ -20,7 +20,7 @@ TEST_F(LifecycleTest, ReferencesAreCountedAndTheLastOneDestroysTheStatement) {
     EXPECT_EQ(statement->Release(), 1u);
     I_DuckDBStatement* raw = statement.get();
     statement.reset();
-    // Gone from the list too: there is nothing left to remove.
+    // It is no longer in the list either: there is nothing left to remove.
     EXPECT_EQ(Catch([&] { database_->RemoveStatement(raw); }),
               MemoryError("DuckDBStatement does not belong to this database"));
 }
@@ -52,7 +52,7 @@ TEST_F(LifecycleTest, PreparingCountsThePendingStatementsDown) {
     EXPECT_EQ(statement->get_PendingCount(), 1u);
     statement->PrepareNext();
     EXPECT_EQ(statement->get_PendingCount(), 0u);
-    // Past the end nothing is prepared any more.
+    // After the end nothing is prepared.
     statement->PrepareNext();
     EXPECT_EQ(statement->get_PendingCount(), 0u);
     EXPECT_EQ(statement->OpenCursor(2), nullptr);
@@ -131,7 +131,7 @@ TEST_F(LifecycleTest, StoredParametersAreBoundWhenTheNextStatementIsPrepared) {
 }
 
 TEST_F(LifecycleTest, ParameterRowsAreNotBoundByPreparing) {
-    // One row too long for the statement: preparing does not look at it, executing does.
+    // A row that is too long for the statement: preparing ignores it, executing does not.
     auto statement = Make("INSERT INTO seen VALUES ($1, 'x')");
     statement->put_ParameterRows(Rows({Row({Long(1), Long(2)})}));
     EXPECT_EQ(Catch([&] { statement->PrepareNext(); }), Thrown{});

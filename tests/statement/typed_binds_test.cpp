@@ -18,7 +18,7 @@ constexpr int64_t kDayNanos = kDayMicros * 1000;
 
 using S = I_DuckDBStatement;
 
-/** A bind, and the type and text that DuckDB then sees. */
+/** A bind, and the type and text that DuckDB then has. */
 struct Case {
     const char* what;
     std::function<void(S&)> bind;
@@ -26,7 +26,7 @@ struct Case {
     const char* text;
 };
 
-/** A bind that is refused, and with what: the type word's own text, or a part of DuckDB's. */
+/** A bind that is refused, and the error: the module's text for the type, or a part of DuckDB's. */
 struct Refusal {
     const char* what;
     std::function<void(S&)> bind;
@@ -256,7 +256,7 @@ const std::vector<Refusal>& Refusals() {
     return kRefusals;
 }
 
-/** The thirty binds with values that are all right, and any index. */
+/** The thirty binds with valid values, and any index. */
 struct IndexedBind {
     const char* type_word;
     void (*bind)(S&, uint32_t index);
@@ -340,7 +340,7 @@ TEST_F(TypedBindsTest, ValuesThatTheirTypeDoesNotAllowAreRejected) {
             EXPECT_EQ(thrown, MemoryError(thrown.message));
             EXPECT_NE(thrown.message.find(item.part_of_duckdb_text), std::string::npos) << thrown.message;
         }
-        // What was bound before stays bound.
+        // Earlier bindings stay.
         EXPECT_EQ(ReadBack(*probe), std::pair(std::string("INTEGER"), std::string("77")));
     }
 }
@@ -376,7 +376,7 @@ TEST_F(TypedBindsTest, AnIndexThatTheStatementLacksIsRejectedByEveryBind) {
     }
 }
 
-TEST_F(TypedBindsTest, OurOwnErrorIsNotReportedWithTheTextOfAnEarlierFailure) {
+TEST_F(TypedBindsTest, AnErrorOfTheModuleHasNoTextOfAnEarlierFailure) {
     auto probe = Probe();
     EXPECT_NE(Catch([&] { probe->BindInteger(9, 1); }).message.find("number 9"), std::string::npos);
     EXPECT_EQ(Catch([&] { probe->BindTime(1, -1); }), MemoryError("Failed to bind TIME statement parameter"));

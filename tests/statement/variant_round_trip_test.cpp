@@ -60,7 +60,7 @@ class RoundTripTest : public StatementTest {
   protected:
     RoundTripTest() { Direct("SET TimeZone = 'UTC'"); }
 
-    /** Empty when the value arrives as it was, else what went wrong. */
+    /** Empty when the value arrives unchanged, otherwise what went wrong. */
     std::string Trip(const Kind& kind) {
         const std::string expression = kind.sql;
         auto cursor = database_->SqlSelect(Text("SELECT " + expression), nbx::mrsql::kClientCursor, nullptr);
@@ -84,8 +84,8 @@ class RoundTripTest : public StatementTest {
     }
 };
 
-TEST_F(RoundTripTest, OnlyTheseKindsCannotMakeTheRoundTrip) {
-    // Objects and arrays travel in DuckDB's own text form, which is JSON only where no text or key is in it,
+TEST_F(RoundTripTest, OnlyTheseKindsDoNotSurviveTheRoundTrip) {
+    // Objects and arrays travel in DuckDB's own text form, which is JSON only if it contains no text or key,
     // and are refused otherwise; a DECIMAL comes back as wide as its digits.
     const std::set<std::string> expected = {"ARRAY of texts", "DECIMAL wider than its digits", "OBJECT"};
     std::set<std::string> failed;

@@ -15,7 +15,7 @@ using nbx::mrsql::I_DuckDBTransactionState;
 using nbx::mrsql::I_DuckDBWrittenStatements;
 
 constexpr const char* kExpanded = "ALTER TABLE t ADD COLUMN d TIMESTAMP DEFAULT now()";
-/** Fails when the rows that are there get the default: in its third piece. */
+/** Fails in its third piece, when the existing rows get the default. */
 constexpr const char* kFailing = "ALTER TABLE t ADD COLUMN d INTEGER DEFAULT (error('boom')::INTEGER)";
 /** Fails in its second piece, which cannot be prepared. */
 constexpr const char* kUnpreparable = "ALTER TABLE missing ADD COLUMN d TIMESTAMP DEFAULT now()";
@@ -94,7 +94,7 @@ TEST_F(WrittenStatements, APivotWithoutInOpensOneCursor) {
     EXPECT_FALSE(cursor->NextRecord());
 }
 
-TEST_F(WrittenStatements, StoredParametersGoToThePiecesThatHaveThem) {
+TEST_F(WrittenStatements, StoredParametersAreBoundToThePiecesThatHaveThem) {
     Direct("CREATE TABLE p AS SELECT * FROM (VALUES ('a', 1), ('b', 2)) v(k, n)");
     auto statement = Make(std::string(kExpanded) + "; INSERT INTO t(i) VALUES (?)");
     statement->put_Parameters(Row({Long(7)}));
@@ -144,7 +144,7 @@ TEST_F(WrittenStatements, AScriptWhosePieceFailsLeavesNoTransactionOpen) {
     EXPECT_EQ(Scalar("SELECT count(*) FROM t"), "3");
 }
 
-TEST_F(WrittenStatements, ATransactionOfTheUsersStaysWhenAPieceCannotBePrepared) {
+TEST_F(WrittenStatements, ATransactionOfTheUserStaysWhenAPieceCannotBePrepared) {
     database_->SqlExecute(Text("BEGIN; INSERT INTO t VALUES (2)"), nullptr);
     EXPECT_EQ(Catch([&] { database_->SqlExecute(Text("SELECT * FROM missing"), nullptr); }).code, 0x72501u);
     EXPECT_TRUE(IsInTransaction());
@@ -158,7 +158,7 @@ TEST_F(WrittenStatements, ATransactionOfTheUsersStaysWhenAPieceCannotBePrepared)
 TEST_F(WrittenStatements, AnInterruptDuringAPreparationIsAnInterruption) {
     auto* const before = nbx::mrsql::gpIsLocalSqlCall_PTR;
     nbx::mrsql::gpIsLocalSqlCall_PTR = [] { return false; };
-    // Enough to bind that interrupts meet it.
+    // Enough work in the binding that interrupts arrive during it.
     std::string sql = "SELECT 1";
     for (int i = 0; i < 60; ++i) {
         sql += ", (SELECT count(*) FROM t WHERE i = " + std::to_string(i) + ")";

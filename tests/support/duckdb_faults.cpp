@@ -52,7 +52,7 @@ const std::set<std::string, std::less<>> kCreating = {
     "duckdb_create_uuid",
 };
 
-/** Handles by address, so that the destroying call finds which function gave it. */
+/** Handles by address, so that the destroying call finds the function that returned them. */
 std::map<const void*, std::string>& GetOwners() {
     static auto* owners = new std::map<const void*, std::string>;
     return *owners;
@@ -208,7 +208,7 @@ std::vector<std::string> get_Log(std::string_view start) {
 #include "support/duckdb_calls.def"
 #undef CALL
 
-/** A query that DuckDB has begun is run all the same: 1.5.6 loses memory when one is dropped unrun. */
+/** A query that DuckDB has begun runs nevertheless: 1.5.6 leaks memory when a begun query is dropped. */
 static duckdb_state FailAfterRunning(duckdb_pending_result pending) {
     duckdb_result result;
     __real_duckdb_execute_pending(pending, &result);

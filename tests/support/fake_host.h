@@ -9,7 +9,7 @@
 
 namespace mduckdb::testing {
 
-/** A value of the fake host: its type and, as text, what the module gave or what it may read. */
+/** A value of the fake host: its type and, as text, what the module stored or may read. */
 struct FakeValue {
     std::uint32_t type = MIRONA_TYPE_NULL;
     std::string text;
@@ -17,8 +17,8 @@ struct FakeValue {
     std::vector<FakeValue*> items{};
 };
 
-/** A host behind the function table, one at a time: binds itself to the procedures while it lives. Values
-    live as long as it; cursors are closed with it. */
+/** A host behind the function table, one at a time: it is bound to the procedures during its lifetime. Values
+    live as long as the host; cursors are closed with it. */
 class FakeHost {
   public:
     FakeHost();
@@ -43,7 +43,7 @@ class FakeHost {
     std::vector<std::string> reports;
     std::vector<std::string> registered;
     std::uint32_t register_status = 0;
-    /** Whether the host's provider of DuckDB was there at the first report. */
+    /** Whether the host's provider of DuckDB was registered at the first report. */
     bool had_extension_at_report = false;
     mirona_cursor_def cursor{};
     bool has_cursor = false;

@@ -22,11 +22,12 @@ class PeakMemory {
     }
 };
 
-/** How much the tests of bounded memory read: MDUCKDB_TEST_BOUND=full is 50 million rows under 256 MB. */
+/** How much the tests of bounded memory read: MDUCKDB_TEST_BOUND=full means 50 million rows under 256
+    MB. */
 struct MemoryBound {
     bool is_full = std::getenv("MDUCKDB_TEST_BOUND") != nullptr;
     std::int64_t rows = is_full ? 50'000'000 : 12'000'000;
     std::int64_t limit_mb = is_full ? 256 : 40;
-    /** What the process may take at most. */
+    /** The largest memory that the process may use. */
     std::int64_t peak_bytes = (limit_mb + 120) * 1'000'000;
 };

@@ -10,7 +10,7 @@
 
 SecondModule::SecondModule() {
     const auto installed = nbx::mrsql::GetDuckDBExtension();
-    // Stays loaded: the process may hold objects of it to its end.
+    // Stays loaded: the process may hold its objects until the end.
     void* const module = dlopen(SECOND_MODULE, RTLD_NOW | RTLD_LOCAL);
     if (module == nullptr) {
         throw std::runtime_error(dlerror());

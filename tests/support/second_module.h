@@ -2,7 +2,7 @@
 
 #include "nbx/mrsql/duckdb_extension.h"
 
-/** The built module `mduckdb_casts`, loaded beside the code under test: its own registry, its own globals.
+/** The built module `mduckdb_casts`, loaded next to the code under test: its own registry, its own globals.
    The provider of DuckDB that was installed before stays installed. */
 class SecondModule {
   public:

@@ -30,7 +30,7 @@ class SecondProcess {
 /** Opens the file in another process with DuckDB alone: "ok", or DuckDB's error text. */
 std::string TryOpenElsewhere(const std::string& path, bool for_writing);
 
-/** Another process that has the file open as long as this exists. */
+/** Another process that has the file open as long as this object exists. */
 class HeldElsewhere {
   public:
     HeldElsewhere(const std::string& path, bool for_writing);

@@ -17,7 +17,7 @@ SmallDisk::SmallDisk(std::uint64_t bytes) {
 
 SmallDisk::~SmallDisk() {
     if (refusal_.empty()) {
-        // Detached, so that a file somebody forgot to close does not leave the mount behind.
+        // Detached, so that a file that was not closed does not leave the mount behind.
         umount2(get_Path().c_str(), MNT_DETACH);
     }
 }

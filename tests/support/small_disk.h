@@ -6,8 +6,8 @@
 
 #include "support/temp_folder.h"
 
-/** A file system of its own with so many bytes, in memory, until this goes. Only for tests that run with the
-    right to mount; the others skip. */
+/** An in-memory file system of the given size, for as long as this object exists. Needs the right to mount;
+    tests without it skip. */
 class SmallDisk {
   public:
     explicit SmallDisk(std::uint64_t bytes);
@@ -15,11 +15,11 @@ class SmallDisk {
     SmallDisk(const SmallDisk&) = delete;
     SmallDisk& operator=(const SmallDisk&) = delete;
 
-    /** Why there is none, or an empty text. */
+    /** Why there is no such file system, or an empty text. */
     const std::string& get_Refusal() const { return refusal_; }
     const std::filesystem::path& get_Path() const { return folder_.get_Path(); }
     void MakeReadOnly();
-    /** Leaves no byte free. */
+    /** Fills the file system completely. */
     void Fill();
     void MakeRoom();
 

@@ -12,7 +12,7 @@ class TempFolder {
     TempFolder& operator=(const TempFolder&) = delete;
 
     const std::filesystem::path& get_Path() const { return path_; }
-    /** The path of a file in it, as UTF-8. */
+    /** The path of a file in the folder, as UTF-8. */
     std::string operator/(const std::string& name) const { return (path_ / name).string(); }
 
   private:

@@ -18,7 +18,7 @@ class TestEngine {
     TestEngine() {
         EXPECT_EQ(duckdb_open(nullptr, &database_), DuckDBSuccess);
         EXPECT_EQ(duckdb_connect(database_, &connection_), DuckDBSuccess);
-        Query("SET TimeZone = 'UTC'");  // as a cast without a connection has it
+        Query("SET TimeZone = 'UTC'");  // as a cast without a connection uses it
     }
     ~TestEngine() {
         duckdb_disconnect(&connection_);

@@ -9,7 +9,8 @@
 #include "nbx/mrsql/duckdb_extension.h"
 #include "nbx/string.h"
 
-/** What a host does around the module: installs the extension object, and puts every hook back in the end. */
+/** Does what a host does around the module: installs the extension object, and restores every hook at the
+    end. */
 class TestHost {
   public:
     TestHost();
@@ -37,10 +38,10 @@ std::string U(const nbx::String& text);
 nbx::smart_ptr<nbx::I_Location> Location(const std::string& path);
 /** Runs a script; returns the number of changed rows. */
 int64_t Execute(nbx::mrsql::I_DuckDBDatabase& database, const std::string& sql);
-/** The one cell of a query, as text. */
+/** The single cell of a query, as text. */
 std::string QueryText(nbx::mrsql::I_DuckDBDatabase& database, const std::string& sql);
 
-/** What was really thrown: "xDuckDBError 72501 [path] [message]", "none" when nothing was, "std: text" for
+/** The exception in full: "xDuckDBError 72501 [path] [message]", "none" when nothing was, "std: text" for
     exceptions that are not the host's. */
 template <class F>
 std::string Thrown(F&& action);

@@ -50,7 +50,7 @@ inline std::string ContentOf(nbx::I_Value& value) {
     }
 }
 
-/** Type, null flag and content of a host value in one line, exact to the last bit, so that a test compares
+/** Type, null flag and content of a host value in one line, exact to the last bit, so that tests can compare
     whole values: "Long 5", "Boolean NULL?", where a question mark says that the value may be null. */
 inline std::string Describe(nbx::I_Value* value) {
     if (value == nullptr) {
