@@ -1,6 +1,6 @@
-// The pool of values compared with a private heap of mimalloc: the same objects, made and released in the
-// same orders, on one thread's time. Compare the two of one run; random interleaving of repetitions helps on
-// a busy machine: --benchmark_repetitions=7 --benchmark_enable_random_interleaving=true
+// The pool of values compared with a private heap of mimalloc: the same objects, created and released in the
+// same orders, timed on one thread. Compare the two of one run; random interleaving of repetitions helps on a
+// busy machine: --benchmark_repetitions=7 --benchmark_enable_random_interleaving=true
 #include <benchmark/benchmark.h>
 #include <dlfcn.h>
 #include <time.h>
@@ -25,8 +25,8 @@ struct Pool {
     static void Give(void* memory, std::size_t size) { nbx::pool::Free(memory, size); }
 };
 
-/** Loaded and not linked: the packaged library would otherwise replace the `malloc` of the whole process,
-    the pool's baseline included. */
+/** Loaded rather than linked: the packaged library would otherwise replace the `malloc` of the whole process,
+    including the pool's baseline. */
 struct Mimalloc {
     static void* Take(std::size_t size) {
         static thread_local void* const heap = Get().make_heap();
@@ -91,7 +91,7 @@ bool IsRow(std::size_t index) {
     return index % 6 == 5;
 }
 
-/** A server cursor: each value is gone before the next one comes. */
+/** A server cursor: each value is released before the next one is created. */
 template <class Memory>
 void MakeAndRelease(benchmark::State& state) {
     for (auto _ : state) {

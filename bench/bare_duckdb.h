@@ -6,13 +6,13 @@
 
 namespace bench {
 
-/** A DuckDB engine and a connection by the C API alone, both closed at the end of the scope. Failures end
-    the program. */
+/** A DuckDB engine and a connection through the C API alone, both closed at the end of the scope. Failures
+    terminate the program. */
 class BareDuckDB {
   public:
     enum class Access { reading, writing };
 
-    /** In memory when `path` is empty. A `threads` of 0 leaves DuckDB's default in force. */
+    /** In memory when `path` is empty. A `threads` of 0 keeps DuckDB's default. */
     explicit BareDuckDB(const std::string& path, Access access = Access::reading, unsigned threads = 1,
                         const std::string& storage_version = "");
     ~BareDuckDB();
@@ -23,7 +23,7 @@ class BareDuckDB {
     duckdb_database get_Engine() const noexcept { return database_; }
     /** Runs a query and ignores its result. */
     void Run(const std::string& sql) const;
-    /** The one cell of a query, a 64-bit number. */
+    /** The single cell of a query, a 64-bit number. */
     int64_t GetNumber(const std::string& sql) const;
 
   private:
@@ -32,7 +32,7 @@ class BareDuckDB {
 };
 
 duckdb_prepared_statement Prepare(duckdb_connection connection, const std::string& sql);
-/** Executes and looks at nothing of the result but its success. */
+/** Executes and checks only whether the result is a success. */
 void ExecuteAndDrop(duckdb_prepared_statement prepared);
 
 }  // namespace bench

@@ -54,7 +54,8 @@ nbx::I_Value* MakeNumber(nbx::I_Value* (*factory)(bool, const void*, const void*
     return factory(false, &number, nullptr);
 }
 
-/** The array in a VARIANT as the host gets it. DuckDB's text of the arrays here has nothing to escape. */
+/** The array in a VARIANT as the host receives it. DuckDB's text of the arrays here has nothing to
+    escape. */
 nbx::I_Value* MakeEnvelope(duckdb_value array) {
     char* text = duckdb_get_varchar(array);
     std::string envelope = R"({"duckdb_variant":true,"variant_type":"ARRAY","value":")";
@@ -76,7 +77,7 @@ nbx::I_Value* FromVariant(duckdb_value value) {
     return made;
 }
 
-/** What the cursors deliver, by stock calls on a DuckDB value. */
+/** The values that the cursors deliver, read with stock calls on a DuckDB value. */
 nbx::I_Value* FromValue(duckdb_value value) {
     if (duckdb_is_null_value(value)) {
         return MakeNull();
@@ -116,7 +117,7 @@ void PutDigits(char* place, int count, int number) {
     }
 }
 
-/** Of the years 0 to 9999. */
+/** For the years 0 to 9999. */
 nbx::I_Value* MakeDate(duckdb_date date) {
     const duckdb_date_struct parts = duckdb_from_date(date);
     char text[] = "0000-00-00";

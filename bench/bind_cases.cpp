@@ -206,7 +206,7 @@ Group MakeBindGroup(const std::string& name, const Options& options) {
     return group;
 }
 
-/** Envelopes as the host has them and as JSON text. */
+/** Envelopes as host values and as JSON text. */
 struct Envelopes {
     std::unique_ptr<BareDuckDB> bare;
     nbx::smart_ptr<I_DuckDBDatabase> database;

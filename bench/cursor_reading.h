@@ -20,7 +20,7 @@ uint64_t ReadServerCursor(nbx::mrsql::I_DuckDBDatabase& database, const nbx::Str
     return cells;
 }
 
-/** The same with a look at each value's type. */
+/** The same, and checks each value's type. */
 uint64_t ReadThroughServerCursor(nbx::mrsql::I_DuckDBDatabase& database, const nbx::String& sql);
 
 }  // namespace bench

@@ -101,7 +101,7 @@ struct RandomReads {
     std::vector<Place> places;
 };
 
-/** Places of a cursor's cells, the same in every run. */
+/** Positions of a cursor's cells, the same in every run. */
 std::vector<Place> ChoosePlaces(I_DuckDBCursor& cursor) {
     constexpr std::size_t kReads = 1'000'000;
     const uint32_t columns = cursor.get_ColumnCount();
@@ -124,8 +124,8 @@ uint64_t ReadFlatArray(const RandomReads& reads) {
     return reads.places.size();
 }
 
-/** The least that can stand between a host and the values of such an array: one virtual call, which gives a
-    reference of the host's own. */
+/** The least work that can separate a host from the values of such an array: one virtual call, which returns
+    a reference that the host owns. */
 class CellSource {
   public:
     virtual ~CellSource() = default;

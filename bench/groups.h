@@ -20,7 +20,7 @@ std::vector<Group> GetBindGroups(const Options& options);
 std::vector<Group> GetStatementGroups(const Options& options);
 /** Rows of W1 to W4 as parameters. */
 std::vector<Group> GetMultiRowGroups(const Options& options);
-/** Opening and closing, backup and restore, the delay of an interrupt. */
+/** Opening and closing, backup and restore, the latency of an interrupt. */
 std::vector<Group> GetLifecycleGroups(const Options& options);
 /** The server cursor over results of one row to a hundred million, and the cases that measure memory. */
 std::vector<Group> GetSizeGroups(const Options& options);

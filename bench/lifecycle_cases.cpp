@@ -88,7 +88,7 @@ void RemakeFolder(const std::string& folder) {
     std::filesystem::create_directories(folder);
 }
 
-/** The disk is the noisiest part of all, and the limits on these two are the tightest. */
+/** The disk is the noisiest part, and these two have the tightest limits. */
 constexpr unsigned kRunsInRound = 3;
 
 Group MakeBackupGroup(const Options& options) {
@@ -191,7 +191,7 @@ double MeasureInterrupt(I_DuckDBDatabase& database) {
     return std::chrono::duration<double>(ended - interrupted).count();
 }
 
-/** Prints the delays itself, because the largest counts and not the sum. */
+/** Prints the delays itself, because the largest matters and not the sum. */
 Group MakeInterruptGroup() {
     const auto database = std::make_shared<nbx::smart_ptr<I_DuckDBDatabase>>();
     return {"interrupt",

@@ -22,7 +22,7 @@ constexpr const char* kUsage =
 
 struct Arguments {
     Options options;
-    /** "", "check", "list" or the name of the workload whose query is wanted. */
+    /** "", "check", "list" or the name of the workload whose query to print. */
     std::string mode;
     std::string workload;
 };

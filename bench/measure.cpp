@@ -11,7 +11,7 @@
 #include <string_view>
 
 extern "C" {
-/** The one frame that an instruction counter collects below: callgrind's --toggle-collect names it. */
+/** The frame below which an instruction counter collects: callgrind's --toggle-collect names it. */
 // NOLINTNEXTLINE(readability-identifier-naming): a name of C
 __attribute__((noinline)) uint64_t mduckdb_bench_measured(const std::function<uint64_t()>* run) {
     const uint64_t units = (*run)();

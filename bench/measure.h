@@ -7,8 +7,8 @@
 
 namespace bench {
 
-/** One way to do a workload. `run` does it once and returns the number of units (cells, rows,
-    calls); its group prepares what it needs. */
+/** One way to do a workload. `run` does it once and returns the number of units (cells, rows, calls); its
+    group makes the preparations. */
 struct Case {
     std::string name;
     std::function<uint64_t()> run;
@@ -25,18 +25,18 @@ struct Group {
     std::string unit;
     std::function<void()> prepare;
     std::vector<Case> cases;
-    /** Ends the program unless the cases do the same work, as the values that they make and the rows that
-        they insert show. After `prepare`; none where there is nothing to compare. */
+    /** Terminates the program unless the cases do the same work, judged by the values that they create and
+        the rows that they insert. Called after `prepare`; empty when there is nothing to compare. */
     std::function<void()> check = nullptr;
-    /** The built module that it measures. */
+    /** The built module that the group measures. */
     std::string module = "mduckdb";
-    /** Runs only where it is named. */
+    /** Runs only when it is named. */
     bool is_special = false;
 };
 
 struct Options {
     unsigned rounds = 5;
-    /** Share of the full size of the workloads. */
+    /** Fraction of the full size of the workloads. */
     double scale = 1.0;
     std::vector<std::string> groups;
     std::string only_case;

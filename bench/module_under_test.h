@@ -9,10 +9,10 @@
 
 namespace bench {
 
-/** Loads a built module as a host does: binds `GetHostTable()`, initialises. One module a process. */
+/** Loads a built module as a host does: binds `GetHostTable()`, initialises. One module per process. */
 void LoadModule(const std::string& file);
 
-/** Handler of a registered procedure; ends the program when there is none. */
+/** Handler of a registered procedure; terminates the program when there is none. */
 mirona_procedure_handler GetProcedure(const std::string& name);
 
 /** The module's root object. */
@@ -25,7 +25,7 @@ nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase> MakeDatabase(const std::string& pat
 nbx::smart_ptr<nbx::mrsql::I_DuckDBStatement> PrepareInModule(nbx::mrsql::I_DuckDBDatabase& database,
                                                               const std::string& sql);
 
-/** Ends the program unless a table has the same rows on both sides, and has some. */
+/** Terminates the program unless a table has the same rows on both sides, at least one. */
 void RequireSameRows(const std::string& what, const BareDuckDB& bare, nbx::mrsql::I_DuckDBDatabase& database,
                      const std::string& table);
 

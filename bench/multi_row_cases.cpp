@@ -18,7 +18,7 @@ struct Envelope {
     std::string json;
 };
 
-/** A parameter as a program without a host has it: a number, or UTF-8 text. */
+/** A parameter of a program without a host: a number, or UTF-8 text. */
 using BareCell = std::variant<int16_t, int32_t, int64_t, double, std::string, Envelope>;
 
 struct Fixture {
@@ -147,7 +147,7 @@ Group MakeMultiRowGroup(const std::string& name, uint64_t full, const Options& o
 }  // namespace
 
 std::vector<Group> GetMultiRowGroups(const Options& options) {
-    // DuckDB itself needs several times longer for a row with casts, as in W2 and W4.
+    // DuckDB itself takes several times as long for a row with casts, as in W2 and W4.
     return {MakeMultiRowGroup("W1", 100'000, options), MakeMultiRowGroup("W2", 10'000, options),
             MakeMultiRowGroup("W3", 50'000, options), MakeMultiRowGroup("W4", 5'000, options)};
 }

@@ -12,7 +12,7 @@
 namespace bench {
 namespace {
 
-/** What the procedures deliver, straight from the vectors through the same function table. */
+/** The values that the procedures deliver, straight from the vectors through the same function table. */
 mirona_value MakeFromVector(const mirona_extension_api& table, const VectorView& view, idx_t row) {
     if (view.IsNull(row)) {
         return nullptr;
@@ -50,8 +50,8 @@ void UseAndRelease(mirona_value handle) {
     }
 }
 
-/** One way into a workload's file, and the engine that a bare program opens for it. Each run opens its
-    own engine, as each call of the procedure does, with all of the machine's threads. */
+/** One way to read a workload's file, and the engine that a bare program opens for it. Each run opens its own
+    engine, as each call of the procedure does, with all of the machine's threads. */
 struct Source {
     std::string procedure;
     std::vector<std::string> arguments;

@@ -118,7 +118,7 @@ class Memory:
         self.rows = server["units"] // 5
         self.server_mib = (server["peak_kib"] - drain["peak_kib"]) / 1024
         self.cells = numbers["units"]
-        # All that the cursor took, DuckDB's own copy of the result with it.
+        # Everything that the cursor used, including DuckDB's own copy of the result.
         self.bytes_a_cell = (numbers["peak_kib"] - numbers["start_kib"]) * 1024 / numbers["units"]
 
 

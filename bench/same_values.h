@@ -16,8 +16,8 @@ class KeptValues {
     KeptValues(const KeptValues&) = delete;
     KeptValues& operator=(const KeptValues&) = delete;
 
-    /** In huge pages where it is worth while, as the module's client cursor has its fields: a comparison of
-        random reads must not be one of pages. */
+    /** In huge pages if the size justifies them, like the fields of the module's client cursor: a comparison
+        of random reads must not become a comparison of page sizes. */
     void Reserve(std::size_t count);
     /** Takes ownership of the caller's reference. Null is a NULL of a procedure. */
     void Keep(nbx::I_Value* value) { values_.push_back(value); }
@@ -32,7 +32,8 @@ class KeptValues {
     std::vector<nbx::I_Value*> values_;
 };
 
-/** Ends the program unless both hold the same values, type by type, in the same order, and hold some. */
+/** Terminates the program unless both hold the same values with the same types in the same order, at least
+    one. */
 void RequireSame(const std::string& what, const KeptValues& expected, const KeptValues& actual);
 
 }  // namespace bench

@@ -17,10 +17,10 @@ struct Fixture {
 
 /** Reads at least this many rows in one run, so that a small result is timed as well as a large one. */
 constexpr uint64_t kRowsInRun = 2'000'000;
-/** A result of one row is all fixed cost, which is some hundred microseconds. */
+/** A result of one row consists of fixed costs, some hundred microseconds. */
 constexpr uint64_t kQueriesInRun = 2'000;
 
-/** More of the shorter runs, so that together they take about as long as the longest. */
+/** More repetitions of the shorter runs, so that together they take about as long as the longest. */
 unsigned RunsInRound(uint64_t rows) {
     return rows <= 1'000'000 ? 5 : rows <= 10'000'000 ? 3 : 1;
 }

@@ -6,8 +6,8 @@
 
 namespace bench {
 
-/** What DuckDB can do and exports no function of its C API for: made as it would make it. The values are the
-    caller's, who destroys them. */
+/** Operations for which DuckDB's C API exports no function, implemented as DuckDB would. The caller owns the
+    values and destroys them. */
 
 /** A cell as a new value. */
 duckdb_value GetStockValue(duckdb_data_chunk chunk, idx_t column, idx_t row);

@@ -1,4 +1,4 @@
-// Costs of the foundation's hot paths: making and releasing values, and converting text.
+// Costs of the foundation's hot paths: creating and releasing values, and converting text.
 #include <benchmark/benchmark.h>
 
 #include <cstdint>

@@ -101,7 +101,7 @@ std::string GetStem(const std::string& name, const Options& options) {
     return options.folder + "/" + name + "-" + std::to_string(options.scale);
 }
 
-/** Writes `write(path)` under another name first, so that a file that is there is whole. */
+/** Calls `write(path)` with another name first, so that an existing file is complete. */
 template <class Write>
 void MakeFile(const std::string& path, Write write) {
     if (!std::filesystem::exists(path)) {

@@ -18,7 +18,7 @@ struct Workload {
     std::vector<Column> columns;
     /** A database file whose table `table` has the rows, and a Parquet file of them. */
     std::string database;
-    /** A copy for bare calls: the module refuses a file that other code of this process has open. */
+    /** A copy for bare calls: the module refuses a file that other code in this process has open. */
     std::string bare_database;
     std::string table;
     std::string parquet;
@@ -27,7 +27,7 @@ struct Workload {
 };
 
 /** W1 mixed numbers and text, W2 sixteen columns of orders, W2-parquet the same from the Parquet file, W3
-    text, W4 nested columns and a VARIANT. Makes the files on first use; they are the same every time. */
+    text, W4 nested columns and a VARIANT. Creates the files on first use; they are the same every time. */
 Workload GetWorkload(const std::string& name, const Options& options);
 
 /** The query of W1 over `rows` rows. It reads no table. */

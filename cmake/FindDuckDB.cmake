@@ -34,7 +34,7 @@ else()
     set(_root "${_cache}/mduckdb/duckdb-${DuckDB_PINNED_VERSION}")
 endif()
 
-# Forget what was found in another root.
+# Forget what was found under another root.
 if(NOT "${_root}" STREQUAL "${_DuckDB_FOUND_IN}")
     unset(DuckDB_INCLUDE_DIR CACHE)
     unset(DuckDB_LIBRARY CACHE)
@@ -52,9 +52,9 @@ find_package_handle_standard_args(DuckDB
     REASON_FAILURE_MESSAGE "No DuckDB ${DuckDB_PINNED_VERSION} in '${_root}'. Run scripts/setup, or give \
 -DDuckDB_ROOT=FOLDER with lib/libduckdb.so and the DuckDB C and C++ headers in include/.")
 
-# The version of the headers: what scripts/setup wrote beside them when it had checked their source. For headers
-# from elsewhere it is what duckdb.h states, which is wrong where duckdb_v2.h is beside it: the duckdb.h
-# of 2.0.0 calls itself 1.5.6.
+# The version of the headers: the file that scripts/setup wrote next to them after checking their source. Headers from
+# elsewhere have only what duckdb.h states, which is wrong if duckdb_v2.h is next to it: the duckdb.h of 2.0.0 calls
+# itself 1.5.6.
 function(_duckdb_header_version result)
     if(EXISTS ${DuckDB_INCLUDE_DIR}/duckdb_source_version.h)
         file(STRINGS ${DuckDB_INCLUDE_DIR}/duckdb_source_version.h line REGEX "^#define DUCKDB_SOURCE_VERSION")

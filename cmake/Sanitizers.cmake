@@ -3,8 +3,8 @@ if(MDUCKDB_SANITIZE)
     add_link_options(-fsanitize=${MDUCKDB_SANITIZE})
 endif()
 if(MDUCKDB_SANITIZE STREQUAL "thread")
-    # libduckdb.so uses the standard library's templates from any library that exports them. Instrumented ones, run on
-    # its own threads without its atomics being seen, look like races, so we do not export ours.
+    # libduckdb.so uses the standard library's templates from any library that exports them. Instrumented ones that run
+    # on its own threads look like races, because its atomics are not visible, so this project does not export its own.
     # The modules hide all but two functions by a script of their own, and a library can have only one.
     add_link_options(
         $<$<NOT:$<STREQUAL:$<TARGET_PROPERTY:TYPE>,MODULE_LIBRARY>>:-Wl,--version-script=${CMAKE_CURRENT_LIST_DIR}/tsan_exports.map>)

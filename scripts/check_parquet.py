@@ -141,13 +141,13 @@ def check(programs, module, path):
     reference_code, reference_output, reference_error = run(programs / "duckdb-reference", path)
     if code == 1:
         if reference_code != 1:
-            # What only the reference's own casts to text can read is no fault of a module without them.
+            # A cell that only the reference's casts to text can read is not a fault of a module without them.
             return "refused", [f"reports {error!r}, where DuckDB reads the file"]
         if core(error) != core(reference_error):
             return "refused", [f"reports {core(error)!r}, where DuckDB says {core(reference_error)!r}"]
         return "refused", []
     if reference_code != 0:
-        # Without casts more can be read than with them.
+        # More cells can be read without casts than with them.
         return "read", [] if not is_cast else [f"read, where DuckDB says {core(reference_error)!r}"]
     answer, reference = json.loads(output), json.loads(reference_output)
     return "read", list(compare(answer, reference, is_cast))

@@ -128,8 +128,8 @@ fetch_duckdb() {
     inside=$DUCKDB_SOURCE_PACKAGE-$DUCKDB_SOURCE_VERSION/external/duckdb
     tar -xzf "$source" -C "$work/home" --strip-components=3 "$inside/LICENSE"
     tar -xzf "$source" -C "$work/home" --strip-components=4 "$inside/src/include"
-    # What the headers are, by the checked name of their source: their own version macros may be those of another
-    # release (2.0.0's say 1.5.6).
+    # The version of the headers, from the checked name of their source: their own version macros may be those of
+    # another release (2.0.0's say 1.5.6).
     printf '#define DUCKDB_SOURCE_VERSION "%s"\n' "$DUCKDB_SOURCE_VERSION" >"$work/home/include/duckdb_source_version.h"
     describe_folder "$work/home" >"$work/contents"
     mv "$work/contents" "$work/home/"

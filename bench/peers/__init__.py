@@ -22,7 +22,7 @@ VERSION = PIN["DUCKDB_VERSION"]
 DUCKDB = pathlib.Path(os.environ.get("DuckDB_ROOT") or CACHE / f"duckdb-{VERSION}")
 WORKLOADS = ("W1", "W2", "W3")
 PARAMETER_ROWS = 100_000
-# It takes most of a minute each time.
+# Each run takes most of a minute.
 EXECUTEMANY_ROUNDS = 2
 
 

@@ -8,7 +8,7 @@
 #include <stdlib.h>
 #include <string.h>
 
-/* The host decides what a value is. Here an argument is its text and a cell its number. */
+/* The host decides what a value is. Here an argument is a text and a cell is a number. */
 static double cell;
 
 static mirona_value make_double(mirona_call call, double number) {
@@ -29,7 +29,7 @@ static bool is_null(mirona_value value) {
 }
 
 static uint32_t type_of(mirona_value value) {
-    return MIRONA_TYPE_TEXT; /* the module asks about arguments only */
+    return MIRONA_TYPE_TEXT; /* the module asks only about arguments */
 }
 
 static const char* text_of(mirona_call call, mirona_value value, uint64_t* length) {

@@ -21,7 +21,7 @@ typedef struct Value {
         uint64_t natural; /* also a truth value, a packed date or time, the length of a text */
         double number;
     } as;
-    char bytes[]; /* of a text or binary value, and a NUL behind them */
+    char bytes[]; /* of a text or binary value, followed by a NUL */
 } Value;
 
 static Value* make_value(uint32_t type, const void* bytes, uint64_t length) {
@@ -86,7 +86,7 @@ enum { MAX_PROCEDURES = 16 };
 static mirona_procedure_def procedures[MAX_PROCEDURES];
 static uint32_t procedure_count;
 
-/* One call of a procedure, and the cursor that came of it, if it was one of callbacks. */
+/* One call of a procedure, and its cursor, if that was one of callbacks. */
 typedef struct Call {
     uint32_t arg_count;
     mirona_cursor_def cursor;
@@ -159,8 +159,8 @@ MAKER(make_uint_value, MIRONA_TYPE_UINT64, uint64_t, natural)
 MAKER(make_int_value, MIRONA_TYPE_INT64, int64_t, integer)
 MAKER(make_double_value, MIRONA_TYPE_DOUBLE, double, number)
 
-/* The arguments of this host are texts, so the questions about them have simple answers; those about
-   numbers and arrays are never asked. */
+/* The arguments of this host are texts, so the functions that describe them are simple; those for numbers and
+   arrays are never called. */
 static bool value_is_null(mirona_value value) {
     return value == NULL;
 }
@@ -180,7 +180,7 @@ static void unused_position(void) {
     abort();
 }
 
-/* The table: every position is a function, also those that no module calls. */
+/* The table: every position has a function, even those that no module calls. */
 static mirona_extension_api make_table(void) {
     mirona_extension_api api;
     void (*positions[MIRONA_EXTENSION_API_POSITIONS])(void);
@@ -253,7 +253,8 @@ static int call_procedure(const mirona_procedure_def* procedure, int count, char
     return is_done ? 0 : 1;
 }
 
-/* The module stays loaded to the end of the process: what it gave points into it. */
+/* The module stays loaded until the process ends, since the cursors and texts that it returned point into
+   it. */
 static int load_module(const char* file, const mirona_extension_api* api) {
     void* module = dlopen(file, RTLD_NOW | RTLD_LOCAL);
     if (module == NULL) {

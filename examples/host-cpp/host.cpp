@@ -108,7 +108,7 @@ void RunScript(I_DuckDBDatabase& database) {
     std::cout << "script: " << changed << " rows changed\n";
 }
 
-/** DuckDB makes several statements of this one: executed once, only its BEGIN would run. */
+/** DuckDB splits this statement into several: executed once, only its BEGIN would run. */
 void RunExpanded(I_DuckDBDatabase& database) {
     database.SqlExecute(FromUtf8("CREATE TABLE visit (id BIGINT)"), nullptr);
     const auto statement =
@@ -141,13 +141,13 @@ std::string Text(I_DuckDBCursor& cursor, uint32_t column) {
 
 void ReadRows(I_DuckDBDatabase& database) {
     const String sql = FromUtf8("SELECT id, name FROM city ORDER BY id");
-    // Forward only: the rows come from DuckDB as they are asked for.
+    // Forward only: the rows come from DuckDB as they are requested.
     const auto stream = database.SqlSelect(sql, kServerCursor, nullptr);
     std::cout << "server cursor:";
     while (stream->NextRecord()) {
         std::cout << ' ' << Text(*stream, 0) << '=' << Text(*stream, 1);
     }
-    // All rows kept here: moves in any direction.
+    // All rows are kept here, so it moves in any direction.
     const auto rows = database.SqlSelect(sql, kClientCursor, nullptr);
     rows->LastRecord();
     std::cout << "\nclient cursor: " << rows->get_RecordCount() << " rows, the last is " << Text(*rows, 1);
@@ -197,7 +197,7 @@ void ShowInterruption(I_DuckDBDatabase& database) {
     gpIsLocalSqlCall_PTR = [] { return true; };
     std::atomic<bool> is_over = false;
     std::thread watch([&] {
-        // An interruption that comes before the statement runs finds nothing to end, so it is repeated.
+        // An interruption that comes before the statement runs has no effect, so it is repeated.
         while (!is_over) {
             std::this_thread::sleep_for(std::chrono::milliseconds(50));
             database.Interrupt();
@@ -253,7 +253,7 @@ int main(int argc, char** argv) {
     }
     try {
         Run(argv[1], argc == 3 ? argv[2] : DEFAULT_MODULE);
-        // The module's objects go while the module's own state is still there.
+        // The module's objects are released while the module's own state still exists.
         SetDuckDBExtension(nullptr);
     } catch (const std::exception& error) {
         std::cerr << "host-cpp: " << error.what() << '\n';
