@@ -1,11 +1,14 @@
+#include <fmt/format.h>
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
+
 #include <memory>
 
 #include "commands/program.h"
 #include "data/literals.h"
 #include "table/procedures.h"
+#include "text/messages.h"
 
 namespace mduckdb_host {
 
@@ -22,7 +25,11 @@ constexpr const char* kHelp =
 int RunCall(Program& program, const std::string& procedure, const std::vector<std::string>& words) {
     std::vector<Datum> arguments;
     for (const std::string& word : RestoreWords(words, program)) {
-        arguments.push_back(ParseArgument(word));
+        try {
+            arguments.push_back(ParseArgument(word));
+        } catch (const xNestingError& error) {
+            throw xUsageError(fmt::format("Argument {}: {}.", arguments.size() + 1, error.what()));
+        }
     }
     program.Load();
     const std::unique_ptr<Printer> printer = program.MakePrinter();

@@ -56,6 +56,8 @@ bool HasStatement(const std::string& sql) {
 Datum ParseParameter(const std::string& text) {
     try {
         return ParseJson(text);
+    } catch (const xNestingError& error) {
+        throw xUsageError(fmt::format("--param: {}.", error.what()));
     } catch (const std::invalid_argument& error) {
         throw xUsageError(
             fmt::format("{}\nWrite a text with double quotes: --param '\"text\"'", error.what()));
@@ -72,6 +74,8 @@ nbx::smart_ptr<nbx::ValueRows> ReadParameterRows(std::istream& in) {
         Datum datum;
         try {
             datum = ParseJson(line);
+        } catch (const xNestingError& error) {
+            throw xUsageError(fmt::format("Line {} of the parameters: {}.", number, error.what()));
         } catch (const std::invalid_argument&) {
             datum = Datum{};
         }

@@ -37,6 +37,9 @@ class JsonReader final : public nlohmann::json_sax<json> {
     bool end_object() override { return false; }
 
     bool start_array(std::size_t /*count*/) override {
+        if (open_lists_.size() == kMostLevels) {
+            throw xNestingError();
+        }
         open_lists_.emplace_back();
         return true;
     }
@@ -146,7 +149,7 @@ class LiteralReader {
             return {ReadText()};
         }
         if (Take('[')) {
-            return {List{ReadItems(']')}};
+            return {ReadList()};
         }
         SkipBlanks();
         const std::size_t start = position_;
@@ -160,6 +163,16 @@ class LiteralReader {
         }
         position_ = start;
         Fail("expected a literal: 'text', 12, NULL, TRUE, ['a', 'b']");
+    }
+
+    List ReadList() {
+        if (level_ == kMostLevels) {
+            Fail(xNestingError().what());
+        }
+        ++level_;
+        List list{ReadItems(']')};
+        --level_;
+        return list;
     }
 
     bool IsSign(std::size_t start) const {
@@ -217,6 +230,7 @@ class LiteralReader {
 
     std::string_view text_;
     std::size_t position_ = 0;
+    std::size_t level_ = 0;
 };
 
 std::size_t SkipBlanks(std::string_view text, std::size_t position) {
@@ -241,6 +255,9 @@ bool IsCallKeyword(std::string_view word) {
 
 }  // namespace
 
+xNestingError::xNestingError()
+    : std::invalid_argument(fmt::format("lists and objects may be nested {} levels deep", kMostLevels)) {}
+
 Datum ParseArgument(const std::string& text) {
     std::optional<Datum> value = ReadWithoutObjects(text);
     if (!value || std::holds_alternative<bool>(value->content)) {
@@ -253,7 +270,13 @@ Datum ParseJson(const std::string& text) {
     if (std::optional<Datum> value = ReadWithoutObjects(text)) {
         return *std::move(value);
     }
-    const json value = json::parse(text, nullptr, false);
+    const auto check_level = [](int level, json::parse_event_t /*event*/, json& /*parsed*/) {
+        if (level > static_cast<int>(kMostLevels)) {
+            throw xNestingError();
+        }
+        return true;
+    };
+    const json value = json::parse(text, check_level, false);
     if (value.is_discarded()) {
         throw std::invalid_argument(fmt::format("Not a JSON value: {}", text));
     }

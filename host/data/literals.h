@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -10,13 +11,22 @@
 
 namespace mduckdb_host {
 
+/** Lists and JSON go this deep, as far as the module binds arrays. */
+constexpr std::size_t kMostLevels = 200;
+
+/** Lists or JSON that go deeper; `what()` is for people. */
+class xNestingError : public std::invalid_argument {
+  public:
+    xNestingError();
+};
+
 /** The value that a word of the command line means: the JSON of null, a number, a string or an array is that
     value, any other word is text (`true`, an object, a path). Integers that do not fit into 64 bits stay
-    text, since a double would lose digits. */
+    text, since a double would lose digits. Throws `xNestingError`. */
 Datum ParseArgument(const std::string& text);
 
 /** The value of a JSON text; an object stays JSON text. Throws `std::invalid_argument` if the text is not
-    JSON. */
+    JSON, and `xNestingError`. */
 Datum ParseJson(const std::string& text);
 
 /** A statement `CALL procedure(arguments)`. */

@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <stdexcept>
+#include <string>
 
 #include "data/datum.h"
 
@@ -68,6 +70,30 @@ TEST(ParseJson, RejectsTextThatIsNotJson) {
     EXPECT_THROW(ParseJson("hello"), std::invalid_argument);
     EXPECT_THROW(ParseJson(""), std::invalid_argument);
     EXPECT_THROW(ParseJson("{\"a\""), std::invalid_argument);
+}
+
+/** `levels` lists inside one another. */
+std::string Brackets(std::size_t levels) {
+    return std::string(levels, '[') + std::string(levels, ']');
+}
+
+TEST(ParseJson, ReadsListsAndObjectsDownToTheLastLevelAndRejectsDeeperOnes) {
+    EXPECT_NO_THROW(ParseJson(Brackets(kMostLevels)));
+    EXPECT_NO_THROW(ParseArgument(Brackets(kMostLevels)));
+    EXPECT_NO_THROW(ParseLiterals(Brackets(kMostLevels) + ")"));
+    EXPECT_NO_THROW(ParseJson("{\"a\":" + Brackets(kMostLevels - 1) + "}"));
+    for (const std::size_t levels : {kMostLevels + 1, std::size_t{400'000}}) {
+        EXPECT_THROW(ParseJson(Brackets(levels)), xNestingError);
+        EXPECT_THROW(ParseJson(std::string(levels, '[')), xNestingError);
+        EXPECT_THROW(ParseJson("[{\"a\":" + Brackets(levels) + "}]"), xNestingError);
+        EXPECT_THROW(ParseArgument(Brackets(levels)), xNestingError);
+        EXPECT_THROW(ParseLiterals(Brackets(levels) + ")"), xLiteralError);
+        std::string objects = "0";
+        for (std::size_t level = 0; level < std::min(levels, std::size_t{5'000}); ++level) {
+            objects = "{\"a\":" + objects + "}";
+        }
+        EXPECT_THROW(ParseJson(objects), xNestingError);
+    }
 }
 
 std::string Parse(std::string_view arguments) {

@@ -16,6 +16,9 @@ struct OptionRow {
     std::string (*get_value)(const Options& options);
 };
 
+/** DuckDB takes any number, and starts so many threads. */
+constexpr uint32_t kMostThreads = 1024;
+
 std::string NumberOrNothing(uint32_t number, const char* unit) {
     return number == 0 ? std::string() : std::to_string(number) + unit;
 }
@@ -60,6 +63,10 @@ void Configuration::ApplyCredentials(const nbx::String& token, const nbx::String
 }
 
 void Configuration::ApplyOptions(const Options& options) {
+    if (options.threads > kMostThreads) {
+        error_ = "threads must not be above " + std::to_string(kMostThreads) + "; it is " +
+                 std::to_string(options.threads);
+    }
     for (const OptionRow& row : kOptionRows) {
         const std::string value = row.get_value(options);
         if (!value.empty()) {

@@ -1,12 +1,16 @@
 #include "values/host_value_binding.h"
 
+#include <algorithm>
 #include <array>
 #include <exception>
+#include <limits>
 #include <vector>
 
 #include "base/errors.h"
 #include "base/text.h"
+#include "duckdb_internals/plain_functions.h"
 #include "duckdb_internals/value_guard.h"
+#include "values/host_value_walk.h"
 #include "values/variant.h"
 
 namespace mduckdb {
@@ -17,7 +21,7 @@ namespace {
 
 constexpr const char* kValueName = "value";
 
-ValueHolder ToDuckDB(I_Value* value, unsigned depth);
+ValueHolder ToDuckDB(I_Value* value, HostValueWalk* walk);
 
 template <class Interface>
 Interface* Query(I_Value& value, uint32_t interface_id) {
@@ -28,42 +32,46 @@ ValueHolder NullValue() {
     return ValueHolder(duckdb_create_null_value());
 }
 
-ValueHolder TextOf(I_Value& value, unsigned /*depth*/) {
-    return MakeTextValue(ToUtf8(value.get_Text()));
+ValueHolder TextOf(I_Value& value, HostValueWalk* walk) {
+    const std::string text = ToUtf8(value.get_Text());
+    if (walk != nullptr) {
+        walk->Count(text.size());
+    }
+    return MakeTextValue(text);
 }
 
-ValueHolder BooleanOf(I_Value& value, unsigned /*depth*/) {
+ValueHolder BooleanOf(I_Value& value, HostValueWalk* /*walk*/) {
     return ValueHolder(duckdb_create_bool(value.get_Boolean()));
 }
 
 template <auto kCreate, class Number>
-ValueHolder SignedOf(I_Value& value, unsigned /*depth*/) {
+ValueHolder SignedOf(I_Value& value, HostValueWalk* /*walk*/) {
     return ValueHolder(kCreate(static_cast<Number>(value.get_LLong())));
 }
 
 template <auto kCreate, class Number>
-ValueHolder UnsignedOf(I_Value& value, unsigned /*depth*/) {
+ValueHolder UnsignedOf(I_Value& value, HostValueWalk* /*walk*/) {
     return ValueHolder(kCreate(static_cast<Number>(value.get_ULLong())));
 }
 
 template <auto kCreate, class Number>
-ValueHolder FloatingOf(I_Value& value, unsigned /*depth*/) {
+ValueHolder FloatingOf(I_Value& value, HostValueWalk* /*walk*/) {
     return ValueHolder(kCreate(static_cast<Number>(value.get_Double())));
 }
 
-ValueHolder DateOf(I_Value& value, unsigned depth) {
+ValueHolder DateOf(I_Value& value, HostValueWalk* walk) {
     const auto* date = Query<nbx::I_DateValue>(value, nbx::kDateInterfaceId);
     if (date == nullptr) {
-        return TextOf(value, depth);
+        return TextOf(value, walk);
     }
     return ValueHolder(duckdb_create_date(duckdb_to_date(duckdb_date_struct{
         date->get_Year(), static_cast<int8_t>(date->get_Month()), static_cast<int8_t>(date->get_Day())})));
 }
 
-ValueHolder TimeOf(I_Value& value, unsigned depth) {
+ValueHolder TimeOf(I_Value& value, HostValueWalk* walk) {
     const auto* time = Query<nbx::I_TimeValue>(value, nbx::kTimeInterfaceId);
     if (time == nullptr) {
-        return TextOf(value, depth);
+        return TextOf(value, walk);
     }
     const int64_t seconds =
         (int64_t{time->get_Hours()} * 60 + time->get_Minutes()) * 60 + time->get_Seconds();
@@ -71,10 +79,10 @@ ValueHolder TimeOf(I_Value& value, unsigned depth) {
     return IsValidTime(micros) ? ValueHolder(duckdb_create_time(duckdb_time{micros})) : ValueHolder();
 }
 
-ValueHolder DateTimeOf(I_Value& value, unsigned depth) {
+ValueHolder DateTimeOf(I_Value& value, HostValueWalk* walk) {
     const auto* moment = Query<nbx::I_DateTimeValue>(value, nbx::kDateTimeInterfaceId);
     if (moment == nullptr) {
-        return TextOf(value, depth);
+        return TextOf(value, walk);
     }
     // DuckDB would read the excess as further days, or past 127 as earlier ones.
     if (moment->get_Hours() > 23 || moment->get_Minutes() > 59 || moment->get_Seconds() > 59 ||
@@ -97,21 +105,33 @@ ValueHolder DateTimeOf(I_Value& value, unsigned depth) {
     ThrowValueError(kValueName, "Mirona enum values are not supported by DuckDB binding");
 }
 
-ValueHolder EnumOf(I_Value& /*value*/, unsigned /*depth*/) {
+ValueHolder EnumOf(I_Value& /*value*/, HostValueWalk* /*walk*/) {
     RefuseEnum();
 }
 
-ValueHolder ReferenceOf(I_Value& value, unsigned depth) {
-    const auto* reference = Query<nbx::I_ReferenceValue>(value, nbx::kReferenceInterfaceId);
-    return reference != nullptr ? ToDuckDB(reference->get_Inner().get(), depth + 1) : NullValue();
+/** The value inside an array or a reference. The outermost of these begins the walk. */
+ValueHolder InnerOf(const nbx::smart_ptr<I_Value>& inner, HostValueWalk* walk) {
+    return walk->Visit(inner, [walk](I_Value* value) { return ToDuckDB(value, walk); });
 }
 
-ValueHolder ListOf(I_Value& value, unsigned depth);
+ValueHolder ReferenceOf(I_Value& value, HostValueWalk* walk) {
+    const auto* reference = Query<nbx::I_ReferenceValue>(value, nbx::kReferenceInterfaceId);
+    if (reference == nullptr) {
+        return NullValue();
+    }
+    if (walk != nullptr) {
+        return InnerOf(reference->get_Inner(), walk);
+    }
+    HostValueWalk begun;
+    return InnerOf(reference->get_Inner(), &begun);
+}
+
+ValueHolder ListOf(I_Value& value, HostValueWalk* walk);
 
 /** How values of a host type are read, and what DuckDB type they are as elements of an array. */
 struct HostType {
     nbx::ValueType type;
-    ValueHolder (*read)(I_Value& value, unsigned depth);
+    ValueHolder (*read)(I_Value& value, HostValueWalk* walk);
     duckdb_type element_type;
 };
 
@@ -163,7 +183,49 @@ const HostType& HostTypeOf(uint32_t type_code) {
     return kTypesByCode[type_code < kHostTypeCount ? type_code : static_cast<uint32_t>(ValueType::String)];
 }
 
-ValueHolder ListOf(I_Value& value, unsigned depth) {
+bool IsList(const ValueHolder& value) {
+    return !duckdb_is_null_value(value.get()) &&
+           duckdb_get_type_id(duckdb_get_value_type(value.get())) == DUCKDB_TYPE_LIST;
+}
+
+/** A list that becomes an element of a list of texts. DuckDB would make the same text of it, however long. */
+ValueHolder ListText(const ValueHolder& list, uint64_t own_size, HostValueWalk& walk) {
+    idx_t length = 0;
+    const TextHolder text(duckdb_get_varchar_length(list.get(), &length));
+    if (!text || !walk.CountText(length, own_size)) {
+        return {};
+    }
+    return MakeTextValue(std::string_view(text.get(), length));
+}
+
+ValueHolder ElementOf(const nbx::smart_ptr<I_Value>& element, duckdb_type type, HostValueWalk& walk) {
+    const uint64_t before = walk.get_OwnSize();
+    ValueHolder made = InnerOf(element, &walk);
+    if (made && type == DUCKDB_TYPE_VARCHAR && IsList(made)) {
+        return ListText(made, walk.get_OwnSize() - before, walk);
+    }
+    return made;
+}
+
+ValueHolder ListOfElements(const nbx::I_ArrayValue& array, duckdb_type element_type, HostValueWalk& walk) {
+    constexpr uint64_t kReserved = 65'536;  // a count that the elements do not bear out costs no memory
+    const uint64_t count = array.get_Count();
+    std::vector<ValueHolder> elements;
+    std::vector<duckdb_value> handles;
+    elements.reserve(std::min(count, kReserved));
+    // DuckDB refuses a null pointer, even for an empty list.
+    handles.reserve(std::min(count, kReserved) + 1);
+    for (uint64_t i = 0; i < count; ++i) {
+        elements.push_back(ElementOf(array.get_Element(i), element_type, walk));
+        if (!elements.back()) {
+            return {};
+        }
+        handles.push_back(elements.back().get());
+    }
+    return ValueHolder(duckdb_create_list_value(MakeType(element_type).get(), handles.data(), count));
+}
+
+ValueHolder ListOf(I_Value& value, HostValueWalk* walk) {
     const auto* array = Query<nbx::I_ArrayValue>(value, nbx::kArrayInterfaceId);
     if (array == nullptr) {
         return NullValue();
@@ -172,51 +234,75 @@ ValueHolder ListOf(I_Value& value, unsigned depth) {
     if (element_type == DUCKDB_TYPE_INVALID) {
         RefuseEnum();
     }
-    const uint64_t count = array->get_Count();
-    std::vector<ValueHolder> elements;
-    // One more than needed: DuckDB refuses a null pointer, even for an empty list.
-    std::vector<duckdb_value> handles(count + 1);
-    elements.reserve(count);
-    for (uint64_t i = 0; i < count; ++i) {
-        elements.push_back(ToDuckDB(array->get_Element(i).get(), depth + 1));
-        if (!elements.back()) {
-            return {};
-        }
-        handles[i] = elements.back().get();
+    if (walk != nullptr) {
+        return ListOfElements(*array, element_type, *walk);
     }
-    return ValueHolder(duckdb_create_list_value(MakeType(element_type).get(), handles.data(), count));
+    HostValueWalk begun;
+    return ListOfElements(*array, element_type, begun);
 }
 
-ValueHolder BlobOf(const nbx::I_RawBytes& raw) {
-    std::vector<uint8_t> bytes(raw.get_Length() + 1);
-    const uint64_t length = bytes.size() - 1;
+ValueHolder BlobOf(const nbx::I_RawBytes& raw, HostValueWalk* walk) {
+    const uint64_t length = raw.get_Length();
+    if (length > std::numeric_limits<uint32_t>::max()) {
+        return {};  // DuckDB's BLOBs are no longer
+    }
+    if (walk != nullptr) {
+        walk->Count(length);
+    }
+    std::vector<uint8_t> bytes(length + 1);
     raw.CopyTo(bytes.data(), length);
     return ValueHolder(duckdb_create_blob(bytes.data(), length));
 }
 
-ValueHolder ToDuckDB(I_Value* value, unsigned depth) {
-    if (depth > kMaxHostValueDepth) {
+/** Whether a chain of references ends. Only then may the reference be asked whether it is null, since it asks
+    the value that it refers to. */
+bool Ends(I_Value& value) {
+    I_Value* inner = &value;
+    for (unsigned depth = 0; depth <= kMaxHostValueDepth; ++depth) {
+        if (inner == nullptr || inner->get_TypeCode() != static_cast<uint32_t>(ValueType::Reference)) {
+            return true;
+        }
+        const auto* reference = Query<nbx::I_ReferenceValue>(*inner, nbx::kReferenceInterfaceId);
+        inner = reference == nullptr ? nullptr : reference->get_Inner().get();
+    }
+    return false;
+}
+
+ValueHolder EnvelopeOf(I_Value& value, const nbx::I_JSONValue& json, HostValueWalk* walk) {
+    if (walk != nullptr) {
+        walk->Count(value.get_Text().get_View().size());
+    }
+    return ReadValueEnvelope(json);
+}
+
+ValueHolder ToDuckDB(I_Value* value, HostValueWalk* walk) {
+    if (value == nullptr) {
+        return NullValue();
+    }
+    const uint32_t type_code = value->get_TypeCode();
+    if (type_code == static_cast<uint32_t>(ValueType::Reference) && !Ends(*value)) {
         return {};
     }
-    if (value == nullptr || value->get_IsNull()) {
+    if (value->get_IsNull()) {
         return NullValue();
     }
     if (const auto* raw = Query<nbx::I_RawBytes>(*value, nbx::kRawBytesInterfaceId)) {
-        return BlobOf(*raw);
+        return BlobOf(*raw, walk);
     }
     if (const auto* json = Query<nbx::I_JSONValue>(*value, nbx::kJSONInterfaceId)) {
         if (IsValueEnvelope(*json)) {
-            return ReadValueEnvelope(*json);
+            return EnvelopeOf(*value, *json, walk);
         }
+        RefuseUnreadableEnvelope(*value, *json);
     }
-    return HostTypeOf(value->get_TypeCode()).read(*value, depth);
+    return HostTypeOf(type_code).read(*value, walk);
 }
 
 }  // namespace
 
 ValueHolder HostValueToDuckDB(I_Value* value) {
     try {
-        return ToDuckDB(value, 0);
+        return ToDuckDB(value, nullptr);
     } catch (const nbx::xException&) {
         throw;
     } catch (const std::bad_alloc&) {

@@ -4,18 +4,17 @@
 
 #include "base/holders.h"
 #include "nbx/value.h"
+#include "values/host_value_walk.h"
 
 namespace mduckdb {
 
 /** The error for a host value that cannot be bound when DuckDB gives no reason. */
 constexpr const char* kBindFailureText = "Failed to bind statement parameter";
 
-/** How deep arrays and references may nest; deeper values cannot be bound. */
-constexpr unsigned kMaxHostValueDepth = 200;
-
 /** One host value as a DuckDB value; a null pointer and a null value become NULL. An empty holder means that
     the value cannot be converted, which is an error and never NULL: an array with an element of another type,
-    a time outside a day. Throws `xDuckDBError` when there is a reason to report. */
+    a value that contains itself or is nested too deep, a time outside a day. Throws `xDuckDBError` when there
+    is a reason to report. */
 ValueHolder HostValueToDuckDB(nbx::I_Value* value);
 
 enum class BindOutcome {

@@ -1,6 +1,7 @@
 #include "values/variant.h"
 
 #include <algorithm>
+#include <charconv>
 #include <exception>
 #include <iterator>
 #include <limits>
@@ -250,6 +251,24 @@ ValueHolder ReadByTypeWord(const std::string& type_word, const std::string& text
     return found->from_text(*found, text);
 }
 
+/** The text with the escapes of ASCII characters resolved, by which a marker could be spelt. */
+std::string ResolveEscapes(const std::string& text) {
+    constexpr std::string_view kEscape = "\\u00";
+    std::string resolved;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        unsigned code = 0;
+        const char* const digits = text.data() + i + kEscape.size();
+        if (text.compare(i, kEscape.size(), kEscape) == 0 && i + kEscape.size() + 2 <= text.size() &&
+            std::from_chars(digits, digits + 2, code, 16).ptr == digits + 2) {
+            resolved += static_cast<char>(code);
+            i += kEscape.size() + 1;
+        } else {
+            resolved += text[i];
+        }
+    }
+    return resolved;
+}
+
 bool IsMarked(const nbx::I_JSONValue& json, const char* marker) {
     const HostValue member = json.get_Member(marker);
     return member && member->get_TypeCode() == static_cast<uint32_t>(nbx::ValueType::Boolean) &&
@@ -293,6 +312,23 @@ HostValue MakeVariantEnvelope(std::string_view type_name, std::string_view value
 
 bool IsValueEnvelope(const nbx::I_JSONValue& json) {
     return json.get_IsObject() && (json.HasMember(kTypedMarker) || json.HasMember(kVariantMarker));
+}
+
+void RefuseUnreadableEnvelope(nbx::I_Value& value, const nbx::I_JSONValue& json) {
+    if (json.get_IsObject()) {
+        return;
+    }
+    const std::string text = ToUtf8(value.get_Text());
+    const std::size_t start = text.find_first_not_of(" \t\r\n");
+    if (start == std::string::npos || text[start] != '{') {
+        return;
+    }
+    const std::string resolved = ResolveEscapes(text);
+    for (const char* const marker : {kTypedMarker, kVariantMarker}) {
+        if (resolved.find('"' + std::string(marker) + '"') != std::string::npos) {
+            ThrowValueError(kValueName, "Malformed DuckDB envelope: its JSON cannot be read");
+        }
+    }
 }
 
 ValueHolder ReadValueEnvelope(const nbx::I_JSONValue& json) {

@@ -35,6 +35,10 @@ HostValue MakeVariantEnvelope(std::string_view type_name, std::string_view value
 /** Whether the value is a JSON object by which the host states the DuckDB type of a parameter. */
 bool IsValueEnvelope(const nbx::I_JSONValue& json);
 
+/** Throws `xDuckDBError` for JSON text with a marker that the host cannot parse: it would be bound as its own
+    text, and nobody would notice. */
+void RefuseUnreadableEnvelope(nbx::I_Value& value, const nbx::I_JSONValue& json);
+
 /** The value that the envelope describes. Throws `xDuckDBError` for a malformed envelope, an unknown type
     word, and a text that its type does not allow. Never returns an empty holder. */
 ValueHolder ReadValueEnvelope(const nbx::I_JSONValue& json);

@@ -272,6 +272,11 @@ void WritePage(std::ostream& page, const std::string& file, const LoadedModule& 
     page << "\nText that is not valid UTF-8, and a host array that cannot become a LIST, are errors, never "
             "null.\n\n### Arrays\n\n";
     WriteArrays(page, probe);
+    page << "\nAn array inside another array arrives as DuckDB's text of it. Each level escapes the quotes "
+            "and "
+            "backslashes of\nthe levels inside it, so about 20 levels are the most that can be bound. "
+            "References may "
+            "go 200 levels deep.\n";
     page << "\n### Envelopes\n\nA host JSON value with the member `duckdb_value` or `duckdb_variant` states "
             "the DuckDB type of the parameter.\n\n";
     WriteEnvelopes(page, probe);

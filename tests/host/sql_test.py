@@ -77,6 +77,17 @@ class SqlTest(HostCase):
         self.assertEqual(error, "Line 2 of the parameters is not a JSON array.\n")
         self.assertIn("Cannot read the parameter file 'nope'.", self.error("sql", ":memory:", "SELECT ?", "--params-file", "nope", status=2))
 
+    def test_nesting_without_end_is_wrong_usage(self):
+        deep = "[" * 400_000 + "]" * 400_000
+        limit = "lists and objects may be nested 200 levels deep.\n"
+        error = self.error("sql", ":memory:", "SELECT ?", "--params-file", "-", stdin=f"[1]\n{deep}\n", status=2)
+        self.assertEqual(error, f"Line 2 of the parameters: {limit}")
+        deep = "[" * 1_000 + "]" * 1_000
+        error = self.error("sql", ":memory:", "SELECT $1", "--param", deep, status=2)
+        self.assertEqual(error, f"--param: {limit}")
+        error = self.error("call", "parquet_count", deep, status=2)
+        self.assertEqual(error, f"Argument 1: {limit}")
+
     def test_an_error_shows_type_message_and_place(self):
         error = self.error("sql", ":memory:", "SELECT 1;\nSELECT 'é', nope;")
         self.assertEqual(error, 'Binder Error: Referenced column "nope" was not found because the FROM clause is '

@@ -23,7 +23,7 @@ struct DuckDBDatabaseOptions {
     bool read_write = true;
     /** Part of the host's record; the module does not read it. */
     bool reserved = false;
-    /** Threads that DuckDB uses for queries. */
+    /** Threads that DuckDB uses for queries, at most 1024; an `Open` or `Create` with more fails. */
     uint32_t threads = 0;
     /** Limit of DuckDB's memory, in megabytes. */
     uint32_t max_memory_mb = 0;
