@@ -8,6 +8,7 @@
 #include <nbx/exception.h>
 #include <nbx/hooks.h>
 #include <nbx/location.h>
+#include <nbx/mrsql/duckdb_census.h>
 #include <nbx/mrsql/duckdb_extension.h>
 #include <nbx/mrsql/registry.h>
 #include <nbx/value.h>
@@ -211,6 +212,27 @@ void ShowInterruption(I_DuckDBDatabase& database) {
     watch.join();
 }
 
+// docs: census
+class EngineCounter final : public nbx::mrsql::I_DuckDBCensusReader {
+  public:
+    void Add(const nbx::mrsql::DuckDBCensusLine& line) override {
+        engines_ += line.kind == nbx::mrsql::DuckDBCensusLine::kEngine ? 1 : 0;
+    }
+    int get_Engines() const { return engines_; }
+
+  private:
+    int engines_ = 0;
+};
+
+void ShowCensus(I_DuckDBExtension& extension) {
+    auto* census = static_cast<nbx::mrsql::I_DuckDBCensus*>(
+        extension.QueryInterface(nbx::mrsql::kDuckDBCensusInterfaceId));
+    EngineCounter counter;
+    census->List(counter);
+    std::cout << "open engines: " << counter.get_Engines() << '\n';
+}
+// docs: end
+
 void BackUpAndRestore(I_DuckDBExtension& extension, I_DuckDBDatabase& database,
                       const smart_ptr<nbx::I_Location>& folder) {
     static smart_ptr<nbx::I_Location> made_backup;
@@ -240,6 +262,7 @@ void Run(const char* folder_text, const char* module) {
     ReadRows(*database);
     ShowErrors(*extension, *database, folder->get_PathText());
     ShowInterruption(*database);
+    ShowCensus(*extension);
     BackUpAndRestore(*extension, *database, folder);
     database->Close();
 }

@@ -6,6 +6,7 @@
 #include <iterator>
 
 #include "databases/backups.h"
+#include "databases/census.h"
 #include "databases/results.h"
 #include "mirona/extension_api.h"
 #include "text/messages.h"
@@ -65,6 +66,10 @@ void RunSelect(Session& session, const std::string& sql) {
 }
 
 void OpenCommand(Session& session, const Words& words) {
+    if (words.empty()) {
+        PrintCensus(session.get_Printer());
+        return;
+    }
     session.Open(words[0], words.size() > 1 ? words[1] : "");
 }
 
@@ -182,7 +187,8 @@ constexpr DotCommand kCommands[] = {
     {".exit", "", "leave the shell", 0, 0, QuitCommand},
     {".help", "[COMMAND]", "describe the dot commands", 0, 1, HelpCommand},
     {".mode", "NAME", "set the format: table, csv, json, jsonl, markdown", 1, 1, ModeCommand},
-    {".open", "FILE [NAME]", "open a database and switch to it", 1, 2, OpenCommand},
+    {".open", "[FILE [NAME]]", "open a database and switch to it; alone, list what is open", 0, 2,
+     OpenCommand},
     {".procedures", "", "list the procedures for CALL", 0, 0, ProceduresCommand},
     {".quit", "", "leave the shell", 0, 0, QuitCommand},
     {".read", "FILE", "run the statements in a file", 1, 1, ReadCommand},

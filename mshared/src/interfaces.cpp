@@ -1,6 +1,7 @@
 #include "nbx/file.h"
 #include "nbx/foreign_plugin.h"
 #include "nbx/location.h"
+#include "nbx/mrsql/duckdb_census.h"
 #include "nbx/mrsql/duckdb_cursor.h"
 #include "nbx/mrsql/duckdb_database.h"
 #include "nbx/mrsql/duckdb_extension.h"
@@ -50,6 +51,8 @@ void* InterfaceTableQueryInterface(void* object, const InterfaceItem* table, uin
 
 namespace mrsql {
 
+I_DuckDBCensus::~I_DuckDBCensus() = default;
+I_DuckDBCensusReader::~I_DuckDBCensusReader() = default;
 I_DuckDBCursor::~I_DuckDBCursor() = default;
 I_DuckDBDatabase::~I_DuckDBDatabase() = default;
 I_DuckDBExtension::~I_DuckDBExtension() = default;

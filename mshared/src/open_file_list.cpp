@@ -1,3 +1,4 @@
+#include <chrono>
 #include <condition_variable>
 #include <list>
 #include <mutex>
@@ -12,7 +13,14 @@ namespace {
 
 struct EngineRecord : OpenEngine {
     std::string text;
+    std::string path_text;
 };
+
+int64_t NowMs() {
+    return std::chrono::duration_cast<std::chrono::milliseconds>(
+               std::chrono::steady_clock::now().time_since_epoch())
+        .count();
+}
 
 /** The place of a file: the identity that it has before it exists. */
 struct Place {
@@ -93,14 +101,32 @@ class OpenFileList final : public I_OpenFiles {
         RecordOf(file).device = identity.device;
         RecordOf(file).inode = identity.inode;
     }
-    OpenEngine* AddEngine(OpenFile* file, const char* configuration, uint64_t configuration_length) override {
-        auto* engine = new EngineRecord{{}, std::string(configuration, configuration_length)};
+    OpenEngine* AddEngine(OpenFile* file, const char* path, const char* configuration,
+                          uint64_t configuration_length) override {
+        auto* engine = new EngineRecord{{}, std::string(configuration, configuration_length), path};
+        engine->access = OpenEngine::kDead;
         engine->configuration = engine->text.data();
         engine->configuration_length = configuration_length;
+        engine->path = engine->path_text.c_str();
+        engine->begun_ms = NowMs();
         const std::scoped_lock lock(mutex_);
+        engine->number = ++last_number_;
         engine->next = file->engines;
         file->engines = engine;
         return engine;
+    }
+    void SetHandle(OpenEngine* engine, void* handle, uint32_t access) noexcept override {
+        const std::scoped_lock lock(mutex_);
+        engine->handle = handle;
+        engine->access = access;
+    }
+    void SetAccess(OpenEngine* engine, uint32_t access) noexcept override {
+        const std::scoped_lock lock(mutex_);
+        engine->access = access;
+    }
+    void SetUsers(OpenEngine* engine, uint32_t users) noexcept override {
+        const std::scoped_lock lock(mutex_);
+        engine->users = users;
     }
     void RemoveEngine(OpenFile* file, OpenEngine* engine) noexcept override {
         const std::scoped_lock lock(mutex_);
@@ -121,6 +147,14 @@ class OpenFileList final : public I_OpenFiles {
             }
         }
         return count;
+    }
+    void ListEngines(void (*visit)(void* context, const OpenEngine& engine), void* context) override {
+        const std::scoped_lock lock(mutex_);
+        for (const FileRecord& file : files_) {
+            for (const OpenEngine* engine = file.engines; engine != nullptr; engine = engine->next) {
+                visit(context, *engine);
+            }
+        }
     }
 
   private:
@@ -147,6 +181,7 @@ class OpenFileList final : public I_OpenFiles {
     }
 
     std::mutex mutex_;
+    uint64_t last_number_ = 0;
     std::list<FileRecord> files_;
 };
 

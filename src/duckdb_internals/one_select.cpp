@@ -167,11 +167,15 @@ void RequireNoParameters(const duckdb::StatementProperties& properties) {
 }
 
 duckdb::unique_ptr<duckdb::QueryResult> Execute(duckdb::ClientContext& context,
-                                                duckdb::PreparedStatement& prepared) {
+                                                duckdb::PreparedStatement& prepared,
+                                                const std::atomic<bool>& is_cut) {
     duckdb::PendingQueryParameters parameters;
     parameters.query_parameters.memory_type = duckdb::QueryResultMemoryType::BUFFER_MANAGED;
     // Without the text, DuckDB reports the position and leaves the quotation to this code.
     const auto pending = context.PendingQuery("", prepared.data, parameters);
+    if (is_cut.load()) {
+        context.Interrupt();
+    }
     return pending->HasError() ? Fail(pending->GetErrorObject()) : pending->Execute();
 }
 
@@ -186,7 +190,7 @@ duckdb::unique_ptr<duckdb::QueryResult> Run(duckdb::ClientContext& context, cons
         RefuseStatement();
     }
     CheckPlan(data.physical_plan->Root());
-    auto result = Execute(context, *prepared);
+    auto result = Execute(context, *prepared, text.is_cut);
     return result->HasError() ? Fail(QuoteRowsText(result->GetErrorObject(), text, data.names))
                               : std::move(result);
 }

@@ -2,6 +2,7 @@
 
 #include <duckdb.h>
 
+#include <atomic>
 #include <stdexcept>
 #include <string>
 
@@ -25,6 +26,9 @@ struct SelectText {
     const std::string& whole;
     /** The row limit to run it with in decimal digits, or empty for none. */
     const std::string& limit;
+    /** Whether another thread wants the query to end: DuckDB forgets an interrupt that comes before it begins
+        the query. */
+    const std::atomic<bool>& is_cut;
 };
 
 /** Runs the text once if it is one SELECT, both alone and with the text around it. The parsed statement is

@@ -141,6 +141,15 @@ int64_t GetRowsChanged(duckdb_result* result) {
     return count != nullptr ? *count : static_cast<int64_t>(duckdb_rows_changed(result));
 }
 
+ResultSize MeasureResult(const duckdb_result& result) noexcept {
+    try {
+        const duckdb::ColumnDataCollection& rows = CollectionOf(result);
+        return {static_cast<int64_t>(rows.Count()), static_cast<int64_t>(rows.AllocationSize())};
+    } catch (const std::exception&) {
+        return {0, 0};
+    }
+}
+
 void TakePendingError(duckdb_pending_result pending, duckdb_result* out_result) noexcept {
     *out_result = {};
     try {

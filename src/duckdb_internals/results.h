@@ -48,6 +48,14 @@ class ResultChunks {
     them twice. */
 int64_t GetRowsChanged(duckdb_result* result);
 
+/** The rows that a result holds, and DuckDB's memory for them, whether it is spilled or not. */
+struct ResultSize {
+    int64_t rows;
+    int64_t bytes;
+};
+/** Does not look at the rows. Nothing for a result that failed or is computed while it is read. */
+ResultSize MeasureResult(const duckdb_result& result) noexcept;
+
 /** Turns the failure of a pending result into a result with DuckDB's unchanged text, as executing in one call
     does; `duckdb_execute_pending` would prefix a sentence. The caller destroys the result. A pending result
     without an error becomes an empty result. Never throws. */

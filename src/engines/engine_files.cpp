@@ -12,12 +12,6 @@ namespace {
 
 using nbx::OpenEngine;
 
-/** Distinguishes the copy of DuckDB that this module is linked with from others that the process may have
-    loaded. */
-const void* get_Library() {
-    return reinterpret_cast<const void*>(&duckdb_library_version);
-}
-
 constexpr const char* kForeignLibrary =
     "Cannot open file: a module with another copy of DuckDB has it open in this process";
 constexpr const char* kOtherUse =
@@ -29,6 +23,10 @@ std::string DescribeReaders(uint32_t count) {
 }
 
 }  // namespace
+
+const void* get_DuckDBLibrary() noexcept {
+    return reinterpret_cast<const void*>(&duckdb_library_version);
+}
 
 bool IsEngineAlive(duckdb_database engine) {
     duckdb_connection connection = nullptr;
@@ -102,6 +100,7 @@ void FileTurn::CloseUnused() noexcept {
     for (const uint32_t access : {OpenEngine::kWriting, OpenEngine::kReading, OpenEngine::kDead}) {
         while (OpenEngine* const record = Find(access)) {
             auto handle = static_cast<duckdb_database>(record->handle);
+            files_.files_.SetHandle(record, nullptr, access);
             duckdb_close(&handle);
             files_.files_.RemoveEngine(file_, record);
         }
@@ -155,20 +154,21 @@ SharedEngine FileTurn::Use(OpenEngine& record) {
     engine->files = &files_;
     engine->file = file_;
     engine->record = &record;
-    ++record.users;
+    files_.files_.SetUsers(&record, record.users + 1);
     return engine;
 }
 
 SharedEngine FileTurn::JoinWriter() {
     OpenEngine* const record = Find(OpenEngine::kWriting);
-    return record != nullptr && record->library == get_Library() ? Use(*record) : nullptr;
+    return record != nullptr && record->library == get_DuckDBLibrary() ? Use(*record) : nullptr;
 }
 
 SharedEngine FileTurn::TakeIdleReader(const Configuration& configuration) {
     const FileStamp stamp = files_.system_.ReadStamp(look_.path);
     for (OpenEngine* each = file_->engines; each != nullptr; each = each->next) {
         const bool is_equal =
-            each->access == OpenEngine::kReading && each->users == 0 && each->library == get_Library() &&
+            each->access == OpenEngine::kReading && each->users == 0 &&
+            each->library == get_DuckDBLibrary() &&
             std::memcmp(each->stamp, stamp.data(), sizeof each->stamp) == 0 &&
             std::string_view(each->configuration, each->configuration_length) == configuration.get_Text();
         if (is_equal && IsEngineAlive(static_cast<duckdb_database>(each->handle))) {
@@ -183,7 +183,7 @@ SharedEngine FileTurn::OpenWriter(const std::string& path, const Configuration& 
     // An idle reader of the same file would not see what the writer writes.
     for (OpenEngine* each = file_->engines; each != nullptr; each = each->next) {
         if (each->access == OpenEngine::kReading && each->users == 0) {
-            each->access = OpenEngine::kDead;
+            files_.files_.SetAccess(each, OpenEngine::kDead);
         }
     }
     return Open(path, configuration, Engine::Access::writing, error);
@@ -202,9 +202,8 @@ SharedEngine FileTurn::Open(const std::string& path, const Configuration& config
     }
     // Allocate everything before the engine exists, so that a lack of memory cannot leak it.
     const std::string& text = configuration.get_Text();
-    OpenEngine* const record = files_.files_.AddEngine(file_, text.data(), text.size());
-    record->access = OpenEngine::kDead;
-    record->library = get_Library();
+    OpenEngine* const record = files_.files_.AddEngine(file_, path.c_str(), text.data(), text.size());
+    record->library = get_DuckDBLibrary();
     const FileStamp stamp = files_.system_.ReadStamp(look_.path);
     std::memcpy(record->stamp, stamp.data(), sizeof record->stamp);
     SharedEngine engine = Use(*record);
@@ -219,8 +218,8 @@ SharedEngine FileTurn::Open(const std::string& path, const Configuration& config
         }
         return nullptr;
     }
-    record->handle = engine->handle;
-    record->access = access == Engine::Access::reading ? OpenEngine::kReading : OpenEngine::kWriting;
+    files_.files_.SetHandle(record, engine->handle,
+                            access == Engine::Access::reading ? OpenEngine::kReading : OpenEngine::kWriting);
     engine->access = access;
     if (is_file_ && !look_.exists) {
         LookAgain();
@@ -234,12 +233,13 @@ void FileTurn::LookAgain() {
 }
 
 void FileTurn::GiveUp(Engine& engine) noexcept {
-    --std::exchange(engine.record, nullptr)->users;
+    OpenEngine* const record = std::exchange(engine.record, nullptr);
+    files_.files_.SetUsers(record, record->users - 1);
     engine.handle = nullptr;
 }
 
 void FileTurn::Retire(Engine& engine) noexcept {
-    engine.record->access = OpenEngine::kDead;
+    files_.files_.SetAccess(engine.record, OpenEngine::kDead);
     GiveUp(engine);
 }
 

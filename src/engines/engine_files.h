@@ -5,7 +5,9 @@
 #include <cstddef>
 #include <memory>
 #include <string>
+#include <vector>
 
+#include "base/census.h"
 #include "engines/configuration.h"
 #include "engines/file_system.h"
 #include "nbx/open_files.h"
@@ -20,6 +22,8 @@ struct Engine : nbx::noncopyable {
     enum class Access { writing, reading };
 
     ~Engine();
+    /** Its number in the census. */
+    uint64_t get_Number() const noexcept;
 
     duckdb_database handle = nullptr;
     Access access = Access::writing;
@@ -55,6 +59,8 @@ class EngineFiles : nbx::noncopyable {
     bool IsInUse(const std::string& path);
     /** For tests and diagnostics. */
     std::size_t get_EngineCount() { return files_.CountEngines(); }
+    /** Adds a line of the census for each engine. Throws `std::bad_alloc`. */
+    void List(std::vector<CensusLine>& lines);
 
   private:
     friend class FileTurn;
@@ -121,6 +127,10 @@ class FileTurn : nbx::noncopyable {
     nbx::OpenFile* file_ = nullptr;
     bool is_file_ = true;
 };
+
+/** Distinguishes the copy of DuckDB that this module is linked with from others that the process may have
+    loaded. */
+const void* get_DuckDBLibrary() noexcept;
 
 /** Whether queries run on the engine: false after an internal error has ended it. */
 bool IsEngineAlive(duckdb_database engine);

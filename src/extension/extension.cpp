@@ -8,12 +8,15 @@
 #include "base/text.h"
 #include "engines/engine_files.h"
 #include "engines/handle_registry.h"
+#include "extension/census.h"
 #include "extension/file_probe.h"
 #include "extension/restore.h"
 #include "extension/restore_snapshot.h"
+#include "nbx/mrsql/duckdb_census.h"
 #include "nbx/mrsql/duckdb_snapshot.h"
 #include "objects/cursor.h"
 #include "objects/database.h"
+#include "procedures/running_call.h"
 
 namespace mduckdb {
 
@@ -25,7 +28,9 @@ using nbx::mrsql::I_DuckDBCursor;
 using nbx::mrsql::I_DuckDBDatabase;
 using nbx::mrsql::I_DuckDBExtension;
 
-class DuckDBExtension final : public nbx::Counted<I_DuckDBExtension>, public nbx::mrsql::I_DuckDBRestore {
+class DuckDBExtension final : public nbx::Counted<I_DuckDBExtension>,
+                              public nbx::mrsql::I_DuckDBRestore,
+                              public nbx::mrsql::I_DuckDBCensus {
   public:
     void* QueryInterface(uint32_t interface_id) override {
         static constexpr nbx::InterfaceItem kTable[] = {
@@ -33,6 +38,8 @@ class DuckDBExtension final : public nbx::Counted<I_DuckDBExtension>, public nbx
              &nbx::CastToInterface<DuckDBExtension, I_DuckDBExtension>},
             {nbx::mrsql::kDuckDBRestoreInterfaceId,
              &nbx::CastToInterface<DuckDBExtension, nbx::mrsql::I_DuckDBRestore>},
+            {nbx::mrsql::kDuckDBCensusInterfaceId,
+             &nbx::CastToInterface<DuckDBExtension, nbx::mrsql::I_DuckDBCensus>},
             {0, nullptr},
         };
         return nbx::InterfaceTableQueryInterface(this, kTable, interface_id);
@@ -75,6 +82,12 @@ class DuckDBExtension final : public nbx::Counted<I_DuckDBExtension>, public nbx
                              smart_ptr<I_Location> backup_folder) override {
         return mduckdb::VerifyBackup(database, backup_folder);
     }
+    void List(nbx::mrsql::I_DuckDBCensusReader& reader) override {
+        for (const CensusLine& line : TakeCensus()) {
+            reader.Add(line);
+        }
+    }
+    bool CutCall(uint64_t number) override { return RunningCall::Cut(number); }
 };
 
 }  // namespace

@@ -149,6 +149,9 @@ void DuckDBDatabase::Backup(Location folder) {
             connection = PrepareBackup(std::move(folder), export_statement, backup_path);
             running.emplace(export_gate_);
         }
+        CensusEntry entry(CensusLine::kBackup, link_->get_Census().get_Number());
+        entry.Enter();
+        entry.BeginRunning();
         if (!Export(*connection, export_statement, error)) {
             is_interrupted = connection->get_Interruptible().TakeInterrupted();
         }

@@ -29,6 +29,7 @@ void DuckDBDatabase::CloseLocked() noexcept {
     if (get_IsInTransaction()) {
         lost_transactions_.fetch_add(1);
     }
+    link_->get_Census().Leave();
     link_->get_Children().CloseAll();
     link_->Disconnect();
     is_read_only_.store(false);

@@ -8,6 +8,7 @@
 #include <string_view>
 #include <utility>
 
+#include "base/census.h"
 #include "base/engine_lock.h"
 #include "engines/session.h"
 #include "nbx/location.h"
@@ -26,8 +27,7 @@ namespace mduckdb {
 class DatabaseLink : nbx::noncopyable {
   public:
     /** `owner` counts its references here. */
-    DatabaseLink(nbx::mrsql::I_DuckDBDatabase& owner, nbx::smart_ptr<nbx::I_Location> location)
-        : owner_(owner), location_(std::move(location)) {}
+    DatabaseLink(nbx::mrsql::I_DuckDBDatabase& owner, nbx::smart_ptr<nbx::I_Location> location);
 
     // The database's reference count. It is here, where it outlives the database, so that a child can see
     // that the last reference is gone: it falls to 0 before the destruction begins.
@@ -46,6 +46,8 @@ class DatabaseLink : nbx::noncopyable {
 
     const nbx::smart_ptr<nbx::I_Location>& get_Location() const noexcept { return location_; }
     ChildLists& get_Children() noexcept { return children_; }
+    /** The database's entry, listed while it is open. */
+    CensusEntry& get_Census() noexcept { return census_; }
 
     /** The connection, or null when the database is closed. */
     SharedConnection get_Connection() const { return connection_.get(); }
@@ -80,10 +82,14 @@ class DatabaseLink : nbx::noncopyable {
     std::string ToSql(const nbx::String& sql) const;
 
   private:
+    friend class Operation;
+
     nbx::mrsql::I_DuckDBDatabase& owner_;
     const nbx::smart_ptr<nbx::I_Location> location_;
+    CensusEntry census_;
     std::atomic<uint32_t> references_{0};
     std::atomic<bool> is_orphaned_{false};
+    bool is_operating_ NBX_GUARDED_BY(gEngineLock) = false;
 
     InterruptibleConnection connection_;
     nbx::Mutex sides_mutex_;
@@ -93,6 +99,20 @@ class DatabaseLink : nbx::noncopyable {
 };
 
 using SharedLink = std::shared_ptr<DatabaseLink>;
+
+/** A call that has DuckDB work on a database's connection, from the moment at which it has the engine lock. A
+    call inside another one is part of it. */
+class Operation : nbx::noncopyable {
+  public:
+    /** `entry` is the statement's own, if one runs. */
+    explicit Operation(DatabaseLink& link, CensusEntry* entry = nullptr) noexcept NBX_REQUIRES(gEngineLock);
+    ~Operation();
+
+  private:
+    DatabaseLink& link_;
+    CensusEntry* const entry_;
+    const bool is_outermost_;
+};
 
 /** A child's tie to its database. The child keeps the link for its whole life, even after it has released the
    database, since its destructor must remove it from the database's list. From any thread. */

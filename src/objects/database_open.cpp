@@ -75,6 +75,11 @@ void DuckDBDatabase::Adopt(Session& session) {
     link_->ReplaceConnection(session.get_Connection());
     are_options_new_ = false;
     is_open_.store(true);
+    CensusEntry& census = link_->get_Census();
+    census.put_Parent(engine_->get_Number());
+    census.put_Flag(CensusLine::kIsReadOnly, engine_->access == Engine::Access::reading);
+    census.put_Flag(CensusLine::kIsInTransaction, false);
+    census.Enter();
 }
 
 }  // namespace mduckdb

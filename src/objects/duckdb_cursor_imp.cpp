@@ -5,6 +5,7 @@
 #include "base/errors.h"
 #include "base/text.h"
 #include "duckdb_internals/plain_functions.h"
+#include "duckdb_internals/results.h"
 
 namespace mduckdb {
 namespace {
@@ -33,12 +34,18 @@ void FetchStatus::KeepErrorOf(duckdb_result* result) {
 }
 
 DuckDBCursor_imp::DuckDBCursor_imp(SharedLink link, ResultHolder result)
-    : tie_(std::move(link)), result_(std::move(result)), has_result_(static_cast<bool>(result_)) {
+    : tie_(std::move(link)),
+      census_(CensusLine::kCursor, tie_.get_Link()->get_Census().get_Number()),
+      result_(std::move(result)),
+      has_result_(static_cast<bool>(result_)) {
     const EngineLockScope lock;
     RequireValid();
     ReadDescription();
     // Last, so that a failure in the constructor cannot leave the object in the list.
     tie_.get_Siblings().Add(this);
+    const ResultSize size = MeasureResult(*result_);
+    census_.put_Size(size.rows, size.bytes);
+    census_.Enter();
 }
 
 DuckDBCursor_imp::~DuckDBCursor_imp() {
@@ -135,6 +142,7 @@ uint64_t DuckDBCursor_imp::CountComputedRows() {
 }
 
 void DuckDBCursor_imp::ReleaseResult() noexcept {
+    census_.Leave();
     has_result_.store(false);
     const nbx::MutexLock lock(result_mutex_);
     scan_.Reset();

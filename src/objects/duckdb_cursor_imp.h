@@ -75,6 +75,7 @@ class DuckDBCursor_imp : public nbx::Counted<nbx::mrsql::I_DuckDBCursor>, public
     uint64_t CountComputedRows();
 
     DatabaseTie tie_;
+    CensusEntry census_;
 
   private:
     static constexpr std::size_t kInlineNames = 10;

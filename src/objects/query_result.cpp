@@ -18,8 +18,8 @@ namespace {
 class DuckDBQueryResult final : public nbx::Counted<nbx::mrsql::I_DuckDBQueryResult>,
                                 public nbx::ForeignPlugin_imp {
   public:
-    /** The results in reverse: the last one is this link's. */
-    DuckDBQueryResult(SharedLink link, ResultList results, uint32_t cursor_location);
+    /** The results in reverse: the last one is this link's. `size` is that of all of them. */
+    DuckDBQueryResult(SharedLink link, ResultList results, ResultSize size, uint32_t cursor_location);
     ~DuckDBQueryResult() override;
 
     void* QueryInterface(uint32_t interface_id) override;
@@ -46,21 +46,29 @@ class DuckDBQueryResult final : public nbx::Counted<nbx::mrsql::I_DuckDBQueryRes
     uint32_t flags_ = 0;
     DuckDBErrorInfo error_;
     DatabaseTie tie_;
+    CensusEntry census_;
     /** For `get_Cursor`, which takes no engine lock while the database may be closing on another thread. */
     mutable nbx::Mutex cursor_mutex_;
     nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor> cursor_ NBX_GUARDED_BY(cursor_mutex_);
     ResultHolder result_;
     /** The results of the links that follow, the next one last, so that passing them on moves none. */
     ResultList remaining_;
+    ResultSize remaining_size_;
 };
 
-DuckDBQueryResult::DuckDBQueryResult(SharedLink link, ResultList results, uint32_t cursor_location)
-    : cursor_location_(cursor_location), tie_(std::move(link)) {
+DuckDBQueryResult::DuckDBQueryResult(SharedLink link, ResultList results, ResultSize size,
+                                     uint32_t cursor_location)
+    : cursor_location_(cursor_location),
+      tie_(std::move(link)),
+      census_(CensusLine::kQueryResult, tie_.get_Link()->get_Census().get_Number()),
+      remaining_size_(size) {
     const EngineLockScope lock;
     TakeNext(std::move(results));
     ReadOutcome();
     // Last, so that a failure in the constructor cannot leave the object in the list.
     tie_.get_Siblings().Add(this);
+    census_.put_Size(remaining_size_.rows, remaining_size_.bytes);
+    census_.Enter();
 }
 
 DuckDBQueryResult::~DuckDBQueryResult() {
@@ -77,6 +85,8 @@ void DuckDBQueryResult::TakeNext(ResultList results) noexcept {
         return;
     }
     result_ = std::move(results.back());
+    const ResultSize own = MeasureResult(*result_);
+    remaining_size_ = {remaining_size_.rows - own.rows, remaining_size_.bytes - own.bytes};
     results.pop_back();
     remaining_ = std::move(results);
 }
@@ -103,6 +113,7 @@ void DuckDBQueryResult::ReadOutcome() {
 }
 
 void DuckDBQueryResult::ReleaseAll() noexcept {
+    census_.Leave();
     tie_.Cut();
     nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor> cursor;
     {
@@ -128,8 +139,9 @@ nbx::smart_ptr<nbx::mrsql::I_DuckDBQueryResult> DuckDBQueryResult::NextResult() 
     if (remaining_.empty() || tie_.get() == nullptr) {
         return nullptr;
     }
+    census_.put_Size(0, 0);
     return nbx::MakeObject<DuckDBQueryResult>(tie_.get_Link(), std::exchange(remaining_, {}),
-                                              cursor_location_);
+                                              std::exchange(remaining_size_, {0, 0}), cursor_location_);
 }
 
 void DuckDBQueryResult::Close() {
@@ -142,7 +154,12 @@ void DuckDBQueryResult::Close() {
 nbx::smart_ptr<nbx::mrsql::I_DuckDBQueryResult> MakeQueryResult(SharedLink link, ResultList results,
                                                                 uint32_t cursor_location) {
     std::reverse(results.begin(), results.end());
-    return nbx::MakeObject<DuckDBQueryResult>(std::move(link), std::move(results), cursor_location);
+    ResultSize size{0, 0};
+    for (const ResultHolder& result : results) {
+        const ResultSize each = MeasureResult(*result);
+        size = {size.rows + each.rows, size.bytes + each.bytes};
+    }
+    return nbx::MakeObject<DuckDBQueryResult>(std::move(link), std::move(results), size, cursor_location);
 }
 
 }  // namespace mduckdb

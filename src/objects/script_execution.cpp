@@ -143,6 +143,7 @@ ResultList CollectResults(DatabaseLink& database, const nbx::String& sql, const 
 int64_t DuckDBDatabase::SqlExecute(const nbx::String& sql, nbx::smart_ptr<nbx::ValueRow> parameters) {
     nbx::MironaInit3();
     EngineLockScope lock;
+    const Operation operation(*link_);
     int64_t total = 0;
     // One at a time, so that the rows of one statement are freed before the next begins.
     ExecuteScript(*link_, sql, parameters.get(),
@@ -154,6 +155,7 @@ nbx::smart_ptr<nbx::mrsql::I_DuckDBQueryResult> DuckDBDatabase::SqlQuery(
     const nbx::String& sql, uint32_t cursor_location, nbx::smart_ptr<nbx::ValueRow> parameters) {
     nbx::MironaInit3();
     EngineLockScope lock;
+    const Operation operation(*link_);
     return MakeQueryResult(link_, CollectResults(*link_, sql, parameters.get()), cursor_location);
 }
 
@@ -161,6 +163,7 @@ nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor> DuckDBDatabase::SqlSelect(
     const nbx::String& sql, uint32_t cursor_location, nbx::smart_ptr<nbx::ValueRow> parameters) {
     nbx::MironaInit3();
     EngineLockScope lock;
+    const Operation operation(*link_);
     ResultList results = CollectResults(*link_, sql, parameters.get());
     if (results.size() != 1) {
         results.clear();

@@ -41,6 +41,9 @@ void DuckDBDatabase::RunBeside(Work work) {
             running.emplace(export_gate_);
         }
         try {
+            CensusEntry entry(CensusLine::kBackup, link_->get_Census().get_Number());
+            entry.Enter();
+            entry.BeginRunning();
             const RunningStops::Scope scope(running_stops_, stop);
             work(engine, stop);
         } catch (const BackupInterrupted&) {

@@ -18,10 +18,15 @@ nbx::smart_ptr<nbx::mrsql::I_DuckDBStatement> MakeStatement(SharedLink link, con
 }
 
 DuckDBStatement::DuckDBStatement(SharedLink link, const nbx::String& sql)
-    : tie_(std::move(link)), sql_text_(sql) {}
+    : tie_(std::move(link)),
+      census_(CensusLine::kStatement, tie_.get_Link()->get_Census().get_Number()),
+      sql_text_(sql) {
+    census_.Enter();
+}
 
 DuckDBStatement::~DuckDBStatement() {
     EngineLockScope lock;
+    census_.Leave();
     DestroyPrepared();
     DestroyExtracted();
     tie_.get_Siblings().Remove(this);
@@ -47,6 +52,7 @@ void DuckDBStatement::Detach() {
     EngineLockScope lock;
     const nbx::MutexLock detach_lock(detach_mutex_);
     tie_.Cut();
+    census_.Leave();
     DestroyPrepared();
     DestroyExtracted();
 }
@@ -74,6 +80,7 @@ void DuckDBStatement::ThrowStatementError(const char* fixed_text) const {
 void DuckDBStatement::PrepareNext() {
     EngineLockScope lock;
     nbx::MironaInit3();
+    const Operation operation(*tie_.get_Link(), &census_);
     Prepare();
 }
 

@@ -140,6 +140,7 @@ class DuckDBStatement final : public nbx::Counted<nbx::mrsql::I_DuckDBStatement>
     void RunOnce();
 
     DatabaseTie tie_;
+    CensusEntry census_;
     const nbx::String sql_text_;
     /** Of the statement prepared last. */
     nbx::String current_sql_;

@@ -31,6 +31,7 @@ void SetText(nbx::String& text, MakeText make_text) noexcept {
 bool DuckDBStatement::ExecuteNext(int64_t& rows_changed) {
     EngineLockScope lock;
     nbx::MironaInit3();
+    const Operation operation(*tie_.get_Link(), &census_);
     Prepare();
     rows_changed = RunPrepared();
     return next_index_ < extracted_count_;
@@ -44,6 +45,7 @@ bool DuckDBStatement::ExecuteNext() {
 void DuckDBStatement::ExecuteAll() {
     EngineLockScope lock;
     nbx::MironaInit3();
+    const Operation operation(*tie_.get_Link(), &census_);
     do {
         Prepare();
         RunPrepared();
@@ -54,6 +56,7 @@ void DuckDBStatement::ExecuteAll() {
 bool DuckDBStatement::RunOne() {
     EngineLockScope lock;
     nbx::MironaInit3();
+    const Operation operation(*tie_.get_Link(), &census_);
     Prepare();
     RunPrepared();
     return next_index_ < extracted_count_;
@@ -89,6 +92,7 @@ nbx::mrsql::DuckDBExecutionResult DuckDBStatement::TryExecuteAll() {
 int64_t DuckDBStatement::Execute() {
     EngineLockScope lock;
     nbx::MironaInit3();
+    const Operation operation(*tie_.get_Link(), &census_);
     return RunPrepared();
 }
 
@@ -144,6 +148,7 @@ void DuckDBStatement::RunOnce() {
 nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor> DuckDBStatement::OpenCursor(uint32_t cursor_location) {
     EngineLockScope lock;
     nbx::MironaInit3();
+    const Operation operation(*tie_.get_Link(), &census_);
     RequireDatabase();
     if (parameter_rows_) {
         // The host counts rows in 32 bits.
@@ -176,6 +181,7 @@ uint64_t DuckDBStatement::get_PieceCount() {
 bool DuckDBStatement::ExecuteNextWritten(int64_t& rows_changed) {
     EngineLockScope lock;
     nbx::MironaInit3();
+    const Operation operation(*tie_.get_Link(), &census_);
     rows_changed = 0;
     do {
         Prepare();
@@ -187,6 +193,7 @@ bool DuckDBStatement::ExecuteNextWritten(int64_t& rows_changed) {
 nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor> DuckDBStatement::OpenNextWritten(uint32_t cursor_location) {
     EngineLockScope lock;
     nbx::MironaInit3();
+    const Operation operation(*tie_.get_Link(), &census_);
     Prepare();
     while (next_index_ < pieces_end_) {
         RunPrepared();
@@ -203,6 +210,7 @@ nbx::smart_ptr<nbx::mrsql::I_DuckDBQueryResult> DuckDBStatement::ExecuteToQueryR
     uint32_t cursor_location) {
     EngineLockScope lock;
     nbx::MironaInit3();
+    const Operation operation(*tie_.get_Link(), &census_);
     ResultList results;
     results.reserve(1);  // before anything is committed
     RunPrepared();

@@ -45,7 +45,7 @@ mirona_cursor FetchDuckDB::Run(mirona_call call, const Arguments& arguments) {
     }
     std::vector<std::string> parts = ReadQualifiedName(Trim(name));
     const std::string limit = arguments.Limit(2);
-    PrivateEngine engine = PrivateEngine::OpenFile(uri);
+    PrivateEngine engine = PrivateEngine::OpenFile(kName, uri);
     engine.QualifyName(parts);
     return RunQuery(call, kName, std::move(engine), "SELECT * FROM " + QuoteQualifiedName(parts), limit);
 }

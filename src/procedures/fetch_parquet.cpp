@@ -21,7 +21,7 @@ std::string BaseQuery(const Arguments& arguments) {
 mirona_cursor FetchParquet::Run(mirona_call call, const Arguments& arguments) {
     const std::string base_query = BaseQuery(arguments);
     const std::string limit = arguments.Limit(3);
-    return RunQuery(call, kName, PrivateEngine::OpenInMemory(), base_query, limit);
+    return RunQuery(call, kName, PrivateEngine::OpenInMemory(kName), base_query, limit);
 }
 
 }  // namespace mduckdb

@@ -7,7 +7,7 @@ namespace mduckdb {
 
 mirona_cursor ParquetMetadata::Run(mirona_call call, const Arguments& arguments) {
     const std::string uri = arguments.RequiredText(0, kName);
-    return RunQuery(call, kName, PrivateEngine::OpenInMemory(),
+    return RunQuery(call, kName, PrivateEngine::OpenInMemory(kName),
                     "SELECT * FROM parquet_metadata(" + QuoteLiteral(uri) + ")", {});
 }
 

@@ -41,7 +41,7 @@ mirona_cursor ParquetSchema::Run(mirona_call call, const Arguments& arguments) {
     const std::string uri = arguments.RequiredText(0, kName);
     const std::string sql = "SELECT * FROM " + ReadParquetCall(uri) + " LIMIT 0";
     RequireNoNul(kName, sql);
-    PrivateEngine engine = PrivateEngine::OpenInMemory();
+    PrivateEngine engine = PrivateEngine::OpenInMemory(kName);
     ResultHolder result = engine.Query(sql);
     const idx_t rows = duckdb_column_count(result.get());
     std::vector<mirona_value> values;

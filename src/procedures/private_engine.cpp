@@ -10,6 +10,7 @@
 namespace mduckdb {
 namespace {
 
+constexpr const char* kMemory = ":memory:";
 constexpr const char* kOpenFailed = "Unable to open DuckDB database.";
 constexpr const char* kConnectFailed = "Unable to connect to DuckDB database.";
 /** Keeps idle engines apart from those that database objects configured. */
@@ -55,27 +56,36 @@ std::string DatabaseFilePath(const std::string& uri) {
     return std::string(path);
 }
 
-PrivateEngine PrivateEngine::OpenInMemory() {
-    PrivateEngine engine;
-    if (duckdb_open(nullptr, &engine.database_) != DuckDBSuccess) {
+PrivateEngine PrivateEngine::OpenInMemory(const char* procedure_name) {
+    PrivateEngine engine(procedure_name);
+    engine.OpenMemory();
+    if (!engine.engine_) {
         throw std::runtime_error("Unable to open in-memory DuckDB database.");
     }
     engine.Connect("Unable to connect to in-memory DuckDB database.");
     return engine;
 }
 
-PrivateEngine PrivateEngine::OpenFile(const std::string& path) {
-    PrivateEngine engine;
+PrivateEngine PrivateEngine::OpenFile(const char* procedure_name, const std::string& path) {
+    PrivateEngine engine(procedure_name);
     const std::string file = DatabaseFilePath(path);
-    if (file.empty() || (file == ":memory:" && duckdb_open(nullptr, &engine.database_) != DuckDBSuccess)) {
-        throw std::runtime_error(kOpenFailed);
-    }
-    if (engine.database_ != nullptr) {
-        engine.Connect(kConnectFailed);
-    } else {
+    if (file == kMemory) {
+        engine.OpenMemory();
+    } else if (!file.empty()) {
         engine.UseFile(file);
     }
+    if (!engine.engine_) {
+        throw std::runtime_error(kOpenFailed);
+    }
+    engine.Connect(kConnectFailed);
     return engine;
+}
+
+void PrivateEngine::OpenMemory() {
+    // A name of its own, so that nobody shares the engine.
+    FileTurn turn = FileTurn::OfName("call " + std::to_string(call_->get_Number()));
+    std::string error;
+    engine_ = turn.OpenWriter(kMemory, Configuration(), error);
 }
 
 void PrivateEngine::UseFile(const std::string& file) {
@@ -96,7 +106,6 @@ void PrivateEngine::UseFile(const std::string& file) {
         const std::string refusal = turn.get_Refusal(Engine::Access::reading);
         throw std::runtime_error(refusal.empty() ? kOpenFailed : refusal);
     }
-    Connect(kConnectFailed);
 }
 
 bool PrivateEngine::JoinWriter(FileTurn& turn) {
@@ -118,22 +127,26 @@ bool PrivateEngine::JoinWriter(FileTurn& turn) {
 }
 
 PrivateEngine::PrivateEngine(PrivateEngine&& other) noexcept
-    : engine_(std::move(other.engine_)),
-      database_(std::exchange(other.database_, nullptr)),
+    : call_(std::move(other.call_)),
+      engine_(std::move(other.engine_)),
       connection_(std::exchange(other.connection_, nullptr)),
       is_shared_(std::exchange(other.is_shared_, false)),
       catalog_(std::move(other.catalog_)) {}
 
 PrivateEngine::~PrivateEngine() {
+    if (call_) {
+        call_->Disconnect();
+    }
     duckdb_disconnect(&connection_);
-    duckdb_close(&database_);
     engine_.reset();
 }
 
 void PrivateEngine::Connect(const char* failure_text) {
-    if (duckdb_connect(engine_ ? engine_->handle : database_, &connection_) != DuckDBSuccess) {
+    // A shared engine was connected to when it was looked at.
+    if (!is_shared_ && duckdb_connect(engine_->handle, &connection_) != DuckDBSuccess) {
         throw std::runtime_error(failure_text);
     }
+    call_->Connect(connection_, engine_->get_Number());
 }
 
 bool PrivateEngine::Run(const char* sql) noexcept {
@@ -161,6 +174,7 @@ void PrivateEngine::QualifyName(std::vector<std::string>& parts) {
 ResultHolder PrivateEngine::Query(const std::string& sql) {
     ResultHolder result;
     if (duckdb_query(connection_, sql.c_str(), result.Receive()) != DuckDBSuccess) {
+        call_->ThrowIfCut();
         throw QueryError(*result.get());
     }
     return result;

@@ -2,12 +2,14 @@
 
 #include <duckdb.h>
 
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "base/holders.h"
 #include "engines/engine_files.h"
+#include "procedures/running_call.h"
 
 namespace mduckdb {
 
@@ -16,11 +18,11 @@ namespace mduckdb {
 class PrivateEngine {
   public:
     /** An engine of its own in memory. */
-    static PrivateEngine OpenInMemory();
+    static PrivateEngine OpenInMemory(const char* procedure_name);
     /** Reads a database file. If this process has it open for writing, reads through that engine, in a
         read-only transaction that lasts until `FinishReading`; otherwise through a read-only engine. In both
         cases it creates, checkpoints and deletes nothing. `:memory:` is an empty database. */
-    static PrivateEngine OpenFile(const std::string& path);
+    static PrivateEngine OpenFile(const char* procedure_name, const std::string& path);
 
     PrivateEngine(PrivateEngine&& other) noexcept;
     PrivateEngine(const PrivateEngine&) = delete;
@@ -32,22 +34,24 @@ class PrivateEngine {
     duckdb_connection get_Connection() const noexcept { return connection_; }
     /** Called when the result is complete: ends the transaction, so that it does not block checkpoints. */
     void FinishReading() noexcept;
+    RunningCall& get_Call() noexcept { return *call_; }
     /** Makes names that start with the name of the file's catalog refer to the file, even when a shared
        engine has attached it under another name. */
     void QualifyName(std::vector<std::string>& parts);
 
   private:
-    PrivateEngine() = default;
+    explicit PrivateEngine(const char* procedure_name)
+        : call_(std::make_unique<RunningCall>(procedure_name)) {}
+    void OpenMemory();
     void Connect(const char* failure_text);
     void UseFile(const std::string& file);
     /** Connects to the writing engine, if there is a working one. */
     bool JoinWriter(FileTurn& turn);
     bool Run(const char* sql) noexcept;
 
-    /** The use of a file's engine, or null. */
+    std::unique_ptr<RunningCall> call_;
+    /** Of the file, or of this call alone in memory; null until it is open. */
     SharedEngine engine_;
-    /** The in-memory engine, which this object owns, or null. */
-    duckdb_database database_ = nullptr;
     duckdb_connection connection_ = nullptr;
     /** The engine is the writing engine of this process. */
     bool is_shared_ = false;

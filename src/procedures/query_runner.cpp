@@ -7,6 +7,7 @@
 
 #include "base/holders.h"
 #include "duckdb_internals/one_select.h"
+#include "duckdb_internals/results.h"
 #include "procedures/procedures.h"
 #include "procedures/query_state.h"
 #include "procedures/select_type.h"
@@ -18,14 +19,14 @@ namespace {
 constexpr std::string_view kBeforeBase = "SELECT * FROM (";
 constexpr std::string_view kAfterBase = ") AS parquet_source LIMIT 0";
 
-ResultHolder FetchRows(const PrivateEngine& engine, const char* procedure_name, const std::string& base_query,
+ResultHolder FetchRows(PrivateEngine& engine, const char* procedure_name, const std::string& base_query,
                        const std::string& limit) {
     std::string whole(kBeforeBase);
     whole.append(base_query).append(kAfterBase);
     ResultHolder result;
     try {
-        result = ResultHolder(
-            RunOneSelect(engine.get_Connection(), {base_query, kBeforeBase.size(), whole, limit}));
+        result = ResultHolder(RunOneSelect(engine.get_Connection(), {base_query, kBeforeBase.size(), whole,
+                                                                     limit, engine.get_Call().get_IsCut()}));
     } catch (const RefusedSelect& refused) {
         const std::string function = refused.get_Function();
         throw std::invalid_argument(std::string(procedure_name) +
@@ -33,6 +34,7 @@ ResultHolder FetchRows(const PrivateEngine& engine, const char* procedure_name, 
                                                       : " does not allow the function " + function + "."));
     }
     if (duckdb_result_error(result.get()) != nullptr) {
+        engine.get_Call().ThrowIfCut();
         throw QueryError(*result.get());
     }
     return result;
@@ -70,6 +72,8 @@ mirona_cursor RunQuery(mirona_call call, const char* procedure_name, PrivateEngi
                        const std::string& base_query, const std::string& limit) {
     RequireNoNul(procedure_name, base_query);
     ResultHolder result = FetchRows(engine, procedure_name, base_query, limit);
+    const ResultSize size = MeasureResult(*result);
+    engine.get_Call().Finish(size.rows, size.bytes);
     engine.FinishReading();
     std::vector<ColumnRecord> columns = DescribeColumns(*result.get());
     auto state = std::make_unique<QueryState>(std::move(engine), std::move(columns), std::move(result));

@@ -20,7 +20,7 @@ TEST(ColumnName, IsThePositionFromOneWhenDuckDBHasNone) {
 
 TEST(RunQuery, ReturnsACursorWithTheColumnsOfTheQuery) {
     FakeHost host;
-    RunQuery(host.get_Call(), "p", PrivateEngine::OpenInMemory(),
+    RunQuery(host.get_Call(), "p", PrivateEngine::OpenInMemory("p"),
              "SELECT 1::DECIMAL(4,1) AS d, 'x' AS t, true AS b", "");
     ASSERT_TRUE(host.has_cursor);
     ASSERT_EQ(3u, host.cursor.column_count);
@@ -33,7 +33,8 @@ TEST(RunQuery, ReturnsACursorWithTheColumnsOfTheQuery) {
 
 TEST(RunQuery, DeliversACountOfMoreThan32Bits) {
     FakeHost host;
-    RunQuery(host.get_Call(), "p", PrivateEngine::OpenInMemory(), "SELECT 6000000000::BIGINT AS count", "");
+    RunQuery(host.get_Call(), "p", PrivateEngine::OpenInMemory("p"), "SELECT 6000000000::BIGINT AS count",
+             "");
     ASSERT_TRUE(host.has_cursor);
     ASSERT_EQ(MIRONA_ROW_OK, host.cursor.next_row(host.cursor.state));
     EXPECT_EQ("6000000000", host.Cell(0));
@@ -43,7 +44,7 @@ TEST(RunQuery, ThrowsDuckDBsTextOfTheProbeOrOfTheRun) {
     FakeHost host;
     const auto error_of = [&](const char* query) -> std::string {
         try {
-            RunQuery(host.get_Call(), "p", PrivateEngine::OpenInMemory(), query, "");
+            RunQuery(host.get_Call(), "p", PrivateEngine::OpenInMemory("p"), query, "");
             return "nothing was thrown";
         } catch (const std::runtime_error& error) {
             return error.what();
@@ -57,7 +58,7 @@ TEST(RunQuery, ThrowsDuckDBsTextOfTheProbeOrOfTheRun) {
 
 TEST(RunQuery, KeepsColumnsOfTheSameNameApart) {
     FakeHost host;
-    RunQuery(host.get_Call(), "p", PrivateEngine::OpenInMemory(), "SELECT 1 AS a, 2 AS a", "");
+    RunQuery(host.get_Call(), "p", PrivateEngine::OpenInMemory("p"), "SELECT 1 AS a, 2 AS a", "");
     ASSERT_TRUE(host.has_cursor);
     ASSERT_EQ(MIRONA_ROW_OK, host.cursor.next_row(host.cursor.state));
     EXPECT_EQ("1", host.Cell(0));

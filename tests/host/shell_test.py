@@ -47,6 +47,14 @@ class PipeShellTest(HostCase):
                                              '"",a,a.db,read and write\n*,b,b.db,read and write', "i\n1\n"])
         self.assertTrue(error.endswith("No database is open. Use .open FILE to open one.\n"), error)
 
+    def test_open_alone_lists_what_is_open(self):
+        out, _ = self.shell("BEGIN;\n.open\n", "a.db")
+        lines = [line.split(",") for line in out.splitlines()]
+        self.assertEqual(lines[0][:6], ["kind", "number", "of", "name", "state", "users"])
+        self.assertEqual([lines[1][0], *lines[1][3:6]], ["engine", self.path("a.db"), "exclusive lock", "1"])
+        self.assertEqual([lines[2][0], *lines[2][2:5]], ["database", lines[1][1], self.path("a.db"), "in transaction"])
+        self.assertEqual(len(lines), 3)
+
     def test_one_name_for_two_databases_gets_a_number(self):
         os.mkdir(self.path("x"))
         out, _ = self.shell(".open x/a.db\n.databases\n", "a.db")

@@ -19,7 +19,8 @@ struct FileIdentity {
     const char* name;
 };
 
-/** A database engine that has a file open. The fields belong to the thread that has the file's turn. */
+/** A database engine that has a file open. The fields belong to the thread that has the file's turn; those
+   that `ListEngines` shows are changed through the list alone. */
 struct OpenEngine {
     enum : uint32_t {
         kWriting = 0,
@@ -40,6 +41,12 @@ struct OpenEngine {
     /** Equal texts mean equal engines. The list owns the text, which may hold NUL characters. */
     const char* configuration;
     uint64_t configuration_length;
+    /** Counts from 1 in its list and is never used again. */
+    uint64_t number;
+    /** When the record was made, in milliseconds of the system's monotonic clock. */
+    int64_t begun_ms;
+    /** UTF-8, NUL-terminated; the list owns it. */
+    const char* path;
 };
 
 /** A file on the list. */
@@ -68,12 +75,19 @@ class I_OpenFiles {
     virtual void ClaimPlace(OpenFile* file, const FileIdentity& identity) = 0;
     /** The file at the claimed place exists now, or is another one. */
     virtual void SetIdentity(OpenFile* file, const FileIdentity& identity) noexcept = 0;
-    /** A record without a handle and without users. Throws `std::bad_alloc`. */
-    virtual OpenEngine* AddEngine(OpenFile* file, const char* configuration,
+    /** A record without a handle and without users: a dead engine. Throws `std::bad_alloc`. */
+    virtual OpenEngine* AddEngine(OpenFile* file, const char* path, const char* configuration,
                                   uint64_t configuration_length) = 0;
+    virtual void SetHandle(OpenEngine* engine, void* handle, uint32_t access) noexcept = 0;
+    virtual void SetAccess(OpenEngine* engine, uint32_t access) noexcept = 0;
+    virtual void SetUsers(OpenEngine* engine, uint32_t users) noexcept = 0;
     virtual void RemoveEngine(OpenFile* file, OpenEngine* engine) noexcept = 0;
     /** For tests and diagnostics. */
     virtual uint64_t CountEngines() noexcept = 0;
+    /** Shows every engine to `visit`, which must return soon and not call the list. No engine is closed
+        meanwhile. The handle is null while an engine is being opened or closed. What `visit` throws passes.
+     */
+    virtual void ListEngines(void (*visit)(void* context, const OpenEngine& engine), void* context) = 0;
 
   protected:
     ~I_OpenFiles() = default;

@@ -1,0 +1,10 @@
+#pragma once
+
+#include "print/printer.h"
+
+namespace mduckdb_host {
+
+/** Prints what the module has open, one row each. Throws `std::runtime_error` when the module cannot tell. */
+void PrintCensus(Printer& printer);
+
+}  // namespace mduckdb_host

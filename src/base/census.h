@@ -1,0 +1,69 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "nbx/engine_lock.h"
+#include "nbx/mrsql/duckdb_census.h"
+
+namespace mduckdb {
+
+using CensusLine = nbx::mrsql::DuckDBCensusLine;
+
+/** Milliseconds of the system's monotonic clock, to a few milliseconds. */
+int64_t NowMs() noexcept;
+
+/** An entry of the module's list of what is open: a member of the object that it stands for.
+
+    The list has a mutex of its own, which is held for a few instructions, so that a census waits neither for
+    the engine lock nor for DuckDB. What may change is atomic. */
+class CensusEntry : nbx::noncopyable {
+  public:
+    /** Not listed yet. `name` is cleaned of what may be secret. Throws `std::bad_alloc`. */
+    CensusEntry(CensusLine::Kind kind, uint64_t parent, const std::string& name = {});
+    ~CensusEntry() { Leave(); }
+
+    /** Lists the object, which is whole from now on. The age counts from here. */
+    void Enter() noexcept;
+    /** Takes it off the list; nothing when it is not on it. */
+    void Leave() noexcept;
+
+    uint64_t get_Number() const noexcept { return number_; }
+    void put_Parent(uint64_t number) noexcept { parent_.store(number, std::memory_order_relaxed); }
+    void put_Size(int64_t rows, int64_t bytes) noexcept {
+        rows_.store(rows, std::memory_order_relaxed);
+        bytes_.store(bytes, std::memory_order_relaxed);
+    }
+    void put_Flag(CensusLine::Flags flag, bool value) noexcept;
+    void BeginRunning() noexcept { running_since_.store(NowMs(), std::memory_order_relaxed); }
+    void EndRunning() noexcept { running_since_.store(kNotRunning, std::memory_order_relaxed); }
+
+    /** Everything that is listed, in the order of its coming. Throws `std::bad_alloc`. */
+    static void List(std::vector<CensusLine>& lines);
+
+  private:
+    static constexpr int64_t kNotRunning = -1;
+
+    CensusLine MakeLine(int64_t now) const;
+
+    const CensusLine::Kind kind_;
+    const nbx::String name_;
+    const uint64_t number_;
+    std::atomic<uint64_t> parent_;
+    std::atomic<int64_t> begun_{0};
+    std::atomic<int64_t> running_since_{kNotRunning};
+    std::atomic<int64_t> rows_{-1};
+    std::atomic<int64_t> bytes_{-1};
+    std::atomic<uint32_t> flags_{0};
+    // Links of the list, which its mutex guards.
+    CensusEntry* next_ = nullptr;
+    CensusEntry* previous_ = nullptr;
+};
+
+/** The text without what may be a secret: the user in front of the host of a URL, and what follows the first
+    question mark of a text that begins with a scheme. */
+std::string WithoutSecrets(const std::string& path);
+
+}  // namespace mduckdb
