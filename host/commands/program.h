@@ -11,6 +11,7 @@
 #include "print/output.h"
 #include "print/printer.h"
 #include "table/function_table.h"
+#include "text/messages.h"
 
 namespace CLI {  // NOLINT(readability-identifier-naming): the library's own
 class App;       // its headers are slow to compile
@@ -65,7 +66,7 @@ std::vector<std::string> RestoreWords(const std::vector<std::string>& words, con
 
 /** Reports an exception of the host interfaces, thrown while `sql` ran (may be empty); returns the exit
  * status. */
-int ReportException(Program& program, const nbx::xException& error, std::string_view sql);
+int ReportException(Program& program, const nbx::xException& error, const SqlText& sql);
 
 /** Opens the database that the command line names. It must exist; Ctrl-C terminates the program while it
     opens. Reports on stderr when the file is only open for reading. Throws `std::runtime_error` with a text

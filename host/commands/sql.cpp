@@ -3,6 +3,8 @@
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 
+#include <algorithm>
+#include <cstddef>
 #include <fstream>
 #include <iostream>
 #include <iterator>
@@ -46,11 +48,32 @@ std::string ReadAll(std::istream& in) {
     return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
 }
 
-bool HasStatement(const std::string& sql) {
+struct Statement {
+    std::string text;
+    /** The line at which it begins, counted from 1. */
+    int64_t line;
+};
+
+std::vector<Statement> SplitStatements(const std::string& sql) {
     StatementSplitter splitter;
     splitter.Add(sql);
-    std::string statement;
-    return splitter.TakeStatement(statement) || !splitter.TakeRest().empty();
+    std::vector<Statement> statements;
+    auto end = sql.begin();
+    int64_t line = 1;
+    const auto add = [&](std::string statement) {
+        const auto start = std::search(end, sql.end(), statement.begin(), statement.end());
+        line += std::count(end, start, '\n');
+        end = start + static_cast<std::ptrdiff_t>(statement.size());
+        statements.push_back({std::move(statement), line});
+        line += std::count(start, end, '\n');
+    };
+    for (std::string statement; splitter.TakeStatement(statement);) {
+        add(std::move(statement));
+    }
+    if (std::string rest = splitter.TakeRest(); !rest.empty()) {
+        add(std::move(rest));
+    }
+    return statements;
 }
 
 Datum ParseParameter(const std::string& text) {
@@ -129,13 +152,13 @@ ResultPtr RunSql(const DatabasePtr& database, const Arguments& arguments, const 
 }
 
 int RunAndPrint(Program& program, const Arguments& arguments, const DatabasePtr& database,
-                const std::string& sql) {
-    const std::unique_ptr<Printer> printer = program.MakePrinter();
+                const Statement& statement, Printer& printer) {
+    const SqlText sql(statement.text, statement.line);
     InterruptWatch watch(database);
     try {
-        ResultPtr result = RunSql(database, arguments, sql);
+        ResultPtr result = RunSql(database, arguments, statement.text);
         watch.EndProgress();
-        PrintResults(std::move(result), *printer, [&watch] { return watch.get_IsInterrupted(); });
+        PrintResults(std::move(result), printer, [&watch] { return watch.get_IsInterrupted(); });
     } catch (const nbx::xException& error) {
         watch.EndProgress();
         return ReportException(program, error, sql);
@@ -144,18 +167,34 @@ int RunAndPrint(Program& program, const Arguments& arguments, const DatabasePtr&
                                      : kWorked;
 }
 
+/** Prints each result before the next statement runs, and stops at the first one that fails. */
+int RunScript(Program& program, const Arguments& arguments, const DatabasePtr& database,
+              const std::vector<Statement>& statements) {
+    const std::unique_ptr<Printer> printer = program.MakePrinter();
+    for (const Statement& statement : statements) {
+        if (const int status = RunAndPrint(program, arguments, database, statement, *printer)) {
+            return status;
+        }
+    }
+    return kWorked;
+}
+
 int RunSqlCommand(Program& program, const Arguments& arguments) {
     if (!arguments.parameters.empty() && !arguments.parameters_file.empty()) {
         throw xUsageError("Use either --param or --params-file, not both.");
     }
     const std::string sql = arguments.sql == "-" ? ReadAll(std::cin) : arguments.sql;
-    if (!HasStatement(sql)) {
+    const std::vector<Statement> statements = SplitStatements(sql);
+    if (statements.empty()) {
         throw xUsageError("SQL contains no statement.");
     }
+    const bool has_parameters = !arguments.parameters.empty() || !arguments.parameters_file.empty();
     BlockInterrupts();
     program.Load();
     const DatabasePtr database = OpenForCommand(arguments.path, arguments.is_read_only);
-    const int status = RunAndPrint(program, arguments, database, sql);
+    // DuckDB reports that parameters belong to a single statement.
+    const int status = RunScript(program, arguments, database,
+                                 has_parameters ? std::vector<Statement>{{sql, 1}} : statements);
     database->Close();
     return status;
 }

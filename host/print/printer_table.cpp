@@ -20,8 +20,16 @@ constexpr int kOtherLines = 8;
 constexpr int kFewestRows = 6;
 constexpr const char* kMark = "…";
 
-struct Field {
+struct Line {
     std::string text;
+    int width = 0;
+};
+
+struct Field {
+    Line first;
+    /** Of a text with line breaks. */
+    std::vector<Line> further;
+    /** Of the widest line. */
     int width = 0;
     bool is_null = false;
 };
@@ -49,7 +57,7 @@ class TablePrinter final : public Printer {
         natural_widths_.clear();
         names_.clear();
         for (const Column& column : columns) {
-            names_.push_back(MakeField(ToPrintable(column.name)));
+            names_.push_back(MakeField(column.name));
         }
         Measure(names_);
         const int rows = std::max(kFewestRows, out_.get_Lines() - kOtherLines);
@@ -101,16 +109,33 @@ class TablePrinter final : public Printer {
     }
 
   private:
-    static Field MakeField(std::string text) {
-        const int width = DisplayWidth(text);
-        return {std::move(text), width, false};
+    static Line MakeLine(std::string_view text) {
+        std::string printable = ToPrintable(text);
+        const int width = DisplayWidth(printable);
+        return {std::move(printable), width};
+    }
+
+    static Field MakeField(std::string_view text) {
+        const std::size_t end = text.find('\n');
+        Field field{MakeLine(text.substr(0, end)), {}, 0, false};
+        field.width = field.first.width;
+        for (std::size_t start = end; start != std::string_view::npos;) {
+            text.remove_prefix(start + 1);
+            start = text.find('\n');
+            // A break at the end of the text does not begin another line.
+            if (!text.empty()) {
+                field.further.push_back(MakeLine(text.substr(0, start)));
+                field.width = std::max(field.width, field.further.back().width);
+            }
+        }
+        return field;
     }
 
     static Fields MakeFields(const Row& row) {
         Fields fields;
         fields.reserve(row.size());
         for (const Datum& datum : row) {
-            fields.push_back(MakeField(datum.get_IsNull() ? "NULL" : ToPrintable(ToText(datum))));
+            fields.push_back(MakeField(datum.get_IsNull() ? "NULL" : ToText(datum)));
             fields.back().is_null = datum.get_IsNull();
         }
         return fields;
@@ -168,10 +193,14 @@ class TablePrinter final : public Printer {
     }
 
     void PrintRow(const Fields& fields) {
-        std::string line;
-        ForEachColumn([&](std::size_t i) { AppendField(line, fields[i], i); },
-                      [&] { line += fmt::format("│ {} ", kMark); });
-        out_.Write(line + "│\n");
+        std::size_t lines = 1;
+        ForEachColumn([&](std::size_t i) { lines = std::max(lines, 1 + fields[i].further.size()); }, [] {});
+        for (std::size_t number = 0; number < lines; ++number) {
+            std::string line;
+            ForEachColumn([&](std::size_t i) { AppendLine(line, fields[i], number, i); },
+                          [&] { line += fmt::format("│ {} ", kMark); });
+            out_.Write(line + "│\n");
+        }
     }
 
     template <class OnColumn, class OnMark>
@@ -187,9 +216,12 @@ class TablePrinter final : public Printer {
         }
     }
 
-    void AppendField(std::string& line, const Field& field, std::size_t column) {
-        std::string_view text = field.text;
-        int width = field.width;
+    void AppendLine(std::string& line, const Field& field, std::size_t number, std::size_t column) {
+        static const Line kBlank;
+        const bool is_blank = number > field.further.size();
+        const Line& shown = number == 0 ? field.first : is_blank ? kBlank : field.further[number - 1];
+        std::string_view text = shown.text;
+        int width = shown.width;
         const int room = layout_.widths[column];
         is_misaligned_ = is_misaligned_ || (!is_cut_ && width > room);
         const bool is_cut = is_cut_ && width > room;

@@ -45,9 +45,24 @@ TEST(TablePrinter, AlignsNumbersRightAndWideTextLeft) {
               "2 rows\n");
 }
 
-TEST(TablePrinter, KeepsEveryRowOnItsLine) {
+TEST(TablePrinter, ShowsEachLineOfATextOnALineOfItsOwn) {
+    EXPECT_EQ(Print(Format::kTable,
+                    {{{int64_t{1}}, {std::string("a\nlonger\n\nb\n")}}, {{int64_t{2}}, {std::string("c")}}}),
+              "┌────┬────────┐\n"
+              "│ id │ name   │\n"
+              "├────┼────────┤\n"
+              "│  1 │ a      │\n"
+              "│    │ longer │\n"
+              "│    │        │\n"
+              "│    │ b      │\n"
+              "│  2 │ c      │\n"
+              "└────┴────────┘\n"
+              "2 rows\n");
+}
+
+TEST(TablePrinter, SendsNoControlCharactersToTheTerminal) {
     EXPECT_NE(
-        Print(Format::kTable, {{{int64_t{1}}, {std::string("a\nb\x1b[0m")}}}).find("│ a\\nb\\u001b[0m │"),
+        Print(Format::kTable, {{{int64_t{1}}, {std::string("a\tb\x1b[0m")}}}).find("│ a\\tb\\u001b[0m │"),
         std::string::npos);
 }
 

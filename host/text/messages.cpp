@@ -84,7 +84,8 @@ DuckDBError ParseDuckDBError(std::string_view text) {
     return error;
 }
 
-std::string MakeCaret(std::string_view sql, int64_t position) {
+std::string MakeCaret(const SqlText& sql_text, int64_t position) {
+    const std::string_view sql = sql_text.text;
     if (position < 0 || static_cast<uint64_t>(position) > sql.size() || sql.empty()) {
         return {};
     }
@@ -93,7 +94,7 @@ std::string MakeCaret(std::string_view sql, int64_t position) {
     const std::size_t line_start = before == std::string_view::npos ? 0 : before + 1;
     const std::size_t line_end = std::min(sql.find('\n', place), sql.size());
     const auto line_number =
-        std::count(sql.begin(), sql.begin() + static_cast<std::ptrdiff_t>(line_start), '\n') + 1;
+        std::count(sql.begin(), sql.begin() + static_cast<std::ptrdiff_t>(line_start), '\n') + sql_text.line;
 
     const Excerpt left = MakeLeftExcerpt(sql.substr(line_start, place - line_start));
     const Excerpt right = MakeRightExcerpt(sql.substr(place, line_end - place));
@@ -102,14 +103,14 @@ std::string MakeCaret(std::string_view sql, int64_t position) {
     return fmt::format("{}{}{}\n{}^", start, right.text, right.is_cut ? "…" : "", blanks);
 }
 
-std::string DescribeError(const DuckDBError& error, std::string_view sql) {
+std::string DescribeError(const DuckDBError& error, const SqlText& sql) {
     std::string text =
         error.type.empty() ? error.message : fmt::format("{} Error: {}", error.type, error.message);
     const std::string caret = MakeCaret(sql, error.position);
     return caret.empty() ? text : text + "\n\n" + caret;
 }
 
-std::string DescribeException(const std::exception& exception, std::string_view sql) {
+std::string DescribeException(const std::exception& exception, const SqlText& sql) {
     if (dynamic_cast<const nbx::xInterruptError*>(&exception) != nullptr) {
         return "Interrupted.";
     }

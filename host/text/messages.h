@@ -21,15 +21,27 @@ struct DuckDBError {
     becomes the message unchanged. */
 DuckDBError ParseDuckDBError(std::string_view text);
 
+/** SQL that an error belongs to. */
+struct SqlText {
+    // Implicit, because most SQL is a whole text.
+    SqlText(std::string_view sql_text = {}, int64_t sql_line = 1) : text(sql_text), line(sql_line) {}
+    SqlText(const std::string& sql_text) : text(sql_text) {}
+    SqlText(const char* sql_text) : text(sql_text) {}
+
+    std::string_view text;
+    /** The line at which it begins in the script that contains it, counted from 1. */
+    int64_t line = 1;
+};
+
 /** The line of the SQL that contains the position, and a caret under it; empty when there is no such
     position. Long lines are cut on both sides. */
-std::string MakeCaret(std::string_view sql, int64_t position);
+std::string MakeCaret(const SqlText& sql, int64_t position);
 
 /** An error for people: type, message, and the place in the SQL when it is known. */
-std::string DescribeError(const DuckDBError& error, std::string_view sql);
+std::string DescribeError(const DuckDBError& error, const SqlText& sql);
 
 /** The same for an exception that the module threw while it ran `sql`, which may be empty. */
-std::string DescribeException(const std::exception& exception, std::string_view sql);
+std::string DescribeException(const std::exception& exception, const SqlText& sql);
 
 /** A command line or a shell command that is used wrongly. */
 class xUsageError : public std::runtime_error {

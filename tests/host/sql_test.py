@@ -18,6 +18,17 @@ class SqlTest(HostCase):
         self.assertIn("│ s │", text)
         self.assertTrue(text.endswith("1 row\n2 rows changed\n"))
 
+    def test_results_before_a_failing_statement_are_printed(self):
+        for bad in ("SELECT * FROM nowhere", "SELECT error('x')", "SELEC 3"):
+            done = self.run_host("sql", ":memory:", f"SELECT 1 AS a; {bad}; SELECT 2 AS b", "--format", "csv")
+            self.assertEqual(done.returncode, 1)
+            self.assertEqual(done.stdout, b"a\n1\n")
+            self.assertIn(b"Error", done.stderr)
+
+    def test_an_error_shows_the_line_of_the_script(self):
+        error = self.error("sql", ":memory:", "SELECT 1;\n-- comment\n\nSELECT\n2; SELECT 3;\nSELECT 'x'::INT")
+        self.assertIn("LINE 6: SELECT 'x'::INT", error)
+
     def test_json_has_an_object_for_each_result(self):
         text = self.output("--format", "json", "sql", ":memory:",
                            "CREATE TABLE t (i INT); INSERT INTO t VALUES (1), (2); SELECT 1 AS a")
