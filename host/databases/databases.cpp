@@ -1,5 +1,7 @@
 #include "databases/databases.h"
 
+#include <fmt/format.h>
+
 #include <stdexcept>
 
 #include "nbx/mrsql/registry.h"
@@ -16,7 +18,12 @@ nbx::smart_ptr<nbx::mrsql::I_DuckDBExtension> GetExtension() {
 }
 
 nbx::smart_ptr<nbx::I_Location> MakeLocation(const std::string& path) {
-    return nbx::CreateLocation(FromUtf8(path));
+    const nbx::String text = FromUtf8(path);
+    // With bytes replaced it would name another file.
+    if (ToUtf8(text) != path) {
+        throw std::runtime_error(fmt::format("'{}' is not valid UTF-8.", path));
+    }
+    return nbx::CreateLocation(text);
 }
 
 DatabasePtr MakeDatabase(const std::string& path) {

@@ -8,7 +8,7 @@
 #include <limits>
 
 #include "errors.h"
-#include "unicode.h"
+#include "native_path.h"
 
 namespace nbx {
 namespace {
@@ -54,7 +54,7 @@ void File::put_IsReadOnly(bool is_read_only) {
 }
 
 std::string File::get_NativePath() const {
-    return location_ ? Utf16ToUtf8(location_->get_PathText().get_View()) : std::string();
+    return location_ ? NativePath(location_->get_PathText()) : std::string();
 }
 
 void File::Fail(const char* operation, int error_number) const {

@@ -4,6 +4,7 @@
 #include <system_error>
 
 #include "errors.h"
+#include "native_path.h"
 #include "nbx/exception.h"
 #include "unicode.h"
 
@@ -20,9 +21,9 @@ constexpr std::u16string_view kInMemory = u":memory:";
 }
 
 /** Applies a ".." to an absolute path as the system does: from the folder that a link leads to, not from the
-    folder that contains the link. If the system cannot resolve it (after a file or a broken link) the ".."
-    stays in the path, so that the path never names a file that the system would not find by the given one.
-    After a missing name, which may be about to be created, it removes that name. */
+    folder that contains the link. If the system cannot resolve it (after a file, a broken link
+    or a missing name) the ".." stays in the path, so that the path never names a file that the system would
+    not find by the given one. */
 void GoUp(fs::path& path) {
     std::error_code error;
     const fs::file_type type =
@@ -31,7 +32,7 @@ void GoUp(fs::path& path) {
         const fs::path target = fs::canonical(path, error);
         const bool is_folder = !error && fs::is_directory(target, error);
         path = is_folder ? target.parent_path() : path / "..";
-    } else if (type == fs::file_type::directory || type == fs::file_type::not_found) {
+    } else if (type == fs::file_type::directory) {
         path = path.parent_path();
     } else {
         path /= "..";
@@ -41,16 +42,9 @@ void GoUp(fs::path& path) {
 /** The absolute path, or an empty one for a text that is not a path. Resolves only the links that a ".."
     follows, so that users recognise their path in messages. */
 fs::path NormalPath(const String& text) {
-    if (text.get_View().find(u'\0') != std::u16string_view::npos) {
-        throw xException(kLocationErrorCode, "A path must not contain NUL characters");
-    }
+    const std::string bytes = NativePath(text);
     if (text.isEmpty() || text.get_View() == kInMemory) {
         return {};
-    }
-    // Conversion replaces lone surrogates, and a replaced character would name another file.
-    const std::string bytes = Utf16ToUtf8(text.get_View());
-    if (Utf8ToUtf16(bytes) != text.get_View()) {
-        Refuse(text, "The path is not valid UTF-16");
     }
     std::error_code error;
     const fs::path absolute = fs::absolute(bytes, error);
@@ -83,7 +77,7 @@ String ExactPathText(const fs::path& path, const String& text) {
 
 /** The last component of a path that may end in slashes. */
 fs::path LastComponent(const String& name) {
-    fs::path path(Utf16ToUtf8(name.get_View()));
+    fs::path path(NativePath(name));
     while (!path.has_filename() && path.has_relative_path()) {
         path = path.parent_path();
     }
@@ -174,6 +168,17 @@ smart_ptr<I_Location> Location_imp::MakeChild(const String& name) const {
 
 }  // namespace
 
+std::string NativePath(const String& path) {
+    if (path.get_View().find(u'\0') != std::u16string_view::npos) {
+        throw xException(kLocationErrorCode, "A path must not contain NUL characters");
+    }
+    std::string bytes = Utf16ToUtf8(path.get_View());
+    if (Utf8ToUtf16(bytes) != path.get_View()) {
+        Refuse(path, "The path is not valid UTF-16");
+    }
+    return bytes;
+}
+
 smart_ptr<I_Location> CreateLocation(const String& path) {
     return MakeObject<Location_imp>(path);
 }
@@ -182,7 +187,7 @@ smart_ptr<I_Location> PrepareFolder(const smart_ptr<I_Location>& folder, const c
     if (!folder || folder->QueryInterface(kFolderInterfaceId) == nullptr) {
         throw xException(kLocationErrorCode, sub_path, "There is no parent folder");
     }
-    const fs::path path = fs::path(Utf16ToUtf8(folder->get_PathText().get_View())) / sub_path;
+    const fs::path path = fs::path(NativePath(folder->get_PathText())) / sub_path;
     smart_ptr<I_Location> location = CreateLocation(PathString(path));
     auto* const view = static_cast<I_Folder*>(location->QueryInterface(kFolderInterfaceId));
     view->Create();

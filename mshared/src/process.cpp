@@ -10,13 +10,13 @@
 
 #include "errors.h"
 #include "immortal.h"
+#include "native_path.h"
 #include "nbx/engine_lock.h"
 #include "nbx/exception.h"
 #include "nbx/hooks.h"
 #include "nbx/mrsql/registry.h"
 #include "nbx/version.h"
 #include "pool.h"
-#include "unicode.h"
 
 namespace nbx {
 namespace {
@@ -53,7 +53,7 @@ smart_ptr<I_Location> CreateTimedFolder(const smart_ptr<I_Location>& folder) {
     for (unsigned attempt = 1;; ++attempt) {
         const std::string unique = attempt == 1 ? name : name + "-" + std::to_string(attempt);
         smart_ptr<I_Location> location = folder->MakeChild(String(unique.c_str()));
-        const std::string path = Utf16ToUtf8(location->get_PathText().get_View());
+        const std::string path = NativePath(location->get_PathText());
         // The call that creates the folder also decides whether the name is free, so that two backups that
         // start in the same second never share a folder.
         if (::mkdir(path.c_str(), 0777) == 0) {

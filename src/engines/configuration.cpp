@@ -26,12 +26,20 @@ std::string NumberOrNothing(uint32_t number, const char* unit) {
 const OptionRow kOptionRows[] = {
     {"threads", [](const Options& o) { return NumberOrNothing(o.threads, ""); }},
     {"max_memory", [](const Options& o) { return NumberOrNothing(o.max_memory_mb, "MB"); }},
-    {"temp_directory", [](const Options& o) { return ToUtf8(o.temp_directory); }},
     {"enable_external_access",
      [](const Options& o) { return std::string(o.enable_external_access ? "true" : "false"); }},
-    {"home_directory", [](const Options& o) { return ToUtf8(o.home_directory); }},
-    {"secret_directory", [](const Options& o) { return ToUtf8(o.secret_directory); }},
-    {"extension_directory", [](const Options& o) { return ToUtf8(o.extension_directory); }},
+};
+
+struct FolderRow {
+    const char* key;
+    nbx::String Options::*folder;
+};
+
+const FolderRow kFolderRows[] = {
+    {"temp_directory", &Options::temp_directory},
+    {"home_directory", &Options::home_directory},
+    {"secret_directory", &Options::secret_directory},
+    {"extension_directory", &Options::extension_directory},
 };
 
 }  // namespace
@@ -52,14 +60,21 @@ void Configuration::Set(const char* key, const std::string& value) {
     text_.append(key).append(1, '\0').append(value).append(1, '\0');
 }
 
+void Configuration::SetText(const char* key, const nbx::String& text) {
+    const std::string value = ToUtf8(text);
+    if (!(FromUtf8(value) == text)) {
+        error_ = "The value of " + std::string(key) + " is not valid UTF-16";
+    } else if (!value.empty()) {
+        Set(key, value);
+    }
+}
+
 void Configuration::ApplyCredentials(const nbx::String& token, const nbx::String& user_agent) {
     if (token.isEmpty()) {
         return;
     }
-    Set("motherduck_token", ToUtf8(token));
-    if (!user_agent.isEmpty()) {
-        Set("custom_user_agent", ToUtf8(user_agent));
-    }
+    SetText("motherduck_token", token);
+    SetText("custom_user_agent", user_agent);
 }
 
 void Configuration::ApplyOptions(const Options& options) {
@@ -72,6 +87,9 @@ void Configuration::ApplyOptions(const Options& options) {
         if (!value.empty()) {
             Set(row.key, value);
         }
+    }
+    for (const FolderRow& row : kFolderRows) {
+        SetText(row.key, options.*row.folder);
     }
 }
 

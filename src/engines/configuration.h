@@ -31,6 +31,9 @@ class Configuration : nbx::noncopyable {
     const std::string& get_Text() const noexcept { return text_; }
 
   private:
+    /** An empty text is not written. */
+    void SetText(const char* key, const nbx::String& text);
+
     ConfigHolder config_;
     std::string text_;
     std::string error_;

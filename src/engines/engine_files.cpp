@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "base/holders.h"
+#include "base/text.h"
 
 namespace mduckdb {
 
@@ -133,6 +134,10 @@ std::string FileTurn::get_Refusal(Engine::Access access) const {
     }
     if (access == Engine::Access::writing && CountReaders() > 0) {
         return DescribeReaders(CountReaders());
+    }
+    // DuckDB would create another file than the system: it removes a ".." with whatever is before it.
+    if (access == Engine::Access::writing && is_file_ && !look_.get_HasFolder()) {
+        return "IO Error: Cannot open file " + QuoteIdentifier(look_.path) + ": No such file or directory";
     }
     return IsOpenByOtherMeans() ? kOtherUse : "";
 }

@@ -21,6 +21,8 @@ struct FileLook {
     /** Where the file itself is, or would be created: links at the end of the path are followed. */
     std::string path;
 
+    /** Whether the folder that the file is in, or would be made in, is there. */
+    bool get_HasFolder() const { return folder_inode != 0; }
     nbx::FileIdentity get_Identity() const {
         return {exists, device, inode, folder_device, folder_inode, name.c_str()};
     }

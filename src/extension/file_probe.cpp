@@ -48,7 +48,7 @@ bool LooksLikeDuckDBFile(nbx::smart_ptr<nbx::I_Location> location) noexcept {
         }
         // While the probe lasts, no engine of this process opens the file. Opening and closing it while an
         // engine has it open would drop the engine's lock.
-        const FileTurn turn(EngineFiles::Get(), ToUtf8(location->get_PathText()));
+        const FileTurn turn(EngineFiles::Get(), ToPath(location->get_PathText()));
         const FileContent known = ReadContentWithoutOpening(turn.get_Look());
         if (known != FileContent::unreadable) {
             return known != FileContent::other;

@@ -13,13 +13,13 @@ namespace mduckdb {
 namespace {
 
 nbx::String BuildImportStatement(const nbx::String& folder) {
-    return FromUtf8("IMPORT DATABASE " + QuoteLiteral(ToUtf8(folder)));
+    return FromUtf8("IMPORT DATABASE " + QuoteLiteral(ToPath(folder)));
 }
 
 /** False when the statements fail too. */
 bool ImportInPieces(nbx::mrsql::I_DuckDBDatabase& database, const nbx::I_Location& backup) {
     try {
-        const ExportScripts scripts = ReadExportScripts(ToUtf8(backup.get_PathText()));
+        const ExportScripts scripts = ReadExportScripts(ToPath(backup.get_PathText()));
         database.Create();
         RunExportScripts(
             scripts, [&database](const std::string& sql) { database.SqlExecute(FromUtf8(sql), nullptr); });

@@ -50,12 +50,15 @@ void Import(const nbx::smart_ptr<DuckDBDatabase>& database, const nbx::I_Locatio
 
 void RestoreFile(const DuckDBDatabase& database, const Location& location, const nbx::I_Location& backup)
     NBX_REQUIRES(gEngineLock) {
-    const std::string path = ToUtf8(location->get_PathText());
+    const std::string path = ToPath(location->get_PathText());
     FileTurn turn(EngineFiles::Get(), path);
     database.ThrowIfUsed(turn);
     try {
         RestoredFile::CheckTarget(turn);
         RestoredFile file(path);
+        if (ToUtf8(FromUtf8(file.get_Path())) != file.get_Path()) {
+            throw std::runtime_error("The path leads to a file whose name is not valid UTF-8");
+        }
         const Location place(
             nbx::MakeObject<BuildLocation>(nbx::CreateLocation(FromUtf8(file.get_Path())), location));
         try {
@@ -66,7 +69,7 @@ void RestoreFile(const DuckDBDatabase& database, const Location& location, const
             }
             throw;
         }
-        file.LimitRights(ToUtf8(backup.get_PathText()) + "/schema.sql");
+        file.LimitRights(ToPath(backup.get_PathText()) + "/schema.sql");
         file.ReplaceTarget(turn);
     } catch (const std::runtime_error& error) {
         ThrowDuckDBError(location->get_Text(), error.what());

@@ -52,7 +52,7 @@ nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase> RestoreSnapshot(const Location& dat
         if (database->IsInMemory()) {
             throw BackupError("A snapshot is restored into a file");
         }
-        RestoreFile(*database, ToUtf8(database_location->get_PathText()), ToUtf8(snapshot->get_PathText()));
+        RestoreFile(*database, ToPath(database_location->get_PathText()), ToPath(snapshot->get_PathText()));
     } catch (const std::runtime_error& error) {
         ThrowDuckDBError(database_location->get_Text(), error.what());
     }

@@ -55,7 +55,7 @@ void WriteMarker(const nbx::I_Location& backup, const nbx::String& database_path
 }
 
 std::string BuildExportStatement(const nbx::I_Location& backup) {
-    return "EXPORT DATABASE " + QuoteLiteral(ToUtf8(backup.get_PathText())) +
+    return "EXPORT DATABASE " + QuoteLiteral(ToPath(backup.get_PathText())) +
            " ( FORMAT PARQUET, COMPRESSION ZSTD, ROW_GROUP_SIZE 100_000, PARQUET_VERSION V2 )";
 }
 
@@ -128,8 +128,8 @@ std::unique_ptr<SideConnection> DuckDBDatabase::PrepareBackup(Location folder, s
     export_statement = BuildExportStatement(*backup);
     // Skipped when the host keeps all backups directly in the folder.
     if (!(backup->get_PathText() == folder->get_PathText())) {
-        backup_path = ToUtf8(backup->get_PathText());
-        LimitRightsOfBackup(backup_path, ToUtf8(path_));
+        backup_path = ToPath(backup->get_PathText());
+        LimitRightsOfBackup(backup_path, ToPath(path_));
     }
     return connection;
 }
@@ -156,7 +156,7 @@ void DuckDBDatabase::Backup(Location folder) {
             is_interrupted = connection->get_Interruptible().TakeInterrupted();
         }
         if (!backup_path.empty()) {
-            LimitRightsOfBackup(backup_path, ToUtf8(path_));
+            LimitRightsOfBackup(backup_path, ToPath(path_));
         }
     }
     // A thread that waited for the export may have closed and destroyed this object by now.

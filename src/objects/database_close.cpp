@@ -1,4 +1,8 @@
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
+#include <cstring>
 #include <string>
 
 #include "base/text.h"
@@ -82,12 +86,16 @@ void DuckDBDatabase::DeleteFile(FileTurn& turn) {
         ThrowError(kCannotDrop + reason);
     }
     turn.ClaimPlace();
-    // A symbolic link stays; the database that it points to is deleted.
-    const bool is_link = turn.get_Look().path != ToUtf8(path_);
-    (is_link ? nbx::CreateFile(nbx::CreateLocation(FromUtf8(turn.get_Look().path))) : file)->ThrowOut();
+    // A symbolic link stays; the database that it points to is deleted, even if no text can hold its name.
+    const std::string& target = turn.get_Look().path;
+    if (target == ToPath(path_)) {
+        file->ThrowOut();
+    } else if (unlink(target.c_str()) != 0) {
+        ThrowError(kCannotDrop + "The file cannot be deleted: " + std::strerror(errno) + ".");
+    }
     // The log goes after the file: a log without its file is worthless, but a file without its log has lost
     // rows.
-    DeleteLog(turn.get_Look().path);
+    DeleteLog(target);
     turn.LookAgain();
 }
 

@@ -97,7 +97,7 @@ SharedEngine DuckDBDatabase::CreateEngine(FileTurn& turn, std::string& error) {
     if (!error.empty() || (has_format && !CreateFormattedFile(configuration.get(), error))) {
         return nullptr;
     }
-    SharedEngine engine = turn.OpenWriter(ToUtf8(path_), configuration, error);
+    SharedEngine engine = turn.OpenWriter(ToPath(path_), configuration, error);
     if (!engine) {
         error = TextOr(error.c_str(), "Unknown DuckDB database open error");
     }
@@ -109,7 +109,7 @@ bool DuckDBDatabase::CreateFormattedFile(duckdb_config config, std::string& erro
 }
 
 std::string DuckDBDatabase::BuildAttachStatement() const {
-    std::string sql = "ATTACH " + QuoteLiteral(ToUtf8(path_)) + " ( READ_WRITE";
+    std::string sql = "ATTACH " + QuoteLiteral(ToPath(path_)) + " ( READ_WRITE";
     if (!storage_version_.isEmpty()) {
         sql += ", STORAGE_VERSION '" + ToUtf8(storage_version_) + "'";
     }

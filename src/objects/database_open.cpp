@@ -32,12 +32,12 @@ void DuckDBDatabase::OpenLocked() {
 }
 
 FileTurn DuckDBDatabase::TakeTurn(bool is_file) const {
-    return is_file && !IsInMemory() ? FileTurn(EngineFiles::Get(), ToUtf8(path_))
+    return is_file && !IsInMemory() ? FileTurn(EngineFiles::Get(), ToPath(path_))
                                     : FileTurn::OfName(ToUtf8(location_->get_PathText()));
 }
 
 SharedEngine DuckDBDatabase::OpenEngine(FileTurn& turn) {
-    const std::string path = ToUtf8(path_);
+    const std::string path = ToPath(path_);
     Configuration configuration;
     configuration.ApplyCredentials(token_, user_agent_);
     if (are_options_given_) {

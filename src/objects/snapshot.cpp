@@ -65,12 +65,12 @@ void DuckDBDatabase::Snapshot(nbx::smart_ptr<nbx::I_Location> file) {
     if (!file) {
         throw nbx::xDBError(kNoBackupLocationCode);
     }
-    const std::string target = ToUtf8(file->get_PathText());
+    const std::string target = ToPath(file->get_PathText());
     RunBeside([&target](duckdb_database engine, BackupStop& stop) { TakeSnapshot(engine, target, stop); });
 }
 
 nbx::String DuckDBDatabase::VerifyBackup(const nbx::I_Location& folder) {
-    const std::string path = ToUtf8(folder.get_PathText());
+    const std::string path = ToPath(folder.get_PathText());
     std::string text;
     RunBeside([&](duckdb_database engine, BackupStop& stop) {
         for (const std::string& line : CompareExport(engine, path, stop)) {

@@ -32,6 +32,12 @@ bool TakePrefix(std::string_view& text, std::string_view prefix) {
     return has_prefix;
 }
 
+/** Where the system finds no file, DuckDB removes each ".." with whatever is before it and finds another.
+   Without a ".." both find the same; and what is on a network is not the system's. */
+bool IsFoundOnlyByDuckDB(const FileTurn& turn, const std::string& path) {
+    return !turn.get_Exists() && ("/" + path).find("/../") != path.npos && path.find("://") == path.npos;
+}
+
 }  // namespace
 
 std::string DatabaseFilePath(const std::string& uri) {
@@ -91,6 +97,9 @@ void PrivateEngine::OpenMemory() {
 void PrivateEngine::UseFile(const std::string& file) {
     catalog_ = CatalogName(file);
     FileTurn turn(EngineFiles::Get(), file);
+    if (IsFoundOnlyByDuckDB(turn, file)) {
+        throw std::runtime_error(kOpenFailed);
+    }
     if (JoinWriter(turn)) {
         return;
     }

@@ -17,8 +17,8 @@ class NBX_API I_Location : public I_Unknown {
     virtual String get_Text() const = 0;
     /** The absolute path in UTF-16, without "." in it and without a trailing slash; ":memory:" and the empty
         text as they are. It names what the given path names for the system: a ".." goes up from where a link
-        leads, and stays where the system cannot follow it (after a file or a broken link). After a name that
-        does not exist, ".." removes that name.
+        leads, and stays where the system cannot follow it (after a file, a broken link or a missing name), so
+        that nothing exists there.
         Two locations of one file have the same path text unless links differ. */
     virtual String get_PathText() const = 0;
     /** Whether a file or folder exists there now; false for ":memory:" and for what the system does not let
