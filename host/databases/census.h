@@ -4,7 +4,8 @@
 
 namespace mduckdb_host {
 
-/** Prints what the module has open, one row each. Throws `std::runtime_error` when the module cannot tell. */
+/** Prints what the module has open, one row each. Throws `std::runtime_error` when the module does not offer
+    the list. */
 void PrintCensus(Printer& printer);
 
 }  // namespace mduckdb_host

@@ -45,7 +45,7 @@ TEST(TablePrinter, AlignsNumbersRightAndWideTextLeft) {
               "2 rows\n");
 }
 
-TEST(TablePrinter, ShowsEachLineOfATextOnALineOfItsOwn) {
+TEST(TablePrinter, ShowsEachLineOfATextOnItsOwnLine) {
     EXPECT_EQ(Print(Format::kTable,
                     {{{int64_t{1}}, {std::string("a\nlonger\n\nb\n")}}, {{int64_t{2}}, {std::string("c")}}}),
               "┌────┬────────┐\n"

@@ -9,8 +9,8 @@ namespace mduckdb {
 
 namespace {
 
-/** The ends of the list. Never destroyed: objects of the host may go while static ones are being destroyed.
- */
+/** The ends of the list. Never destroyed: the host may release objects while static ones are being
+ destroyed. */
 struct CensusList {
     nbx::Mutex mutex;
     CensusEntry* first NBX_GUARDED_BY(mutex) = nullptr;
@@ -24,7 +24,7 @@ CensusList& TheList() {
 }
 
 bool HasScheme(const std::string& path) {
-    // One letter and a colon would be a drive.
+    // One letter before the colon would be a drive.
     const std::size_t colon = path.find(':');
     return colon != path.npos && colon > 1 &&
            path.find_first_not_of("abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789+.-_") ==

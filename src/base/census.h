@@ -15,19 +15,19 @@ using CensusLine = nbx::mrsql::DuckDBCensusLine;
 /** Milliseconds of the system's monotonic clock, to a few milliseconds. */
 int64_t NowMs() noexcept;
 
-/** An entry of the module's list of what is open: a member of the object that it stands for.
+/** An entry of the module's list of what is open: a member of the object that it describes.
 
-    The list has a mutex of its own, which is held for a few instructions, so that a census waits neither for
-    the engine lock nor for DuckDB. What may change is atomic. */
+    The list has its own mutex, which is held for a few instructions, so that a census waits neither for the
+    engine lock nor for DuckDB. Fields that may change are atomic. */
 class CensusEntry : nbx::noncopyable {
   public:
-    /** Not listed yet. `name` is cleaned of what may be secret. Throws `std::bad_alloc`. */
+    /** Not listed yet. Possible secrets are removed from `name`. Throws `std::bad_alloc`. */
     CensusEntry(CensusLine::Kind kind, uint64_t parent, const std::string& name = {});
     ~CensusEntry() { Leave(); }
 
-    /** Lists the object, which is whole from now on. The age counts from here. */
+    /** Lists the object, whose construction is complete. Its age counts from here. */
     void Enter() noexcept;
-    /** Takes it off the list; nothing when it is not on it. */
+    /** Removes it from the list; does nothing if it is not listed. */
     void Leave() noexcept;
 
     uint64_t get_Number() const noexcept { return number_; }
@@ -40,7 +40,7 @@ class CensusEntry : nbx::noncopyable {
     void BeginRunning() noexcept { running_since_.store(NowMs(), std::memory_order_relaxed); }
     void EndRunning() noexcept { running_since_.store(kNotRunning, std::memory_order_relaxed); }
 
-    /** Everything that is listed, in the order of its coming. Throws `std::bad_alloc`. */
+    /** Everything that is listed, in the order in which it was listed. Throws `std::bad_alloc`. */
     static void List(std::vector<CensusLine>& lines);
 
   private:
@@ -62,8 +62,8 @@ class CensusEntry : nbx::noncopyable {
     CensusEntry* previous_ = nullptr;
 };
 
-/** The text without what may be a secret: the user in front of the host of a URL, and what follows the first
-    question mark of a text that begins with a scheme. */
+/** The text without possible secrets: the user before the host of a URL, and everything from the first
+    question mark on in a text that begins with a scheme. */
 std::string WithoutSecrets(const std::string& path);
 
 }  // namespace mduckdb

@@ -9,7 +9,7 @@ namespace mduckdb {
 EngineFigures ReadEngineFigures(duckdb_database engine) noexcept {
     duckdb::DatabaseInstance& instance =
         *reinterpret_cast<duckdb::DatabaseWrapper*>(engine)->database->instance;
-    // These read counters.
+    // These calls only read counters.
     const duckdb::BufferManager& memory = instance.GetBufferManager();
     return {memory.GetMaxMemory(), memory.GetUsedMemory(),
             static_cast<uint32_t>(instance.GetScheduler().NumberOfThreads())};

@@ -16,7 +16,7 @@ struct OptionRow {
     std::string (*get_value)(const Options& options);
 };
 
-/** DuckDB takes any number, and starts so many threads. */
+/** DuckDB accepts any number, and starts that many threads. */
 constexpr uint32_t kMostThreads = 1024;
 
 std::string NumberOrNothing(uint32_t number, const char* unit) {

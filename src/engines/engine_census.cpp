@@ -14,8 +14,8 @@ CensusLine::Lock LockOf(const OpenEngine& engine) {
     if (engine.handle == nullptr || std::string_view(engine.path) == ":memory:") {
         return CensusLine::kNoLock;
     }
-    // Another open or close of the file in this process has changed the lock of an engine that is beside
-    // others.
+    // Another open or close of the file in this process has changed the lock of an engine that shares the
+    // file with others.
     return engine.access == OpenEngine::kWriting ? CensusLine::kExclusiveLock : CensusLine::kSharedLock;
 }
 
@@ -41,7 +41,7 @@ void EngineFiles::List(std::vector<CensusLine>& lines) {
             line.users = engine.users;
             line.number = engine.number * 2;
             line.name = nbx::FromUtf8(WithoutSecrets(engine.path));
-            // The clock of the list is the finer one.
+            // The list's clock has the finer resolution.
             line.age_ms = static_cast<uint64_t>(std::max<int64_t>(0, NowMs() - engine.begun_ms));
             if (engine.handle == nullptr) {
                 return;
@@ -56,7 +56,7 @@ void EngineFiles::List(std::vector<CensusLine>& lines) {
             line.threads = figures.threads;
         },
         &lines);
-    // Each list counts for itself.
+    // Each list has its own numbers.
     for (std::size_t i = begin; i < lines.size() && this == &Nameless(); ++i) {
         ++lines[i].number;
     }

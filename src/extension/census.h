@@ -6,7 +6,7 @@
 
 namespace mduckdb {
 
-/** As `I_DuckDBCensus::List` has it, in its order. Throws `std::bad_alloc`. */
+/** Implements `I_DuckDBCensus::List`, in its order. Throws `std::bad_alloc`. */
 std::vector<CensusLine> TakeCensus();
 
 }  // namespace mduckdb

@@ -7,7 +7,7 @@ namespace mduckdb {
 
 namespace {
 
-/** Held for a few instructions, `duckdb_interrupt` among them, never while DuckDB works. */
+/** Held for a few instructions, including `duckdb_interrupt`, but never while DuckDB works. */
 constinit nbx::Mutex gCallsMutex;
 RunningCall* gFirstCall = nullptr;
 

@@ -10,18 +10,18 @@
 namespace mduckdb {
 
 /** A call of a procedure in the census, from its engine's opening until the host closes its cursor. Other
-   threads may cut it while its query runs. */
+   threads may stop it while its query runs. */
 class RunningCall : nbx::noncopyable {
   public:
     /** `procedure_name` is static. Throws `std::bad_alloc`. */
     explicit RunningCall(const char* procedure_name);
     ~RunningCall();
 
-    /** From now on a cut interrupts what runs on the connection. Throws when the call was cut before. */
+    /** From now on a cut interrupts the connection. Throws if the call has already been cut. */
     void Connect(duckdb_connection connection, uint64_t engine_number);
-    /** The connection is about to end. */
+    /** Called before the connection closes. */
     void Disconnect() noexcept;
-    /** The rows are complete: nothing is left to cut. Throws when the call was cut before. */
+    /** The rows are complete, so the call can no longer be cut. Throws if it has already been cut. */
     void Finish(int64_t rows, int64_t bytes);
 
     /** Set by a cut: DuckDB forgets an interrupt that comes before it begins a query. */
@@ -29,14 +29,14 @@ class RunningCall : nbx::noncopyable {
     void ThrowIfCut() const;
     uint64_t get_Number() const noexcept { return census_.get_Number(); }
 
-    /** As `I_DuckDBCensus::CutCall` has it. */
+    /** Implements `I_DuckDBCensus::CutCall`. */
     static bool Cut(uint64_t number) noexcept;
 
   private:
     const char* const procedure_name_;
     std::atomic<bool> is_cut_{false};
     CensusEntry census_;
-    // The mutex of the list of calls guards the rest.
+    // The mutex of the list of calls guards the fields below.
     bool is_finished_ = false;
     duckdb_connection connection_ = nullptr;
     RunningCall* next_ = nullptr;

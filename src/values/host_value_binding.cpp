@@ -188,7 +188,7 @@ bool IsList(const ValueHolder& value) {
            duckdb_get_type_id(duckdb_get_value_type(value.get())) == DUCKDB_TYPE_LIST;
 }
 
-/** A list that becomes an element of a list of texts. DuckDB would make the same text of it, however long. */
+/** A list that becomes an element of a list of texts. DuckDB would create the same text, however long. */
 ValueHolder ListText(const ValueHolder& list, uint64_t own_size, HostValueWalk& walk) {
     idx_t length = 0;
     const TextHolder text(duckdb_get_varchar_length(list.get(), &length));
@@ -254,8 +254,8 @@ ValueHolder BlobOf(const nbx::I_RawBytes& raw, HostValueWalk* walk) {
     return ValueHolder(duckdb_create_blob(bytes.data(), length));
 }
 
-/** Whether a chain of references ends. Only then may the reference be asked whether it is null, since it asks
-    the value that it refers to. */
+/** Whether a chain of references ends. Only then may the code check whether the reference is null, since that
+    check follows the chain. */
 bool Ends(I_Value& value) {
     I_Value* inner = &value;
     for (unsigned depth = 0; depth <= kMaxHostValueDepth; ++depth) {

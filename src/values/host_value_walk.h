@@ -9,17 +9,17 @@
 
 namespace mduckdb {
 
-/** Arrays and references inside one another go this deep; what is deeper cannot be bound. */
+/** How deep arrays and references may nest; deeper values cannot be bound. */
 constexpr unsigned kMaxHostValueDepth = 200;
 
-/** The walk through an array or a reference and all that is in it. DuckDB's value may take a few times the
-    memory of the host's, and up to 64 MiB more: a value that contains itself, that repeats what it holds at
-   each level, or whose text grows at each level (each escapes the quotes of the one inside) would take any
-   amount, and is refused. */
+/** The walk through an array or a reference and everything inside it. DuckDB's value may take a few times the
+    memory of the host's, and up to 64 MiB more. A value would take an unlimited amount if it contains itself,
+    repeats its content at each level, or has a text that grows at each level (each escapes the quotes of the
+    one inside); such values are refused. */
 class HostValueWalk {
   public:
-    /** Makes a value of `inner`, which is in the array or reference of the walk, with `make(value)`. Empty
-       when that is too deep, contains itself or repeats too much. */
+    /** Creates a value from `inner`, which is inside the array or reference of the walk, with `make(value)`.
+       Empty when it is too deep, contains itself or repeats too much. */
     template <class Make>
     ValueHolder Visit(const nbx::smart_ptr<nbx::I_Value>& inner, Make make) {
         if (depth_ == kMaxHostValueDepth) {
@@ -32,9 +32,9 @@ class HostValueWalk {
         return made;
     }
 
-    /** Bytes that a visited value has. */
+    /** Bytes of a visited value. */
     void Count(uint64_t size) noexcept { own_size_ += size; }
-    /** Bytes of the values visited so far, without texts made of lists. */
+    /** Bytes of the values visited so far, without the texts of lists. */
     uint64_t get_OwnSize() const noexcept { return own_size_; }
 
     /** Counts the text of a list whose values have `own_size` bytes; false when it is too long. */
@@ -46,19 +46,20 @@ class HostValueWalk {
   private:
     static constexpr uint64_t kMiB = uint64_t{1} << 20U;
     static constexpr uint64_t kPlainSize = 64;
-    /** What is no larger may be repeated: it takes a multiple of the pointer to it. */
+    /** Values up to this size may be repeated: each copy takes only a multiple of the pointer to it. */
     static constexpr uint64_t kSmallSize = 256;
     static constexpr uint64_t kMostText = 4 * kMiB;
     static constexpr uint64_t kMostRepeated = 8 * kMiB;
 
     struct Shared {
-        /** Keeps the value, since the key is its address. */
+        /** Holds the value, since the key is its address. */
         nbx::smart_ptr<nbx::I_Value> value;
         uint64_t size = 0;
         bool is_open = true;
     };
 
-    /** Whether the value may be met again: somebody refers to it besides one container and the caller. */
+    /** Whether the walk may meet the value again: something other than one container and the caller refers to
+        it. */
     static bool IsShared(const nbx::smart_ptr<nbx::I_Value>& value) {
         return value && value->get_RefsCount() > 2;
     }
@@ -68,7 +69,7 @@ class HostValueWalk {
     template <class Make>
     ValueHolder VisitShared(const nbx::smart_ptr<nbx::I_Value>& inner, Make make) {
         const auto [place, is_new] = shared_.try_emplace(inner.get());
-        Shared& shared = place->second;  // stays where it is when others come
+        Shared& shared = place->second;  // does not move when others are added
         if (is_new) {
             shared.value = inner;
         } else if (shared.is_open || !CountRepeated(shared.size)) {

@@ -45,7 +45,7 @@ class Census : public DatabaseTest {
         return lines;
     }
     std::vector<Line> Take(Line::Kind kind) const { return Take().Of(kind); }
-    /** Waits for a line of the kind that runs. */
+    /** Waits for a running line of the kind. */
     Line AwaitRunning(Line::Kind kind) const {
         for (int i = 0; i < 10000; ++i) {
             for (const Line& line : Take(kind)) {
@@ -82,7 +82,7 @@ TEST_F(Census, HasTheEngineOfAFileWithItsUsersLockAndFigures) {
     }
 }
 
-TEST_F(Census, TellsTheLimitThatDuckDBHas) {
+TEST_F(Census, ReportsTheLimitThatDuckDBHas) {
     const Database database = host.Database(Path());
     nbx::mrsql::DuckDBDatabaseOptions options;
     options.threads = 2;
@@ -145,7 +145,7 @@ TEST_F(Census, HasAnEngineThatWaitsToBeClosed) {
     EXPECT_EQ(waiting, 1u);
 }
 
-TEST_F(Census, HasStatementsCursorsAndResultsUntilTheyAreGone) {
+TEST_F(Census, HasStatementsCursorsAndResultsUntilTheyAreDestroyed) {
     const Database database = host.Created(":memory:");
     const uint64_t number = Take(Line::kDatabase).at(0).number;
     auto statement = database->CreateStatement(S("SELECT 'a secret'"));
@@ -153,7 +153,7 @@ TEST_F(Census, HasStatementsCursorsAndResultsUntilTheyAreGone) {
     auto result = database->SqlQuery(S("SELECT 1; FROM range(3000); FROM range(10)"), 2, nullptr);
     const Lines lines = Take();
     EXPECT_EQ(lines.Of(Line::kStatement).size(), 1u);
-    ASSERT_EQ(lines.Of(Line::kCursor).size(), 2u);  // the result has one of its own
+    ASSERT_EQ(lines.Of(Line::kCursor).size(), 2u);  // the result has its own
     EXPECT_EQ(lines.Of(Line::kCursor)[0].rows, 5000);
     EXPECT_GT(lines.Of(Line::kCursor)[0].bytes, 5000 * 8);
     EXPECT_EQ(lines.Of(Line::kCursor)[1].rows, 1);

@@ -115,13 +115,13 @@ TEST_F(HostValueBoundsTest, DeepArraysAreBoundExactlyOrRefusedInBoundedMemory) {
     EXPECT_GE(refused, 4U);
 }
 
-TEST_F(HostValueBoundsTest, AnInnerArrayIsTheTextThatDuckDBMakesOfIt) {
+TEST_F(HostValueBoundsTest, AnInnerArrayIsDuckDBsTextOfIt) {
     EXPECT_EQ(SeenOf(Nest(1, Array(20, {Str("a'b"), Str("c\\d"), nullptr, Str("")}))).second,
               Scalar("SELECT [['a''b', 'c\\d', NULL, '']::VARCHAR]::VARCHAR"));
     EXPECT_EQ(SeenOf(Nest(2, Array(13, {Double(1.5), nullptr}))).second,
               Scalar("SELECT [[[1.5, NULL]::VARCHAR]::VARCHAR]::VARCHAR"));
     EXPECT_EQ(SeenOf(Nest(1, Array(8, {}))).second, Scalar("SELECT [[]::INTEGER[]::VARCHAR]::VARCHAR"));
-    // As long as it is in proportion to what it is made of.
+    // As long as its size is in proportion to its parts.
     const Value large = Array(20, {Str(std::string(20'000'000, '\''))});
     EXPECT_GT(SeenOf(Nest(1, large)).second.size(), 40'000'000U);
 }
@@ -165,7 +165,7 @@ TEST_F(HostValueBoundsTest, AnEnvelopeWhoseJsonCannotBeReadIsRefused) {
         EXPECT_EQ(Catch([&] { SeenOf(Json(json)); }), refusal) << json;
         EXPECT_EQ(Catch([&] { SeenOf(Array(36, {Json(json)})); }), refusal) << json;
     }
-    // Without a marker it is text, as it is.
+    // Without a marker it is unchanged text.
     for (const char* const json :
          {R"({"value":1e5000})", R"(["duckdb_value", 1e5000])", R"({"a":"\ud800"})"}) {
         EXPECT_EQ(SeenOf(Json(json)).second, json);

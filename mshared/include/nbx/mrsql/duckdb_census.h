@@ -13,20 +13,20 @@ constexpr uint32_t kDuckDBCensusInterfaceId = 7313;
 /** One thing that is open, as it was at the moment of the census. */
 struct DuckDBCensusLine {
     enum Kind : uint32_t {
-        /** A DuckDB engine, with a file or in memory; of every module that the process has loaded. */
+        /** A DuckDB engine, with a file or in memory; those of every loaded module are listed. */
         kEngine = 1,
         /** An open database object. */
         kDatabase = 2,
         kStatement = 3,
         kCursor = 4,
         kQueryResult = 5,
-        /** A backup, a snapshot or a check of a backup that runs. */
+        /** A running backup, snapshot or check of a backup. */
         kBackup = 6,
         /** A procedure's call, until the host closes its cursor. */
         kCall = 7,
     };
     enum Flags : uint32_t {
-        /** DuckDB works for it now. */
+        /** DuckDB is working for it. */
         kIsRunning = 1,
         /** A database whose connection has an open transaction. */
         kIsInTransaction = 2,
@@ -45,9 +45,9 @@ struct DuckDBCensusLine {
     Kind kind = kEngine;
     uint32_t flags = 0;
     Lock lock = kNoLock;
-    /** Of the objects and cursors that use an engine. */
+    /** The number of objects and cursors that use an engine. */
     uint32_t users = 0;
-    /** Names the thing among those of its kind; never used again. */
+    /** Identifies the thing among those of its kind; never reused. */
     uint64_t number = 0;
     /** The number of the engine that a database uses, of the database that a statement, cursor, query result
         or backup belongs to, and of the engine of a call; 0 when there is none. */
@@ -56,13 +56,13 @@ struct DuckDBCensusLine {
        procedure. Never the text of a statement or a value. */
     String name;
     uint64_t age_ms = 0;
-    /** For how long DuckDB has worked for it; -1 when it does not. */
+    /** For how long DuckDB has been working for it; -1 when it is not. */
     int64_t running_ms = -1;
     /** The rows of a cursor, a query result or a call that DuckDB holds, and the memory for them; the memory
-        that an engine takes. -1 when unknown. */
+        that an engine uses. -1 when unknown. */
     int64_t rows = -1;
     int64_t bytes = -1;
-    /** What an engine may take; 0 when unknown. */
+    /** The limits of an engine; 0 when unknown. */
     uint64_t memory_limit = 0;
     uint32_t threads = 0;
 };
@@ -75,16 +75,16 @@ class NBX_API I_DuckDBCensusReader {
     virtual void Add(const DuckDBCensusLine& line) = 0;
 };
 
-/** What this module has open. From any thread, also while statements run: it waits for no lock that is held
-    while DuckDB or a disk works. */
+/** Lists what this module has open. May be called on any thread, even while statements run: it does not wait
+    for a lock that is held while DuckDB or a disk works. */
 class NBX_API I_DuckDBCensus {
   public:
     virtual ~I_DuckDBCensus();
     /** Calls the reader for each thing that is open: engines, then databases, then everything else in the
-        order in which it was opened. No lock is held meanwhile. What the reader throws passes. */
+        order in which it was opened. No lock is held meanwhile. Exceptions of the reader pass through. */
     virtual void List(I_DuckDBCensusReader& reader) = 0;
-    /** Cuts the procedure's call with this number, which then fails with "NAME was cut by the host."; false
-        when there is no such call or when its rows are complete already. */
+    /** Stops the procedure call with this number, which then fails with "NAME was cut by the host."; false if
+        there is no such call or its rows are already complete. */
     virtual bool CutCall(uint64_t number) = 0;
 };
 
