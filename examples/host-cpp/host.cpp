@@ -9,6 +9,7 @@
 #include <nbx/hooks.h>
 #include <nbx/location.h>
 #include <nbx/mrsql/duckdb_census.h>
+#include <nbx/mrsql/duckdb_deadlines.h>
 #include <nbx/mrsql/duckdb_extension.h>
 #include <nbx/mrsql/registry.h>
 #include <nbx/value.h>
@@ -212,6 +213,21 @@ void ShowInterruption(I_DuckDBDatabase& database) {
     watch.join();
 }
 
+void ShowTimeLimit(I_DuckDBDatabase& database) {
+    // docs: deadline
+    auto* deadlines = static_cast<nbx::mrsql::I_DuckDBDeadlines*>(
+        database.QueryInterface(nbx::mrsql::kDuckDBDeadlinesInterfaceId));
+    deadlines->put_TimeLimit(100);
+    try {
+        database.SqlExecute(FromUtf8("SELECT count(*) FROM range(1000000000000) WHERE range % 7 = 3"),
+                            nullptr);
+    } catch (const xDuckDBError& error) {
+        std::cout << "cut: " << ToUtf8(error.get_Message()) << '\n';
+    }
+    deadlines->put_TimeLimit(0);
+    // docs: end
+}
+
 // docs: census
 class EngineCounter final : public nbx::mrsql::I_DuckDBCensusReader {
   public:
@@ -262,6 +278,7 @@ void Run(const char* folder_text, const char* module) {
     ReadRows(*database);
     ShowErrors(*extension, *database, folder->get_PathText());
     ShowInterruption(*database);
+    ShowTimeLimit(*database);
     ShowCensus(*extension);
     BackUpAndRestore(*extension, *database, folder);
     database->Close();

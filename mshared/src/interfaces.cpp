@@ -4,6 +4,7 @@
 #include "nbx/mrsql/duckdb_census.h"
 #include "nbx/mrsql/duckdb_cursor.h"
 #include "nbx/mrsql/duckdb_database.h"
+#include "nbx/mrsql/duckdb_deadlines.h"
 #include "nbx/mrsql/duckdb_extension.h"
 #include "nbx/mrsql/duckdb_query_result.h"
 #include "nbx/mrsql/duckdb_snapshot.h"
@@ -55,6 +56,7 @@ I_DuckDBCensus::~I_DuckDBCensus() = default;
 I_DuckDBCensusReader::~I_DuckDBCensusReader() = default;
 I_DuckDBCursor::~I_DuckDBCursor() = default;
 I_DuckDBDatabase::~I_DuckDBDatabase() = default;
+I_DuckDBDeadlines::~I_DuckDBDeadlines() = default;
 I_DuckDBExtension::~I_DuckDBExtension() = default;
 I_DuckDBQueryResult::~I_DuckDBQueryResult() = default;
 I_DuckDBRestore::~I_DuckDBRestore() = default;

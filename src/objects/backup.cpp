@@ -14,6 +14,7 @@
 #include "nbx/file.h"
 #include "nbx/hooks.h"
 #include "objects/database.h"
+#include "objects/operation.h"
 #include "objects/side_connection.h"
 
 namespace mduckdb {
@@ -152,9 +153,14 @@ void DuckDBDatabase::Backup(Location folder) {
         CensusEntry entry(CensusLine::kBackup, link_->get_Census().get_Number());
         entry.Enter();
         entry.BeginRunning();
+        std::optional<Deadline> deadline;
+        const uint64_t limit = link_->get_TimeLimit();
+        SetDeadline(deadline, limit, connection->get_Interruptible());
         if (!Export(*connection, export_statement, error)) {
             is_interrupted = connection->get_Interruptible().TakeInterrupted();
+            error = deadline && deadline->get_HasCut() ? DescribeCut(limit) : error;
         }
+        deadline.reset();
         if (!backup_path.empty()) {
             LimitRightsOfBackup(backup_path, ToPath(path_));
         }

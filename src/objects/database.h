@@ -13,6 +13,7 @@
 #include "engines/session.h"
 #include "nbx/foreign_plugin.h"
 #include "nbx/mrsql/duckdb_database.h"
+#include "nbx/mrsql/duckdb_deadlines.h"
 #include "nbx/mrsql/duckdb_snapshot.h"
 #include "nbx/mrsql/duckdb_written_statements.h"
 #include "objects/database_link.h"
@@ -32,6 +33,7 @@ class DuckDBDatabase final : public nbx::mrsql::I_DuckDBDatabase,
                              public nbx::ForeignPlugin_imp,
                              public nbx::mrsql::I_DuckDBSnapshot,
                              public nbx::mrsql::I_DuckDBTransactionState,
+                             public nbx::mrsql::I_DuckDBDeadlines,
                              nbx::noncopyable {
   public:
     explicit DuckDBDatabase(nbx::smart_ptr<nbx::I_Location> location);
@@ -75,6 +77,8 @@ class DuckDBDatabase final : public nbx::mrsql::I_DuckDBDatabase,
     nbx::String VerifyBackup(const nbx::I_Location& folder);
     bool get_IsInTransaction() override;
     uint64_t get_LostTransactionCount() override { return lost_transactions_.load(); }
+    uint64_t get_TimeLimit() override { return link_->get_TimeLimit(); }
+    void put_TimeLimit(uint64_t milliseconds) override { link_->put_TimeLimit(milliseconds); }
 
     /** Shared with this object's statements, cursors and results. */
     const SharedLink& get_Link() const noexcept { return link_; }

@@ -2,7 +2,8 @@
 
 #include "base/errors.h"
 #include "base/text.h"
-#include "duckdb_internals/statement_pieces.h"
+#include "objects/operation.h"
+#include "objects/rollback.h"
 
 namespace mduckdb {
 
@@ -10,29 +11,6 @@ DatabaseLink::DatabaseLink(nbx::mrsql::I_DuckDBDatabase& owner, nbx::smart_ptr<n
     : owner_(owner),
       location_(std::move(location)),
       census_(CensusLine::kDatabase, 0, ToUtf8(location_->get_PathText())) {}
-
-Operation::Operation(DatabaseLink& link, CensusEntry* entry) noexcept
-    : link_(link), entry_(entry), is_outermost_(!std::exchange(link.is_operating_, true)) {
-    if (is_outermost_) {
-        link_.census_.BeginRunning();
-    }
-    if (is_outermost_ && entry_ != nullptr) {
-        entry_->BeginRunning();
-    }
-}
-
-Operation::~Operation() NBX_NO_THREAD_SAFETY_ANALYSIS {
-    if (!is_outermost_) {
-        return;
-    }
-    link_.is_operating_ = false;
-    if (entry_ != nullptr) {
-        entry_->EndRunning();
-    }
-    link_.census_.EndRunning();
-    const SharedConnection connection = link_.get_Connection();
-    link_.census_.put_Flag(CensusLine::kIsInTransaction, connection && IsInTransaction(*connection));
-}
 
 nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase> DatabaseLink::get_Database() noexcept {
     uint32_t count = references_.load(std::memory_order_relaxed);
@@ -59,9 +37,22 @@ void DatabaseLink::Interrupt() {
     sides_.ForEach([](InterruptibleConnection* side) { side->Interrupt(); });
 }
 
-void DatabaseLink::ThrowIfInterrupted() {
+void DatabaseLink::ThrowIfInterrupted() NBX_NO_THREAD_SAFETY_ANALYSIS {
     if (connection_.TakeInterrupted()) {
         throw nbx::xInterruptError(kInterruptErrorCode);
+    }
+    // Only the thread of the operation comes here.
+    if (operation_ != nullptr) {
+        operation_->ThrowIfCut();
+    }
+}
+
+void DatabaseLink::Rollback() noexcept NBX_NO_THREAD_SAFETY_ANALYSIS {
+    if (operation_ != nullptr) {
+        operation_->EndDeadline();
+    }
+    if (const SharedConnection connection = get_Connection()) {
+        mduckdb::Rollback(*connection);
     }
 }
 

@@ -18,6 +18,8 @@
 
 namespace mduckdb {
 
+class Operation;
+
 /** What a database and its children (statements, cursors, query results) share: the connection, the interrupt
     flag, the lists of children, and the way back to the database object.
 
@@ -48,6 +50,9 @@ class DatabaseLink : nbx::noncopyable {
     ChildLists& get_Children() noexcept { return children_; }
     /** The database's entry, listed while it is open. */
     CensusEntry& get_Census() noexcept { return census_; }
+    /** In milliseconds; 0 for none. */
+    uint64_t get_TimeLimit() const noexcept { return time_limit_.load(); }
+    void put_TimeLimit(uint64_t milliseconds) noexcept { time_limit_.store(milliseconds); }
 
     /** The connection, or null when the database is closed. */
     SharedConnection get_Connection() const { return connection_.get(); }
@@ -61,8 +66,11 @@ class DatabaseLink : nbx::noncopyable {
     /** Interrupts what runs on the connection and on the side connections. */
     void Interrupt();
     void ClearInterrupted() { connection_.ClearInterrupted(); }
-    /** Throws `xInterruptError` when there was an interrupt since it was cleared or reported. */
+    /** Throws `xInterruptError` when there was an interrupt since it was cleared or reported, and
+       `xDuckDBError` when the time limit has cut the operation that runs. */
     void ThrowIfInterrupted();
+    /** Ends the transaction that may be open, which no time limit cuts. */
+    void Rollback() noexcept;
     duckdb_state ExecutePrepared(duckdb_prepared_statement prepared, duckdb_result* out_result) {
         return connection_.ExecutePrepared(prepared, out_result);
     }
@@ -89,7 +97,8 @@ class DatabaseLink : nbx::noncopyable {
     CensusEntry census_;
     std::atomic<uint32_t> references_{0};
     std::atomic<bool> is_orphaned_{false};
-    bool is_operating_ NBX_GUARDED_BY(gEngineLock) = false;
+    Operation* operation_ NBX_GUARDED_BY(gEngineLock) = nullptr;
+    std::atomic<uint64_t> time_limit_{0};
 
     InterruptibleConnection connection_;
     nbx::Mutex sides_mutex_;
@@ -99,20 +108,6 @@ class DatabaseLink : nbx::noncopyable {
 };
 
 using SharedLink = std::shared_ptr<DatabaseLink>;
-
-/** A call that has DuckDB work on a database's connection, from the moment at which it has the engine lock. A
-    call inside another one is part of it. */
-class Operation : nbx::noncopyable {
-  public:
-    /** `entry` is the statement's own, if one runs. */
-    explicit Operation(DatabaseLink& link, CensusEntry* entry = nullptr) noexcept NBX_REQUIRES(gEngineLock);
-    ~Operation();
-
-  private:
-    DatabaseLink& link_;
-    CensusEntry* const entry_;
-    const bool is_outermost_;
-};
 
 /** A child's tie to its database. The child keeps the link for its whole life, even after it has released the
    database, since its destructor must remove it from the database's list. From any thread. */

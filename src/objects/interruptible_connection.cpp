@@ -34,6 +34,13 @@ void InterruptibleConnection::Interrupt() {
     }
 }
 
+void InterruptibleConnection::Cut() noexcept {
+    const nbx::MutexLock lock(mutex_);
+    if (connection_) {
+        duckdb_interrupt(*connection_);
+    }
+}
+
 void InterruptibleConnection::ClearInterrupted() {
     // Under the mutex: between the two steps of an interrupt the flag would be cleared and DuckDB
     // interrupted.

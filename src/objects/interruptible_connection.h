@@ -21,6 +21,8 @@ class InterruptibleConnection : nbx::noncopyable {
 
     /** Interrupts the query that runs on the connection; does nothing without a connection. */
     void Interrupt();
+    /** Ends what runs on the connection, without being an interrupt that is reported. */
+    void Cut() noexcept;
     /** Forgets an interrupt that came before; at the start of every run. */
     void ClearInterrupted();
     /** Whether `Interrupt` was called since; each interrupt is reported once. */

@@ -8,6 +8,7 @@
 #include "duckdb_internals/results.h"
 #include "nbx/foreign_plugin.h"
 #include "objects/cursor.h"
+#include "objects/operation.h"
 
 namespace mduckdb {
 namespace {
@@ -139,6 +140,7 @@ nbx::smart_ptr<nbx::mrsql::I_DuckDBQueryResult> DuckDBQueryResult::NextResult() 
     if (remaining_.empty() || tie_.get() == nullptr) {
         return nullptr;
     }
+    const Operation operation(*tie_.get_Link());
     census_.put_Size(0, 0);
     return nbx::MakeObject<DuckDBQueryResult>(tie_.get_Link(), std::exchange(remaining_, {}),
                                               std::exchange(remaining_size_, {0, 0}), cursor_location_);

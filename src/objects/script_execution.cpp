@@ -9,8 +9,8 @@
 #include "nbx/hooks.h"
 #include "objects/cursor.h"
 #include "objects/database.h"
+#include "objects/operation.h"
 #include "objects/query_result.h"
-#include "objects/rollback.h"
 #include "values/host_value_binding.h"
 
 namespace mduckdb {
@@ -45,10 +45,11 @@ ResultHolder ExecuteSingle(DatabaseLink& database, duckdb_connection connection,
     and no transaction was open before. A transaction of the user stays open. */
 class ExpandedTransaction : nbx::noncopyable {
   public:
-    explicit ExpandedTransaction(duckdb_connection connection) : connection_(connection) {}
+    ExpandedTransaction(DatabaseLink& database, duckdb_connection connection)
+        : database_(database), connection_(connection) {}
     ~ExpandedTransaction() {
         if (may_roll_back_ && IsInTransaction(connection_)) {
-            Rollback(connection_);
+            database_.Rollback();
         }
     }
     /** Before the statement is prepared. */
@@ -64,6 +65,7 @@ class ExpandedTransaction : nbx::noncopyable {
     void End() noexcept { may_roll_back_ = false; }
 
   private:
+    DatabaseLink& database_;
     const duckdb_connection connection_;
     idx_t end_ = 0;
     bool may_roll_back_ = false;
@@ -93,7 +95,7 @@ void ExecuteStatements(DatabaseLink& database, duckdb_connection connection, con
         extracted.Reset();
         database.ThrowFailure(error);
     }
-    ExpandedTransaction expanded(connection);
+    ExpandedTransaction expanded(database, connection);
     for (idx_t index = 0; index < count; ++index) {
         expanded.Reach(extracted.get(), index);
         PreparedHolder prepared = PrepareOne(database, connection, extracted, index);
@@ -104,7 +106,7 @@ void ExecuteStatements(DatabaseLink& database, duckdb_connection connection, con
             const std::string error =
                 TextOr(duckdb_result_error(result.get()), "Failed to execute statement");
             result.Reset();
-            Rollback(connection);
+            database.Rollback();
             extracted.Reset();
             database.ThrowFailure(error);
         }

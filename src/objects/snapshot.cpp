@@ -8,6 +8,7 @@
 #include "base/errors.h"
 #include "base/text.h"
 #include "objects/database.h"
+#include "objects/operation.h"
 
 namespace mduckdb {
 
@@ -32,6 +33,8 @@ void DuckDBDatabase::RunBeside(Work work) {
     bool is_interrupted = false;
     {
         BackupStop stop;
+        std::optional<Deadline> deadline;
+        const uint64_t limit = link_->get_TimeLimit();
         duckdb_database engine = nullptr;
         std::optional<RunningWork> running;
         {
@@ -45,9 +48,11 @@ void DuckDBDatabase::RunBeside(Work work) {
             entry.Enter();
             entry.BeginRunning();
             const RunningStops::Scope scope(running_stops_, stop);
+            SetDeadline(deadline, limit, stop);
             work(engine, stop);
         } catch (const BackupInterrupted&) {
-            is_interrupted = true;
+            is_interrupted = !deadline || !deadline->get_HasCut();
+            error = is_interrupted ? "" : DescribeCut(limit);
         } catch (const BackupError& failed) {
             error = failed.what();
         }

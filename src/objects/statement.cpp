@@ -1,4 +1,5 @@
 #include "objects/statement.h"
+#include "objects/operation.h"
 
 #include <string>
 #include <utility>
@@ -8,7 +9,6 @@
 #include "duckdb_internals/plain_functions.h"
 #include "duckdb_internals/statement_pieces.h"
 #include "nbx/hooks.h"
-#include "objects/rollback.h"
 #include "values/host_value_binding.h"
 
 namespace mduckdb {
@@ -159,7 +159,7 @@ void DuckDBStatement::AbandonPieces(uint64_t next_index) noexcept {
     // After some failures DuckDB has rolled back by itself.
     const SharedConnection connection = tie_.get_Link()->get_Connection();
     if (connection && IsInTransaction(*connection)) {
-        Rollback(*connection);
+        tie_.get_Link()->Rollback();
     }
     // Statements that were prepared before are no longer in the list; those that follow still are.
     is_next_consumed_ = next_index < next_index_ || is_next_consumed_;

@@ -7,6 +7,7 @@
 #include "nbx/hooks.h"
 #include "nbx/mrsql/registry.h"
 #include "objects/cursor.h"
+#include "objects/operation.h"
 #include "objects/query_result.h"
 #include "objects/statement.h"
 
