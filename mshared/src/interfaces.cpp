@@ -1,6 +1,7 @@
 #include "nbx/file.h"
 #include "nbx/foreign_plugin.h"
 #include "nbx/location.h"
+#include "nbx/mrsql/duckdb_budget.h"
 #include "nbx/mrsql/duckdb_census.h"
 #include "nbx/mrsql/duckdb_cursor.h"
 #include "nbx/mrsql/duckdb_database.h"
@@ -52,6 +53,7 @@ void* InterfaceTableQueryInterface(void* object, const InterfaceItem* table, uin
 
 namespace mrsql {
 
+I_DuckDBBudget::~I_DuckDBBudget() = default;
 I_DuckDBCensus::~I_DuckDBCensus() = default;
 I_DuckDBCensusReader::~I_DuckDBCensusReader() = default;
 I_DuckDBCursor::~I_DuckDBCursor() = default;

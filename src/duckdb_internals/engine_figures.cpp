@@ -1,18 +1,47 @@
 #include "duckdb_internals/engine_figures.h"
 
+#include <algorithm>
 #include <duckdb/main/capi/capi_internal.hpp>
 #include <duckdb/parallel/task_scheduler.hpp>
 #include <duckdb/storage/buffer_manager.hpp>
 
 namespace mduckdb {
 
+namespace {
+
+/** The setting `external_threads`, which nothing here changes. */
+constexpr duckdb::idx_t kExternalThreads = 1;
+
+duckdb::DatabaseInstance& InstanceOf(duckdb_database engine) {
+    return *reinterpret_cast<duckdb::DatabaseWrapper*>(engine)->database->instance;
+}
+
+}  // namespace
+
 EngineFigures ReadEngineFigures(duckdb_database engine) noexcept {
-    duckdb::DatabaseInstance& instance =
-        *reinterpret_cast<duckdb::DatabaseWrapper*>(engine)->database->instance;
+    duckdb::DatabaseInstance& instance = InstanceOf(engine);
     // These calls only read counters.
     const duckdb::BufferManager& memory = instance.GetBufferManager();
     return {memory.GetMaxMemory(), memory.GetUsedMemory(),
             static_cast<uint32_t>(instance.GetScheduler().NumberOfThreads())};
+}
+
+void SetEngineLimits(duckdb_database engine, uint64_t memory, uint32_t threads) noexcept {
+    duckdb::DatabaseInstance& instance = InstanceOf(engine);
+    duckdb::DBConfigOptions& options = instance.config.options;
+    try {
+        duckdb::BufferManager& buffers = instance.GetBufferManager();
+        const duckdb::idx_t limit = std::max<duckdb::idx_t>(memory, buffers.GetUsedMemory());
+        if (memory > 0 && limit != buffers.GetMaxMemory()) {
+            buffers.SetMemoryLimit(limit);
+            options.maximum_memory = limit;
+        }
+        if (threads > 0 && threads != options.maximum_threads) {
+            instance.GetScheduler().SetThreads(threads, std::min<duckdb::idx_t>(threads, kExternalThreads));
+            options.maximum_threads = threads;
+        }
+    } catch (const std::exception&) {  // The engine took more in this moment; the next division tries again.
+    }
 }
 
 }  // namespace mduckdb

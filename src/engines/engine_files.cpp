@@ -6,6 +6,7 @@
 
 #include "base/holders.h"
 #include "base/text.h"
+#include "engines/budget.h"
 
 namespace mduckdb {
 
@@ -104,6 +105,7 @@ void FileTurn::CloseUnused() noexcept {
             files_.files_.SetHandle(record, nullptr, access);
             duckdb_close(&handle);
             files_.files_.RemoveEngine(file_, record);
+            Budget::Divide();
         }
     }
 }
@@ -226,6 +228,7 @@ SharedEngine FileTurn::Open(const std::string& path, const Configuration& config
     files_.files_.SetHandle(record, engine->handle,
                             access == Engine::Access::reading ? OpenEngine::kReading : OpenEngine::kWriting);
     engine->access = access;
+    Budget::Divide();
     if (is_file_ && !look_.exists) {
         LookAgain();
     }

@@ -59,6 +59,10 @@ class EngineFiles : nbx::noncopyable {
     bool IsInUse(const std::string& path);
     /** For tests and diagnostics. */
     std::size_t get_EngineCount() { return files_.CountEngines(); }
+    /** As `nbx::I_OpenFiles::ListEngines` has it. */
+    void Visit(void (*visit)(void* context, const nbx::OpenEngine& engine), void* context) {
+        files_.ListEngines(visit, context);
+    }
     /** Adds a line of the census for each engine. Throws `std::bad_alloc`. */
     void List(std::vector<CensusLine>& lines);
 

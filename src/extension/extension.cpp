@@ -6,6 +6,7 @@
 
 #include "base/errors.h"
 #include "base/text.h"
+#include "engines/budget.h"
 #include "engines/engine_files.h"
 #include "engines/handle_registry.h"
 #include "extension/census.h"
@@ -30,6 +31,7 @@ using nbx::mrsql::I_DuckDBExtension;
 
 class DuckDBExtension final : public nbx::Counted<I_DuckDBExtension>,
                               public nbx::mrsql::I_DuckDBRestore,
+                              public nbx::mrsql::I_DuckDBBudget,
                               public nbx::mrsql::I_DuckDBCensus {
   public:
     void* QueryInterface(uint32_t interface_id) override {
@@ -38,6 +40,8 @@ class DuckDBExtension final : public nbx::Counted<I_DuckDBExtension>,
              &nbx::CastToInterface<DuckDBExtension, I_DuckDBExtension>},
             {nbx::mrsql::kDuckDBRestoreInterfaceId,
              &nbx::CastToInterface<DuckDBExtension, nbx::mrsql::I_DuckDBRestore>},
+            {nbx::mrsql::kDuckDBBudgetInterfaceId,
+             &nbx::CastToInterface<DuckDBExtension, nbx::mrsql::I_DuckDBBudget>},
             {nbx::mrsql::kDuckDBCensusInterfaceId,
              &nbx::CastToInterface<DuckDBExtension, nbx::mrsql::I_DuckDBCensus>},
             {0, nullptr},
@@ -82,6 +86,10 @@ class DuckDBExtension final : public nbx::Counted<I_DuckDBExtension>,
                              smart_ptr<I_Location> backup_folder) override {
         return mduckdb::VerifyBackup(database, backup_folder);
     }
+    uint64_t get_MemoryBudget() override { return Budget::get_MemoryMb(); }
+    uint32_t get_ThreadBudget() override { return Budget::get_Threads(); }
+    void put_Budget(uint64_t memory_mb, uint32_t threads) override { Budget::Put(memory_mb, threads); }
+    nbx::mrsql::DuckDBBudgetFigures get_Figures() override { return Budget::get_Figures(); }
     void List(nbx::mrsql::I_DuckDBCensusReader& reader) override {
         for (const CensusLine& line : TakeCensus()) {
             reader.Add(line);
