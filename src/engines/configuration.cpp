@@ -51,13 +51,17 @@ Configuration::Configuration() {
 }
 
 void Configuration::Set(const char* key, const std::string& value) {
+    SetUnmarked(key, value);
+    text_.append(key).append(1, '\0').append(value).append(1, '\0');
+}
+
+void Configuration::SetUnmarked(const char* key, const std::string& value) {
     if (value.find('\0') != std::string::npos) {
         error_ = "The value of " + std::string(key) + " must not contain NUL characters";
         return;
     }
     // DuckDB reports a rejected key or value when the database is opened.
     static_cast<void>(duckdb_set_config(config_.get(), key, value.c_str()));
-    text_.append(key).append(1, '\0').append(value).append(1, '\0');
 }
 
 void Configuration::SetText(const char* key, const nbx::String& text) {

@@ -15,6 +15,8 @@ class Configuration : nbx::noncopyable {
     Configuration();
 
     void Set(const char* key, const std::string& value);
+    /** As `Set`, but engines with different values are equal. */
+    void SetUnmarked(const char* key, const std::string& value);
     /** READ_WRITE or READ_ONLY; may be changed between two attempts to open. */
     void SetAccessMode(const char* mode) { Set("access_mode", mode); }
     /** Nothing is written without a token. */
@@ -22,7 +24,7 @@ class Configuration : nbx::noncopyable {
     void ApplyOptions(const nbx::mrsql::DuckDBDatabaseOptions& options);
 
     /** Makes this configuration differ from those with other marks; DuckDB does not see the mark. */
-    void Mark(const char* mark) { text_.append(mark).append(1, '\0'); }
+    void Mark(const std::string& mark) { text_.append(mark).append(1, '\0'); }
 
     /** Describes what is wrong with a value; empty when it is valid. */
     const std::string& get_Error() const noexcept { return error_; }

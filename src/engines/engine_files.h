@@ -95,6 +95,8 @@ class FileTurn : nbx::noncopyable {
     /** Why an engine must not be opened now; empty when it may be opened. */
     std::string get_Refusal(Engine::Access access) const;
 
+    /** Whether the file is open for writing in this process, by an engine on the list. */
+    bool HasWriter() const { return Find(nbx::OpenEngine::kWriting) != nullptr; }
     /** A use of the writing engine, which may have failed; null when there is none. */
     SharedEngine JoinWriter();
     /** A use of an idle reading engine that works, has this configuration and sees the present content, or

@@ -11,6 +11,7 @@
 #include "engines/handle_registry.h"
 #include "extension/census.h"
 #include "extension/file_probe.h"
+#include "extension/procedure_limits.h"
 #include "extension/restore.h"
 #include "extension/restore_snapshot.h"
 #include "nbx/mrsql/duckdb_census.h"
@@ -32,7 +33,8 @@ using nbx::mrsql::I_DuckDBExtension;
 class DuckDBExtension final : public nbx::Counted<I_DuckDBExtension>,
                               public nbx::mrsql::I_DuckDBRestore,
                               public nbx::mrsql::I_DuckDBBudget,
-                              public nbx::mrsql::I_DuckDBCensus {
+                              public nbx::mrsql::I_DuckDBCensus,
+                              public nbx::mrsql::I_DuckDBProcedureLimits {
   public:
     void* QueryInterface(uint32_t interface_id) override {
         static constexpr nbx::InterfaceItem kTable[] = {
@@ -44,6 +46,8 @@ class DuckDBExtension final : public nbx::Counted<I_DuckDBExtension>,
              &nbx::CastToInterface<DuckDBExtension, nbx::mrsql::I_DuckDBBudget>},
             {nbx::mrsql::kDuckDBCensusInterfaceId,
              &nbx::CastToInterface<DuckDBExtension, nbx::mrsql::I_DuckDBCensus>},
+            {nbx::mrsql::kDuckDBProcedureLimitsInterfaceId,
+             &nbx::CastToInterface<DuckDBExtension, nbx::mrsql::I_DuckDBProcedureLimits>},
             {0, nullptr},
         };
         return nbx::InterfaceTableQueryInterface(this, kTable, interface_id);
@@ -96,6 +100,8 @@ class DuckDBExtension final : public nbx::Counted<I_DuckDBExtension>,
         }
     }
     bool CutCall(uint64_t number) override { return RunningCall::Cut(number); }
+    void put_Limits(const nbx::mrsql::DuckDBProcedureLimits& limits) override { PutProcedureLimits(limits); }
+    nbx::mrsql::DuckDBProcedureLimits get_Limits() override { return GetProcedureLimits(); }
 };
 
 }  // namespace

@@ -42,7 +42,7 @@ mirona_cursor ParquetSchema::Run(mirona_call call, const Arguments& arguments) {
     const std::string sql = "SELECT * FROM " + ReadParquetCall(uri) + " LIMIT 0";
     RequireNoNul(kName, sql);
     PrivateEngine engine = PrivateEngine::OpenInMemory(kName);
-    ResultHolder result = engine.Query(sql);
+    ResultHolder result = engine.RunInTime([&] { return engine.Query(sql); });
     const idx_t rows = duckdb_column_count(result.get());
     std::vector<mirona_value> values;
     values.reserve(rows * kColumns.size());

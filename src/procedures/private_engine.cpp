@@ -7,6 +7,10 @@
 #include <string_view>
 #include <utility>
 
+#include "base/text.h"
+#include "procedures/allowed_files.h"
+#include "procedures/sql_text.h"
+
 namespace mduckdb {
 namespace {
 
@@ -62,6 +66,42 @@ std::string DatabaseFilePath(const std::string& uri) {
     return std::string(path);
 }
 
+void PrivateEngine::Configure(Configuration& configuration, const std::string& spill_beginning) const {
+    if (limits_->memory_mb > 0) {
+        configuration.Set("max_memory", std::to_string(limits_->memory_mb) + "MB");
+    }
+    if (limits_->threads > 0) {
+        configuration.Set("threads", std::to_string(limits_->threads));
+    }
+    configuration.Mark(std::to_string(limits_->temp_directory_mb));
+    if (limits_->spill) {
+        configuration.Mark(limits_->spill->get_Path());
+    }
+    configuration.SetUnmarked(
+        "temp_directory", MakeSpillPath(limits_->spill ? limits_->spill->get_Path() + "/" : spill_beginning));
+    if (limits_->get_IsConfined()) {
+        // Opening a file that needs an extension must not fetch it either.
+        configuration.Set("autoinstall_known_extensions", "false");
+        configuration.Set("autoload_known_extensions", "false");
+        configuration.Set("allow_persistent_secrets", "false");
+        for (const std::string& folder : limits_->folders) {
+            configuration.Mark(folder);
+        }
+    }
+}
+
+void PrivateEngine::OpenMemory() {
+    // A name of its own, so that nobody shares the engine.
+    FileTurn turn = FileTurn::OfName("call " + std::to_string(call_->get_Number()));
+    Configuration configuration;
+    Configure(configuration, ".tmp-");
+    std::string error;
+    engine_ = turn.OpenWriter(kMemory, configuration, error);
+    if (engine_) {
+        LimitOpened(turn);
+    }
+}
+
 PrivateEngine PrivateEngine::OpenInMemory(const char* procedure_name) {
     PrivateEngine engine(procedure_name);
     engine.OpenMemory();
@@ -87,33 +127,70 @@ PrivateEngine PrivateEngine::OpenFile(const char* procedure_name, const std::str
     return engine;
 }
 
-void PrivateEngine::OpenMemory() {
-    // A name of its own, so that nobody shares the engine.
-    FileTurn turn = FileTurn::OfName("call " + std::to_string(call_->get_Number()));
-    std::string error;
-    engine_ = turn.OpenWriter(kMemory, Configuration(), error);
+void PrivateEngine::LimitOpened(FileTurn& turn) {
+    if (duckdb_connect(engine_->handle, &connection_) == DuckDBSuccess && RunLimits()) {
+        return;
+    }
+    // Nobody else may take the engine for one that is limited.
+    duckdb_disconnect(&connection_);
+    turn.Retire(*engine_);
+    throw std::runtime_error("Unable to limit a DuckDB database.");
+}
+
+bool PrivateEngine::RunLimits() {
+    if (limits_->temp_directory_mb > 0) {
+        // DuckDB keeps to this one only if it is set after the engine was opened.
+        const std::string size = std::to_string(limits_->temp_directory_mb) + "MB";
+        if (!Run(("SET max_temp_directory_size = '" + size + "'").c_str())) {
+            return false;
+        }
+    }
+    if (!limits_->get_IsConfined()) {
+        return true;
+    }
+    std::vector<std::string> folders;
+    for (const std::string& folder : limits_->folders) {
+        folders.push_back(QuoteLiteral(folder));
+    }
+    // DuckDB accepts them in this order only.
+    return Run(("SET allowed_directories = [" + JoinList(folders) + "]").c_str()) &&
+           Run("SET enable_external_access = false") && Run("SET lock_configuration = true");
 }
 
 void PrivateEngine::UseFile(const std::string& file) {
     catalog_ = CatalogName(file);
-    FileTurn turn(EngineFiles::Get(), file);
-    if (IsFoundOnlyByDuckDB(turn, file)) {
+    const bool is_confined = limits_->get_IsConfined();
+    const std::string path = is_confined ? RequireAllowed(file, limits_->folders) : file;
+    FileTurn turn(EngineFiles::Get(), path);
+    if (IsFoundOnlyByDuckDB(turn, path)) {
         throw std::runtime_error(kOpenFailed);
     }
-    if (JoinWriter(turn)) {
-        return;
+    if (is_confined && turn.HasWriter()) {
+        throw std::runtime_error("Cannot read '" + file +
+                                 "' in limited folders: this process has it open for writing.");
     }
+    if (!JoinWriter(turn)) {
+        OpenReader(turn, path);
+    }
+}
+
+void PrivateEngine::OpenReader(FileTurn& turn, const std::string& file) {
     Configuration configuration;
     configuration.SetAccessMode("READ_ONLY");
     configuration.Mark(kConfigurationMark);
+    Configure(configuration, file + ".tmp-");
     engine_ = turn.TakeIdleReader(configuration);
+    const bool is_idle = engine_ != nullptr;
     std::string error;
-    if (!engine_) {
+    if (!is_idle) {
         engine_ = turn.OpenReader(file, configuration, error);
     }
     if (!engine_) {
         const std::string refusal = turn.get_Refusal(Engine::Access::reading);
         throw std::runtime_error(refusal.empty() ? kOpenFailed : refusal);
+    }
+    if (!is_idle) {
+        LimitOpened(turn);
     }
 }
 
@@ -137,6 +214,8 @@ bool PrivateEngine::JoinWriter(FileTurn& turn) {
 
 PrivateEngine::PrivateEngine(PrivateEngine&& other) noexcept
     : call_(std::move(other.call_)),
+      limits_(std::move(other.limits_)),
+      time_(other.time_),
       engine_(std::move(other.engine_)),
       connection_(std::exchange(other.connection_, nullptr)),
       is_shared_(std::exchange(other.is_shared_, false)),
@@ -151,8 +230,8 @@ PrivateEngine::~PrivateEngine() {
 }
 
 void PrivateEngine::Connect(const char* failure_text) {
-    // A shared engine was connected to when it was looked at.
-    if (!is_shared_ && duckdb_connect(engine_->handle, &connection_) != DuckDBSuccess) {
+    // A shared engine was connected to when it was looked at, a new one when it was limited.
+    if (connection_ == nullptr && duckdb_connect(engine_->handle, &connection_) != DuckDBSuccess) {
         throw std::runtime_error(failure_text);
     }
     call_->Connect(connection_, engine_->get_Number());
@@ -169,7 +248,8 @@ void PrivateEngine::FinishReading() noexcept {
 }
 
 void PrivateEngine::QualifyName(std::vector<std::string>& parts) {
-    if (!is_shared_ || parts.size() < 2 || strcasecmp(parts.front().c_str(), catalog_.c_str()) != 0) {
+    const bool has_other_name = is_shared_ || limits_->get_IsConfined();
+    if (!has_other_name || parts.size() < 2 || strcasecmp(parts.front().c_str(), catalog_.c_str()) != 0) {
         return;
     }
     ResultHolder result = Query(

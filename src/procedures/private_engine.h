@@ -3,25 +3,33 @@
 #include <duckdb.h>
 
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "base/deadline.h"
 #include "base/holders.h"
 #include "engines/engine_files.h"
+#include "procedures/call_time.h"
+#include "procedures/limits.h"
 #include "procedures/running_call.h"
 
 namespace mduckdb {
 
-/** The DuckDB engine of one procedure call and its connection. Move-only; the destructor disconnects, then
-    releases the engine. Failures are std::runtime_error with their fixed texts. */
+/** The DuckDB engine of one procedure call and its connection, within the limits that are set now. Move-only;
+   the destructor disconnects, then releases the engine. Failures are std::runtime_error with their fixed
+   texts. */
 class PrivateEngine {
   public:
     /** An engine of its own in memory. */
     static PrivateEngine OpenInMemory(const char* procedure_name);
     /** Reads a database file. If this process has it open for writing, reads through that engine, in a
         read-only transaction that lasts until `FinishReading`; otherwise through a read-only engine. In both
-        cases it creates, checkpoints and deletes nothing. `:memory:` is an empty database. */
+        cases it creates, checkpoints and deletes nothing. `:memory:` is an empty database. With limited
+        folders the file must be in one of them, and is not read through the writing engine, whose views may
+        read any file. */
     static PrivateEngine OpenFile(const char* procedure_name, const std::string& path);
 
     PrivateEngine(PrivateEngine&& other) noexcept;
@@ -32,6 +40,11 @@ class PrivateEngine {
     /** Runs the text to the end; throws with DuckDB's text when it fails. */
     ResultHolder Query(const std::string& sql);
     duckdb_connection get_Connection() const noexcept { return connection_; }
+    const CallTime& get_Time() const noexcept { return time_; }
+    /** Returns what the work returns, which uses the connection. When the call's time is over, the work is
+        cut, and this throws. */
+    template <class Work>
+    auto RunInTime(Work work);
     /** Called when the result is complete: ends the transaction, so that it does not block checkpoints. */
     void FinishReading() noexcept;
     RunningCall& get_Call() noexcept { return *call_; }
@@ -41,15 +54,29 @@ class PrivateEngine {
 
   private:
     explicit PrivateEngine(const char* procedure_name)
-        : call_(std::make_unique<RunningCall>(procedure_name)) {}
+        : call_(std::make_unique<RunningCall>(procedure_name)),
+          limits_(GetLimits()),
+          time_(procedure_name, limits_->time) {}
+    /** The settings of an engine within the limits; `spill_beginning` is for a call without a folder. */
+    void Configure(Configuration& configuration, const std::string& spill_beginning) const;
     void OpenMemory();
     void Connect(const char* failure_text);
+    /** Connects to the engine, which was just opened, and sets what cannot be configured before that: its
+        allowed folders, for example, after which its settings are locked. */
+    void LimitOpened(FileTurn& turn);
+    bool RunLimits();
     void UseFile(const std::string& file);
+    void OpenReader(FileTurn& turn, const std::string& file);
     /** Connects to the writing engine, if there is a working one. */
     bool JoinWriter(FileTurn& turn);
     bool Run(const char* sql) noexcept;
+    static void Interrupt(void* connection) noexcept {
+        duckdb_interrupt(static_cast<duckdb_connection>(connection));
+    }
 
     std::unique_ptr<RunningCall> call_;
+    SharedLimits limits_;
+    CallTime time_;
     /** Of the file, or of this call alone in memory; null until it is open. */
     SharedEngine engine_;
     duckdb_connection connection_ = nullptr;
@@ -58,6 +85,26 @@ class PrivateEngine {
     /** The name of the catalog when a file is opened under the path. */
     std::string catalog_;
 };
+
+template <class Work>
+auto PrivateEngine::RunInTime(Work work) {
+    std::optional<Deadline> deadline;
+    if (time_.get_IsLimited()) {
+        deadline.emplace(time_.get_End(), &Interrupt, connection_);
+    }
+    try {
+        auto outcome = work();
+        if (time_.IsOver()) {
+            time_.ThrowEnd();
+        }
+        return outcome;
+    } catch (const std::exception&) {
+        if (deadline && deadline->get_HasCut()) {
+            time_.ThrowEnd();
+        }
+        throw;
+    }
+}
 
 /** The error of a failed query, with DuckDB's text if it has one. */
 std::runtime_error QueryError(duckdb_result& result);

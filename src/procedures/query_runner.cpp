@@ -71,7 +71,8 @@ void RequireNoNul(const char* procedure_name, const std::string& sql) {
 mirona_cursor RunQuery(mirona_call call, const char* procedure_name, PrivateEngine engine,
                        const std::string& base_query, const std::string& limit) {
     RequireNoNul(procedure_name, base_query);
-    ResultHolder result = FetchRows(engine, procedure_name, base_query, limit);
+    ResultHolder result =
+        engine.RunInTime([&] { return FetchRows(engine, procedure_name, base_query, limit); });
     const ResultSize size = MeasureResult(*result);
     engine.get_Call().Finish(size.rows, size.bytes);
     engine.FinishReading();

@@ -28,6 +28,14 @@ std::uint32_t GoToNextCursorRow(void* state) noexcept {
     return StateOf(state).NextRow();
 }
 
+std::uint32_t GoToCursorRowInTime(void* state, std::int64_t row) noexcept {
+    return StateOf(state).IsInTime() ? StateOf(state).GoToRow(row) : MIRONA_ROW_END;
+}
+
+std::uint32_t GoToNextCursorRowInTime(void* state) noexcept {
+    return StateOf(state).IsInTime() ? StateOf(state).NextRow() : MIRONA_ROW_END;
+}
+
 std::uint64_t GetCursorRowCount(void* state) noexcept {
     return StateOf(state).get_RowCount();
 }
@@ -70,11 +78,13 @@ QueryState::QueryState(PrivateEngine engine, std::vector<ColumnRecord> columns, 
 }
 
 mirona_cursor_def QueryState::MakeCursorDef() noexcept {
+    // A cursor without a time limit does not pay for it at each row.
+    const bool is_timed = engine_.get_Time().get_IsLimited();
     return {this,
             &CloseCursor,
             &GetCursorValue,
-            &GoToCursorRow,
-            &GoToNextCursorRow,
+            is_timed ? &GoToCursorRowInTime : &GoToCursorRow,
+            is_timed ? &GoToNextCursorRowInTime : &GoToNextCursorRow,
             &GetCursorRowCount,
             static_cast<std::uint32_t>(host_columns_.size()),
             host_columns_.data()};
@@ -103,6 +113,20 @@ std::uint32_t QueryState::GoToRow(std::int64_t row) noexcept {
     row_ = target;
     is_started_ = true;
     return MIRONA_ROW_OK;
+}
+
+bool QueryState::IsInTime() noexcept {
+    if (!engine_.get_Time().IsOver()) {
+        return true;
+    }
+    if (!std::exchange(is_end_reported_, true)) {
+        try {
+            ReportLostRow(engine_.get_Time().DescribeEnd().c_str());
+        } catch (const std::exception&) {
+            ReportLostRow("Unexpected error while reading a row.");
+        }
+    }
+    return false;
 }
 
 std::uint32_t QueryState::NextRow() noexcept {

@@ -42,6 +42,8 @@ class QueryState {
         read; the reason is then reported to the host. */
     std::uint32_t GoToRow(std::int64_t row) noexcept;
     std::uint32_t NextRow() noexcept;
+    /** False when the call's time is over, which is reported to the host once. */
+    bool IsInTime() noexcept;
     std::uint64_t get_RowCount() const noexcept { return row_count_; }
 
   private:
@@ -70,6 +72,7 @@ class QueryState {
     /** The current row, once the cursor has started. */
     idx_t row_ = 0;
     bool is_started_ = false;
+    bool is_end_reported_ = false;
 };
 
 }  // namespace mduckdb

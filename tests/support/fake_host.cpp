@@ -28,6 +28,12 @@ void FillCalls(mirona_extension_api& api) {
         }
         HostOf(call).reports.emplace_back(text, length);
     };
+    // The values live as long as the host.
+    api.create_table_cursor = [](mirona_call call, std::uint64_t, std::uint64_t, const char* const*,
+                                 const mirona_value*, mirona_cursor* out) {
+        *out = call;
+        return std::uint32_t{0};
+    };
     api.create_cursor = [](mirona_call call, const mirona_cursor_def* def, mirona_cursor* out) {
         HostOf(call).cursor = *def;
         HostOf(call).has_cursor = true;
