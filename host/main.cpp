@@ -87,6 +87,7 @@ int Main(int argc, char** argv) {
     app.require_subcommand(1);
     app.fallthrough();  // common options may also follow the command
     AddCommonOptions(app, program);
+    AddLimitOptions(app, program);
     AddCommands(app, program);
     try {
         std::vector<std::string> words = ReadCommandLine(argc, argv, program);

@@ -4,6 +4,8 @@
 #include <fmt/format.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <stdexcept>
 
 #include "databases/databases.h"
@@ -18,6 +20,15 @@ namespace mduckdb_host {
 namespace {
 
 constexpr char kGuard = '\x02';
+
+/** Whether the word is a common option and the next one its value. */
+bool HasValue(std::string_view word) {
+    constexpr std::array<std::string_view, 7> kOptions{
+        "--module",  "--format",         "--memory-mb",       "--threads",
+        "--seconds", "--temp-directory", "--allow-directory",
+    };
+    return std::find(kOptions.begin(), kOptions.end(), word) != kOptions.end();
+}
 
 /** A sentence about the process that has a lock on the file; empty when there is none. Closing the file would
     drop this process's locks on it, so use it only for files that this process does not have open. */
@@ -50,7 +61,7 @@ std::vector<std::string> ReadCommandLine(int argc, const char* const* argv, Prog
         if (command.empty() && !is_option_value && !word.starts_with('-')) {
             command = word;
         }
-        is_option_value = !is_option_value && (word == "--module" || word == "--format");
+        is_option_value = !is_option_value && HasValue(word);
         words.push_back(std::move(word));
     }
     return words;
@@ -73,7 +84,9 @@ int ReportException(Program& program, const nbx::xException& error, const SqlTex
 }
 
 const void* Program::Load() {
-    return LoadModule(module_name, registry);
+    const void* const address = LoadModule(module_name, registry);
+    limits.Apply();
+    return address;
 }
 
 DatabasePtr OpenForCommand(const std::string& path, bool is_read_only) {

@@ -8,6 +8,8 @@
 
 #include "databases/databases.h"
 #include "nbx/exception.h"
+#include "nbx/mrsql/duckdb_procedure_limits.h"
+#include "nbx/mrsql/registry.h"
 #include "print/output.h"
 #include "print/printer.h"
 #include "table/function_table.h"
@@ -26,6 +28,19 @@ constexpr int kWrongUsage = 2;
 /** The status that shells report for a program that Ctrl-C terminated. */
 constexpr int kEndedByInterrupt = 130;
 
+/** Limits for each call of a procedure. A number of 0 and an empty text set none. */
+struct Limits {
+    uint32_t memory_mb = 0;
+    uint32_t threads = 0;
+    double seconds = 0;
+    std::string temp_directory;
+    std::vector<std::string> allowed_directories;
+
+    bool get_IsSet() const noexcept;
+    /** Hands them to the loaded module. Throws `std::runtime_error` with a text for people. */
+    void Apply() const;
+};
+
 /** The state that all commands share. */
 struct Program {
     explicit Program(int output_descriptor) : out(output_descriptor) {}
@@ -33,6 +48,7 @@ struct Program {
     Output out;
     PrintOptions print;
     std::string module_name;
+    Limits limits;
     /** The words after a `--` on the command line of `call` and `probe`. */
     std::vector<std::string> words_after_dashes;
     /** Empty until `Load`. */
@@ -40,12 +56,13 @@ struct Program {
     /** The command that the user chose; returns the exit status. */
     std::function<int()> command;
 
-    /** Loads the module and returns an address inside it. Throws `std::runtime_error`. */
+    /** Loads the module, sets its limits and returns an address inside it. Throws `std::runtime_error`. */
     const void* Load();
     std::unique_ptr<Printer> MakePrinter() { return mduckdb_host::MakePrinter(out, print); }
 };
 
 /** Each function adds one command with its options and help. The program must outlive the application. */
+void AddLimitOptions(CLI::App& app, Program& program);
 void AddCallCommand(CLI::App& app, Program& program);
 void AddVersionCommand(CLI::App& app, Program& program);
 void AddProbeCommand(CLI::App& app, Program& program);

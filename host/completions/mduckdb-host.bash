@@ -3,7 +3,7 @@
 _mduckdb_host() {
     local cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD - 1]} command= word i
     local commands='call version probe create sql backup restore snapshot shell'
-    local options='--module --format --all --help'
+    local options='--module --format --all --help --memory-mb --threads --seconds --temp-directory --allow-directory'
 
     # bash splits --format=csv into three words.
     if [[ $cur == = ]]; then
@@ -17,13 +17,14 @@ _mduckdb_host() {
         --cursor) mapfile -t COMPREPLY < <(compgen -W 'server client' -- "$cur"); return ;;
         --module) mapfile -t COMPREPLY < <(compgen -W 'mduckdb mduckdb_casts' -f -- "$cur"); return ;;
         --block-size) mapfile -t COMPREPLY < <(compgen -W '16384 262144' -- "$cur"); return ;;
-        --param | --storage-version) return ;;
+        --temp-directory | --allow-directory) mapfile -t COMPREPLY < <(compgen -d -- "$cur"); return ;;
+        --param | --storage-version | --memory-mb | --threads | --seconds) return ;;
     esac
 
     for ((i = 1; i < COMP_CWORD; i++)); do
         word=${COMP_WORDS[i]}
         case $word in
-            --module | --format)
+            --module | --format | --memory-mb | --threads | --seconds | --temp-directory | --allow-directory)
                 ((i++))
                 [[ ${COMP_WORDS[i]} == = ]] && ((i++))
                 ;;

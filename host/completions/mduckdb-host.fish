@@ -6,6 +6,11 @@ set -l procedures fetch_parquet parquet_schema parquet_metadata parquet_count fe
 complete -c mduckdb-host -l module -r -a 'mduckdb mduckdb_casts' -d 'Module to load'
 complete -c mduckdb-host -l format -x -a 'table csv json jsonl markdown' -d 'Output format'
 complete -c mduckdb-host -l all -d 'Print all rows and columns'
+complete -c mduckdb-host -l memory-mb -x -d 'Memory of a call of a procedure in megabytes'
+complete -c mduckdb-host -l threads -x -d 'Threads of a call of a procedure'
+complete -c mduckdb-host -l seconds -x -d 'Seconds until a call of a procedure is cut'
+complete -c mduckdb-host -l temp-directory -x -a '(__fish_complete_directories)' -d 'Folder for temporary files of procedures'
+complete -c mduckdb-host -l allow-directory -x -a '(__fish_complete_directories)' -d 'Folder that procedures may read'
 complete -c mduckdb-host -s h -l help -d 'Help'
 
 complete -c mduckdb-host -f -n "not __fish_seen_subcommand_from $commands" -a call -d 'Call a procedure'

@@ -47,6 +47,7 @@ void PrintProcedure(const ProcedureRegistry& registry, std::string_view name, st
     const Procedure& procedure = FindProcedure(registry, name, arguments.size());
     ProcedureCall call(procedure, std::move(arguments));
     HostCursor& cursor = RunOrThrow(call);
+    const std::size_t errors_before = registry.get_Errors().size();
     bool is_over = is_stopped && is_stopped();
     printer.Begin(cursor.get_Columns());
     Row row;
@@ -55,6 +56,10 @@ void PrintProcedure(const ProcedureRegistry& registry, std::string_view name, st
         is_over = is_stopped && is_stopped();
     }
     printer.End();
+    // A callback of a cursor reports to the host, not to the call.
+    if (registry.get_Errors().size() > errors_before) {
+        throw xProcedureError(registry.get_Errors().back());
+    }
 }
 
 int64_t CallForNumber(const ProcedureRegistry& registry, std::string_view name,

@@ -60,8 +60,8 @@ std::string RequireAllowed(const std::string& file, const std::vector<std::strin
         path = MissingFile(file);
     }
     if (!IsInsideAny(path, folders) || !AreLogsInside(path, folders)) {
-        throw std::runtime_error("Cannot read \"" + file +
-                                 "\": it is not in a folder that procedures may read.");
+        throw std::runtime_error("Cannot read '" + file +
+                                 "': it is not in a folder that procedures may read.");
     }
     return path;
 }

@@ -117,6 +117,8 @@ TEST_F(ConfinementTest, RejectsPathsThatLeadElsewhere) {
                                    in_ + "/linked/a.parquet",
                                    in_ + "/linked/*.parquet",
                                    in_ + "/sub/up/out/a.parquet",
+                                   in_ + "/linked/../out/a.parquet",
+                                   in_ + "/linked/sub/../a.parquet",
                                    in_ + "/../*/a.parquet",
                                    folder_ / "*/a.parquet",
                                    in_ + "/l*.parquet",
@@ -150,15 +152,28 @@ TEST_F(ConfinementTest, RejectsDatabasesThatLieElsewhere) {
     fs::copy_file(in_ + "/a.db", in_ + "/logged.db");
     fs::create_symlink(out_ + "/a.txt", in_ + "/logged.db.wal");
     before_ = Listing();
-    for (const std::string& uri :
-         {out_ + "/a.db", in_ + "/../out/a.db", in_ + "/link.db", in_ + "/linked/a.db",
-          "file:" + out_ + "/a.db", "file://" + out_ + "/a.db", "file://localhost" + out_ + "/a.db",
-          "duckdb:" + out_ + "/a.db", in_ + "/broken.db", in_ + "/logged.db", in_ + "x/a.db",
-          out_ + "/missing.db", folder_ / "missing/missing.db", std::string("md:a"),
-          std::string("sqlite:" + out_ + "/a.db"), std::string("https://127.0.0.1:1/a.db"),
-          std::string("/proc/self/environ"), std::string("~/a.db")}) {
+    for (const std::string& uri : {out_ + "/a.db",
+                                   in_ + "/../out/a.db",
+                                   in_ + "/link.db",
+                                   in_ + "/linked/a.db",
+                                   in_ + "/linked/../out/a.db",
+                                   in_ + "/linked/sub/../a.db",
+                                   "file:" + out_ + "/a.db",
+                                   "file://" + out_ + "/a.db",
+                                   "file://localhost" + out_ + "/a.db",
+                                   "duckdb:" + out_ + "/a.db",
+                                   in_ + "/broken.db",
+                                   in_ + "/logged.db",
+                                   in_ + "x/a.db",
+                                   out_ + "/missing.db",
+                                   folder_ / "missing/missing.db",
+                                   std::string("md:a"),
+                                   std::string("sqlite:" + out_ + "/a.db"),
+                                   std::string("https://127.0.0.1:1/a.db"),
+                                   std::string("/proc/self/environ"),
+                                   std::string("~/a.db")}) {
         const std::string outcome = FetchTable(uri);
-        EXPECT_THAT(outcome, AllOf(StartsWith("Cannot read \""), HasSubstr(kNotAllowed))) << uri;
+        EXPECT_THAT(outcome, AllOf(StartsWith("Cannot read '"), HasSubstr(kNotAllowed))) << uri;
         ExpectHarmless(outcome, uri);
     }
     EXPECT_EQ("Unable to open DuckDB database.", FetchTable(in_ + "/missing.db"));
@@ -174,7 +189,7 @@ TEST_F(ConfinementTest, KeepsViewsAndMacrosOfADatabaseInside) {
 TEST_F(ConfinementTest, RejectsAFileThatThisProcessWrites) {
     TestHost host;
     const auto database = host.Opened(in_ + "/a.db");
-    EXPECT_EQ("Cannot read \"" + in_ + "/a.db\" in limited folders: this process has it open for writing.",
+    EXPECT_EQ("Cannot read '" + in_ + "/a.db' in limited folders: this process has it open for writing.",
               FetchTable(in_ + "/a.db", "outside"));
     database->Close();
     EXPECT_EQ("1|allowed|", FetchTable(in_ + "/a.db"));
