@@ -6,6 +6,7 @@
 #include <duckdb/common/types/data_chunk.hpp>
 #include <duckdb/common/types/vector.hpp>
 #include <duckdb/common/vector_operations/vector_operations.hpp>
+#include <limits>
 #include <new>
 #include <type_traits>
 #include <vector>
@@ -35,7 +36,6 @@ struct Column {
     const void* data;
     const uint64_t* validity;  // a bit a row; null: every row is valid
     const LogicalType* type;
-    uint8_t width;
     uint8_t scale;
     duckdb_data_chunk chunk;
     idx_t index;  // of the column in the chunk
@@ -200,20 +200,18 @@ HostValue ReadEnum(const Column& column, Scratch&, idx_t row) {
                : MakeEmptyText();
 }
 
-/** A DECIMAL of up to 18 digits. */
+/** A DECIMAL of up to 18 digits. A file may hold a number with more, which DuckDB reads too. */
 template <class T>
 HostValue ReadDecimal(const Column& column, Scratch&, idx_t row) {
-    const int64_t number = column.Get<T>(row);
-    return IsValidNarrowDecimal(column.width, number)
-               ? MakeHostValue<nbx::CreateValueDouble>(DecimalToDouble(number, column.scale))
-               : MakeEmptyText();
+    return MakeHostValue<nbx::CreateValueDouble>(DecimalToDouble(column.Get<T>(row), column.scale));
 }
 
+/** The one number without an opposite is not readable, see `IsReadable`. */
 HostValue ReadWideDecimal(const Column& column, Scratch&, idx_t row) {
     const auto number = column.Get<duckdb_hugeint>(row);
-    return IsValidDecimal(column.width, column.scale, number)
-               ? MakeHostValue<nbx::CreateValueDouble>(WideDecimalToDouble(number, column.scale))
-               : MakeEmptyText();
+    const bool has_opposite = number.upper != std::numeric_limits<int64_t>::min() || number.lower != 0;
+    return has_opposite ? MakeHostValue<nbx::CreateValueDouble>(WideDecimalToDouble(number, column.scale))
+                        : MakeEmptyText();
 }
 
 /** Where a cell is read: in the data of the vector, flattened if necessary, or through the chunk. */
@@ -301,7 +299,7 @@ struct CellReader::State {
         duckdb::Vector& vector = all.data[index];
         const LogicalType& type = vector.GetType();
         const Kind& kind = FindKind(type);
-        Column column{kind.read, nullptr, nullptr, &type, 0, 0, chunk, index};
+        Column column{kind.read, nullptr, nullptr, &type, 0, chunk, index};
         if (kind.from == From::data) {
             duckdb::Vector& flat = Spread(vector, all.size());
             column.data = duckdb::FlatVector::GetData(flat);
@@ -310,7 +308,6 @@ struct CellReader::State {
             column.validity = duckdb::FlatVector::Validity(vector).GetData();
         }
         if (type.id() == LogicalTypeId::DECIMAL) {
-            column.width = duckdb::DecimalType::GetWidth(type);
             column.scale = duckdb::DecimalType::GetScale(type);
         }
         columns.push_back(column);

@@ -303,21 +303,37 @@ TEST(CellReader, TimesOutsideTheDayAreEmptyTexts) {
     EXPECT_EQ(ReadAll(zoned), std::vector<std::string>(3, kEmptyText));
 }
 
-TEST(CellReader, DecimalsWithTooManyDigitsAreEmptyTexts) {
+TEST(CellReader, DecimalsWithMoreDigitsThanTheirWidthAreWhatDuckDBsGettersReturn) {
+    constexpr int64_t kLargest = std::numeric_limits<int64_t>::max();
+    const auto expect_doubles = [](OneColumn& column) {
+        for (idx_t row = 0; row < duckdb_data_chunk_get_size(column.get()); ++row) {
+            Reader reader;
+            reader.Bind(column.get());
+            const ValueHolder value(duckdb_data_chunk_get_value(column.get(), 0, row));
+            EXPECT_EQ(reader.Describe(0, row),
+                      Describe(MakeHostValue<nbx::CreateValueDouble>(duckdb_get_double(value.get())).get()))
+                << row;
+        }
+    };
     LogicalTypeHolder narrow(duckdb_create_decimal_type(3, 1));
-    OneColumn column(narrow.get(), 4);
-    column.Set<int16_t>({999, 1000, -1000, -999});
-    const auto cells = ReadAll(column);
-    EXPECT_EQ(cells[0], Describe(MakeHostValue<nbx::CreateValueDouble>(99.9).get()));
-    EXPECT_EQ(cells[1], kEmptyText);
-    EXPECT_EQ(cells[2], kEmptyText);
-    EXPECT_EQ(cells[3], Describe(MakeHostValue<nbx::CreateValueDouble>(-99.9).get()));
+    OneColumn small(narrow.get(), 6);
+    small.Set<int16_t>({999, 1000, -1000, -999, 32767, -32768});
+    expect_doubles(small);
+    LogicalTypeHolder middle(duckdb_create_decimal_type(18, 18));
+    OneColumn large(middle.get(), 3);
+    large.Set<int64_t>({kLargest, -kLargest - 1, 1});
+    expect_doubles(large);
+    LogicalTypeHolder wide(duckdb_create_decimal_type(36, 17));
+    OneColumn huge(wide.get(), 2);
+    huge.Set<duckdb_hugeint>({{~uint64_t{0}, kLargest}, {1, -kLargest - 1}});
+    expect_doubles(huge);
+}
 
-    LogicalTypeHolder wide(duckdb_create_decimal_type(38, 0));
-    OneColumn wide_column(wide.get(), 2);
-    wide_column.Set<duckdb_hugeint>(
-        {{0, std::numeric_limits<int64_t>::min()}, {~uint64_t{0}, std::numeric_limits<int64_t>::max()}});
-    EXPECT_EQ(ReadAll(wide_column), std::vector<std::string>(2, kEmptyText));
+TEST(CellReader, TheDecimalWithoutAnOppositeIsTheEmptyText) {
+    LogicalTypeHolder type(duckdb_create_decimal_type(38, 0));
+    OneColumn column(type.get(), 1);
+    column.Set<duckdb_hugeint>({{0, std::numeric_limits<int64_t>::min()}});
+    EXPECT_EQ(ReadAll(column), std::vector<std::string>(1, kEmptyText));
 }
 
 TEST(CellReader, TimestampsThatHaveNoTextAreEmptyTexts) {

@@ -27,10 +27,6 @@ bool IsExactDouble(int64_t number) noexcept {
 
 }  // namespace
 
-bool IsValidNarrowDecimal(uint8_t width, int64_t number) noexcept {
-    return number > -kPowersOfTen[width] && number < kPowersOfTen[width];
-}
-
 double DecimalToDouble(int64_t number, uint8_t scale) noexcept {
     if (IsExactDouble(number) || scale == 0) {
         return static_cast<double>(number) / kDoublePowersOfTen[scale];

@@ -8,9 +8,6 @@
    double, and otherwise adds the whole part and the fraction. */
 namespace mduckdb {
 
-/** Whether a number has no more digits than the width, which is 1 to 18. */
-bool IsValidNarrowDecimal(uint8_t width, int64_t number) noexcept;
-
 /** `number` / 10^`scale`; the scale is 0 to 18. */
 double DecimalToDouble(int64_t number, uint8_t scale) noexcept;
 

@@ -61,18 +61,5 @@ TEST(DecimalDouble, WideNumbersAreTheDoublesOfDuckDBsCast) {
     }
 }
 
-TEST(DecimalDouble, ANarrowNumberHasNoMoreDigitsThanItsWidth) {
-    int64_t bound = 1;
-    for (uint8_t width = 1; width <= 18; ++width) {
-        bound *= 10;
-        EXPECT_TRUE(IsValidNarrowDecimal(width, bound - 1));
-        EXPECT_TRUE(IsValidNarrowDecimal(width, 1 - bound));
-        EXPECT_FALSE(IsValidNarrowDecimal(width, bound));
-        EXPECT_FALSE(IsValidNarrowDecimal(width, -bound));
-    }
-    EXPECT_FALSE(IsValidNarrowDecimal(18, std::numeric_limits<int64_t>::min()));
-    EXPECT_FALSE(IsValidNarrowDecimal(18, std::numeric_limits<int64_t>::max()));
-}
-
 }  // namespace
 }  // namespace mduckdb

@@ -141,6 +141,14 @@ int64_t GetRowsChanged(duckdb_result* result) {
     return count != nullptr ? *count : static_cast<int64_t>(duckdb_rows_changed(result));
 }
 
+std::optional<std::string_view> GetColumnName(const duckdb_result& result, idx_t column) noexcept {
+    const auto* data = static_cast<const duckdb::DuckDBResultData*>(result.internal_data);
+    if (data == nullptr || !data->result || column >= data->result->names.size()) {
+        return std::nullopt;
+    }
+    return std::string_view(data->result->names[column]);
+}
+
 ResultSize MeasureResult(const duckdb_result& result) noexcept {
     try {
         const duckdb::ColumnDataCollection& rows = CollectionOf(result);

@@ -4,6 +4,8 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
+#include <string_view>
 
 #include "duckdb_internals/column_casts.h"
 
@@ -47,6 +49,10 @@ class ResultChunks {
     result. Allocates nothing: the rows are committed by now, and a failure here would make the caller store
     them twice. */
 int64_t GetRowsChanged(duckdb_result* result);
+
+/** The column's whole name; `duckdb_column_name` ends at the first NUL. Nothing if there is no such column.
+   Valid as long as the result. */
+std::optional<std::string_view> GetColumnName(const duckdb_result& result, idx_t column) noexcept;
 
 /** The rows that a result holds, and DuckDB's memory for them, whether it is spilled or not. */
 struct ResultSize {

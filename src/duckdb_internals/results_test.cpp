@@ -160,5 +160,19 @@ TEST(RowsChangedTest, AreZeroForAFailedStatement) {
     EXPECT_EQ(GetRowsChanged(failed.get()), 0);
 }
 
+TEST(ColumnNameTest, IsWholeAlsoBehindANul) {
+    const TestEngine engine;
+    ResultHolder result;
+    ASSERT_EQ(
+        duckdb_query(engine.get(), "PIVOT (SELECT 'a' || chr(0) || 'b' AS k, 1 AS v) ON k USING sum(v); ",
+                     result.Receive()),
+        DuckDBSuccess)
+        << duckdb_result_error(result.get());
+    EXPECT_EQ(GetColumnName(*result, 0), std::string_view("a\0b", 3));
+    EXPECT_STREQ(duckdb_column_name(result.get(), 0), "a");
+    EXPECT_EQ(GetColumnName(*result, 1), std::nullopt);
+    EXPECT_EQ(GetColumnName(duckdb_result{}, 0), std::nullopt);
+}
+
 }  // namespace
 }  // namespace mduckdb

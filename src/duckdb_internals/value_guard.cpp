@@ -29,10 +29,14 @@ bool AreReadable(const duckdb::vector<Value>& values) {
     return true;
 }
 
+/** DuckDB also reads a number with more digits than the width, which files of other programs contain. It
+    cannot format one without a place before the point, nor the one that has no opposite. */
 bool IsReadableDecimal(const Value& value) {
     const duckdb::hugeint_t number = duckdb::IntegralValue::Get(value);
-    return IsValidDecimal(duckdb::DecimalType::GetWidth(value.type()),
-                          duckdb::DecimalType::GetScale(value.type()), {number.lower, number.upper});
+    const uint8_t width = duckdb::DecimalType::GetWidth(value.type());
+    const uint8_t scale = duckdb::DecimalType::GetScale(value.type());
+    const bool has_opposite = number != duckdb::NumericLimits<duckdb::hugeint_t>::Minimum();
+    return (scale < width && has_opposite) || IsValidDecimal(width, scale, {number.lower, number.upper});
 }
 
 bool IsReadableVariant(const Value& value) {

@@ -155,7 +155,7 @@ void DuckDBCursor_imp::ReadDescription() {
     column_type_names_.reserve(count);
     column_types_.reserve(count);
     for (idx_t column = 0; column < count; ++column) {
-        column_names_.push_back(ToHostText(duckdb_column_name(result_.get(), column)));
+        column_names_.push_back(FromUtf8(GetColumnName(*result_, column).value_or("")));
         column_types_.push_back(duckdb_column_type(result_.get(), column));
         column_type_names_.push_back(ReadTypeName(result_.get(), column));
     }

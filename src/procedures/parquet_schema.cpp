@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "base/holders.h"
+#include "duckdb_internals/results.h"
 #include "procedures/handlers.h"
 #include "procedures/private_engine.h"
 #include "procedures/procedures.h"
@@ -26,7 +27,7 @@ void AppendRow(std::vector<mirona_value>& values, mirona_call call, duckdb_resul
     const auto type = static_cast<std::int32_t>(duckdb_column_type(&result, column));
     const std::int32_t normalised = NormalizeDuckDBType(type);
     const std::int32_t host_type = HostTypeOfDuckDBType(normalised);
-    const std::string name = ColumnName(duckdb_column_name(&result, column), column);
+    const std::string name = ColumnName(GetColumnName(result, column), column);
     values.push_back(GetApi().make_int_value(call, static_cast<std::int64_t>(column) + 1));
     values.push_back(MakeText(call, name));
     values.push_back(MakeText(call, DuckDBTypeName(type)));

@@ -48,7 +48,7 @@ std::vector<ColumnRecord> DescribeColumns(duckdb_result& result) {
         const auto reported = static_cast<std::int32_t>(duckdb_column_type(&result, i));
         const std::int32_t normalised = NormalizeDuckDBType(reported);
         const std::int32_t select_type = GetSelectType(reported, normalised);
-        columns.push_back({ColumnName(duckdb_column_name(&result, i), i), normalised,
+        columns.push_back({ColumnName(GetColumnName(result, i), i), normalised,
                            HostTypeOfDuckDBType(normalised),
                            NormalizeDuckDBType(select_type) != select_type});
     }
@@ -57,8 +57,8 @@ std::vector<ColumnRecord> DescribeColumns(duckdb_result& result) {
 
 }  // namespace
 
-std::string ColumnName(const char* duckdb_name, idx_t column) {
-    return duckdb_name != nullptr ? duckdb_name : "Column" + std::to_string(column + 1);
+std::string ColumnName(std::optional<std::string_view> duckdb_name, idx_t column) {
+    return duckdb_name ? std::string(*duckdb_name) : "Column" + std::to_string(column + 1);
 }
 
 void RequireNoNul(const char* procedure_name, const std::string& sql) {

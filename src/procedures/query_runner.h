@@ -1,6 +1,8 @@
 #pragma once
 
+#include <optional>
 #include <string>
+#include <string_view>
 
 #include "mirona/extension_api.h"
 #include "procedures/private_engine.h"
@@ -8,7 +10,7 @@
 namespace mduckdb {
 
 /** The column's name for the host: DuckDB's, or "Column" and the position from 1 when DuckDB has none. */
-std::string ColumnName(const char* duckdb_name, idx_t column);
+std::string ColumnName(std::optional<std::string_view> duckdb_name, idx_t column);
 
 /** Throws std::invalid_argument when the text holds a NUL character, at which DuckDB would cut it. */
 void RequireNoNul(const char* procedure_name, const std::string& sql);

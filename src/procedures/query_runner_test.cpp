@@ -13,9 +13,10 @@ namespace {
 using testing::FakeHost;
 
 TEST(ColumnName, IsThePositionFromOneWhenDuckDBHasNone) {
-    EXPECT_EQ("Column2", ColumnName(nullptr, 1));
+    EXPECT_EQ("Column2", ColumnName(std::nullopt, 1));
     EXPECT_EQ("a", ColumnName("a", 1));
     EXPECT_EQ("", ColumnName("", 1));
+    EXPECT_EQ(std::string("a\0b", 3), ColumnName(std::string_view("a\0b", 3), 1));
 }
 
 TEST(RunQuery, ReturnsACursorWithTheColumnsOfTheQuery) {

@@ -1,8 +1,6 @@
 // The rows of a cursor are in DuckDB's buffer manager, which bounds and spills them.
-#include <atomic>
 #include <filesystem>
 #include <fstream>
-#include <thread>
 
 #include "cursor_fixture.h"
 #include "support/peak_memory.h"
@@ -107,32 +105,6 @@ TEST_F(ManagedCursor, LosesItsRowsWithItsDatabaseAndCausesNoHarm) {
     EXPECT_EQ(ErrorOf([&] { server->NextRecord(); }), kInvalidCursor);
     EXPECT_EQ(ErrorOf([&] { removed->NextRecord(); }), kInvalidCursor);
     EXPECT_EQ(Describe(value.get()), "String a text of more than twelve bytes 0");
-}
-
-TEST_F(ManagedCursor, IsBuiltOrRefusedWhileItsDatabaseClosesElsewhere) {
-    for (int round = 0; round < 10; ++round) {
-        OpenedDatabase database;
-        ResultHolder result = database.Query("SELECT 1");
-        std::atomic<bool> is_reading{false};
-        std::thread closing([&] {
-            while (!is_reading) {
-            }
-            std::this_thread::sleep_for(std::chrono::milliseconds(round));
-            database->Close();
-        });
-        // Reads like a host that does not hold the engine lock meanwhile.
-        const auto statement =
-            database->CreateStatement(FromUtf8("SELECT i, i::VARCHAR FROM range(200000) r(i)"));
-        is_reading = true;
-        const std::string error = ErrorOf([&] {
-            const Cursor cursor = statement->OpenCursor(kClientCursor);
-            if (cursor) {
-                EXPECT_EQ(cursor->get_RecordCount(), 200000u);
-            }
-        });
-        closing.join();
-        EXPECT_TRUE(error.empty() || error.find("invalid") != std::string::npos) << error;
-    }
 }
 
 }  // namespace

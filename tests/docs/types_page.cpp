@@ -250,7 +250,10 @@ void WritePage(std::ostream& page, const std::string& file, const LoadedModule& 
     WriteCells(page, file, plain, casts);
     page << "\nA cell with a value that its type does not allow (a TIME outside the day, from a damaged "
             "file) is "
-            "the empty text in a\ncursor and null in a procedure.\n\n"
+            "the empty text in a\ncursor and null in a procedure. A DECIMAL with more digits than its width "
+            "is the "
+            "number that DuckDB reads.\nInside a list, struct or map JSON is quoted like any text: "
+            "`['[1]']`.\n\n"
             "### What is in a VARIANT\n\n"
             "A cursor unwraps the VARIANT and returns its content. A kind that the host does not have is "
             "returned "
