@@ -3,9 +3,7 @@
 #include <fmt/format.h>
 
 #include <mutex>
-#include <optional>
 
-#include "data/host_values.h"
 #include "databases/export_listing.h"
 #include "databases/export_manifest.h"
 #include "databases/interruption.h"

@@ -2,15 +2,12 @@
 
 #include <fmt/format.h>
 
-#include <algorithm>
-#include <iterator>
-
 #include "databases/backups.h"
 #include "databases/census.h"
 #include "databases/results.h"
 #include "mirona/extension_api.h"
+#include "nbx/sql_text.h"
 #include "text/messages.h"
-#include "text/sql_text.h"
 #include "text/text.h"
 
 namespace mduckdb_host {
@@ -103,13 +100,13 @@ void TablesCommand(Session& session, const Words& words) {
               fmt::format("SELECT table_schema AS schema, table_name AS name, lower(table_type) AS type "
                           "FROM information_schema.tables WHERE table_catalog = current_database() "
                           "AND table_name ILIKE {} ORDER BY ALL",
-                          QuoteText(pattern)));
+                          nbx::QuoteLiteral(pattern)));
 }
 
 void SchemaCommand(Session& session, const Words& words) {
     const std::string pattern = words.empty() ? "%" : words[0];
     const std::string where = " WHERE NOT internal AND database_name = current_database() AND ";
-    const std::string like = " ILIKE " + QuoteText(pattern);
+    const std::string like = " ILIKE " + nbx::QuoteLiteral(pattern);
     const std::string sql =
         "SELECT sql FROM (SELECT 1 AS kind, schema_name, table_name, sql FROM duckdb_tables()" + where +
         "table_name" + like + " UNION ALL SELECT 2, schema_name, view_name, sql FROM duckdb_views()" + where +

@@ -3,11 +3,10 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cstdio>
 
 #include "nbx/exception.h"
-#include "nbx/json.h"
+#include "nbx/mrsql/duckdb_error.h"
 #include "text/text.h"
 
 namespace mduckdb_host {
@@ -66,22 +65,15 @@ const char* DescribeCode(uint32_t code) {
 }  // namespace
 
 DuckDBError ParseDuckDBError(std::string_view text) {
-    DuckDBError error;
     const std::size_t brace = text.find('{');
     const bool may_be_json =
         brace == 0 || (brace != std::string_view::npos && text.substr(0, brace).ends_with("Error: "));
-    const nbx::Json json(may_be_json ? std::string(text.substr(brace)).c_str() : nullptr);
-    error.message = ToUtf8(json.get_JsonValue("exception_message"));
-    if (error.message.empty()) {
-        error.message = text;
-        return error;
+    const std::string json(may_be_json ? text.substr(brace) : std::string_view());
+    const nbx::mrsql::DuckDBErrorInfo info = nbx::mrsql::ReadDuckDBError(json.c_str());
+    if (info.type.isEmpty() || info.message.isEmpty()) {
+        return {"", std::string(text)};
     }
-    error.type = ToUtf8(json.get_JsonValue("exception_type"));
-    const std::string position = ToUtf8(json.get_JsonValue("position"));
-    if (!position.empty()) {
-        std::from_chars(position.data(), position.data() + position.size(), error.position);
-    }
-    return error;
+    return {ToUtf8(info.type), ToUtf8(info.message), info.position};
 }
 
 std::string MakeCaret(const SqlText& sql_text, int64_t position) {

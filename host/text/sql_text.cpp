@@ -4,6 +4,8 @@
 #include <array>
 #include <cctype>
 
+#include "nbx/sql_text.h"
+
 namespace mduckdb_host {
 
 namespace {
@@ -22,14 +24,6 @@ constexpr std::array<std::string_view, 96> kKeywords = {
     "SEQUENCE", "SET",      "SHOW",    "SUMMARIZE", "TABLE",   "THEN",      "TIMESTAMP", "TRUE",
     "UNION",    "UNIQUE",   "UPDATE",  "USING",     "VALUES",  "VARCHAR",   "VIEW",      "WHERE"};
 
-std::string Quote(std::string_view text, char quote) {
-    std::string quoted(1, quote);
-    for (const char c : text) {
-        quoted.append(c == quote ? 2 : 1, c);
-    }
-    return quoted + quote;
-}
-
 bool IsKeyword(std::string_view name) {
     std::string upper(name);
     std::transform(upper.begin(), upper.end(), upper.begin(),
@@ -43,16 +37,12 @@ std::span<const std::string_view> GetKeywords() {
     return kKeywords;
 }
 
-std::string QuoteText(std::string_view text) {
-    return Quote(text, '\'');
-}
-
 std::string QuoteName(std::string_view name) {
     const bool is_plain = !name.empty() && std::isdigit(static_cast<unsigned char>(name[0])) == 0 &&
                           std::all_of(name.begin(), name.end(), [](unsigned char c) {
                               return std::islower(c) != 0 || std::isdigit(c) != 0 || c == '_';
                           });
-    return is_plain && !IsKeyword(name) ? std::string(name) : Quote(name, '"');
+    return is_plain && !IsKeyword(name) ? std::string(name) : nbx::QuoteIdentifier(name);
 }
 
 }  // namespace mduckdb_host

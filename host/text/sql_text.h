@@ -9,8 +9,6 @@ namespace mduckdb_host {
 /** The SQL keywords that are worth completing, in capitals. */
 std::span<const std::string_view> GetKeywords();
 
-/** The text as a SQL string literal, with its quotes. */
-std::string QuoteText(std::string_view text);
 /** The name as a SQL identifier: quoted unless it is a plain lower-case word. */
 std::string QuoteName(std::string_view name);
 

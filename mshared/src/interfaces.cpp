@@ -1,4 +1,3 @@
-#include "nbx/file.h"
 #include "nbx/foreign_plugin.h"
 #include "nbx/location.h"
 #include "nbx/mrsql/duckdb_budget.h"

@@ -4,8 +4,6 @@
 
 #include <array>
 #include <atomic>
-#include <chrono>
-#include <thread>
 #include <utility>
 
 #include "backup/facts.h"

@@ -6,6 +6,7 @@
 #include "backup/export_scripts.h"
 #include "backup/file_engine.h"
 #include "backup/part_folder.h"
+#include "base/text.h"
 
 namespace mduckdb {
 
@@ -20,7 +21,7 @@ void Import(const std::string& file, const std::string& folder, const std::strin
     {
         const FileEngine engine(file, FileEngine::Access::writing, memory_limit, spill);
         SqlWorker worker(engine.get(), stop);
-        if (worker.TryRun("IMPORT DATABASE " + QuotedText(folder))) {
+        if (worker.TryRun("IMPORT DATABASE " + QuoteLiteral(folder))) {
             return;
         }
         stop.Check();

@@ -6,6 +6,7 @@
 
 #include "backup/files.h"
 #include "backup/sql_worker.h"
+#include "base/text.h"
 
 namespace mduckdb {
 
@@ -75,7 +76,8 @@ std::string MendLoad(std::string_view copy, const std::string& folder) {
     static const std::regex row_group_size(", *ROW_GROUP_SIZE +[0-9_]+|ROW_GROUP_SIZE +[0-9_]+ *,?",
                                            std::regex::icase);
     const std::string options = std::regex_replace(std::string(copy.substr(end)), row_group_size, "");
-    return std::string(copy.substr(0, start)) + QuotedText(folder + "/" + file.filename().string()) + options;
+    return std::string(copy.substr(0, start)) + QuoteLiteral(folder + "/" + file.filename().string()) +
+           options;
 }
 
 ExportScripts ReadExportScripts(const std::string& folder) {

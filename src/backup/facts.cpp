@@ -1,6 +1,8 @@
 #include "backup/facts.h"
 
 #include <algorithm>
+
+#include "base/text.h"
 namespace mduckdb {
 
 namespace {
@@ -49,7 +51,7 @@ std::string BuildCatalogQuery() {
     std::string sql;
     for (const FactQuery& query : kFactQueries) {
         sql += sql.empty() ? "SELECT " : " UNION ALL SELECT ";
-        sql += QuotedText(query.kind) + ", " + query.name + ", unnest(['', " + query.aspects +
+        sql += QuoteLiteral(query.kind) + ", " + query.name + ", unnest(['', " + query.aspects +
                "]), coalesce(unnest(['', " + query.values + "]), '') FROM " + query.source +
                " AND database_name = current_database()";
     }

@@ -106,12 +106,4 @@ std::string MessageOf(const char* duckdb_text) {
     return ToUtf8(error.message);
 }
 
-std::string Quoted(std::string_view text, char quote) {
-    std::string result(1, quote);
-    for (const char c : text) {
-        result.append(c == quote ? 2 : 1, c);
-    }
-    return result += quote;
-}
-
 }  // namespace mduckdb

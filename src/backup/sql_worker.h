@@ -43,13 +43,4 @@ class SqlWorker : nbx::noncopyable {
 /** Extracts the message from DuckDB's error text, which may be JSON. */
 std::string MessageOf(const char* duckdb_text);
 
-/** A name or a text as SQL has it: between the given quotes, with these doubled inside. */
-std::string Quoted(std::string_view text, char quote);
-inline std::string QuotedName(std::string_view name) {
-    return Quoted(name, '"');
-}
-inline std::string QuotedText(std::string_view text) {
-    return Quoted(text, '\'');
-}
-
 }  // namespace mduckdb

@@ -5,9 +5,13 @@
 #include <string_view>
 
 #include "nbx/exception.h"
+#include "nbx/mrsql/duckdb_error.h"
 #include "nbx/string.h"
 
 namespace mduckdb {
+
+using nbx::mrsql::DuckDBErrorInfo;
+using nbx::mrsql::ReadDuckDBError;
 
 /** Every DuckDB failure and every wrong use of a database, statement or cursor (`xDuckDBError`). */
 constexpr uint32_t kDuckDBErrorCode = 0x72501;
@@ -31,14 +35,5 @@ std::string TextOr(const char* duckdb_text, const char* fixed_text);
 [[noreturn]] void ThrowDetachedError(std::string_view message);
 /** The same for a value, which has no database: the error carries `name` instead of a path. */
 [[noreturn]] void ThrowValueError(const char* name, const std::string& message);
-
-/** What DuckDB's error text says: a JSON object on our connections, plain text from the C API itself. */
-struct DuckDBErrorInfo {
-    nbx::String message;
-    nbx::String type;
-    /** Byte offset in the SQL text; -1 when DuckDB reports none. */
-    int64_t position = -1;
-};
-DuckDBErrorInfo ReadDuckDBError(const char* duckdb_text);
 
 }  // namespace mduckdb

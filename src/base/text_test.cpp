@@ -14,12 +14,5 @@ TEST(Path, IsRefusedWhenItsBytesWouldNameAnotherFile) {
     EXPECT_THROW(ToPath(nbx::String(u"/a\0b", 4)), nbx::xException);
 }
 
-TEST(Quoting, DoublesItsOwnQuoteAndNoOther) {
-    EXPECT_EQ("'it''s \"x\"'", QuoteLiteral("it's \"x\""));
-    EXPECT_EQ("\"say \"\"it's\"\"\"", QuoteIdentifier("say \"it's\""));
-    EXPECT_EQ("''", QuoteLiteral(""));
-    EXPECT_EQ("\"\"", QuoteIdentifier(""));
-}
-
 }  // namespace
 }  // namespace mduckdb

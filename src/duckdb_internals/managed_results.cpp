@@ -10,6 +10,7 @@
 
 namespace {
 
+/** Does what `duckdb_pending_prepared` does, except for the memory type, which the C API cannot choose. */
 duckdb::unique_ptr<duckdb::PendingQueryResult> Start(duckdb::PreparedStatementWrapper& prepared) {
     duckdb::PreparedStatement& statement = *prepared.statement;
     duckdb::PreparedStatement::VerifyParameters(prepared.values, statement.named_param_map);
@@ -26,6 +27,7 @@ struct Scan {
 
 duckdb_data_chunk ScanChunk(duckdb::ColumnDataCollection& rows, Scan& scan) {
     if (!std::exchange(scan.is_started, true)) {
+        // Copies the rows: a chunk without copies would be valid only until the scan moves its pins.
         rows.InitializeScan(scan.state, duckdb::ColumnDataScanProperties::DISALLOW_ZERO_COPY);
     }
     // The collection's own method would take the chunk's memory from the engine.

@@ -71,6 +71,7 @@ bool IsReadable(const Value& value) {
         case LogicalTypeId::BIGNUM:
             return IsReadableBytes<IsValidStoredBignum>(value);
         case LogicalTypeId::VARIANT:
+            // DuckDB would read the missing parts of an incomplete VARIANT type.
             return value.type().AuxInfo() && IsReadableVariant(value);
         case LogicalTypeId::LIST:
         case LogicalTypeId::MAP:

@@ -1,6 +1,5 @@
 #include "extension/import.h"
 
-#include <exception>
 #include <string>
 
 #include "backup/error.h"

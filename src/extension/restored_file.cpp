@@ -8,10 +8,8 @@
 
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
 #include <stdexcept>
 
-#include "base/holders.h"
 #include "engines/configuration.h"
 
 namespace mduckdb {

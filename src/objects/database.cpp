@@ -2,8 +2,6 @@
 
 #include <utility>
 
-#include "base/errors.h"
-#include "base/text.h"
 #include "duckdb_internals/statement_pieces.h"
 #include "engines/handle_registry.h"
 #include "nbx/hooks.h"

@@ -45,6 +45,7 @@ void DuckDBCursor_client::ReadRows() {
 void DuckDBCursor_client::ReserveRows() {
     const uint64_t expected_count = CountComputedRows();
     RequireNumberable(expected_count);
+    // One array, and the advice before its first use: a page that was touched stays small.
     values_.reserve(expected_count * get_ColumnCount());
     AdviseHugePages(values_.data(), values_.capacity() * sizeof(values_[0]));
 }

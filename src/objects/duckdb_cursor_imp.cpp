@@ -57,7 +57,7 @@ void DuckDBCursor_imp::LeaveSiblings() noexcept {
         const EngineLockScope lock;
         tie_.get_Siblings().Remove(this);
         ReleaseResult();
-    } catch (...) {
+    } catch (...) {  // Taking a lock may fail, which a destructor cannot report.
     }
 }
 

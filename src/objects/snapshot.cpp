@@ -1,10 +1,9 @@
 #include "backup/snapshot.h"
+#include "backup/error.h"
 
 #include <optional>
-#include <utility>
 
 #include "backup/export_check.h"
-#include "backup/sql_worker.h"
 #include "base/errors.h"
 #include "base/text.h"
 #include "objects/database.h"

@@ -1,7 +1,6 @@
 #include "base/text.h"
 #include "procedures/handlers.h"
 #include "procedures/query_runner.h"
-#include "procedures/sql_text.h"
 
 namespace mduckdb {
 
