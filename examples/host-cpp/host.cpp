@@ -8,6 +8,7 @@
 #include <nbx/exception.h>
 #include <nbx/hooks.h>
 #include <nbx/location.h>
+#include <nbx/mrsql/duckdb_budget.h>
 #include <nbx/mrsql/duckdb_census.h>
 #include <nbx/mrsql/duckdb_deadlines.h>
 #include <nbx/mrsql/duckdb_extension.h>
@@ -228,6 +229,16 @@ void ShowTimeLimit(I_DuckDBDatabase& database) {
     // docs: end
 }
 
+void ShowBudget(I_DuckDBExtension& extension) {
+    // docs: budget
+    auto* budget = static_cast<nbx::mrsql::I_DuckDBBudget*>(
+        extension.QueryInterface(nbx::mrsql::kDuckDBBudgetInterfaceId));
+    budget->put_Budget(2000, 4);
+    const nbx::mrsql::DuckDBBudgetFigures figures = budget->get_Figures();
+    std::cout << "budget: " << figures.memory_limit << " bytes for " << figures.engines << " engine\n";
+    // docs: end
+}
+
 // docs: census
 class EngineCounter final : public nbx::mrsql::I_DuckDBCensusReader {
   public:
@@ -279,6 +290,7 @@ void Run(const char* folder_text, const char* module) {
     ShowErrors(*extension, *database, folder->get_PathText());
     ShowInterruption(*database);
     ShowTimeLimit(*database);
+    ShowBudget(*extension);
     ShowCensus(*extension);
     BackUpAndRestore(*extension, *database, folder);
     database->Close();

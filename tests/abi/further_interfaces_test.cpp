@@ -1,0 +1,125 @@
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <map>
+#include <thread>
+
+#include "nbx/mrsql/duckdb_budget.h"
+#include "nbx/mrsql/duckdb_census.h"
+#include "nbx/mrsql/duckdb_deadlines.h"
+#include "nbx/mrsql/registry.h"
+#include "support/fake_host.h"
+#include "support/temp_folder.h"
+#include "support/test_host.h"
+
+// The further interfaces of the built module, which is loaded and found through its two exports alone.
+
+namespace {
+
+using namespace std::chrono_literals;
+using mduckdb::testing::FakeHost;
+using Line = nbx::mrsql::DuckDBCensusLine;
+
+const std::string kEndless = "(SELECT count(*) FROM range(100000000) a, range(100000) b) > 0";
+
+std::map<std::string, mirona_procedure_handler>& Handlers() {
+    static std::map<std::string, mirona_procedure_handler> handlers;
+    return handlers;
+}
+
+/** The module's root object. It stays loaded: the process may hold objects of it to its end. */
+nbx::mrsql::I_DuckDBExtension& LoadBuiltModule() {
+    static const nbx::smart_ptr<nbx::mrsql::I_DuckDBExtension> extension = [] {
+        void* const module = dlopen(BUILT_MODULE, RTLD_NOW | RTLD_LOCAL);
+        if (module == nullptr) {
+            throw std::runtime_error(dlerror());
+        }
+        static FakeHost host;
+        static mirona_extension_api api = host.get_Api();
+        api.register_procedure = [](mirona_host, const mirona_procedure_def* def) {
+            Handlers()[def->name] = def->handler;
+            return std::uint32_t{0};
+        };
+        const auto bind = reinterpret_cast<decltype(&mirona_extension_bind_api)>(
+            dlsym(module, "mirona_extension_bind_api"));
+        const auto init =
+            reinterpret_cast<decltype(&mirona_extension_init)>(dlsym(module, "mirona_extension_init"));
+        bind(&api);
+        init(host.get_Call());
+        return nbx::mrsql::GetDuckDBExtension();
+    }();
+    return *extension;
+}
+
+template <class Interface, class Object>
+Interface& Find(Object& object, uint32_t identifier) {
+    return *static_cast<Interface*>(object.QueryInterface(identifier));
+}
+
+class Lines final : public nbx::mrsql::I_DuckDBCensusReader {
+  public:
+    void Add(const Line& line) override { all.push_back(line); }
+    std::vector<Line> all;
+};
+
+nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase> Create(const std::string& path) {
+    auto database = LoadBuiltModule().CreateDatabase(Location(path));
+    database->Create();
+    return database;
+}
+
+TEST(FurtherInterfaces, OfTheBuiltModuleListWhatIsOpenAndCutACall) {
+    auto& census = Find<nbx::mrsql::I_DuckDBCensus>(LoadBuiltModule(), nbx::mrsql::kDuckDBCensusInterfaceId);
+    const TempFolder folder;
+    const auto database = Create(folder / "a.db");
+    Execute(*database, "COPY (SELECT 1 AS i) TO '" + (folder / "a.parquet") + "' (FORMAT PARQUET)");
+    FakeHost host;
+    std::thread caller([&] {
+        mirona_value arguments[] = {host.Text(folder / "a.parquet"), host.Null(), host.Text(kEndless)};
+        host.argument_count = 3;
+        EXPECT_EQ(Handlers().at("fetch_parquet")(host.get_Call(), arguments), nullptr);
+    });
+    uint64_t number = 0;
+    for (int i = 0; i < 10000 && number == 0; ++i) {
+        Lines lines;
+        census.List(lines);
+        for (const Line& line : lines.all) {
+            number = line.kind == Line::kCall && line.parent != 0 ? line.number : number;
+        }
+        std::this_thread::sleep_for(1ms);
+    }
+    EXPECT_TRUE(census.CutCall(number));
+    caller.join();
+    EXPECT_EQ(host.reports, std::vector<std::string>{"fetch_parquet was cut by the host."});
+    Lines lines;
+    census.List(lines);
+    ASSERT_EQ(lines.all.size(), 2u);
+    EXPECT_EQ(U(lines.all[0].name), folder / "a.db");
+    EXPECT_EQ(lines.all[1].kind, Line::kDatabase);
+}
+
+TEST(FurtherInterfaces, OfTheBuiltModuleLimitTheTimeOfAStatement) {
+    const auto database = Create(":memory:");
+    auto& deadlines = Find<nbx::mrsql::I_DuckDBDeadlines>(*database, nbx::mrsql::kDuckDBDeadlinesInterfaceId);
+    deadlines.put_TimeLimit(50);
+    EXPECT_EQ(Thrown([&] { Execute(*database, "SELECT " + kEndless); }),
+              "xDuckDBError 72501 [:memory:] [The time limit of 50 ms is over: the statement was cut]");
+    deadlines.put_TimeLimit(0);
+    EXPECT_EQ(QueryText(*database, "SELECT 42"), "42");
+}
+
+TEST(FurtherInterfaces, OfTheBuiltModuleDivideABudget) {
+    auto& budget = Find<nbx::mrsql::I_DuckDBBudget>(LoadBuiltModule(), nbx::mrsql::kDuckDBBudgetInterfaceId);
+    budget.put_Budget(500, 4);
+    const auto first = Create(":memory:");
+    const TempFolder folder;
+    const auto second = Create(folder / "a.db");
+    EXPECT_EQ(QueryText(*first, "SELECT current_setting('threads')"), "2");
+    EXPECT_EQ(QueryText(*second, "SELECT current_setting('threads')"), "2");
+    EXPECT_EQ(budget.get_Figures().engines, 2u);
+    EXPECT_EQ(budget.get_Figures().memory_limit, 500'000'000u);
+    budget.put_Budget(0, 0);
+}
+
+}  // namespace
