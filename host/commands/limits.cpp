@@ -25,7 +25,8 @@ void AddLimitOptions(CLI::App& app, Program& program) {
     };
     number("--memory-mb", limits.memory_mb, UINT32_MAX, "Memory of its engine, in megabytes");
     number("--threads", limits.threads, UINT32_MAX, "Threads of its engine");
-    number("--seconds", limits.seconds, kMostSeconds, "Seconds until the call is cut");
+    number("--seconds", limits.seconds, kMostSeconds,
+           "Seconds until the call is cut; also limits SQL statements");
     app.add_option("--temp-directory", limits.temp_directory, "Folder for rows that exceed the memory")
         ->type_name("DIR")
         ->group(kGroup);
@@ -58,6 +59,7 @@ void Limits::Apply() const {
     record.memory_mb = memory_mb;
     record.threads = threads;
     record.time_ms = static_cast<uint32_t>(std::ceil(seconds * 1000));
+    put_StatementTimeLimit(record.time_ms);
     try {
         if (!temp_directory.empty()) {
             record.temp_directory = MakeLocation(temp_directory);

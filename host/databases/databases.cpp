@@ -4,10 +4,21 @@
 
 #include <stdexcept>
 
+#include "nbx/mrsql/duckdb_deadlines.h"
 #include "nbx/mrsql/registry.h"
 #include "text/text.h"
 
 namespace mduckdb_host {
+
+namespace {
+
+uint64_t gTimeLimit = 0;
+
+}  // namespace
+
+void put_StatementTimeLimit(uint64_t milliseconds) {
+    gTimeLimit = milliseconds;
+}
 
 nbx::smart_ptr<nbx::mrsql::I_DuckDBExtension> GetExtension() {
     auto extension = nbx::mrsql::GetDuckDBExtension();
@@ -27,7 +38,16 @@ nbx::smart_ptr<nbx::I_Location> MakeLocation(const std::string& path) {
 }
 
 DatabasePtr MakeDatabase(const std::string& path) {
-    return GetExtension()->CreateDatabase(MakeLocation(path));
+    DatabasePtr database = GetExtension()->CreateDatabase(MakeLocation(path));
+    if (gTimeLimit > 0) {
+        auto* const deadlines = static_cast<nbx::mrsql::I_DuckDBDeadlines*>(
+            database->QueryInterface(nbx::mrsql::kDuckDBDeadlinesInterfaceId));
+        if (deadlines == nullptr) {
+            throw std::runtime_error("The module cannot limit the time of statements.");
+        }
+        deadlines->put_TimeLimit(gTimeLimit);
+    }
+    return database;
 }
 
 DatabasePtr OpenDatabase(const std::string& path, IfMissing if_missing, bool is_read_only) {

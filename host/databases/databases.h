@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -15,6 +16,9 @@ nbx::smart_ptr<nbx::mrsql::I_DuckDBExtension> GetExtension();
 
 /** The location for a path or ":memory:". */
 nbx::smart_ptr<nbx::I_Location> MakeLocation(const std::string& path);
+
+/** Limits each call of the databases that `MakeDatabase` returns from now on; 0 for none. */
+void put_StatementTimeLimit(uint64_t milliseconds);
 
 /** A closed database object for the path. */
 DatabasePtr MakeDatabase(const std::string& path);

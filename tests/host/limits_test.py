@@ -32,6 +32,12 @@ class LimitsTest(HostCase):
         self.assertEqual(self.rows("call", "--threads", "2", "parquet_count", "in/a.parquet",
                                    "current_setting('threads') = 2"), [[100]])
 
+    def test_a_statement_is_cut_after_the_same_seconds(self):
+        done = self.run_host("--seconds", "0.2", "sql", ":memory:",
+                             "SELECT count(*) FROM range(100000000) a, range(100000) b")
+        self.assertEqual(done.returncode, 1)
+        self.assertIn("The time limit of 200 ms is over: the statement was cut", done.stderr.decode())
+
     def test_a_call_is_cut_after_its_seconds(self):
         start = time.monotonic()
         self.assertEqual(self.error("--seconds", "0.2", "call", "parquet_count", "in/a.parquet", SLOW),
