@@ -72,7 +72,12 @@ FileTurn::FileTurn(EngineFiles& files, const std::string& path) : files_(files) 
         look_ = files_.system_.Look(path);
         file_ = files_.files_.Take(look_.get_Identity());
         // While this thread waited, another file may have taken the path.
-        look_ = files_.system_.Look(path);
+        try {
+            look_ = files_.system_.Look(path);
+        } catch (...) {
+            files_.files_.Release(file_);
+            throw;
+        }
         if (files_.files_.Matches(file_, look_.get_Identity())) {
             return;
         }
@@ -155,14 +160,17 @@ OpenEngine* FileTurn::Find(uint32_t access) const {
 
 SharedEngine FileTurn::Use(OpenEngine& record) {
     auto engine = std::make_shared<Engine>();
-    engine->handle = static_cast<duckdb_database>(record.handle);
-    engine->access =
-        record.access == OpenEngine::kReading ? Engine::Access::reading : Engine::Access::writing;
-    engine->files = &files_;
-    engine->file = file_;
-    engine->record = &record;
-    files_.files_.SetUsers(&record, record.users + 1);
+    Bind(*engine, record);
     return engine;
+}
+
+void FileTurn::Bind(Engine& engine, OpenEngine& record) noexcept {
+    engine.handle = static_cast<duckdb_database>(record.handle);
+    engine.access = record.access == OpenEngine::kReading ? Engine::Access::reading : Engine::Access::writing;
+    engine.files = &files_;
+    engine.file = file_;
+    engine.record = &record;
+    files_.files_.SetUsers(&record, record.users + 1);
 }
 
 SharedEngine FileTurn::JoinWriter() {
@@ -209,17 +217,18 @@ SharedEngine FileTurn::Open(const std::string& path, const Configuration& config
     }
     // Allocate everything before the engine exists, so that a lack of memory cannot leak it.
     const std::string& text = configuration.get_Text();
+    const FileStamp stamp = files_.system_.ReadStamp(look_.path);
+    auto engine = std::make_shared<Engine>();
     OpenEngine* const record = files_.files_.AddEngine(file_, path.c_str(), text.data(), text.size());
     record->library = get_DuckDBLibrary();
-    const FileStamp stamp = files_.system_.ReadStamp(look_.path);
     std::memcpy(record->stamp, stamp.data(), sizeof record->stamp);
-    SharedEngine engine = Use(*record);
+    Bind(*engine, *record);
     TextHolder reason;
     if (duckdb_open_ext(path.c_str(), &engine->handle, configuration.get(), reason.Receive()) !=
         DuckDBSuccess) {
-        error = reason ? reason.get() : "";
         GiveUp(*engine);
         files_.files_.RemoveEngine(file_, record);
+        error = reason ? reason.get() : "";
         if (is_file_ && file_->engines == nullptr) {
             error = NameLockHolder(std::move(error), look_);
         }
@@ -237,6 +246,11 @@ SharedEngine FileTurn::Open(const std::string& path, const Configuration& config
 
 void FileTurn::LookAgain() {
     look_ = files_.system_.Look(look_.path);
+    files_.files_.SetIdentity(file_, look_.get_Identity());
+}
+
+void FileTurn::MarkDeleted() noexcept {
+    look_.exists = false;
     files_.files_.SetIdentity(file_, look_.get_Identity());
 }
 

@@ -115,6 +115,8 @@ class FileTurn : nbx::noncopyable {
     void ClaimPlace() { files_.files_.ClaimPlace(file_, look_.get_Identity()); }
     /** Called afterwards: looks at the file again. */
     void LookAgain();
+    /** After the file was deleted, instead of that. */
+    void MarkDeleted() noexcept;
 
   private:
     explicit FileTurn(const std::string& name);
@@ -124,6 +126,7 @@ class FileTurn : nbx::noncopyable {
     nbx::OpenEngine* Find(uint32_t access) const;
     uint32_t CountReaders() const;
     SharedEngine Use(nbx::OpenEngine& record);
+    void Bind(Engine& engine, nbx::OpenEngine& record) noexcept;
     SharedEngine Open(const std::string& path, const Configuration& configuration, Engine::Access access,
                       std::string& error);
     void CloseUnused() noexcept;

@@ -66,6 +66,19 @@ bool FileLock::IsAt(const FileLook& file) const {
 
 bool FileLock::Take(const FileLook& file, std::string& reason) {
     Release();
+    try {
+        if (TryTake(file, reason)) {
+            return true;
+        }
+    } catch (...) {
+        Release();
+        throw;
+    }
+    Release();
+    return false;
+}
+
+bool FileLock::TryTake(const FileLook& file, std::string& reason) {
     // Opening a named pipe must not wait for a process at its other end.
     descriptor_ = open(file.path.c_str(), O_RDWR | O_CLOEXEC | O_NONBLOCK);
     if (descriptor_ < 0) {
@@ -85,7 +98,6 @@ bool FileLock::Take(const FileLook& file, std::string& reason) {
     } else {
         return true;
     }
-    Release();
     return false;
 }
 

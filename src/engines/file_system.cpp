@@ -120,11 +120,16 @@ bool HasLog(const std::string& path) {
     return false;
 }
 
-void DeleteLog(const std::string& path) {
-    for (const char* ending : kLogEndings) {
-        const std::string part = path + ending;
-        if (unlink(part.c_str()) != 0 && errno != ENOENT) {
-            throw std::system_error(errno, std::generic_category(), part);
+LogNames::LogNames(const std::string& path) {
+    for (std::size_t i = 0; i < kLogEndings.size(); ++i) {
+        names_[i] = path + kLogEndings[i];
+    }
+}
+
+void LogNames::Delete() const {
+    for (const std::string& name : names_) {
+        if (unlink(name.c_str()) != 0 && errno != ENOENT) {
+            throw std::system_error(errno, std::generic_category(), name);
         }
     }
 }

@@ -50,8 +50,17 @@ inline constexpr std::array<const char*, 3> kLogEndings{".wal", ".wal.checkpoint
 /** Whether the log, or a part of it, is next to the database. */
 bool HasLog(const std::string& path);
 
-/** Deletes the log; throws `std::system_error`. */
-void DeleteLog(const std::string& path);
+/** The names of a database's log, made before the file is deleted, so that a lack of memory cannot leave the
+   log behind. */
+class LogNames {
+  public:
+    explicit LogNames(const std::string& path);
+    /** Throws `std::system_error`. */
+    void Delete() const;
+
+  private:
+    std::array<std::string, kLogEndings.size()> names_;
+};
 
 /** What a file is, judging by its content. */
 enum class FileContent {
@@ -89,6 +98,7 @@ class FileLock : nbx::noncopyable {
     void Release() noexcept;
 
   private:
+    bool TryTake(const FileLook& file, std::string& reason);
     /** Whether the opened file is the one that was checked, and is still there. */
     bool IsAt(const FileLook& file) const;
 

@@ -88,6 +88,7 @@ void DuckDBDatabase::DeleteFile(FileTurn& turn) {
     turn.ClaimPlace();
     // A symbolic link stays; the database that it points to is deleted, even if no text can hold its name.
     const std::string& target = turn.get_Look().path;
+    const LogNames log(target);
     if (target == ToPath(path_)) {
         file->ThrowOut();
     } else if (unlink(target.c_str()) != 0) {
@@ -95,8 +96,8 @@ void DuckDBDatabase::DeleteFile(FileTurn& turn) {
     }
     // The log goes after the file: a log without its file is worthless, but a file without its log has lost
     // rows.
-    DeleteLog(target);
-    turn.LookAgain();
+    log.Delete();
+    turn.MarkDeleted();
 }
 
 }  // namespace mduckdb

@@ -1,12 +1,22 @@
 // A separate program, because it replaces the allocation functions of the whole process. The n-th allocation
 // of the module's own code fails: the code in this program, not the libraries that it uses.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <chrono>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <functional>
+#include <future>
 #include <new>
 
 #include <gtest/gtest.h>
 
+#include "engines/engine_files.h"
+#include "engines/handle_registry.h"
 #include "nbx/mrsql/registry.h"
+#include "support/second_process.h"
 #include "support/temp_folder.h"
 #include "support/test_host.h"
 
@@ -147,6 +157,158 @@ TEST_F(DatabaseOutOfMemory, ARunThatReportsNeverThrowsAndReportsWhatIsStored) {
                  EXPECT_EQ(outcome.error_code == 0, outcome.statements_executed == 1);
                  EXPECT_EQ(QueryText(*database, "SELECT count(*) FROM t"), std::to_string(stored));
              });
+}
+
+struct Reading : mduckdb::Configuration {
+    Reading() { SetAccessMode("READ_ONLY"); }
+};
+
+/** The list is made in this program, so that its allocations fail too. */
+class FilesOutOfMemory : public DatabaseOutOfMemory {
+  protected:
+    using Turn = mduckdb::FileTurn;
+
+    static nbx::I_OpenFiles& get_List() {
+        static nbx::I_OpenFiles& list = nbx::MakeOpenFiles();
+        return list;
+    }
+    void SetUp() override { MakeFile(); }
+    void TearDown() override { EXPECT_EQ(get_List().CountEngines(), 0u); }
+    /** Asks in another thread, which would wait forever for a turn that was not given back. */
+    uint32_t CountUsers() {
+        auto count = std::async(std::launch::async, [this] { return Turn(files, Path()).get_UserCount(); });
+        if (count.wait_for(std::chrono::seconds(60)) != std::future_status::ready) {
+            ADD_FAILURE() << "the turn on the file was not given back";
+            std::quick_exit(1);
+        }
+        return count.get();
+    }
+
+    mduckdb::EngineFiles files{get_List()};
+};
+
+TEST_F(FilesOutOfMemory, ATurnThatFailsIsGivenBackAndAnOpeningLeavesTheListAsItWas) {
+    mduckdb::SharedEngine engine;
+    for (const bool is_reader : {false, true}) {
+        // A user beside the one that fails, whose engine keeps the file on the list.
+        mduckdb::SharedEngine user;
+        std::string error;
+        if (is_reader) {
+            user = Turn(files, Path()).OpenReader(Path(), Reading(), error);
+            ASSERT_NE(user, nullptr) << error;
+        }
+        const unsigned others = is_reader ? 1 : 0;
+        const long failures = FailEach(
+            [&] {
+                std::string reason;
+                Turn turn(files, Path());
+                engine = is_reader ? turn.OpenReader(Path(), Reading(), reason)
+                                   : turn.OpenWriter(Path(), mduckdb::Configuration(), reason);
+            },
+            [&](bool has_thrown) {
+                const unsigned expected = others + (has_thrown ? 0 : 1);
+                EXPECT_EQ(engine == nullptr, has_thrown);
+                EXPECT_EQ(get_List().CountEngines(), expected);
+                EXPECT_EQ(CountUsers(), expected);
+                engine.reset();
+                EXPECT_EQ(CountUsers(), others);
+            });
+        EXPECT_GT(failures, 5);
+    }
+}
+
+TEST_F(FilesOutOfMemory, AJoinThatFailsCountsNoUser) {
+    std::string error;
+    const mduckdb::SharedEngine first =
+        Turn(files, Path()).OpenWriter(Path(), mduckdb::Configuration(), error);
+    ASSERT_NE(first, nullptr) << error;
+    mduckdb::SharedEngine second;
+    const long failures = FailEach([&] { second = Turn(files, Path()).JoinWriter(); },
+                                   [&](bool has_thrown) {
+                                       EXPECT_EQ(CountUsers(), has_thrown ? 1u : 2u);
+                                       second.reset();
+                                       EXPECT_EQ(CountUsers(), 1u);
+                                   });
+    EXPECT_GT(failures, 1);
+}
+
+TEST_F(FilesOutOfMemory, APlaceThatCannotBeClaimedIsNotClaimed) {
+    const mduckdb::FileLook file = mduckdb::FileSystem::Get().Look(Path());
+    const mduckdb::FileLook place =
+        mduckdb::FileSystem::Get().Look(folder / "a name that is too long to be kept without an allocation");
+    nbx::OpenFile* const taken = get_List().Take(file.get_Identity());
+    const long failures = FailEach(
+        [&] { get_List().ClaimPlace(taken, place.get_Identity()); },
+        [&](bool has_thrown) { EXPECT_EQ(get_List().Matches(taken, place.get_Identity()), !has_thrown); });
+    EXPECT_GT(failures, 0);
+    get_List().Release(taken);
+}
+
+TEST_F(FilesOutOfMemory, ALockThatFailsIsNotHeld) {
+    const auto is_free = [this] {
+        const int descriptor = open(Path().c_str(), O_RDWR | O_CLOEXEC);
+        struct flock lock {};
+        lock.l_type = F_WRLCK;
+        const bool is_unlocked = fcntl(descriptor, F_OFD_GETLK, &lock) == 0 && lock.l_type == F_UNLCK;
+        close(descriptor);
+        return is_unlocked;
+    };
+    const mduckdb::FileLook look = mduckdb::FileSystem::Get().Look(Path());
+    mduckdb::FileLook other = look;
+    other.inode = 0;
+    std::string reason;
+    for (const mduckdb::FileLook& file : {look, other}) {
+        mduckdb::FileLock lock;
+        bool is_taken = false;
+        FailEach([&] { is_taken = lock.Take(file, reason); },
+                 [&](bool has_thrown) {
+                     EXPECT_EQ(is_free(), has_thrown || !is_taken);
+                     EXPECT_EQ(lock.get_Descriptor() < 0, has_thrown || !is_taken);
+                     lock.Release();
+                     reason = std::string();
+                 });
+    }
+    const HeldElsewhere holder(Path(), true);
+    mduckdb::FileLock lock;
+    const long failures = FailEach([&] { lock.Take(look, reason); },
+                                   [&](bool has_thrown) {
+                                       EXPECT_LT(lock.get_Descriptor(), 0);
+                                       EXPECT_EQ(reason.empty(), has_thrown);
+                                   });
+    EXPECT_GT(failures, 0);
+}
+
+TEST_F(FilesOutOfMemory, ADropThatFailsLeavesTheDatabaseWithItsLog) {
+    namespace fs = std::filesystem;
+    const auto database = host.Database(Path());
+    std::ofstream(Path() + ".wal.recovery") << "log";
+    const long failures = FailEach([&] { database->Drop(); },
+                                   [&](bool has_thrown) {
+                                       EXPECT_EQ(fs::exists(Path()), has_thrown);
+                                       EXPECT_EQ(fs::exists(Path() + ".wal.recovery"), has_thrown);
+                                       EXPECT_EQ(mduckdb::EngineFiles::Get().get_EngineCount(), 0u);
+                                       if (!has_thrown) {
+                                           MakeFile();
+                                       }
+                                       std::ofstream(Path() + ".wal.recovery") << "log";
+                                   });
+    EXPECT_GT(failures, 0);
+    fs::remove(Path() + ".wal.recovery");
+}
+
+TEST_F(FilesOutOfMemory, ARegistryThatFailsCountsNoUser) {
+    const mduckdb::EngineLockScope lock;
+    mduckdb::HandleRegistry& registry = mduckdb::HandleRegistry::Get();
+    const nbx::String key = S(Path());
+    const long failures = FailEach([&] { registry.AddUser(key); },
+                                   [&](bool has_thrown) {
+                                       EXPECT_EQ(registry.Contains(key), !has_thrown);
+                                       EXPECT_EQ(registry.get_UserCount(key), has_thrown ? 0u : 1u);
+                                       if (!has_thrown) {
+                                           registry.RemoveUser(key);
+                                       }
+                                   });
+    EXPECT_GT(failures, 0);
 }
 
 }  // namespace

@@ -1,3 +1,8 @@
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <filesystem>
@@ -104,6 +109,39 @@ TEST_F(RestoreKill, LeavesTheOldOrTheNewDatabaseWhole) {
     for (const auto& [outcome, count] : outcomes) {
         std::cout << outcome << " " << count << "\n";
     }
+}
+
+TEST_F(RestoreKill, LeavesAFolderThatTheNextRestoreDeletes) {
+    const auto list = [this] {
+        std::vector<std::string> names;
+        for (const auto& entry : fs::directory_iterator(Path("target"))) {
+            names.push_back(entry.path().filename().string());
+        }
+        std::sort(names.begin(), names.end());
+        return names;
+    };
+    const auto count_parts = [&list] {
+        const auto names = list();
+        return std::count_if(names.begin(), names.end(),
+                             [](const std::string& name) { return name.starts_with("test.db.part-"); });
+    };
+    PrepareTarget();
+    {
+        SecondProcess process({RESTORE_RUNNER, target, backup, "unplaced"});
+        ASSERT_EQ(process.ReadLine(), "begin");
+        ASSERT_EQ(process.ReadLine(), "");
+    }
+    ASSERT_EQ(count_parts(), 1);
+    // This one belongs to a restore that still runs.
+    fs::create_directory(target + ".part-living");
+    const int mark = open((target + ".part-living/.in-use").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    ASSERT_EQ(flock(mark, LOCK_EX), 0);
+    host->RestoreDatabase(Location(target), Location(backup));
+    EXPECT_EQ(list(), (std::vector<std::string>{"test.db", "test.db.part-living"}));
+    close(mark);
+    host->RestoreDatabase(Location(target), Location(backup));
+    EXPECT_EQ(list(), (std::vector<std::string>{"test.db"}));
+    EXPECT_EQ(Recognise(), "new");
 }
 
 }  // namespace

@@ -72,6 +72,24 @@ class LocksTest(HostCase):
                               self.error("sql", "a.db", "FROM t", *option))
         self.assertEqual(self.sql("a.db", "SELECT count(*) FROM t"), [[1]])
 
+    def test_a_module_beside_a_foundation_without_its_list_keeps_a_list_of_its_own(self):
+        with open(os.environ["MDUCKDB_MSHARED"], "rb") as library:
+            content = library.read()
+        self.assertIn(b"nbx_open_files_1", content)
+        with open(self.path("libmshared.so.0"), "wb") as library:
+            library.write(content.replace(b"nbx_open_files_1", b"nbx_open_files_2"))
+        environment = {**os.environ, "LD_LIBRARY_PATH": self.folder}
+        os.symlink("a.db", self.path("link.db"))
+        done = self.run_host("--format", "csv", "shell", "a.db", env=environment, stdin=(
+            "INSERT INTO t VALUES (2);\n.open link.db two\nINSERT INTO t VALUES (3);\n"
+            "CALL fetch_duckdb('a.db', 't');\n"))
+        self.assertEqual(done.returncode, 0, done.stderr.decode())
+        self.assertTrue(done.stdout.endswith(b"i\n1\n2\n3\n"), done.stdout)
+        done = self.run_host("shell", env=environment, stdin="ATTACH 'a.db' AS x;\n.open link.db\n")
+        self.assertEqual(done.returncode, 1)
+        self.assertIn(b"this process has it open by other means", done.stderr)
+        self.assertEqual(self.sql("a.db", "SELECT count(*) FROM t"), [[3]])
+
     def test_two_readers_share_a_file(self):
         self.hold("READ_ONLY")
         self.assertEqual(self.sql("a.db", "FROM t", "--read-only"), [[1]])

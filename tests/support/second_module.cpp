@@ -8,10 +8,14 @@
 #include "mirona/extension_api.h"
 #include "nbx/mrsql/registry.h"
 
-SecondModule::SecondModule() {
+std::string SecondModule::get_BuiltPath() {
+    return SECOND_MODULE;
+}
+
+SecondModule::SecondModule(const std::string& path) {
     const auto installed = nbx::mrsql::GetDuckDBExtension();
     // Stays loaded: the process may hold its objects until the end.
-    void* const module = dlopen(SECOND_MODULE, RTLD_NOW | RTLD_LOCAL);
+    void* const module = dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL);
     if (module == nullptr) {
         throw std::runtime_error(dlerror());
     }
