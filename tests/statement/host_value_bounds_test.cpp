@@ -10,7 +10,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr int64_t kMostMemory = int64_t{64} << 20U;
+[[maybe_unused]] constexpr int64_t kMostMemory = int64_t{64} << 20U;
 const Thrown kRefusal = MemoryError(kBindFailureText);
 
 /** An array that a test can still append to. */
@@ -51,7 +51,7 @@ class Bounds {
   private:
     Clock::time_point start_ = Clock::now();
     PeakMemory peak_;
-    int64_t before_ = peak_.get_Bytes();
+    [[maybe_unused]] int64_t before_ = peak_.get_Bytes();
 };
 
 }  // namespace
