@@ -114,6 +114,11 @@ void DivideLocked() {
     VisitEngines(giver);
 }
 
+void Divide() noexcept {
+    const nbx::MutexLock lock(gBudgetMutex);
+    DivideLocked();
+}
+
 }  // namespace
 
 uint64_t Budget::get_MemoryMb() noexcept {
@@ -128,14 +133,8 @@ void Budget::Put(uint64_t memory_mb, uint32_t threads) noexcept {
     const nbx::MutexLock lock(gBudgetMutex);
     gMemoryMb.store(std::min(memory_mb, GetMachineMemory() / kMegabyte));
     gThreads.store(std::min(threads, kMostThreads));
-    DivideLocked();
-}
-
-void Budget::Divide() noexcept {
-    if (gMemoryMb.load() == 0 && gThreads.load() == 0) {
-        return;
-    }
-    const nbx::MutexLock lock(gBudgetMutex);
+    const bool is_set = gMemoryMb.load() > 0 || gThreads.load() > 0;
+    EngineFiles::put_ChangeHandler(is_set ? &Divide : nullptr);
     DivideLocked();
 }
 

@@ -7,8 +7,8 @@
 namespace mduckdb {
 
 /** The module's budget, as `I_DuckDBBudget` describes it. From any thread, also while the caller has the turn
-   on a file: takes a mutex of its own and the mutexes of the lists of open files, and makes DuckDB write
-   nothing. */
+    on a file: takes a mutex of its own and the mutexes of the lists of open files, and writes no file. A
+    budget is divided anew whenever an engine opens or closes. */
 class Budget {
   public:
     static constexpr uint32_t kMostThreads = 1024;
@@ -18,8 +18,6 @@ class Budget {
     static uint64_t get_MemoryMb() noexcept;
     static uint32_t get_Threads() noexcept;
     static void Put(uint64_t memory_mb, uint32_t threads) noexcept;
-    /** After an engine has opened or closed; does nothing without a budget. */
-    static void Divide() noexcept;
     static nbx::mrsql::DuckDBBudgetFigures get_Figures() noexcept;
 };
 

@@ -6,7 +6,6 @@
 
 #include "base/holders.h"
 #include "base/text.h"
-#include "engines/budget.h"
 
 namespace mduckdb {
 
@@ -50,6 +49,14 @@ EngineFiles& EngineFiles::Get() {
 EngineFiles& EngineFiles::Nameless() {
     static auto* files = new EngineFiles(nbx::MakeOpenFiles());
     return *files;
+}
+
+std::atomic<void (*)() noexcept> EngineFiles::change_handler_{nullptr};
+
+void EngineFiles::ReportChange() noexcept {
+    if (const auto handler = change_handler_.load()) {
+        handler();
+    }
 }
 
 bool EngineFiles::IsInUse(const std::string& path) {
@@ -110,7 +117,7 @@ void FileTurn::CloseUnused() noexcept {
             files_.files_.SetHandle(record, nullptr, access);
             duckdb_close(&handle);
             files_.files_.RemoveEngine(file_, record);
-            Budget::Divide();
+            EngineFiles::ReportChange();
         }
     }
 }
@@ -237,7 +244,7 @@ SharedEngine FileTurn::Open(const std::string& path, const Configuration& config
     files_.files_.SetHandle(record, engine->handle,
                             access == Engine::Access::reading ? OpenEngine::kReading : OpenEngine::kWriting);
     engine->access = access;
-    Budget::Divide();
+    EngineFiles::ReportChange();
     if (is_file_ && !look_.exists) {
         LookAgain();
     }

@@ -2,6 +2,7 @@
 
 #include <duckdb.h>
 
+#include <atomic>
 #include <cstddef>
 #include <memory>
 #include <string>
@@ -59,6 +60,9 @@ class EngineFiles : nbx::noncopyable {
     bool IsInUse(const std::string& path);
     /** For tests and diagnostics. */
     std::size_t get_EngineCount() { return files_.CountEngines(); }
+    /** Has the function called after each opening and closing of an engine of this module; null for none. It
+        must not use the lists' turns. From any thread. */
+    static void put_ChangeHandler(void (*handler)() noexcept) noexcept { change_handler_.store(handler); }
     /** As `nbx::I_OpenFiles::ListEngines` has it. */
     void Visit(void (*visit)(void* context, const nbx::OpenEngine& engine), void* context) {
         files_.ListEngines(visit, context);
@@ -69,6 +73,10 @@ class EngineFiles : nbx::noncopyable {
   private:
     friend class FileTurn;
     friend void GiveUpEngine(Engine& engine) noexcept;
+
+    static void ReportChange() noexcept;
+
+    static std::atomic<void (*)() noexcept> change_handler_;
 
     nbx::I_OpenFiles& files_;
     const FileSystem& system_;

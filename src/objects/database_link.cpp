@@ -2,8 +2,6 @@
 
 #include "base/errors.h"
 #include "base/text.h"
-#include "objects/operation.h"
-#include "objects/rollback.h"
 
 namespace mduckdb {
 
@@ -35,25 +33,6 @@ void DatabaseLink::Interrupt() {
     connection_.Interrupt();
     const nbx::MutexLock lock(sides_mutex_);
     sides_.ForEach([](InterruptibleConnection* side) { side->Interrupt(); });
-}
-
-void DatabaseLink::ThrowIfInterrupted() NBX_NO_THREAD_SAFETY_ANALYSIS {
-    if (connection_.TakeInterrupted()) {
-        throw nbx::xInterruptError(kInterruptErrorCode);
-    }
-    // Only the thread of the operation comes here.
-    if (operation_ != nullptr) {
-        operation_->ThrowIfCut();
-    }
-}
-
-void DatabaseLink::Rollback() noexcept NBX_NO_THREAD_SAFETY_ANALYSIS {
-    if (operation_ != nullptr) {
-        operation_->EndDeadline();
-    }
-    if (const SharedConnection connection = get_Connection()) {
-        mduckdb::Rollback(*connection);
-    }
 }
 
 void DatabaseLink::AddSide(InterruptibleConnection& connection) {

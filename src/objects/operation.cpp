@@ -2,7 +2,9 @@
 
 #include <algorithm>
 
+#include "base/errors.h"
 #include "duckdb_internals/statement_pieces.h"
+#include "objects/rollback.h"
 
 namespace mduckdb {
 
@@ -70,6 +72,27 @@ void Operation::EndDeadline() noexcept {
 void Operation::ThrowIfCut() {
     if (is_cut_ || (deadline_ && deadline_->get_HasCut())) {
         link_.ThrowError(DescribeCut(limit_));
+    }
+}
+
+// What the link does depends on the operation that runs, so it is here.
+
+void DatabaseLink::ThrowIfInterrupted() NBX_NO_THREAD_SAFETY_ANALYSIS {
+    if (connection_.TakeInterrupted()) {
+        throw nbx::xInterruptError(kInterruptErrorCode);
+    }
+    // Only the thread of the operation comes here.
+    if (operation_ != nullptr) {
+        operation_->ThrowIfCut();
+    }
+}
+
+void DatabaseLink::Rollback() noexcept NBX_NO_THREAD_SAFETY_ANALYSIS {
+    if (operation_ != nullptr) {
+        operation_->EndDeadline();
+    }
+    if (const SharedConnection connection = get_Connection()) {
+        mduckdb::Rollback(*connection);
     }
 }
 
