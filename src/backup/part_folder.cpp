@@ -7,8 +7,10 @@
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
+#include <string_view>
 
 #include "backup/error.h"
+#include "base/folders.h"
 
 namespace mduckdb {
 
@@ -21,25 +23,25 @@ constexpr const char* kInfix = ".part-";
 constexpr const char* kInUseName = ".in-use";
 
 /** Deletes the folder unless a living process works on it. */
-void DeleteIfLeftBehind(const fs::path& folder) noexcept {
+void DeleteIfLeftBehind(const std::string& folder) noexcept {
     try {
-        const Descriptor in_use((folder / kInUseName).string(), O_RDONLY);
+        const Descriptor in_use(folder + "/" + kInUseName, O_RDONLY);
         if (flock(in_use.get(), LOCK_EX | LOCK_NB) == 0) {
-            std::error_code ignored;
-            fs::remove_all(folder, ignored);
+            DeleteFolder(folder);
         }
-    } catch (const BackupError&) {  // Without its mark it may be in the middle of its creation, so it stays.
+    } catch (const std::exception&) {  // Without its mark it may be in the middle of its creation, so it stays.
     }
 }
 
 void DeleteLeftovers(const fs::path& file) noexcept {
     try {
         const std::string start = file.filename().string() + kInfix;
-        for (const auto& entry : fs::directory_iterator(file.parent_path())) {
-            if (entry.path().filename().string().starts_with(start)) {
-                DeleteIfLeftBehind(entry.path());
+        const std::string parent = file.parent_path().string();
+        VisitEntries(OpenFolder(opendir(parent.c_str()), &closedir), [&](int, const char* name) {
+            if (std::string_view(name).starts_with(start)) {
+                DeleteIfLeftBehind(parent + "/" + name);
             }
-        }
+        });
     } catch (const std::exception&) {  // A folder that cannot be listed fails later, at its first file.
     }
 }
@@ -56,15 +58,13 @@ PartFolder::PartFolder(const std::string& file) : path_(file + kInfix + "XXXXXX"
         // The file system has no such locks, so leftovers stay.
         flock(in_use_->get(), LOCK_EX | LOCK_NB);
     } catch (...) {
-        std::error_code ignored;
-        fs::remove_all(path_, ignored);
+        DeleteFolder(path_);
         throw;
     }
 }
 
 PartFolder::~PartFolder() {
-    std::error_code ignored;
-    fs::remove_all(path_, ignored);
+    DeleteFolder(path_);
 }
 
 }  // namespace mduckdb

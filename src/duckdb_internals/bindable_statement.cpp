@@ -7,6 +7,8 @@
 #include <string>
 #include <utility>
 
+#include "duckdb_internals/out_of_memory.h"
+
 namespace mduckdb {
 
 using duckdb::BoundParameterData;
@@ -130,6 +132,7 @@ duckdb_state BindableStatement::Bind(idx_t index, Arguments... arguments) {
             Put(*places_[index], kMakeValue<kBind>(arguments...));
             return DuckDBSuccess;
         } catch (...) {
+            ThrowIfOutOfMemory();
             // Let DuckDB report why it rejects the value.
         }
     } else if (places_.empty()) {

@@ -7,11 +7,11 @@
 #include <duckdb/common/types/vector.hpp>
 #include <duckdb/common/vector_operations/vector_operations.hpp>
 #include <limits>
-#include <new>
 #include <type_traits>
 #include <vector>
 
 #include "duckdb_internals/decimal_double.h"
+#include "duckdb_internals/out_of_memory.h"
 #include "duckdb_internals/value_guard.h"
 
 namespace mduckdb {
@@ -47,7 +47,7 @@ struct Column {
     const T& Get(idx_t row) const noexcept {
         return static_cast<const T*>(data)[row];
     }
-    ValueHolder TakeValue(idx_t row) const noexcept {
+    ValueHolder TakeValue(idx_t row) const {
         return ValueHolder(duckdb_data_chunk_get_value(chunk, index, row));
     }
 };
@@ -355,9 +355,8 @@ HostValue CellReader::Read(idx_t column, idx_t row) {
     }
     try {
         return from.read(from, state_->scratch, row);
-    } catch (const std::bad_alloc&) {
-        throw;
     } catch (...) {
+        ThrowIfOutOfMemory();
         return MakeEmptyText();
     }
 }

@@ -3,8 +3,9 @@
 #include <duckdb/common/types/data_chunk.hpp>
 #include <duckdb/common/vector_operations/vector_operations.hpp>
 #include <duckdb/main/capi/capi_internal.hpp>
-#include <new>
 #include <string>
+
+#include "duckdb_internals/out_of_memory.h"
 
 namespace mduckdb {
 namespace {
@@ -19,9 +20,8 @@ void CastRows(duckdb::ClientContext& context, Vector& source, Vector& target, id
         Vector cast(target.GetType(), idx_t{1});
         try {
             duckdb::VectorOperations::TryCast(context, one, cast, 1, &ignored);
-        } catch (const std::bad_alloc&) {
-            throw;
         } catch (const std::exception&) {
+            ThrowIfOutOfMemory();
             duckdb::FlatVector::SetNull(cast, 0, true);
         }
         duckdb::VectorOperations::Copy(cast, target, 1, 0, row);
@@ -35,9 +35,8 @@ std::unique_ptr<Vector> Cast(duckdb::ClientContext& context, Vector& source, duc
         std::string ignored;
         duckdb::VectorOperations::TryCast(context, source, *target, count, &ignored);
         target->Flatten(count);
-    } catch (const std::bad_alloc&) {
-        throw;
     } catch (const std::exception&) {
+        ThrowIfOutOfMemory();
         target = std::make_unique<Vector>(target_type, count);
         CastRows(context, source, *target, count);
     }

@@ -6,7 +6,8 @@
 #include <duckdb/main/materialized_query_result.hpp>
 #include <memory>
 #include <new>
-#include <utility>
+
+#include "duckdb_internals/out_of_memory.h"
 
 namespace {
 
@@ -26,11 +27,13 @@ struct Scan {
 };
 
 duckdb_data_chunk ScanChunk(duckdb::ColumnDataCollection& rows, Scan& scan) {
-    if (!std::exchange(scan.is_started, true)) {
+    if (!scan.is_started) {
         // Copies the rows: a chunk without copies would be valid only until the scan moves its pins.
         rows.InitializeScan(scan.state, duckdb::ColumnDataScanProperties::DISALLOW_ZERO_COPY);
+        scan.is_started = true;
     }
-    // The collection's own method would take the chunk's memory from the engine.
+    // The collection's own method would take the chunk's memory from the engine. Created before the scan, which
+    // moves past the rows even if there is no memory for them.
     auto chunk = std::make_unique<duckdb::DataChunk>();
     chunk->Initialize(duckdb::Allocator::DefaultAllocator(), rows.Types());
     const bool has_rows = rows.Scan(scan.state, *chunk) && chunk->size() > 0;
@@ -41,24 +44,21 @@ duckdb_data_chunk ScanChunk(duckdb::ColumnDataCollection& rows, Scan& scan) {
 
 duckdb_state duckdb_pending_prepared_managed(duckdb_prepared_statement prepared,
                                              duckdb_pending_result* out_result) {
-    try {
-        auto* wrapper = reinterpret_cast<duckdb::PreparedStatementWrapper*>(prepared);
-        if (wrapper == nullptr || !wrapper->statement || wrapper->statement->HasError()) {
-            return duckdb_pending_prepared(prepared, out_result);
-        }
-        auto pending = std::make_unique<duckdb::PendingStatementWrapper>();
-        pending->allow_streaming = false;
-        try {
-            pending->statement = Start(*wrapper);
-        } catch (const std::exception& error) {
-            pending->statement = duckdb::make_uniq<duckdb::PendingQueryResult>(duckdb::ErrorData(error));
-        }
-        const bool has_started = !pending->statement->HasError();
-        *out_result = reinterpret_cast<duckdb_pending_result>(pending.release());
-        return has_started ? DuckDBSuccess : DuckDBError;
-    } catch (...) {
-        return DuckDBError;
+    auto* wrapper = reinterpret_cast<duckdb::PreparedStatementWrapper*>(prepared);
+    if (wrapper == nullptr || !wrapper->statement || wrapper->statement->HasError()) {
+        return duckdb_pending_prepared(prepared, out_result);
     }
+    auto pending = std::make_unique<duckdb::PendingStatementWrapper>();
+    pending->allow_streaming = false;
+    try {
+        pending->statement = Start(*wrapper);
+    } catch (const std::exception& error) {
+        mduckdb::ThrowIfOutOfMemory();
+        pending->statement = duckdb::make_uniq<duckdb::PendingQueryResult>(duckdb::ErrorData(error));
+    }
+    const bool has_started = !pending->statement->HasError();
+    *out_result = reinterpret_cast<duckdb_pending_result>(pending.release());
+    return has_started ? DuckDBSuccess : DuckDBError;
 }
 
 duckdb_result_scan duckdb_create_result_scan(void) {
@@ -81,7 +81,11 @@ duckdb_data_chunk duckdb_scan_result_chunk(duckdb_result result, duckdb_result_s
         return ScanChunk(data->result->Cast<duckdb::MaterializedQueryResult>().Collection(),
                          *reinterpret_cast<Scan*>(scan));
     } catch (const std::exception& error) {
+        mduckdb::ThrowIfOutOfMemory();
         *out_error = ::strdup(duckdb::ErrorData(error).Message().c_str());
+        if (*out_error == nullptr) {
+            throw std::bad_alloc();
+        }
         return nullptr;
     }
 }

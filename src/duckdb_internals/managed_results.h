@@ -4,7 +4,8 @@
 
 #include "base/holders.h"
 
-/* Functions in the manner of DuckDB's C API for results whose rows DuckDB's buffer manager holds. */
+/* Functions in the manner of DuckDB's C API for results whose rows DuckDB's buffer manager holds. They throw
+   `std::bad_alloc`, and nothing else. */
 
 extern "C" {
 

@@ -18,6 +18,8 @@
 #include <duckdb/parser/tableref.hpp>
 #include <string_view>
 
+#include "duckdb_internals/out_of_memory.h"
+
 namespace mduckdb {
 namespace {
 
@@ -118,6 +120,7 @@ duckdb::unique_ptr<SelectStatement> ParseText(duckdb::ClientContext& context, co
         // A base that closes the parenthesis around it is not a SELECT by itself.
         ParsedQueryCheck::Check(*ParseOneSelect(context, text.base)->node);
     } catch (const duckdb::Exception&) {
+        ThrowIfOutOfMemory();
         RefuseStatement();
     }
     PutLimit(*statement, text);
@@ -212,6 +215,7 @@ duckdb_result RunOneSelect(duckdb_connection connection, const SelectText& text)
     } catch (const RefusedSelect&) {
         throw;
     } catch (const std::exception& thrown) {
+        ThrowIfOutOfMemory();
         duckdb::ErrorData error(thrown);
         error.AddErrorLocation(text.whole);
         rows = Fail(error);

@@ -9,9 +9,11 @@
 #include <duckdb/common/types/vector.hpp>
 #include <duckdb/function/scalar/variant_utils.hpp>
 #include <duckdb/main/capi/capi_internal.hpp>
+#include <new>
 #include <string_view>
 
 #include "base/json_text.h"
+#include "duckdb_internals/out_of_memory.h"
 #include "duckdb_internals/value_guard.h"
 
 namespace {
@@ -28,13 +30,14 @@ duckdb_value Wrap(Value value) {
     return reinterpret_cast<duckdb_value>(new Value(std::move(value)));
 }
 
-/** A copy that `duckdb_free` frees, with a terminator; null when there is no memory. */
+/** A copy that `duckdb_free` frees, with a terminator. */
 char* CopyText(std::string_view text) {
     auto* copy = static_cast<char*>(duckdb_malloc(text.size() + 1));
-    if (copy != nullptr) {
-        std::memcpy(copy, text.data(), text.size());
-        copy[text.size()] = '\0';
+    if (copy == nullptr) {
+        throw std::bad_alloc();
     }
+    std::memcpy(copy, text.data(), text.size());
+    copy[text.size()] = '\0';
     return copy;
 }
 
@@ -133,7 +136,7 @@ Value MakeCellValue(const duckdb::DataChunk& chunk, idx_t column, idx_t row) {
 /** Calls `read(data)` with the value's VARIANT data; returns `nothing` when it is not a readable
     VARIANT. */
 template <class Result, class Read>
-Result ReadVariant(duckdb_value value, Result nothing, Read read) noexcept {
+Result ReadVariant(duckdb_value value, Result nothing, Read read) {
     try {
         const Value* variant = Unwrap(value);
         if (variant == nullptr || variant->IsNull() || variant->type().id() != LogicalTypeId::VARIANT ||
@@ -145,6 +148,7 @@ Result ReadVariant(duckdb_value value, Result nothing, Read read) noexcept {
         duckdb::Vector::RecursiveToUnifiedFormat(vector, 1, format);
         return read(duckdb::UnifiedVariantVectorData(format));
     } catch (...) {
+        mduckdb::ThrowIfOutOfMemory();
         return nothing;
     }
 }
@@ -159,6 +163,7 @@ duckdb_value duckdb_data_chunk_get_value(duckdb_data_chunk chunk, idx_t column, 
         }
         return Wrap(MakeCellValue(*data, column, row));
     } catch (...) {
+        mduckdb::ThrowIfOutOfMemory();
         return nullptr;
     }
 }
@@ -168,6 +173,7 @@ char* duckdb_logical_type_to_string(duckdb_logical_type type) {
         const auto* logical_type = reinterpret_cast<const LogicalType*>(type);
         return logical_type == nullptr ? nullptr : CopyText(logical_type->ToString());
     } catch (...) {
+        mduckdb::ThrowIfOutOfMemory();
         return nullptr;
     }
 }
@@ -180,6 +186,7 @@ char* duckdb_extracted_statement_sql(duckdb_extracted_statements statements, idx
         }
         return CopyText(extracted->statements[index]->query);
     } catch (...) {
+        mduckdb::ThrowIfOutOfMemory();
         return nullptr;
     }
 }
@@ -210,11 +217,8 @@ duckdb_state duckdb_cast_value(duckdb_value value, duckdb_logical_type type, duc
             return DuckDBSuccess;
         }
     } catch (const std::exception& thrown) {
-        try {
-            error = duckdb::ErrorData(thrown).RawMessage();
-        } catch (...) {
-            error.clear();
-        }
+        mduckdb::ThrowIfOutOfMemory();
+        error = duckdb::ErrorData(thrown).RawMessage();
     } catch (...) {
         error.clear();
     }
@@ -247,7 +251,7 @@ char* duckdb_get_varchar_length(duckdb_value value, idx_t* length) {
         }
         const auto copy = [&](std::string_view text) {
             char* result = CopyText(text);
-            if (result != nullptr && length != nullptr) {
+            if (length != nullptr) {
                 *length = text.size();
             }
             return result;
@@ -258,6 +262,7 @@ char* duckdb_get_varchar_length(duckdb_value value, idx_t* length) {
         const Value text = source->DefaultCastAs(LogicalType::VARCHAR);
         return text.IsNull() ? nullptr : copy(duckdb::StringValue::Get(text));
     } catch (...) {
+        mduckdb::ThrowIfOutOfMemory();
         return nullptr;
     }
 }

@@ -3,8 +3,9 @@
 
 /* Functions in the style of DuckDB's C API that the stock library does not export. Same conventions: opaque
    handles, `duckdb_state`, texts freed with `duckdb_free`, values destroyed with `duckdb_destroy_value`. All
-   accept null handles and never throw. When the library exports one of them, the one here can be
-   removed. */
+   accept null handles. They throw `std::bad_alloc` when memory runs out and nothing else, so null means that
+   something does not exist, never that there was no memory for it. When the library exports one of them, the
+   one here can be removed. */
 
 #include <duckdb.h>
 #include <stdint.h>

@@ -9,6 +9,8 @@
 #include <stdexcept>
 #include <vector>
 
+#include "duckdb_internals/out_of_memory.h"
+
 namespace mduckdb {
 namespace {
 
@@ -121,6 +123,7 @@ void ResultChunks::Load(idx_t chunk) {
             state_->casts->Apply(state_->loaded);
         }
     } catch (const std::exception& error) {
+        ThrowIfOutOfMemory();
         throw std::runtime_error(duckdb::ErrorData(error).Message());
     }
 }
@@ -158,16 +161,13 @@ ResultSize MeasureResult(const duckdb_result& result) noexcept {
     }
 }
 
-void TakePendingError(duckdb_pending_result pending, duckdb_result* out_result) noexcept {
+void TakePendingError(duckdb_pending_result pending, duckdb_result* out_result) {
     *out_result = {};
-    try {
-        const auto* wrapper = reinterpret_cast<const duckdb::PendingStatementWrapper*>(pending);
-        if (wrapper != nullptr && wrapper->statement && wrapper->statement->HasError()) {
-            auto result =
-                duckdb::make_uniq<duckdb::MaterializedQueryResult>(wrapper->statement->GetErrorObject());
-            duckdb::DuckDBTranslateResult(std::move(result), out_result);
-        }
-    } catch (...) {  // An empty result is a failure without a text.
+    const auto* wrapper = reinterpret_cast<const duckdb::PendingStatementWrapper*>(pending);
+    if (wrapper != nullptr && wrapper->statement && wrapper->statement->HasError()) {
+        auto result =
+            duckdb::make_uniq<duckdb::MaterializedQueryResult>(wrapper->statement->GetErrorObject());
+        duckdb::DuckDBTranslateResult(std::move(result), out_result);
     }
 }
 

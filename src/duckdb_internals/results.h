@@ -32,7 +32,7 @@ class ResultChunks {
     idx_t FindRow(idx_t row) const noexcept;
 
     /** Loads the chunk instead of the current one. Throws `std::runtime_error` with DuckDB's text, for
-        example when spilled rows cannot be read back; then no chunk is loaded. */
+        example when spilled rows cannot be read back, or `std::bad_alloc`; then no chunk is loaded. */
     void Load(idx_t chunk);
     /** The column's cells in the loaded chunk, as `duckdb_vector_get_data` and `duckdb_vector_get_validity`
         return them; valid until the next `Load`. */
@@ -64,7 +64,7 @@ ResultSize MeasureResult(const duckdb_result& result) noexcept;
 
 /** Turns the failure of a pending result into a result with DuckDB's unchanged text, as executing in one call
     does; `duckdb_execute_pending` would prefix a sentence. The caller destroys the result. A pending result
-    without an error becomes an empty result. Never throws. */
-void TakePendingError(duckdb_pending_result pending, duckdb_result* out_result) noexcept;
+    without an error becomes an empty result. Throws `std::bad_alloc`. */
+void TakePendingError(duckdb_pending_result pending, duckdb_result* out_result);
 
 }  // namespace mduckdb

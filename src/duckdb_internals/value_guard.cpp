@@ -5,6 +5,8 @@
 #include <duckdb/common/types/vector.hpp>
 #include <duckdb/function/scalar/variant_utils.hpp>
 
+#include "duckdb_internals/out_of_memory.h"
+
 namespace mduckdb {
 
 namespace {
@@ -122,10 +124,11 @@ bool IsValidStoredBignum(const uint8_t* data, idx_t size) noexcept {
     return data != nullptr && size > kBignumHeader;
 }
 
-bool IsReadable(duckdb_value value) noexcept {
+bool IsReadable(duckdb_value value) {
     try {
         return value == nullptr || IsReadable(*reinterpret_cast<const Value*>(value));
     } catch (...) {
+        ThrowIfOutOfMemory();
         return false;
     }
 }

@@ -31,7 +31,8 @@ bool IsValidBignum(const uint8_t* data, idx_t size) noexcept;
 bool IsValidStoredBignum(const uint8_t* data, idx_t size) noexcept;
 
 /** Whether the value, with all that it holds, can be read and converted to text. True for a null handle and
-    for NULL. Failures that DuckDB reports in an ordinary way, such as an infinite date, do not count. */
-bool IsReadable(duckdb_value value) noexcept;
+    for NULL. Failures that DuckDB reports in an ordinary way, such as an infinite date, do not count. Throws
+    `std::bad_alloc`. */
+bool IsReadable(duckdb_value value);
 
 }  // namespace mduckdb

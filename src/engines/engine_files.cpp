@@ -251,8 +251,8 @@ SharedEngine FileTurn::Open(const std::string& path, const Configuration& config
     return engine;
 }
 
-void FileTurn::LookAgain() {
-    look_ = files_.system_.Look(look_.path);
+void FileTurn::LookAgain() noexcept {
+    look_.exists = files_.system_.Identify(look_.path.c_str(), look_.device, look_.inode);
     files_.files_.SetIdentity(file_, look_.get_Identity());
 }
 

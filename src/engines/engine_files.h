@@ -122,7 +122,7 @@ class FileTurn : nbx::noncopyable {
     /** Called before the file is deleted or replaced: threads that use its path wait for this turn. */
     void ClaimPlace() { files_.files_.ClaimPlace(file_, look_.get_Identity()); }
     /** Called afterwards: looks at the file again. */
-    void LookAgain();
+    void LookAgain() noexcept;
     /** After the file was deleted, instead of that. */
     void MarkDeleted() noexcept;
 

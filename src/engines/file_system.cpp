@@ -78,18 +78,20 @@ FileLook FileSystem::Look(const std::string& path) const {
     FileLook look;
     look.path = FollowLinks(path);
     look.name = look.path.substr(look.path.rfind('/') + 1);
-    struct stat info {};
-    if (stat(path.c_str(), &info) == 0) {
-        look.exists = true;
-        look.device = info.st_dev;
-        look.inode = info.st_ino;
-    }
+    look.exists = FileSystem::Identify(path.c_str(), look.device, look.inode);
     const std::string folder = FolderOf(look.path);
-    if (stat(folder.empty() ? "." : folder.c_str(), &info) == 0) {
-        look.folder_device = info.st_dev;
-        look.folder_inode = info.st_ino;
-    }
+    FileSystem::Identify(folder.empty() ? "." : folder.c_str(), look.folder_device, look.folder_inode);
     return look;
+}
+
+bool FileSystem::Identify(const char* path, uint64_t& device, uint64_t& inode) const noexcept {
+    struct stat info {};
+    const bool exists = stat(path, &info) == 0;
+    if (exists) {
+        device = info.st_dev;
+        inode = info.st_ino;
+    }
+    return exists;
 }
 
 FileStamp FileSystem::ReadStamp(const std::string& path) const {

@@ -38,6 +38,9 @@ class FileSystem {
   public:
     virtual ~FileSystem() = default;
     virtual FileLook Look(const std::string& path) const;
+    /** Whether there is something at the path, and then what it is. Needs no memory: to be asked after a
+        change that cannot be taken back. */
+    virtual bool Identify(const char* path, uint64_t& device, uint64_t& inode) const noexcept;
     virtual FileStamp ReadStamp(const std::string& path) const;
     /** Whether this process has a descriptor on a DuckDB database that is this file. */
     virtual bool IsDatabaseOpenHere(const FileLook& file) const;

@@ -1,6 +1,7 @@
 #include "extension/file_probe.h"
 
 #include <cstring>
+#include <new>
 #include <utility>
 
 #include "base/text.h"
@@ -23,13 +24,15 @@ bool HasMark(nbx::I_File& file) {
     return std::memcmp(bytes, kMark, sizeof kMark) == 0;
 }
 
-bool Probe(nbx::I_File& file, nbx::smart_ptr<nbx::I_Location> location) noexcept {
+bool Probe(nbx::I_File& file, nbx::smart_ptr<nbx::I_Location> location) {
     bool answer = false;
     try {
         file.put_Location(std::move(location));
         file.put_IsReadOnly(true);
         file.Open();
         answer = HasMark(file);
+    } catch (const std::bad_alloc&) {
+        throw;
     } catch (...) {  // A file that cannot be read does not count as a database.
     }
     try {
@@ -41,7 +44,7 @@ bool Probe(nbx::I_File& file, nbx::smart_ptr<nbx::I_Location> location) noexcept
 
 }  // namespace
 
-bool LooksLikeDuckDBFile(nbx::smart_ptr<nbx::I_Location> location) noexcept {
+bool LooksLikeDuckDBFile(nbx::smart_ptr<nbx::I_Location> location) {
     try {
         if (!location) {
             return false;
@@ -55,6 +58,8 @@ bool LooksLikeDuckDBFile(nbx::smart_ptr<nbx::I_Location> location) noexcept {
         }
         const auto file = nbx::MakeObject<nbx::FileWin>();
         return Probe(*file, std::move(location));
+    } catch (const std::bad_alloc&) {
+        throw;
     } catch (...) {
         return false;
     }

@@ -6,10 +6,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <stdexcept>
+#include <utility>
 
+#include "base/folders.h"
 #include "engines/configuration.h"
 
 namespace mduckdb {
@@ -38,8 +41,7 @@ bool FoldLog(const std::string& path) {
 }
 
 /** Makes the rename durable: names are stored in the folder. */
-void FlushFolder(const std::string& path) {
-    const std::string folder = path.substr(0, path.rfind('/') + 1);
+void FlushFolder(const std::string& folder) noexcept {
     const int descriptor = open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (descriptor >= 0) {
         fsync(descriptor);
@@ -93,8 +95,10 @@ void RestoredFile::ReplaceTarget(FileTurn& turn) {
     if (!is_readable) {
         KeepTarget(turn);
     }
+    // Nothing may fail after the file is in place: the caller would believe that the old one is still there.
+    const std::string target_folder = target_.substr(0, target_.rfind('/') + 1);
     MoveIn(turn);
-    FlushFolder(target_);
+    FlushFolder(target_folder);
     turn.LookAgain();
 }
 
@@ -139,18 +143,22 @@ void RestoredFile::LockTarget(const FileTurn& turn, FileLock& lock, bool& is_rea
 
 void RestoredFile::KeepTarget(const FileTurn& turn) const {
     const std::string kept = NameForUnreadable(target_);
+    const std::string text =
+        "mduckdb: " + target_ + " has a log that DuckDB cannot read; both were kept as " + kept + "\n";
+    std::array<std::pair<std::string, std::string>, kLogEndings.size()> logs;
+    for (std::size_t i = 0; i < logs.size(); ++i) {
+        logs[i] = {target_ + kLogEndings[i], kept + kLogEndings[i]};
+    }
     // Create it as a second name first, so that the file exists at every moment.
     if (turn.get_Exists() && link(target_.c_str(), kept.c_str()) != 0 &&
         rename(target_.c_str(), kept.c_str()) != 0) {
         Fail("The old file cannot be renamed", errno);
     }
-    for (const char* ending : kLogEndings) {
-        if (rename((target_ + ending).c_str(), (kept + ending).c_str()) != 0 && errno != ENOENT) {
+    for (const auto& [from, to] : logs) {
+        if (rename(from.c_str(), to.c_str()) != 0 && errno != ENOENT) {
             Fail("The old log cannot be renamed", errno);
         }
     }
-    const std::string text =
-        "mduckdb: " + target_ + " has a log that DuckDB cannot read; both were kept as " + kept + "\n";
     fputs(text.c_str(), stderr);
 }
 

@@ -1,14 +1,14 @@
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include <cstring>
-#include <filesystem>
 #include <memory>
 #include <optional>
 #include <string>
-#include <system_error>
 #include <utility>
 
 #include "base/errors.h"
+#include "base/folders.h"
 #include "base/holders.h"
 #include "base/text.h"
 #include "nbx/file.h"
@@ -61,12 +61,12 @@ std::string BuildExportStatement(const nbx::I_Location& backup) {
 }
 
 /** Removes the access rights of a file or folder that the database's file does not grant. Users that may read
-   the file may also enter the folder. A failure is ignored: the backup matters more. */
-void LimitRights(const std::string& path, mode_t model, bool is_folder) {
+    the file may also enter the folder. A failure is ignored: the backup matters more. */
+void LimitRights(int parent, const char* name, mode_t model, bool is_folder) {
     struct stat info {};
-    if (stat(path.c_str(), &info) == 0) {
+    if (fstatat(parent, name, &info, 0) == 0) {
         const mode_t allowed = is_folder ? model | S_IRWXU | ((model & 0444) >> 2) : model;
-        static_cast<void>(chmod(path.c_str(), info.st_mode & allowed & 0777));
+        static_cast<void>(fchmodat(parent, name, info.st_mode & allowed & 0777, 0));
     }
 }
 
@@ -76,11 +76,10 @@ void LimitRightsOfBackup(const std::string& backup, const std::string& database)
     if (stat(database.c_str(), &info) != 0) {
         return;
     }
-    LimitRights(backup, info.st_mode & 0777, true);
-    std::error_code error;
-    for (const auto& entry : std::filesystem::directory_iterator(backup, error)) {
-        LimitRights(entry.path().string(), info.st_mode & 0777, false);
-    }
+    LimitRights(AT_FDCWD, backup.c_str(), info.st_mode & 0777, true);
+    VisitEntries(OpenFolder(opendir(backup.c_str()), &closedir), [&info](int folder, const char* name) {
+        LimitRights(folder, name, info.st_mode & 0777, false);
+    });
 }
 
 /** An export that runs without the engine lock; closing the database waits for its end. */

@@ -17,8 +17,9 @@ namespace {
     result. */
 class DuckDBCursor_server final : public DuckDBCursor_imp {
   public:
-    DuckDBCursor_server(SharedLink link, ResultHolder result)
-        : DuckDBCursor_imp(std::move(link), std::move(result)) {}
+    DuckDBCursor_server(SharedLink link, ResultHolder& result) : DuckDBCursor_imp(std::move(link), result) {
+        TakeResult(result);
+    }
 
     uint32_t get_RecordCount() override;
     uint32_t get_CurrentRecord() override;
@@ -32,11 +33,14 @@ class DuckDBCursor_server final : public DuckDBCursor_imp {
   private:
     /** Throws for operations that only a client cursor supports. */
     [[noreturn]] void Refuse(const char* message) const;
-    /** Replaces the chunk with the next one, or with none. Throws when it cannot be read. */
+    /** Replaces the chunk with the next one, or with none. Throws when it cannot be read, and then stays where
+        it is. */
     void MoveToNextChunk();
 
     /** Null before the first row and after the last. */
     ChunkHolder chunk_;
+    /** Fetched, but not moved to, since memory ran out; else null. */
+    ChunkHolder next_chunk_;
     uint64_t row_in_chunk_ = 0;
     /** Bound to the chunk. */
     CellReader cells_{ConvertVariant};
@@ -83,15 +87,20 @@ bool DuckDBCursor_server::NextRecord() {
 }
 
 void DuckDBCursor_server::MoveToNextChunk() {
-    cells_.Bind(nullptr);
-    chunk_.Reset();
-    row_in_chunk_ = 0;
-    ChunkHolder chunk = FetchChunk();
-    if (!chunk || duckdb_data_chunk_get_size(chunk.get()) == 0) {
-        return;
+    if (!next_chunk_) {
+        next_chunk_ = FetchChunk();
     }
-    cells_.Bind(chunk.get());
-    chunk_ = std::move(chunk);
+    if (next_chunk_ && duckdb_data_chunk_get_size(next_chunk_.get()) == 0) {
+        next_chunk_.Reset();
+    }
+    try {
+        cells_.Bind(next_chunk_.get());
+    } catch (...) {
+        cells_.Bind(chunk_.get());  // Needs no memory: it was bound before.
+        throw;
+    }
+    chunk_ = std::move(next_chunk_);
+    row_in_chunk_ = 0;
 }
 
 nbx::smart_ptr<nbx::I_Value> DuckDBCursor_server::get_Value(uint32_t column_index) {
@@ -108,13 +117,12 @@ nbx::smart_ptr<nbx::I_Value> DuckDBCursor_server::get_Value(uint32_t column_inde
 
 }  // namespace
 
-nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor> MakeCursor(SharedLink link, duckdb_result result,
+nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor> MakeCursor(SharedLink link, ResultHolder& result,
                                                       uint32_t cursor_location) {
-    ResultHolder owner(result);
     if (cursor_location == nbx::mrsql::kClientCursor) {
-        return nbx::MakeObject<DuckDBCursor_client>(std::move(link), std::move(owner));
+        return nbx::MakeObject<DuckDBCursor_client>(std::move(link), result);
     }
-    return nbx::MakeObject<DuckDBCursor_server>(std::move(link), std::move(owner));
+    return nbx::MakeObject<DuckDBCursor_server>(std::move(link), result);
 }
 
 nbx::smart_ptr<nbx::ValueRows> GetClientCursorRows(nbx::mrsql::I_DuckDBCursor* cursor) {

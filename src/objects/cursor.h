@@ -2,16 +2,16 @@
 
 #include <duckdb.h>
 
+#include "base/holders.h"
 #include "nbx/mrsql/duckdb_cursor.h"
 #include "objects/database_link.h"
 
 namespace mduckdb {
 
 /** Creates a cursor of the kind that the location asks for over a result that returns rows: 1 creates a
-    `DuckDBCursor_client`, every other number a `DuckDBCursor_server`. Takes ownership of the result at once,
-    even when it throws. The caller holds the engine lock, which is released while a client cursor reads the
-    rows. */
-nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor> MakeCursor(SharedLink link, duckdb_result result,
+    `DuckDBCursor_client`, every other number a `DuckDBCursor_server`. Takes ownership of the result unless it
+    throws. The caller holds the engine lock, which is released while a client cursor reads the rows. */
+nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor> MakeCursor(SharedLink link, ResultHolder& result,
                                                       uint32_t cursor_location);
 
 /** The rows of a client cursor, or null for a null cursor and for any other kind. */

@@ -25,10 +25,16 @@ void AdviseHugePages(void* memory, std::size_t size) noexcept {
 
 }  // namespace
 
-DuckDBCursor_client::DuckDBCursor_client(SharedLink link, ResultHolder result)
-    : DuckDBCursor_imp(std::move(link), std::move(result)) {
-    ReadRows();
-    RequireValid();
+DuckDBCursor_client::DuckDBCursor_client(SharedLink link, ResultHolder& result)
+    : DuckDBCursor_imp(std::move(link), result) {
+    TakeResult(result);
+    try {
+        ReadRows();
+        RequireValid();
+    } catch (...) {
+        GiveBackResult(result);
+        throw;
+    }
 }
 
 void DuckDBCursor_client::ReadRows() {

@@ -15,8 +15,8 @@ class CellReader;
 class DuckDBCursor_client final : public DuckDBCursor_imp {
   public:
     /** Reads the rows without the engine lock, unless the caller holds it; an `Interrupt` of the database
-        stops it (`xInterruptError`). Nothing stays behind when it throws. */
-    DuckDBCursor_client(SharedLink link, ResultHolder result);
+        stops it (`xInterruptError`). Takes ownership of the result unless it throws. */
+    DuckDBCursor_client(SharedLink link, ResultHolder& result);
 
     uint32_t get_RecordCount() override;
     uint32_t get_CurrentRecord() override;

@@ -33,19 +33,31 @@ void FetchStatus::KeepErrorOf(duckdb_result* result) {
     }
 }
 
-DuckDBCursor_imp::DuckDBCursor_imp(SharedLink link, ResultHolder result)
-    : tie_(std::move(link)),
-      census_(CensusLine::kCursor, tie_.get_Link()->get_Census().get_Number()),
-      result_(std::move(result)),
-      has_result_(static_cast<bool>(result_)) {
+DuckDBCursor_imp::DuckDBCursor_imp(SharedLink link, ResultHolder& result)
+    : tie_(std::move(link)), census_(CensusLine::kCursor, tie_.get_Link()->get_Census().get_Number()) {
     const EngineLockScope lock;
-    RequireValid();
-    ReadDescription();
+    if (!result || tie_.get_Link()->get_IsOrphaned()) {
+        ThrowInvalid();
+    }
+    ReadDescription(result.get());
     // Last, so that a failure in the constructor cannot leave the object in the list.
     tie_.get_Siblings().Add(this);
-    const ResultSize size = MeasureResult(*result_);
+    const ResultSize size = MeasureResult(*result);
     census_.put_Size(size.rows, size.bytes);
     census_.Enter();
+}
+
+void DuckDBCursor_imp::TakeResult(ResultHolder& result) noexcept {
+    const nbx::MutexLock lock(result_mutex_);
+    result_ = std::move(result);
+    has_result_.store(true);
+}
+
+void DuckDBCursor_imp::GiveBackResult(ResultHolder& result) noexcept {
+    const nbx::MutexLock lock(result_mutex_);
+    has_result_.store(false);
+    scan_.Reset();
+    result = std::move(result_);
 }
 
 DuckDBCursor_imp::~DuckDBCursor_imp() {
@@ -149,15 +161,15 @@ void DuckDBCursor_imp::ReleaseResult() noexcept {
     result_.Reset();
 }
 
-void DuckDBCursor_imp::ReadDescription() {
-    const idx_t count = duckdb_column_count(result_.get());
+void DuckDBCursor_imp::ReadDescription(duckdb_result* result) {
+    const idx_t count = duckdb_column_count(result);
     column_names_.reserve(count);
     column_type_names_.reserve(count);
     column_types_.reserve(count);
     for (idx_t column = 0; column < count; ++column) {
-        column_names_.push_back(FromUtf8(GetColumnName(*result_, column).value_or("")));
-        column_types_.push_back(duckdb_column_type(result_.get(), column));
-        column_type_names_.push_back(ReadTypeName(result_.get(), column));
+        column_names_.push_back(FromUtf8(GetColumnName(*result, column).value_or("")));
+        column_types_.push_back(duckdb_column_type(result, column));
+        column_type_names_.push_back(ReadTypeName(result, column));
     }
 }
 

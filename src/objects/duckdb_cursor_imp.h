@@ -48,7 +48,11 @@ class DuckDBCursor_imp : public nbx::Counted<nbx::mrsql::I_DuckDBCursor>, public
     void Detach() override NBX_NO_THREAD_SAFETY_ANALYSIS;  // the caller holds the lock
 
   protected:
-    DuckDBCursor_imp(SharedLink link, ResultHolder result);
+    /** Reads the description. The rest of the construction follows, and then the result is taken: a
+        construction that fails leaves it with the caller. */
+    DuckDBCursor_imp(SharedLink link, ResultHolder& result);
+    void TakeResult(ResultHolder& result) noexcept;
+    void GiveBackResult(ResultHolder& result) noexcept;
 
     /** Called for each field that is read. A cursor that has cut its tie has released its result too. */
     bool get_IsValid() const noexcept { return has_result_.load() && !tie_.get_Link()->get_IsOrphaned(); }
@@ -82,7 +86,7 @@ class DuckDBCursor_imp : public nbx::Counted<nbx::mrsql::I_DuckDBCursor>, public
     static constexpr std::size_t kInlineTypes = 12;
     using Names = boost::container::small_vector<nbx::String, kInlineNames>;
 
-    void ReadDescription();
+    void ReadDescription(duckdb_result* result);
     /** Called before the engine closes, since its memory holds the rows. Waits for a chunk that is being
        fetched. May run while other threads read fields. */
     void ReleaseResult() noexcept;

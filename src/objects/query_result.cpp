@@ -19,8 +19,7 @@ namespace {
 class DuckDBQueryResult final : public nbx::Counted<nbx::mrsql::I_DuckDBQueryResult>,
                                 public nbx::ForeignPlugin_imp {
   public:
-    /** The results in reverse: the last one is this link's. `size` is that of all of them. */
-    DuckDBQueryResult(SharedLink link, ResultList results, ResultSize size, uint32_t cursor_location);
+    DuckDBQueryResult(SharedLink link, uint32_t cursor_location);
     ~DuckDBQueryResult() override;
 
     void* QueryInterface(uint32_t interface_id) override;
@@ -37,9 +36,13 @@ class DuckDBQueryResult final : public nbx::Counted<nbx::mrsql::I_DuckDBQueryRes
     nbx::smart_ptr<nbx::mrsql::I_DuckDBQueryResult> NextResult() override;
     void Close() override;
 
+    /** Takes ownership of the list unless it throws. The results are in reverse: the last one is this link's.
+        `size` is that of all of them. */
+    void Take(ResultList& results, ResultSize size) NBX_REQUIRES(gEngineLock);
+
   private:
-    void TakeNext(ResultList results) noexcept;
-    void ReadOutcome();
+    /** A result of rows becomes the cursor's. */
+    void ReadOutcome(ResultHolder& result);
     void ReleaseAll() noexcept;
 
     int64_t rows_changed_ = 0;
@@ -54,21 +57,16 @@ class DuckDBQueryResult final : public nbx::Counted<nbx::mrsql::I_DuckDBQueryRes
     ResultHolder result_;
     /** The results of the links that follow, the next one last, so that passing them on moves none. */
     ResultList remaining_;
-    ResultSize remaining_size_;
+    ResultSize remaining_size_{0, 0};
 };
 
-DuckDBQueryResult::DuckDBQueryResult(SharedLink link, ResultList results, ResultSize size,
-                                     uint32_t cursor_location)
+DuckDBQueryResult::DuckDBQueryResult(SharedLink link, uint32_t cursor_location)
     : cursor_location_(cursor_location),
       tie_(std::move(link)),
-      census_(CensusLine::kQueryResult, tie_.get_Link()->get_Census().get_Number()),
-      remaining_size_(size) {
+      census_(CensusLine::kQueryResult, tie_.get_Link()->get_Census().get_Number()) {
     const EngineLockScope lock;
-    TakeNext(std::move(results));
-    ReadOutcome();
     // Last, so that a failure in the constructor cannot leave the object in the list.
     tie_.get_Siblings().Add(this);
-    census_.put_Size(remaining_size_.rows, remaining_size_.bytes);
     census_.Enter();
 }
 
@@ -81,32 +79,34 @@ DuckDBQueryResult::~DuckDBQueryResult() {
     }
 }
 
-void DuckDBQueryResult::TakeNext(ResultList results) noexcept {
+void DuckDBQueryResult::Take(ResultList& results, ResultSize size) {
     if (results.empty()) {
         return;
     }
+    const ResultSize own = MeasureResult(*results.back());
+    if (results.back()) {
+        ReadOutcome(results.back());
+    }
     result_ = std::move(results.back());
-    const ResultSize own = MeasureResult(*result_);
-    remaining_size_ = {remaining_size_.rows - own.rows, remaining_size_.bytes - own.bytes};
     results.pop_back();
     remaining_ = std::move(results);
+    results.clear();
+    remaining_size_ = {size.rows - own.rows, size.bytes - own.bytes};
+    census_.put_Size(remaining_size_.rows, remaining_size_.bytes);
 }
 
-void DuckDBQueryResult::ReadOutcome() {
-    if (!result_) {
-        return;
-    }
-    const char* error = duckdb_result_error(result_.get());
+void DuckDBQueryResult::ReadOutcome(ResultHolder& result) {
+    const char* error = duckdb_result_error(result.get());
     if (error != nullptr && *error != '\0') {
         error_ = ReadDuckDBError(error);
         flags_ |= nbx::mrsql::kHasError;
     }
-    const duckdb_result_type type = duckdb_result_return_type(*result_);
+    const duckdb_result_type type = duckdb_result_return_type(*result);
     if (type == DUCKDB_RESULT_TYPE_CHANGED_ROWS) {
-        rows_changed_ = GetRowsChanged(result_.get());
+        rows_changed_ = GetRowsChanged(result.get());
         flags_ |= nbx::mrsql::kHasRowsChanged;
     } else if (type == DUCKDB_RESULT_TYPE_QUERY_RESULT) {
-        auto cursor = MakeCursor(tie_.get_Link(), result_.Detach(), cursor_location_);
+        auto cursor = MakeCursor(tie_.get_Link(), result, cursor_location_);
         const nbx::MutexLock lock(cursor_mutex_);
         cursor_.swap(cursor);
         flags_ |= nbx::mrsql::kHasCursor;
@@ -141,9 +141,11 @@ nbx::smart_ptr<nbx::mrsql::I_DuckDBQueryResult> DuckDBQueryResult::NextResult() 
         return nullptr;
     }
     const Operation operation(*tie_.get_Link());
+    auto next = nbx::MakeObject<DuckDBQueryResult>(tie_.get_Link(), cursor_location_);
+    next->Take(remaining_, remaining_size_);
+    remaining_size_ = {0, 0};
     census_.put_Size(0, 0);
-    return nbx::MakeObject<DuckDBQueryResult>(tie_.get_Link(), std::exchange(remaining_, {}),
-                                              std::exchange(remaining_size_, {0, 0}), cursor_location_);
+    return next;
 }
 
 void DuckDBQueryResult::Close() {
@@ -153,15 +155,19 @@ void DuckDBQueryResult::Close() {
 
 }  // namespace
 
-nbx::smart_ptr<nbx::mrsql::I_DuckDBQueryResult> MakeQueryResult(SharedLink link, ResultList results,
-                                                                uint32_t cursor_location) {
+nbx::smart_ptr<nbx::mrsql::I_DuckDBQueryResult> MakeQueryResult(SharedLink link, uint32_t cursor_location) {
+    return nbx::MakeObject<DuckDBQueryResult>(std::move(link), cursor_location);
+}
+
+void FillQueryResult(nbx::mrsql::I_DuckDBQueryResult& head, ResultList results) {
+    const EngineLockScope lock;
     std::reverse(results.begin(), results.end());
     ResultSize size{0, 0};
     for (const ResultHolder& result : results) {
         const ResultSize each = MeasureResult(*result);
         size = {size.rows + each.rows, size.bytes + each.bytes};
     }
-    return nbx::MakeObject<DuckDBQueryResult>(std::move(link), std::move(results), size, cursor_location);
+    static_cast<DuckDBQueryResult&>(head).Take(results, size);
 }
 
 }  // namespace mduckdb

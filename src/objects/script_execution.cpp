@@ -17,8 +17,30 @@ namespace mduckdb {
 
 namespace {
 
-/** Receives the result of each statement after it has run. */
-using TakeResult = std::function<void(ResultHolder)>;
+/** What becomes of the results of a script. */
+struct ResultTaker {
+    /** Told how many results there may be, before the first statement runs. */
+    std::function<void(idx_t count)> expect;
+    /** Given the result of each statement when it has run and may have been committed: must not throw. */
+    std::function<void(ResultHolder)> take;
+};
+
+/** Rolls back what a script left open, when one of its statements does not run to its end. There may be
+    nothing to roll back. */
+class ScriptRollback : nbx::noncopyable {
+  public:
+    explicit ScriptRollback(DatabaseLink& database) : database_(database) {}
+    ~ScriptRollback() {
+        if (is_needed_) {
+            database_.Rollback();
+        }
+    }
+    void Cancel() noexcept { is_needed_ = false; }
+
+  private:
+    DatabaseLink& database_;
+    bool is_needed_ = true;
+};
 
 ResultHolder ExecuteSingle(DatabaseLink& database, duckdb_connection connection, const std::string& sql,
                            const nbx::ValueRow& parameters) {
@@ -86,7 +108,7 @@ PreparedHolder PrepareOne(DatabaseLink& database, duckdb_connection connection, 
 }
 
 void ExecuteStatements(DatabaseLink& database, duckdb_connection connection, const std::string& sql,
-                       const TakeResult& take_result) {
+                       const ResultTaker& taker) {
     ExtractedHolder extracted;
     const idx_t count = duckdb_extract_statements(connection, sql.c_str(), extracted.Receive());
     if (count == 0) {
@@ -95,10 +117,12 @@ void ExecuteStatements(DatabaseLink& database, duckdb_connection connection, con
         extracted.Reset();
         database.ThrowFailure(error);
     }
+    taker.expect(count);
     ExpandedTransaction expanded(database, connection);
     for (idx_t index = 0; index < count; ++index) {
         expanded.Reach(extracted.get(), index);
         PreparedHolder prepared = PrepareOne(database, connection, extracted, index);
+        ScriptRollback rollback(database);
         ResultHolder result;
         const duckdb_state state = database.ExecutePrepared(prepared.get(), result.Receive());
         prepared.Reset();
@@ -106,28 +130,29 @@ void ExecuteStatements(DatabaseLink& database, duckdb_connection connection, con
             const std::string error =
                 TextOr(duckdb_result_error(result.get()), "Failed to execute statement");
             result.Reset();
-            database.Rollback();
             extracted.Reset();
             database.ThrowFailure(error);
         }
-        take_result(std::move(result));
+        rollback.Cancel();
+        taker.take(std::move(result));
     }
     expanded.End();
 }
 
 /** Runs a SQL text on the database's connection. With parameters (neither null nor empty) the text is one
     statement. Throws `xDuckDBError`, or `xInterruptError` after an interrupt, and then leaves no DuckDB
-    object behind except those that `take_result` received; a transaction that was open when a statement of a
+    object behind except those that the taker received; a transaction that was open when a statement of a
     script failed is rolled back. */
 void ExecuteScript(DatabaseLink& database, const nbx::String& sql, const nbx::ValueRow* parameters,
-                   const TakeResult& take_result) NBX_REQUIRES(gEngineLock) {
+                   const ResultTaker& taker) NBX_REQUIRES(gEngineLock) {
     database.ClearInterrupted();
     const SharedConnection connection = database.RequireConnection();
     const std::string text = database.ToSql(sql);
     if (parameters == nullptr || parameters->get_IsEmpty()) {
-        ExecuteStatements(database, *connection, text, take_result);
+        ExecuteStatements(database, *connection, text, taker);
     } else {
-        take_result(ExecuteSingle(database, *connection, text, *parameters));
+        taker.expect(1);
+        taker.take(ExecuteSingle(database, *connection, text, *parameters));
     }
 }
 
@@ -136,7 +161,8 @@ ResultList CollectResults(DatabaseLink& database, const nbx::String& sql, const 
     NBX_REQUIRES(gEngineLock) {
     ResultList results;
     ExecuteScript(database, sql, parameters,
-                  [&results](ResultHolder result) { results.push_back(std::move(result)); });
+                  {[&results](idx_t count) { results.reserve(count); },
+                   [&results](ResultHolder result) { results.push_back(std::move(result)); }});
     return results;
 }
 
@@ -149,7 +175,7 @@ int64_t DuckDBDatabase::SqlExecute(const nbx::String& sql, nbx::smart_ptr<nbx::V
     int64_t total = 0;
     // One at a time, so that the rows of one statement are freed before the next begins.
     ExecuteScript(*link_, sql, parameters.get(),
-                  [&total](ResultHolder result) { total += GetRowsChanged(result.get()); });
+                  {[](idx_t) {}, [&total](ResultHolder result) { total += GetRowsChanged(result.get()); }});
     return total;
 }
 
@@ -158,7 +184,9 @@ nbx::smart_ptr<nbx::mrsql::I_DuckDBQueryResult> DuckDBDatabase::SqlQuery(
     nbx::MironaInit3();
     EngineLockScope lock;
     const Operation operation(*link_);
-    return MakeQueryResult(link_, CollectResults(*link_, sql, parameters.get()), cursor_location);
+    auto head = MakeQueryResult(link_, cursor_location);
+    FillQueryResult(*head, CollectResults(*link_, sql, parameters.get()));
+    return head;
 }
 
 nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor> DuckDBDatabase::SqlSelect(
@@ -175,7 +203,7 @@ nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor> DuckDBDatabase::SqlSelect(
         results.clear();
         ThrowError("Query doesn't return a result");
     }
-    return MakeCursor(link_, results.front().Detach(), cursor_location);
+    return MakeCursor(link_, results.front(), cursor_location);
 }
 
 }  // namespace mduckdb

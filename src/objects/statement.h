@@ -132,6 +132,8 @@ class DuckDBStatement final : public nbx::Counted<nbx::mrsql::I_DuckDBStatement>
     void BindMadeValue(const char* type_word, uint32_t index, MakeValue&& make_value);
 
     // Executing.
+    /** Prepares the next statement and executes it. If memory runs out, it is the next one again. */
+    int64_t RunNext() NBX_REQUIRES(gEngineLock);
     /** All executions come here. Returns the number of changed rows from the last pass that reports any, or
         0. */
     int64_t RunPrepared() NBX_REQUIRES(gEngineLock);

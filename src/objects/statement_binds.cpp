@@ -1,8 +1,10 @@
 #include <exception>
+#include <new>
 #include <string>
 #include <utility>
 
 #include "base/text.h"
+#include "duckdb_internals/out_of_memory.h"
 #include "duckdb_internals/value_guard.h"
 #include "objects/statement.h"
 #include "values/host_value_binding.h"
@@ -63,8 +65,16 @@ bool DuckDBStatement::BeginTypedBind() {
 
 void DuckDBStatement::put_Parameters(nbx::smart_ptr<nbx::ValueRow> values) {
     const nbx::MutexLock lock(detach_mutex_);
-    parameter_rows_.reset();
-    ApplyParameters(std::move(values));
+    const nbx::smart_ptr<nbx::ValueRow> old_values = parameters_;
+    const nbx::smart_ptr<nbx::ValueRows> old_rows = std::exchange(parameter_rows_, nullptr);
+    try {
+        ApplyParameters(std::move(values));
+    } catch (const std::bad_alloc&) {
+        // An execution must not take the new ones: the caller was told that there was no room for them.
+        parameters_ = old_values;
+        parameter_rows_ = old_rows;
+        throw;
+    }
 }
 
 void DuckDBStatement::put_ParameterRows(nbx::smart_ptr<nbx::ValueRows> rows) {
@@ -106,6 +116,7 @@ void DuckDBStatement::BindTyped(const char* type_word, Bind&& bind) {
     } catch (const NotAValue&) {
         ThrowError(FailureText(type_word));
     } catch (const std::exception& error) {
+        ThrowIfOutOfMemory();
         ThrowError(error.what());
     }
     ThrowStatementError(FailureText(type_word).c_str());

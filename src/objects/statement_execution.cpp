@@ -1,3 +1,4 @@
+#include <new>
 #include <utility>
 
 #include "base/errors.h"
@@ -33,8 +34,7 @@ bool DuckDBStatement::ExecuteNext(int64_t& rows_changed) {
     EngineLockScope lock;
     nbx::MironaInit3();
     const Operation operation(*tie_.get_Link(), &census_);
-    Prepare();
-    rows_changed = RunPrepared();
+    rows_changed = RunNext();
     return next_index_ < extracted_count_;
 }
 
@@ -48,8 +48,7 @@ void DuckDBStatement::ExecuteAll() {
     nbx::MironaInit3();
     const Operation operation(*tie_.get_Link(), &census_);
     do {
-        Prepare();
-        RunPrepared();
+        RunNext();
     } while (next_index_ < extracted_count_);
     EndRun();
 }
@@ -58,8 +57,7 @@ bool DuckDBStatement::RunOne() {
     EngineLockScope lock;
     nbx::MironaInit3();
     const Operation operation(*tie_.get_Link(), &census_);
-    Prepare();
-    RunPrepared();
+    RunNext();
     return next_index_ < extracted_count_;
 }
 
@@ -95,6 +93,23 @@ int64_t DuckDBStatement::Execute() {
     nbx::MironaInit3();
     const Operation operation(*tie_.get_Link(), &census_);
     return RunPrepared();
+}
+
+int64_t DuckDBStatement::RunNext() {
+    Prepare();
+    if (!prepared_) {
+        return RunPrepared();
+    }
+    const uint64_t begin = may_roll_back_ ? pieces_begin_ : next_index_ - 1;
+    try {
+        return RunPrepared();
+    } catch (const std::bad_alloc&) {
+        // A caller that tries again must not skip the statement.
+        next_index_ = begin;
+        pieces_end_ = begin;
+        is_next_consumed_ = true;
+        throw;
+    }
 }
 
 int64_t DuckDBStatement::RunPrepared() {
@@ -165,7 +180,7 @@ nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor> DuckDBStatement::OpenCursor(uint32_t 
     if (!prepared_ || !result_) {
         return {};
     }
-    return MakeCursor(tie_.get_Link(), result_.Detach(), cursor_location);
+    return MakeCursor(tie_.get_Link(), result_, cursor_location);
 }
 
 uint64_t DuckDBStatement::get_PieceCount() {
@@ -185,8 +200,7 @@ bool DuckDBStatement::ExecuteNextWritten(int64_t& rows_changed) {
     const Operation operation(*tie_.get_Link(), &census_);
     rows_changed = 0;
     do {
-        Prepare();
-        rows_changed += RunPrepared();
+        rows_changed += RunNext();
     } while (next_index_ < pieces_end_);
     return next_index_ < extracted_count_;
 }
@@ -212,13 +226,16 @@ nbx::smart_ptr<nbx::mrsql::I_DuckDBQueryResult> DuckDBStatement::ExecuteToQueryR
     EngineLockScope lock;
     nbx::MironaInit3();
     const Operation operation(*tie_.get_Link(), &census_);
+    // Before anything is committed.
     ResultList results;
-    results.reserve(1);  // before anything is committed
+    results.reserve(1);
+    auto head = MakeQueryResult(tie_.get_Link(), cursor_location);
     RunPrepared();
     if (result_) {
         results.push_back(std::move(result_));
     }
-    return MakeQueryResult(tie_.get_Link(), std::move(results), cursor_location);
+    FillQueryResult(*head, std::move(results));
+    return head;
 }
 
 }  // namespace mduckdb

@@ -90,13 +90,13 @@ mirona_cursor_def QueryState::MakeCursorDef() noexcept {
             host_columns_.data()};
 }
 
-mirona_value QueryState::GetValue(mirona_call call, std::int32_t column) const noexcept {
-    const idx_t row = row_ - chunk_begin_;
+mirona_value QueryState::GetValue(mirona_call call, std::int32_t column) noexcept {
     // A negative index becomes a large one.
     const auto index = static_cast<std::uint32_t>(column);
-    if (chunk_begin_ == chunk_end_ || index >= loaded_.size()) {
+    if (index >= loaded_.size() || (chunk_begin_ == chunk_end_ && !LoadCurrentChunk())) {
         return nullptr;
     }
+    const idx_t row = row_ - chunk_begin_;
     const LoadedColumn& cells = loaded_[index];
     if (cells.validity != nullptr && (cells.validity[row / 64] >> (row % 64) & 1) == 0) {
         return nullptr;
@@ -132,6 +132,10 @@ bool QueryState::IsInTime() noexcept {
 std::uint32_t QueryState::NextRow() noexcept {
     const idx_t next = is_started_ ? row_ + 1 : 0;
     return GoToRow(static_cast<std::int64_t>(next));
+}
+
+bool QueryState::LoadCurrentChunk() noexcept {
+    return is_started_ && LoadChunkOf(row_);
 }
 
 bool QueryState::LoadChunkOf(idx_t row) noexcept {

@@ -37,7 +37,7 @@ class QueryState {
     mirona_cursor_def MakeCursorDef() noexcept;
 
     /** Null for NULL, for a column that does not exist, and while the cursor is not on a row. */
-    mirona_value GetValue(mirona_call call, std::int32_t column) const noexcept;
+    mirona_value GetValue(mirona_call call, std::int32_t column) noexcept;
     /** Returns MIRONA_ROW_END and keeps the position for a row that does not exist or that DuckDB cannot
         read; the reason is then reported to the host. */
     std::uint32_t GoToRow(std::int64_t row) noexcept;
@@ -55,6 +55,8 @@ class QueryState {
     };
 
     bool LoadChunkOf(idx_t row) noexcept;
+    /** When the chunk of another row could not be loaded, the cursor still stands on the one before. */
+    bool LoadCurrentChunk() noexcept;
 
     // Destroyed from the last to the first: chunks, result, engine.
     PrivateEngine engine_;

@@ -12,6 +12,7 @@
 #include "base/json_text.h"
 #include "base/text.h"
 #include "duckdb_internals/cell_reader.h"
+#include "duckdb_internals/out_of_memory.h"
 #include "duckdb_internals/plain_functions.h"
 
 namespace mduckdb {
@@ -90,6 +91,7 @@ std::optional<duckdb_timestamp_struct> SplitMillis(duckdb_value child) {
     try {
         return duckdb_from_timestamp(duckdb_get_timestamp(child));
     } catch (const std::exception&) {  // DuckDB refuses some dates by throwing
+        ThrowIfOutOfMemory();
         return std::nullopt;
     }
 }

@@ -63,7 +63,7 @@ class OpenedDatabase {
     }
 
     Cursor Open(ResultHolder result, uint32_t location) const {
-        return MakeCursor(database_->get_Link(), result.Detach(), location);
+        return MakeCursor(database_->get_Link(), result, location);
     }
     Cursor Select(const std::string& sql, uint32_t location) const { return Open(Query(sql), location); }
 

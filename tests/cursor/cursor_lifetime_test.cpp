@@ -115,7 +115,7 @@ TEST(CursorLifetime, AStreamMayBeAbandonedAnywhere) {
 TEST(CursorLifetime, AnEmptyResultBecomesACursorWithoutRows) {
     OpenedDatabase database;
     for (const uint32_t location : {kServerCursor, kClientCursor}) {
-        const Cursor cursor = database.Open({}, location);
+        const Cursor cursor = database.Open(ResultHolder(duckdb_result{}), location);
         EXPECT_EQ(cursor->get_ColumnCount(), 0U);
         EXPECT_FALSE(cursor->NextRecord());
     }

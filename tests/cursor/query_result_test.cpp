@@ -11,18 +11,23 @@ class QueryResultTest : public testing::Test {
   protected:
     QueryResultTest() { database_.Query("CREATE TABLE t AS SELECT i FROM range(3) r(i)"); }
 
+    static QueryResult Make(DuckDBDatabase& database, ResultList results, uint32_t location) {
+        QueryResult head = MakeQueryResult(database.get_Link(), location);
+        FillQueryResult(*head, std::move(results));
+        return head;
+    }
     template <class... Sql>
     QueryResult Run(uint32_t location, Sql... sql) {
         ResultList results;
         (results.push_back(database_.Query(sql)), ...);
-        return MakeQueryResult(database_->get_Link(), std::move(results), location);
+        return Make(*database_, std::move(results), location);
     }
 
     /** The result of a failed statement, with the connection's error text. */
     QueryResult RunFailing(const std::string& sql) {
         ResultList results(1);
         EXPECT_EQ(duckdb_query(database_.get_Connection(), sql.c_str(), results[0].Receive()), DuckDBError);
-        return MakeQueryResult(database_->get_Link(), std::move(results), kServerCursor);
+        return Make(*database_, std::move(results), kServerCursor);
     }
 
     OpenedDatabase database_;
@@ -73,7 +78,7 @@ TEST_F(QueryResultTest, HasNoFlagsForAStatementWithNeitherRowsNorChanges) {
 }
 
 TEST_F(QueryResultTest, IsEmptyWithoutResults) {
-    const QueryResult result = MakeQueryResult(database_->get_Link(), {}, kServerCursor);
+    const QueryResult result = Make(*database_, {}, kServerCursor);
     EXPECT_EQ(result->get_Flags(), 0U);
     EXPECT_FALSE(result->NextResult());
     result->Close();
@@ -139,8 +144,8 @@ TEST_F(QueryResultTest, DiesInAnyOrderWithItsCursorAndItsDatabase) {
         ResultList results;
         results.push_back(database.Query("SELECT i FROM range(3000) t(i)"));
         results.push_back(database.Query("SELECT 2"));
-        QueryResult result = MakeQueryResult(database->get_Link(), std::move(results),
-                                             order % 2 == 0 ? kClientCursor : kServerCursor);
+        QueryResult result =
+            Make(*database, std::move(results), order % 2 == 0 ? kClientCursor : kServerCursor);
         Cursor cursor = result->get_Cursor();
         const auto release = [&](int what) {
             what == 0 ? result.reset() : what == 1 ? cursor.reset() : database.Forget();

@@ -34,8 +34,8 @@ class NBX_API I_DuckDBExtension : public I_Unknown {
     /** Whether a database object of this module has registered this key (`get_Key`, compared as text) and
         still uses it. Holds the engine lock for the look-up. */
     virtual bool IsDatabaseOpen(const String& path) = 0;
-    /** Whether the file has DuckDB's mark, is empty, or is open here as a database. Never throws: it returns
-        false for a file that cannot be read and for null. */
+    /** Whether the file has DuckDB's mark, is empty, or is open here as a database. It returns false for
+        a file that cannot be read and for null, and throws nothing but `std::bad_alloc`. */
     virtual bool IsDuckDBFile(smart_ptr<I_Location> location) = 0;
     /** Whether the path is exactly ":memory:". */
     virtual bool IsInMemoryPath(const String& path) = 0;
