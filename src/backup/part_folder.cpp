@@ -29,7 +29,8 @@ void DeleteIfLeftBehind(const std::string& folder) noexcept {
         if (flock(in_use.get(), LOCK_EX | LOCK_NB) == 0) {
             DeleteFolder(folder);
         }
-    } catch (const std::exception&) {  // Without its mark it may be in the middle of its creation, so it stays.
+    } catch (
+        const std::exception&) {  // Without its mark it may be in the middle of its creation, so it stays.
     }
 }
 

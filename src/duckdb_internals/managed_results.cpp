@@ -32,8 +32,8 @@ duckdb_data_chunk ScanChunk(duckdb::ColumnDataCollection& rows, Scan& scan) {
         rows.InitializeScan(scan.state, duckdb::ColumnDataScanProperties::DISALLOW_ZERO_COPY);
         scan.is_started = true;
     }
-    // The collection's own method would take the chunk's memory from the engine. Created before the scan, which
-    // moves past the rows even if there is no memory for them.
+    // The collection's own method would take the chunk's memory from the engine. Created before the scan,
+    // which moves past the rows even if there is no memory for them.
     auto chunk = std::make_unique<duckdb::DataChunk>();
     chunk->Initialize(duckdb::Allocator::DefaultAllocator(), rows.Types());
     const bool has_rows = rows.Scan(scan.state, *chunk) && chunk->size() > 0;

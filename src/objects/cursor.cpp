@@ -33,8 +33,8 @@ class DuckDBCursor_server final : public DuckDBCursor_imp {
   private:
     /** Throws for operations that only a client cursor supports. */
     [[noreturn]] void Refuse(const char* message) const;
-    /** Replaces the chunk with the next one, or with none. Throws when it cannot be read, and then stays where
-        it is. */
+    /** Replaces the chunk with the next one, or with none. Throws when it cannot be read, and then stays
+       where it is. */
     void MoveToNextChunk();
 
     /** Null before the first row and after the last. */
