@@ -147,13 +147,18 @@ TEST_F(OneFile, AProbeOfAnOpenFileKeepsTheLock) {
         }
     });
     int unlocked = 0;
+    int failed = 0;
     for (int i = 0; i < 40; ++i) {
-        const auto database = host.Opened(real);
-        unlocked += TryOpenElsewhere(real, true) == "ok" ? 1 : 0;
+        const std::string thrown = Thrown([&] {
+            const auto database = host.Opened(real);
+            unlocked += TryOpenElsewhere(real, true) == "ok" ? 1 : 0;
+        });
+        failed += thrown == "none" ? 0 : 1;
     }
     is_done = true;
     prober.join();
     EXPECT_EQ(unlocked, 0);
+    EXPECT_EQ(failed, 0);
 }
 
 TEST_F(OneFile, AnOpenFileIsProbedByItsContent) {
