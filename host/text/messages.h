@@ -23,10 +23,11 @@ DuckDBError ParseDuckDBError(std::string_view text);
 
 /** SQL that an error belongs to. */
 struct SqlText {
-    // Implicit, because most SQL is a whole text.
+    // NOLINTBEGIN(google-explicit-constructor): most SQL is a whole text, which converts without a word.
     SqlText(std::string_view sql_text = {}, int64_t sql_line = 1) : text(sql_text), line(sql_line) {}
     SqlText(const std::string& sql_text) : text(sql_text) {}
     SqlText(const char* sql_text) : text(sql_text) {}
+    // NOLINTEND(google-explicit-constructor)
 
     std::string_view text;
     /** The line at which it begins in the script that contains it, counted from 1. */
