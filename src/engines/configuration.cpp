@@ -10,10 +10,12 @@ namespace {
 
 using Options = nbx::mrsql::DuckDBDatabaseOptions;
 
-/** One option: its key, and its value as text; an empty value leaves the key unset. */
+/** One option: its key, and its value, as a text that is made or as a folder. An empty value leaves the key
+    unset. */
 struct OptionRow {
     const char* key;
     std::string (*get_value)(const Options& options);
+    nbx::String Options::*folder;
 };
 
 /** DuckDB accepts any number, and starts that many threads. */
@@ -23,23 +25,16 @@ std::string NumberOrNothing(uint32_t number, const char* unit) {
     return number == 0 ? std::string() : std::to_string(number) + unit;
 }
 
+// In the order in which DuckDB gets them.
 const OptionRow kOptionRows[] = {
-    {"threads", [](const Options& o) { return NumberOrNothing(o.threads, ""); }},
-    {"max_memory", [](const Options& o) { return NumberOrNothing(o.max_memory_mb, "MB"); }},
+    {"threads", [](const Options& o) { return NumberOrNothing(o.threads, ""); }, nullptr},
+    {"max_memory", [](const Options& o) { return NumberOrNothing(o.max_memory_mb, "MB"); }, nullptr},
+    {"temp_directory", nullptr, &Options::temp_directory},
     {"enable_external_access",
-     [](const Options& o) { return std::string(o.enable_external_access ? "true" : "false"); }},
-};
-
-struct FolderRow {
-    const char* key;
-    nbx::String Options::*folder;
-};
-
-const FolderRow kFolderRows[] = {
-    {"temp_directory", &Options::temp_directory},
-    {"home_directory", &Options::home_directory},
-    {"secret_directory", &Options::secret_directory},
-    {"extension_directory", &Options::extension_directory},
+     [](const Options& o) { return std::string(o.enable_external_access ? "true" : "false"); }, nullptr},
+    {"home_directory", nullptr, &Options::home_directory},
+    {"secret_directory", nullptr, &Options::secret_directory},
+    {"extension_directory", nullptr, &Options::extension_directory},
 };
 
 }  // namespace
@@ -87,13 +82,11 @@ void Configuration::ApplyOptions(const Options& options) {
                  std::to_string(options.threads);
     }
     for (const OptionRow& row : kOptionRows) {
-        const std::string value = row.get_value(options);
-        if (!value.empty()) {
+        if (row.folder != nullptr) {
+            SetText(row.key, options.*row.folder);
+        } else if (const std::string value = row.get_value(options); !value.empty()) {
             Set(row.key, value);
         }
-    }
-    for (const FolderRow& row : kFolderRows) {
-        SetText(row.key, options.*row.folder);
     }
 }
 

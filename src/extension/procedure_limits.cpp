@@ -10,7 +10,7 @@
 
 #include "base/errors.h"
 #include "base/text.h"
-#include "procedures/limits.h"
+#include "procedures/call_limits.h"
 
 namespace mduckdb {
 

@@ -13,7 +13,7 @@
 #include "base/holders.h"
 #include "engines/engine_files.h"
 #include "procedures/call_time.h"
-#include "procedures/limits.h"
+#include "procedures/call_limits.h"
 #include "procedures/running_call.h"
 
 namespace mduckdb {

@@ -293,6 +293,7 @@ TEST_F(DatabaseLifecycle, ExistsReportsFilesOnly) {
 }
 
 TEST_F(DatabaseLifecycle, PathIsTheTextAsPassedAndKeyThePathText) {
+    fs::create_directory(Path("x"));
     const auto database = host.Database(Path("x/../test.db"));
     EXPECT_EQ(U(database->get_Path()), Path("x/../test.db"));
     EXPECT_EQ(U(database->get_Key()), Path());

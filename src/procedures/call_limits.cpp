@@ -1,4 +1,4 @@
-#include "procedures/limits.h"
+#include "procedures/call_limits.h"
 
 #include <utility>
 
