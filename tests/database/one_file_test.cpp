@@ -1,5 +1,6 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <filesystem>
@@ -285,6 +286,31 @@ TEST_F(OneFile, RestoreKeepsTheRightsAndTheLinkAndIncludesTheLog) {
     // The hard link keeps the old file, which by then contains its log.
     EXPECT_EQ(QueryText(*host.Opened(Path("hard.db")), "SELECT count(*) > 0 FROM r"), "true");
     EXPECT_EQ(std::distance(fs::directory_iterator(Path("sub")), fs::directory_iterator()), 1);
+}
+
+TEST_F(OneFile, RestoreKeepsTheNameThatViewsAndMacrosContain) {
+    Execute(*host.Opened(real),
+            "CREATE VIEW v AS SELECT * FROM test.main.t;"
+            "CREATE MACRO m() AS (SELECT count(*) FROM test.main.t)");
+    fs::create_directory(Path("backups"));
+    host.Opened(real)->Backup(Location(Path("backups")));
+    EXPECT_EQ(Restore(real, fs::directory_iterator(Path("backups"))->path()), "none");
+    EXPECT_EQ(QueryText(*host.Opened(real), "SELECT count(*) FROM v"), CountRowsOf(real));
+    EXPECT_EQ(QueryText(*host.Opened(real), "SELECT m()"), CountRowsOf(real));
+}
+
+TEST_F(OneFile, RestoreKeepsTheOwner) {
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "Only root can give a file to another user";
+    }
+    const std::string backup = MakeBackup();
+    ASSERT_EQ(chown(real.c_str(), 1234, 2345), 0);
+    EXPECT_EQ(Restore(real, backup), "none");
+    struct stat info {};
+    ASSERT_EQ(stat(real.c_str(), &info), 0);
+    EXPECT_EQ(info.st_uid, 1234u);
+    EXPECT_EQ(info.st_gid, 2345u);
+    EXPECT_EQ(CountRowsOf(real), "5");
 }
 
 TEST_F(OneFile, AFailedRestoreLeavesTheOldDatabaseUnchanged) {
