@@ -41,7 +41,7 @@ class Timer : nbx::noncopyable {
     /** The deadline that is due, or null, and when the next one will be. */
     Deadline* FindDue(Clock::time_point now, Clock::time_point& wake) const;
 
-    static std::atomic<Timer*> instance_;
+    static std::atomic<Timer*> gInstance;
 
     const pid_t process_ = getpid();
     std::mutex mutex_;
@@ -56,16 +56,16 @@ class Timer : nbx::noncopyable {
     std::thread thread_;
 };
 
-std::atomic<Timer*> Timer::instance_{nullptr};
+std::atomic<Timer*> Timer::gInstance{nullptr};
 
 Timer& Timer::Get() {
     // Not on the heap, where it would be left behind when the library is unloaded.
     alignas(Timer) static std::byte place[sizeof(Timer)];
-    [[maybe_unused]] static Timer* const first = instance_ = new (place) Timer;
-    Timer* timer = instance_.load();
+    [[maybe_unused]] static Timer* const first = gInstance = new (place) Timer;
+    Timer* timer = gInstance.load();
     if (timer->process_ != getpid()) {
         auto made = std::make_unique<Timer>();
-        if (instance_.compare_exchange_strong(timer, made.get())) {
+        if (gInstance.compare_exchange_strong(timer, made.get())) {
             timer = made.release();
         }
     }
@@ -90,7 +90,7 @@ void Timer::Start() {
 }
 
 void Timer::Stop() noexcept {
-    Timer* const timer = instance_.load();
+    Timer* const timer = gInstance.load();
     if (timer == nullptr || timer->process_ != getpid()) {
         return;
     }

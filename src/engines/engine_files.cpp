@@ -51,10 +51,10 @@ EngineFiles& EngineFiles::Nameless() {
     return *files;
 }
 
-std::atomic<void (*)() noexcept> EngineFiles::change_handler_{nullptr};
+std::atomic<void (*)() noexcept> EngineFiles::gChangeHandler{nullptr};
 
 void EngineFiles::ReportChange() noexcept {
-    if (const auto handler = change_handler_.load()) {
+    if (const auto handler = gChangeHandler.load()) {
         handler();
     }
 }

@@ -62,7 +62,7 @@ class EngineFiles : nbx::noncopyable {
     std::size_t get_EngineCount() { return files_.CountEngines(); }
     /** Has the function called after each opening and closing of an engine of this module; null for none. It
         must not use the lists' turns. From any thread. */
-    static void put_ChangeHandler(void (*handler)() noexcept) noexcept { change_handler_.store(handler); }
+    static void put_ChangeHandler(void (*handler)() noexcept) noexcept { gChangeHandler.store(handler); }
     /** As `nbx::I_OpenFiles::ListEngines` has it. */
     void Visit(void (*visit)(void* context, const nbx::OpenEngine& engine), void* context) {
         files_.ListEngines(visit, context);
@@ -76,7 +76,7 @@ class EngineFiles : nbx::noncopyable {
 
     static void ReportChange() noexcept;
 
-    static std::atomic<void (*)() noexcept> change_handler_;
+    static std::atomic<void (*)() noexcept> gChangeHandler;
 
     nbx::I_OpenFiles& files_;
     const FileSystem& system_;
