@@ -19,17 +19,21 @@ duckdb::DatabaseInstance& InstanceOf(duckdb_database engine) {
 }  // namespace
 
 EngineFigures ReadEngineFigures(duckdb_database engine) noexcept {
-    duckdb::DatabaseInstance& instance = InstanceOf(engine);
-    // These calls only read counters.
-    const duckdb::BufferManager& memory = instance.GetBufferManager();
-    return {memory.GetMaxMemory(), memory.GetUsedMemory(),
-            static_cast<uint32_t>(instance.GetScheduler().NumberOfThreads())};
+    try {
+        duckdb::DatabaseInstance& instance = InstanceOf(engine);
+        // These calls only read counters.
+        const duckdb::BufferManager& memory = instance.GetBufferManager();
+        return {memory.GetMaxMemory(), memory.GetUsedMemory(),
+                static_cast<uint32_t>(instance.GetScheduler().NumberOfThreads())};
+    } catch (const std::exception&) {  // Without a part that it should have: an internal error has ended it.
+        return {0, 0, 0};
+    }
 }
 
 void SetEngineLimits(duckdb_database engine, uint64_t memory, uint32_t threads) noexcept {
-    duckdb::DatabaseInstance& instance = InstanceOf(engine);
-    duckdb::DBConfigOptions& options = instance.config.options;
     try {
+        duckdb::DatabaseInstance& instance = InstanceOf(engine);
+        duckdb::DBConfigOptions& options = instance.config.options;
         duckdb::BufferManager& buffers = instance.GetBufferManager();
         const duckdb::idx_t limit = std::max<duckdb::idx_t>(memory, buffers.GetUsedMemory());
         if (memory > 0 && limit != buffers.GetMaxMemory()) {
