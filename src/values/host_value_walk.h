@@ -71,7 +71,7 @@ class HostValueWalk {
         const auto [place, is_new] = shared_.try_emplace(inner.get());
         Shared& shared = place->second;  // does not move when others are added
         if (is_new) {
-            nbx::smart_ptr<nbx::I_Value>(inner).swap(shared.value);
+            shared.value = inner;
         } else if (shared.is_open || !CountRepeated(shared.size)) {
             return {};
         }

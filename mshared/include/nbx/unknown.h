@@ -89,7 +89,7 @@ class smart_ptr {
         : object_(other.detach()) {}
     ~smart_ptr() { reset(); }
 
-    smart_ptr& operator=(const smart_ptr& other) noexcept {
+    smart_ptr& operator=(const smart_ptr& other) noexcept {  // NOLINT(bugprone-unhandled-self-assignment)
         smart_ptr(other).swap(*this);
         return *this;
     }
