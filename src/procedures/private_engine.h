@@ -12,8 +12,8 @@
 #include "base/deadline.h"
 #include "base/holders.h"
 #include "engines/engine_files.h"
-#include "procedures/call_time.h"
 #include "procedures/call_limits.h"
+#include "procedures/call_time.h"
 #include "procedures/running_call.h"
 
 namespace mduckdb {
