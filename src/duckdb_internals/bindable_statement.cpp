@@ -89,7 +89,7 @@ BoundParameterData* FindPlace(duckdb_prepared_statement prepared, idx_t index) {
     return value != statement.values.end() ? &value->second : nullptr;
 }
 
-/** The type that DuckDB gives a parameter with this value. */
+/** The type that a parameter has in DuckDB when it is bound to this value. */
 LogicalTypeId ParameterTypeOf(const Value& value) {
     const LogicalTypeId type = value.type().id();
     return type == LogicalTypeId::VARCHAR ? LogicalTypeId::STRING_LITERAL : type;

@@ -8,7 +8,7 @@ namespace mduckdb {
 
 /** The module's budget, as `I_DuckDBBudget` describes it. From any thread, also while the caller has the turn
     on a file: takes a mutex of its own and the mutexes of the lists of open files, and writes no file. A
-    budget is divided anew whenever an engine opens or closes. */
+    budget is divided again whenever an engine opens or closes. */
 class Budget {
   public:
     static constexpr uint32_t kMostThreads = 1024;

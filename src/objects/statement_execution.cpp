@@ -72,7 +72,7 @@ nbx::mrsql::DuckDBExecutionResult DuckDBStatement::TryExecuteAll() {
     try {
         bool has_more = true;
         while (has_more) {
-            // Each pass takes the engine lock anew, so that other threads can run between two passes.
+            // Each pass locks the engine lock again, so that other threads can run between two passes.
             has_more = RunOne();
             ++outcome.statements_executed;
         }

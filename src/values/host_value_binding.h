@@ -8,7 +8,7 @@
 
 namespace mduckdb {
 
-/** The error for a host value that cannot be bound when DuckDB gives no reason. */
+/** The error for a host value that cannot be bound when DuckDB reports no reason. */
 constexpr const char* kBindFailureText = "Failed to bind statement parameter";
 
 /** One host value as a DuckDB value; a null pointer and a null value become NULL. An empty holder means that

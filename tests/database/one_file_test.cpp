@@ -301,7 +301,7 @@ TEST_F(OneFile, RestoreKeepsTheNameThatViewsAndMacrosContain) {
 
 TEST_F(OneFile, RestoreKeepsTheOwner) {
     if (geteuid() != 0) {
-        GTEST_SKIP() << "Only root can give a file to another user";
+        GTEST_SKIP() << "Only root can change the owner of a file";
     }
     const std::string backup = MakeBackup();
     ASSERT_EQ(chown(real.c_str(), 1234, 2345), 0);

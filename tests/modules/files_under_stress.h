@@ -21,7 +21,7 @@ enum class FileUse {
     kHeldOpen,
     /** Opened and closed, never dropped. */
     kKept,
-    /** Dropped, created anew and restored too. */
+    /** Also dropped, recreated and restored. */
     kReplaced,
 };
 

@@ -31,9 +31,9 @@ struct Operation {
     uint64_t samples = 24;
 };
 
-/** Runs the operation with one of its allocations failing, for one after the other. Each time it gives the
-    error and leaves everything as it was, so that it succeeds when it is run again, or it gives what it gives
-    without a failure. Returns how many allocations failed. */
+/** Runs the operation with one of its allocations failing, for one after the other. Each time it either
+    throws the error and leaves everything as it was, so that it succeeds when it is run again, or returns
+   what it returns without a failure. Returns how many allocations failed. */
 uint64_t FailEach(const Operation& operation);
 
 /** The result of a call that can be repeated after a failure. Its first allocation fails, then the second

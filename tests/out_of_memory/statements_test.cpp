@@ -16,7 +16,7 @@ using nbx::ValueType;
 struct Execution {
     const char* name;
     std::string (*act)(nbx::mrsql::I_DuckDBDatabase& database, smart_ptr<I_DuckDBStatement>& statement);
-    /** Of the statement, which is made anew before each attempt. */
+    /** Of the statement, which is recreated before each attempt. */
     const char* sql = "INSERT INTO t VALUES ($1, $2)";
     void (*prepare)(I_DuckDBStatement& statement) = [](I_DuckDBStatement&) {};
     std::string error = kBadAlloc;

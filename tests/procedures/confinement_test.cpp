@@ -21,7 +21,7 @@ using ::testing::StartsWith;
 
 constexpr const char* kSecret = "the secret outside";
 
-/** Folders `in` and `out` with the same files, of which only the first may be read; what stands in `out` says
+/** Folders `in` and `out` with the same files, of which only the first may be read; the content of `out` says
     so. */
 class ConfinementTest : public LimitedCalls {
   protected:
