@@ -2,6 +2,7 @@
 
 #include <array>
 #include <charconv>
+#include <cmath>
 #include <ctime>
 
 #include "base/text.h"
@@ -34,6 +35,13 @@ std::string Member(const char* name, const std::string& value, const char* end =
     return "  " + JsonText(name) + ": " + value + end;
 }
 
+std::string Seconds(double seconds) {
+    // Whole milliseconds, and no decimal comma in any locale.
+    const long long milliseconds = std::llround(seconds * 1000);
+    const std::string rest = std::to_string(milliseconds % 1000);
+    return std::to_string(milliseconds / 1000) + "." + std::string(3 - rest.size(), '0') + rest;
+}
+
 std::string ObjectCounts(const SnapshotManifest& manifest) {
     std::string text;
     for (const auto& [kind, count] : manifest.objects) {
@@ -59,6 +67,8 @@ std::string WriteManifest(const SnapshotManifest& manifest) {
            Member("storage_version", JsonText(manifest.storage_version)) +
            Member("date", JsonText(manifest.date)) + Member("size", std::to_string(manifest.size)) +
            Member("sha256", JsonText(manifest.sha256)) + Member("compared", JsonText(manifest.compared)) +
+           Member("copy_seconds", Seconds(manifest.copy_seconds)) +
+           Member("check_seconds", Seconds(manifest.check_seconds)) +
            Member("objects", ObjectCounts(manifest)) + Member("tables", TableList(manifest), "\n") + "}\n";
 }
 

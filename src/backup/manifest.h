@@ -21,6 +21,10 @@ struct SnapshotManifest {
         changed too fast for that, every row of the snapshot was read, and either only the catalog was found
         equal ("structure") or it had changed as well ("nothing"). */
     std::string compared;
+    /** How long copying took, until the disk held the copy. */
+    double copy_seconds = 0;
+    /** How long reading, comparing and summing the copy took. */
+    double check_seconds = 0;
     /** How many objects of each kind there are. */
     std::vector<std::pair<std::string, uint64_t>> objects;
     std::vector<TableFacts> tables;

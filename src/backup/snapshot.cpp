@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 
+#include <chrono>
 #include <filesystem>
 #include <optional>
 
@@ -17,6 +18,7 @@ namespace mduckdb {
 namespace {
 
 namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
 
 constexpr ComparedNames kNames{"database", "snapshot"};
 /** How many differences an error lists; more would not help. */
@@ -61,6 +63,8 @@ class SnapshotJob : nbx::noncopyable {
           copy_(part_ / fs::path(source.file).filename().string()) {}
 
     void Run() {
+        const Clock::time_point start = Clock::now();
+        Clock::time_point copied;
         {
             Cut cut(source_.engine, source_.file, source_.is_read_only, stop_);
             memory_limit_ = cut.get_Reader().Text("SELECT current_setting('memory_limit')");
@@ -68,12 +72,15 @@ class SnapshotJob : nbx::noncopyable {
             Copy(cut.get_LogSize());
             cut.EndGuard();
             FoldLog(cut.get_LogSize());
+            copied = Clock::now();
             Check(cut, catalog);
         }
         manifest_.duckdb_version = duckdb_library_version();
         manifest_.date = DateNow();
         manifest_.size = FileSize(copy_);
         manifest_.sha256 = FileSum(copy_, stop_);
+        manifest_.copy_seconds = std::chrono::duration<double>(copied - start).count();
+        manifest_.check_seconds = std::chrono::duration<double>(Clock::now() - copied).count();
         Publish();
     }
 
