@@ -77,7 +77,7 @@ std::vector<std::string> RestoreWords(const std::vector<std::string>& words, con
     return restored;
 }
 
-int ReportException(Program& program, const nbx::xException& error, const SqlText& sql) {
+int ReportException(Program& program, const std::exception& error, const SqlText& sql) {
     program.out.Flush();
     PrintError(DescribeException(error, sql));
     return dynamic_cast<const nbx::xInterruptError*>(&error) != nullptr ? kEndedByInterrupt : kFailed;

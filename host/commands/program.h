@@ -81,9 +81,9 @@ std::vector<std::string> ReadCommandLine(int argc, const char* const* argv, Prog
 /** The list of words as it was on the command line: without guards, and with the words after `--`. */
 std::vector<std::string> RestoreWords(const std::vector<std::string>& words, const Program& program);
 
-/** Reports an exception of the host interfaces, thrown while `sql` ran (may be empty); returns the exit
- * status. */
-int ReportException(Program& program, const nbx::xException& error, const SqlText& sql);
+/** Reports an exception of the host interfaces, or of a result that ended early, thrown while `sql` ran (may
+    be empty); returns the exit status. */
+int ReportException(Program& program, const std::exception& error, const SqlText& sql);
 
 /** Opens the database that the command line names. It must exist; Ctrl-C terminates the program while it
     opens. Reports on stderr when the file is only open for reading. Throws `std::runtime_error` with a text

@@ -22,16 +22,24 @@ namespace {
 constexpr const char* kHelp =
     "Without DATABASE the shell opens an empty database in memory; a missing file is created.\n"
     "Statements end with a semicolon; .help lists the commands that begin with a dot. When the input\n"
-    "is a pipe, the shell shows no prompt, continues after an error, and exits with status 1 if there\n"
-    "was one. The history is kept in ${XDG_STATE_HOME:-~/.local/state}/mduckdb/history.\n\n"
+    "is a pipe, the shell shows no prompt, continues after an error (unless --bail is given), and exits\n"
+    "with status 1 if there was one. The history is kept in "
+    "${XDG_STATE_HOME:-~/.local/state}/mduckdb/history.\n\n"
     "Example:\n"
     "  mduckdb-host shell sales.db\n";
 
-int RunShell(Program& program, const std::string& path) {
+struct Arguments {
+    std::string path;
+    bool bails = false;
+};
+
+int RunShell(Program& program, const Arguments& arguments) {
+    const std::string& path = arguments.path;
     BlockInterrupts();
     program.Load();
     const bool is_interactive = isatty(STDIN_FILENO) == 1 && program.out.get_IsTerminal();
     Session session(program.out, program.print, program.registry);
+    session.put_Bails(arguments.bails);
     try {
         session.Open(path.empty() ? ":memory:" : path, {});
     } catch (const nbx::xException& error) {
@@ -61,10 +69,12 @@ int RunShell(Program& program, const std::string& path) {
 void AddShellCommand(CLI::App& app, Program& program) {
     CLI::App* const command = app.add_subcommand("shell", "Run SQL interactively");
     command->footer(kHelp);
-    auto path = std::make_shared<std::string>();
-    command->add_option("DATABASE", *path, "Database file");
-    command->callback(
-        [&program, path] { program.command = [&program, path] { return RunShell(program, *path); }; });
+    auto arguments = std::make_shared<Arguments>();
+    command->add_option("DATABASE", arguments->path, "Database file");
+    command->add_flag("--bail", arguments->bails, "End a script at its first error");
+    command->callback([&program, arguments] {
+        program.command = [&program, arguments] { return RunShell(program, *arguments); };
+    });
 }
 
 }  // namespace mduckdb_host

@@ -3,16 +3,13 @@
 #include <CLI/Config.hpp>
 #include <CLI/Formatter.hpp>
 
-#include <algorithm>
-#include <cstddef>
-#include <fstream>
 #include <iostream>
 #include <iterator>
 #include <memory>
 
+#include "commands/parameters.h"
 #include "commands/program.h"
 #include "data/host_values.h"
-#include "data/literals.h"
 #include "databases/databases.h"
 #include "databases/interruption.h"
 #include "databases/results.h"
@@ -31,7 +28,8 @@ constexpr const char* kHelp =
     "and require that SQL is a single statement. A parameter is a JSON value; an object such as\n"
     "{\"duckdb_value\":true,\"value_type\":\"DATE\",\"value\":\"2024-01-31\"} names the DuckDB type.\n"
     "--params-file reads parameters from a file (- is the standard input), one JSON array per line, and\n"
-    "runs the statement once for each line.\n\n"
+    "runs the statement once for each line. Each run commits by itself; the first that fails ends the\n"
+    "command, which names its line.\n\n"
     "Example:\n"
     "  mduckdb-host sql sales.db 'SELECT * FROM orders WHERE id = $1' --param 17 --format json\n";
 
@@ -58,91 +56,26 @@ std::vector<Statement> SplitStatements(const std::string& sql) {
     StatementSplitter splitter;
     splitter.Add(sql);
     std::vector<Statement> statements;
-    auto end = sql.begin();
-    int64_t line = 1;
-    const auto add = [&](std::string statement) {
-        const auto start = std::search(end, sql.end(), statement.begin(), statement.end());
-        line += std::count(end, start, '\n');
-        end = start + static_cast<std::ptrdiff_t>(statement.size());
-        statements.push_back({std::move(statement), line});
-        line += std::count(start, end, '\n');
-    };
     for (std::string statement; splitter.TakeStatement(statement);) {
-        add(std::move(statement));
+        statements.push_back({std::move(statement), splitter.get_StatementLine()});
     }
     if (std::string rest = splitter.TakeRest(); !rest.empty()) {
-        add(std::move(rest));
+        statements.push_back({std::move(rest), splitter.get_StatementLine()});
     }
     return statements;
 }
 
-Datum ParseParameter(const std::string& text) {
-    try {
-        return ParseJson(text);
-    } catch (const xNestingError& error) {
-        throw xUsageError(fmt::format("--param: {}.", error.what()));
-    } catch (const std::invalid_argument& error) {
-        throw xUsageError(
-            fmt::format("{}\nWrite a text with double quotes: --param '\"text\"'", error.what()));
-    }
-}
-
-nbx::smart_ptr<nbx::ValueRows> ReadParameterRows(std::istream& in) {
-    auto rows = nbx::MakeObject<nbx::ValueRows>();
-    std::string line;
-    for (uint64_t number = 1; std::getline(in, line); ++number) {
-        if (line.find_first_not_of(" \t\r") == std::string::npos) {
-            continue;
-        }
-        Datum datum;
-        try {
-            datum = ParseJson(line);
-        } catch (const xNestingError& error) {
-            throw xUsageError(fmt::format("Line {} of the parameters: {}.", number, error.what()));
-        } catch (const std::invalid_argument&) {
-            datum = Datum{};
-        }
-        const auto* const list = std::get_if<List>(&datum.content);
-        if (list == nullptr) {
-            throw xUsageError(fmt::format("Line {} of the parameters is not a JSON array.", number));
-        }
-        rows->Append(ToParameters(list->items));
-    }
-    return rows;
-}
-
-nbx::smart_ptr<nbx::ValueRows> ReadParameterFile(const std::string& name) {
-    if (name == "-") {
-        return ReadParameterRows(std::cin);
-    }
-    std::ifstream file(name);
-    if (!file) {
-        throw xUsageError(fmt::format("Cannot read the parameter file '{}'.", name));
-    }
-    return ReadParameterRows(file);
-}
-
 using ResultPtr = nbx::smart_ptr<nbx::mrsql::I_DuckDBQueryResult>;
 
-/** Runs the statement once for each row of parameters; returns the result of the last run. */
-ResultPtr RunForEachRow(const DatabasePtr& database, const nbx::String& sql, uint32_t cursor_location,
-                        const nbx::smart_ptr<nbx::ValueRows>& rows) {
-    const auto statement = database->CreateStatement(sql);
-    statement->PrepareNext();
-    statement->put_ParameterRows(rows);
-    ResultPtr result = statement->ExecuteToQueryResult(cursor_location);
-    fmt::print(stderr, "{} run. This is the result of the last one:\n",
-               CountOf(rows->get_Count(), "parameter row"));
-    return result;
-}
-
-ResultPtr RunSql(const DatabasePtr& database, const Arguments& arguments, const std::string& sql) {
+ResultPtr RunSql(const DatabasePtr& database, const Arguments& arguments, const std::string& sql,
+                 const InterruptWatch& watch, RowProgress& progress) {
     const uint32_t location =
         arguments.cursor == "client" ? nbx::mrsql::kClientCursor : nbx::mrsql::kServerCursor;
     const nbx::String text = FromUtf8(sql);
     if (!arguments.parameters_file.empty()) {
-        const auto rows = ReadParameterFile(arguments.parameters_file);
-        return RunForEachRow(database, text, location, rows);
+        return RunForEachRow(
+            database, text, location, ReadParameterFile(arguments.parameters_file),
+            [&watch] { return watch.get_IsInterrupted(); }, progress);
     }
     std::vector<Datum> parameters;
     for (const std::string& parameter : arguments.parameters) {
@@ -151,20 +84,29 @@ ResultPtr RunSql(const DatabasePtr& database, const Arguments& arguments, const 
     return database->SqlQuery(text, location, ToParameters(parameters));
 }
 
-int RunAndPrint(Program& program, const Arguments& arguments, const DatabasePtr& database,
-                const Statement& statement, Printer& printer) {
-    const SqlText sql(statement.text, statement.line);
+int RunAndPrint(Program& program, const Arguments& arguments, const DatabasePtr& database, const SqlText& sql,
+                Printer& printer) {
     InterruptWatch watch(database);
+    RowProgress progress;
+    const auto report = [&](const std::exception& error) {
+        watch.EndProgress();
+        const int status = ReportException(program, error, sql);
+        if (progress.line > 0) {
+            PrintError(DescribeProgress(progress));
+        }
+        return status;
+    };
     try {
-        ResultPtr result = RunSql(database, arguments, statement.text);
+        ResultPtr result = RunSql(database, arguments, std::string(sql.text), watch, progress);
+        progress = RowProgress();
         watch.EndProgress();
         PrintResults(std::move(result), printer, [&watch] { return watch.get_IsInterrupted(); });
     } catch (const nbx::xException& error) {
-        watch.EndProgress();
-        return ReportException(program, error, sql);
+        return report(error);
+    } catch (const xFetchError& error) {
+        return report(error);
     }
-    return watch.get_IsInterrupted() ? ReportException(program, nbx::xInterruptError(kInterruptCode), sql)
-                                     : kWorked;
+    return watch.get_IsInterrupted() ? report(nbx::xInterruptError(kInterruptCode)) : kWorked;
 }
 
 /** Prints each result before the next statement runs, and stops at the first one that fails. */
@@ -172,7 +114,9 @@ int RunScript(Program& program, const Arguments& arguments, const DatabasePtr& d
               const std::vector<Statement>& statements) {
     const std::unique_ptr<Printer> printer = program.MakePrinter();
     for (const Statement& statement : statements) {
-        if (const int status = RunAndPrint(program, arguments, database, statement, *printer)) {
+        SqlText sql(statement.text, statement.line);
+        sql.is_in_script = statements.size() > 1;
+        if (const int status = RunAndPrint(program, arguments, database, sql, *printer)) {
             return status;
         }
     }

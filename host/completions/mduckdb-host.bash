@@ -38,6 +38,7 @@ _mduckdb_host() {
         create) options+=' --block-size --storage-version --force' ;;
         restore) options+=' --force' ;;
         backup) options+=' --verify' ;;
+        shell) options+=' --bail' ;;
         sql) options+=' --cursor --read-only --param --params-file' ;;
         call)
             if ((COMP_CWORD == i + 1)); then

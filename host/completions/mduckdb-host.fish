@@ -24,6 +24,7 @@ complete -c mduckdb-host -f -n "not __fish_seen_subcommand_from $commands" -a sn
 complete -c mduckdb-host -f -n '__fish_seen_subcommand_from backup' -l verify -d 'Compare the backup with the database'
 complete -c mduckdb-host -f -n "not __fish_seen_subcommand_from $commands" -a shell -d 'Run SQL interactively'
 
+complete -c mduckdb-host -n '__fish_seen_subcommand_from shell' -l bail -d 'End a script at its first error'
 complete -c mduckdb-host -n '__fish_seen_subcommand_from call' -a "$procedures"
 complete -c mduckdb-host -n '__fish_seen_subcommand_from create' -l block-size -x -a '16384 262144' -d 'Block size in bytes'
 complete -c mduckdb-host -n '__fish_seen_subcommand_from create' -l storage-version -x -d 'Oldest DuckDB that must read it'

@@ -1,6 +1,7 @@
 #include "databases/results.h"
 
 #include "data/host_values.h"
+#include "nbx/exception.h"
 #include "text/messages.h"
 #include "text/text.h"
 
@@ -21,13 +22,27 @@ std::vector<Column> DescribeColumns(const I_DuckDBCursor& cursor) {
     return columns;
 }
 
-// `NextRecord` returns the same at the end of the rows and when fetching them fails.
-void ThrowIfFetchFailed(I_DuckDBCursor& cursor) {
+// `NextRecord` returns the same at the end of the rows and when fetching them fails. Empty if nothing failed.
+std::string DescribeFetchFailure(I_DuckDBCursor& cursor) {
     const auto* const status = static_cast<const nbx::mrsql::I_FetchStatus*>(
         cursor.QueryInterface(nbx::mrsql::kFetchStatusInterfaceId));
-    if (status != nullptr && !status->get_FetchError().isEmpty()) {
-        throw xFetchError(DescribeError(ParseDuckDBError(ToUtf8(status->get_FetchError())), {}));
+    const bool has_failed = status != nullptr && !status->get_FetchError().isEmpty();
+    return has_failed ? DescribeError(ParseDuckDBError(ToUtf8(status->get_FetchError())), {}) : std::string();
+}
+
+/** Returns false when the printing was stopped before the end. */
+bool PrintRows(I_DuckDBCursor& cursor, std::size_t column_count, Printer& printer,
+               const StopTest& is_stopped) {
+    Row row(column_count);
+    bool is_complete = true;
+    while (is_complete && cursor.NextRecord()) {
+        for (std::size_t i = 0; i < row.size(); ++i) {
+            row[i] = ToDatum(cursor.get_Value(static_cast<uint32_t>(i)));
+        }
+        printer.Add(row);
+        is_complete = !is_stopped || !is_stopped();
     }
+    return is_complete;
 }
 
 }  // namespace
@@ -35,18 +50,22 @@ void ThrowIfFetchFailed(I_DuckDBCursor& cursor) {
 void PrintCursor(const smart_ptr<I_DuckDBCursor>& cursor, Printer& printer, const StopTest& is_stopped) {
     const std::vector<Column> columns = DescribeColumns(*cursor);
     printer.Begin(columns);
-    Row row(columns.size());
-    while (cursor->NextRecord()) {
-        for (std::size_t i = 0; i < row.size(); ++i) {
-            row[i] = ToDatum(cursor->get_Value(static_cast<uint32_t>(i)));
-        }
-        printer.Add(row);
-        if (is_stopped && is_stopped()) {
-            break;
-        }
+    bool is_complete = false;
+    try {
+        is_complete = PrintRows(*cursor, columns.size(), printer, is_stopped);
+    } catch (const nbx::xException&) {
+        printer.EndEarly();
+        throw;
     }
-    printer.End();
-    ThrowIfFetchFailed(*cursor);
+    const std::string failure = DescribeFetchFailure(*cursor);
+    if (!is_complete || !failure.empty()) {
+        printer.EndEarly();
+    } else {
+        printer.End();
+    }
+    if (!failure.empty()) {
+        throw xFetchError(failure);
+    }
 }
 
 void PrintResults(smart_ptr<I_DuckDBQueryResult> result, Printer& printer, const StopTest& is_stopped) {

@@ -25,8 +25,9 @@ struct PrintOptions {
     bool is_cut_to_screen = true;
 };
 
-/** Writes results one after the other: for each one `Begin`, its rows, `End`; or the outcome of a statement
-    without rows. Text may wait in the output's buffer, and a table that is cut waits for its last row. */
+/** Writes results one after the other: for each one `Begin`, its rows, `End` or `EndEarly`; or the outcome of
+   a statement without rows. Text may wait in the output's buffer, and a table that is cut waits for its last
+   row. */
 class Printer {
   public:
     Printer() = default;
@@ -38,6 +39,8 @@ class Printer {
     /** The row has a value for each column. */
     virtual void Add(const Row& row) = 0;
     virtual void End() = 0;
+    /** Instead of `End`: the result has more rows, but an interrupt or an error stopped it. */
+    virtual void EndEarly() { End(); }
     /** For a statement without rows; nothing if it reports no number of changed rows either. */
     virtual void PrintRowsChanged(std::optional<int64_t> rows_changed) = 0;
 };

@@ -14,7 +14,7 @@ void PrintRowsChangedAsJson(Output& out, std::optional<int64_t> rows_changed) {
                            : std::string("{\"rows_changed\":null}\n"));
 }
 
-/** One object per result: its columns, its rows as arrays, and their number. */
+/** One object per result: its columns, its rows as arrays, their number, and whether some are missing. */
 class JsonPrinter final : public Printer {
   public:
     explicit JsonPrinter(Output& out) : out_(out) {}
@@ -49,6 +49,9 @@ class JsonPrinter final : public Printer {
     }
 
     void End() override { out_.Write(fmt::format("],\"row_count\":{}}}\n", count_)); }
+    void EndEarly() override {
+        out_.Write(fmt::format("],\"row_count\":{},\"is_complete\":false}}\n", count_));
+    }
 
     void PrintRowsChanged(std::optional<int64_t> rows_changed) override {
         PrintRowsChangedAsJson(out_, rows_changed);

@@ -85,7 +85,16 @@ class TablePrinter final : public Printer {
         }
     }
 
-    void End() override {
+    void End() override { Finish(false); }
+    void EndEarly() override { Finish(true); }
+
+    void PrintRowsChanged(std::optional<int64_t> rows_changed) override {
+        out_.Write(rows_changed ? CountOf(static_cast<uint64_t>(*rows_changed), "row") + " changed\n"
+                                : "OK\n");
+    }
+
+  private:
+    void Finish(bool is_early) {
         for (const Row& row : last_unformatted_rows_) {
             last_rows_.push_back(MakeFields(row));
         }
@@ -100,15 +109,9 @@ class TablePrinter final : public Printer {
             PrintRow(fields);
         }
         PrintRule(kBottomRule);
-        PrintCount(left_out);
+        PrintCount(left_out, is_early);
     }
 
-    void PrintRowsChanged(std::optional<int64_t> rows_changed) override {
-        out_.Write(rows_changed ? CountOf(static_cast<uint64_t>(*rows_changed), "row") + " changed\n"
-                                : "OK\n");
-    }
-
-  private:
     static Line MakeLine(std::string_view text) {
         std::string printable = ToPrintable(text);
         const int width = DisplayWidth(printable);
@@ -239,8 +242,8 @@ class TablePrinter final : public Printer {
         line += ' ';
     }
 
-    void PrintCount(uint64_t rows_left_out) {
-        std::string line = CountOf(count_, "row");
+    void PrintCount(uint64_t rows_left_out, bool is_early) {
+        std::string line = (is_early ? "stopped after " : "") + CountOf(count_, "row");
         if (rows_left_out > 0 || layout_.left_out > 0) {
             line += ", ";
             line += rows_left_out > 0 ? CountOf(rows_left_out, "row") : "";

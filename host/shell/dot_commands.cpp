@@ -134,6 +134,10 @@ void TimerCommand(Session& session, const Words& words) {
     session.put_HasTimer(ReadSwitch(words[0]));
 }
 
+void BailCommand(Session& session, const Words& words) {
+    session.put_Bails(ReadSwitch(words[0]));
+}
+
 void CursorCommand(Session& session, const Words& words) {
     if (words[0] != "server" && words[0] != "client") {
         throw xUsageError(fmt::format("Unknown cursor '{}'. Use server or client.", words[0]));
@@ -178,6 +182,7 @@ void HelpCommand(Session& session, const Words& words);
 constexpr DotCommand kCommands[] = {
     {".all", "on|off", "show all rows and columns, even if they do not fit", 1, 1, AllCommand},
     {".backup", "[FOLDER]", "back up the current database", 0, 1, BackupCommand},
+    {".bail", "on|off", "end a script at its first error", 1, 1, BailCommand},
     {".close", "[NAME]", "close a database (default: the current one)", 0, 1, CloseCommand},
     {".cursor", "server|client", "choose where the rows of a result are kept", 1, 1, CursorCommand},
     {".databases", "", "list the open databases", 0, 0, DatabasesCommand},

@@ -50,6 +50,9 @@ class Session {
     void put_IsCut(bool is_cut);
     void put_HasTimer(bool has_timer) noexcept { has_timer_ = has_timer; }
     bool get_HasTimer() const noexcept { return has_timer_; }
+    /** Whether a script ends at its first error. */
+    void put_Bails(bool bails) noexcept { bails_ = bails; }
+    bool get_Bails() const noexcept { return bails_; }
     void put_CursorLocation(uint32_t location) noexcept { cursor_location_ = location; }
     uint32_t get_CursorLocation() const noexcept { return cursor_location_; }
     void Quit() noexcept { is_over_ = true; }
@@ -73,6 +76,7 @@ class Session {
     std::unique_ptr<Printer> printer_;
     uint32_t cursor_location_ = nbx::mrsql::kServerCursor;
     bool has_timer_ = false;
+    bool bails_ = false;
     bool is_over_ = false;
     std::function<void(const std::string& name)> run_file_;
 };

@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <fstream>
+#include <utility>
 
 #include "data/literals.h"
 #include "databases/interruption.h"
@@ -20,8 +21,15 @@ namespace {
 
 /** Limit for files that read each other with `.read`. */
 constexpr int kDeepestFile = 20;
-/** Columns of an interrupted statement that are shown. */
+/** Columns that are shown of a statement that was interrupted or failed. */
 constexpr int kShownColumns = 66;
+
+/** The start of a statement, as far as it fits on a line. */
+std::string DescribeStart(std::string_view sql) {
+    const std::string first_line = ToPrintable(sql.substr(0, sql.find('\n')));
+    const std::string_view shown = CutToWidth(first_line, kShownColumns);
+    return fmt::format("{}{}", shown, shown.size() < first_line.size() ? "…" : "");
+}
 
 bool IsBlank(const std::string& line) {
     return line.find_first_not_of(" \t\r\n") == std::string::npos;
@@ -49,13 +57,14 @@ bool Shell::Run(LineReader& reader) {
                 session_.Quit();
                 break;
             case ReadOutcome::kLine:
+                ++line_number_;
                 Accept(reader, line);
                 break;
         }
     }
     const std::string rest = splitter_.TakeRest();
     if (!rest.empty() && !is_interactive_) {
-        RunStatement(rest);
+        RunStatement(rest, splitter_.get_StatementLine());
     }
     session_.get_Output().Flush();
     return !has_failed_;
@@ -70,16 +79,22 @@ void Shell::RunFile(const std::string& name) {
         throw xUsageError("Too many nested .read commands. Do the files read each other?");
     }
     ++file_depth_;
+    const int64_t outer_line_number = std::exchange(line_number_, 0);
+    const std::string outer_file_name = std::exchange(file_name_, name);
     const std::unique_ptr<LineReader> reader = MakePipeReader(file);
     std::string line;
-    while (!session_.get_IsOver() && reader->ReadLine({}, line) == ReadOutcome::kLine) {
+    while (!session_.get_IsOver() && !is_bailing_ && reader->ReadLine({}, line) == ReadOutcome::kLine) {
+        ++line_number_;
         Accept(*reader, line);
     }
-    --file_depth_;
     const std::string rest = splitter_.TakeRest();
     if (!rest.empty()) {
-        RunStatement(rest);
+        RunStatement(rest, splitter_.get_StatementLine());
     }
+    line_number_ = outer_line_number;
+    file_name_ = outer_file_name;
+    --file_depth_;
+    is_bailing_ = is_bailing_ && file_depth_ > 0;
 }
 
 void Shell::Accept(LineReader& reader, const std::string& line) {
@@ -93,33 +108,36 @@ void Shell::Accept(LineReader& reader, const std::string& line) {
     }
     if (!splitter_.get_IsInside()) {
         is_kept_ = !line.starts_with(' ');
+        splitter_.Clear(get_IsScript() ? line_number_ : 1);
     }
     splitter_.Add(line + "\n");
-    for (std::string statement; !session_.get_IsOver() && splitter_.TakeStatement(statement);) {
+    for (std::string statement;
+         !session_.get_IsOver() && !is_bailing_ && splitter_.TakeStatement(statement);) {
         if (is_kept_) {
             reader.AddToHistory(statement);
         }
-        RunStatement(statement);
+        RunStatement(statement, get_IsScript() ? splitter_.get_StatementLine() : 1);
     }
 }
 
 void Shell::AcceptDotCommand(const std::string& line) {
-    RunReported({}, [&] { RunDotCommand(session_, line); });
+    RunReported({line, line_number_}, [&] { RunDotCommand(session_, line); });
 }
 
-void Shell::RunStatement(const std::string& statement) {
+void Shell::RunStatement(const std::string& statement, int64_t line) {
+    const SqlText sql(statement, line);
     const auto start = std::chrono::steady_clock::now();
     const std::optional<CallStatement> call = FindCall(statement);
     const bool is_procedure = call && session_.get_Registry().Find(call->procedure) != nullptr;
-    RunReported(statement, [&] { is_procedure ? RunCall(statement) : RunSql(statement); });
+    RunReported(sql, [&] { is_procedure ? RunCall(sql) : RunSql(statement); });
     if (session_.get_HasTimer()) {
         const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
         session_.Print(fmt::format("Time: {:.3f} s\n", elapsed.count()));
     }
 }
 
-void Shell::RunCall(const std::string& statement) {
-    const CallStatement call = FindCall(statement).value();
+void Shell::RunCall(const SqlText& statement) {
+    const CallStatement call = FindCall(statement.text).value();
     std::vector<Datum> arguments;
     try {
         arguments = ParseLiterals(call.arguments);
@@ -150,15 +168,13 @@ void Shell::RunSql(const std::string& statement) {
     }
 }
 
-void Shell::RunReported(const std::string& sql, const std::function<void()>& work) {
+void Shell::RunReported(const SqlText& sql, const std::function<void()>& work) {
     try {
         work();
     } catch (const xOutputClosed&) {
         throw;
     } catch (const nbx::xInterruptError&) {
-        const std::string first_line = ToPrintable(sql.substr(0, sql.find('\n')));
-        const std::string_view shown = CutToWidth(first_line, kShownColumns);
-        Report(fmt::format("Interrupted: {}{}", shown, shown.size() < first_line.size() ? "…" : ""));
+        Report("Interrupted: " + DescribeStart(sql.text));
         // After an interrupt, the rest of a pasted script should not run either.
         splitter_.Clear();
         is_interrupted_ = true;
@@ -167,6 +183,21 @@ void Shell::RunReported(const std::string& sql, const std::function<void()>& wor
         }
     } catch (const std::exception& error) {
         Report(DescribeException(error, sql));
+        Bail(sql);
+    }
+}
+
+void Shell::Bail(const SqlText& sql) {
+    // What a person enters is no script; neither is the rest of it behind a failed `.read`.
+    if (!session_.get_Bails() || !get_IsScript() || is_bailing_) {
+        return;
+    }
+    is_bailing_ = true;
+    splitter_.Clear();
+    PrintError(fmt::format("Stopped at {}line {}: {}", file_name_.empty() ? "" : file_name_ + ", ", sql.line,
+                           DescribeStart(sql.text)));
+    if (!is_interactive_) {
+        session_.Quit();
     }
 }
 

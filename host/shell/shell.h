@@ -1,11 +1,13 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <string>
 
 #include "shell/line_reader.h"
 #include "shell/session.h"
 #include "shell/statement_splitter.h"
+#include "text/messages.h"
 
 namespace mduckdb_host {
 
@@ -30,13 +32,18 @@ class Shell {
     /** Adds a line to the statement that is being read, and runs the statements that it completes. */
     void Accept(LineReader& reader, const std::string& line);
     void AcceptDotCommand(const std::string& line);
-    /** Runs a statement, reports its errors, and shows the time that it took if `.timer` is on. */
-    void RunStatement(const std::string& statement);
-    void RunCall(const std::string& statement);
+    /** Runs a statement, reports its errors, and shows the time that it took if `.timer` is on. `line` is the
+        place of the statement in its script. */
+    void RunStatement(const std::string& statement, int64_t line);
+    void RunCall(const SqlText& statement);
     void RunSql(const std::string& statement);
     /** Runs the work and reports what it throws. `sql` is the text that an error's position refers to. */
-    void RunReported(const std::string& sql, const std::function<void()>& work);
+    void RunReported(const SqlText& sql, const std::function<void()>& work);
     void Report(const std::string& text);
+    /** Ends the script after an error in `sql`, if `.bail` is on. */
+    void Bail(const SqlText& sql);
+    /** Whether lines come from a pipe or a file, not from a person. */
+    bool get_IsScript() const noexcept { return !is_interactive_ || file_depth_ > 0; }
     std::string MakePrompt() const;
 
     Session& session_;
@@ -47,6 +54,12 @@ class Shell {
     bool has_failed_ = false;
     bool is_interrupted_ = false;
     int file_depth_ = 0;
+    /** The number of the line that was read last, in the current file or pipe. */
+    int64_t line_number_ = 0;
+    /** Of the file that is being read; empty for a pipe or a terminal. */
+    std::string file_name_;
+    /** Whether `.bail` ends the files that are being read. */
+    bool is_bailing_ = false;
 };
 
 }  // namespace mduckdb_host

@@ -1,5 +1,6 @@
 #include "shell/statement_splitter.h"
 
+#include <algorithm>
 #include <cctype>
 
 namespace mduckdb_host {
@@ -13,6 +14,10 @@ bool IsWordCharacter(char c) {
 
 bool IsBlank(char c) {
     return std::isspace(static_cast<unsigned char>(c)) != 0;
+}
+
+int64_t CountLines(std::string_view text) {
+    return std::count(text.begin(), text.end(), '\n');
 }
 
 /** `$tag$` at the start of the text; empty when there is none. */
@@ -49,8 +54,9 @@ bool StatementSplitter::get_IsInside() const {
     return content_start_ != std::string::npos || state_ != State::kCode;
 }
 
-void StatementSplitter::Clear() {
+void StatementSplitter::Clear(int64_t first_line) {
     *this = StatementSplitter();
+    line_ = first_line;
 }
 
 std::string StatementSplitter::TakeFront(std::size_t length) {
@@ -58,7 +64,9 @@ std::string StatementSplitter::TakeFront(std::size_t length) {
     const std::size_t start = content_start_ == std::string::npos ? 0 : content_start_;
     std::string front = text_.substr(start, length - start);
     std::string rest = text_.substr(length);
-    Clear();
+    const int64_t statement_line = line_ + CountLines(std::string_view(text_).substr(0, start));
+    Clear(line_ + CountLines(std::string_view(text_).substr(0, length)));
+    statement_line_ = statement_line;
     text_ = std::move(rest);
     return front;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -17,7 +18,10 @@ class StatementSplitter {
     std::string TakeRest();
     /** Whether a statement has begun but not ended. */
     bool get_IsInside() const;
-    void Clear();
+    /** Discards the text. The next text begins at this line. */
+    void Clear(int64_t first_line = 1);
+    /** The line at which the statement that was removed last begins. */
+    int64_t get_StatementLine() const noexcept { return statement_line_; }
 
   private:
     enum class State {
@@ -41,6 +45,9 @@ class StatementSplitter {
     std::string TakeFront(std::size_t length);
 
     std::string text_;
+    /** Of the text's first character. */
+    int64_t line_ = 1;
+    int64_t statement_line_ = 1;
     std::size_t position_ = 0;
     State state_ = State::kCode;
     int comment_depth_ = 0;

@@ -98,5 +98,22 @@ TEST(StatementSplitter, KnowsWhetherItIsInsideOfAStatement) {
     EXPECT_EQ(splitter.TakeRest(), "");
 }
 
+TEST(StatementSplitter, KnowsTheLineOfEachStatement) {
+    StatementSplitter splitter;
+    splitter.Add("-- one\n\nSELECT\n1; SELECT 2;\n/* five\n*/ SELECT 3;\nSELECT 4");
+    std::string statement;
+    std::vector<int64_t> lines;
+    while (splitter.TakeStatement(statement)) {
+        lines.push_back(splitter.get_StatementLine());
+    }
+    EXPECT_EQ(splitter.TakeRest(), "SELECT 4");
+    lines.push_back(splitter.get_StatementLine());
+    EXPECT_EQ(lines, (std::vector<int64_t>{3, 4, 6, 7}));
+    splitter.Clear(20);
+    splitter.Add("\nSELECT 5;");
+    EXPECT_TRUE(splitter.TakeStatement(statement));
+    EXPECT_EQ(splitter.get_StatementLine(), 21);
+}
+
 }  // namespace
 }  // namespace mduckdb_host

@@ -55,9 +55,14 @@ void PrintProcedure(const ProcedureRegistry& registry, std::string_view name, st
         printer.Add(row);
         is_over = is_stopped && is_stopped();
     }
-    printer.End();
     // A callback of a cursor reports to the host, not to the call.
-    if (registry.get_Errors().size() > errors_before) {
+    const bool has_failed = registry.get_Errors().size() > errors_before;
+    if (is_over || has_failed) {
+        printer.EndEarly();
+    } else {
+        printer.End();
+    }
+    if (has_failed) {
         throw xProcedureError(registry.get_Errors().back());
     }
 }

@@ -102,10 +102,9 @@ std::string DescribeError(const DuckDBError& error, const SqlText& sql) {
     return caret.empty() ? text : text + "\n\n" + caret;
 }
 
-std::string DescribeException(const std::exception& exception, const SqlText& sql) {
-    if (dynamic_cast<const nbx::xInterruptError*>(&exception) != nullptr) {
-        return "Interrupted.";
-    }
+namespace {
+
+std::string DescribeWithoutLine(const std::exception& exception, const SqlText& sql) {
     if (const auto* error = dynamic_cast<const nbx::mrsql::xDuckDBError*>(&exception)) {
         return DescribeError(ParseDuckDBError(ToUtf8(error->get_Message())), sql);
     }
@@ -117,6 +116,23 @@ std::string DescribeException(const std::exception& exception, const SqlText& sq
                                   : error->what();
     }
     return exception.what();
+}
+
+/** The first line of a statement that stands in a script. */
+std::string MakeLine(const SqlText& sql) {
+    const Excerpt line = MakeRightExcerpt(sql.text.substr(0, sql.text.find('\n')));
+    return fmt::format("LINE {}: {}{}", sql.line, line.text, line.is_cut ? "…" : "");
+}
+
+}  // namespace
+
+std::string DescribeException(const std::exception& exception, const SqlText& sql) {
+    if (dynamic_cast<const nbx::xInterruptError*>(&exception) != nullptr) {
+        return "Interrupted.";
+    }
+    std::string text = DescribeWithoutLine(exception, sql);
+    const bool has_place = text.ends_with('^');
+    return sql.is_in_script && !has_place ? text + "\n\n" + MakeLine(sql) : text;
 }
 
 void PrintError(std::string_view text) {

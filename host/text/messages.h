@@ -32,6 +32,8 @@ struct SqlText {
     std::string_view text;
     /** The line at which it begins in the script that contains it, counted from 1. */
     int64_t line = 1;
+    /** Whether it is one statement of several. Then an error without a place names the line, too. */
+    bool is_in_script = false;
 };
 
 /** The line of the SQL that contains the position, and a caret under it; empty when there is no such

@@ -139,6 +139,30 @@ class PipeShellTest(HostCase):
             file.write(".read self.sql\n")
         self.assertIn("Too many nested .read commands.", self.shell(".read self.sql\n", status=1)[1])
 
+    def test_bail_ends_a_script_at_its_first_error_and_names_it(self):
+        script = "SELECT 1 AS a;\n\nSELECT\n  2 AS b; SELECT nope;\nSELECT 3 AS c;\n"
+        done = self.run_host("--format", "csv", "shell", "--bail", stdin=script)
+        self.assertEqual((done.returncode, done.stdout), (1, b"a\n1\n\nb\n2\n"))
+        error = done.stderr.decode()
+        self.assertIn("LINE 4: SELECT nope;\n", error)
+        self.assertTrue(error.endswith("\nStopped at line 4: SELECT nope;\n"), error)
+        out, error = self.shell(".bail on\n.nope\nSELECT 1 AS a;\n", status=1)
+        self.assertEqual((out, error.splitlines()[-1]), ("", "Stopped at line 2: .nope"))
+        out, error = self.shell(".bail on\n.bail off\n.nope\nSELECT 1 AS a;\n", status=1)
+        self.assertEqual((out, error.count("\n")), ("a\n1\n", 1))
+
+    def test_bail_names_the_file_of_the_error(self):
+        with open(self.path("s.sql"), "w") as file:
+            file.write("SELECT 1 AS a;\nSELECT error('x');\nSELECT 2 AS b;\n")
+        out, error = self.shell(".bail on\n.read s.sql\nSELECT 3 AS c;\n", status=1)
+        self.assertEqual(out, "a\n1\n")
+        self.assertTrue(error.endswith("Stopped at s.sql, line 2: SELECT error('x');\n"), error)
+        self.assertEqual(error.count("Stopped"), 1)
+
+    def test_an_error_of_a_script_shows_the_line_of_the_script(self):
+        _, error = self.shell("-- a comment\n.timer off\n\n/* two\nlines */ SELECT 1;\nSELECT 1,\n nope;\n", status=1)
+        self.assertIn("LINE 7:  nope;\n", error)
+
     def test_a_result_that_fails_half_way_leaves_the_next_one_complete(self):
         out, _ = self.shell("SELECT CASE WHEN i < 5000 THEN i ELSE error('x') END AS i FROM range(9000) r(i);\n"
                             "SELECT 1 AS a;\n", status=1)

@@ -29,6 +29,11 @@ class SqlTest(HostCase):
         error = self.error("sql", ":memory:", "SELECT 1;\n-- comment\n\nSELECT\n2; SELECT 3;\nSELECT 'x'::INT")
         self.assertIn("LINE 6: SELECT 'x'::INT", error)
 
+    def test_an_error_without_a_place_names_its_statement(self):
+        script = "SELECT 1;\n\nSELECT\n  error('no place'); SELECT 2"
+        self.assertEqual(self.error("sql", ":memory:", script), "Invalid Input Error: no place\n\nLINE 3: SELECT\n")
+        self.assertEqual(self.error("sql", ":memory:", "SELECT error('alone')"), "Invalid Input Error: alone\n")
+
     def test_json_has_an_object_for_each_result(self):
         text = self.output("--format", "json", "sql", ":memory:",
                            "CREATE TABLE t (i INT); INSERT INTO t VALUES (1), (2); SELECT 1 AS a")
@@ -82,6 +87,20 @@ class SqlTest(HostCase):
         self.assertEqual((done.returncode, done.stdout), (0, b"1 row changed\n"))
         self.assertIn(b"3 parameter rows", done.stderr)
         self.assertEqual(self.sql("p.db", "FROM t ORDER BY i"), [[1, "a"], [2, None], [3, "é"]])
+
+    def test_a_parameter_row_that_fails_is_named_with_what_was_stored(self):
+        self.output("create", "p.db")
+        self.execute("p.db", "CREATE TABLE t (i INT)")
+        insert = ("sql", "p.db", "INSERT INTO t VALUES (?)", "--params-file", "-")
+        for rows, sentence in (('[1]\n\n[2]\n["x"]\n[4]\n', "Line 4 of the parameters did not run. "
+                                "The 2 rows before it ran and are stored.\n"),
+                               ('[3]\n["x"]\n', "Line 2 of the parameters did not run. "
+                                "The row before it ran and is stored.\n"),
+                               ('["x"]\n[5]\n', "Line 1 of the parameters did not run. Nothing was stored.\n")):
+            done = self.run_host(*insert, stdin=rows)
+            self.assertEqual((done.returncode, done.stdout), (1, b""))
+            self.assertEqual(done.stderr.decode(), "Conversion Error: Could not convert string 'x' to INT32\n" + sentence)
+        self.assertEqual(self.sql("p.db", "FROM t"), [[1], [2], [3]])
 
     def test_a_bad_line_of_a_parameter_file_is_named(self):
         error = self.error("sql", ":memory:", "SELECT ?", "--params-file", "-", stdin="[1]\n{}\n", status=2)
@@ -138,6 +157,19 @@ class SqlTest(HostCase):
         process.send_signal(signal.SIGINT)
         _, error = process.communicate(timeout=30)
         self.assertEqual((process.returncode, error.decode()), (130, "Interrupted.\n"))
+
+    def test_a_result_that_ctrl_c_stops_does_not_count_as_complete(self):
+        for format_name, pattern in (("json", r'\],"row_count":\d+,"is_complete":false}\n$'),
+                                     ("table", r"\nstopped after [\d,]+ rows(, columns sized for [^\n]*)?\n$")):
+            with self.subTest(format_name):
+                process = subprocess.Popen([HOST, "--format", format_name, "sql", ":memory:",
+                                            "SELECT i FROM range(5000000) r(i)"],
+                                           stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+                start = process.stdout.read(300000)
+                process.send_signal(signal.SIGINT)
+                out, error = process.communicate(timeout=30)
+                self.assertEqual((process.returncode, error.decode()), (130, "Interrupted.\n"))
+                self.assertRegex((start + out).decode()[-200:], pattern)
 
     def test_read_only_refuses_to_write(self):
         self.output("create", "r.db")

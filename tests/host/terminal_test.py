@@ -138,6 +138,19 @@ class TerminalTest(HostCase):
         self.assertEqual(len({sum(2 if c == "日" else 1 for c in line) for line in text.splitlines()
                               if line.startswith(("│", "┌"))}), 1)
 
+    def test_bail_does_not_end_what_a_person_enters(self):
+        with open(self.path("s.sql"), "w") as file:
+            file.write("SELECT nope;\nSELECT 'not run' AS t;\n")
+        shell = self.start("shell", "--bail")
+        shell.send("SELECT nope;\n.read s.sql\n")
+        shell.expect("Stopped at s.sql, line 1: SELECT nope;")
+        shell.send("SELECT 'here' AS t;\n")
+        self.assertNotIn("│ not run │", shell.expect("│ here │"))
+        shell.send(".read s.sql\n")
+        shell.expect("Stopped at s.sql, line 1: SELECT nope;")
+        shell.send(".quit\n")
+        self.assertEqual(shell.finish(), 0)
+
     def test_a_dumb_terminal_gets_no_escapes(self):
         for term, has_escapes in (("xterm", True), ("dumb", False)):
             with self.subTest(term):
