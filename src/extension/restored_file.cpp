@@ -29,15 +29,17 @@ constexpr mode_t kAllRights = 07777;
     throw std::runtime_error("Can not be dropped. " + reason);
 }
 
-/** Opens the database and closes it, which writes its log into it. */
-bool FoldLog(const std::string& path) {
+/** Opens the database and closes it, which writes its log into it unless DuckDB cannot read the log. */
+void FoldLog(const std::string& path) {
     Configuration configuration;
     configuration.SetAccessMode("READ_WRITE");
     duckdb_database engine = nullptr;
-    const bool is_open =
-        duckdb_open_ext(path.c_str(), &engine, configuration.get(), nullptr) == DuckDBSuccess;
+    static_cast<void>(duckdb_open_ext(path.c_str(), &engine, configuration.get(), nullptr));
     duckdb_close(&engine);
-    return is_open;
+}
+
+bool IsSameLog(const FileStamp& one, const FileStamp& other) {
+    return one[2] == other[2] && one[3] == other[3];
 }
 
 /** Makes the rename durable: names are stored in the folder. */
@@ -125,15 +127,21 @@ void RestoredFile::LockTarget(const FileTurn& turn, FileLock& lock, bool& is_rea
     // Another process may write between the checkpoint, for which DuckDB needs the lock, and this lock.
     constexpr int kAttempts = 20;
     for (int i = 0; i < kAttempts; ++i) {
-        const bool has_log = HasLog(target_);
-        is_readable = !has_log || (FoldLog(target_) && !HasLog(target_));
-        const FileStamp stamp = FileSystem::Get().ReadStamp(target_);
+        const FileStamp before = FileSystem::Get().ReadStamp(target_);
+        if (HasLog(target_)) {
+            FoldLog(target_);
+        }
+        const FileStamp folded = FileSystem::Get().ReadStamp(target_);
         std::string reason;
         if (!lock.Take(turn.get_Look(), reason)) {
             RefuseReplacement(reason);
         }
-        const bool is_settled = !is_readable || !HasLog(target_);
-        if (is_settled && FileSystem::Get().ReadStamp(target_) == stamp) {
+        const FileStamp now = FileSystem::Get().ReadStamp(target_);
+        is_readable = !HasLog(target_);
+        // DuckDB cannot read a log that it leaves unchanged twice: the first time, another process may have
+        // had the file open. Any other log is one that another process has left since the checkpoint.
+        const bool is_settled = is_readable || (i > 0 && IsSameLog(now, before));
+        if (is_settled && now == folded) {
             return;
         }
         lock.Release();

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <iostream>
 #include <map>
+#include <optional>
 #include <random>
 #include <thread>
 
@@ -142,6 +143,90 @@ TEST_F(RestoreKill, LeavesAFolderThatTheNextRestoreDeletes) {
     host->RestoreDatabase(Location(target), Location(backup));
     EXPECT_EQ(list(), (std::vector<std::string>{"test.db"}));
     EXPECT_EQ(Recognise(), "new");
+}
+
+/** A restore that another process meets at a stage between writing the old log into its file and the lock. */
+class RestoreBesideAWriter : public RestoreKill {
+  protected:
+    void SetUp() override {
+        RestoreKill::SetUp();
+        PrepareTarget();
+        // Another name of the old file, which the restore leaves to it.
+        fs::create_hard_link(target, old_file);
+    }
+    /** Starts the restore, which stops at the stage. */
+    void Start(const char* stage) {
+        restore.emplace(std::vector<std::string>{RESTORE_RUNNER, target, backup, stage, "wait"});
+        ASSERT_EQ(restore->ReadLine(), "begin");
+        ASSERT_EQ(restore->ReadLine(), stage);
+    }
+    std::string Continue() {
+        restore->Continue();
+        return restore->ReadLine();
+    }
+    /** Another process commits rows; returns the last one. */
+    static int CommitRows(SecondProcess& writer) {
+        writer.ReadLine();
+        return std::stoi("0" + writer.ReadLine());
+    }
+    int CountOldRows() const {
+        return std::stoi(QueryText(*host.Opened(old_file), "SELECT count(*) FROM r"));
+    }
+
+    const std::string old_file = Path("old_file.db");
+    std::optional<SecondProcess> restore;
+};
+
+TEST_F(RestoreBesideAWriter, FoldsALogThatAProcessLeavesBeforeTheLock) {
+    for (const std::string stage : {"folded", "unlocked"}) {
+        PrepareTarget();
+        fs::remove(old_file);
+        fs::create_hard_link(target, old_file);
+        Start(stage.c_str());
+        int last = 0;
+        {
+            SecondProcess writer({COMMIT_WRITER, target});
+            last = CommitRows(writer);
+        }
+        ASSERT_GT(last, committed) << stage;
+        ASSERT_TRUE(fs::exists(target + ".wal")) << stage;
+        std::string line = Continue();
+        EXPECT_EQ(line, stage) << "the log is folded once more";
+        while (line == stage) {
+            line = Continue();
+        }
+        EXPECT_EQ(line, "end");
+        EXPECT_EQ(Recognise(), "new") << stage;
+        EXPECT_GE(CountOldRows(), last) << stage;
+        EXPECT_FALSE(fs::exists(target + ".unreadable")) << stage;
+    }
+}
+
+TEST_F(RestoreBesideAWriter, IsRefusedWhenAProcessOpensTheFileBeforeTheLock) {
+    Start("unlocked");
+    SecondProcess writer({COMMIT_WRITER, target});
+    const int last = CommitRows(writer);
+    ASSERT_GT(last, committed);
+    EXPECT_EQ(Continue(), Refusal(target, std::string("Can not be dropped. ") + COMMIT_WRITER + " (process " +
+                                              std::to_string(writer.get_Number()) + ") has the file open."));
+    EXPECT_GT(CommitRows(writer), last);
+    writer.Kill();
+    EXPECT_EQ(Recognise(), "old");
+}
+
+TEST_F(RestoreBesideAWriter, IsRefusedWhenProcessesKeepWritingBeforeTheLock) {
+    Start("unlocked");
+    std::string line;
+    int rounds = 0;
+    do {
+        // Closes the file, so that no log is left: the file alone has changed.
+        ASSERT_EQ(RunElsewhere(target, "INSERT INTO r SELECT max(i) + 1 FROM r"), "ok");
+        ++rounds;
+        line = Continue();
+    } while (line == "unlocked");
+    EXPECT_EQ(line, Refusal(target, "Can not be dropped. Other processes keep writing to the file."));
+    EXPECT_GE(CountOldRows(), committed + rounds);
+    EXPECT_EQ(Recognise(), "old");
 }
 
 }  // namespace

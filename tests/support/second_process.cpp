@@ -49,6 +49,12 @@ std::string SecondProcess::ReadLine() {
     return line;
 }
 
+void SecondProcess::Continue() {
+    if (write(input_, "\n", 1) != 1) {
+        throw std::runtime_error("no second process");
+    }
+}
+
 int SecondProcess::Finish() {
     if (input_ >= 0) {
         close(input_);
@@ -72,6 +78,13 @@ void SecondProcess::Kill() {
 
 std::string TryOpenElsewhere(const std::string& path, bool for_writing) {
     SecondProcess process({DUCKDB_PEER, for_writing ? "write" : "read", path});
+    std::string outcome = process.ReadLine();
+    process.Finish();
+    return outcome;
+}
+
+std::string RunElsewhere(const std::string& path, const std::string& sql) {
+    SecondProcess process({DUCKDB_PEER, "write", path, sql});
     std::string outcome = process.ReadLine();
     process.Finish();
     return outcome;

@@ -16,6 +16,8 @@ class SecondProcess {
 
     /** The next line of its output without the end of line; empty at the end. */
     std::string ReadLine();
+    /** Sends it an empty line, for which it waits. */
+    void Continue();
     /** Closes its input, after which it should terminate; returns its exit status, or -1 after a signal. */
     int Finish();
     void Kill();
@@ -29,6 +31,9 @@ class SecondProcess {
 
 /** Opens the file in another process with DuckDB alone: "ok", or DuckDB's error text. */
 std::string TryOpenElsewhere(const std::string& path, bool for_writing);
+
+/** Runs SQL on the file in another process, which closes it; "ok", or DuckDB's error text. */
+std::string RunElsewhere(const std::string& path, const std::string& sql);
 
 /** Another process that has the file open as long as this object exists. */
 class HeldElsewhere {
