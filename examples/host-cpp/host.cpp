@@ -12,6 +12,7 @@
 #include <nbx/mrsql/duckdb_census.h>
 #include <nbx/mrsql/duckdb_deadlines.h>
 #include <nbx/mrsql/duckdb_extension.h>
+#include <nbx/mrsql/duckdb_progress.h>
 #include <nbx/mrsql/registry.h>
 #include <nbx/value.h>
 
@@ -229,6 +230,30 @@ void ShowTimeLimit(I_DuckDBDatabase& database) {
     // docs: end
 }
 
+void ShowProgress(I_DuckDBDatabase& database) {
+    database.SqlExecute(FromUtf8("CREATE TABLE numbers AS SELECT range AS n FROM range(2000000)"), nullptr);
+    std::atomic<int> percent{0};
+    // docs: progress
+    auto* progress = static_cast<nbx::mrsql::I_DuckDBProgress*>(
+        database.QueryInterface(nbx::mrsql::kDuckDBProgressInterfaceId));
+    progress->put_IsTracked(true);
+    std::thread watch([&] {
+        while (percent < 5) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+            percent = static_cast<int>(progress->get_Progress().share * 100);
+        }
+        database.Interrupt();
+    });
+    // docs: end
+    Report("stopped after 5 percent", [&] {
+        database.SqlExecute(FromUtf8("SELECT sum(length(sha256(repeat(n::VARCHAR, 20)))) FROM numbers"),
+                            nullptr);
+    });
+    watch.join();
+    progress->put_IsTracked(false);
+    database.SqlExecute(FromUtf8("DROP TABLE numbers"), nullptr);
+}
+
 void ShowBudget(I_DuckDBExtension& extension) {
     // docs: budget
     auto* budget = static_cast<nbx::mrsql::I_DuckDBBudget*>(
@@ -290,6 +315,7 @@ void Run(const char* folder_text, const char* module) {
     ShowErrors(*extension, *database, folder->get_PathText());
     ShowInterruption(*database);
     ShowTimeLimit(*database);
+    ShowProgress(*database);
     ShowBudget(*extension);
     ShowCensus(*extension);
     BackUpAndRestore(*extension, *database, folder);

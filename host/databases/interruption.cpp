@@ -15,6 +15,7 @@
 #include <mutex>
 #include <system_error>
 
+#include "databases/progress.h"
 #include "nbx/hooks.h"
 #include "print/output.h"
 
@@ -83,7 +84,12 @@ InterruptWatch::InterruptWatch(std::function<void()> on_interrupt, Describe desc
 }
 
 InterruptWatch::InterruptWatch(const DatabasePtr& database)
-    : InterruptWatch([database] { database->Interrupt(); }) {}
+    : InterruptWatch([database] { database->Interrupt(); },
+                     // The database lives longer than the watch.
+                     [progress = TrackProgress(database)] {
+                         return progress != nullptr ? DescribeProgress(progress->get_Progress())
+                                                    : std::string();
+                     }) {}
 
 InterruptWatch::~InterruptWatch() {
     const uint64_t one = 1;

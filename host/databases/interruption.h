@@ -36,7 +36,7 @@ class InterruptWatch {
     /** `about_key` is the progress line's hint about Ctrl-C; empty when the key does nothing. */
     explicit InterruptWatch(std::function<void()> on_interrupt, Describe describe = nullptr,
                             const char* about_key = kInterrupts);
-    /** Interrupts the database. */
+    /** Interrupts the database, and shows how far its statement is. */
     explicit InterruptWatch(const DatabasePtr& database);
     ~InterruptWatch();
     InterruptWatch(const InterruptWatch&) = delete;

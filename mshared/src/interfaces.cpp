@@ -7,6 +7,7 @@
 #include "nbx/mrsql/duckdb_deadlines.h"
 #include "nbx/mrsql/duckdb_extension.h"
 #include "nbx/mrsql/duckdb_procedure_limits.h"
+#include "nbx/mrsql/duckdb_progress.h"
 #include "nbx/mrsql/duckdb_query_result.h"
 #include "nbx/mrsql/duckdb_snapshot.h"
 #include "nbx/mrsql/duckdb_statement.h"
@@ -59,6 +60,7 @@ I_DuckDBCensusReader::~I_DuckDBCensusReader() = default;
 I_DuckDBCursor::~I_DuckDBCursor() = default;
 I_DuckDBDatabase::~I_DuckDBDatabase() = default;
 I_DuckDBDeadlines::~I_DuckDBDeadlines() = default;
+I_DuckDBProgress::~I_DuckDBProgress() = default;
 I_DuckDBExtension::~I_DuckDBExtension() = default;
 I_DuckDBProcedureLimits::~I_DuckDBProcedureLimits() = default;
 I_DuckDBQueryResult::~I_DuckDBQueryResult() = default;

@@ -38,6 +38,9 @@ class CensusEntry : nbx::noncopyable {
     }
     void put_Flag(CensusLine::Flags flag, bool value) noexcept;
     void BeginRunning() noexcept { running_since_.store(NowMs(), std::memory_order_relaxed); }
+    bool get_IsRunning() const noexcept {
+        return running_since_.load(std::memory_order_relaxed) != kNotRunning;
+    }
     void EndRunning() noexcept { running_since_.store(kNotRunning, std::memory_order_relaxed); }
 
     /** Everything that is listed, in the order in which it was listed. Throws `std::bad_alloc`. */

@@ -55,6 +55,8 @@ void* DuckDBDatabase::QueryInterface(uint32_t interface_id) {
          &nbx::CastToInterface<DuckDBDatabase, nbx::mrsql::I_DuckDBTransactionState>},
         {nbx::mrsql::kDuckDBDeadlinesInterfaceId,
          &nbx::CastToInterface<DuckDBDatabase, nbx::mrsql::I_DuckDBDeadlines>},
+        {nbx::mrsql::kDuckDBProgressInterfaceId,
+         &nbx::CastToInterface<DuckDBDatabase, nbx::mrsql::I_DuckDBProgress>},
         {0, nullptr},
     };
     return nbx::InterfaceTableQueryInterface(this, kTable, interface_id);

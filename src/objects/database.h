@@ -14,6 +14,7 @@
 #include "nbx/foreign_plugin.h"
 #include "nbx/mrsql/duckdb_database.h"
 #include "nbx/mrsql/duckdb_deadlines.h"
+#include "nbx/mrsql/duckdb_progress.h"
 #include "nbx/mrsql/duckdb_snapshot.h"
 #include "nbx/mrsql/duckdb_written_statements.h"
 #include "objects/database_link.h"
@@ -34,6 +35,7 @@ class DuckDBDatabase final : public nbx::mrsql::I_DuckDBDatabase,
                              public nbx::mrsql::I_DuckDBSnapshot,
                              public nbx::mrsql::I_DuckDBTransactionState,
                              public nbx::mrsql::I_DuckDBDeadlines,
+                             public nbx::mrsql::I_DuckDBProgress,
                              nbx::noncopyable {
   public:
     explicit DuckDBDatabase(nbx::smart_ptr<nbx::I_Location> location);
@@ -79,6 +81,9 @@ class DuckDBDatabase final : public nbx::mrsql::I_DuckDBDatabase,
     uint64_t get_LostTransactionCount() override { return lost_transactions_.load(); }
     uint64_t get_TimeLimit() override { return link_->get_TimeLimit(); }
     void put_TimeLimit(uint64_t milliseconds) override { link_->put_TimeLimit(milliseconds); }
+    void put_IsTracked(bool is_tracked) override { link_->put_IsTracked(is_tracked); }
+    bool get_IsTracked() override { return link_->get_IsTracked(); }
+    nbx::mrsql::DuckDBProgress get_Progress() override { return link_->get_Progress(); }
 
     /** Shared with this object's statements, cursors and results. */
     const SharedLink& get_Link() const noexcept { return link_; }

@@ -1,5 +1,7 @@
 #include "objects/database_link.h"
 
+#include <algorithm>
+
 #include "base/errors.h"
 #include "base/text.h"
 
@@ -27,6 +29,18 @@ SharedConnection DatabaseLink::RequireConnection() const {
         ThrowError("DuckDBDatabase is not open");
     }
     return connection;
+}
+
+nbx::mrsql::DuckDBProgress DatabaseLink::get_Progress() const {
+    nbx::mrsql::DuckDBProgress progress;
+    progress.is_running = census_.get_IsRunning();
+    const duckdb_query_progress_type figures = connection_.get_Progress();
+    if (progress.is_running && figures.percentage >= 0) {
+        progress.share = std::min(figures.percentage / 100, 1.0);
+        progress.rows = figures.rows_processed;
+        progress.total_rows = figures.total_rows_to_process;
+    }
+    return progress;
 }
 
 void DatabaseLink::Interrupt() {

@@ -13,6 +13,7 @@
 #include "engines/session.h"
 #include "nbx/location.h"
 #include "nbx/mrsql/duckdb_database.h"
+#include "nbx/mrsql/duckdb_progress.h"
 #include "objects/child_lists.h"
 #include "objects/interruptible_connection.h"
 
@@ -53,6 +54,10 @@ class DatabaseLink : nbx::noncopyable {
     /** In milliseconds; 0 for none. */
     uint64_t get_TimeLimit() const noexcept { return time_limit_.load(); }
     void put_TimeLimit(uint64_t milliseconds) noexcept { time_limit_.store(milliseconds); }
+
+    void put_IsTracked(bool is_tracked) noexcept { connection_.put_IsTracked(is_tracked); }
+    bool get_IsTracked() const noexcept { return connection_.get_IsTracked(); }
+    nbx::mrsql::DuckDBProgress get_Progress() const;
 
     /** The connection, or null when the database is closed. */
     SharedConnection get_Connection() const { return connection_.get(); }

@@ -16,6 +16,7 @@ SharedConnection InterruptibleConnection::get() const {
 void InterruptibleConnection::Replace(SharedConnection connection) noexcept {
     const nbx::MutexLock lock(mutex_);
     connection_ = std::move(connection);
+    is_counted_.store(false);
 }
 
 void InterruptibleConnection::Disconnect() noexcept {
@@ -46,6 +47,27 @@ void InterruptibleConnection::ClearInterrupted() {
     // interrupted.
     const nbx::MutexLock lock(mutex_);
     is_interrupted_.store(false);
+}
+
+void InterruptibleConnection::ApplyTracking() {
+    const bool is_tracked = is_tracked_.load();
+    const SharedConnection connection = is_tracked != is_counted_.load() ? get() : nullptr;
+    if (!connection) {
+        return;
+    }
+    // DuckDB counts only for a progress bar, which must not print. In a transaction that has failed neither
+    // can be set; the next call tries again.
+    const char* const settings =
+        is_tracked ? "SET enable_progress_bar_print = false; SET enable_progress_bar = true;"
+                   : "SET enable_progress_bar = false; SET enable_progress_bar_print = true;";
+    if (duckdb_query(*connection, settings, nullptr) == DuckDBSuccess) {
+        is_counted_.store(is_tracked);
+    }
+}
+
+duckdb_query_progress_type InterruptibleConnection::get_Progress() const {
+    const nbx::MutexLock lock(mutex_);
+    return connection_ ? duckdb_query_progress(*connection_) : duckdb_query_progress_type{-1, 0, 0};
 }
 
 void InterruptibleConnection::RepeatInterrupt() {

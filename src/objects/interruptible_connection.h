@@ -27,6 +27,16 @@ class InterruptibleConnection : nbx::noncopyable {
     void ClearInterrupted();
     /** Whether `Interrupt` was called since; each interrupt is reported once. */
     bool TakeInterrupted() noexcept { return is_interrupted_.exchange(false); }
+    /** Whether DuckDB counts the progress of what runs on the connection, from the next `ApplyTracking` on.
+     */
+    void put_IsTracked(bool is_tracked) noexcept { is_tracked_.store(is_tracked); }
+    bool get_IsTracked() const noexcept { return is_tracked_.load(); }
+    /** Tells DuckDB whether to count, if that has changed or the connection is new. Not while DuckDB works.
+     */
+    void ApplyTracking();
+    /** DuckDB's figures for the query that runs; a negative percentage when there are none. */
+    duckdb_query_progress_type get_Progress() const;
+
     /** Executes like `duckdb_execute_prepared`, but an `Interrupt` also stops it when it came before DuckDB
         began the query, which clears DuckDB's own flag. The caller destroys `*out_result`, also on
         failure. */
@@ -37,6 +47,9 @@ class InterruptibleConnection : nbx::noncopyable {
     void RepeatInterrupt();
 
     std::atomic<bool> is_interrupted_{false};
+    std::atomic<bool> is_tracked_{false};
+    /** What DuckDB was told for this connection. */
+    std::atomic<bool> is_counted_{false};
     mutable nbx::Mutex mutex_;
     SharedConnection connection_ NBX_GUARDED_BY(mutex_);
 };

@@ -42,6 +42,7 @@ Operation::Operation(DatabaseLink& link, CensusEntry* entry)
     if (!is_outermost_) {
         return;
     }
+    link_.connection_.ApplyTracking();
     SetDeadline(deadline_, limit_, link_.connection_);
     link_.operation_ = this;
     link_.census_.BeginRunning();

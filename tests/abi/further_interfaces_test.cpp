@@ -5,9 +5,11 @@
 #include <map>
 #include <thread>
 
+#include "nbx/hooks.h"
 #include "nbx/mrsql/duckdb_budget.h"
 #include "nbx/mrsql/duckdb_census.h"
 #include "nbx/mrsql/duckdb_deadlines.h"
+#include "nbx/mrsql/duckdb_progress.h"
 #include "nbx/mrsql/registry.h"
 #include "support/fake_host.h"
 #include "support/temp_folder.h"
@@ -107,6 +109,26 @@ TEST(FurtherInterfaces, OfTheBuiltModuleLimitTheTimeOfAStatement) {
               "xDuckDBError 72501 [:memory:] [The time limit of 50 ms is over: the statement was cut]");
     deadlines.put_TimeLimit(0);
     EXPECT_EQ(QueryText(*database, "SELECT 42"), "42");
+}
+
+TEST(FurtherInterfaces, OfTheBuiltModuleTellTheProgressOfAStatement) {
+    const auto database = Create(":memory:");
+    Execute(*database, "CREATE TABLE t AS SELECT range AS i FROM range(2000000)");
+    auto& progress = Find<nbx::mrsql::I_DuckDBProgress>(*database, nbx::mrsql::kDuckDBProgressInterfaceId);
+    progress.put_IsTracked(true);
+    nbx::mrsql::gpIsLocalSqlCall_PTR = [] { return true; };
+    double share = -1;
+    std::thread watcher([&] {
+        for (int i = 0; i < 60'000 && share <= 0; ++i) {
+            std::this_thread::sleep_for(1ms);
+            share = progress.get_Progress().share;
+        }
+        database->Interrupt();
+    });
+    Thrown([&] { Execute(*database, "SELECT sum(length(sha256(repeat(i::VARCHAR, 20)))) FROM t"); });
+    watcher.join();
+    EXPECT_GT(share, 0);
+    EXPECT_LT(share, 1);
 }
 
 TEST(FurtherInterfaces, OfTheBuiltModuleDivideABudget) {

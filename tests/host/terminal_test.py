@@ -49,6 +49,18 @@ class TerminalTest(HostCase):
         shell.send(".quit\n")
         self.assertEqual(shell.finish(), 0)
 
+    def test_the_progress_line_shows_how_far_a_statement_is(self):
+        shell = self.start()
+        shell.send("CREATE TABLE t AS SELECT range AS i FROM range(60000000);\n")
+        shell.expect("OK")
+        shell.send("SELECT sum(length(sha256(repeat(i::VARCHAR, 20)))) FROM t;\n")
+        text = shell.expect("%  (Ctrl-C interrupts)")
+        self.assertRegex(text, "[█░]{20} [0-9]+%")
+        shell.send("\x03")
+        shell.expect("Interrupted")
+        shell.send(".quit\n")
+        self.assertEqual(shell.finish(), 0)
+
     def test_a_restore_does_not_promise_that_ctrl_c_interrupts(self):
         self.output("create", "a.db")
         self.execute("a.db", "CREATE TABLE t AS SELECT 1 AS n")
