@@ -39,7 +39,7 @@ class TerminalTest(HostCase):
     def test_ctrl_c_interrupts_the_statement_and_the_shell_continues(self):
         shell = self.start()
         shell.send("SELECT count(*) FROM range(1000000000) a, range(1000000) b;\n")
-        shell.expect(" s  (Ctrl-C interrupts)")
+        shell.expect("(Ctrl-C interrupts)")
         start = time.monotonic()
         shell.send("\x03")
         shell.expect("Interrupted: SELECT count(*) FROM range(1000000000) a, range(1000000) b;")
