@@ -2,10 +2,12 @@
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <string_view>
 
@@ -22,15 +24,33 @@ constexpr const char* kInfix = ".part-";
 /** Marks a folder in use. The database in the folder has the name of its target instead. */
 constexpr const char* kInUseName = ".in-use";
 
+/** How long a folder may have no mark: its making takes far less, unless the process was stopped in between.
+ */
+constexpr std::time_t kUnmarkedSeconds = 60;
+
+/** Whether a process was killed just before it marked the folder, or just after it had deleted the mark. */
+bool IsUnmarked(const std::string& folder, const std::string& mark) noexcept {
+    struct stat info {};
+    if (lstat(mark.c_str(), &info) == 0 || errno != ENOENT) {
+        return false;
+    }
+    return lstat(folder.c_str(), &info) == 0 && S_ISDIR(info.st_mode) &&
+           info.st_mtime < std::time(nullptr) - kUnmarkedSeconds;
+}
+
 /** Deletes the folder unless a living process works on it. */
-void DeleteIfLeftBehind(const std::string& folder) noexcept {
-    try {
-        const Descriptor in_use(folder + "/" + kInUseName, O_RDONLY);
-        if (flock(in_use.get(), LOCK_EX | LOCK_NB) == 0) {
-            DeleteFolder(folder);
-        }
-    } catch (
-        const std::exception&) {  // Without its mark it may be in the middle of its creation, so it stays.
+void DeleteIfLeftBehind(const std::string& folder) {
+    const std::string mark = folder + "/" + kInUseName;
+    if (IsUnmarked(folder, mark)) {
+        DeleteFolder(folder);
+        return;
+    }
+    const int in_use = open(mark.c_str(), O_RDONLY | O_CLOEXEC);
+    if (in_use >= 0 && flock(in_use, LOCK_EX | LOCK_NB) == 0) {
+        DeleteFolder(folder);
+    }
+    if (in_use >= 0) {
+        close(in_use);
     }
 }
 

@@ -241,6 +241,18 @@ TEST_F(SnapshotTest, DeletesWhatAKilledProcessLeftBehind) {
     EXPECT_THAT(Made(), ElementsAre("snap.db", "snap.db.manifest.json"));
 }
 
+TEST_F(SnapshotTest, DeletesAnOldFolderWithoutItsMarkAndLeavesOneThatIsJustBeingMade) {
+    const PlainEngine source(Path("source.db"));
+    for (const char* name : {"snap.db.part-killed", "snap.db.part-making"}) {
+        fs::create_directory(Path(name));
+    }
+    std::ofstream(Path("snap.db.part-killed/source.db")) << "half";
+    fs::last_write_time(Path("snap.db.part-killed"),
+                        fs::file_time_type::clock::now() - std::chrono::minutes(2));
+    ASSERT_EQ(SnapshotError(source, Path("snap.db")), "none");
+    EXPECT_THAT(Made(), ElementsAre("snap.db", "snap.db.manifest.json", "snap.db.part-making"));
+}
+
 TEST_F(SnapshotTest, NamesTheTableThatCannotBeRead) {
     {
         const PlainEngine maker(Path("source.db"));
