@@ -14,6 +14,8 @@ std::vector<Group> GetDeliveryGroups(const Options& options);
 std::vector<Group> GetRandomReadGroups(const Options& options);
 /** Cells of W1 to W4 through fetch_parquet and fetch_duckdb, and random rows of a tall file. */
 std::vector<Group> GetProcedureGroups(const Options& options);
+/** Calls of procedures on a small file, one after another and from several threads. */
+std::vector<Group> GetSmallCallGroups(const Options& options);
 /** Binds of the types of W1 to W4. */
 std::vector<Group> GetBindGroups(const Options& options);
 /** Repeated execution, scripts. */

@@ -59,8 +59,9 @@ Arguments ReadArguments(int argc, char** argv) {
 
 std::vector<Group> GetAllGroups(const Options& options) {
     std::vector<Group> groups;
-    for (const auto get : {GetDeliveryGroups, GetRandomReadGroups, GetProcedureGroups, GetBindGroups,
-                           GetStatementGroups, GetMultiRowGroups, GetLifecycleGroups, GetSizeGroups}) {
+    for (const auto get :
+         {GetDeliveryGroups, GetRandomReadGroups, GetProcedureGroups, GetSmallCallGroups, GetBindGroups,
+          GetStatementGroups, GetMultiRowGroups, GetLifecycleGroups, GetSizeGroups}) {
         for (Group& group : get(options)) {
             groups.push_back(std::move(group));
         }

@@ -50,14 +50,40 @@ void UseAndRelease(mirona_value handle) {
     }
 }
 
-/** One way to read a workload's file, and the engine that a bare program opens for it. Each run opens its own
-    engine, as each call of the procedure does, with all of the machine's threads. */
+/** One way to read a workload's file, and the engine that a bare program uses for it, with all of the
+   machine's threads. Each run opens its own engine on a database file, and only a connection of its own where
+   a Parquet file is read, as each call of the procedure does. */
 struct Source {
     std::string procedure;
     std::vector<std::string> arguments;
     std::string engine_path;
     /** The query, with the casts that the procedure adds. */
     std::string sql;
+    /** In memory, and open for all runs; null for a database file. */
+    std::shared_ptr<BareDuckDB> engine;
+};
+
+/** The connection of one run. */
+class SourceConnection {
+  public:
+    explicit SourceConnection(const Source& source) {
+        if (source.engine == nullptr) {
+            own_engine_ = std::make_unique<BareDuckDB>(source.engine_path, BareDuckDB::Access::reading, 0);
+        }
+        const BareDuckDB& engine = source.engine == nullptr ? *own_engine_ : *source.engine;
+        if (duckdb_connect(engine.get_Engine(), &connection_) != DuckDBSuccess) {
+            Die("cannot connect");
+        }
+    }
+    ~SourceConnection() { duckdb_disconnect(&connection_); }
+    SourceConnection(const SourceConnection&) = delete;
+    SourceConnection& operator=(const SourceConnection&) = delete;
+
+    duckdb_connection get() const { return connection_; }
+
+  private:
+    std::unique_ptr<BareDuckDB> own_engine_;
+    duckdb_connection connection_ = nullptr;
 };
 
 /** A column as the procedure reads it: types that the host does not have are cast. */
@@ -79,17 +105,19 @@ Source GetSource(const std::string& procedure, const std::string& workload_name,
         return {procedure,
                 {workload.parquet},
                 "",
-                "SELECT " + items + " FROM read_parquet('" + workload.parquet + "')"};
+                "SELECT " + items + " FROM read_parquet('" + workload.parquet + "')",
+                std::make_shared<BareDuckDB>("", BareDuckDB::Access::reading, 0)};
     }
     return {procedure,
             {workload.database, workload.table},
             workload.bare_database,
-            "SELECT " + items + " FROM " + workload.table};
+            "SELECT " + items + " FROM " + workload.table,
+            nullptr};
 }
 
 template <class Deliver>
 uint64_t ReadVectorsThroughTable(const Source& source, Deliver deliver) {
-    const BareDuckDB bare(source.engine_path, BareDuckDB::Access::reading, 0);
+    const SourceConnection bare(source);
     const mirona_extension_api& table = GetHostTable();
     duckdb_result result;
     if (duckdb_query(bare.get(), source.sql.c_str(), &result) != DuckDBSuccess) {
@@ -111,8 +139,8 @@ uint64_t ReadVectorsThroughTable(const Source& source, Deliver deliver) {
     return cells;
 }
 
-uint64_t DrainInNewEngine(const Source& source) {
-    const BareDuckDB bare(source.engine_path, BareDuckDB::Access::reading, 0);
+uint64_t DrainSource(const Source& source) {
+    const SourceConnection bare(source);
     return Drain(bare.get(), source.sql);
 }
 
@@ -144,7 +172,7 @@ Group MakeFetchGroup(const std::string& procedure, const std::string& workload, 
     const auto source = std::make_shared<Source>();
     Group group{procedure + "-" + workload, "cell", nullptr, {}};
     group.prepare = [=, &options] { *source = GetSource(procedure, workload, options); };
-    group.cases = {{"drain", [=] { return DrainInNewEngine(*source); }, nullptr},
+    group.cases = {{"drain", [=] { return DrainSource(*source); }, nullptr},
                    {"vectors", [=] { return ReadVectorsThroughTable(*source, UseAndRelease); }, nullptr},
                    {"procedure", [=] { return ReadProcedure(*source, UseAndRelease); }, nullptr}};
     group.check = [=, name = group.name] { CheckSource(name, *source); };

@@ -19,6 +19,7 @@ RATIOS = [
     ("fetch_parquet-W4", "procedure", "vectors", False, None),
     ("fetch_duckdb-W4", "procedure", "vectors", False, None),
     ("go-to-row", "procedure", "bare", False, None),
+    *[(f"small-{w}", f"procedure{t}", f"bare{t}", False, 1.50) for w in ("count", "fetch") for t in ("", ", 8 threads")],
     *[(f"binds-{w}", "module", "bare", False, 1.10) for w in ("W1", "W2", "W3")],
     ("binds-W3", "module", "bare, text at hand", False, None),
     ("binds-W4", "module", "bare", False, None),

@@ -1,16 +1,16 @@
 #include "base/deadline.h"
 
-#include <pthread.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <condition_variable>
-#include <csignal>
 #include <cstddef>
 #include <memory>
 #include <mutex>
 #include <new>
 #include <thread>
+
+#include "base/own_thread.h"
 
 namespace mduckdb {
 
@@ -74,19 +74,8 @@ Timer& Timer::Get() {
 
 void Timer::Start() {
     static const Stopper stopper;
-    // The thread handles none of the host's signals.
-    sigset_t all;
-    sigset_t before;
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
-    try {
-        thread_ = std::thread(&Timer::Run, this);
-    } catch (...) {
-        pthread_sigmask(SIG_SETMASK, &before, nullptr);
-        throw;
-    }
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    pthread_setname_np(thread_.native_handle(), "mduckdb-timer");
+    thread_ = StartOwnThread(
+        "mduckdb-timer", [](void* timer) noexcept { static_cast<Timer*>(timer)->Run(); }, this);
 }
 
 void Timer::Stop() noexcept {

@@ -7,6 +7,7 @@
 
 #include "duckdb_internals/engine_figures.h"
 #include "engines/engine_files.h"
+#include "engines/idle_engines.h"
 #include "nbx/engine_lock.h"
 
 namespace mduckdb {
@@ -119,6 +120,17 @@ void Divide() noexcept {
     DivideLocked();
 }
 
+/** Returns whether there is a budget now. */
+bool Store(uint64_t memory_mb, uint32_t threads) noexcept {
+    const nbx::MutexLock lock(gBudgetMutex);
+    gMemoryMb.store(std::min(memory_mb, GetMachineMemory() / kMegabyte));
+    gThreads.store(std::min(threads, Budget::kMostThreads));
+    const bool is_set = gMemoryMb.load() > 0 || gThreads.load() > 0;
+    EngineFiles::put_ChangeHandler(is_set ? &Divide : nullptr);
+    DivideLocked();
+    return is_set;
+}
+
 }  // namespace
 
 uint64_t Budget::get_MemoryMb() noexcept {
@@ -130,12 +142,9 @@ uint32_t Budget::get_Threads() noexcept {
 }
 
 void Budget::Put(uint64_t memory_mb, uint32_t threads) noexcept {
-    const nbx::MutexLock lock(gBudgetMutex);
-    gMemoryMb.store(std::min(memory_mb, GetMachineMemory() / kMegabyte));
-    gThreads.store(std::min(threads, kMostThreads));
-    const bool is_set = gMemoryMb.load() > 0 || gThreads.load() > 0;
-    EngineFiles::put_ChangeHandler(is_set ? &Divide : nullptr);
-    DivideLocked();
+    const bool is_set = Store(memory_mb, threads);
+    // With a budget an idle engine would take a share; without one, it would still have a share's limits.
+    IdleEngines::put_IsOn(!is_set);
 }
 
 Figures Budget::get_Figures() noexcept {

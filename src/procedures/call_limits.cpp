@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "engines/idle_engines.h"
 #include "nbx/engine_lock.h"
 
 namespace mduckdb {
@@ -46,6 +47,8 @@ SharedLimits GetLimits() {
 void PutLimits(SharedLimits limits) noexcept {
     static const Cleaner cleaner;
     CurrentLimits::Get().Put(std::move(limits));
+    // No call has their limits any more.
+    IdleEngines::CloseAll();
 }
 
 }  // namespace mduckdb

@@ -29,6 +29,7 @@ using SharedLimits = std::shared_ptr<const Limits>;
 
 /** The limits for a call that begins now; never null. From any thread, as `PutLimits`. */
 SharedLimits GetLimits();
+/** Also closes the idle engines. */
 void PutLimits(SharedLimits limits) noexcept;
 
 }  // namespace mduckdb

@@ -44,6 +44,7 @@ mirona_cursor ParquetSchema::Run(mirona_call call, const Arguments& arguments) {
     RequireNoNul(kName, sql);
     PrivateEngine engine = PrivateEngine::OpenInMemory(kName);
     ResultHolder result = engine.RunInTime([&] { return engine.Query(sql); });
+    engine.FinishReading();
     const idx_t rows = duckdb_column_count(result.get());
     std::vector<mirona_value> values;
     values.reserve(rows * kColumns.size());

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "base/text.h"
+#include "engines/idle_engines.h"
 #include "procedures/allowed_files.h"
 #include "procedures/sql_text.h"
 
@@ -73,6 +74,8 @@ void PrivateEngine::Configure(Configuration& configuration, const std::string& s
     if (limits_->threads > 0) {
         configuration.Set("threads", std::to_string(limits_->threads));
     }
+    // The cache knows a file by its size and its time in seconds: a later call could read old content.
+    configuration.Set("enable_external_file_cache", "false");
     configuration.Mark(std::to_string(limits_->temp_directory_mb));
     if (limits_->spill) {
         configuration.Mark(limits_->spill->get_Path());
@@ -91,6 +94,16 @@ void PrivateEngine::Configure(Configuration& configuration, const std::string& s
 }
 
 void PrivateEngine::OpenMemory() {
+    memory_engine_ = IdleEngines::Take(limits_);
+    if (memory_engine_) {
+        engine_ = memory_engine_->get_Engine();
+    } else {
+        OpenNewMemory();
+    }
+}
+
+void PrivateEngine::OpenNewMemory() {
+    const uint64_t round = IdleEngines::get_Round();
     // A name of its own, so that nobody shares the engine.
     FileTurn turn = FileTurn::OfName("call " + std::to_string(call_->get_Number()));
     Configuration configuration;
@@ -99,6 +112,7 @@ void PrivateEngine::OpenMemory() {
     engine_ = turn.OpenWriter(kMemory, configuration, error);
     if (engine_) {
         LimitOpened(turn);
+        memory_engine_.emplace(engine_, limits_, round);
     }
 }
 
@@ -217,6 +231,8 @@ PrivateEngine::PrivateEngine(PrivateEngine&& other) noexcept
       limits_(std::move(other.limits_)),
       time_(other.time_),
       engine_(std::move(other.engine_)),
+      memory_engine_(std::exchange(other.memory_engine_, std::nullopt)),
+      has_finished_(other.has_finished_),
       connection_(std::exchange(other.connection_, nullptr)),
       is_shared_(std::exchange(other.is_shared_, false)),
       catalog_(std::move(other.catalog_)) {}
@@ -227,6 +243,9 @@ PrivateEngine::~PrivateEngine() {
     }
     duckdb_disconnect(&connection_);
     engine_.reset();
+    if (memory_engine_ && has_finished_) {
+        IdleEngines::Keep(*std::exchange(memory_engine_, std::nullopt));
+    }
 }
 
 void PrivateEngine::Connect(const char* failure_text) {
@@ -242,6 +261,7 @@ bool PrivateEngine::Run(const char* sql) noexcept {
 }
 
 void PrivateEngine::FinishReading() noexcept {
+    has_finished_ = true;
     if (std::exchange(is_shared_, false)) {
         Run("ROLLBACK");
     }

@@ -12,6 +12,7 @@
 #include "base/deadline.h"
 #include "base/holders.h"
 #include "engines/engine_files.h"
+#include "engines/memory_engine.h"
 #include "procedures/call_limits.h"
 #include "procedures/call_time.h"
 #include "procedures/running_call.h"
@@ -19,11 +20,12 @@
 namespace mduckdb {
 
 /** The DuckDB engine of one procedure call and its connection, within the limits that are set now. Move-only;
-   the destructor disconnects, then releases the engine. Failures are std::runtime_error with their fixed
-   texts. */
+   the destructor disconnects, then releases the engine or hands it on. Failures are std::runtime_error with
+   their fixed texts. */
 class PrivateEngine {
   public:
-    /** An engine of its own in memory. */
+    /** In memory: an idle engine of an earlier call under the same limits, or a new one. It serves the next
+        call if this one finishes reading. */
     static PrivateEngine OpenInMemory(const char* procedure_name);
     /** Reads a database file. If this process has it open for writing, reads through that engine, in a
         read-only transaction that lasts until `FinishReading`; otherwise through a read-only engine. In both
@@ -45,7 +47,8 @@ class PrivateEngine {
         cut, and this throws. */
     template <class Work>
     auto RunInTime(Work work);
-    /** Called when the result is complete: ends the transaction, so that it does not block checkpoints. */
+    /** Called when the result is complete: ends the transaction, so that it does not block checkpoints. An
+        engine whose call failed is not handed on. */
     void FinishReading() noexcept;
     RunningCall& get_Call() noexcept { return *call_; }
     /** Makes names that start with the name of the file's catalog refer to the file, even when a shared
@@ -60,6 +63,7 @@ class PrivateEngine {
     /** The settings of an engine within the limits; `spill_beginning` is for a call without a folder. */
     void Configure(Configuration& configuration, const std::string& spill_beginning) const;
     void OpenMemory();
+    void OpenNewMemory();
     void Connect(const char* failure_text);
     /** Connects to the engine, which was just opened, and sets what cannot be configured before that: its
         allowed folders, for example, after which its settings are locked. */
@@ -77,8 +81,11 @@ class PrivateEngine {
     std::unique_ptr<RunningCall> call_;
     SharedLimits limits_;
     CallTime time_;
-    /** Of the file, or of this call alone in memory; null until it is open. */
+    /** Of the file or in memory; null until it is open. */
     SharedEngine engine_;
+    /** The engine in memory, which may serve other calls afterwards. */
+    std::optional<MemoryEngine> memory_engine_;
+    bool has_finished_ = false;
     duckdb_connection connection_ = nullptr;
     /** The engine is the writing engine of this process. */
     bool is_shared_ = false;

@@ -3,6 +3,7 @@
 
 #include "each_allocation.h"
 #include "engines/engine_files.h"
+#include "engines/idle_engines.h"
 #include "nbx/mrsql/registry.h"
 #include "procedures/handlers.h"
 #include "procedures/procedures.h"
@@ -128,7 +129,11 @@ class ProceduresOutOfMemory : public ::testing::Test {
             ThrowReport(host_);
             return cursor == &table_cells ? Quietly([] { return Joined(table_cells); }) : ReadCursor();
         };
-        operation.prepare = [this] { host_.CloseCursor(); };
+        operation.prepare = [this] {
+            host_.CloseCursor();
+            // Each call opens its engine.
+            IdleEngines::CloseAll();
+        };
         operation.look = [this] {
             host_.CloseCursor();
             return std::to_string(EngineFiles::Get().get_EngineCount());

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "engines/idle_engines.h"
 #include "nbx/mrsql/registry.h"
 #include "procedures/procedures.h"
 
@@ -107,6 +108,8 @@ FakeHost::FakeHost() {
 
 FakeHost::~FakeHost() {
     CloseCursor();
+    // No engine of this host's calls is left for the next test.
+    IdleEngines::CloseAll();
 }
 
 void FakeHost::CloseCursor() {

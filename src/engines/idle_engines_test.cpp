@@ -1,0 +1,312 @@
+#include "engines/idle_engines.h"
+
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <thread>
+#include <vector>
+
+#include "base/holders.h"
+#include "support/temp_folder.h"
+
+namespace mduckdb {
+namespace {
+
+using std::chrono::milliseconds;
+
+const EngineTerms kTerms = std::make_shared<int>();
+
+MemoryEngine Open(const EngineTerms& terms = kTerms, const std::string& temporary_folder = "") {
+    static std::atomic<int> count{0};
+    const uint64_t round = IdleEngines::get_Round();
+    FileTurn turn = FileTurn::OfName("test " + std::to_string(++count));
+    Configuration configuration;
+    configuration.Set("threads", "2");
+    if (!temporary_folder.empty()) {
+        configuration.Set("temp_directory", temporary_folder);
+        configuration.Set("max_memory", "40MB");
+    }
+    std::string error;
+    SharedEngine engine = turn.OpenWriter(":memory:", configuration, error);
+    EXPECT_TRUE(engine) << error;
+    return {engine, terms, round};
+}
+
+/** DuckDB's error, or nothing. */
+std::string RunOn(const MemoryEngine& engine, const std::string& sql) {
+    duckdb_connection connection = nullptr;
+    EXPECT_EQ(DuckDBSuccess, duckdb_connect(engine.get_Engine()->handle, &connection));
+    std::string error;
+    {
+        ResultHolder result;
+        if (duckdb_query(connection, sql.c_str(), result.Receive()) != DuckDBSuccess) {
+            error = duckdb_result_error(result.get());
+        }
+    }
+    duckdb_disconnect(&connection);
+    return error;
+}
+
+/** Makes the engine fail with an internal error: a TIME outside the day cannot become text. */
+void EndEngine(const MemoryEngine& engine) {
+    duckdb_connection connection = nullptr;
+    ASSERT_EQ(DuckDBSuccess, duckdb_connect(engine.get_Engine()->handle, &connection));
+    EXPECT_EQ(DuckDBSuccess, duckdb_query(connection, "CREATE TEMP TABLE bad (t TIME)", nullptr));
+    {
+        PreparedHolder prepared;
+        EXPECT_EQ(DuckDBSuccess,
+                  duckdb_prepare(connection, "INSERT INTO bad VALUES (?)", prepared.Receive()));
+        EXPECT_EQ(DuckDBSuccess, duckdb_bind_time(prepared.get(), 1, {INT64_MAX}));
+        EXPECT_EQ(DuckDBSuccess, duckdb_execute_prepared(prepared.get(), nullptr));
+    }
+    EXPECT_EQ(DuckDBError, duckdb_query(connection, "SELECT t::VARCHAR FROM bad", nullptr));
+    duckdb_disconnect(&connection);
+}
+
+std::size_t CountIdle() {
+    std::vector<uint64_t> numbers;
+    IdleEngines::List(numbers);
+    return numbers.size();
+}
+
+bool HasThread() {
+    const auto name_of = [](const std::filesystem::path& task) {
+        std::string name;
+        std::ifstream(task / "comm") >> name;
+        return name;
+    };
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+        if (name_of(task) == "mduckdb-idle") {
+            return true;
+        }
+    }
+    return false;
+}
+
+/** Waits; false after ten seconds. */
+template <class Condition>
+bool Becomes(Condition condition) {
+    for (int i = 0; i < 1000 && !condition(); ++i) {
+        std::this_thread::sleep_for(milliseconds(10));
+    }
+    return condition();
+}
+
+class IdleEnginesTest : public testing::Test {
+  protected:
+    ~IdleEnginesTest() override {
+        IdleEngines::put_IdleTime(milliseconds(5000));
+        IdleEngines::put_IsOn(true);
+        EXPECT_EQ(before_, EngineFiles::Nameless().get_EngineCount());
+    }
+    /** Whether the engine is kept after the SQL has run on it. */
+    static bool IsKeptAfter(const std::string& sql) {
+        MemoryEngine engine = Open();
+        EXPECT_EQ("", RunOn(engine, sql)) << sql;
+        IdleEngines::Keep(std::move(engine));
+        return IdleEngines::Take(kTerms).has_value();
+    }
+
+    const std::size_t before_ = EngineFiles::Nameless().get_EngineCount();
+};
+
+TEST_F(IdleEnginesTest, HandOnTheEngineThatWasUsedLast) {
+    EXPECT_FALSE(IdleEngines::Take(kTerms));
+    MemoryEngine first = Open();
+    const duckdb_database handle = first.get_Engine()->handle;
+    IdleEngines::Keep(std::move(first));
+    std::optional<MemoryEngine> taken = IdleEngines::Take(kTerms);
+    ASSERT_TRUE(taken);
+    EXPECT_EQ(handle, taken->get_Engine()->handle);
+    EXPECT_EQ("", RunOn(*taken, "SELECT count(*) FROM range(100000)"));
+    EXPECT_FALSE(IdleEngines::Take(kTerms)) << "it serves one call at a time";
+}
+
+TEST_F(IdleEnginesTest, AreForCallsOnTheSameTermsAlone) {
+    IdleEngines::Keep(Open());
+    const EngineTerms others = std::make_shared<int>();
+    EXPECT_FALSE(IdleEngines::Take(others));
+    EXPECT_FALSE(IdleEngines::Take(nullptr));
+    EXPECT_TRUE(IdleEngines::Take(kTerms));
+}
+
+TEST_F(IdleEnginesTest, AreAtMostOneACore) {
+    const std::size_t most = IdleEngines::get_Most();
+    EXPECT_EQ(std::thread::hardware_concurrency(), most);
+    std::vector<MemoryEngine> engines;
+    std::vector<EngineTerms> terms;
+    for (std::size_t i = 0; i <= most; ++i) {
+        terms.push_back(std::make_shared<int>());
+        engines.push_back(Open(terms.back()));
+    }
+    for (MemoryEngine& engine : engines) {
+        IdleEngines::Keep(std::move(engine));
+    }
+    EXPECT_EQ(most, CountIdle());
+    EXPECT_EQ(before_ + most, EngineFiles::Nameless().get_EngineCount());
+    EXPECT_FALSE(IdleEngines::Take(terms.front())) << "the one that waited longest makes room";
+    EXPECT_TRUE(IdleEngines::Take(terms.back()));
+}
+
+TEST_F(IdleEnginesTest, CloseAfterSomeTimeAndThenTheirThreadEnds) {
+    IdleEngines::put_IdleTime(milliseconds(50));
+    for (int round = 0; round < 3; ++round) {
+        IdleEngines::Keep(Open());
+        EXPECT_TRUE(HasThread());
+        EXPECT_TRUE(Becomes([this] { return EngineFiles::Nameless().get_EngineCount() == before_; }));
+        EXPECT_EQ(0u, CountIdle());
+        EXPECT_TRUE(Becomes([] { return !HasThread(); }));
+    }
+}
+
+TEST_F(IdleEnginesTest, CloseTogetherAndSoDoThoseInUseAfterTheirCall) {
+    MemoryEngine used = Open();
+    IdleEngines::Keep(Open());
+    IdleEngines::CloseAll();
+    EXPECT_EQ(0u, CountIdle());
+    EXPECT_EQ(before_ + 1, EngineFiles::Nameless().get_EngineCount());
+    IdleEngines::Keep(std::move(used));
+    EXPECT_EQ(before_, EngineFiles::Nameless().get_EngineCount());
+    EXPECT_TRUE(Becomes([] { return !HasThread(); }));
+    IdleEngines::Keep(Open());
+    EXPECT_EQ(1u, CountIdle());
+}
+
+TEST_F(IdleEnginesTest, AreNoneWhileSwitchedOff) {
+    IdleEngines::Keep(Open());
+    IdleEngines::put_IsOn(false);
+    IdleEngines::Keep(Open());
+    EXPECT_EQ(before_, EngineFiles::Nameless().get_EngineCount());
+}
+
+TEST_F(IdleEnginesTest, AreNotThoseThatACallHasChanged) {
+    EXPECT_TRUE(IsKeptAfter("SELECT setseed(0.5), random()"));
+    EXPECT_TRUE(IsKeptAfter("SELECT count(*) FROM (SELECT random() AS r FROM range(100000) ORDER BY r)"));
+    EXPECT_FALSE(IsKeptAfter("ATTACH ':memory:' AS other"));
+    EXPECT_FALSE(IsKeptAfter("CREATE TABLE t AS SELECT i, hash(i) FROM range(10000) r(i)"));
+}
+
+TEST_F(IdleEnginesTest, AreNotThoseThatAnInternalErrorHasEnded) {
+    MemoryEngine engine = Open();
+    EXPECT_NE("", RunOn(engine, "SELECT make_timetz(1)")) << "an ordinary error";
+    EXPECT_TRUE(engine.IsAsOpened());
+    EndEngine(engine);
+    EXPECT_FALSE(engine.IsAsOpened());
+    IdleEngines::Keep(std::move(engine));
+    EXPECT_EQ(0u, CountIdle());
+}
+
+TEST_F(IdleEnginesTest, AreNotThoseThatHaveSpilled) {
+    const TempFolder folder;
+    MemoryEngine engine = Open(kTerms, folder / "spilled");
+    EXPECT_EQ("", RunOn(engine,
+                        "SELECT count(*) FROM (SELECT hash(i) AS h FROM range(3000000) r(i) ORDER BY h "
+                        "LIMIT 2900000)"));
+    EXPECT_TRUE(std::filesystem::exists(folder / "spilled"));
+    IdleEngines::Keep(std::move(engine));
+    EXPECT_EQ(0u, CountIdle());
+    EXPECT_FALSE(std::filesystem::exists(folder / "spilled"));
+}
+
+TEST_F(IdleEnginesTest, ServeManyThreadsWhileOthersCloseThem) {
+    IdleEngines::put_IdleTime(milliseconds(1));
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([t] {
+            for (int i = 0; i < 10; ++i) {
+                std::optional<MemoryEngine> engine = IdleEngines::Take(kTerms);
+                if (!engine) {
+                    engine.emplace(Open());
+                }
+                EXPECT_EQ("", RunOn(*engine, "SELECT 1"));
+                IdleEngines::Keep(std::move(*engine));
+                if (i % 4 == t) {
+                    IdleEngines::CloseAll();
+                }
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    IdleEngines::CloseAll();
+    EXPECT_EQ(0u, CountIdle());
+}
+
+/** Runs the function in a new process, which must exit with status 7 within a minute. */
+class IdleProcessTest : public testing::Test {
+  protected:
+    IdleProcessTest() { testing::FLAGS_gtest_death_test_style = "threadsafe"; }
+};
+
+TEST_F(IdleProcessTest, TheyDoNotHoldUpTheExitOfAProcess) {
+    const auto run = [] {
+        alarm(60);
+        IdleEngines::Keep(Open());
+        std::exit(CountIdle() == 1 ? 7 : 1);
+    };
+    EXPECT_EXIT(run(), testing::ExitedWithCode(7), "");
+}
+
+TEST_F(IdleProcessTest, ACallThatEndsDuringTheExitClosesItsEngine) {
+    const auto run = [] {
+        alarm(60);
+        static std::optional<MemoryEngine> engine;
+        // Runs after the list has closed.
+        std::atexit([] {
+            IdleEngines::Keep(std::move(*engine));
+            if (CountIdle() != 0 || EngineFiles::Nameless().get_EngineCount() != 0) {
+                _exit(1);
+            }
+        });
+        engine.emplace(Open());
+        IdleEngines::Keep(Open());
+        std::exit(7);
+    };
+    EXPECT_EXIT(run(), testing::ExitedWithCode(7), "");
+}
+
+#ifndef MDUCKDB_TEST_IS_THREAD_SANITIZED
+TEST_F(IdleProcessTest, AForkedChildHasNoneOfItsParentsAndExits) {
+    const auto run = [] {
+        alarm(60);
+        IdleEngines::Keep(Open());
+        const pid_t child = fork();
+        if (child == 0) {
+            alarm(60);
+            const bool has_none = CountIdle() == 0 && !IdleEngines::Take(kTerms);
+            IdleEngines::Keep(Open());
+            std::exit(has_none && CountIdle() == 1 && IdleEngines::Take(kTerms) ? 7 : 1);
+        }
+        int status = 0;
+        waitpid(child, &status, 0);
+        const bool is_kept = CountIdle() == 1 && IdleEngines::Take(kTerms);
+        std::exit(is_kept && WIFEXITED(status) ? WEXITSTATUS(status) : 1);
+    };
+    EXPECT_EXIT(run(), testing::ExitedWithCode(7), "");
+}
+
+TEST_F(IdleProcessTest, AForkedChildMayExitAtOnce) {
+    const auto run = [] {
+        alarm(60);
+        IdleEngines::Keep(Open());
+        const pid_t child = fork();
+        if (child == 0) {
+            alarm(60);
+            std::exit(7);
+        }
+        int status = 0;
+        waitpid(child, &status, 0);
+        std::exit(WIFEXITED(status) ? WEXITSTATUS(status) : 1);
+    };
+    EXPECT_EXIT(run(), testing::ExitedWithCode(7), "");
+}
+#endif
+
+}  // namespace
+}  // namespace mduckdb
