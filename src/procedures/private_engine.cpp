@@ -74,7 +74,8 @@ void PrivateEngine::Configure(Configuration& configuration, const std::string& s
     if (limits_->threads > 0) {
         configuration.Set("threads", std::to_string(limits_->threads));
     }
-    // The cache knows a file by its size and its time in seconds: a later call could read old content.
+    // An engine serves several calls, and DuckDB's cache reads old content of a file that was rewritten
+    // within the second.
     configuration.Set("enable_external_file_cache", "false");
     configuration.Mark(std::to_string(limits_->temp_directory_mb));
     if (limits_->spill) {
