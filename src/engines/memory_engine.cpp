@@ -7,13 +7,13 @@
 
 namespace mduckdb {
 
-MemoryEngine::MemoryEngine(SharedEngine engine, EngineTerms terms, uint64_t round)
+MemoryEngine::MemoryEngine(const SharedEngine& engine, EngineTerms terms, uint64_t round)
     : MemoryEngine(engine, std::move(terms), round, ReadEngineFolders(engine->handle)) {}
 
-MemoryEngine::MemoryEngine(SharedEngine engine, EngineTerms terms, uint64_t round,
+MemoryEngine::MemoryEngine(const SharedEngine& engine, EngineTerms terms, uint64_t round,
                            const EngineFolders& folders)
     : terms_(std::move(terms)),
-      engine_(std::move(engine)),
+      engine_(engine),
       round_(round),
       temporary_folder_(folders.temporary),
       surroundings_(folders.secrets),

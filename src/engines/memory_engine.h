@@ -19,7 +19,7 @@ class MemoryEngine {
   public:
     /** The engine was just opened, and no query has run on it that may use a secret. `round` is from before
         that. Throws `std::bad_alloc` and DuckDB's exceptions. */
-    MemoryEngine(SharedEngine engine, EngineTerms terms, uint64_t round);
+    MemoryEngine(const SharedEngine& engine, EngineTerms terms, uint64_t round);
 
     const SharedEngine& get_Engine() const noexcept { return engine_; }
     const EngineTerms& get_Terms() const noexcept { return terms_; }
@@ -32,7 +32,7 @@ class MemoryEngine {
     bool IsUpToDate() const noexcept;
 
   private:
-    MemoryEngine(SharedEngine engine, EngineTerms terms, uint64_t round, const EngineFolders& folders);
+    MemoryEngine(const SharedEngine& engine, EngineTerms terms, uint64_t round, const EngineFolders& folders);
 
     // Destroyed after the engine: the limits may own the folder in which it spills.
     EngineTerms terms_;

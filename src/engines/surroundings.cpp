@@ -72,7 +72,8 @@ FolderStamp::FolderStamp(const std::string& folder) {
         }
     }
     // Readers may get the files in any order.
-    std::sort(entries_.begin(), entries_.end());
+    std::sort(entries_.begin(), entries_.end(),
+              [](const Entry& a, const Entry& b) { return a.name < b.name; });
     is_settled_ = newest_ns_ < NowNs() - kSettlingTime;
 }
 

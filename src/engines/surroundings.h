@@ -1,6 +1,5 @@
 #pragma once
 
-#include <compare>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -30,7 +29,7 @@ class FolderStamp {
         int64_t modified_ns = 0;
         int64_t changed_ns = 0;
 
-        friend auto operator<=>(const Entry&, const Entry&) = default;
+        friend bool operator==(const Entry&, const Entry&) = default;
     };
 
     void Add(int folder, const char* name);
