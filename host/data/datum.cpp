@@ -16,9 +16,9 @@ namespace {
 
 // By the index of the alternative in `Datum::Content`.
 constexpr std::array<uint32_t, std::variant_size_v<Datum::Content>> kTypes = {
-    MIRONA_TYPE_NULL,   MIRONA_TYPE_BOOL, MIRONA_TYPE_INT64,    MIRONA_TYPE_UINT64,
-    MIRONA_TYPE_DOUBLE, MIRONA_TYPE_TEXT, MIRONA_TYPE_BINARY,   MIRONA_TYPE_VARIANT,
-    MIRONA_TYPE_DATE,   MIRONA_TYPE_TIME, MIRONA_TYPE_DATETIME, MIRONA_TYPE_ARRAY};
+    MIRONA_TYPE_NULL,     MIRONA_TYPE_BOOL,   MIRONA_TYPE_INT64,   MIRONA_TYPE_UINT64, MIRONA_TYPE_DOUBLE,
+    MIRONA_TYPE_TEXT,     MIRONA_TYPE_BINARY, MIRONA_TYPE_VARIANT, MIRONA_TYPE_DATE,   MIRONA_TYPE_TIME,
+    MIRONA_TYPE_DATETIME, MIRONA_TYPE_ARRAY,  MIRONA_TYPE_DOUBLE};
 
 constexpr std::array<const char*, 14> kTypeNames = {"unknown",  "array",  "bool",   "binary", "date",
                                                     "datetime", "double", "int64",  "money",  "null",
@@ -59,6 +59,13 @@ class TextAppender {
     void operator()(int64_t value) const { fmt::format_to(std::back_inserter(out_), "{}", value); }
     void operator()(uint64_t value) const { fmt::format_to(std::back_inserter(out_), "{}", value); }
     void operator()(double value) const { AppendNumber(out_, value); }
+    void operator()(const Decimal& value) const {
+        if (value.digits.empty()) {
+            fmt::format_to(std::back_inserter(out_), "{:.{}f}", value.number, value.scale);
+        } else {
+            out_ += value.digits;
+        }
+    }
     void operator()(const std::string& value) const { out_ += value; }
     void operator()(const Bytes& value) const { AppendHex(out_, value.data); }
     void operator()(const JsonText& value) const { out_ += value.text; }
@@ -97,7 +104,8 @@ bool IsPlainJson(const Datum& datum) {
         return nlohmann::json::accept(json->text);
     }
     return std::holds_alternative<bool>(datum.content) || std::holds_alternative<int64_t>(datum.content) ||
-           std::holds_alternative<uint64_t>(datum.content) || std::holds_alternative<List>(datum.content);
+           std::holds_alternative<uint64_t>(datum.content) || std::holds_alternative<List>(datum.content) ||
+           std::holds_alternative<Decimal>(datum.content);
 }
 
 bool IsPlainAscii(std::string_view text) {

@@ -20,6 +20,15 @@ struct Bytes {
 struct JsonText {
     std::string text;
 };
+/** A DECIMAL of a cursor. */
+struct Decimal {
+    /** The nearest one. */
+    double number = 0;
+    /** Digits after the point. */
+    int scale = 0;
+    /** All digits, if the double has too few of them; else empty. */
+    std::string digits;
+};
 struct List {
     std::vector<Datum> items;
 };
@@ -29,7 +38,7 @@ struct Null {};
     data are. Owns its content. */
 struct Datum {
     using Content = std::variant<Null, bool, int64_t, uint64_t, double, std::string, Bytes, JsonText,
-                                 nbx::DateContent, nbx::TimeContent, nbx::DateTimeContent, List>;
+                                 nbx::DateContent, nbx::TimeContent, nbx::DateTimeContent, List, Decimal>;
 
     Content content;
 

@@ -1,5 +1,8 @@
 #include "databases/results.h"
 
+#include <charconv>
+#include <cmath>
+
 #include "data/host_values.h"
 #include "nbx/exception.h"
 #include "text/messages.h"
@@ -30,15 +33,71 @@ std::string DescribeFetchFailure(I_DuckDBCursor& cursor) {
     return has_failed ? DescribeError(ParseDuckDBError(ToUtf8(status->get_FetchError())), {}) : std::string();
 }
 
+constexpr uint32_t kDecimalType = 19;
+/** A double keeps every number of 15 digits, and the division by a power of ten up to this one is exact. */
+constexpr double kFirstInexact = 1e15;
+constexpr int kMostExactScale = 22;
+
+/** Reads the rows of a cursor, whose DECIMALs keep all their digits. */
+class RowReader {
+  public:
+    explicit RowReader(I_DuckDBCursor& cursor)
+        : cursor_(cursor),
+          decimals_(static_cast<nbx::mrsql::I_ExactDecimals*>(
+              cursor.QueryInterface(nbx::mrsql::kExactDecimalsInterfaceId))),
+          scales_(cursor.get_ColumnCount()) {
+        for (uint32_t i = 0; i < scales_.size(); ++i) {
+            const bool is_decimal = decimals_ != nullptr && cursor.get_ColumnType(i) == kDecimalType;
+            scales_[i] = is_decimal ? ReadScale(ToUtf8(cursor.get_ColumnTypeName(i))) : kNoDecimal;
+        }
+    }
+
+    void Read(Row& row) {
+        row.resize(scales_.size());
+        for (uint32_t i = 0; i < scales_.size(); ++i) {
+            row[i] = ToDatum(cursor_.get_Value(i));
+            const auto* const number = std::get_if<double>(&row[i].content);
+            if (scales_[i] != kNoDecimal && number != nullptr) {
+                row[i] = ReadDecimal(*number, i);
+            }
+        }
+    }
+
+  private:
+    static constexpr int kNoDecimal = -1;
+
+    /** Of DECIMAL(18,3). */
+    static int ReadScale(const std::string& type_name) {
+        int scale = kNoDecimal;
+        const std::size_t comma = type_name.find(',');
+        if (comma != std::string::npos) {
+            std::from_chars(&type_name[comma + 1], type_name.data() + type_name.size(), scale);
+        }
+        return scale;
+    }
+
+    Datum ReadDecimal(double number, uint32_t column) {
+        const int scale = scales_[column];
+        if (scale <= kMostExactScale && std::abs(number) * std::pow(10.0, scale) < kFirstInexact) {
+            return {Decimal{number, scale, {}}};
+        }
+        std::string digits = ToUtf8(decimals_->get_DecimalText(column));
+        // DuckDB has no text for a number with too many digits for its type, which files may contain.
+        return digits.empty() ? Datum{number} : Datum{Decimal{number, scale, std::move(digits)}};
+    }
+
+    I_DuckDBCursor& cursor_;
+    nbx::mrsql::I_ExactDecimals* decimals_;
+    std::vector<int> scales_;
+};
+
 /** Returns false when the printing was stopped before the end. */
-bool PrintRows(I_DuckDBCursor& cursor, std::size_t column_count, Printer& printer,
-               const StopTest& is_stopped) {
-    Row row(column_count);
+bool PrintRows(I_DuckDBCursor& cursor, Printer& printer, const StopTest& is_stopped) {
+    RowReader reader(cursor);
+    Row row;
     bool is_complete = true;
     while (is_complete && cursor.NextRecord()) {
-        for (std::size_t i = 0; i < row.size(); ++i) {
-            row[i] = ToDatum(cursor.get_Value(static_cast<uint32_t>(i)));
-        }
+        reader.Read(row);
         printer.Add(row);
         is_complete = !is_stopped || !is_stopped();
     }
@@ -48,11 +107,10 @@ bool PrintRows(I_DuckDBCursor& cursor, std::size_t column_count, Printer& printe
 }  // namespace
 
 void PrintCursor(const smart_ptr<I_DuckDBCursor>& cursor, Printer& printer, const StopTest& is_stopped) {
-    const std::vector<Column> columns = DescribeColumns(*cursor);
-    printer.Begin(columns);
+    printer.Begin(DescribeColumns(*cursor));
     bool is_complete = false;
     try {
-        is_complete = PrintRows(*cursor, columns.size(), printer, is_stopped);
+        is_complete = PrintRows(*cursor, printer, is_stopped);
     } catch (const nbx::xException&) {
         printer.EndEarly();
         throw;

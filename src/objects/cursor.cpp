@@ -30,6 +30,9 @@ class DuckDBCursor_server final : public DuckDBCursor_imp {
     bool PrevRecord() override;
     nbx::smart_ptr<nbx::I_Value> get_Value(uint32_t column_index) override;
 
+  protected:
+    RecordPlace FindRecord() override;
+
   private:
     /** Throws for operations that only a client cursor supports. */
     [[noreturn]] void Refuse(const char* message) const;
@@ -106,13 +109,18 @@ void DuckDBCursor_server::MoveToNextChunk() {
 nbx::smart_ptr<nbx::I_Value> DuckDBCursor_server::get_Value(uint32_t column_index) {
     RequireValid();
     RequireColumn(column_index);
+    FindRecord();
+    return cells_.Read(column_index, row_in_chunk_);
+}
+
+DuckDBCursor_imp::RecordPlace DuckDBCursor_server::FindRecord() {
     if (!chunk_) {
         ThrowError("Data is not available. Use NextRecord() to fetch data.");
     }
     if (row_in_chunk_ >= cells_.get_RowCount()) {
         ThrowError("Current position is out of bounds");
     }
-    return cells_.Read(column_index, row_in_chunk_);
+    return {chunk_.get(), row_in_chunk_};
 }
 
 }  // namespace

@@ -93,6 +93,23 @@ void DuckDBCursor_client::RequireNumberable(uint64_t row_count) const {
     }
 }
 
+DuckDBCursor_imp::RecordPlace DuckDBCursor_client::FindRecord() {
+    if (current_record_ == 0) {
+        ThrowError("No current record.");
+    }
+    bool is_from_first_row = !found_chunk_ || current_record_ <= found_after_;
+    while (is_from_first_row || (found_chunk_ && current_record_ - found_after_ >
+                                                     duckdb_data_chunk_get_size(found_chunk_.get()))) {
+        // Without a chunk, the next call begins at the first row, should fetching fail here.
+        const ChunkHolder passed = std::move(found_chunk_);
+        const auto passed_rows = is_from_first_row ? 0 : duckdb_data_chunk_get_size(passed.get());
+        found_after_ = is_from_first_row ? 0 : found_after_ + static_cast<uint32_t>(passed_rows);
+        found_chunk_ = FetchChunkAgain(is_from_first_row);
+        is_from_first_row = false;
+    }
+    return {found_chunk_.get(), current_record_ - found_after_ - 1};
+}
+
 uint32_t DuckDBCursor_client::get_RecordCount() {
     RequireValid();
     return row_count_;

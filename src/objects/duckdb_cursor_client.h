@@ -30,6 +30,9 @@ class DuckDBCursor_client final : public DuckDBCursor_imp {
     /** The rows as arrays, created on the first call and then kept; they share the cursor's values. */
     nbx::smart_ptr<nbx::ValueRows> get_Rows();
 
+  protected:
+    RecordPlace FindRecord() override;
+
   private:
     void ReadRows();
     void ReserveRows();
@@ -44,6 +47,9 @@ class DuckDBCursor_client final : public DuckDBCursor_imp {
     nbx::smart_ptr<nbx::ValueRows> rows_;
     /** Counts from 1; 0 when there is none. */
     uint32_t current_record_ = 0;
+    /** What `FindRecord` read last, and the number of the record before its first. */
+    ChunkHolder found_chunk_;
+    uint32_t found_after_ = 0;
 };
 
 }  // namespace mduckdb

@@ -4,6 +4,7 @@
 
 #include "base/errors.h"
 #include "base/text.h"
+#include "duckdb_internals/cell_reader.h"
 #include "duckdb_internals/plain_functions.h"
 #include "duckdb_internals/results.h"
 
@@ -31,6 +32,21 @@ void FetchStatus::KeepErrorOf(duckdb_result* result) {
     if (error_.isEmpty()) {
         error_ = ToHostText(duckdb_result_error(result));
     }
+}
+
+nbx::String ExactDecimals::get_DecimalText(uint32_t column_index) {
+    cursor_.RequireValid();
+    cursor_.RequireColumn(column_index);
+    const DuckDBCursor_imp::RecordPlace place = cursor_.FindRecord();
+    if (cursor_.get_ColumnType(column_index) != DUCKDB_TYPE_DECIMAL || place.chunk == nullptr) {
+        return {};
+    }
+    const duckdb_vector vector = duckdb_data_chunk_get_vector(place.chunk, column_index);
+    if (!duckdb_validity_row_is_valid(duckdb_vector_get_validity(vector), place.row)) {
+        return {};
+    }
+    const ValueHolder value(duckdb_data_chunk_get_value(place.chunk, column_index, place.row));
+    return FromUtf8(ValueText(value.get()).get_View());
 }
 
 DuckDBCursor_imp::DuckDBCursor_imp(SharedLink link, ResultHolder& result)
@@ -89,6 +105,11 @@ void* DuckDBCursor_imp::QueryInterface(uint32_t interface_id) {
              nbx::mrsql::I_FetchStatus* status = &static_cast<DuckDBCursor_imp*>(object)->fetch_status_;
              return status;
          }},
+        {nbx::mrsql::kExactDecimalsInterfaceId,
+         [](void* object) -> void* {
+             nbx::mrsql::I_ExactDecimals* decimals = &static_cast<DuckDBCursor_imp*>(object)->exact_decimals_;
+             return decimals;
+         }},
         {0, nullptr},
     };
     return nbx::InterfaceTableQueryInterface(this, kTable, interface_id);
@@ -126,19 +147,27 @@ void DuckDBCursor_imp::ThrowError(const char* message) const {
     tie_.get_Link()->ThrowError(message);
 }
 
-ChunkHolder DuckDBCursor_imp::FetchChunk() {
+ChunkHolder DuckDBCursor_imp::FetchChunkAgain(bool is_from_first_row) {
+    if (is_from_first_row) {
+        const nbx::MutexLock lock(result_mutex_);
+        second_scan_.Reset();
+    }
+    return FetchChunk(second_scan_);
+}
+
+ChunkHolder DuckDBCursor_imp::FetchChunk(ResultScanHolder& scan) {
     const nbx::MutexLock lock(result_mutex_);
     if (!result_) {
         ThrowInvalid();
     }
-    if (!scan_) {
-        scan_.Reset(duckdb_create_result_scan());
+    if (!scan) {
+        scan.Reset(duckdb_create_result_scan());
     }
-    if (!scan_) {
+    if (!scan) {
         throw std::bad_alloc();
     }
     TextHolder error;
-    ChunkHolder chunk(duckdb_scan_result_chunk(*result_, scan_.get(), error.Receive()));
+    ChunkHolder chunk(duckdb_scan_result_chunk(*result_, scan.get(), error.Receive()));
     if (error) {
         tie_.get_Link()->ThrowError(error.get());
     }
@@ -158,6 +187,7 @@ void DuckDBCursor_imp::ReleaseResult() noexcept {
     has_result_.store(false);
     const nbx::MutexLock lock(result_mutex_);
     scan_.Reset();
+    second_scan_.Reset();
     result_.Reset();
 }
 

@@ -26,6 +26,18 @@ class FetchStatus final : public nbx::mrsql::I_FetchStatus {
     nbx::String error_;
 };
 
+class DuckDBCursor_imp;
+
+/** The exact texts of a cursor's DECIMALs. The cursor owns it. */
+class ExactDecimals final : public nbx::mrsql::I_ExactDecimals {
+  public:
+    explicit ExactDecimals(DuckDBCursor_imp& cursor) : cursor_(cursor) {}
+    nbx::String get_DecimalText(uint32_t column_index) override;
+
+  private:
+    DuckDBCursor_imp& cursor_;
+};
+
 /** What both kinds of cursor have in common: the result, its description, and the way to the database.
 
     The cursor owns the result until it is closed, detached or destroyed; it is valid until the first of them.
@@ -74,7 +86,20 @@ class DuckDBCursor_imp : public nbx::Counted<nbx::mrsql::I_DuckDBCursor>, public
     /** The next rows, or null at the end of the rows and after a failure of a result that is computed while
         it is read, whose text is kept. Throws when computed rows cannot be read, and when the result was
         released. The caller owns the chunk, which depends neither on the cursor nor on the engine. */
-    ChunkHolder FetchChunk();
+    ChunkHolder FetchChunk() { return FetchChunk(scan_); }
+    /** The same for a reader of its own, which begins at the first row; null at once for rows that DuckDB
+        computed while they were fetched. */
+    ChunkHolder FetchChunkAgain(bool is_from_first_row);
+
+    /** Where DuckDB holds the current record. */
+    struct RecordPlace {
+        /** Null if DuckDB no longer holds it. */
+        duckdb_data_chunk chunk;
+        idx_t row;
+    };
+    /** Throws if there is no current record. The cursor is valid. */
+    virtual RecordPlace FindRecord() = 0;
+
     /** 0 when DuckDB has not computed them yet. */
     uint64_t CountComputedRows();
 
@@ -82,6 +107,9 @@ class DuckDBCursor_imp : public nbx::Counted<nbx::mrsql::I_DuckDBCursor>, public
     CensusEntry census_;
 
   private:
+    friend class ExactDecimals;
+
+    ChunkHolder FetchChunk(ResultScanHolder& scan);
     static constexpr std::size_t kInlineNames = 10;
     static constexpr std::size_t kInlineTypes = 12;
     using Names = boost::container::small_vector<nbx::String, kInlineNames>;
@@ -98,11 +126,14 @@ class DuckDBCursor_imp : public nbx::Counted<nbx::mrsql::I_DuckDBCursor>, public
     Names column_type_names_;
     boost::container::small_vector<uint32_t, kInlineTypes> column_types_;
     FetchStatus fetch_status_;
+    ExactDecimals exact_decimals_{*this};
     /** A client cursor reads its rows without the engine lock: this one, taken after it, keeps the result in
         place for one chunk. */
     nbx::Mutex result_mutex_;
     ResultHolder result_;
     ResultScanHolder scan_;
+    /** For `FetchChunkAgain`. */
+    ResultScanHolder second_scan_;
     /** Whether there is a result, for the calls that take no lock. */
     std::atomic<bool> has_result_{false};
 };

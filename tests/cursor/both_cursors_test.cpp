@@ -4,6 +4,8 @@
 namespace mduckdb {
 namespace {
 
+using nbx::mrsql::I_ExactDecimals;
+
 class BothCursors : public testing::TestWithParam<uint32_t> {
   protected:
     Cursor Select(const std::string& sql) const { return database_.Select(sql, GetParam()); }
@@ -176,6 +178,59 @@ TEST(CursorKinds, EveryLocationBut1CreatesAServerCursor) {
         EXPECT_FALSE(IsClientCursor(database.Select("SELECT 1", location).get())) << location;
     }
     EXPECT_TRUE(IsClientCursor(database.Select("SELECT 1", 1).get()));
+}
+
+I_ExactDecimals& DecimalsOf(I_DuckDBCursor& cursor) {
+    return *static_cast<I_ExactDecimals*>(cursor.QueryInterface(nbx::mrsql::kExactDecimalsInterfaceId));
+}
+
+TEST_P(BothCursors, KnowEveryDigitOfADecimal) {
+    const std::string from = " FROM range(5000) r(i)";
+    const std::string number =
+        "CASE WHEN i % 7 = 3 THEN NULL ELSE "
+        "123456789012345678.123::DECIMAL(38,3) * (i - 2500)::DECIMAL(6,0) END";
+    const Cursor cursor = Select("SELECT " + number + ", i" + from);
+    const Cursor texts = Select("SELECT coalesce((" + number + ")::VARCHAR, '')" + from);
+    I_ExactDecimals& decimals = DecimalsOf(*cursor);
+    EXPECT_NE(ErrorOf([&] { decimals.get_DecimalText(0); }), "");  // before the first row
+    uint64_t rows = 0;
+    while (cursor->NextRecord() && texts->NextRecord()) {
+        // Every third only: the texts need not be asked for in step with the rows.
+        if (++rows % 3 == 0) {
+            ASSERT_EQ(ToUtf8(decimals.get_DecimalText(0)), ToUtf8(texts->get_Value(0)->get_Text())) << rows;
+        }
+    }
+    EXPECT_EQ(rows, 5000U);
+}
+
+TEST_P(BothCursors, HaveDecimalTextsOfDecimalsOnly) {
+    const Cursor cursor = Select("SELECT 1.5::DECIMAL(5,2), 1.5::DOUBLE, [1.5], NULL::DECIMAL(5,2)");
+    ASSERT_TRUE(cursor->NextRecord());
+    I_ExactDecimals& decimals = DecimalsOf(*cursor);
+    EXPECT_EQ(ToUtf8(decimals.get_DecimalText(0)), "1.50");
+    for (const uint32_t column : {1U, 2U, 3U}) {
+        EXPECT_TRUE(decimals.get_DecimalText(column).isEmpty()) << column;
+    }
+    EXPECT_NE(ErrorOf([&] { decimals.get_DecimalText(4); }), "");
+    cursor->Close();
+    EXPECT_NE(ErrorOf([&] { decimals.get_DecimalText(0); }), "");
+}
+
+TEST(ClientCursor, FindsDecimalTextsInAnyOrder) {
+    const OpenedDatabase database;
+    const Cursor cursor = database.Select("SELECT i::DECIMAL(20,2) FROM range(10000) r(i)", kClientCursor);
+    I_ExactDecimals& decimals = DecimalsOf(*cursor);
+    for (const uint32_t record : {10000U, 1U, 2048U, 2049U, 2047U, 4097U, 4096U, 1U}) {
+        ASSERT_TRUE(cursor->put_CurrentRecord(record));
+        EXPECT_EQ(ToUtf8(decimals.get_DecimalText(0)), std::to_string(record - 1) + ".00");
+    }
+}
+
+TEST(ClientCursor, HasNoDecimalTextsOfRowsThatWereComputedWhileItReadThem) {
+    const OpenedDatabase database;
+    const Cursor cursor = database.Open(database.Stream("SELECT 1.5::DECIMAL(20,2)"), kClientCursor);
+    ASSERT_TRUE(cursor->NextRecord());
+    EXPECT_TRUE(DecimalsOf(*cursor).get_DecimalText(0).isEmpty());
 }
 
 }  // namespace

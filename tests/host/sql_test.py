@@ -66,6 +66,33 @@ class SqlTest(HostCase):
         self.assertEqual(row, [True, -128, 2**64 - 1, 1.5, 0.1, "NaN", "-Infinity", "\\x00ab", None, "2024-03-15",
                                "[1, 2]", "a\0b"])
 
+    def test_decimals_keep_every_digit(self):
+        for width, scale in ((4, 1), (9, 3), (15, 15), (16, 2), (18, 0), (18, 3), (18, 18), (25, 23), (38, 0), (38, 3),
+                             (38, 30), (38, 37)):
+            most = "9" * (width - scale) + "." + "9" * scale
+            digits = "repeat(hash(i)::VARCHAR, 3)"
+            query = (f"SELECT v AS d, v::VARCHAR AS t, [v] AS l FROM (SELECT (CASE i WHEN 0 THEN NULL WHEN 1 THEN '-{most}' "
+                     f"ELSE left('-', i % 2) || '0' || left({digits}, i % {width - scale + 1}) || '.' || "
+                     f"right({digits}, {scale}) END)::DECIMAL({width}, {scale}) AS v FROM range(300) r(i))")
+            for cursor in ("server", "client"):
+                with self.subTest(width=width, scale=scale, cursor=cursor):
+                    lines = self.output("--format", "jsonl", "sql", ":memory:", query, "--cursor", cursor).splitlines()
+                    self.assertEqual(len(lines), 300)
+                    self.assertEqual(lines[0], '{"d":null,"t":null,"l":"[NULL]"}')
+                    for line in lines[1:]:
+                        text = json.loads(line)["t"]
+                        self.assertEqual(line, f'{{"d":{text},"t":"{text}","l":"[{text}]"}}')
+
+    def test_statements_that_change_data_return_exact_decimals_too(self):
+        out = self.output("--format", "csv", "sql", ":memory:", "CREATE TABLE t (d DECIMAL(38, 3));"
+                          "INSERT INTO t VALUES (123456789012345678.123) RETURNING d; FROM t")
+        self.assertEqual(out.splitlines()[1:], ["123456789012345678.123", "", "d", "123456789012345678.123"])
+
+    def test_doubles_have_the_digits_that_read_back_as_the_same_number(self):
+        numbers = ["0.1", "1e+22", "123456789012345680.0", "5e-324", "1.7976931348623157e+308", "-0.30000000000000004"]
+        rows = self.output("--format", "csv", "sql", ":memory:", "SELECT unnest([%s]::DOUBLE[])" % ", ".join(numbers))
+        self.assertEqual(rows.splitlines()[1:], numbers)
+
     def test_parameters_bind_as_their_json_kinds(self):
         envelope = '{"duckdb_value":true,"value_type":"DATE","value":"2024-01-31"}'
         parameters = ["1", "18446744073709551615", "1.5", '"x"', "true", "null", "[1, 2]", '["a", null]', envelope]

@@ -20,6 +20,7 @@ constexpr uint32_t kServerCursor = 2;
 enum DuckDBCursorInterfaceId : uint32_t {
     kDuckDBCursorInterfaceId = 7250,
     kFetchStatusInterfaceId = 7251,
+    kExactDecimalsInterfaceId = 7252,
 };
 
 /** Distinguishes the end of a cursor's rows from a failure to read them, which `NextRecord` does not report.
@@ -31,6 +32,19 @@ class I_FetchStatus {
     /** DuckDB's text of the failure that ended the rows; empty if nothing failed. The reference is valid as
         long as the cursor. */
     virtual const String& get_FetchError() const = 0;
+};
+
+/** The digits of DECIMAL fields, whose host values are doubles and so have about 16 digits. A part of the
+    cursor: valid as long as a reference to the cursor is held. */
+class I_ExactDecimals {
+  public:
+    virtual ~I_ExactDecimals() = default;
+    /** DuckDB's text of a DECIMAL field of the current record, such as 123456789012345678.123. Empty for
+       NULL, for a column of another type, for a number that the type does not allow, and if DuckDB computed
+       the rows while a client cursor read them. Throws like `get_Value`. A client cursor reads the rows a
+       second time for it, from the record that was asked for last; asking backwards begins at the first row.
+     */
+    virtual String get_DecimalText(uint32_t column_index) = 0;
 };
 
 /** The rows of one query result. Column indexes count from 0, records from 1.
