@@ -10,6 +10,7 @@
 #include <exception>
 
 #include "commands/program.h"
+#include "commands/suggestions.h"
 #include "nbx/mrsql/registry.h"
 #include "text/messages.h"
 #include "text/text.h"
@@ -36,7 +37,7 @@ void AddCommonOptions(CLI::App& app, Program& program) {
                }
                program.print.format = *format;
            },
-           "Output format: table, csv, json, jsonl or markdown (default: table)")
+           "Output format: table, csv, json, jsonl, markdown or line (default: table)")
         ->type_name("NAME");
     app.add_flag_callback(
         "--all", [&program] { program.print.is_cut_to_screen = false; },
@@ -53,6 +54,7 @@ void AddCommands(CLI::App& app, Program& program) {
     AddRestoreCommand(app, program);
     AddSnapshotCommand(app, program);
     AddShellCommand(app, program);
+    AddHelpCommand(app, program);
 }
 
 int RunCommand(Program& program) {
@@ -80,20 +82,32 @@ int RunCommand(Program& program) {
 int Main(int argc, char** argv) {
     // A write to a closed pipe then fails with EPIPE, so that databases are still closed properly.
     std::signal(SIGPIPE, SIG_IGN);
+    // All commands then report an interrupt by the same status. Those that watch for Ctrl-C block the signal.
+    if (std::signal(SIGINT, [](int /*number*/) { ::_exit(kEndedByInterrupt); }) == SIG_IGN) {
+        std::signal(SIGINT, SIG_IGN);
+    }
     InitDisplayWidth();
     Program program(STDOUT_FILENO);
     CLI::App app("Use the mduckdb extension module from a terminal.", "mduckdb-host");
     app.footer(kFooter);
+    app.set_version_flag("-V,--version", "mduckdb-host " MDUCKDB_HOST_VERSION, "Print the version");
     app.require_subcommand(1);
     app.fallthrough();  // common options may also follow the command
     AddCommonOptions(app, program);
     AddLimitOptions(app, program);
     AddCommands(app, program);
+    std::vector<std::string> typed_words;
     try {
         std::vector<std::string> words = ReadCommandLine(argc, argv, program);
         std::reverse(words.begin(), words.end());  // as the parser wants them
+        typed_words.assign(words.rbegin(), words.rend());
         app.parse(std::move(words));
     } catch (const CLI::ParseError& error) {
+        const std::string unknown = error.get_exit_code() == 0 ? "" : DescribeUnknownWords(app, typed_words);
+        if (!unknown.empty()) {
+            PrintError(unknown);
+            return kWrongUsage;
+        }
         return app.exit(error) == 0 ? kWorked : kWrongUsage;
     }
     const int status = RunCommand(program);

@@ -44,12 +44,22 @@ std::string DescribeUser(const std::string& path) {
 
 }  // namespace
 
+std::string FindCommandWord(const std::vector<std::string>& words) {
+    bool is_option_value = false;
+    for (const std::string& word : words) {
+        if (!is_option_value && !word.starts_with('-')) {
+            return word;
+        }
+        is_option_value = !is_option_value && HasValue(word);
+    }
+    return {};
+}
+
 std::vector<std::string> ReadCommandLine(int argc, const char* const* argv, Program& program) {
     std::vector<std::string> words;
-    std::string command;
-    bool is_option_value = false;
     for (int i = 1; i < argc; ++i) {
         std::string word = argv[i];
+        const std::string command = FindCommandWord(words);
         const bool has_word_list = command == "call" || command == "probe";
         if (has_word_list && word == "--") {
             program.words_after_dashes.assign(argv + i + 1, argv + argc);
@@ -58,10 +68,6 @@ std::vector<std::string> ReadCommandLine(int argc, const char* const* argv, Prog
         if (has_word_list && word.starts_with('[') && word.ends_with(']')) {
             word.insert(word.begin(), kGuard);
         }
-        if (command.empty() && !is_option_value && !word.starts_with('-')) {
-            command = word;
-        }
-        is_option_value = !is_option_value && HasValue(word);
         words.push_back(std::move(word));
     }
     return words;

@@ -72,12 +72,15 @@ void AddBackupCommand(CLI::App& app, Program& program);
 void AddRestoreCommand(CLI::App& app, Program& program);
 void AddSnapshotCommand(CLI::App& app, Program& program);
 void AddShellCommand(CLI::App& app, Program& program);
+void AddHelpCommand(CLI::App& app, Program& program);
 
 /** The command line for the parser, without the program's name. The parser would split a word such as `[1,
    2]`, and interprets a `--` inside a command differently. For the commands that accept a list of words,
    `call` and `probe`, such words are therefore guarded, and the words after `--` are stored in the
    program. */
 std::vector<std::string> ReadCommandLine(int argc, const char* const* argv, Program& program);
+/** The command among the words; empty if there is none. */
+std::string FindCommandWord(const std::vector<std::string>& words);
 /** The list of words as it was on the command line: without guards, and with the words after `--`. */
 std::vector<std::string> RestoreWords(const std::vector<std::string>& words, const Program& program);
 

@@ -23,7 +23,8 @@ constexpr const char* kHelp =
     "Without DATABASE the shell opens an empty database in memory; a missing file is created.\n"
     "Statements end with a semicolon; .help lists the commands that begin with a dot. When the input\n"
     "is a pipe, the shell shows no prompt, continues after an error (unless --bail is given), and exits\n"
-    "with status 1 if there was one. The history is kept in "
+    "with status 1 if there was one. An interactive shell\n"
+    "first runs ${XDG_CONFIG_HOME:-~/.config}/mduckdb/shellrc, if it exists. The history is kept in\n"
     "${XDG_STATE_HOME:-~/.local/state}/mduckdb/history.\n\n"
     "Example:\n"
     "  mduckdb-host shell sales.db\n";
@@ -31,6 +32,7 @@ constexpr const char* kHelp =
 struct Arguments {
     std::string path;
     bool bails = false;
+    bool has_no_init = false;
 };
 
 int RunShell(Program& program, const Arguments& arguments) {
@@ -57,6 +59,9 @@ int RunShell(Program& program, const Arguments& arguments) {
         reader = MakePipeReader(std::cin);
     }
     Shell shell(session, is_interactive);
+    if (is_interactive && !arguments.has_no_init) {
+        shell.RunStartUpFile(FindStartUpFile());
+    }
     const bool worked = shell.Run(*reader);
     if (shell.get_IsInterrupted() && !is_interactive) {
         return kEndedByInterrupt;
@@ -71,6 +76,7 @@ void AddShellCommand(CLI::App& app, Program& program) {
     command->footer(kHelp);
     auto arguments = std::make_shared<Arguments>();
     command->add_option("DATABASE", arguments->path, "Database file");
+    command->add_flag("--no-init", arguments->has_no_init, "Do not run the start-up file");
     command->add_flag("--bail", arguments->bails, "End a script at its first error");
     command->callback([&program, arguments] {
         program.command = [&program, arguments] { return RunShell(program, *arguments); };

@@ -2,8 +2,8 @@
 
 _mduckdb_host() {
     local cur=${COMP_WORDS[COMP_CWORD]} prev=${COMP_WORDS[COMP_CWORD - 1]} command= word i
-    local commands='call version probe create sql backup restore snapshot shell'
-    local options='--module --format --all --help --memory-mb --threads --seconds --temp-directory --allow-directory'
+    local commands='call version probe create sql backup restore snapshot shell help'
+    local options='--module --format --all --help --version --memory-mb --threads --seconds --temp-directory --allow-directory'
 
     # bash splits --format=csv into three words.
     if [[ $cur == = ]]; then
@@ -13,7 +13,7 @@ _mduckdb_host() {
     fi
 
     case $prev in
-        --format) mapfile -t COMPREPLY < <(compgen -W 'table csv json jsonl markdown' -- "$cur"); return ;;
+        --format) mapfile -t COMPREPLY < <(compgen -W 'table csv json jsonl markdown line' -- "$cur"); return ;;
         --cursor) mapfile -t COMPREPLY < <(compgen -W 'server client' -- "$cur"); return ;;
         --module) mapfile -t COMPREPLY < <(compgen -W 'mduckdb mduckdb_casts' -f -- "$cur"); return ;;
         --block-size) mapfile -t COMPREPLY < <(compgen -W '16384 262144' -- "$cur"); return ;;
@@ -38,7 +38,8 @@ _mduckdb_host() {
         create) options+=' --block-size --storage-version --force' ;;
         restore) options+=' --force' ;;
         backup) options+=' --verify' ;;
-        shell) options+=' --bail' ;;
+        shell) options+=' --bail --no-init' ;;
+        help) mapfile -t COMPREPLY < <(compgen -W "$commands" -- "$cur"); return ;;
         sql) options+=' --cursor --read-only --param --params-file' ;;
         call)
             if ((COMP_CWORD == i + 1)); then

@@ -53,8 +53,9 @@ const char* get_HostTypeName(uint32_t host_type) noexcept;
 /** Name and types of one column of a result. */
 struct Column {
     std::string name;
-    uint32_t duckdb_type = 0; /**< 0 when unknown */
-    uint32_t host_type = 0;   /**< `mirona_type` */
+    uint32_t duckdb_type = 0;   /**< 0 when unknown */
+    uint32_t host_type = 0;     /**< `mirona_type` */
+    std::string type_name = {}; /**< DuckDB's; empty when unknown */
 };
 
 using Row = std::vector<Datum>;

@@ -20,7 +20,8 @@ std::vector<Column> DescribeColumns(const I_DuckDBCursor& cursor) {
     std::vector<Column> columns;
     for (uint32_t i = 0; i < cursor.get_ColumnCount(); ++i) {
         const uint32_t duckdb_type = cursor.get_ColumnType(i);
-        columns.push_back({ToUtf8(cursor.get_ColumnName(i)), duckdb_type, get_HostTypeOfColumn(duckdb_type)});
+        columns.push_back({ToUtf8(cursor.get_ColumnName(i)), duckdb_type, get_HostTypeOfColumn(duckdb_type),
+                           ToUtf8(cursor.get_ColumnTypeName(i))});
     }
     return columns;
 }
@@ -82,6 +83,10 @@ class RowReader {
             return {Decimal{number, scale, {}}};
         }
         std::string digits = ToUtf8(decimals_->get_DecimalText(column));
+        // DuckDB writes .5 for 0.5 if the type has no digits before the point, which is not JSON.
+        if (const std::size_t point = digits.find('.'); point == 0 || (point == 1 && digits[0] == '-')) {
+            digits.insert(point, 1, '0');
+        }
         // DuckDB has no text for a number with too many digits for its type, which files may contain.
         return digits.empty() ? Datum{number} : Datum{Decimal{number, scale, std::move(digits)}};
     }

@@ -9,11 +9,12 @@ namespace mduckdb_host {
 
 namespace {
 
-constexpr std::array<std::pair<std::string_view, Format>, 5> kFormats = {{{"table", Format::kTable},
+constexpr std::array<std::pair<std::string_view, Format>, 6> kFormats = {{{"table", Format::kTable},
                                                                           {"csv", Format::kCsv},
                                                                           {"json", Format::kJson},
                                                                           {"jsonl", Format::kJsonl},
-                                                                          {"markdown", Format::kMarkdown}}};
+                                                                          {"markdown", Format::kMarkdown},
+                                                                          {"line", Format::kLine}}};
 
 }  // namespace
 
@@ -28,6 +29,15 @@ std::optional<Format> FindFormat(std::string_view name) {
     return std::nullopt;
 }
 
+std::vector<std::string> ListFormats() {
+    std::vector<std::string> names;
+    names.reserve(kFormats.size());
+    for (const auto& [name, format] : kFormats) {
+        names.emplace_back(name);
+    }
+    return names;
+}
+
 std::string DescribeUnknownFormat(std::string_view name) {
     std::string names;
     for (const auto& [known_name, format] : kFormats) {
@@ -40,17 +50,19 @@ std::string DescribeUnknownFormat(std::string_view name) {
 std::unique_ptr<Printer> MakePrinter(Output& out, const PrintOptions& options) {
     switch (options.format) {
         case Format::kCsv:
-            return MakeCsvPrinter(out);
+            return MakeCsvPrinter(out, options);
         case Format::kJson:
             return MakeJsonPrinter(out);
         case Format::kJsonl:
             return MakeJsonlPrinter(out);
         case Format::kMarkdown:
             return MakeMarkdownPrinter(out);
+        case Format::kLine:
+            return MakeLinePrinter(out, options);
         case Format::kTable:
             break;
     }
-    return MakeTablePrinter(out, options.is_cut_to_screen && out.get_IsTerminal());
+    return MakeTablePrinter(out, options);
 }
 
 }  // namespace mduckdb_host

@@ -12,10 +12,12 @@
 
 namespace mduckdb_host {
 
-enum class Format { kTable, kCsv, kJson, kJsonl, kMarkdown };
+enum class Format { kTable, kCsv, kJson, kJsonl, kMarkdown, kLine };
 
 /** The format that `--format` accepts under this name; nothing when there is none. */
 std::optional<Format> FindFormat(std::string_view name);
+/** The names of all formats. */
+std::vector<std::string> ListFormats();
 /** The error text for a name that `FindFormat` does not know. */
 std::string DescribeUnknownFormat(std::string_view name);
 
@@ -23,6 +25,14 @@ struct PrintOptions {
     Format format = Format::kTable;
     /** Cuts a table that is larger than the terminal. Output to a file or pipe is never cut. */
     bool is_cut_to_screen = true;
+    /** What a NULL looks like in table, line and csv; without it `NULL`, and an empty field in csv. */
+    std::optional<std::string> null_text = {};
+    /** Between the fields of csv. */
+    std::string separator = ",";
+    /** Whether table and csv begin with the names of the columns. */
+    bool has_headers = true;
+    /** Whether a table shows DuckDB's types under the names. */
+    bool has_types = false;
 };
 
 /** Writes results one after the other: for each one `Begin`, its rows, `End` or `EndEarly`; or the outcome of
@@ -48,8 +58,9 @@ class Printer {
 /** The output must outlive the printer. */
 std::unique_ptr<Printer> MakePrinter(Output& out, const PrintOptions& options);
 
-std::unique_ptr<Printer> MakeTablePrinter(Output& out, bool is_cut_to_screen);
-std::unique_ptr<Printer> MakeCsvPrinter(Output& out);
+std::unique_ptr<Printer> MakeTablePrinter(Output& out, const PrintOptions& options);
+std::unique_ptr<Printer> MakeCsvPrinter(Output& out, const PrintOptions& options);
+std::unique_ptr<Printer> MakeLinePrinter(Output& out, const PrintOptions& options);
 std::unique_ptr<Printer> MakeJsonPrinter(Output& out);
 std::unique_ptr<Printer> MakeJsonlPrinter(Output& out);
 std::unique_ptr<Printer> MakeMarkdownPrinter(Output& out);

@@ -10,31 +10,16 @@ namespace mduckdb_host {
 
 namespace {
 
-bool NeedsQuotes(std::string_view text) {
-    return text.empty() || text.find_first_of(",\"\r\n") != std::string_view::npos || text.front() == ' ' ||
-           text.back() == ' ';
-}
-
-void AppendField(std::string& out, std::string_view text) {
-    if (!NeedsQuotes(text)) {
-        out += text;
-        return;
-    }
-    out += '"';
-    for (const char c : text) {
-        if (c == '"') {
-            out += '"';
-        }
-        out += c;
-    }
-    out += '"';
-}
-
-/** Comma-separated values as in RFC 4180, with LF line ends. A NULL is an empty field, an empty text is `""`.
+/** Comma-separated values as in RFC 4180, with LF line ends. Without options a NULL is an empty field. A text
+    that reads like a NULL is in quotes.
     An empty line separates the results of a script. */
 class CsvPrinter final : public Printer {
   public:
-    explicit CsvPrinter(Output& out) : out_(out) {}
+    CsvPrinter(Output& out, const PrintOptions& options)
+        : out_(out),
+          separator_(options.separator),
+          null_text_(options.null_text.value_or("")),
+          has_headers_(options.has_headers) {}
 
     void Begin(const std::vector<Column>& columns) override {
         line_.clear();
@@ -42,26 +27,32 @@ class CsvPrinter final : public Printer {
             line_ += '\n';
         }
         is_first_ = false;
-        const char* separator = "";
+        if (!has_headers_) {
+            out_.Write(line_);
+            return;
+        }
+        std::string_view separator;
         for (const Column& column : columns) {
             line_ += separator;
-            AppendField(line_, column.name);
-            separator = ",";
+            AppendField(column.name);
+            separator = separator_;
         }
         EndLine();
     }
 
     void Add(const Row& row) override {
         line_.clear();
-        const char* separator = "";
+        std::string_view separator;
         for (const Datum& datum : row) {
             line_ += separator;
-            if (!datum.get_IsNull()) {
+            if (datum.get_IsNull()) {
+                line_ += null_text_;
+            } else {
                 text_.clear();
                 AppendText(text_, datum);
-                AppendField(line_, text_);
+                AppendField(text_);
             }
-            separator = ",";
+            separator = separator_;
         }
         EndLine();
     }
@@ -76,12 +67,35 @@ class CsvPrinter final : public Printer {
     }
 
   private:
+    bool NeedsQuotes(std::string_view text) const {
+        return text.empty() || text == null_text_ || text.find_first_of("\"\r\n") != std::string_view::npos ||
+               text.find(separator_) != std::string_view::npos || text.front() == ' ' || text.back() == ' ';
+    }
+
+    void AppendField(std::string_view text) {
+        if (!NeedsQuotes(text)) {
+            line_ += text;
+            return;
+        }
+        line_ += '"';
+        for (const char c : text) {
+            if (c == '"') {
+                line_ += '"';
+            }
+            line_ += c;
+        }
+        line_ += '"';
+    }
+
     void EndLine() {
         line_ += '\n';
         out_.Write(line_);
     }
 
     Output& out_;
+    std::string separator_;
+    std::string null_text_;
+    bool has_headers_;
     bool is_first_ = true;
     std::string line_;
     std::string text_;
@@ -89,8 +103,8 @@ class CsvPrinter final : public Printer {
 
 }  // namespace
 
-std::unique_ptr<Printer> MakeCsvPrinter(Output& out) {
-    return std::make_unique<CsvPrinter>(out);
+std::unique_ptr<Printer> MakeCsvPrinter(Output& out, const PrintOptions& options) {
+    return std::make_unique<CsvPrinter>(out, options);
 }
 
 }  // namespace mduckdb_host

@@ -31,7 +31,8 @@ struct Field {
     std::vector<Line> further;
     /** Of the widest line. */
     int width = 0;
-    bool is_null = false;
+    /** For a NULL or a type, which terminals show dim. */
+    bool is_dim = false;
 };
 using Fields = std::vector<Field>;
 
@@ -47,20 +48,19 @@ constexpr Rule kBottomRule = {"└", "┴", "┘\n"};
 /** A table with borders; numbers are right-aligned, everything else is left-aligned. */
 class TablePrinter final : public Printer {
   public:
-    TablePrinter(Output& out, bool is_cut_to_screen)
+    TablePrinter(Output& out, const PrintOptions& options)
         : out_(out),
-          is_cut_(is_cut_to_screen),
+          is_cut_(options.is_cut_to_screen && out.get_IsTerminal()),
+          has_headers_(options.has_headers),
+          has_types_(options.has_types),
+          null_text_(options.null_text.value_or("NULL")),
           has_colours_(out.get_IsTerminal() && UnderstandsEscapes() && std::getenv("NO_COLOR") == nullptr) {}
 
     void Begin(const std::vector<Column>& columns) override {
         columns_ = columns;
         natural_widths_.clear();
-        names_.clear();
-        for (const Column& column : columns) {
-            names_.push_back(MakeField(column.name));
-        }
-        Measure(names_);
-        const int rows = std::max(kFewestRows, out_.get_Lines() - kOtherLines);
+        MakeHead();
+        const int rows = std::max(kFewestRows, out_.get_Lines() - kOtherLines - (types_.empty() ? 0 : 1));
         first_rows_limit_ = is_cut_ ? static_cast<std::size_t>(rows - rows / 2) : kMeasuredRows;
         last_rows_limit_ = is_cut_ ? static_cast<std::size_t>(rows / 2) : 0;
         first_rows_.clear();
@@ -94,6 +94,25 @@ class TablePrinter final : public Printer {
     }
 
   private:
+    void MakeHead() {
+        names_.clear();
+        types_.clear();
+        bool has_any = false;
+        for (const Column& column : columns_) {
+            names_.push_back(MakeField(column.name));
+            types_.push_back(MakeField(column.type_name));
+            types_.back().is_dim = true;
+            has_any = has_any || !column.type_name.empty();
+        }
+        if (!has_types_ || !has_any) {
+            types_.clear();
+        }
+        if (has_headers_) {
+            Measure(names_);
+            Measure(types_);
+        }
+    }
+
     void Finish(bool is_early) {
         for (const Row& row : last_unformatted_rows_) {
             last_rows_.push_back(MakeFields(row));
@@ -134,12 +153,12 @@ class TablePrinter final : public Printer {
         return field;
     }
 
-    static Fields MakeFields(const Row& row) {
+    Fields MakeFields(const Row& row) const {
         Fields fields;
         fields.reserve(row.size());
         for (const Datum& datum : row) {
-            fields.push_back(MakeField(datum.get_IsNull() ? "NULL" : ToText(datum)));
-            fields.back().is_null = datum.get_IsNull();
+            fields.push_back(MakeField(datum.get_IsNull() ? null_text_ : ToText(datum)));
+            fields.back().is_dim = datum.get_IsNull();
         }
         return fields;
     }
@@ -158,7 +177,7 @@ class TablePrinter final : public Printer {
     }
 
     void Measure(const Fields& fields) {
-        natural_widths_.resize(fields.size());
+        natural_widths_.resize(columns_.size());
         for (std::size_t i = 0; i < fields.size(); ++i) {
             natural_widths_[i] = std::max(natural_widths_[i], fields[i].width);
         }
@@ -175,8 +194,13 @@ class TablePrinter final : public Printer {
         }
         layout_ = MakeTableLayout(natural_widths_, is_cut_ ? out_.get_Columns() : 0);
         PrintRule(kTopRule);
-        PrintRow(names_);
-        PrintRule(kMiddleRule);
+        if (has_headers_) {
+            PrintRow(names_);
+            if (!types_.empty()) {
+                PrintRow(types_);
+            }
+            PrintRule(kMiddleRule);
+        }
         for (const Fields& fields : first_rows_) {
             PrintRow(fields);
         }
@@ -236,7 +260,7 @@ class TablePrinter final : public Printer {
         const bool is_right = IsNumeric(columns_[column]);
         line += "│ ";
         line += is_right ? blanks : "";
-        line += field.is_null && has_colours_ ? fmt::format("\x1b[2m{}\x1b[22m", text) : std::string(text);
+        line += field.is_dim && has_colours_ ? fmt::format("\x1b[2m{}\x1b[22m", text) : std::string(text);
         line += is_cut ? kMark : "";
         line += is_right ? "" : blanks;
         line += ' ';
@@ -259,9 +283,14 @@ class TablePrinter final : public Printer {
 
     Output& out_;
     bool is_cut_;
+    bool has_headers_;
+    bool has_types_;
+    std::string null_text_;
     bool has_colours_;
     std::vector<Column> columns_;
     Fields names_;
+    /** Empty if they are not shown. */
+    Fields types_;
     std::vector<int> natural_widths_;
     TableLayout layout_;
     std::size_t first_rows_limit_ = 0;
@@ -277,8 +306,8 @@ class TablePrinter final : public Printer {
 
 }  // namespace
 
-std::unique_ptr<Printer> MakeTablePrinter(Output& out, bool is_cut_to_screen) {
-    return std::make_unique<TablePrinter>(out, is_cut_to_screen);
+std::unique_ptr<Printer> MakeTablePrinter(Output& out, const PrintOptions& options) {
+    return std::make_unique<TablePrinter>(out, options);
 }
 
 }  // namespace mduckdb_host

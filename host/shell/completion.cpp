@@ -1,7 +1,5 @@
 #include "shell/completion.h"
 #include <algorithm>
-
-#include <algorithm>
 #include <cctype>
 
 #include "shell/dot_commands.h"
@@ -16,6 +14,10 @@ constexpr const char* kNamesQuery =
     "UNION ALL SELECT view_name FROM duckdb_views() WHERE NOT internal "
     "UNION ALL SELECT column_name FROM duckdb_columns() WHERE NOT internal "
     "UNION ALL SELECT schema_name FROM duckdb_schemas() WHERE NOT internal) ORDER BY name LIMIT 20000";
+
+constexpr const char* kFunctionsQuery =
+    "SELECT DISTINCT function_name FROM duckdb_functions() "
+    "WHERE regexp_full_match(function_name, '[a-z][a-z0-9_]*') ORDER BY 1";
 
 bool StartsWithAnyCase(std::string_view text, std::string_view start) {
     return text.size() >= start.size() &&
@@ -40,10 +42,15 @@ bool IsInQuotes(const std::string& line) {
            std::count(line.begin(), line.end(), '"') % 2 != 0;
 }
 
-/** Names of the tables, views and columns of a database; empty when they cannot be read now. */
-std::vector<std::string> ListNames(const DatabasePtr& database) noexcept {
+std::vector<std::string> KeepStarting(std::vector<std::string> words, const std::string& start) {
+    std::erase_if(words, [&start](const std::string& word) { return !StartsWithAnyCase(word, start); });
+    return words;
+}
+
+/** The texts of a query; empty when they cannot be read now. */
+std::vector<std::string> ListTexts(const DatabasePtr& database, const char* query) noexcept {
     try {
-        return database == nullptr ? std::vector<std::string>() : QueryTexts(database, kNamesQuery);
+        return database == nullptr ? std::vector<std::string>() : QueryTexts(database, query);
     } catch (const std::exception&) {
         return {};
     }
@@ -55,9 +62,12 @@ std::vector<std::string> Complete(const Session& session, const std::string& lin
     if (line.empty() && word.starts_with('.')) {
         return CompleteDotCommand(word);
     }
-    // Inside quotes and behind a dot command the reader completes file names.
-    if (IsInQuotes(line) || line.starts_with('.')) {
+    // Inside quotes and where a dot command accepts any word, the reader completes file names.
+    if (IsInQuotes(line)) {
         return {};
+    }
+    if (line.starts_with('.')) {
+        return KeepStarting(CompleteDotArgument(session, line), word);
     }
     std::vector<std::string> words;
     for (const std::string_view keyword : GetKeywords()) {
@@ -70,13 +80,14 @@ std::vector<std::string> Complete(const Session& session, const std::string& lin
             words.push_back(procedure.name);
         }
     }
-    for (const std::string& name :
-         ListNames(session.HasCurrent() ? session.get_Current().database : DatabasePtr())) {
+    const DatabasePtr database = session.HasCurrent() ? session.get_Current().database : DatabasePtr();
+    for (const std::string& name : ListTexts(database, kNamesQuery)) {
         if (StartsWithAnyCase(name, word)) {
             words.push_back(QuoteName(name));
         }
     }
-    return words;
+    // There are so many functions that they would hide everything else.
+    return words.empty() ? KeepStarting(ListTexts(database, kFunctionsQuery), word) : words;
 }
 
 }  // namespace mduckdb_host

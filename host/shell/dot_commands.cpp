@@ -4,9 +4,12 @@
 
 #include "databases/backups.h"
 #include "databases/census.h"
+#include "databases/interruption.h"
 #include "databases/results.h"
 #include "mirona/extension_api.h"
 #include "nbx/sql_text.h"
+#include "shell/import.h"
+#include "shell/print_commands.h"
 #include "text/messages.h"
 #include "text/text.h"
 
@@ -48,13 +51,6 @@ Words SplitWords(const std::string& line) {
         }
     }
     return words;
-}
-
-bool ReadSwitch(const std::string& word) {
-    if (word != "on" && word != "off") {
-        throw xUsageError(fmt::format("Unknown setting '{}'. Use on or off.", word));
-    }
-    return word == "on";
 }
 
 void RunSelect(Session& session, const std::string& sql) {
@@ -119,17 +115,36 @@ void SchemaCommand(Session& session, const Words& words) {
     }
 }
 
-void ModeCommand(Session& session, const Words& words) {
-    const std::optional<Format> format = FindFormat(words[0]);
-    if (!format) {
-        throw xUsageError(DescribeUnknownFormat(words[0]));
-    }
-    session.put_Format(*format);
+void LinesCommand(Session& session, const Words& /*words*/) {
+    session.ToggleLines();
 }
 
-void AllCommand(Session& session, const Words& words) {
-    session.put_IsCut(!ReadSwitch(words[0]));
+/** Whether the table exists in the schema that it names or, without one, in the current schema. */
+bool HasTable(const DatabasePtr& database, const std::string& name) {
+    const std::size_t dot = name.rfind('.');
+    const std::string schema =
+        dot == std::string::npos ? "current_schema()" : nbx::QuoteLiteral(name.substr(0, dot));
+    const std::string table = nbx::QuoteLiteral(dot == std::string::npos ? name : name.substr(dot + 1));
+    return !QueryTexts(
+                database,
+                fmt::format("SELECT 1 FROM duckdb_tables() WHERE database_name = current_database() AND "
+                            "lower(schema_name) = lower({}) AND lower(table_name) = lower({})",
+                            schema, table))
+                .empty();
 }
+
+void ImportCommand(Session& session, const Words& words) {
+    const DatabasePtr database = session.get_Current().database;
+    const std::string count = "SELECT count(*) FROM " + QuoteTableName(words[1]);
+    const bool exists = HasTable(database, words[1]);
+    const InterruptWatch watch(database);
+    int64_t rows = database->SqlExecute(FromUtf8(MakeImportStatement(words[0], words[1], exists)), nullptr);
+    if (!exists) {
+        rows = std::stoll(QueryTexts(database, count).at(0));
+    }
+    session.Print(fmt::format("{} imported\n", CountOf(static_cast<uint64_t>(rows), "row")));
+}
+
 void TimerCommand(Session& session, const Words& words) {
     session.put_HasTimer(ReadSwitch(words[0]));
 }
@@ -187,17 +202,26 @@ constexpr DotCommand kCommands[] = {
     {".cursor", "server|client", "choose where the rows of a result are kept", 1, 1, CursorCommand},
     {".databases", "", "list the open databases", 0, 0, DatabasesCommand},
     {".exit", "", "leave the shell", 0, 0, QuitCommand},
+    {".headers", "on|off", "begin table and csv with the names of the columns", 1, 1, HeadersCommand},
     {".help", "[COMMAND]", "describe the dot commands", 0, 1, HelpCommand},
-    {".mode", "NAME", "set the format: table, csv, json, jsonl, markdown", 1, 1, ModeCommand},
+    {".import", "FILE TABLE", "append a CSV, JSON or Parquet file to a table, or create it", 2, 2,
+     ImportCommand},
+    {".lines", "", "show one field per line, or the format before; also \\x", 0, 0, LinesCommand},
+    {".mode", "NAME", "set the format: table, csv, json, jsonl, markdown, line", 1, 1, ModeCommand},
+    {".nullvalue", "[TEXT]", "show NULL as the text in table, line and csv", 0, 1, NullValueCommand},
+    {".once", "FILE", "write the result of the next statement into a file", 1, 1, OnceCommand},
     {".open", "[FILE [NAME]]", "open a database and switch to it; alone, list what is open", 0, 2,
      OpenCommand},
+    {".output", "[FILE]", "write results into a file; alone, to the terminal again", 0, 1, OutputCommand},
     {".procedures", "", "list the procedures for CALL", 0, 0, ProceduresCommand},
     {".quit", "", "leave the shell", 0, 0, QuitCommand},
     {".read", "FILE", "run the statements in a file", 1, 1, ReadCommand},
     {".restore", "DATABASE FOLDER", "create a database file from a backup", 2, 2, RestoreCommand},
     {".schema", "[PATTERN]", "show how tables, views and indexes were created", 0, 1, SchemaCommand},
+    {".separator", "TEXT", "set what separates the fields of csv; \\t is a tab", 1, 1, SeparatorCommand},
     {".tables", "[PATTERN]", "list tables and views, e.g. .tables 'ord%'", 0, 1, TablesCommand},
     {".timer", "on|off", "show how long each statement takes", 1, 1, TimerCommand},
+    {".types", "on|off", "show the types of the columns under their names", 1, 1, TypesCommand},
     {".use", "NAME", "switch to another open database", 1, 1, UseCommand},
 };
 
@@ -222,6 +246,22 @@ const DotCommand& FindCommand(std::string word) {
         throw xUsageError(fmt::format("Unknown command '{}'. .help lists the commands.", word));
     }
     return *found;
+}
+
+const DotCommand* FindCommandOrNull(const std::string& word) {
+    try {
+        return &FindCommand(word);
+    } catch (const xUsageError&) {
+        return nullptr;
+    }
+}
+
+std::vector<std::string> ListDatabases(const Session& session) {
+    std::vector<std::string> names;
+    for (const OpenedDatabase& opened : session.get_Databases()) {
+        names.push_back(opened.name);
+    }
+    return names;
 }
 
 void PrintHelp(Session& session, const DotCommand& command) {
@@ -254,6 +294,30 @@ void RunDotCommand(Session& session, const std::string& line) {
         throw xUsageError(fmt::format("Usage: {} {}", command.name, command.arguments));
     }
     command.run(session, words);
+}
+
+std::vector<std::string> CompleteDotArgument(const Session& session, const std::string& line) {
+    const Words words = SplitWords(line);
+    const DotCommand* const command = words.empty() ? nullptr : FindCommandOrNull(words[0]);
+    // Only the first argument is a name of something that the shell knows.
+    if (command == nullptr || words.size() > 1) {
+        return {};
+    }
+    const std::string_view arguments = command->arguments;
+    if (command->run == ModeCommand) {
+        return ListFormats();
+    }
+    if (command->run == UseCommand || command->run == CloseCommand) {
+        return ListDatabases(session);
+    }
+    if (command->run == HelpCommand) {
+        return CompleteDotCommand(".");
+    }
+    const std::size_t bar = arguments.find('|');
+    if (bar == std::string_view::npos) {
+        return {};
+    }
+    return {std::string(arguments.substr(0, bar)), std::string(arguments.substr(bar + 1))};
 }
 
 std::vector<std::string> CompleteDotCommand(const std::string& word) {

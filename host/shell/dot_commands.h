@@ -9,6 +9,9 @@ namespace mduckdb_host {
 
 /** Runs a dot command, given with its dot. Throws `xUsageError` and whatever its work throws. */
 void RunDotCommand(Session& session, const std::string& line);
+/** The words that the dot command accepts as its first argument; `line` is the text before it. Empty if the
+    argument may be anything. */
+std::vector<std::string> CompleteDotArgument(const Session& session, const std::string& line);
 /** The names of the dot commands that begin with the word. */
 std::vector<std::string> CompleteDotCommand(const std::string& word);
 

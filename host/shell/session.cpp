@@ -19,7 +19,7 @@ std::string NameOf(const std::string& path) {
 }  // namespace
 
 Session::Session(Output& out, const PrintOptions& print, const ProcedureRegistry& registry)
-    : out_(out), print_(print), registry_(registry) {}
+    : redirection_(out), print_(print), registry_(registry) {}
 
 Session::~Session() {
     for (const OpenedDatabase& opened : databases_) {
@@ -33,19 +33,37 @@ Session::~Session() {
 
 Printer& Session::get_Printer() {
     if (printer_ == nullptr) {
-        printer_ = MakePrinter(out_, print_);
+        printer_ = MakePrinter(get_Output(), print_);
     }
     return *printer_;
 }
 
 void Session::put_Format(Format format) {
+    if (print_.format != Format::kLine) {
+        format_before_lines_ = print_.format;
+    }
     print_.format = format;
-    printer_.reset();
+    DropPrinter();
 }
 
-void Session::put_IsCut(bool is_cut) {
-    print_.is_cut_to_screen = is_cut;
-    printer_.reset();
+void Session::ToggleLines() {
+    put_Format(print_.format == Format::kLine ? format_before_lines_ : Format::kLine);
+}
+
+void Session::WriteTo(const std::string& path, bool is_once) {
+    DropPrinter();
+    redirection_.WriteTo(path, is_once);
+}
+
+void Session::ResetOutput() {
+    DropPrinter();
+    redirection_.Reset();
+}
+
+void Session::EndStatement() {
+    if (redirection_.get_IsOnce()) {
+        ResetOutput();
+    }
 }
 
 void Session::Open(const std::string& path, std::string name) {

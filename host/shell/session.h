@@ -9,6 +9,7 @@
 #include "databases/databases.h"
 #include "nbx/mrsql/duckdb_cursor.h"
 #include "print/printer.h"
+#include "shell/output_redirection.h"
 #include "table/function_table.h"
 
 namespace mduckdb_host {
@@ -40,14 +41,27 @@ class Session {
     bool HasCurrent() const noexcept { return !databases_.empty(); }
 
     const ProcedureRegistry& get_Registry() const noexcept { return registry_; }
-    Output& get_Output() noexcept { return out_; }
-    void Print(std::string_view text) { out_.Write(text); }
+    Output& get_Output() noexcept { return redirection_.get_Output(); }
+    void Print(std::string_view text) { get_Output().Write(text); }
     Printer& get_Printer();
     /** The next result gets a new printer: an error may leave one in the middle of a result. */
     void DropPrinter() noexcept { printer_.reset(); }
 
     void put_Format(Format format);
-    void put_IsCut(bool is_cut);
+    /** Shows one field per line, or returns to the format before. */
+    void ToggleLines();
+    /** Changes how the next results are printed. */
+    template <class Change>
+    void ChangePrintOptions(Change change) {
+        change(print_);
+        DropPrinter();
+    }
+    /** Results go into the file, all from now on or only the next one. Throws `xUsageError`. */
+    void WriteTo(const std::string& path, bool is_once);
+    /** Results go to the program's output again. */
+    void ResetOutput();
+    /** Called after each statement. */
+    void EndStatement();
     void put_HasTimer(bool has_timer) noexcept { has_timer_ = has_timer; }
     bool get_HasTimer() const noexcept { return has_timer_; }
     /** Whether a script ends at its first error. */
@@ -68,8 +82,9 @@ class Session {
   private:
     std::vector<OpenedDatabase>::const_iterator Find(const std::string& name) const;
 
-    Output& out_;
+    OutputRedirection redirection_;
     PrintOptions print_;
+    Format format_before_lines_ = Format::kTable;
     const ProcedureRegistry& registry_;
     std::vector<OpenedDatabase> databases_;
     std::size_t current_ = 0;

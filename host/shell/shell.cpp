@@ -31,6 +31,19 @@ std::string DescribeStart(std::string_view sql) {
     return fmt::format("{}{}", shown, shown.size() < first_line.size() ? "…" : "");
 }
 
+/** The dot command that a line means: itself, or one of the words that people enter without the dot; empty if
+    the line is SQL. */
+std::string FindDotCommand(const std::string& line) {
+    if (line.starts_with('.')) {
+        return line;
+    }
+    const std::string word = line.substr(0, line.find_last_not_of("; \t\r") + 1);
+    if (word == "exit" || word == "quit" || word == "help") {
+        return "." + word;
+    }
+    return word == "\\x" ? ".lines" : std::string();
+}
+
 bool IsBlank(const std::string& line) {
     return line.find_first_not_of(" \t\r\n") == std::string::npos;
 }
@@ -39,6 +52,12 @@ bool IsBlank(const std::string& line) {
 
 Shell::Shell(Session& session, bool is_interactive) : session_(session), is_interactive_(is_interactive) {
     session.put_FileRunner([this](const std::string& name) { RunFile(name); });
+}
+
+void Shell::RunStartUpFile(const std::string& name) {
+    if (std::ifstream(name).good()) {
+        RunReported({}, [&] { RunFile(name); });
+    }
 }
 
 Shell::~Shell() {
@@ -98,9 +117,9 @@ void Shell::RunFile(const std::string& name) {
 }
 
 void Shell::Accept(LineReader& reader, const std::string& line) {
-    if (!splitter_.get_IsInside() && line.starts_with('.')) {
+    if (!splitter_.get_IsInside() && !FindDotCommand(line).empty()) {
         reader.AddToHistory(line);
-        AcceptDotCommand(line);
+        AcceptDotCommand(FindDotCommand(line));
         return;
     }
     if (!splitter_.get_IsInside() && IsBlank(line)) {
@@ -130,6 +149,7 @@ void Shell::RunStatement(const std::string& statement, int64_t line) {
     const std::optional<CallStatement> call = FindCall(statement);
     const bool is_procedure = call && session_.get_Registry().Find(call->procedure) != nullptr;
     RunReported(sql, [&] { is_procedure ? RunCall(sql) : RunSql(statement); });
+    RunReported(sql, [this] { session_.EndStatement(); });
     if (session_.get_HasTimer()) {
         const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
         session_.Print(fmt::format("Time: {:.3f} s\n", elapsed.count()));

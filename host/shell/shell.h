@@ -21,6 +21,8 @@ class Shell {
     Shell(const Shell&) = delete;
     Shell& operator=(const Shell&) = delete;
 
+    /** Runs the lines of the file, if it exists, as `.read` does. */
+    void RunStartUpFile(const std::string& name);
     /** Reads until the end of the input or `.quit`; false when anything failed. */
     bool Run(LineReader& reader);
     /** Whether a Ctrl-C interrupted a statement. It ends a shell that reads from a pipe. */

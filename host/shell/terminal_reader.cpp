@@ -156,19 +156,33 @@ std::unique_ptr<LineReader> MakeTerminalReader(const std::string& history_file, 
     return std::make_unique<TerminalReader>(history_file, std::move(completer));
 }
 
-std::string PrepareHistoryFile() {
-    namespace fs = std::filesystem;
-    const char* const state = std::getenv("XDG_STATE_HOME");
+namespace {
+
+namespace fs = std::filesystem;
+
+/** The user's folder for the program: in the one that the variable names, or in a folder of the home
+    directory. Empty when neither is known. */
+fs::path FindUserFolder(const char* variable, const char* below_home) {
+    const char* const named = std::getenv(variable);
     const char* const home = std::getenv("HOME");
-    fs::path folder;
-    if (state != nullptr && *state == '/') {
-        folder = state;
-    } else if (home != nullptr && *home != '\0') {
-        folder = fs::path(home) / ".local/state";
-    } else {
+    if (named != nullptr && *named == '/') {
+        return fs::path(named) / "mduckdb";
+    }
+    return home != nullptr && *home != '\0' ? fs::path(home) / below_home / "mduckdb" : fs::path();
+}
+
+}  // namespace
+
+std::string FindStartUpFile() {
+    const fs::path folder = FindUserFolder("XDG_CONFIG_HOME", ".config");
+    return folder.empty() ? std::string() : (folder / "shellrc").string();
+}
+
+std::string PrepareHistoryFile() {
+    const fs::path folder = FindUserFolder("XDG_STATE_HOME", ".local/state");
+    if (folder.empty()) {
         return {};
     }
-    folder /= "mduckdb";
     std::error_code error;
     fs::create_directories(folder, error);
     std::string file = (folder / "history").string();

@@ -216,7 +216,7 @@ TEST_P(BothCursors, HaveDecimalTextsOfDecimalsOnly) {
     EXPECT_NE(ErrorOf([&] { decimals.get_DecimalText(0); }), "");
 }
 
-TEST(ClientCursor, FindsDecimalTextsInAnyOrder) {
+TEST(ClientCursorDecimals, FindsDecimalTextsInAnyOrder) {
     const OpenedDatabase database;
     const Cursor cursor = database.Select("SELECT i::DECIMAL(20,2) FROM range(10000) r(i)", kClientCursor);
     I_ExactDecimals& decimals = DecimalsOf(*cursor);
@@ -226,7 +226,7 @@ TEST(ClientCursor, FindsDecimalTextsInAnyOrder) {
     }
 }
 
-TEST(ClientCursor, HasNoDecimalTextsOfRowsThatWereComputedWhileItReadThem) {
+TEST(ClientCursorDecimals, HasNoDecimalTextsOfRowsThatWereComputedWhileItReadThem) {
     const OpenedDatabase database;
     const Cursor cursor = database.Open(database.Stream("SELECT 1.5::DECIMAL(20,2)"), kClientCursor);
     ASSERT_TRUE(cursor->NextRecord());

@@ -4,7 +4,9 @@ import csv
 import io
 import json
 import os
+import signal
 import subprocess
+import time
 import unittest
 
 from host_case import HOST, PLAIN_MODULE, SAMPLE_MODULE, HostCase
@@ -91,6 +93,43 @@ class SampleModuleTest(HostCase):
                           [*SAMPLE, "call", "nope"]):
             with self.subTest(arguments=arguments):
                 self.assertNotEqual(self.error(*arguments, status=2), "")
+
+    def test_mistyped_commands_and_options_are_named_in_their_order_with_a_suggestion(self):
+        for words, text in ((["sqll", "x"], "Unknown command 'sqll'. Did you mean sql?\nSee mduckdb-host --help.\n"),
+                            (["rstore", "--frce"], "Unknown command 'rstore'. Did you mean restore?\n"
+                             "Unknown option --frce. Did you mean --force?\nSee mduckdb-host --help.\n"),
+                            (["--modul", "x", "sql", ":memory:", "SELECT 1", "--parm=1", "--zzzzzz"],
+                             "Unknown option --modul. Did you mean --module?\nUnknown option --parm. Did you mean --param?\n"
+                             "Unknown option --zzzzzz.\nSee mduckdb-host --help.\n"),
+                            (["sql", ":memory:", "SELECT 1", "--parm=1", "--curser", "client"],
+                             "Unknown option --parm. Did you mean --param?\nUnknown option --curser. Did you mean --cursor?\n"
+                             "See mduckdb-host sql --help.\n"),
+                            (["xyzxyz"], "Unknown command 'xyzxyz'.\nSee mduckdb-host --help.\n"),
+                            (["help", "creat"], "Unknown command 'creat'. Did you mean create?\nSee mduckdb-host --help.\n")):
+            with self.subTest(words=words):
+                self.assertEqual(self.error(*words, status=2), text)
+
+    def test_version_and_help_in_their_short_forms(self):
+        for word in ("--version", "-V"):
+            self.assertEqual(self.output(word), f"mduckdb-host {os.environ['MDUCKDB_VERSION']}\n")
+        self.assertEqual(self.output("help", "sql"), self.output("sql", "--help"))
+        self.assertEqual(self.output("help"), self.output("--help"))
+
+    def test_a_file_may_have_the_name_of_a_command_or_of_a_list(self):
+        for words, files in ((["call", "--", "a.db", "--all"], ["call", "a.db", "--all"]), (["call", "[b]"], ["call", "[b]"])):
+            lines = self.output("--format", "csv", "probe", *words, status=1).splitlines()
+            self.assertEqual(lines[1:], [file + ",false" for file in files])
+        self.assertEqual(self.sql(":memory:", "SELECT $1", "--param", "[1, 2]"), [["[1, 2]"]])
+
+    def test_ctrl_c_ends_a_call_with_the_status_of_every_command(self):
+        self.execute(":memory:", "COPY (SELECT 1 AS i) TO '%s'" % self.path("a.parquet"))
+        process = subprocess.Popen([HOST, "call", "parquet_count", self.path("a.parquet"),
+                                    "(SELECT count(*) FROM range(100000000000) r(x)) > 0"],
+                                   stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        time.sleep(1.5)
+        process.send_signal(signal.SIGINT)
+        process.communicate(timeout=30)
+        self.assertEqual(process.returncode, 130)
 
     def test_an_unknown_procedure_lists_the_existing_ones(self):
         self.assertIn("values([rows])", self.error(*SAMPLE, "call", "nope", status=2))

@@ -111,9 +111,55 @@ class PipeShellTest(HostCase):
         out, _ = self.shell(".cursor client\nSELECT count(*) AS n FROM range(3000);\n.cursor server\nSELECT 1 AS a;\n")
         self.assertEqual(out, "n\n3000\n\na\n1\n")
 
+    def test_line_mode_shows_each_field_on_its_own_line(self):
+        out, _ = self.shell(".mode line\nSELECT 1 AS id, 'a' || chr(10) || 'b' AS text, NULL AS n FROM range(2);\n"
+                            "SELECT 1 AS a WHERE false;\n")
+        row = "  id = 1\ntext = a\n       b\n   n = NULL\n"
+        self.assertEqual(out, row + "\n" + row + "0 rows\n")
+        out, _ = self.shell("\\x\nSELECT 1 AS a;\n\\x\nSELECT 2 AS b;\n")
+        self.assertEqual(out, "a = 1\nb\n2\n")
+
+    def test_nullvalue_separator_and_headers_shape_csv(self):
+        query = "SELECT NULL AS a, '-' AS b, '' AS c, 'x;y' AS d, 'x,y' AS e;\n"
+        out, _ = self.shell(f".nullvalue -\n.separator ';'\n{query}.headers off\n.nullvalue\n.separator \\t\n{query}")
+        self.assertEqual(out, 'a;b;c;d;e\n-;"-";"";"x;y";x,y\n\t-\t""\tx;y\tx,y\n')
+        self.assertIn("A separator is", self.shell(".separator ''\n", status=1)[1])
+        out, _ = self.shell(".mode table\n.nullvalue ∅\n.headers off\nSELECT NULL AS long_name;\n")
+        self.assertEqual(out, "┌───┐\n│ ∅ │\n└───┘\n1 row\n")
+
+    def test_types_appear_under_the_names(self):
+        out, _ = self.shell(".mode table\n.types on\nSELECT 1.5 AS price, 'x' AS t;\n.databases\n")
+        self.assertIn("│        price │ t       │\n│ DECIMAL(2,1) │ VARCHAR │\n├", out)
+        self.assertIn("│ current │ name   │ path     │ access         │\n├", out)
+
+    def test_output_and_once_write_results_into_a_file(self):
+        out, error = self.shell(".once one.csv\nSELECT 1 AS a;\nSELECT 2 AS b;\n.output more.csv\nSELECT 3 AS c;\n"
+                                "SELECT 4 AS d;\nSELECT nope;\n.output\nSELECT 5 AS e;\n.once /nowhere/x\n", status=1)
+        self.assertEqual(out, "b\n2\ne\n5\n")
+        for name, text in (("one.csv", "a\n1\n"), ("more.csv", "c\n3\n\nd\n4\n")):
+            with open(self.path(name)) as file:
+                self.assertEqual(file.read(), text)
+        self.assertIn("Cannot write '/nowhere/x': No such file or directory.\n", error)
+
+    def test_import_creates_a_table_and_appends_to_it(self):
+        with open(self.path("it's.csv"), "w") as file:
+            file.write("i,s\n1,a\n2,\n")
+        out, _ = self.shell(".import \"it's.csv\" \"Odd Name\"\n.import \"it's.csv\" \"Odd Name\"\n"
+                            "SELECT count(*) AS n, sum(i) AS s FROM \"Odd Name\";\n"
+                            "COPY \"Odd Name\" TO 'o.parquet';\nCREATE SCHEMA s;\n.import o.parquet s.t\n"
+                            "SELECT count(*) AS n FROM s.t;\n")
+        self.assertEqual(out, "2 rows imported\n2 rows imported\nn,s\n4,6\n4 rows imported\n\nn\n4\n")
+        self.assertIn("nope.csv", self.shell(".import nope.csv t\n", status=1)[1])
+
+    def test_exit_quit_and_help_need_no_dot(self):
+        for word in ("exit", "quit", "exit;", "quit ; "):
+            self.assertEqual(self.shell(f"SELECT 1 AS a;\n{word}\nSELECT 2 AS b;\n")[0], "a\n1\n")
+        self.assertIn(".help [COMMAND]", self.shell("help\n")[0])
+        self.assertEqual(self.shell("SELECT 1 AS\nhelp;\n")[0], "help\n1\n")
+
     def test_wrong_dot_commands_explain_the_right_ones(self):
         for line, text in ((".nope", "Unknown command '.nope'"),
-                           (".mode xml", "Unknown format 'xml'. Use one of: table, csv, json, jsonl, markdown."),
+                           (".mode xml", "Unknown format 'xml'. Use one of: table, csv, json, jsonl, markdown, line."),
                            (".cursor", "Usage: .cursor server|client"),
                            (".timer maybe", "Unknown setting 'maybe'. Use on or off."),
                            (".use nope", "No open database is named 'nope'"), (".close nope", "'nope'"),

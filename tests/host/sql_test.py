@@ -2,6 +2,7 @@
 
 import json
 import os
+import re
 import signal
 import subprocess
 import time
@@ -81,7 +82,8 @@ class SqlTest(HostCase):
                     self.assertEqual(lines[0], '{"d":null,"t":null,"l":"[NULL]"}')
                     for line in lines[1:]:
                         text = json.loads(line)["t"]
-                        self.assertEqual(line, f'{{"d":{text},"t":"{text}","l":"[{text}]"}}')
+                        number = re.sub(r"^(-?)\.", r"\g<1>0.", text)
+                        self.assertEqual(line, f'{{"d":{number},"t":"{text}","l":"[{text}]"}}')
 
     def test_statements_that_change_data_return_exact_decimals_too(self):
         out = self.output("--format", "csv", "sql", ":memory:", "CREATE TABLE t (d DECIMAL(38, 3));"

@@ -10,9 +10,9 @@ from pseudo_terminal import Terminal
 
 
 class TerminalTest(HostCase):
-    def open(self, *arguments):
-        environment = {**os.environ, "XDG_STATE_HOME": self.path("state")}
-        terminal = Terminal([HOST, *arguments], self.folder, environment)
+    def open(self, *arguments, more=(), term="xterm"):
+        environment = {**os.environ, "XDG_STATE_HOME": self.path("state"), **dict(more)}
+        terminal = Terminal([HOST, *arguments], self.folder, environment, term=term)
         self.addCleanup(terminal.kill)
         return terminal
 
@@ -114,6 +114,44 @@ class TerminalTest(HostCase):
         self.execute(":memory:", "COPY (SELECT 1 AS i) TO '%s'" % self.path("only_one.parquet"))
         shell.send("call parquet_co\t('only\t);\n")
         shell.expect("│     1 │")
+
+    def test_completion_of_functions_and_of_the_arguments_of_dot_commands(self):
+        shell = self.start()
+        shell.send("SELECT regexp_full\t('abc', 'a.c') AS t;\n")
+        self.assertIn("│ true │", shell.expect("1 row"))
+        shell.send(".mode ma\t\nSELECT 1 AS a;\n")
+        shell.expect("| ---: |")
+        shell.send(".mode table\n.timer of\t\n.use mem\t\n.cursor se\t\n.help .proc\t\n")
+        shell.expect("list the procedures for CALL")
+        shell.send(".quit\n")
+        self.assertEqual(shell.finish(), 0)
+
+    def test_an_interactive_shell_runs_its_start_up_file_first(self):
+        os.mkdir(self.path("mduckdb"))
+        with open(self.path("mduckdb/shellrc"), "w") as file:
+            file.write("-- settings\n.mode line\nSELECT nope;\nCREATE TABLE started AS SELECT 42 AS answer;\n")
+        environment = {"XDG_CONFIG_HOME": self.folder}
+        shell = self.open("shell", more=environment)
+        shell.expect('"nope" was not found')
+        shell.expect("memory> ")
+        shell.send("FROM started;\n")
+        shell.expect("answer = 42")
+        shell.send("exit\n")
+        self.assertEqual(shell.finish(), 0)
+        shell = self.open("shell", "--no-init", more=environment)
+        shell.expect("memory> ")
+        shell.send("FROM started;\n")
+        shell.expect("Table with name started does not exist")
+        done = self.run_host("shell", stdin="FROM started;", env={**os.environ, **environment})
+        self.assertEqual(done.returncode, 1)
+
+    def test_a_dumb_terminal_gets_no_escapes_from_the_shell(self):
+        shell = self.open("shell", term="dumb")
+        shell.expect("memory> ")
+        shell.send("SELECT NULL AS n;\n.quit\n")
+        self.assertEqual(shell.finish(), 0)
+        self.assertIn("│ NULL │", shell.text)
+        self.assertNotIn("\x1b", shell.text)
 
     def test_a_paste_of_ten_statements_runs_them_all(self):
         shell = self.start()
