@@ -6,6 +6,8 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstddef>
+#include <iterator>
+#include <memory>
 #include <mutex>
 #include <new>
 #include <thread>
@@ -19,10 +21,26 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
+/** About twice as long as an opening takes where nothing else runs. */
+constexpr std::chrono::milliseconds kPatience{20};
+/** Most hosts close the cursor of a small result within this time. */
+constexpr std::chrono::milliseconds kReadingTime{5};
+
 struct IdleEngine {
     MemoryEngine engine;
     Clock::time_point since;
 };
+
+/** A call that waits for an engine. */
+struct Waiter {
+    const EngineTerms& terms;
+    std::optional<MemoryEngine> given;
+    std::condition_variable changed;
+
+    explicit Waiter(const EngineTerms& wanted) : terms(wanted) {}
+};
+
+}  // namespace
 
 /** The list of a process. Never destroyed, because calls may end while static objects are destroyed. */
 class IdleList : nbx::noncopyable {
@@ -30,10 +48,13 @@ class IdleList : nbx::noncopyable {
     /** Throws `std::bad_alloc`, but not in the process that has loaded the library. */
     static IdleList& Get();
 
-    std::optional<MemoryEngine> TakeOne(const EngineTerms& terms);
+    /** The first time for a call, begins its use and may wait. */
+    std::optional<MemoryEngine> TakeOne(const EngineTerms& terms, EngineUse& use);
     /** Takes the engine over, or leaves it if it is not wanted. */
     void Add(MemoryEngine& engine);
     void CloseAll();
+    void FinishUse(EngineUse& use);
+    void EndUse(EngineUse& use);
     void put_IsOn(bool is_on) {
         const std::lock_guard<std::mutex> lock(mutex_);
         is_on_ = is_on;
@@ -54,6 +75,12 @@ class IdleList : nbx::noncopyable {
     void StartThread();
     void Run();
     std::vector<IdleEngine> TakeAll();
+    std::optional<MemoryEngine> Find(const EngineTerms& terms);
+    /** Also counts the call as a running one. */
+    std::optional<MemoryEngine> Wait(std::unique_lock<std::mutex>& lock, const EngineTerms& terms);
+    /** Until when one of the engines in use is likely to be handed on to a call that waits since `begin`. */
+    Clock::time_point get_HopeEnd(Clock::time_point begin) const;
+    bool GiveToWaiter(MemoryEngine& engine);
 
     static std::atomic<IdleList*> gInstance;
 
@@ -63,10 +90,20 @@ class IdleList : nbx::noncopyable {
     std::condition_variable closed_;
     /** In the order in which they were added. */
     std::vector<IdleEngine> idle_;
+    /** In the order in which they came. */
+    std::vector<Waiter*> waiters_;
+    /** Calls that use an engine, or open one: before the end of their query, and after it. */
+    std::size_t running_ = 0;
+    std::size_t reading_ = 0;
+    Clock::time_point last_finish_;
     /** Begins differently in each process, so that a child of a fork does not keep an engine of its parent.
      */
     std::atomic<uint64_t> round_{static_cast<uint64_t>(process_) << 32};
     std::chrono::milliseconds idle_time_{5000};
+    /** The thread stays for some time after that, so that not every call starts one; until the list is
+     * closed.
+     */
+    Clock::time_point last_keep_;
     std::thread thread_;
     bool has_thread_ = false;
     /** The thread closes an engine now. */
@@ -120,6 +157,7 @@ void IdleList::Stop() noexcept {
 std::vector<IdleEngine> IdleList::TakeAll() {
     std::unique_lock<std::mutex> lock(mutex_);
     ++round_;
+    last_keep_ = Clock::time_point{};
     closed_.wait(lock, [this] { return !is_closing_; });
     return std::exchange(idle_, {});
 }
@@ -129,8 +167,22 @@ void IdleList::CloseAll() {
     changed_.notify_all();
 }
 
-std::optional<MemoryEngine> IdleList::TakeOne(const EngineTerms& terms) {
-    const std::lock_guard<std::mutex> lock(mutex_);
+std::optional<MemoryEngine> IdleList::TakeOne(const EngineTerms& terms, EngineUse& use) {
+    std::unique_lock<std::mutex> lock(mutex_);
+    std::optional<MemoryEngine> taken = Find(terms);
+    if (use.state_ == EngineUse::State::none) {
+        if (!taken) {
+            taken = Wait(lock, terms);
+        } else {
+            ++running_;
+        }
+        use.state_ = EngineUse::State::running;
+        use.process_ = process_;
+    }
+    return taken;
+}
+
+std::optional<MemoryEngine> IdleList::Find(const EngineTerms& terms) {
     const auto found = std::find_if(idle_.rbegin(), idle_.rend(),
                                     [&](const IdleEngine& each) { return each.engine.get_Terms() == terms; });
     if (found == idle_.rend()) {
@@ -141,10 +193,50 @@ std::optional<MemoryEngine> IdleList::TakeOne(const EngineTerms& terms) {
     return taken;
 }
 
+Clock::time_point IdleList::get_HopeEnd(Clock::time_point begin) const {
+    const std::size_t most = IdleEngines::get_Most();
+    if (is_stopped_ || !is_on_ || running_ + reading_ < most) {
+        return begin;
+    }
+    const Clock::time_point end = begin + kPatience;
+    return running_ >= most ? end : std::min(end, last_finish_ + kReadingTime);
+}
+
+std::optional<MemoryEngine> IdleList::Wait(std::unique_lock<std::mutex>& lock, const EngineTerms& terms) {
+    const Clock::time_point begin = Clock::now();
+    Waiter waiter(terms);
+    waiters_.push_back(&waiter);
+    while (!waiter.given) {
+        const Clock::time_point end = get_HopeEnd(begin);
+        if (Clock::now() >= end) {
+            std::erase(waiters_, &waiter);
+            ++running_;
+            break;
+        }
+        waiter.changed.wait_until(lock, end);
+    }
+    return std::move(waiter.given);
+}
+
+bool IdleList::GiveToWaiter(MemoryEngine& engine) {
+    const auto found = std::find_if(waiters_.begin(), waiters_.end(),
+                                    [&](const Waiter* each) { return each->terms == engine.get_Terms(); });
+    if (found == waiters_.end()) {
+        return false;
+    }
+    Waiter& waiter = **found;
+    waiters_.erase(found);
+    // It counts from here on, so that nobody else takes the engine for one that is free.
+    ++running_;
+    waiter.given.emplace(std::move(engine));
+    waiter.changed.notify_one();
+    return true;
+}
+
 void IdleList::Add(MemoryEngine& engine) {
     std::optional<IdleEngine> replaced;  // closes without the lock
     const std::lock_guard<std::mutex> lock(mutex_);
-    if (is_stopped_ || !is_on_ || engine.get_Round() != round_) {
+    if (is_stopped_ || !is_on_ || engine.get_Round() != round_ || GiveToWaiter(engine)) {
         return;
     }
     idle_.reserve(IdleEngines::get_Most());
@@ -155,7 +247,26 @@ void IdleList::Add(MemoryEngine& engine) {
         replaced.emplace(std::move(idle_.front()));
         idle_.erase(idle_.begin());
     }
-    idle_.push_back({std::move(engine), Clock::now()});
+    last_keep_ = Clock::now();
+    idle_.push_back({std::move(engine), last_keep_});
+}
+
+void IdleList::FinishUse(EngineUse& use) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    --running_;
+    ++reading_;
+    last_finish_ = Clock::now();
+    use.state_ = EngineUse::State::finished;
+}
+
+void IdleList::EndUse(EngineUse& use) {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    --(use.state_ == EngineUse::State::running ? running_ : reading_);
+    use.state_ = EngineUse::State::none;
+    // There may be no engine left to wait for.
+    if (!waiters_.empty()) {
+        waiters_.front()->changed.notify_one();
+    }
 }
 
 void IdleList::List(std::vector<uint64_t>& numbers) {
@@ -167,8 +278,8 @@ void IdleList::List(std::vector<uint64_t>& numbers) {
 
 void IdleList::Run() {
     std::unique_lock<std::mutex> lock(mutex_);
-    while (!is_stopped_ && !idle_.empty()) {
-        const Clock::time_point end = idle_.front().since + idle_time_;
+    while (!is_stopped_ && (!idle_.empty() || Clock::now() < last_keep_ + idle_time_)) {
+        const Clock::time_point end = (idle_.empty() ? last_keep_ : idle_.front().since) + idle_time_;
         if (Clock::now() < end) {
             changed_.wait_until(lock, end);
             continue;
@@ -185,16 +296,26 @@ void IdleList::Run() {
     has_thread_ = false;
 }
 
-}  // namespace
+void EngineUse::Finish() noexcept {
+    if (state_ == State::running && process_ == getpid()) {
+        IdleList::Get().FinishUse(*this);
+    }
+}
 
-std::optional<MemoryEngine> IdleEngines::Take(const EngineTerms& terms) noexcept {
+void EngineUse::End() noexcept {
+    if (state_ != State::none && process_ == getpid()) {
+        IdleList::Get().EndUse(*this);
+    }
+}
+
+std::optional<MemoryEngine> IdleEngines::Take(const EngineTerms& terms, EngineUse& use) noexcept {
     try {
-        while (std::optional<MemoryEngine> engine = IdleList::Get().TakeOne(terms)) {
+        while (std::optional<MemoryEngine> engine = IdleList::Get().TakeOne(terms, use)) {
             if (engine->IsUpToDate()) {
                 return engine;
             }
         }
-    } catch (const std::exception&) {  // No memory for the list: it is empty.
+    } catch (const std::exception&) {  // No memory for the list.
     }
     return std::nullopt;
 }

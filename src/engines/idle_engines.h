@@ -1,26 +1,54 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <utility>
 #include <vector>
 
 #include "engines/memory_engine.h"
 
 namespace mduckdb {
 
+/** The time for which a call uses an engine without a file, its own or one that was handed on. Move-only. */
+class EngineUse {
+  public:
+    EngineUse() = default;
+    EngineUse(EngineUse&& other) noexcept
+        : state_(std::exchange(other.state_, State::none)), process_(other.process_) {}
+    EngineUse& operator=(EngineUse&&) = delete;
+    ~EngineUse() { End(); }
+
+    /** The query has ended: once the host has read the rows, the engine is free. */
+    void Finish() noexcept;
+
+  private:
+    friend class IdleList;
+    enum class State { none, running, finished };
+
+    void End() noexcept;
+
+    State state_ = State::none;
+    /** The child of a fork does not count what its parent uses. */
+    pid_t process_ = 0;
+};
+
 /** The engines without a file that wait for their next call: at most one a core. An engine that nobody takes
-    for some seconds is closed by a thread, which exists only while there may be idle engines. When the
+    for some seconds is closed by a thread, which exists for as long after the last call. When the
     library is unloaded or the process exits, the thread ends and the engines close. A child of a fork starts
     with none: its parent's engines have no threads there.
 
     From any thread. The list's mutex is not held while an engine opens or closes. */
 class IdleEngines {
   public:
-    /** An engine that was opened on the terms and is as a new one would be, or nothing. The one that was used
-        last is taken first. */
-    static std::optional<MemoryEngine> Take(const EngineTerms& terms) noexcept;
+    /** An engine that was opened on the terms and is as a new one would be, or nothing: then the call opens
+        its own. The one that was used last is taken first. If as many calls as there are cores are at work,
+        this waits for the engine of one of them, but hardly longer than an opening takes; those who wait are
+        served in turn. Begins the use in any case. */
+    static std::optional<MemoryEngine> Take(const EngineTerms& terms, EngineUse& use) noexcept;
     /** Keeps the engine if it can serve another call; otherwise closes it. Nobody is connected to it. */
     static void Keep(MemoryEngine engine) noexcept;
     /** Closes the idle engines. Those that were opened before and are in use now close after their call. */

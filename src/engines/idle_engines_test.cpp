@@ -68,6 +68,35 @@ void EndEngine(const MemoryEngine& engine) {
     duckdb_disconnect(&connection);
 }
 
+std::optional<MemoryEngine> TakeIdle(const EngineTerms& terms) {
+    EngineUse use;
+    return IdleEngines::Take(terms, use);
+}
+
+/** As many calls as there may be idle engines, each with an engine of its own. */
+struct Calls {
+    explicit Calls(std::size_t count) : uses(count) {
+        for (EngineUse& use : uses) {
+            EXPECT_FALSE(IdleEngines::Take(kTerms, use));
+            engines.push_back(Open());
+        }
+    }
+    // The uses end after the engines.
+    std::vector<EngineUse> uses;
+    std::vector<MemoryEngine> engines;
+};
+
+/** The shortest time that a call looked for an engine, of several that found none. */
+milliseconds GetShortestWait() {
+    auto shortest = std::chrono::steady_clock::duration::max();
+    for (int i = 0; i < 20; ++i) {
+        const auto begin = std::chrono::steady_clock::now();
+        EXPECT_FALSE(TakeIdle(kTerms));
+        shortest = std::min(shortest, std::chrono::steady_clock::now() - begin);
+    }
+    return std::chrono::duration_cast<milliseconds>(shortest);
+}
+
 std::size_t CountIdle() {
     std::vector<uint64_t> numbers;
     IdleEngines::List(numbers);
@@ -109,30 +138,30 @@ class IdleEnginesTest : public testing::Test {
         MemoryEngine engine = Open();
         EXPECT_EQ("", RunOn(engine, sql)) << sql;
         IdleEngines::Keep(std::move(engine));
-        return IdleEngines::Take(kTerms).has_value();
+        return TakeIdle(kTerms).has_value();
     }
 
     const std::size_t before_ = EngineFiles::Nameless().get_EngineCount();
 };
 
 TEST_F(IdleEnginesTest, HandOnTheEngineThatWasUsedLast) {
-    EXPECT_FALSE(IdleEngines::Take(kTerms));
+    EXPECT_FALSE(TakeIdle(kTerms));
     MemoryEngine first = Open();
     const duckdb_database handle = first.get_Engine()->handle;
     IdleEngines::Keep(std::move(first));
-    std::optional<MemoryEngine> taken = IdleEngines::Take(kTerms);
+    std::optional<MemoryEngine> taken = TakeIdle(kTerms);
     ASSERT_TRUE(taken);
     EXPECT_EQ(handle, taken->get_Engine()->handle);
     EXPECT_EQ("", RunOn(*taken, "SELECT count(*) FROM range(100000)"));
-    EXPECT_FALSE(IdleEngines::Take(kTerms)) << "it serves one call at a time";
+    EXPECT_FALSE(TakeIdle(kTerms)) << "it serves one call at a time";
 }
 
 TEST_F(IdleEnginesTest, AreForCallsOnTheSameTermsAlone) {
     IdleEngines::Keep(Open());
     const EngineTerms others = std::make_shared<int>();
-    EXPECT_FALSE(IdleEngines::Take(others));
-    EXPECT_FALSE(IdleEngines::Take(nullptr));
-    EXPECT_TRUE(IdleEngines::Take(kTerms));
+    EXPECT_FALSE(TakeIdle(others));
+    EXPECT_FALSE(TakeIdle(nullptr));
+    EXPECT_TRUE(TakeIdle(kTerms));
 }
 
 TEST_F(IdleEnginesTest, AreAtMostOneACore) {
@@ -149,8 +178,8 @@ TEST_F(IdleEnginesTest, AreAtMostOneACore) {
     }
     EXPECT_EQ(most, CountIdle());
     EXPECT_EQ(before_ + most, EngineFiles::Nameless().get_EngineCount());
-    EXPECT_FALSE(IdleEngines::Take(terms.front())) << "the one that waited longest makes room";
-    EXPECT_TRUE(IdleEngines::Take(terms.back()));
+    EXPECT_FALSE(TakeIdle(terms.front())) << "the one that waited longest makes room";
+    EXPECT_TRUE(TakeIdle(terms.back()));
 }
 
 TEST_F(IdleEnginesTest, CloseAfterSomeTimeAndThenTheirThreadEnds) {
@@ -213,13 +242,56 @@ TEST_F(IdleEnginesTest, AreNotThoseThatHaveSpilled) {
     EXPECT_FALSE(std::filesystem::exists(folder / "spilled"));
 }
 
+TEST_F(IdleEnginesTest, AreWaitedForWhileEveryCoreHasACall) {
+    Calls calls(IdleEngines::get_Most());
+    EXPECT_GE(GetShortestWait(), milliseconds(20));
+    calls.uses.pop_back();
+    EXPECT_LT(GetShortestWait(), milliseconds(20)) << "a core is free";
+}
+
+TEST_F(IdleEnginesTest, AreNotWaitedForWhileHostsReadTheirRows) {
+    Calls calls(IdleEngines::get_Most());
+    for (EngineUse& use : calls.uses) {
+        use.Finish();
+    }
+    std::this_thread::sleep_for(milliseconds(10));
+    EXPECT_LT(GetShortestWait(), milliseconds(5));
+}
+
+TEST_F(IdleEnginesTest, AreGivenToThoseWhoWaitInTurn) {
+    Calls calls(IdleEngines::get_Most());
+    const duckdb_database handle = calls.engines.back().get_Engine()->handle;
+    std::atomic<int> served{0};
+    std::vector<std::thread> waiting;
+    for (int t = 0; t < 3; ++t) {
+        waiting.emplace_back([&] {
+            // A slow machine may let the patience of a call end.
+            EngineUse use;
+            std::optional<MemoryEngine> engine = IdleEngines::Take(kTerms, use);
+            if (engine) {
+                EXPECT_EQ(handle, engine->get_Engine()->handle);
+                ++served;
+                IdleEngines::Keep(std::move(*engine));
+            }
+        });
+    }
+    std::this_thread::sleep_for(milliseconds(5));
+    IdleEngines::Keep(std::move(calls.engines.back()));
+    for (std::thread& thread : waiting) {
+        thread.join();
+    }
+    EXPECT_GE(served, 1);
+    EXPECT_EQ(1u, CountIdle());
+}
+
 TEST_F(IdleEnginesTest, ServeManyThreadsWhileOthersCloseThem) {
     IdleEngines::put_IdleTime(milliseconds(1));
     std::vector<std::thread> threads;
     for (int t = 0; t < 4; ++t) {
         threads.emplace_back([t] {
             for (int i = 0; i < 10; ++i) {
-                std::optional<MemoryEngine> engine = IdleEngines::Take(kTerms);
+                EngineUse use;
+                std::optional<MemoryEngine> engine = IdleEngines::Take(kTerms, use);
                 if (!engine) {
                     engine.emplace(Open());
                 }
@@ -280,13 +352,13 @@ TEST_F(IdleProcessTest, AForkedChildHasNoneOfItsParentsAndExits) {
         const pid_t child = fork();
         if (child == 0) {
             alarm(60);
-            const bool has_none = CountIdle() == 0 && !IdleEngines::Take(kTerms);
+            const bool has_none = CountIdle() == 0 && !TakeIdle(kTerms);
             IdleEngines::Keep(Open());
-            std::exit(has_none && CountIdle() == 1 && IdleEngines::Take(kTerms) ? 7 : 1);
+            std::exit(has_none && CountIdle() == 1 && TakeIdle(kTerms) ? 7 : 1);
         }
         int status = 0;
         waitpid(child, &status, 0);
-        const bool is_kept = CountIdle() == 1 && IdleEngines::Take(kTerms);
+        const bool is_kept = CountIdle() == 1 && TakeIdle(kTerms);
         std::exit(is_kept && WIFEXITED(status) ? WEXITSTATUS(status) : 1);
     };
     EXPECT_EXIT(run(), testing::ExitedWithCode(7), "");

@@ -8,7 +8,6 @@
 #include <utility>
 
 #include "base/text.h"
-#include "engines/idle_engines.h"
 #include "procedures/allowed_files.h"
 #include "procedures/sql_text.h"
 
@@ -95,7 +94,7 @@ void PrivateEngine::Configure(Configuration& configuration, const std::string& s
 }
 
 void PrivateEngine::OpenMemory() {
-    memory_engine_ = IdleEngines::Take(limits_);
+    memory_engine_ = IdleEngines::Take(limits_, use_);
     if (memory_engine_) {
         engine_ = memory_engine_->get_Engine();
     } else {
@@ -232,6 +231,7 @@ PrivateEngine::PrivateEngine(PrivateEngine&& other) noexcept
       limits_(std::move(other.limits_)),
       time_(other.time_),
       engine_(std::move(other.engine_)),
+      use_(std::move(other.use_)),
       memory_engine_(std::exchange(other.memory_engine_, std::nullopt)),
       has_finished_(other.has_finished_),
       connection_(std::exchange(other.connection_, nullptr)),
@@ -263,6 +263,7 @@ bool PrivateEngine::Run(const char* sql) noexcept {
 
 void PrivateEngine::FinishReading() noexcept {
     has_finished_ = true;
+    use_.Finish();
     if (std::exchange(is_shared_, false)) {
         Run("ROLLBACK");
     }

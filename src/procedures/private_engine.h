@@ -12,6 +12,7 @@
 #include "base/deadline.h"
 #include "base/holders.h"
 #include "engines/engine_files.h"
+#include "engines/idle_engines.h"
 #include "engines/memory_engine.h"
 #include "procedures/call_limits.h"
 #include "procedures/call_time.h"
@@ -83,6 +84,8 @@ class PrivateEngine {
     CallTime time_;
     /** Of the file or in memory; null until it is open. */
     SharedEngine engine_;
+    /** Ends after the engine has been handed on. */
+    EngineUse use_;
     /** The engine in memory, which may serve other calls afterwards. */
     std::optional<MemoryEngine> memory_engine_;
     bool has_finished_ = false;
