@@ -13,6 +13,7 @@
 #include "nbx/exception.h"
 #include "shell/completion.h"
 #include "shell/shell.h"
+#include "shell/user_files.h"
 #include "text/messages.h"
 
 namespace mduckdb_host {

@@ -34,11 +34,4 @@ std::unique_ptr<LineReader> MakePipeReader(std::istream& in);
     is empty. At most one at a time. Requires `BlockInterrupts`: a Ctrl-C returns `kInterrupted`. */
 std::unique_ptr<LineReader> MakeTerminalReader(const std::string& history_file, Completer completer);
 
-/** The path of `mduckdb/shellrc` in `$XDG_CONFIG_HOME` or `~/.config`; empty when neither is known. */
-std::string FindStartUpFile();
-
-/** The path of `mduckdb/history` in `$XDG_STATE_HOME` or `~/.local/state`; creates the folder and the file.
-    Empty when that is not possible. */
-std::string PrepareHistoryFile();
-
 }  // namespace mduckdb_host

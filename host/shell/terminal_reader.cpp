@@ -1,81 +1,106 @@
-#include <fcntl.h>
+#include <fmt/format.h>
+#include <histedit.h>
 #include <poll.h>
 #include <unistd.h>
 
-// The readline headers need the types of stdio.
-#include <cstdio>
-
-#include <readline/history.h>
-#include <readline/readline.h>
-
+#include <algorithm>
 #include <cerrno>
-#include <cstdlib>
-#include <cstring>
-#include <filesystem>
+#include <cstdio>
+#include <cwchar>
+#include <memory>
+#include <stdexcept>
 #include <utility>
 
 #include "databases/interruption.h"
+#include "print/output.h"
+#include "shell/file_names.h"
+#include "shell/history_file.h"
 #include "shell/line_reader.h"
+#include "text/text.h"
 
 namespace mduckdb_host {
 
 namespace {
 
 constexpr int kHistoryEntries = 10000;
-constexpr const char* kWordBreaks = " \t\n\"'`@><=;|&{}(),[]*+/";
+constexpr std::string_view kWordBreaks = " \t\n\"'`@><=;|&{}(),[]*+/";
+/** Files are completed up to the quote or blank, with their folders. */
+constexpr std::string_view kFileBreaks = " \t\n\"'`";
+constexpr std::size_t kShownCandidates = 100;
+constexpr const char* kPasteStart = "\x1b[200~";
+constexpr std::string_view kPasteEnd = "\x1b[201~";
 
-class TerminalReader;
-/** The only reader, for readline's callbacks, which have no argument for it. */
-TerminalReader* gReader = nullptr;
+struct EditorDeleter {
+    void operator()(EditLine* editor) const noexcept { el_end(editor); }
+};
+struct HistoryDeleter {
+    void operator()(History* history) const noexcept { history_end(history); }
+};
 
-/** A text that readline frees. */
-char* MakeReadlineText(const std::string& text) {
-    return ::strdup(text.c_str());
+/** The longest text with which all words begin. */
+std::string FindCommonStart(const std::vector<std::string>& words) {
+    std::string common = words.front();
+    for (const std::string& word : words) {
+        const auto end = std::mismatch(common.begin(), common.end(), word.begin(), word.end()).first;
+        common.erase(end, common.end());
+    }
+    // Not half a character.
+    while (!common.empty() && ToUtf8(FromUtf8(common)) != common) {
+        common.pop_back();
+    }
+    return common;
+}
+
+int CountCharacters(std::string_view text) {
+    return static_cast<int>(std::count_if(
+        text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0U) != 0x80U; }));
 }
 
 class TerminalReader final : public LineReader {
   public:
     TerminalReader(std::string history_file, Completer completer)
-        : history_file_(std::move(history_file)), completer_(std::move(completer)) {
-        gReader = this;
-        rl_readline_name = "mduckdb-host";
-        rl_catch_signals = 0;  // Ctrl-C arrives through a descriptor, see BlockInterrupts
-        rl_basic_word_break_characters = kWordBreaks;
-        rl_completer_quote_characters = "'\"";
-        rl_attempted_completion_function = &Complete;
-        StartHistory();
+        : history_file_(std::move(history_file)),
+          completer_(std::move(completer)),
+          history_(history_init()),
+          editor_(el_init("mduckdb-host", stdin, stdout, stderr)) {
+        if (editor_ == nullptr || history_ == nullptr) {
+            throw std::runtime_error("The terminal cannot be used to edit lines.");
+        }
+        SetUpEditor();
+        HistEvent event;
+        history(history_.get(), &event, H_SETSIZE, kHistoryEntries);
+        for (const std::string& entry : ReadHistory(history_file_)) {
+            history(history_.get(), &event, H_ENTER, entry.c_str());
+        }
     }
     ~TerminalReader() override {
         if (!history_file_.empty()) {
-            history_truncate_file(history_file_.c_str(), kHistoryEntries);
+            ShortenHistory(history_file_, kHistoryEntries);
         }
-        gReader = nullptr;
     }
 
     ReadOutcome ReadLine(const std::string& prompt, std::string& line) override {
-        is_done_ = false;
-        rl_callback_handler_install(prompt.c_str(), &OnLine);
-        while (!is_done_) {
-            pollfd descriptors[] = {{STDIN_FILENO, POLLIN, 0}, {get_InterruptDescriptor(), POLLIN, 0}};
-            if (::poll(descriptors, 2, -1) < 0) {
-                if (errno == EINTR) {
-                    rl_resize_terminal();
-                    continue;
-                }
-                break;
-            }
-            if ((descriptors[1].revents & POLLIN) != 0 && TakeInterrupt()) {
-                return GiveUpLine();
-            }
-            if (descriptors[0].revents != 0) {
-                rl_callback_read_char();
-            }
+        prompt_ = prompt;
+        is_interrupted_ = false;
+        SetPasteMarks(true);
+        // Before the prompt, or a key that follows it at once, such as Ctrl-D, would not reach the editor.
+        el_set(editor_.get(), EL_PREP_TERM, 1);
+        int length = 0;
+        const char* const text = el_gets(editor_.get(), &length);
+        SetPasteMarks(false);
+        if (is_interrupted_) {
+            std::fputs("^C\n", stdout);
+            std::fflush(stdout);
+            return ReadOutcome::kInterrupted;
         }
-        rl_callback_handler_remove();
-        if (!has_line_) {
+        if (text == nullptr || length <= 0) {
+            std::fputc('\n', stdout);
             return ReadOutcome::kEnd;
         }
-        line = std::move(line_);
+        line.assign(text, static_cast<std::size_t>(length));
+        if (line.ends_with('\n')) {
+            line.pop_back();
+        }
         return ReadOutcome::kLine;
     }
 
@@ -84,115 +109,169 @@ class TerminalReader final : public LineReader {
             return;
         }
         last_entry_ = entry;
-        add_history(entry.c_str());
+        HistEvent event;
+        history(history_.get(), &event, H_ENTER, entry.c_str());
         if (!history_file_.empty()) {
-            append_history(1, history_file_.c_str());
+            AppendToHistory(history_file_, entry);
         }
     }
 
   private:
-    void StartHistory() {
-        using_history();
-        stifle_history(kHistoryEntries);
-        // A time stamp before each entry allows entries of several lines.
-        history_comment_char = '#';
-        history_write_timestamps = 1;
-        if (!history_file_.empty()) {
-            read_history(history_file_.c_str());
+    void SetUpEditor() {
+        EditLine* const editor = editor_.get();
+        el_set(editor, EL_CLIENTDATA, this);
+        el_set(editor, EL_PROMPT, &MakePrompt);
+        el_set(editor, EL_EDITOR, "emacs");
+        el_set(editor, EL_SIGNAL, 0);  // Ctrl-C arrives through a descriptor, see BlockInterrupts
+        el_set(editor, EL_HIST, history, history_.get());
+        el_set(editor, EL_GETCFN, &ReadCharacter);
+        // The call for narrow texts copies both and never frees them.
+        el_wset(editor, EL_ADDFN, L"complete-word", L"Complete the word", &Complete);
+        el_wset(editor, EL_ADDFN, L"insert-paste", L"Insert pasted text", &InsertPaste);
+        constexpr const char* kBindings[][2] = {
+            {"^I", "complete-word"},       {kPasteStart, "insert-paste"},      {"^R", "em-inc-search-prev"},
+            {"^W", "ed-delete-prev-word"}, {"\x1b[3~", "ed-delete-next-char"}, {"\x1b[1~", "ed-move-to-beg"},
+            {"\x1b[4~", "ed-move-to-end"}, {"\x1b[H", "ed-move-to-beg"},       {"\x1b[F", "ed-move-to-end"},
+            {"\x1b[1;5C", "em-next-word"}, {"\x1b[1;5D", "ed-prev-word"}};
+        for (const auto& [key, function] : kBindings) {
+            el_set(editor, EL_BIND, key, function, nullptr);
+        }
+        el_source(editor, nullptr);  // the user's own keys, in ~/.editrc
+    }
+
+    static TerminalReader& Of(EditLine* editor) {
+        void* reader = nullptr;
+        el_get(editor, EL_CLIENTDATA, &reader);
+        return *static_cast<TerminalReader*>(reader);
+    }
+
+    static char* MakePrompt(EditLine* editor) { return Of(editor).prompt_.data(); }
+
+    /** Asks the terminal to mark pasted text, whose line ends then do not run statements one by one. */
+    static void SetPasteMarks(bool are_on) {
+        if (UnderstandsEscapes()) {
+            std::fputs(are_on ? "\x1b[?2004h" : "\x1b[?2004l", stdout);
+            std::fflush(stdout);
         }
     }
 
-    static ReadOutcome GiveUpLine() {
-        // Print the mark after the line, wherever the cursor was.
-        rl_point = rl_end;
-        rl_redisplay();
-        rl_callback_sigcleanup();
-        rl_free_line_state();
-        std::fputs("^C\n", rl_outstream);
-        rl_callback_handler_remove();
-        return ReadOutcome::kInterrupted;
-    }
-
-    static void OnLine(char* text) {
-        gReader->is_done_ = true;
-        gReader->has_line_ = text != nullptr;
-        gReader->line_ = text != nullptr ? text : "";
-        std::free(text);
-        // Remove it here, since readline would print the prompt again.
-        rl_callback_handler_remove();
-    }
-
-    static char** Complete(const char* word, int start, int /*end*/) {
-        gReader->candidates_ =
-            gReader->completer_(std::string(rl_line_buffer, static_cast<std::size_t>(start)), word);
-        if (gReader->candidates_.empty()) {
-            return nullptr;  // readline tries file names
+    /** Returns 1, 0 at the end of the input, and -1 for a Ctrl-C and for an error. */
+    static int ReadCharacter(EditLine* editor, wchar_t* character) {
+        std::mbstate_t state{};
+        for (;;) {
+            pollfd descriptors[] = {{STDIN_FILENO, POLLIN, 0}, {get_InterruptDescriptor(), POLLIN, 0}};
+            if (::poll(descriptors, 2, -1) < 0) {
+                if (errno != EINTR) {
+                    return -1;
+                }
+                el_resize(editor);
+                continue;
+            }
+            if ((descriptors[1].revents & POLLIN) != 0 && TakeInterrupt()) {
+                Of(editor).is_interrupted_ = true;
+                return -1;
+            }
+            char byte = '\0';
+            const ssize_t count = descriptors[0].revents != 0 ? ::read(STDIN_FILENO, &byte, 1) : -1;
+            if (count == 0) {
+                return 0;
+            }
+            if (count < 0) {
+                continue;
+            }
+            constexpr auto kIncomplete = static_cast<std::size_t>(-2);
+            constexpr auto kInvalid = static_cast<std::size_t>(-1);
+            const std::size_t length = std::mbrtowc(character, &byte, 1, &state);
+            if (length == kInvalid) {
+                *character = L'\uFFFD';
+            }
+            if (length != kIncomplete) {
+                return 1;
+            }
         }
-        rl_attempted_completion_over = 1;
-        gReader->next_candidate_ = 0;
-        return rl_completion_matches(word, &NextCandidate);
     }
 
-    static char* NextCandidate(const char* /*word*/, int /*state*/) {
-        auto& reader = *gReader;
-        return reader.next_candidate_ < reader.candidates_.size()
-                   ? MakeReadlineText(reader.candidates_[reader.next_candidate_++])
-                   : nullptr;
+    static unsigned char InsertPaste(EditLine* editor, int /*key*/) {
+        std::string text;
+        wchar_t character = 0;
+        while (!text.ends_with(kPasteEnd) && ReadCharacter(editor, &character) == 1) {
+            const wchar_t c = character == L'\r' ? L'\n' : character;
+            AppendCharacter(text, c);
+        }
+        if (text.ends_with(kPasteEnd)) {
+            text.resize(text.size() - kPasteEnd.size());
+        }
+        return el_insertstr(editor, text.c_str()) == 0 ? CC_REFRESH : CC_ERROR;
+    }
+
+    static void AppendCharacter(std::string& text, wchar_t character) {
+        char bytes[16];
+        std::mbstate_t state{};
+        const std::size_t length = std::wcrtomb(bytes, character, &state);
+        if (length <= sizeof bytes) {
+            text.append(bytes, length);
+        }
+    }
+
+    static unsigned char Complete(EditLine* editor, int /*key*/) {
+        TerminalReader& reader = Of(editor);
+        const LineInfo* const info = el_line(editor);
+        const std::string before(info->buffer, info->cursor);
+        std::string word = before.substr(before.find_last_of(kWordBreaks) + 1);
+        std::vector<std::string> candidates =
+            reader.completer_(before.substr(0, before.size() - word.size()), word);
+        std::string end = " ";
+        if (candidates.empty()) {
+            const std::size_t start = before.find_last_of(kFileBreaks) + 1;
+            word = before.substr(start);
+            candidates = CompleteFileName(word);
+            const bool is_quoted = start > 0 && (before[start - 1] == '\'' || before[start - 1] == '"');
+            end = is_quoted ? std::string(1, before[start - 1]) : end;
+        }
+        return candidates.empty() ? CC_ERROR : Insert(editor, word, candidates, end);
+    }
+
+    /** Replaces the word by what its candidates have in common, or lists them. */
+    static unsigned char Insert(EditLine* editor, const std::string& word,
+                                const std::vector<std::string>& candidates, const std::string& end) {
+        std::string common = FindCommonStart(candidates);
+        if (candidates.size() > 1 && common.size() <= word.size()) {
+            List(candidates);
+            return CC_REDISPLAY;
+        }
+        if (candidates.size() == 1 && !common.ends_with('/')) {
+            common += end;
+        }
+        el_deletestr(editor, CountCharacters(word));
+        return el_insertstr(editor, common.c_str()) == 0 ? CC_REFRESH : CC_ERROR;
+    }
+
+    static void List(const std::vector<std::string>& candidates) {
+        std::string text = "\n";
+        const std::size_t shown = std::min(candidates.size(), kShownCandidates);
+        for (std::size_t i = 0; i < shown; ++i) {
+            text += ToPrintable(candidates[i]) + (i + 1 < shown ? "  " : "\n");
+        }
+        if (shown < candidates.size()) {
+            text += fmt::format("... and {} more\n", candidates.size() - shown);
+        }
+        std::fputs(text.c_str(), stdout);
+        std::fflush(stdout);
     }
 
     std::string history_file_;
     Completer completer_;
+    std::unique_ptr<History, HistoryDeleter> history_;
+    std::unique_ptr<EditLine, EditorDeleter> editor_;
     std::string last_entry_;
-    std::string line_;
-    bool is_done_ = false;
-    bool has_line_ = false;
-    std::vector<std::string> candidates_;
-    std::size_t next_candidate_ = 0;
+    std::string prompt_;
+    bool is_interrupted_ = false;
 };
 
 }  // namespace
 
 std::unique_ptr<LineReader> MakeTerminalReader(const std::string& history_file, Completer completer) {
     return std::make_unique<TerminalReader>(history_file, std::move(completer));
-}
-
-namespace {
-
-namespace fs = std::filesystem;
-
-/** The user's folder for the program: in the one that the variable names, or in a folder of the home
-    directory. Empty when neither is known. */
-fs::path FindUserFolder(const char* variable, const char* below_home) {
-    const char* const named = std::getenv(variable);
-    const char* const home = std::getenv("HOME");
-    if (named != nullptr && *named == '/') {
-        return fs::path(named) / "mduckdb";
-    }
-    return home != nullptr && *home != '\0' ? fs::path(home) / below_home / "mduckdb" : fs::path();
-}
-
-}  // namespace
-
-std::string FindStartUpFile() {
-    const fs::path folder = FindUserFolder("XDG_CONFIG_HOME", ".config");
-    return folder.empty() ? std::string() : (folder / "shellrc").string();
-}
-
-std::string PrepareHistoryFile() {
-    const fs::path folder = FindUserFolder("XDG_STATE_HOME", ".local/state");
-    if (folder.empty()) {
-        return {};
-    }
-    std::error_code error;
-    fs::create_directories(folder, error);
-    std::string file = (folder / "history").string();
-    // Only the owner may read it, since statements may contain secrets.
-    const int descriptor = ::open(file.c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600);
-    if (descriptor < 0) {
-        return {};
-    }
-    ::close(descriptor);
-    return file;
 }
 
 }  // namespace mduckdb_host

@@ -1,4 +1,4 @@
-"""The screen of a terminal: as much of an xterm as readline and mduckdb-host use."""
+"""The screen of a terminal: as much of an xterm as the line editor and mduckdb-host use."""
 
 import re
 import unicodedata
@@ -85,6 +85,8 @@ class Screen:
         if name in "ABCD":
             down, right = {"A": (-count, 0), "B": (count, 0), "C": (0, count), "D": (0, -count)}[name]
             self.move_to(self.row + down, self.column + right)
+        elif name == "G":
+            self.move_to(self.row, count - 1)
         elif name == "K" and count == 0:
             del self.lines[self.row][self.column:]
         elif name == "K" and count == 2:

@@ -153,6 +153,47 @@ class TerminalTest(HostCase):
         self.assertIn("│ NULL │", shell.text)
         self.assertNotIn("\x1b", shell.text)
 
+    def test_keys_edit_the_line(self):
+        shell = self.start()
+        shell.send("ELECT 'b日x' AS t;\x01S\x05\x1b[D\x1b[D\x1b[D\x1b[D\x1b[D\x1b[D\x1b[D\x7fé\n")
+        shell.expect("│ b日é │")
+        shell.send("SELECT 1 AS wrong nonsense\x17\x17 right;\n")
+        shell.expect("│ right │")
+        shell.send("\x12b日\n")
+        shell.expect("│ b日é │")
+        shell.expect("memory> ")
+        shell.send("\x04")
+        self.assertEqual(shell.finish(), 0)
+
+    def test_ambiguous_completions_are_listed(self):
+        for name in ("part_one.sql", "part_two.sql"):
+            with open(self.path(name), "w") as file:
+                file.write(f"SELECT '{name} ran' AS t;")
+        shell = self.start()
+        shell.send(".read pa\t\t")
+        shell.expect("part_one.sql  part_two.sql")
+        shell.send("tw\t\n")
+        shell.expect("│ part_two.sql ran │")
+        shell.send(".quit\n")
+        self.assertEqual(shell.finish(), 0)
+
+    def test_the_history_of_earlier_versions_is_read_and_shortened(self):
+        os.makedirs(self.path("state/mduckdb"))
+        history = self.path("state/mduckdb/history")
+        with open(history, "w") as file:
+            file.write("".join(f"#{1700000000 + i}\nSELECT {i} AS n,\n  'old' AS t;\n" for i in range(10100)))
+        os.chmod(history, 0o600)
+        shell = self.start()
+        shell.send("\x1b[A\n")
+        shell.expect("│ 10099 │ old │")
+        shell.send(".quit\n")
+        self.assertEqual(shell.finish(), 0)
+        with open(history) as file:
+            text = file.read()
+        self.assertEqual(text.count("\n#") + 1, 10000)
+        self.assertTrue(text.endswith("\n.quit\n"))
+        self.assertEqual(os.stat(history).st_mode & 0o777, 0o600)
+
     def test_a_paste_of_ten_statements_runs_them_all(self):
         shell = self.start()
         paste = "\n".join(f"SELECT {i} * 1000 AS n;" for i in range(1, 11))
