@@ -13,6 +13,7 @@
 #include <nbx/mrsql/duckdb_deadlines.h>
 #include <nbx/mrsql/duckdb_extension.h>
 #include <nbx/mrsql/duckdb_progress.h>
+#include <nbx/mrsql/duckdb_streaming.h>
 #include <nbx/mrsql/registry.h>
 #include <nbx/value.h>
 
@@ -230,6 +231,20 @@ void ShowTimeLimit(I_DuckDBDatabase& database) {
     // docs: end
 }
 
+void ShowStream(I_DuckDBDatabase& database) {
+    // docs: stream
+    auto* streaming = static_cast<nbx::mrsql::I_DuckDBStreaming*>(
+        database.QueryInterface(nbx::mrsql::kDuckDBStreamingInterfaceId));
+    const auto cursor = streaming->OpenStream(FromUtf8("SELECT i FROM range(1000000000000) r(i)"), nullptr);
+    int64_t sum = 0;
+    for (int row = 0; row < 1000 && cursor->NextRecord(); ++row) {
+        sum += cursor->get_Value(0)->get_LLong();
+    }
+    cursor->Close();
+    // docs: end
+    std::cout << "stream: the first 1000 rows add up to " << sum << '\n';
+}
+
 void ShowProgress(I_DuckDBDatabase& database) {
     database.SqlExecute(FromUtf8("CREATE TABLE numbers AS SELECT range AS n FROM range(2000000)"), nullptr);
     std::atomic<int> percent{0};
@@ -315,6 +330,7 @@ void Run(const char* folder_text, const char* module) {
     ShowErrors(*extension, *database, folder->get_PathText());
     ShowInterruption(*database);
     ShowTimeLimit(*database);
+    ShowStream(*database);
     ShowProgress(*database);
     ShowBudget(*extension);
     ShowCensus(*extension);

@@ -11,6 +11,7 @@
 #include "nbx/mrsql/duckdb_query_result.h"
 #include "nbx/mrsql/duckdb_snapshot.h"
 #include "nbx/mrsql/duckdb_statement.h"
+#include "nbx/mrsql/duckdb_streaming.h"
 #include "nbx/string.h"
 #include "nbx/unknown.h"
 #include "nbx/value.h"
@@ -61,6 +62,7 @@ I_DuckDBCursor::~I_DuckDBCursor() = default;
 I_DuckDBDatabase::~I_DuckDBDatabase() = default;
 I_DuckDBDeadlines::~I_DuckDBDeadlines() = default;
 I_DuckDBProgress::~I_DuckDBProgress() = default;
+I_DuckDBStreaming::~I_DuckDBStreaming() = default;
 I_DuckDBExtension::~I_DuckDBExtension() = default;
 I_DuckDBProcedureLimits::~I_DuckDBProcedureLimits() = default;
 I_DuckDBQueryResult::~I_DuckDBQueryResult() = default;

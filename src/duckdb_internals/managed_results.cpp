@@ -11,13 +11,14 @@
 
 namespace {
 
-/** Does what `duckdb_pending_prepared` does, except for the memory type, which the C API cannot choose. */
-duckdb::unique_ptr<duckdb::PendingQueryResult> Start(duckdb::PreparedStatementWrapper& prepared) {
+/** Does what `duckdb_pending_prepared` does, except for the kind of result, which the C API cannot choose. */
+duckdb::unique_ptr<duckdb::PendingQueryResult> Start(duckdb::PreparedStatementWrapper& prepared,
+                                                     duckdb::QueryParameters kind) {
     duckdb::PreparedStatement& statement = *prepared.statement;
     duckdb::PreparedStatement::VerifyParameters(prepared.values, statement.named_param_map);
     duckdb::PendingQueryParameters parameters;
     parameters.parameters = &prepared.values;
-    parameters.query_parameters.memory_type = duckdb::QueryResultMemoryType::BUFFER_MANAGED;
+    parameters.query_parameters = kind;
     return statement.context->PendingQuery(statement.query, statement.data, parameters);
 }
 
@@ -40,18 +41,17 @@ duckdb_data_chunk ScanChunk(duckdb::ColumnDataCollection& rows, Scan& scan) {
     return has_rows ? reinterpret_cast<duckdb_data_chunk>(chunk.release()) : nullptr;
 }
 
-}  // namespace
-
-duckdb_state duckdb_pending_prepared_managed(duckdb_prepared_statement prepared,
-                                             duckdb_pending_result* out_result) {
+/** `kind` of a result that streams or does not. */
+duckdb_state PendPrepared(duckdb_prepared_statement prepared, duckdb::QueryParameters kind,
+                          duckdb_pending_result* out_result) {
     auto* wrapper = reinterpret_cast<duckdb::PreparedStatementWrapper*>(prepared);
     if (wrapper == nullptr || !wrapper->statement || wrapper->statement->HasError()) {
         return duckdb_pending_prepared(prepared, out_result);
     }
     auto pending = std::make_unique<duckdb::PendingStatementWrapper>();
-    pending->allow_streaming = false;
+    pending->allow_streaming = kind.output_type == duckdb::QueryResultOutputType::ALLOW_STREAMING;
     try {
-        pending->statement = Start(*wrapper);
+        pending->statement = Start(*wrapper, kind);
     } catch (const std::exception& error) {
         mduckdb::ThrowIfOutOfMemory();
         pending->statement = duckdb::make_uniq<duckdb::PendingQueryResult>(duckdb::ErrorData(error));
@@ -59,6 +59,20 @@ duckdb_state duckdb_pending_prepared_managed(duckdb_prepared_statement prepared,
     const bool has_started = !pending->statement->HasError();
     *out_result = reinterpret_cast<duckdb_pending_result>(pending.release());
     return has_started ? DuckDBSuccess : DuckDBError;
+}
+
+}  // namespace
+
+duckdb_state duckdb_pending_prepared_managed(duckdb_prepared_statement prepared,
+                                             duckdb_pending_result* out_result) {
+    duckdb::QueryParameters kind(duckdb::QueryResultOutputType::FORCE_MATERIALIZED);
+    kind.memory_type = duckdb::QueryResultMemoryType::BUFFER_MANAGED;
+    return PendPrepared(prepared, kind, out_result);
+}
+
+duckdb_state duckdb_pending_prepared_stream(duckdb_prepared_statement prepared,
+                                            duckdb_pending_result* out_result) {
+    return PendPrepared(prepared, duckdb::QueryResultOutputType::ALLOW_STREAMING, out_result);
 }
 
 duckdb_result_scan duckdb_create_result_scan(void) {
@@ -74,9 +88,13 @@ duckdb_data_chunk duckdb_scan_result_chunk(duckdb_result result, duckdb_result_s
     *out_error = nullptr;
     try {
         const auto* data = static_cast<const duckdb::DuckDBResultData*>(result.internal_data);
-        if (data == nullptr || !data->result || data->result->HasError() ||
-            data->result->type != duckdb::QueryResultType::MATERIALIZED_RESULT) {
-            return duckdb_fetch_chunk(result);
+        if (data == nullptr || !data->result || data->result->HasError()) {
+            return nullptr;
+        }
+        if (data->result->type != duckdb::QueryResultType::MATERIALIZED_RESULT) {
+            auto chunk = data->result->Fetch();
+            return chunk && chunk->size() > 0 ? reinterpret_cast<duckdb_data_chunk>(chunk.release())
+                                              : nullptr;
         }
         return ScanChunk(data->result->Cast<duckdb::MaterializedQueryResult>().Collection(),
                          *reinterpret_cast<Scan*>(scan));

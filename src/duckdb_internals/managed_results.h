@@ -20,6 +20,12 @@ typedef struct _duckdb_result_scan {
 duckdb_state duckdb_pending_prepared_managed(duckdb_prepared_statement prepared,
                                              duckdb_pending_result* out_result);
 
+/** The same, for a result whose rows DuckDB computes while they are read, no further ahead than its setting
+    `streaming_buffer_size`. Another statement on the connection ends it, and so does destroying it, which
+   must happen before the connection is closed. The C API's own function is deprecated. */
+duckdb_state duckdb_pending_prepared_stream(duckdb_prepared_statement prepared,
+                                            duckdb_pending_result* out_result);
+
 /** Null when memory is short. */
 duckdb_result_scan duckdb_create_result_scan(void);
 void duckdb_destroy_result_scan(duckdb_result_scan* scan);

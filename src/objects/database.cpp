@@ -57,6 +57,8 @@ void* DuckDBDatabase::QueryInterface(uint32_t interface_id) {
          &nbx::CastToInterface<DuckDBDatabase, nbx::mrsql::I_DuckDBDeadlines>},
         {nbx::mrsql::kDuckDBProgressInterfaceId,
          &nbx::CastToInterface<DuckDBDatabase, nbx::mrsql::I_DuckDBProgress>},
+        {nbx::mrsql::kDuckDBStreamingInterfaceId,
+         &nbx::CastToInterface<DuckDBDatabase, nbx::mrsql::I_DuckDBStreaming>},
         {0, nullptr},
     };
     return nbx::InterfaceTableQueryInterface(this, kTable, interface_id);

@@ -16,6 +16,7 @@
 #include "nbx/mrsql/duckdb_deadlines.h"
 #include "nbx/mrsql/duckdb_progress.h"
 #include "nbx/mrsql/duckdb_snapshot.h"
+#include "nbx/mrsql/duckdb_streaming.h"
 #include "nbx/mrsql/duckdb_written_statements.h"
 #include "objects/database_link.h"
 #include "objects/export_gate.h"
@@ -36,6 +37,7 @@ class DuckDBDatabase final : public nbx::mrsql::I_DuckDBDatabase,
                              public nbx::mrsql::I_DuckDBTransactionState,
                              public nbx::mrsql::I_DuckDBDeadlines,
                              public nbx::mrsql::I_DuckDBProgress,
+                             public nbx::mrsql::I_DuckDBStreaming,
                              nbx::noncopyable {
   public:
     explicit DuckDBDatabase(nbx::smart_ptr<nbx::I_Location> location);
@@ -77,6 +79,8 @@ class DuckDBDatabase final : public nbx::mrsql::I_DuckDBDatabase,
     void Snapshot(nbx::smart_ptr<nbx::I_Location> file) override;
     /** Implements `I_DuckDBRestore::VerifyBackup`. */
     nbx::String VerifyBackup(const nbx::I_Location& folder);
+    nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor> OpenStream(const nbx::String& sql,
+                                                          nbx::smart_ptr<nbx::ValueRow> parameters) override;
     bool get_IsInTransaction() override;
     uint64_t get_LostTransactionCount() override { return lost_transactions_.load(); }
     uint64_t get_TimeLimit() override { return link_->get_TimeLimit(); }

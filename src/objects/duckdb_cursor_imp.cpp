@@ -34,6 +34,7 @@ void FetchStatus::KeepErrorOf(duckdb_result* result) {
     }
 }
 
+<<<<<<< HEAD
 nbx::String ExactDecimals::get_DecimalText(uint32_t column_index) {
     cursor_.RequireValid();
     cursor_.RequireColumn(column_index);
@@ -47,6 +48,16 @@ nbx::String ExactDecimals::get_DecimalText(uint32_t column_index) {
     }
     const ValueHolder value(duckdb_data_chunk_get_value(place.chunk, column_index, place.row));
     return FromUtf8(ValueText(value.get()).get_View());
+=======
+DuckDBCursor_imp::DuckDBCursor_imp(SharedLink link)
+    : tie_(std::move(link)), census_(CensusLine::kCursor, tie_.get_Link()->get_Census().get_Number()) {
+    const EngineLockScope lock;
+    if (tie_.get_Link()->get_IsOrphaned()) {
+        ThrowInvalid();
+    }
+    tie_.get_Siblings().Add(this);
+    census_.Enter();
+>>>>>>> accc5c5 (Streaming cursors: rows of a query while DuckDB computes them, on a connection of their own (7332))
 }
 
 DuckDBCursor_imp::DuckDBCursor_imp(SharedLink link, ResultHolder& result)
@@ -160,18 +171,41 @@ ChunkHolder DuckDBCursor_imp::FetchChunk(ResultScanHolder& scan) {
     if (!result_) {
         ThrowInvalid();
     }
+<<<<<<< HEAD
     if (!scan) {
         scan.Reset(duckdb_create_result_scan());
+=======
+    return ReadChunk();
+}
+
+ChunkHolder DuckDBCursor_imp::ReadChunk() {
+    TextHolder error;
+    ChunkHolder chunk = ScanChunk(error);
+    if (error) {
+        tie_.get_Link()->ThrowError(error.get());
+    }
+    return chunk;
+}
+
+ChunkHolder DuckDBCursor_imp::ScanChunk(TextHolder& error) {
+    if (!scan_) {
+        scan_.Reset(duckdb_create_result_scan());
+>>>>>>> accc5c5 (Streaming cursors: rows of a query while DuckDB computes them, on a connection of their own (7332))
     }
     if (!scan) {
         throw std::bad_alloc();
     }
+<<<<<<< HEAD
     TextHolder error;
     ChunkHolder chunk(duckdb_scan_result_chunk(*result_, scan.get(), error.Receive()));
     if (error) {
         tie_.get_Link()->ThrowError(error.get());
     }
     if (!chunk) {
+=======
+    ChunkHolder chunk(duckdb_scan_result_chunk(*result_, scan_.get(), error.Receive()));
+    if (!chunk && !error) {
+>>>>>>> accc5c5 (Streaming cursors: rows of a query while DuckDB computes them, on a connection of their own (7332))
         fetch_status_.KeepErrorOf(result_.get());
     }
     return chunk;
@@ -185,10 +219,12 @@ uint64_t DuckDBCursor_imp::CountComputedRows() {
 void DuckDBCursor_imp::ReleaseResult() noexcept {
     census_.Leave();
     has_result_.store(false);
+    StopReading();
     const nbx::MutexLock lock(result_mutex_);
     scan_.Reset();
     second_scan_.Reset();
     result_.Reset();
+    ReleaseConnection();
 }
 
 void DuckDBCursor_imp::ReadDescription(duckdb_result* result) {

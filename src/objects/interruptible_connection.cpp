@@ -82,9 +82,19 @@ void InterruptibleConnection::RepeatInterrupt() {
 
 duckdb_state InterruptibleConnection::ExecutePrepared(duckdb_prepared_statement prepared,
                                                       duckdb_result* out_result) {
+    return Execute(&duckdb_pending_prepared_managed, prepared, out_result);
+}
+
+duckdb_state InterruptibleConnection::ExecuteStreaming(duckdb_prepared_statement prepared,
+                                                       duckdb_result* out_result) {
+    return Execute(&duckdb_pending_prepared_stream, prepared, out_result);
+}
+
+duckdb_state InterruptibleConnection::Execute(Start start, duckdb_prepared_statement prepared,
+                                              duckdb_result* out_result) {
     // DuckDB forgets interrupts when it begins a query, which happens in the first of the two calls.
     PendingHolder pending;
-    if (duckdb_pending_prepared_managed(prepared, pending.Receive()) != DuckDBSuccess) {
+    if (start(prepared, pending.Receive()) != DuckDBSuccess) {
         TakePendingError(pending.get(), out_result);
         return DuckDBError;
     }

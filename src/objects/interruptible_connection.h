@@ -41,8 +41,12 @@ class InterruptibleConnection : nbx::noncopyable {
         began the query, which clears DuckDB's own flag. The caller destroys `*out_result`, also on
         failure. */
     duckdb_state ExecutePrepared(duckdb_prepared_statement prepared, duckdb_result* out_result);
+    /** The same, for a result whose rows DuckDB computes while they are read. */
+    duckdb_state ExecuteStreaming(duckdb_prepared_statement prepared, duckdb_result* out_result);
 
   private:
+    using Start = duckdb_state (*)(duckdb_prepared_statement prepared, duckdb_pending_result* out_result);
+    duckdb_state Execute(Start start, duckdb_prepared_statement prepared, duckdb_result* out_result);
     /** Stops the query that DuckDB has begun if an interrupt came before that. */
     void RepeatInterrupt();
 

@@ -10,6 +10,7 @@
 #include "nbx/mrsql/duckdb_census.h"
 #include "nbx/mrsql/duckdb_deadlines.h"
 #include "nbx/mrsql/duckdb_progress.h"
+#include "nbx/mrsql/duckdb_streaming.h"
 #include "nbx/mrsql/registry.h"
 #include "support/fake_host.h"
 #include "support/temp_folder.h"
@@ -129,6 +130,19 @@ TEST(FurtherInterfaces, OfTheBuiltModuleTellTheProgressOfAStatement) {
     watcher.join();
     EXPECT_GT(share, 0);
     EXPECT_LT(share, 1);
+}
+
+TEST(FurtherInterfaces, OfTheBuiltModuleStreamRows) {
+    const auto database = Create(":memory:");
+    auto& streaming = Find<nbx::mrsql::I_DuckDBStreaming>(*database, nbx::mrsql::kDuckDBStreamingInterfaceId);
+    const auto cursor = streaming.OpenStream(S("SELECT i FROM range(1000000000000) r(i)"), nullptr);
+    for (int64_t i = 0; i < 10'000; ++i) {
+        ASSERT_TRUE(cursor->NextRecord());
+        ASSERT_EQ(cursor->get_Value(0)->get_LLong(), i);
+    }
+    database->Close();
+    EXPECT_EQ(Thrown([&] { cursor->NextRecord(); }),
+              "xDuckDBError 72501 [unknown] [DuckDBCursor is invalid]");
 }
 
 TEST(FurtherInterfaces, OfTheBuiltModuleDivideABudget) {

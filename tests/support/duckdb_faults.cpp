@@ -41,6 +41,7 @@ const std::set<std::string, std::less<>> kCreating = {
     "duckdb_execute_prepared",
     "duckdb_execute_pending",
     "duckdb_pending_prepared_managed",
+    "duckdb_pending_prepared_stream",
     "duckdb_column_logical_type",
     "duckdb_create_logical_type",
     "duckdb_create_decimal_type",

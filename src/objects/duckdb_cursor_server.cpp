@@ -1,0 +1,83 @@
+#include "objects/duckdb_cursor_server.h"
+
+namespace mduckdb {
+
+void DuckDBCursor_server::Refuse(const char* message) const {
+    RequireValid();
+    ThrowError(message);
+}
+
+uint32_t DuckDBCursor_server::get_RecordCount() {
+    Refuse("get_RecordCount() is not supported for server-side cursors");
+}
+
+uint32_t DuckDBCursor_server::get_CurrentRecord() {
+    Refuse("get_CurrentRecord() is not supported for server-side cursors");
+}
+
+bool DuckDBCursor_server::put_CurrentRecord(uint32_t /*record*/) {
+    Refuse("put_CurrentRecord() is not supported for server-side cursors");
+}
+
+bool DuckDBCursor_server::FirstRecord() {
+    Refuse("FirstRecord() is not supported for server-side cursors");
+}
+
+bool DuckDBCursor_server::LastRecord() {
+    Refuse("LastRecord() is not supported for server-side cursors");
+}
+
+bool DuckDBCursor_server::PrevRecord() {
+    Refuse("PrevRecord() is not supported for server-side cursors");
+}
+
+bool DuckDBCursor_server::NextRecord() {
+    const EngineLockScope lock;
+    return MoveToNextRow();
+}
+
+bool DuckDBCursor_server::MoveToNextRow() {
+    RequireValid();
+    if (chunk_ && cells_.get_RowCount() > row_in_chunk_ + 1) {
+        ++row_in_chunk_;
+        return true;
+    }
+    MoveToNextChunk();
+    return static_cast<bool>(chunk_);
+}
+
+void DuckDBCursor_server::MoveToNextChunk() {
+    if (!next_chunk_) {
+        next_chunk_ = FetchChunk();
+    }
+    if (next_chunk_ && duckdb_data_chunk_get_size(next_chunk_.get()) == 0) {
+        next_chunk_.Reset();
+    }
+    try {
+        cells_.Bind(next_chunk_.get());
+    } catch (...) {
+        cells_.Bind(chunk_.get());  // Needs no memory: it was bound before.
+        throw;
+    }
+    chunk_ = std::move(next_chunk_);
+    row_in_chunk_ = 0;
+}
+
+nbx::smart_ptr<nbx::I_Value> DuckDBCursor_server::get_Value(uint32_t column_index) {
+    RequireValid();
+    RequireColumn(column_index);
+    FindRecord();
+    return cells_.Read(column_index, row_in_chunk_);
+}
+
+DuckDBCursor_imp::RecordPlace DuckDBCursor_server::FindRecord() {
+    if (!chunk_) {
+        ThrowError("Data is not available. Use NextRecord() to fetch data.");
+    }
+    if (row_in_chunk_ >= cells_.get_RowCount()) {
+        ThrowError("Current position is out of bounds");
+    }
+    return {chunk_.get(), row_in_chunk_};
+}
+
+}  // namespace mduckdb

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <utility>
+
+#include "duckdb_internals/cell_reader.h"
+#include "objects/duckdb_cursor_imp.h"
+#include "values/variant.h"
+
+namespace mduckdb {
+
+/** Reads a result forward and holds only the rows of one DuckDB chunk.
+
+    Starts before the first row, then is on a row, and is after the last one when `NextRecord` has returned
+    false; it cannot move back. Reading a field takes no lock: the loaded rows no longer depend on the
+    result. */
+class DuckDBCursor_server : public DuckDBCursor_imp {
+  public:
+    DuckDBCursor_server(SharedLink link, ResultHolder& result) : DuckDBCursor_imp(std::move(link), result) {
+        TakeResult(result);
+    }
+
+    uint32_t get_RecordCount() override;
+    uint32_t get_CurrentRecord() override;
+    bool put_CurrentRecord(uint32_t record) override;
+    bool FirstRecord() override;
+    bool LastRecord() override;
+    bool NextRecord() override;
+    bool PrevRecord() override;
+    nbx::smart_ptr<nbx::I_Value> get_Value(uint32_t column_index) override;
+
+  protected:
+    /** For a cursor whose result follows. */
+    explicit DuckDBCursor_server(SharedLink link) : DuckDBCursor_imp(std::move(link)) {}
+    /** `NextRecord` without the engine lock. */
+    bool MoveToNextRow();
+    RecordPlace FindRecord() override;
+
+  private:
+    /** Throws for operations that only a client cursor supports. */
+    [[noreturn]] void Refuse(const char* message) const;
+    /** Replaces the chunk with the next one, or with none. Throws when it cannot be read, and then stays
+       where it is. */
+    void MoveToNextChunk();
+
+    /** Null before the first row and after the last. */
+    ChunkHolder chunk_;
+    /** Fetched, but not moved to, since memory ran out; else null. */
+    ChunkHolder next_chunk_;
+    uint64_t row_in_chunk_ = 0;
+    /** Bound to the chunk. */
+    CellReader cells_{ConvertVariant};
+};
+
+}  // namespace mduckdb

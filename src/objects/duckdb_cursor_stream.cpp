@@ -1,0 +1,159 @@
+#include "objects/duckdb_cursor_stream.h"
+
+#include <optional>
+#include <string_view>
+#include <utility>
+
+#include "base/errors.h"
+#include "base/text.h"
+#include "nbx/hooks.h"
+#include "objects/database.h"
+#include "objects/operation.h"
+#include "values/host_value_binding.h"
+
+namespace mduckdb {
+
+class DuckDBCursor_stream::Work : nbx::noncopyable {
+  public:
+    explicit Work(DuckDBCursor_stream& cursor)
+        : cursor_(cursor),
+          connection_(cursor.side_->get_Interruptible()),
+          limit_(cursor.tie_.get_Link()->get_TimeLimit()) {
+        SetDeadline(deadline_, limit_, connection_);
+        cursor_.census_.BeginRunning();
+    }
+    ~Work() { cursor_.census_.EndRunning(); }
+
+    InterruptibleConnection& get_Connection() noexcept { return connection_; }
+    bool get_IsCut() const noexcept { return deadline_ && deadline_->get_HasCut(); }
+    void ThrowIfInterrupted() {
+        if (cursor_.is_stopped_.load()) {
+            ThrowInvalid();
+        }
+        if (connection_.TakeInterrupted()) {
+            throw nbx::xInterruptError(kInterruptErrorCode);
+        }
+    }
+    /** Throws the cause of the failure that DuckDB reports with the text: a closed cursor, an interrupt, the
+       time limit, or else the text. */
+    [[noreturn]] void ThrowFailure(std::string_view text) {
+        ThrowIfInterrupted();
+        cursor_.tie_.get_Link()->ThrowError(get_IsCut() ? DescribeCut(limit_) : text);
+    }
+
+  private:
+    DuckDBCursor_stream& cursor_;
+    InterruptibleConnection& connection_;
+    const uint64_t limit_;
+    std::optional<Deadline> deadline_;
+};
+
+namespace {
+
+/** Others change something and have no rows worth a stream. */
+bool ReturnsRows(duckdb_prepared_statement prepared) {
+    switch (duckdb_prepared_statement_type(prepared)) {
+        case DUCKDB_STATEMENT_TYPE_SELECT:
+        case DUCKDB_STATEMENT_TYPE_EXPLAIN:
+        case DUCKDB_STATEMENT_TYPE_CALL:
+            return true;
+        default:
+            return false;
+    }
+}
+
+}  // namespace
+
+DuckDBCursor_stream::DuckDBCursor_stream(SharedLink link, SharedEngine engine)
+    : DuckDBCursor_server(link),
+      side_(std::make_unique<SideConnection>(std::move(link), std::move(engine))) {}
+
+void DuckDBCursor_stream::Start(const std::string& sql, const nbx::ValueRow* parameters) {
+    StartResult([&] {
+        // The database may have been closed since.
+        if (!side_ || is_stopped_.load()) {
+            ThrowInvalid();
+        }
+        Work work(*this);
+        return Execute(work, sql, parameters);
+    });
+}
+
+ResultHolder DuckDBCursor_stream::Execute(Work& work, const std::string& sql,
+                                          const nbx::ValueRow* parameters) {
+    PreparedHolder prepared;
+    if (duckdb_prepare(side_->get(), sql.c_str(), prepared.Receive()) != DuckDBSuccess) {
+        work.ThrowFailure(TextOr(duckdb_prepare_error(prepared.get()), "Failed to prepare statement"));
+    }
+    if (!ReturnsRows(prepared.get())) {
+        work.ThrowFailure("Query doesn't return a result");
+    }
+    BindValueArray(prepared.get(), parameters, tie_.get_Link()->get_ErrorPath());
+    ResultHolder result;
+    if (work.get_Connection().ExecuteStreaming(prepared.get(), result.Receive()) != DuckDBSuccess ||
+        work.get_IsCut()) {
+        work.ThrowFailure(TextOr(duckdb_result_error(result.get()), "Failed to execute prepared statement"));
+    }
+    return result;
+}
+
+bool DuckDBCursor_stream::NextRecord() {
+    return MoveToNextRow();
+}
+
+ChunkHolder DuckDBCursor_stream::ReadChunk() {
+    if (failure_) {
+        std::rethrow_exception(failure_);
+    }
+    // DuckDB has closed a result that was read to its end, and throws when asked again.
+    if (is_complete_) {
+        return {};
+    }
+    Work work(*this);
+    try {
+        // An interrupt between two calls, of which DuckDB's buffer knows nothing.
+        work.ThrowIfInterrupted();
+        TextHolder error;
+        ChunkHolder chunk = ScanChunk(error);
+        const std::string text = error ? error.get() : ToUtf8(get_FetchError());
+        // A cut that came too late would meet the next chunk, without its reason.
+        if (!text.empty() || (chunk && work.get_IsCut())) {
+            work.ThrowFailure(text);
+        }
+        is_complete_ = !chunk;
+        return chunk;
+    } catch (const nbx::xException&) {
+        failure_ = std::current_exception();
+        throw;
+    }
+}
+
+void DuckDBCursor_stream::StopReading() noexcept {
+    is_stopped_.store(true);
+    if (side_) {
+        // Unlike a cut, an interrupt also reaches a query that has not begun yet.
+        side_->get_Interruptible().Interrupt();
+    }
+}
+
+void DuckDBCursor_stream::ReleaseConnection() noexcept {
+    side_.reset();
+}
+
+nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor> DuckDBDatabase::OpenStream(
+    const nbx::String& sql, nbx::smart_ptr<nbx::ValueRow> parameters) {
+    nbx::MironaInit3();
+    // The object itself may be closed and destroyed while the query runs.
+    const SharedLink link = link_;
+    const std::string text = link->ToSql(sql);
+    nbx::smart_ptr<DuckDBCursor_stream> cursor;
+    {
+        const EngineLockScope lock;
+        link->RequireConnection();
+        cursor = nbx::MakeObject<DuckDBCursor_stream>(link, engine_);
+    }
+    cursor->Start(text, parameters.get());
+    return cursor;
+}
+
+}  // namespace mduckdb
