@@ -4,6 +4,7 @@
 #include <duckdb/common/types/column/column_data_collection.hpp>
 #include <duckdb/main/capi/capi_internal.hpp>
 #include <duckdb/main/materialized_query_result.hpp>
+#include <duckdb/main/stream_query_result.hpp>
 #include <memory>
 #include <new>
 
@@ -92,7 +93,10 @@ duckdb_data_chunk duckdb_scan_result_chunk(duckdb_result result, duckdb_result_s
             return nullptr;
         }
         if (data->result->type != duckdb::QueryResultType::MATERIALIZED_RESULT) {
-            auto chunk = data->result->Fetch();
+            // A stream that was read to its end is closed, and throws when it is asked again.
+            const bool is_open = data->result->type != duckdb::QueryResultType::STREAM_RESULT ||
+                                 data->result->Cast<duckdb::StreamQueryResult>().IsOpen();
+            auto chunk = is_open ? data->result->Fetch() : nullptr;
             return chunk && chunk->size() > 0 ? reinterpret_cast<duckdb_data_chunk>(chunk.release())
                                               : nullptr;
         }

@@ -34,7 +34,6 @@ void FetchStatus::KeepErrorOf(duckdb_result* result) {
     }
 }
 
-<<<<<<< HEAD
 nbx::String ExactDecimals::get_DecimalText(uint32_t column_index) {
     cursor_.RequireValid();
     cursor_.RequireColumn(column_index);
@@ -48,7 +47,8 @@ nbx::String ExactDecimals::get_DecimalText(uint32_t column_index) {
     }
     const ValueHolder value(duckdb_data_chunk_get_value(place.chunk, column_index, place.row));
     return FromUtf8(ValueText(value.get()).get_View());
-=======
+}
+
 DuckDBCursor_imp::DuckDBCursor_imp(SharedLink link)
     : tie_(std::move(link)), census_(CensusLine::kCursor, tie_.get_Link()->get_Census().get_Number()) {
     const EngineLockScope lock;
@@ -57,7 +57,6 @@ DuckDBCursor_imp::DuckDBCursor_imp(SharedLink link)
     }
     tie_.get_Siblings().Add(this);
     census_.Enter();
->>>>>>> accc5c5 (Streaming cursors: rows of a query while DuckDB computes them, on a connection of their own (7332))
 }
 
 DuckDBCursor_imp::DuckDBCursor_imp(SharedLink link, ResultHolder& result)
@@ -171,41 +170,27 @@ ChunkHolder DuckDBCursor_imp::FetchChunk(ResultScanHolder& scan) {
     if (!result_) {
         ThrowInvalid();
     }
-<<<<<<< HEAD
-    if (!scan) {
-        scan.Reset(duckdb_create_result_scan());
-=======
-    return ReadChunk();
+    return ReadChunk(scan);
 }
 
-ChunkHolder DuckDBCursor_imp::ReadChunk() {
+ChunkHolder DuckDBCursor_imp::ReadChunk(ResultScanHolder& scan) {
     TextHolder error;
-    ChunkHolder chunk = ScanChunk(error);
+    ChunkHolder chunk = ScanChunk(scan, error);
     if (error) {
         tie_.get_Link()->ThrowError(error.get());
     }
     return chunk;
 }
 
-ChunkHolder DuckDBCursor_imp::ScanChunk(TextHolder& error) {
-    if (!scan_) {
-        scan_.Reset(duckdb_create_result_scan());
->>>>>>> accc5c5 (Streaming cursors: rows of a query while DuckDB computes them, on a connection of their own (7332))
+ChunkHolder DuckDBCursor_imp::ScanChunk(ResultScanHolder& scan, TextHolder& error) {
+    if (!scan) {
+        scan.Reset(duckdb_create_result_scan());
     }
     if (!scan) {
         throw std::bad_alloc();
     }
-<<<<<<< HEAD
-    TextHolder error;
     ChunkHolder chunk(duckdb_scan_result_chunk(*result_, scan.get(), error.Receive()));
-    if (error) {
-        tie_.get_Link()->ThrowError(error.get());
-    }
-    if (!chunk) {
-=======
-    ChunkHolder chunk(duckdb_scan_result_chunk(*result_, scan_.get(), error.Receive()));
     if (!chunk && !error) {
->>>>>>> accc5c5 (Streaming cursors: rows of a query while DuckDB computes them, on a connection of their own (7332))
         fetch_status_.KeepErrorOf(result_.get());
     }
     return chunk;

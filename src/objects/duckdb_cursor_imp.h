@@ -98,7 +98,6 @@ class DuckDBCursor_imp : public nbx::Counted<nbx::mrsql::I_DuckDBCursor>, public
     /** The next rows, or null at the end of the rows and after a failure of a result that is computed while
         it is read, whose text is kept. Throws when computed rows cannot be read, and when the result was
         released. The caller owns the chunk, which depends neither on the cursor nor on the engine. */
-<<<<<<< HEAD
     ChunkHolder FetchChunk() { return FetchChunk(scan_); }
     /** The same for a reader of its own, which begins at the first row; null at once for rows that DuckDB
         computed while they were fetched. */
@@ -113,19 +112,16 @@ class DuckDBCursor_imp : public nbx::Counted<nbx::mrsql::I_DuckDBCursor>, public
     /** Throws if there is no current record. The cursor is valid. */
     virtual RecordPlace FindRecord() = 0;
 
-=======
-    ChunkHolder FetchChunk();
     /** What `FetchChunk` does under the mutex of the result, which is there. */
-    virtual ChunkHolder ReadChunk();
+    virtual ChunkHolder ReadChunk(ResultScanHolder& scan);
     /** The next rows, under the same mutex; null at their end and after a failure, whose text it gives or
      * keeps. */
-    ChunkHolder ScanChunk(TextHolder& error);
+    ChunkHolder ScanChunk(ResultScanHolder& scan, TextHolder& error);
     /** A release of the result is about to wait for what runs on it, under the engine lock. */
     virtual void StopReading() noexcept {}
     /** The result is gone; under its mutex and the engine lock. */
     virtual void ReleaseConnection() noexcept {}
     const nbx::String& get_FetchError() const noexcept { return fetch_status_.get_FetchError(); }
->>>>>>> accc5c5 (Streaming cursors: rows of a query while DuckDB computes them, on a connection of their own (7332))
     /** 0 when DuckDB has not computed them yet. */
     uint64_t CountComputedRows();
 

@@ -15,17 +15,17 @@ namespace mduckdb {
     It is in the database's list before its query begins. So `Close` finds it, stops what runs and waits for
    that, with no help from the thread that reads, and the connection and the result are gone before the engine
    is closed. Starting and reading hold the mutex of the result and not the engine lock. */
-class DuckDBCursor_stream final : public DuckDBCursor_server {
+class StreamCursor final : public DuckDBCursor_server {
   public:
     /** Connects. The database is open. */
-    DuckDBCursor_stream(SharedLink link, SharedEngine engine) NBX_REQUIRES(gEngineLock);
+    StreamCursor(SharedLink link, SharedEngine engine) NBX_REQUIRES(gEngineLock);
     /** Runs the query, without the engine lock, until its first rows are there. Only once. */
     void Start(const std::string& sql, const nbx::ValueRow* parameters);
 
     bool NextRecord() override;
 
   protected:
-    ChunkHolder ReadChunk() override;
+    ChunkHolder ReadChunk(ResultScanHolder& scan) override;
     void StopReading() noexcept override;
     void ReleaseConnection() noexcept override;
 
@@ -40,8 +40,6 @@ class DuckDBCursor_stream final : public DuckDBCursor_server {
        enough to read it. */
     std::unique_ptr<SideConnection> side_;
     std::atomic<bool> is_stopped_{false};
-    /** All rows were read. */
-    bool is_complete_ = false;
     /** Why there are no further rows, if the query has failed. */
     std::exception_ptr failure_;
 };

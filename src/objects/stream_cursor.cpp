@@ -1,4 +1,4 @@
-#include "objects/duckdb_cursor_stream.h"
+#include "objects/stream_cursor.h"
 
 #include <optional>
 #include <string_view>
@@ -13,9 +13,9 @@
 
 namespace mduckdb {
 
-class DuckDBCursor_stream::Work : nbx::noncopyable {
+class StreamCursor::Work : nbx::noncopyable {
   public:
-    explicit Work(DuckDBCursor_stream& cursor)
+    explicit Work(StreamCursor& cursor)
         : cursor_(cursor),
           connection_(cursor.side_->get_Interruptible()),
           limit_(cursor.tie_.get_Link()->get_TimeLimit()) {
@@ -42,7 +42,7 @@ class DuckDBCursor_stream::Work : nbx::noncopyable {
     }
 
   private:
-    DuckDBCursor_stream& cursor_;
+    StreamCursor& cursor_;
     InterruptibleConnection& connection_;
     const uint64_t limit_;
     std::optional<Deadline> deadline_;
@@ -64,11 +64,11 @@ bool ReturnsRows(duckdb_prepared_statement prepared) {
 
 }  // namespace
 
-DuckDBCursor_stream::DuckDBCursor_stream(SharedLink link, SharedEngine engine)
+StreamCursor::StreamCursor(SharedLink link, SharedEngine engine)
     : DuckDBCursor_server(link),
       side_(std::make_unique<SideConnection>(std::move(link), std::move(engine))) {}
 
-void DuckDBCursor_stream::Start(const std::string& sql, const nbx::ValueRow* parameters) {
+void StreamCursor::Start(const std::string& sql, const nbx::ValueRow* parameters) {
     StartResult([&] {
         // The database may have been closed since.
         if (!side_ || is_stopped_.load()) {
@@ -79,8 +79,7 @@ void DuckDBCursor_stream::Start(const std::string& sql, const nbx::ValueRow* par
     });
 }
 
-ResultHolder DuckDBCursor_stream::Execute(Work& work, const std::string& sql,
-                                          const nbx::ValueRow* parameters) {
+ResultHolder StreamCursor::Execute(Work& work, const std::string& sql, const nbx::ValueRow* parameters) {
     PreparedHolder prepared;
     if (duckdb_prepare(side_->get(), sql.c_str(), prepared.Receive()) != DuckDBSuccess) {
         work.ThrowFailure(TextOr(duckdb_prepare_error(prepared.get()), "Failed to prepare statement"));
@@ -97,30 +96,25 @@ ResultHolder DuckDBCursor_stream::Execute(Work& work, const std::string& sql,
     return result;
 }
 
-bool DuckDBCursor_stream::NextRecord() {
+bool StreamCursor::NextRecord() {
     return MoveToNextRow();
 }
 
-ChunkHolder DuckDBCursor_stream::ReadChunk() {
+ChunkHolder StreamCursor::ReadChunk(ResultScanHolder& scan) {
     if (failure_) {
         std::rethrow_exception(failure_);
-    }
-    // DuckDB has closed a result that was read to its end, and throws when asked again.
-    if (is_complete_) {
-        return {};
     }
     Work work(*this);
     try {
         // An interrupt between two calls, of which DuckDB's buffer knows nothing.
         work.ThrowIfInterrupted();
         TextHolder error;
-        ChunkHolder chunk = ScanChunk(error);
+        ChunkHolder chunk = ScanChunk(scan, error);
         const std::string text = error ? error.get() : ToUtf8(get_FetchError());
         // A cut that came too late would meet the next chunk, without its reason.
         if (!text.empty() || (chunk && work.get_IsCut())) {
             work.ThrowFailure(text);
         }
-        is_complete_ = !chunk;
         return chunk;
     } catch (const nbx::xException&) {
         failure_ = std::current_exception();
@@ -128,7 +122,7 @@ ChunkHolder DuckDBCursor_stream::ReadChunk() {
     }
 }
 
-void DuckDBCursor_stream::StopReading() noexcept {
+void StreamCursor::StopReading() noexcept {
     is_stopped_.store(true);
     if (side_) {
         // Unlike a cut, an interrupt also reaches a query that has not begun yet.
@@ -136,7 +130,7 @@ void DuckDBCursor_stream::StopReading() noexcept {
     }
 }
 
-void DuckDBCursor_stream::ReleaseConnection() noexcept {
+void StreamCursor::ReleaseConnection() noexcept {
     side_.reset();
 }
 
@@ -146,11 +140,11 @@ nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor> DuckDBDatabase::OpenStream(
     // The object itself may be closed and destroyed while the query runs.
     const SharedLink link = link_;
     const std::string text = link->ToSql(sql);
-    nbx::smart_ptr<DuckDBCursor_stream> cursor;
+    nbx::smart_ptr<StreamCursor> cursor;
     {
         const EngineLockScope lock;
         link->RequireConnection();
-        cursor = nbx::MakeObject<DuckDBCursor_stream>(link, engine_);
+        cursor = nbx::MakeObject<StreamCursor>(link, engine_);
     }
     cursor->Start(text, parameters.get());
     return cursor;
