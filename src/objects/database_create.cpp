@@ -3,6 +3,7 @@
 #include "engines/configuration.h"
 #include "engines/handle_registry.h"
 #include "engines/session.h"
+#include "engines/spill_path.h"
 #include "objects/database.h"
 
 namespace mduckdb {
@@ -91,6 +92,7 @@ SharedEngine DuckDBDatabase::CreateEngine(FileTurn& turn, std::string& error) {
     if (are_options_given_) {
         configuration.ApplyOptions(options_);
     }
+    SeparateSpill(configuration, ToPath(path_));
     error = configuration.get_Error().empty() ? turn.get_Refusal(Engine::Access::writing)
                                               : configuration.get_Error();
     const bool has_format = !storage_version_.isEmpty() || block_size_ != 0;

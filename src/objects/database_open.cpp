@@ -5,6 +5,7 @@
 #include "engines/configuration.h"
 #include "engines/handle_registry.h"
 #include "engines/session.h"
+#include "engines/spill_path.h"
 #include "objects/database.h"
 
 namespace mduckdb {
@@ -43,6 +44,7 @@ SharedEngine DuckDBDatabase::OpenEngine(FileTurn& turn) {
     if (are_options_given_) {
         configuration.ApplyOptions(options_);
     }
+    SeparateSpill(configuration, path);
     std::string error;
     SharedEngine engine;
     if (are_options_given_ && !options_.read_write) {

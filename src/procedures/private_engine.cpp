@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "base/text.h"
+#include "engines/spill_path.h"
 #include "procedures/allowed_files.h"
 #include "procedures/sql_text.h"
 
@@ -80,8 +81,7 @@ void PrivateEngine::Configure(Configuration& configuration, const std::string& s
     if (limits_->spill) {
         configuration.Mark(limits_->spill->get_Path());
     }
-    configuration.SetUnmarked(
-        "temp_directory", MakeSpillPath(limits_->spill ? limits_->spill->get_Path() + "/" : spill_beginning));
+    PutOwnSpill(configuration, limits_->spill ? limits_->spill->get_Path() + "/" : spill_beginning);
     if (limits_->get_IsConfined()) {
         // Opening a file that needs an extension must not fetch it either.
         configuration.Set("autoinstall_known_extensions", "false");

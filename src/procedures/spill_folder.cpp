@@ -2,7 +2,6 @@
 
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
@@ -22,11 +21,6 @@ SpillFolder::~SpillFolder() {
     if (process_ == getpid()) {
         std::filesystem::remove_all(path_, error);
     }
-}
-
-std::string MakeSpillPath(const std::string& beginning) {
-    static std::atomic<unsigned long> count{0};
-    return beginning + std::to_string(getpid()) + "-" + std::to_string(++count);
 }
 
 }  // namespace mduckdb

@@ -25,9 +25,4 @@ class SpillFolder : nbx::noncopyable {
     const pid_t process_;
 };
 
-/** The beginning of a path, to which this adds what makes it the path of one engine. DuckDB names the files
-    in its temporary directory by numbers that each engine counts for itself, and closing an engine deletes
-    them: in a directory of two engines one would read, or delete, what the other wrote. */
-std::string MakeSpillPath(const std::string& beginning);
-
 }  // namespace mduckdb
