@@ -63,20 +63,24 @@ void DuckDBCursor_server::MoveToNextChunk() {
     row_in_chunk_ = 0;
 }
 
-nbx::smart_ptr<nbx::I_Value> DuckDBCursor_server::get_Value(uint32_t column_index) {
-    RequireValid();
-    RequireColumn(column_index);
-    FindRecord();
-    return cells_.Read(column_index, row_in_chunk_);
-}
-
-DuckDBCursor_imp::RecordPlace DuckDBCursor_server::FindRecord() {
+inline void DuckDBCursor_server::RequireRecord() const {
     if (!chunk_) {
         ThrowError("Data is not available. Use NextRecord() to fetch data.");
     }
     if (row_in_chunk_ >= cells_.get_RowCount()) {
         ThrowError("Current position is out of bounds");
     }
+}
+
+nbx::smart_ptr<nbx::I_Value> DuckDBCursor_server::get_Value(uint32_t column_index) {
+    RequireValid();
+    RequireColumn(column_index);
+    RequireRecord();
+    return cells_.Read(column_index, row_in_chunk_);
+}
+
+DuckDBCursor_imp::RecordPlace DuckDBCursor_server::FindRecord() {
+    RequireRecord();
     return {chunk_.get(), row_in_chunk_};
 }
 

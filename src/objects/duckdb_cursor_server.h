@@ -36,6 +36,8 @@ class DuckDBCursor_server : public DuckDBCursor_imp {
     RecordPlace FindRecord() override;
 
   private:
+    /** Throws if there is no current record. */
+    void RequireRecord() const;
     /** Throws for operations that only a client cursor supports. */
     [[noreturn]] void Refuse(const char* message) const;
     /** Replaces the chunk with the next one, or with none. Throws when it cannot be read, and then stays
