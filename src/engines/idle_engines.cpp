@@ -148,7 +148,9 @@ void IdleList::Stop() noexcept {
         const std::lock_guard<std::mutex> lock(list->mutex_);
         list->is_stopped_ = true;
     }
-    list->CloseAll();
+    // Its thread closes the engines: those variables of this thread that DuckDB needs for it may be destroyed
+    // already.
+    list->changed_.notify_all();
     if (list->thread_.joinable()) {
         list->thread_.join();
     }
@@ -294,6 +296,8 @@ void IdleList::Run() {
         closed_.notify_all();
     }
     has_thread_ = false;
+    const std::vector<IdleEngine> left = std::exchange(idle_, {});
+    lock.unlock();
 }
 
 void EngineUse::Finish() noexcept {
