@@ -35,7 +35,8 @@ nbx::mrsql::DuckDBProgress DatabaseLink::get_Progress() const {
     nbx::mrsql::DuckDBProgress progress;
     progress.is_running = census_.get_IsRunning();
     const duckdb_query_progress_type figures = connection_.get_Progress();
-    if (progress.is_running && figures.percentage >= 0) {
+    // Of a source that cannot tell, DuckDB says for ever 0 or nothing, as the threads happened to begin.
+    if (progress.is_running && figures.percentage > 0) {
         progress.share = std::min(figures.percentage / 100, 1.0);
         progress.rows = figures.rows_processed;
         progress.total_rows = figures.total_rows_to_process;

@@ -90,6 +90,17 @@ TEST_F(DatabaseProgress, IsUnknownAndNotNothingUntilItIsTracked) {
     EXPECT_FALSE(Progress().get_IsTracked());
 }
 
+TEST_F(DatabaseProgress, OfASourceThatCannotTellIsUnknown) {
+    Progress().put_IsTracked(true);
+    for (int i = 0; i < 10; ++i) {
+        const auto begun = Clock::now();
+        const auto seen = Watch("SELECT count(*) FROM range(1000000000000) WHERE range % 7 = 3",
+                                [&](const DuckDBProgress&) { return Clock::now() > begun + 50ms; });
+        ASSERT_FALSE(seen.empty());
+        EXPECT_EQ(seen.back().share, -1);
+    }
+}
+
 TEST_F(DatabaseProgress, OfADatabaseThatRunsNothingIsUnknown) {
     Progress().put_IsTracked(true);
     QueryText(*database, "SELECT count(*) FROM t");

@@ -14,7 +14,7 @@ struct DuckDBProgress {
     /** A call of the database, or of one of its statements, lets DuckDB work now. */
     bool is_running = false;
     /** The part of the running statement that is done, from 0 to 1, as DuckDB estimates it; -1 if unknown:
-       nothing runs, progress is not tracked, or DuckDB cannot tell for this statement. It never falls during
+       nothing runs or is done yet, progress is not tracked, or DuckDB cannot tell. It never falls during
        a statement. */
     double share = -1;
     /** DuckDB's count of the rows that the statement's sources have delivered, of how many: an estimate. Both
