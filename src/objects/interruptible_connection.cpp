@@ -49,9 +49,9 @@ void InterruptibleConnection::ClearInterrupted() {
     is_interrupted_.store(false);
 }
 
-void InterruptibleConnection::ApplyTracking() {
+void InterruptibleConnection::SendTracking() {
     const bool is_tracked = is_tracked_.load();
-    const SharedConnection connection = is_tracked != is_counted_.load() ? get() : nullptr;
+    const SharedConnection connection = get();
     if (!connection) {
         return;
     }

@@ -33,7 +33,11 @@ class InterruptibleConnection : nbx::noncopyable {
     bool get_IsTracked() const noexcept { return is_tracked_.load(); }
     /** Tells DuckDB whether to count, if that has changed or the connection is new. Not while DuckDB works.
      */
-    void ApplyTracking();
+    void ApplyTracking() {
+        if (is_tracked_.load() != is_counted_.load()) {
+            SendTracking();
+        }
+    }
     /** DuckDB's figures for the query that runs; a negative percentage when there are none. */
     duckdb_query_progress_type get_Progress() const;
 
@@ -47,6 +51,7 @@ class InterruptibleConnection : nbx::noncopyable {
   private:
     using Start = duckdb_state (*)(duckdb_prepared_statement prepared, duckdb_pending_result* out_result);
     duckdb_state Execute(Start start, duckdb_prepared_statement prepared, duckdb_result* out_result);
+    void SendTracking();
     /** Stops the query that DuckDB has begun if an interrupt came before that. */
     void RepeatInterrupt();
 
