@@ -118,7 +118,7 @@ std::string DescribeWithoutLine(const std::exception& exception, const SqlText& 
     return exception.what();
 }
 
-/** The first line of a statement that stands in a script. */
+/** The first line of a statement in a script. */
 std::string MakeLine(const SqlText& sql) {
     const Excerpt line = MakeRightExcerpt(sql.text.substr(0, sql.text.find('\n')));
     return fmt::format("LINE {}: {}{}", sql.line, line.text, line.is_cut ? "…" : "");

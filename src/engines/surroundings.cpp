@@ -3,14 +3,13 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cstdlib>
 #include <ctime>
 
-#include "nbx/unknown.h"
+#include "base/folders.h"
 
 namespace mduckdb {
 
@@ -34,20 +33,6 @@ int64_t NowNs() {
     return ToNs(now);
 }
 
-class OpenFolder : nbx::noncopyable {
-  public:
-    explicit OpenFolder(const std::string& path) : folder_(opendir(path.c_str())) {}
-    ~OpenFolder() {
-        if (folder_ != nullptr) {
-            closedir(folder_);
-        }
-    }
-    DIR* get() const { return folder_; }
-
-  private:
-    DIR* folder_;
-};
-
 std::string ReadEnvironment() {
     std::string environment;
     for (const char* name : kVariables) {
@@ -61,16 +46,16 @@ std::string ReadEnvironment() {
 }  // namespace
 
 FolderStamp::FolderStamp(const std::string& folder) {
-    const OpenFolder open(folder);
-    if (open.get() == nullptr) {
+    const OpenFolder open(opendir(folder.c_str()), &closedir);
+    if (!open) {
         return;
     }
     Add(dirfd(open.get()), ".");
-    while (const dirent* entry = readdir(open.get())) {
-        if (entry->d_name[0] != '.') {
-            Add(dirfd(open.get()), entry->d_name);
+    VisitEntries(open, [this](int parent, const char* name) {
+        if (name[0] != '.') {
+            Add(parent, name);
         }
-    }
+    });
     // Readers may get the files in any order.
     std::sort(entries_.begin(), entries_.end(),
               [](const Entry& a, const Entry& b) { return a.name < b.name; });

@@ -16,8 +16,8 @@ constexpr uint32_t kDuckDBStreamingInterfaceId = 7332;
 /** Reads the rows of a query while DuckDB computes them.
 
     The cursor that `OpenStream` returns moves forward only, like a server cursor, with the same values. Its
-   first row is there as soon as DuckDB has one, and DuckDB computes no further ahead than a small buffer
-    (`streaming_buffer_size`), so that a result of any size needs little memory.
+    first row is there as soon as DuckDB's buffer (its setting `streaming_buffer_size`) is full or the query
+    has ended. DuckDB computes no further ahead, so that a result of any size needs little memory.
 
     The query runs on a connection and in a transaction of its own: it sees what was committed when it began,
    not the open transaction, the temporary tables, the settings and the `USE` of the database object's own
