@@ -6,6 +6,7 @@
 
 #include "mshared/test_support.h"
 #include "nbx/exception.h"
+#include "support/working_folder.h"
 
 namespace nbx {
 namespace {
@@ -85,18 +86,6 @@ TEST(Location, OffersNoOtherInterface) {
     EXPECT_NE(FolderOf(location), nullptr);
     EXPECT_EQ(location->QueryInterface(401), nullptr);
 }
-
-/** Changes the working folder for a scope. */
-class WorkingFolder {
-  public:
-    explicit WorkingFolder(const fs::path& folder) { fs::current_path(folder); }
-    WorkingFolder(const WorkingFolder&) = delete;
-    WorkingFolder& operator=(const WorkingFolder&) = delete;
-    ~WorkingFolder() { fs::current_path(before_); }
-
-  private:
-    fs::path before_ = fs::current_path();
-};
 
 /** The code of the `xException` that refuses the path; 0 when it is accepted. */
 uint32_t RefusalOf(const String& path) {

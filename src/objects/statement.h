@@ -118,8 +118,10 @@ class DuckDBStatement final : public nbx::Counted<nbx::mrsql::I_DuckDBStatement>
     // Binding.
     /** This removes the bindings of the prepared statement, if there is one. */
     void ClearPreparedBindings();
-    /** Drops stored values and their bindings; returns whether a statement is prepared. */
-    bool BeginTypedBind();
+    /** Drops stored values and their bindings, then calls `bind` if a statement is prepared. If memory runs
+        out, the stored values are there again. */
+    template <class Bind>
+    void BindOne(Bind&& bind);
     /** Makes the row the stored parameter set and binds it to what is prepared. */
     void ApplyParameters(nbx::smart_ptr<nbx::ValueRow> values);
     /** Replaces all bindings with the stored parameter set, if there is one. */

@@ -51,16 +51,28 @@ void DuckDBStatement::ClearBindings() {
     }
 }
 
-bool DuckDBStatement::BeginTypedBind() {
+template <class Bind>
+void DuckDBStatement::BindOne(Bind&& bind) {
     RequireDatabase();
-    if (parameters_ || parameter_rows_) {
-        parameters_.reset();
-        parameter_rows_.reset();
+    if (!parameters_ && !parameter_rows_) {
+        if (prepared_) {
+            bind();
+        }
+        return;
+    }
+    const nbx::smart_ptr<nbx::ValueRow> old_values = std::exchange(parameters_, nullptr);
+    const nbx::smart_ptr<nbx::ValueRows> old_rows = std::exchange(parameter_rows_, nullptr);
+    try {
         if (prepared_) {
             ClearPreparedBindings();
+            bind();
         }
+    } catch (const std::bad_alloc&) {
+        // An execution binds them again.
+        parameters_ = old_values;
+        parameter_rows_ = old_rows;
+        throw;
     }
-    return static_cast<bool>(prepared_);
 }
 
 void DuckDBStatement::put_Parameters(nbx::smart_ptr<nbx::ValueRow> values) {
@@ -106,20 +118,19 @@ void DuckDBStatement::BindStoredParameters() {
 template <class Bind>
 void DuckDBStatement::BindTyped(const char* type_word, Bind&& bind) {
     EngineLockScope lock;
-    if (!BeginTypedBind()) {
-        return;
-    }
-    try {
-        if (bind() == DuckDBSuccess) {
-            return;
+    BindOne([&] {
+        try {
+            if (bind() == DuckDBSuccess) {
+                return;
+            }
+        } catch (const NotAValue&) {
+            ThrowError(FailureText(type_word));
+        } catch (const std::exception& error) {
+            ThrowIfOutOfMemory();
+            ThrowError(error.what());
         }
-    } catch (const NotAValue&) {
-        ThrowError(FailureText(type_word));
-    } catch (const std::exception& error) {
-        ThrowIfOutOfMemory();
-        ThrowError(error.what());
-    }
-    ThrowStatementError(FailureText(type_word).c_str());
+        ThrowStatementError(FailureText(type_word).c_str());
+    });
 }
 
 /** The same for functions of DuckDB that accept the arguments unchanged. */
@@ -293,16 +304,15 @@ void DuckDBStatement::BindUuid(uint32_t index, uint64_t lower, uint64_t upper) {
 
 void DuckDBStatement::BindValue(uint32_t index, nbx::smart_ptr<nbx::I_Value> value) {
     EngineLockScope lock;
-    if (!BeginTypedBind()) {
-        return;
-    }
-    const BindOutcome outcome = BindHostValue(prepared_.get(), index, value.get());
-    if (outcome == BindOutcome::refused_by_duckdb) {
-        ThrowStatementError(kBindFailureText);
-    }
-    if (outcome == BindOutcome::no_value) {
-        ThrowError(kBindFailureText);
-    }
+    BindOne([&] {
+        const BindOutcome outcome = BindHostValue(prepared_.get(), index, value.get());
+        if (outcome == BindOutcome::refused_by_duckdb) {
+            ThrowStatementError(kBindFailureText);
+        }
+        if (outcome == BindOutcome::no_value) {
+            ThrowError(kBindFailureText);
+        }
+    });
 }
 
 }  // namespace mduckdb

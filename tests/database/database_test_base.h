@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "engines/engine_files.h"
+#include "nbx/hooks.h"
 #include "support/duckdb_faults.h"
 #include "support/second_process.h"
 #include "support/temp_folder.h"
@@ -30,4 +31,23 @@ class DatabaseTest : public testing::Test {
 
     TempFolder folder;
     TestHost host;
+};
+
+/** A database in memory, in a host whose calls may be interrupted. */
+class InterruptibleDatabaseTest : public DatabaseTest {
+  protected:
+    /** Runs many times as long as any test waits. */
+    static inline const std::string kLongQuery = "SELECT count(*) FROM range(100000000) a, range(100000) b";
+
+    void SetUp() override {
+        DatabaseTest::SetUp();
+        nbx::mrsql::gpIsLocalSqlCall_PTR = [] { return false; };
+        database = host.Created(":memory:");
+    }
+    void TearDown() override {
+        database = nullptr;
+        DatabaseTest::TearDown();
+    }
+
+    Database database;
 };

@@ -18,20 +18,8 @@ namespace {
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
-// Many times longer than any test waits.
-const std::string kLongQuery = "SELECT count(*) FROM range(100000000) a, range(100000) b";
-
-class DatabaseDeadline : public DatabaseTest {
+class DatabaseDeadline : public InterruptibleDatabaseTest {
   protected:
-    void SetUp() override {
-        DatabaseTest::SetUp();
-        nbx::mrsql::gpIsLocalSqlCall_PTR = [] { return false; };
-        database = host.Created(":memory:");
-    }
-    void TearDown() override {
-        database = nullptr;
-        DatabaseTest::TearDown();
-    }
     static nbx::mrsql::I_DuckDBDeadlines& DeadlinesOf(nbx::mrsql::I_DuckDBDatabase& of) {
         return *static_cast<nbx::mrsql::I_DuckDBDeadlines*>(
             of.QueryInterface(nbx::mrsql::kDuckDBDeadlinesInterfaceId));
@@ -63,8 +51,6 @@ class DatabaseDeadline : public DatabaseTest {
         Limit(*database, 0);
         EXPECT_EQ(QueryText(*database, "SELECT 42"), "42");
     }
-
-    Database database;
 };
 
 TEST_F(DatabaseDeadline, IsNoneAtFirstAndSurvivesAClose) {

@@ -12,21 +12,8 @@ namespace {
 using namespace std::chrono_literals;
 using Clock = std::chrono::steady_clock;
 
-// Many times as long as any test waits.
-constexpr const char* kLongQuery =
-    "SELECT count(*) FROM range(100000000) a, range(100000000) b WHERE a.range = b.range + 1";
-
-class DatabaseInterrupt : public DatabaseTest {
+class DatabaseInterrupt : public InterruptibleDatabaseTest {
   protected:
-    void SetUp() override {
-        DatabaseTest::SetUp();
-        nbx::mrsql::gpIsLocalSqlCall_PTR = [] { return false; };
-        database = host.Created(":memory:");
-    }
-    void TearDown() override {
-        database = nullptr;
-        DatabaseTest::TearDown();
-    }
     /** Interrupts a running query; returns its exception and how long the query took to stop. */
     std::string InterruptLongQuery(Clock::duration& latency) {
         Clock::time_point interrupted;
@@ -41,8 +28,6 @@ class DatabaseInterrupt : public DatabaseTest {
         latency = ended - interrupted;
         return thrown;
     }
-
-    Database database;
 };
 
 TEST_F(DatabaseInterrupt, StopsARunningStatementQuicklyAndOnce) {
@@ -91,7 +76,7 @@ TEST_F(DatabaseInterrupt, BeforeDuckDBBeginsIsNotLost) {
     auto& own = *dynamic_cast<mduckdb::DuckDBDatabase&>(*database).get_Link();
     const auto connection = own.get_Connection();
     mduckdb::PreparedHolder prepared;
-    ASSERT_EQ(duckdb_prepare(*connection, kLongQuery, prepared.Receive()), DuckDBSuccess);
+    ASSERT_EQ(duckdb_prepare(*connection, kLongQuery.c_str(), prepared.Receive()), DuckDBSuccess);
     own.ClearInterrupted();
     database->Interrupt();
     mduckdb::ResultHolder result;

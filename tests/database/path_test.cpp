@@ -10,6 +10,7 @@
 #include "nbx/mrsql/duckdb_snapshot.h"
 #include "procedures/handlers.h"
 #include "support/fake_host.h"
+#include "support/working_folder.h"
 
 // A path means to every part of the module the file that it means to the system, or it is refused by name.
 
@@ -22,18 +23,6 @@ using ::testing::StartsWith;
 
 constexpr const char* kCount = "SELECT count(*) FROM t";
 constexpr const char* kNotUtf8 = "\xFF";
-
-/** The working folder of the process for a while. */
-class WorkingFolder {
-  public:
-    explicit WorkingFolder(const fs::path& folder) { fs::current_path(folder); }
-    WorkingFolder(const WorkingFolder&) = delete;
-    WorkingFolder& operator=(const WorkingFolder&) = delete;
-    ~WorkingFolder() { fs::current_path(before_); }
-
-  private:
-    fs::path before_ = fs::current_path();
-};
 
 /** A location of a host's own, which checks nothing. */
 class RawLocation final : public nbx::Counted<nbx::I_Location>, public nbx::I_Folder {

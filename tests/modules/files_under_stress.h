@@ -23,6 +23,8 @@ enum class FileUse {
     kKept,
     /** Also dropped, recreated and restored. */
     kReplaced,
+    /** Restored, and otherwise only opened for a moment, so that it is free most of the time. */
+    kRestored,
 };
 
 /** A row of the table `t (worker INTEGER, number BIGINT)`: each is inserted at most once. */

@@ -1,6 +1,7 @@
 #include "modules/stress_worker.h"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <filesystem>
 
@@ -79,6 +80,7 @@ const std::vector<StressWorker::Operation>& StressWorker::GetOperations() {
         {"create", &StressWorker::CreateFile, 2},
         {"restore an export", &StressWorker::RestoreExport, 1},
         {"restore a snapshot", &StressWorker::RestoreSnapshot, 1},
+        {"read what is restored", &StressWorker::ReadRestored, 2},
         {"fetch_duckdb", &StressWorker::FetchDuckDB, 5},
         {"parquet_count", &StressWorker::CountParquet, 3},
     };
@@ -347,29 +349,46 @@ void StressWorker::CreateFile() {
     file.CountReplacement();
 }
 
-void StressWorker::RestoreExport() {
-    StressedFile& file = FileOf(FileUse::kReplaced);
+template <class Restore>
+void StressWorker::ReplaceFile(Restore restore) {
+    const bool is_free = Pick(4) != 0;
+    StressedFile& file = FileOf(is_free ? FileUse::kRestored : FileUse::kReplaced);
+    struct stat old {};
+    const bool existed = stat(file.get_Name(0).c_str(), &old) == 0;
     try {
-        PickModule()->RestoreDatabase(Location(file.get_Name(0)), Location(plan_.export_folder));
+        restore(Location(file.get_Name(0)));
     } catch (...) {
         file.CountReplacement();
         throw;
     }
     file.CountReplacement();
+    struct stat restored {};
+    if (existed && stat(file.get_Name(0).c_str(), &restored) == 0 && old.st_ino != restored.st_ino) {
+        ++plan_.replacements;
+    }
+}
+
+void StressWorker::RestoreExport() {
+    ReplaceFile([this](const nbx::smart_ptr<nbx::I_Location>& target) {
+        PickModule()->RestoreDatabase(target, Location(plan_.export_folder));
+    });
 }
 
 void StressWorker::RestoreSnapshot() {
-    StressedFile& file = FileOf(FileUse::kReplaced);
     auto* const restorer = static_cast<nbx::mrsql::I_DuckDBRestore*>(
         PickModule()->QueryInterface(nbx::mrsql::kDuckDBRestoreInterfaceId));
     ASSERT_NE(restorer, nullptr);
-    try {
-        restorer->RestoreSnapshot(Location(file.get_Name(0)), Location(plan_.snapshot));
-    } catch (...) {
-        file.CountReplacement();
-        throw;
-    }
-    file.CountReplacement();
+    ReplaceFile([this, restorer](const nbx::smart_ptr<nbx::I_Location>& target) {
+        restorer->RestoreSnapshot(target, Location(plan_.snapshot));
+    });
+}
+
+void StressWorker::ReadRestored() {
+    const DatabasePtr database = MakeDatabase(FileOf(FileUse::kRestored).get_Name(Pick(2)));
+    database->Open();
+    const auto cursor = database->SqlSelect(FromUtf8("SELECT count(*) FROM t"), kClientCursor, nullptr);
+    EXPECT_TRUE(cursor->NextRecord());
+    database->Close();
 }
 
 void StressWorker::FetchDuckDB() {

@@ -46,6 +46,8 @@ struct StressPlan {
     std::string parquet{};
     std::atomic<bool> is_over{false};
     std::atomic<uint64_t> steps{0};
+    /** Restores that found another file in the place when they had ended. */
+    std::atomic<uint64_t> replacements{0};
     /** Operations that did what they should, by their place in the worker's table. */
     std::array<std::atomic<uint64_t>, 32> successes{};
 };
@@ -90,17 +92,22 @@ class StressWorker {
     void CreateFile();
     void RestoreExport();
     void RestoreSnapshot();
+    void ReadRestored();
     void FetchDuckDB();
     void CountParquet();
 
     std::size_t Pick(std::size_t count) { return random_() % count; }
     LoadedModule& PickModule() { return *plan_.modules[Pick(plan_.modules.size())]; }
     SharedDatabase& PickShared() { return *plan_.databases[Pick(plan_.databases.size())]; }
-    StressedFile& PickFile() { return *plan_.files[Pick(plan_.files.size())]; }
+    /** Any file but the one that only restores use. */
+    StressedFile& PickFile() { return *plan_.files[Pick(plan_.files.size() - 1)]; }
     StressedFile& FileOf(FileUse use);
     DatabasePtr MakeDatabase(const std::string& path);
     void Insert(StressedFile& file, const std::function<int64_t(int64_t number)>& insert);
     std::string NewName(const char* kind);
+    /** Calls `restore` with the location of a file that may be replaced. */
+    template <class Restore>
+    void ReplaceFile(Restore restore);
     template <class Kept>
     void Keep(std::vector<Kept>& kept, Kept child);
 

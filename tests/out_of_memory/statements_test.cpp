@@ -1,3 +1,7 @@
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <set>
 #include <stdexcept>
 
 #include "../statement/statement_fixture.h"
@@ -139,6 +143,64 @@ TEST_P(ExecutionOutOfMemory, IsAnErrorThatStoresNothingOrIsWhole) {
 }
 INSTANTIATE_TEST_SUITE_P(Every, ExecutionOutOfMemory, testing::ValuesIn(kExecutions), NameOf<Execution>);
 
+/** Rows are executed one by one; each is whole or not there. */
+class RowsOutOfMemory : public StatementTest {
+  protected:
+    /** Lets allocations of an execution of three rows fail, one in each attempt; calls
+        `judge(statement, has_failed)` after each. */
+    template <class Judge>
+    void FailEach(const char* before, Judge judge) {
+        constexpr uint64_t kSamples = 40;
+        const auto rows = Rows({Row({Long(1), Str("the first of the texts")}),
+                                Row({Long(2), Str("the second of the texts")}),
+                                Row({Long(3), Str("the third of the texts")})});
+        uint64_t allocations = 0;
+        for (uint64_t i = 0; i <= kSamples; ++i) {
+            Direct("CREATE OR REPLACE TABLE t (i INTEGER, s VARCHAR)");
+            auto statement = Prepared("INSERT INTO t VALUES ($1, $2)");
+            statement->put_ParameterRows(rows);
+            Direct(before);
+            // The first one is whole, and counts.
+            allocation_faults::FailNth(i == 0 ? 0 : 1 + (i - 1) * allocations / kSamples);
+            const std::string thrown = ::Thrown([&] { statement->Execute(); });
+            allocations = std::max(allocations, allocation_faults::Stop());
+            EXPECT_TRUE(thrown == "none" || thrown == kBadAlloc) << thrown;
+            judge(*statement, thrown != "none");
+        }
+    }
+    std::string Stored() {
+        return Scalar("SELECT coalesce(string_agg(i || ' ' || s, ',' ORDER BY i), '') FROM t");
+    }
+};
+
+TEST_F(RowsOutOfMemory, StoreTheRowsBeforeTheFailureWholeAndCanBeExecutedAgain) {
+    const std::string rows[] = {"1 the first of the texts", "2 the second of the texts",
+                                "3 the third of the texts"};
+    const std::string prefixes[] = {"", rows[0], rows[0] + "," + rows[1],
+                                    rows[0] + "," + rows[1] + "," + rows[2]};
+    std::set<std::string> seen;
+    FailEach("SELECT 1", [&](I_DuckDBStatement& statement, bool has_failed) {
+        const std::string stored = Stored();
+        seen.insert(stored);
+        EXPECT_THAT(prefixes, testing::Contains(stored));
+        EXPECT_EQ(has_failed, stored != prefixes[3]);
+        Direct("DELETE FROM t");
+        EXPECT_EQ(statement.Execute(), 1);
+        EXPECT_EQ(Stored(), prefixes[3]);
+    });
+    EXPECT_EQ(seen.size(), 4U) << "each row failed once";
+}
+
+TEST_F(RowsOutOfMemory, LeaveNothingBehindInATransaction) {
+    int failures = 0;
+    FailEach("BEGIN", [&](I_DuckDBStatement&, bool has_failed) {
+        failures += has_failed ? 1 : 0;
+        Direct("ROLLBACK");
+        EXPECT_EQ(Stored(), "");
+    });
+    EXPECT_GT(failures, 0);
+}
+
 // ---- Binding.
 
 struct Binding {
@@ -266,6 +328,37 @@ TEST_P(BindOutOfMemory, LeavesTheParameterAsItWasOrBindsItsValue) {
         probe->BindInteger(1, 5);
     };
     if (GetParam().is_single) {
+        FailEach(operation);
+    }
+}
+TEST_P(BindOutOfMemory, KeepsTheStoredParametersOrBindsItsValue) {
+    if (!GetParam().is_single) {
+        GTEST_SKIP() << "Stores parameters itself";
+    }
+    const auto row = Row({Str("the stored value")});
+    const auto rows = Rows({row});
+    const std::pair<const char*, std::function<void(I_DuckDBStatement&)>> kinds[] = {
+        {"a row", [row](I_DuckDBStatement& s) { s.put_Parameters(row); }},
+        {"rows", [rows](I_DuckDBStatement& s) { s.put_ParameterRows(rows); }},
+    };
+    for (const auto& [name, store] : kinds) {
+        SCOPED_TRACE(name);
+        auto probe = Probe();
+        Operation operation;
+        operation.samples = 8;
+        operation.prepare = [&] { store(*probe); };
+        operation.act = [&] {
+            GetParam().bind(*probe);
+            return std::string();
+        };
+        operation.look = [&] {
+            std::string seen;
+            const std::string thrown = ::Thrown([&] {
+                const auto [type, text] = ReadBack(*probe);
+                seen = type + " " + text;
+            });
+            return seen + " " + thrown;
+        };
         FailEach(operation);
     }
 }

@@ -10,6 +10,7 @@
 #include "engines/engine_files.h"
 #include "procedures/handlers.h"
 #include "procedures/private_engine.h"
+#include "support/alone.h"
 #include "support/fake_host.h"
 
 namespace mduckdb::testing {
@@ -28,15 +29,7 @@ class FetchDuckDBTest : public ::testing::Test {
     }
     ~FetchDuckDBTest() override { std::filesystem::remove_all(folder_); }
 
-    static void Run(const std::string& file, const char* sql) {
-        duckdb_database database = nullptr;
-        duckdb_connection connection = nullptr;
-        ASSERT_EQ(DuckDBSuccess, duckdb_open(file.c_str(), &database));
-        ASSERT_EQ(DuckDBSuccess, duckdb_connect(database, &connection));
-        EXPECT_EQ(DuckDBSuccess, duckdb_query(connection, sql, nullptr)) << sql;
-        duckdb_disconnect(&connection);
-        duckdb_close(&database);
-    }
+    static void Run(const std::string& file, const char* sql) { RunAlone(file.c_str(), sql); }
 
     bool Fetch(const std::string& uri) {
         host_.reports.clear();

@@ -5,11 +5,11 @@
 
 #include <string>
 
-#include "base/holders.h"
 #include "extension/extension.h"
 #include "nbx/mrsql/duckdb_procedure_limits.h"
 #include "procedures/handlers.h"
 #include "procedures/procedures.h"
+#include "support/alone.h"
 #include "support/fake_host.h"
 #include "support/temp_folder.h"
 #include "support/test_host.h"
@@ -18,21 +18,6 @@ namespace mduckdb::testing {
 
 using nbx::mrsql::DuckDBProcedureLimits;
 using nbx::mrsql::I_DuckDBProcedureLimits;
-
-/** Runs SQL with DuckDB alone, in memory or on a file. */
-inline void RunAlone(const char* file, const std::string& sql) {
-    duckdb_database database = nullptr;
-    duckdb_connection connection = nullptr;
-    ASSERT_EQ(DuckDBSuccess, duckdb_open(file, &database));
-    ASSERT_EQ(DuckDBSuccess, duckdb_connect(database, &connection));
-    {
-        ResultHolder result;
-        EXPECT_EQ(DuckDBSuccess, duckdb_query(connection, sql.c_str(), result.Receive()))
-            << sql << duckdb_result_error(result.get());
-    }
-    duckdb_disconnect(&connection);
-    duckdb_close(&database);
-}
 
 inline nbx::smart_ptr<nbx::I_Location> LocationOf(const std::string& path) {
     return Location(path);

@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "base/holders.h"
 #include "duckdb_internals/one_select.h"
 #include "procedures/handlers.h"
+#include "support/alone.h"
 #include "support/fake_host.h"
 #include "support/temp_folder.h"
 
@@ -27,19 +27,7 @@ class OneSelectTest : public ::testing::Test {
     OneSelectTest() { std::filesystem::create_directory(folder_ / "out"); }
 
     void SetUp() override {
-        Run(nullptr, "COPY (SELECT 1 AS i, 'x' AS t) TO '" + file_ + "' (FORMAT parquet)");
-    }
-    static void Run(const char* file, const std::string& sql) {
-        duckdb_database database = nullptr;
-        duckdb_connection connection = nullptr;
-        ASSERT_EQ(DuckDBSuccess, duckdb_open(file, &database));
-        ASSERT_EQ(DuckDBSuccess, duckdb_connect(database, &connection));
-        ResultHolder result;
-        EXPECT_EQ(DuckDBSuccess, duckdb_query(connection, sql.c_str(), result.Receive()))
-            << sql << duckdb_result_error(result.get());
-        result.Reset();
-        duckdb_disconnect(&connection);
-        duckdb_close(&database);
+        RunAlone(nullptr, "COPY (SELECT 1 AS i, 'x' AS t) TO '" + file_ + "' (FORMAT parquet)");
     }
     /** `%` stands for a new path in the folder that must stay empty. */
     std::string Filled(std::string text) const {
@@ -150,7 +138,8 @@ TEST_F(OneSelectTest, RefusesTheFunctionsInsideTextsThatAreRunAsQueries) {
 
 TEST_F(OneSelectTest, RefusesTheFunctionsInAViewAndInAMacro) {
     const std::string database = folder_ / "a.db";
-    Run(database.c_str(),
+    RunAlone(
+        database.c_str(),
         "CREATE VIEW logging AS SELECT * FROM enable_logging(storage := 'file', storage_config := {'path': "
         "'" +
             Filled("%") +
@@ -226,9 +215,9 @@ TEST_F(OneSelectTest, RunsSubqueriesAndFunctionsInAWhere) {
 
 TEST_F(OneSelectTest, DeliversTheRowsThatSeveralThreadsMadeInAnyOrder) {
     constexpr std::int64_t kRows = 60000;
-    Run(nullptr,
-        "COPY (SELECT i, 'a text of more than twelve bytes ' || i AS t FROM range(60000) r(i)) TO '" + file_ +
-            "' (FORMAT parquet, ROW_GROUP_SIZE 2048)");
+    RunAlone(nullptr,
+             "COPY (SELECT i, 'a text of more than twelve bytes ' || i AS t FROM range(60000) r(i)) TO '" +
+                 file_ + "' (FORMAT parquet, ROW_GROUP_SIZE 2048)");
     for (int round = 0; round < 10; ++round) {
         ASSERT_NE(nullptr, host_.Call<FetchParquet>({host_.Text(file_), host_.Null(), host_.Text("i >= 0")}));
         for (std::int64_t i = 0; i < 2 * kRows; i += 997) {
