@@ -118,10 +118,13 @@ class DuckDBStatement final : public nbx::Counted<nbx::mrsql::I_DuckDBStatement>
     // Binding.
     /** This removes the bindings of the prepared statement, if there is one. */
     void ClearPreparedBindings();
-    /** Drops stored values and their bindings, then calls `bind` if a statement is prepared. If memory runs
-        out, the stored values are there again. */
-    template <class Bind>
-    void BindOne(Bind&& bind);
+    /** Begins a bind of one value: removes the bindings of stored values, which then are dropped, unless the
+       bind finds no memory. Returns whether a statement is prepared. */
+    bool BeginTypedBind();
+    bool HasStoredValues() const noexcept { return parameters_ || parameter_rows_; }
+    void DropStoredValues() noexcept;
+    /** Ends a bind by the exception that is being handled. */
+    [[noreturn]] void EndFailedBind();
     /** Makes the row the stored parameter set and binds it to what is prepared. */
     void ApplyParameters(nbx::smart_ptr<nbx::ValueRow> values);
     /** Replaces all bindings with the stored parameter set, if there is one. */

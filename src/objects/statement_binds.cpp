@@ -44,33 +44,36 @@ void DuckDBStatement::ClearPreparedBindings() {
 void DuckDBStatement::ClearBindings() {
     EngineLockScope lock;
     RequireDatabase();
-    parameters_.reset();
-    parameter_rows_.reset();
+    DropStoredValues();
     if (prepared_) {
         ClearPreparedBindings();
     }
 }
 
-template <class Bind>
-void DuckDBStatement::BindOne(Bind&& bind) {
+bool DuckDBStatement::BeginTypedBind() {
     RequireDatabase();
-    if (!parameters_ && !parameter_rows_) {
-        if (prepared_) {
-            bind();
+    if (HasStoredValues()) {
+        if (!prepared_) {
+            DropStoredValues();
+            return false;
         }
-        return;
+        ClearPreparedBindings();
     }
-    const nbx::smart_ptr<nbx::ValueRow> old_values = std::exchange(parameters_, nullptr);
-    const nbx::smart_ptr<nbx::ValueRows> old_rows = std::exchange(parameter_rows_, nullptr);
+    return static_cast<bool>(prepared_);
+}
+
+void DuckDBStatement::DropStoredValues() noexcept {
+    parameters_.reset();
+    parameter_rows_.reset();
+}
+
+void DuckDBStatement::EndFailedBind() {
     try {
-        if (prepared_) {
-            ClearPreparedBindings();
-            bind();
-        }
+        throw;
     } catch (const std::bad_alloc&) {
-        // An execution binds them again.
-        parameters_ = old_values;
-        parameter_rows_ = old_rows;
+        throw;  // An execution binds the stored values again.
+    } catch (...) {
+        DropStoredValues();
         throw;
     }
 }
@@ -118,9 +121,15 @@ void DuckDBStatement::BindStoredParameters() {
 template <class Bind>
 void DuckDBStatement::BindTyped(const char* type_word, Bind&& bind) {
     EngineLockScope lock;
-    BindOne([&] {
+    if (!BeginTypedBind()) {
+        return;
+    }
+    try {
         try {
             if (bind() == DuckDBSuccess) {
+                if (HasStoredValues()) {
+                    DropStoredValues();
+                }
                 return;
             }
         } catch (const NotAValue&) {
@@ -130,7 +139,9 @@ void DuckDBStatement::BindTyped(const char* type_word, Bind&& bind) {
             ThrowError(error.what());
         }
         ThrowStatementError(FailureText(type_word).c_str());
-    });
+    } catch (...) {
+        EndFailedBind();
+    }
 }
 
 /** The same for functions of DuckDB that accept the arguments unchanged. */
@@ -304,7 +315,10 @@ void DuckDBStatement::BindUuid(uint32_t index, uint64_t lower, uint64_t upper) {
 
 void DuckDBStatement::BindValue(uint32_t index, nbx::smart_ptr<nbx::I_Value> value) {
     EngineLockScope lock;
-    BindOne([&] {
+    if (!BeginTypedBind()) {
+        return;
+    }
+    try {
         const BindOutcome outcome = BindHostValue(prepared_.get(), index, value.get());
         if (outcome == BindOutcome::refused_by_duckdb) {
             ThrowStatementError(kBindFailureText);
@@ -312,7 +326,10 @@ void DuckDBStatement::BindValue(uint32_t index, nbx::smart_ptr<nbx::I_Value> val
         if (outcome == BindOutcome::no_value) {
             ThrowError(kBindFailureText);
         }
-    });
+        DropStoredValues();
+    } catch (...) {
+        EndFailedBind();
+    }
 }
 
 }  // namespace mduckdb

@@ -337,16 +337,20 @@ TEST_P(BindOutOfMemory, KeepsTheStoredParametersOrBindsItsValue) {
     }
     const auto row = Row({Str("the stored value")});
     const auto rows = Rows({row});
-    const std::pair<const char*, std::function<void(I_DuckDBStatement&)>> kinds[] = {
+    struct Kind {
+        const char* name;
+        std::function<void(I_DuckDBStatement&)> store;
+    };
+    const Kind kinds[] = {
         {"a row", [row](I_DuckDBStatement& s) { s.put_Parameters(row); }},
         {"rows", [rows](I_DuckDBStatement& s) { s.put_ParameterRows(rows); }},
     };
-    for (const auto& [name, store] : kinds) {
-        SCOPED_TRACE(name);
+    for (const Kind& kind : kinds) {
+        SCOPED_TRACE(kind.name);
         auto probe = Probe();
         Operation operation;
         operation.samples = 8;
-        operation.prepare = [&] { store(*probe); };
+        operation.prepare = [&] { kind.store(*probe); };
         operation.act = [&] {
             GetParam().bind(*probe);
             return std::string();
