@@ -1,6 +1,7 @@
 // Takes snapshots of a database and restores them over another one, again and again until it is killed:
 //   snapshot_runner DATABASE FOLDER TARGET
-// Prints a line before the first one and after each. Before each snapshot it adds a row to the table r.
+// Prints a line before the first one and after each. Before each snapshot it adds a row to the table r, which
+// keeps the last 20.
 
 #include <cstdio>
 #include <string>
@@ -25,7 +26,9 @@ int main(int argc, char** argv) {
         host->QueryInterface(nbx::mrsql::kDuckDBRestoreInterfaceId));
     Report("started");
     for (int i = 0;; ++i) {
-        Execute(*database, "INSERT INTO r SELECT coalesce(max(i), 0) + 1, repeat('x', 100000) FROM r");
+        Execute(*database,
+                "BEGIN; INSERT INTO r SELECT max(i) + 1, repeat('x', 100000) FROM r; "
+                "DELETE FROM r WHERE i <= (SELECT max(i) FROM r) - 20; COMMIT");
         const std::string file = std::string(argv[2]) + "/snap" + std::to_string(i % 3) + ".db";
         std::remove(file.c_str());
         snapshots->Snapshot(Location(file));
