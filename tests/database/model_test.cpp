@@ -52,6 +52,11 @@ struct ObjectModel {
 
 class DatabaseModel : public DatabaseTest {
   protected:
+    void TearDown() override {
+        attached.reset();
+        DatabaseTest::TearDown();
+    }
+
     static constexpr const char* kAttached = "for example by ATTACH";
 
     bool IsMemory(const PathModel& path) const { return path.path == ":memory:"; }
