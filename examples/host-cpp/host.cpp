@@ -11,6 +11,7 @@
 #include <nbx/mrsql/duckdb_budget.h>
 #include <nbx/mrsql/duckdb_census.h>
 #include <nbx/mrsql/duckdb_deadlines.h>
+#include <nbx/mrsql/duckdb_error_facts.h>
 #include <nbx/mrsql/duckdb_extension.h>
 #include <nbx/mrsql/duckdb_progress.h>
 #include <nbx/mrsql/duckdb_streaming.h>
@@ -197,6 +198,21 @@ void ShowErrors(I_DuckDBExtension& extension, I_DuckDBDatabase& database, const 
     });
 }
 
+void ShowFacts(I_DuckDBDatabase& database) {
+    const std::string sql = "SELECT id, nam FROM city";
+    // docs: facts
+    try {
+        database.SqlExecute(FromUtf8(sql), nullptr);
+    } catch (const xDuckDBError& error) {
+        const auto* facts = nbx::mrsql::FindDuckDBErrorFacts(error);
+        if (facts != nullptr && facts->get_Kind() == nbx::mrsql::DuckDBErrorKind::binder) {
+            std::cout << ToUtf8(facts->get_Subtype()) << " at byte " << facts->get_Position() << ": "
+                      << ToUtf8(facts->get_PlainMessage()) << '\n';
+        }
+    }
+    // docs: end
+}
+
 /** A second thread interrupts the statement of the first one. */
 void ShowInterruption(I_DuckDBDatabase& database) {
     gpIsLocalSqlCall_PTR = [] { return true; };
@@ -328,6 +344,7 @@ void Run(const char* folder_text, const char* module) {
     BindParameters(*database);
     ReadRows(*database);
     ShowErrors(*extension, *database, folder->get_PathText());
+    ShowFacts(*database);
     ShowInterruption(*database);
     ShowTimeLimit(*database);
     ShowStream(*database);

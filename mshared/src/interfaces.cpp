@@ -5,6 +5,7 @@
 #include "nbx/mrsql/duckdb_cursor.h"
 #include "nbx/mrsql/duckdb_database.h"
 #include "nbx/mrsql/duckdb_deadlines.h"
+#include "nbx/mrsql/duckdb_error_facts.h"
 #include "nbx/mrsql/duckdb_extension.h"
 #include "nbx/mrsql/duckdb_procedure_limits.h"
 #include "nbx/mrsql/duckdb_progress.h"
@@ -61,6 +62,7 @@ I_DuckDBCensusReader::~I_DuckDBCensusReader() = default;
 I_DuckDBCursor::~I_DuckDBCursor() = default;
 I_DuckDBDatabase::~I_DuckDBDatabase() = default;
 I_DuckDBDeadlines::~I_DuckDBDeadlines() = default;
+I_DuckDBErrorFacts::~I_DuckDBErrorFacts() = default;
 I_DuckDBProgress::~I_DuckDBProgress() = default;
 I_DuckDBStreaming::~I_DuckDBStreaming() = default;
 I_DuckDBExtension::~I_DuckDBExtension() = default;

@@ -4,6 +4,7 @@
 #include <string>
 #include <string_view>
 
+#include "base/error_facts.h"
 #include "nbx/exception.h"
 #include "nbx/mrsql/duckdb_error.h"
 #include "nbx/string.h"
@@ -31,9 +32,16 @@ std::string TextOr(const char* duckdb_text, const char* fixed_text);
 
 /** Throws `xDuckDBError` with the database's path and a UTF-8 message. */
 [[noreturn]] void ThrowDuckDBError(const nbx::String& path, std::string_view message);
+/** The same with the facts of DuckDB's error. */
+[[noreturn]] void ThrowDuckDBError(const nbx::String& path, const Failure& failure);
 /** The same for objects that have no database: its path is "unknown". */
 [[noreturn]] void ThrowDetachedError(std::string_view message);
 /** The same for a value, which has no database: the error carries `name` instead of a path. */
 [[noreturn]] void ThrowValueError(const char* name, const std::string& message);
+[[noreturn]] void ThrowValueError(const char* name, const Failure& failure);
+/** Throws `xException` for a database that cannot be opened. */
+[[noreturn]] void ThrowOpenError(const Failure& failure);
+/** Throws `xInterruptError`. */
+[[noreturn]] void ThrowInterrupted();
 
 }  // namespace mduckdb

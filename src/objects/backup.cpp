@@ -11,6 +11,7 @@
 #include "base/folders.h"
 #include "base/holders.h"
 #include "base/text.h"
+#include "duckdb_internals/failures.h"
 #include "nbx/file.h"
 #include "nbx/hooks.h"
 #include "objects/database.h"
@@ -92,18 +93,18 @@ class RunningExport : nbx::noncopyable {
     ExportGate& gate_;
 };
 
-/** False and the error text when the export fails. */
-bool Export(SideConnection& connection, const std::string& statement, std::string& error) {
+/** False and the error when the export fails. */
+bool Export(SideConnection& connection, const std::string& statement, Failure& error) {
     // Prepared rather than run as a plain query: only then does an interrupt that comes before the query
     // begins count.
     PreparedHolder prepared;
     if (duckdb_prepare(connection.get(), statement.c_str(), prepared.Receive()) != DuckDBSuccess) {
-        error = TextOr(duckdb_prepare_error(prepared.get()), "Unknown DuckDB backup error");
+        error = FailureOf(prepared.get(), "Unknown DuckDB backup error");
         return false;
     }
     ResultHolder result;
     if (connection.get_Interruptible().ExecutePrepared(prepared.get(), result.Receive()) != DuckDBSuccess) {
-        error = TextOr(duckdb_result_error(result.get()), "Unknown DuckDB backup error");
+        error = FailureOf(*result, "Unknown DuckDB backup error");
         return false;
     }
     return true;
@@ -136,7 +137,7 @@ std::unique_ptr<SideConnection> DuckDBDatabase::PrepareBackup(Location folder, s
 
 void DuckDBDatabase::Backup(Location folder) {
     const nbx::String path = location_->get_Text();
-    std::string error;
+    Failure error;
     bool is_interrupted = false;
     {
         std::string export_statement;
@@ -157,7 +158,9 @@ void DuckDBDatabase::Backup(Location folder) {
         SetDeadline(deadline, limit, connection->get_Interruptible());
         if (!Export(*connection, export_statement, error)) {
             is_interrupted = connection->get_Interruptible().TakeInterrupted();
-            error = deadline && deadline->get_HasCut() ? DescribeCut(limit) : error;
+            if (deadline && deadline->get_HasCut()) {
+                error = {DescribeCut(limit), nullptr};
+            }
         }
         deadline.reset();
         if (!backup_path.empty()) {
@@ -167,9 +170,9 @@ void DuckDBDatabase::Backup(Location folder) {
     // A thread that waited for the export may have closed and destroyed this object by now.
     if (is_interrupted) {
         const EngineLockScope lock;
-        throw nbx::xInterruptError(kInterruptErrorCode);
+        ThrowInterrupted();
     }
-    if (!error.empty()) {
+    if (!error.text.empty()) {
         const EngineLockScope lock;
         ThrowDuckDBError(path, error);
     }

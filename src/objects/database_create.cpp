@@ -1,5 +1,6 @@
 #include "base/errors.h"
 #include "base/text.h"
+#include "duckdb_internals/failures.h"
 #include "engines/configuration.h"
 #include "engines/handle_registry.h"
 #include "engines/session.h"
@@ -73,7 +74,7 @@ void DuckDBDatabase::Create() {
         error = "Unknown DuckDB database creation error";
     }
     if (!error.empty()) {
-        ThrowError(error);
+        ThrowDuckDBError(link_->get_ErrorPath(), FailureOf(error.c_str(), ""));
     }
 }
 

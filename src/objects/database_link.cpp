@@ -64,9 +64,9 @@ void DatabaseLink::ThrowError(std::string_view message) const {
     ThrowDuckDBError(get_ErrorPath(), message);
 }
 
-void DatabaseLink::ThrowFailure(std::string_view message) {
+void DatabaseLink::ThrowFailure(const Failure& failure) {
     ThrowIfInterrupted();
-    ThrowError(message);
+    ThrowDuckDBError(get_ErrorPath(), failure);
 }
 
 std::string DatabaseLink::ToSql(const nbx::String& sql) const {

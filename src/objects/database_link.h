@@ -10,6 +10,7 @@
 
 #include "base/census.h"
 #include "base/engine_lock.h"
+#include "base/error_facts.h"
 #include "engines/session.h"
 #include "nbx/location.h"
 #include "nbx/mrsql/duckdb_database.h"
@@ -88,8 +89,8 @@ class DatabaseLink : nbx::noncopyable {
     nbx::String get_ErrorPath() const { return location_->get_Text(); }
     /** Throws `xDuckDBError` with the database's path and a UTF-8 message. */
     [[noreturn]] void ThrowError(std::string_view message) const;
-    /** The same, but an interrupt wins over the error that it caused. */
-    [[noreturn]] void ThrowFailure(std::string_view message);
+    /** The same for an error of DuckDB, but an interrupt wins over the error that it caused. */
+    [[noreturn]] void ThrowFailure(const Failure& failure);
     /** SQL text as UTF-8. Throws for a text with a NUL character: DuckDB would run only the part before
         it. */
     std::string ToSql(const nbx::String& sql) const;

@@ -2,6 +2,7 @@
 
 #include "base/errors.h"
 #include "base/text.h"
+#include "duckdb_internals/failures.h"
 #include "engines/configuration.h"
 #include "engines/handle_registry.h"
 #include "engines/session.h"
@@ -26,7 +27,7 @@ void DuckDBDatabase::OpenLocked() {
         session.Own(OpenEngine(turn));
     }
     if (!session.Connect()) {
-        throw nbx::xException(kOpenErrorCode, "Failed to create DuckDB connection");
+        ThrowOpenError({"Failed to create DuckDB connection", nullptr});
     }
     Adopt(session);
     is_read_only_.store(engine_->access == Engine::Access::reading);
@@ -61,8 +62,7 @@ SharedEngine DuckDBDatabase::OpenEngine(FileTurn& turn) {
         }
     }
     if (!engine) {
-        throw nbx::xException(kOpenErrorCode,
-                              TextOr(error.c_str(), "Failed to open DuckDB database").c_str());
+        ThrowOpenError(FailureOf(error.c_str(), "Failed to open DuckDB database"));
     }
     return engine;
 }

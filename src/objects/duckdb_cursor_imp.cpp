@@ -5,6 +5,7 @@
 #include "base/errors.h"
 #include "base/text.h"
 #include "duckdb_internals/cell_reader.h"
+#include "duckdb_internals/failures.h"
 #include "duckdb_internals/plain_functions.h"
 #include "duckdb_internals/results.h"
 
@@ -177,7 +178,7 @@ ChunkHolder DuckDBCursor_imp::ReadChunk(ResultScanHolder& scan) {
     TextHolder error;
     ChunkHolder chunk = ScanChunk(scan, error);
     if (error) {
-        tie_.get_Link()->ThrowError(error.get());
+        ThrowDuckDBError(tie_.get_Link()->get_ErrorPath(), FailureOf(error.get(), ""));
     }
     return chunk;
 }

@@ -80,7 +80,7 @@ void Operation::ThrowIfCut() {
 
 void DatabaseLink::ThrowIfInterrupted() NBX_NO_THREAD_SAFETY_ANALYSIS {
     if (connection_.TakeInterrupted()) {
-        throw nbx::xInterruptError(kInterruptErrorCode);
+        ThrowInterrupted();
     }
     // Only the thread of the operation comes here.
     if (operation_ != nullptr) {

@@ -4,6 +4,7 @@
 
 #include "base/engine_lock.h"
 #include "base/errors.h"
+#include "duckdb_internals/failures.h"
 #include "duckdb_internals/results.h"
 #include "duckdb_internals/statement_pieces.h"
 #include "nbx/hooks.h"
@@ -46,7 +47,7 @@ ResultHolder ExecuteSingle(DatabaseLink& database, duckdb_connection connection,
                            const nbx::ValueRow& parameters) {
     PreparedHolder prepared;
     if (duckdb_prepare(connection, sql.c_str(), prepared.Receive()) != DuckDBSuccess) {
-        const std::string error = TextOr(duckdb_prepare_error(prepared.get()), "Failed to prepare statement");
+        const Failure error = FailureOf(prepared.get(), "Failed to prepare statement");
         prepared.Reset();
         database.ThrowFailure(error);
     }
@@ -55,8 +56,7 @@ ResultHolder ExecuteSingle(DatabaseLink& database, duckdb_connection connection,
     const duckdb_state state = database.ExecutePrepared(prepared.get(), result.Receive());
     prepared.Reset();
     if (state != DuckDBSuccess) {
-        const std::string error =
-            TextOr(duckdb_result_error(result.get()), "Failed to execute prepared statement");
+        const Failure error = FailureOf(*result, "Failed to execute prepared statement");
         result.Reset();
         database.ThrowFailure(error);
     }
@@ -98,8 +98,7 @@ PreparedHolder PrepareOne(DatabaseLink& database, duckdb_connection connection, 
     PreparedHolder prepared;
     if (duckdb_prepare_extracted_statement(connection, extracted.get(), index, prepared.Receive()) !=
         DuckDBSuccess) {
-        const std::string error =
-            TextOr(duckdb_prepare_error(prepared.get()), "Failed to prepare extracted statement");
+        const Failure error = FailureOf(prepared.get(), "Failed to prepare extracted statement");
         prepared.Reset();
         extracted.Reset();
         database.ThrowFailure(error);
@@ -112,8 +111,8 @@ void ExecuteStatements(DatabaseLink& database, duckdb_connection connection, con
     ExtractedHolder extracted;
     const idx_t count = duckdb_extract_statements(connection, sql.c_str(), extracted.Receive());
     if (count == 0) {
-        const std::string error =
-            TextOr(duckdb_extract_statements_error(extracted.get()), "Failed to extract statements");
+        const Failure error =
+            FailureOf(duckdb_extract_statements_error(extracted.get()), "Failed to extract statements");
         extracted.Reset();
         database.ThrowFailure(error);
     }
@@ -127,8 +126,7 @@ void ExecuteStatements(DatabaseLink& database, duckdb_connection connection, con
         const duckdb_state state = database.ExecutePrepared(prepared.get(), result.Receive());
         prepared.Reset();
         if (state != DuckDBSuccess) {
-            const std::string error =
-                TextOr(duckdb_result_error(result.get()), "Failed to execute statement");
+            const Failure error = FailureOf(*result, "Failed to execute statement");
             result.Reset();
             extracted.Reset();
             database.ThrowFailure(error);

@@ -6,6 +6,7 @@
 #include "backup/export_check.h"
 #include "base/errors.h"
 #include "base/text.h"
+#include "duckdb_internals/failures.h"
 #include "objects/database.h"
 #include "objects/operation.h"
 
@@ -58,10 +59,10 @@ void DuckDBDatabase::RunBeside(Work work) {
     }
     // A thread that waited for the end may have closed and destroyed this object by now.
     if (is_interrupted) {
-        throw nbx::xInterruptError(kInterruptErrorCode);
+        ThrowInterrupted();
     }
     if (!error.empty()) {
-        ThrowDuckDBError(path, error);
+        ThrowDuckDBError(path, FailureOf(error.c_str(), ""));
     }
 }
 

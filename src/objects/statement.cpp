@@ -6,6 +6,7 @@
 
 #include "base/errors.h"
 #include "base/text.h"
+#include "duckdb_internals/failures.h"
 #include "duckdb_internals/plain_functions.h"
 #include "duckdb_internals/statement_pieces.h"
 #include "nbx/hooks.h"
@@ -65,16 +66,13 @@ DatabaseLink& DuckDBStatement::RequireDatabase() const {
     return *database;
 }
 
-void DuckDBStatement::ThrowError(std::string_view message) const {
+void DuckDBStatement::ThrowError(const Failure& failure) const {
     const DatabaseLink* database = tie_.get();
-    if (database == nullptr) {
-        ThrowDetachedError(message);
-    }
-    database->ThrowError(message);
+    ThrowDuckDBError(database != nullptr ? database->get_ErrorPath() : nbx::String("unknown"), failure);
 }
 
 void DuckDBStatement::ThrowStatementError(const char* fixed_text) const {
-    ThrowError(TextOr(prepared_ ? duckdb_prepare_error(prepared_.get()) : nullptr, fixed_text));
+    ThrowError(FailureOf(prepared_.get(), fixed_text));
 }
 
 void DuckDBStatement::PrepareNext() {
@@ -126,9 +124,9 @@ void DuckDBStatement::Extract(duckdb_connection connection) {
     extracted_count_ = duckdb_extract_statements(connection, sql.c_str(), extracted_.Receive());
     next_index_ = index;
     if (extracted_count_ == 0) {
-        const std::string error = TextOr(duckdb_extract_statements_error(extracted_.get()), "");
+        const Failure error = FailureOf(duckdb_extract_statements_error(extracted_.get()), "");
         DestroyExtracted();
-        if (!error.empty()) {
+        if (!error.text.empty()) {
             database.ThrowFailure(error);
         }
     }
@@ -144,8 +142,7 @@ void DuckDBStatement::PrepareExtracted(duckdb_connection connection) {
     is_next_consumed_ = true;
     if (duckdb_prepare_extracted_statement(connection, extracted_.get(), next_index_, prepared_.Receive()) !=
         DuckDBSuccess) {
-        const std::string error =
-            TextOr(duckdb_prepare_error(prepared_.get()), "Failed to prepare statement");
+        const Failure error = FailureOf(prepared_.get(), "Failed to prepare statement");
         DestroyPrepared();
         RequireDatabase().ThrowFailure(error);
     }

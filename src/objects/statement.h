@@ -95,8 +95,8 @@ class DuckDBStatement final : public nbx::Counted<nbx::mrsql::I_DuckDBStatement>
     /** Throws DuckDB's text of the failed call on the prepared statement, or else the fixed text. DuckDB
         never clears this text, so call it only right after a failure that DuckDB reported. */
     [[noreturn]] void ThrowStatementError(const char* fixed_text) const;
-    /** Throws the text with the database's path. */
-    [[noreturn]] void ThrowError(std::string_view message) const;
+    /** Throws the failure with the database's path. */
+    [[noreturn]] void ThrowError(const Failure& failure) const;
 
     // Preparing.
     void Prepare() NBX_REQUIRES(gEngineLock);

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "base/text.h"
+#include "duckdb_internals/failures.h"
 #include "duckdb_internals/out_of_memory.h"
 #include "duckdb_internals/value_guard.h"
 #include "objects/statement.h"
@@ -133,10 +134,10 @@ void DuckDBStatement::BindTyped(const char* type_word, Bind&& bind) {
                 return;
             }
         } catch (const NotAValue&) {
-            ThrowError(FailureText(type_word));
+            ThrowError({FailureText(type_word), nullptr});
         } catch (const std::exception& error) {
             ThrowIfOutOfMemory();
-            ThrowError(error.what());
+            ThrowError(FailureOf(error.what(), ""));
         }
         ThrowStatementError(FailureText(type_word).c_str());
     } catch (...) {
@@ -324,7 +325,7 @@ void DuckDBStatement::BindValue(uint32_t index, nbx::smart_ptr<nbx::I_Value> val
             ThrowStatementError(kBindFailureText);
         }
         if (outcome == BindOutcome::no_value) {
-            ThrowError(kBindFailureText);
+            ThrowError({kBindFailureText, nullptr});
         }
         DropStoredValues();
     } catch (...) {

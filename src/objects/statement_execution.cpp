@@ -2,6 +2,7 @@
 #include <utility>
 
 #include "base/errors.h"
+#include "duckdb_internals/failures.h"
 #include "duckdb_internals/results.h"
 #include "duckdb_internals/statement_pieces.h"
 #include "nbx/exception.h"
@@ -157,7 +158,7 @@ int64_t DuckDBStatement::RunRows() {
 void DuckDBStatement::RunOnce() {
     DatabaseLink& database = *tie_.get_Link();
     if (database.ExecutePrepared(prepared_.get(), result_.Receive()) != DuckDBSuccess) {
-        database.ThrowFailure(TextOr(duckdb_result_error(result_.get()), "Unknown execute error"));
+        database.ThrowFailure(FailureOf(*result_, "Unknown execute error"));
     }
 }
 

@@ -1,11 +1,11 @@
 #include "objects/stream_cursor.h"
 
 #include <optional>
-#include <string_view>
 #include <utility>
 
 #include "base/errors.h"
 #include "base/text.h"
+#include "duckdb_internals/failures.h"
 #include "nbx/hooks.h"
 #include "objects/database.h"
 #include "objects/operation.h"
@@ -31,14 +31,18 @@ class StreamCursor::Work : nbx::noncopyable {
             ThrowInvalid();
         }
         if (connection_.TakeInterrupted()) {
-            throw nbx::xInterruptError(kInterruptErrorCode);
+            ThrowInterrupted();
         }
     }
-    /** Throws the cause of the failure that DuckDB reports with the text: a closed cursor, an interrupt, the
-       time limit, or else the text. */
-    [[noreturn]] void ThrowFailure(std::string_view text) {
+    /** Throws the cause of the failure that DuckDB reports: a closed cursor, an interrupt, the time limit, or
+       else the failure itself. */
+    [[noreturn]] void ThrowFailure(const Failure& failure) {
         ThrowIfInterrupted();
-        cursor_.tie_.get_Link()->ThrowError(get_IsCut() ? DescribeCut(limit_) : text);
+        DatabaseLink& link = *cursor_.tie_.get_Link();
+        if (get_IsCut()) {
+            link.ThrowError(DescribeCut(limit_));
+        }
+        ThrowDuckDBError(link.get_ErrorPath(), failure);
     }
 
   private:
@@ -82,16 +86,16 @@ void StreamCursor::Start(const std::string& sql, const nbx::ValueRow* parameters
 ResultHolder StreamCursor::Execute(Work& work, const std::string& sql, const nbx::ValueRow* parameters) {
     PreparedHolder prepared;
     if (duckdb_prepare(side_->get(), sql.c_str(), prepared.Receive()) != DuckDBSuccess) {
-        work.ThrowFailure(TextOr(duckdb_prepare_error(prepared.get()), "Failed to prepare statement"));
+        work.ThrowFailure(FailureOf(prepared.get(), "Failed to prepare statement"));
     }
     if (!ReturnsRows(prepared.get())) {
-        work.ThrowFailure("Query doesn't return a result");
+        work.ThrowFailure({"Query doesn't return a result", nullptr});
     }
     BindValueArray(prepared.get(), parameters, tie_.get_Link()->get_ErrorPath());
     ResultHolder result;
     if (work.get_Connection().ExecuteStreaming(prepared.get(), result.Receive()) != DuckDBSuccess ||
         work.get_IsCut()) {
-        work.ThrowFailure(TextOr(duckdb_result_error(result.get()), "Failed to execute prepared statement"));
+        work.ThrowFailure(FailureOf(*result, "Failed to execute prepared statement"));
     }
     return result;
 }
@@ -113,7 +117,7 @@ ChunkHolder StreamCursor::ReadChunk(ResultScanHolder& scan) {
         const std::string text = error ? error.get() : ToUtf8(get_FetchError());
         // A cut that came too late would meet the next chunk, without its reason.
         if (!text.empty() || (chunk && work.get_IsCut())) {
-            work.ThrowFailure(text);
+            work.ThrowFailure(FailureOf(text.c_str(), ""));
         }
         return chunk;
     } catch (const nbx::xException&) {

@@ -8,6 +8,7 @@
 
 #include "base/errors.h"
 #include "base/text.h"
+#include "duckdb_internals/failures.h"
 #include "duckdb_internals/plain_functions.h"
 #include "duckdb_internals/value_guard.h"
 #include "values/host_value_walk.h"
@@ -309,7 +310,7 @@ ValueHolder HostValueToDuckDB(I_Value* value) {
         throw;
     } catch (const std::exception& error) {
         // DuckDB throws through its C functions, for an impossible date for example.
-        ThrowValueError(kValueName, error.what());
+        ThrowValueError(kValueName, FailureOf(error.what(), ""));
     }
 }
 
@@ -328,7 +329,7 @@ void BindValueArray(duckdb_prepared_statement prepared, const nbx::ValueRow* val
     for (std::size_t i = 0; i < count; ++i) {
         const BindOutcome outcome = BindHostValue(prepared, i + 1, values->get_Item(i).get());
         if (outcome == BindOutcome::refused_by_duckdb) {
-            ThrowDuckDBError(database_path, TextOr(duckdb_prepare_error(prepared), kBindFailureText));
+            ThrowDuckDBError(database_path, FailureOf(prepared, kBindFailureText));
         }
         if (outcome == BindOutcome::no_value) {
             ThrowDuckDBError(database_path, kBindFailureText);

@@ -12,6 +12,7 @@
 #include "base/json_text.h"
 #include "base/text.h"
 #include "duckdb_internals/cell_reader.h"
+#include "duckdb_internals/failures.h"
 #include "duckdb_internals/out_of_memory.h"
 #include "duckdb_internals/plain_functions.h"
 
@@ -111,7 +112,7 @@ HostValue ToDateTime(duckdb_value child, const TypeWord& word) {
 [[noreturn]] void ThrowUnreadable(const std::string& duckdb_text, const char* what, const TypeWord& word,
                                   const char* of, const std::string& text) {
     ThrowValueError(kValueName,
-                    duckdb_text.empty() ? what + std::string(word.word) + of + text : duckdb_text);
+                    FailureOf(duckdb_text.c_str(), (what + std::string(word.word) + of + text).c_str()));
 }
 
 [[noreturn]] void ThrowUnparsed(const std::string& duckdb_text, const TypeWord& word,

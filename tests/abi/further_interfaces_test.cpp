@@ -9,6 +9,7 @@
 #include "nbx/mrsql/duckdb_budget.h"
 #include "nbx/mrsql/duckdb_census.h"
 #include "nbx/mrsql/duckdb_deadlines.h"
+#include "nbx/mrsql/duckdb_error_facts.h"
 #include "nbx/mrsql/duckdb_progress.h"
 #include "nbx/mrsql/duckdb_streaming.h"
 #include "nbx/mrsql/registry.h"
@@ -143,6 +144,24 @@ TEST(FurtherInterfaces, OfTheBuiltModuleStreamRows) {
     database->Close();
     EXPECT_EQ(Thrown([&] { cursor->NextRecord(); }),
               "xDuckDBError 72501 [unknown] [DuckDBCursor is invalid]");
+}
+
+TEST(FurtherInterfaces, OfTheBuiltModuleStateTheFactsOfAnError) {
+    const auto database = Create(":memory:");
+    try {
+        Execute(*database, "SELECT name, nam FROM (SELECT 1 AS name)");
+        FAIL();
+    } catch (const nbx::mrsql::xDuckDBError& error) {
+        EXPECT_EQ(error.get_Code(), 0x72501u);
+        const auto* facts = nbx::mrsql::FindDuckDBErrorFacts(error);
+        ASSERT_NE(facts, nullptr);
+        EXPECT_EQ(facts->get_Kind(), nbx::mrsql::DuckDBErrorKind::binder);
+        EXPECT_EQ(U(facts->get_KindName()), "Binder");
+        EXPECT_EQ(U(facts->get_Subtype()), "COLUMN_NOT_FOUND");
+        EXPECT_EQ(facts->get_Position(), 13);
+        EXPECT_EQ(U(facts->get_Detail("candidates")), "name");
+        EXPECT_TRUE(facts->get_Detail("nothing").isEmpty());
+    }
 }
 
 TEST(FurtherInterfaces, OfTheBuiltModuleDivideABudget) {

@@ -6,6 +6,7 @@
 
 #include "../statement/statement_fixture.h"
 #include "each_allocation.h"
+#include "nbx/mrsql/duckdb_error_facts.h"
 #include "nbx/mrsql/duckdb_written_statements.h"
 #include "support/test_host.h"
 
@@ -199,6 +200,29 @@ TEST_F(RowsOutOfMemory, LeaveNothingBehindInATransaction) {
         EXPECT_EQ(Stored(), "");
     });
     EXPECT_GT(failures, 0);
+}
+
+// ---- Errors.
+
+class ErrorOutOfMemory : public StatementTest {};
+
+TEST_F(ErrorOutOfMemory, KeepsItsTextWithoutItsFacts) {
+    static const String sql = S("SELECT a_column_that_is_missing FROM range(3)");
+    int without_facts = 0;
+    Operation operation;
+    operation.act = [&] {
+        try {
+            database_->SqlExecute(sql, nullptr);
+        } catch (const nbx::mrsql::xDuckDBError& error) {
+            const allocation_faults::Pause pause;
+            without_facts += nbx::mrsql::FindDuckDBErrorFacts(error) == nullptr ? 1 : 0;
+            return DescribeCurrentException();
+        }
+        return std::string();
+    };
+    operation.samples = 10'000;
+    EXPECT_GT(FailEach(operation), 0u);
+    EXPECT_GT(without_facts, 0);
 }
 
 // ---- Binding.
