@@ -2,6 +2,10 @@
 
 #include <algorithm>
 #include <duckdb/main/capi/capi_internal.hpp>
+#include <duckdb/main/database_manager.hpp>
+#include <duckdb/main/extension_manager.hpp>
+#include <duckdb/main/secret/secret_manager.hpp>
+#include <duckdb/main/valid_checker.hpp>
 #include <duckdb/parallel/task_scheduler.hpp>
 #include <duckdb/storage/buffer_manager.hpp>
 
@@ -46,6 +50,24 @@ void SetEngineLimits(duckdb_database engine, uint64_t memory, uint32_t threads) 
         }
     } catch (const std::exception&) {  // The engine took more in this moment; the next division tries again.
     }
+}
+
+EngineContents ReadEngineContents(duckdb_database engine) noexcept {
+    try {
+        duckdb::DatabaseInstance& instance = InstanceOf(engine);
+        return {!duckdb::ValidChecker::IsInvalidated(instance),
+                duckdb::ExtensionManager::Get(instance).GetExtensions().size(),
+                duckdb::DatabaseManager::Get(instance).GetDatabases().size(),
+                instance.GetBufferManager().GetUsedMemory()};
+    } catch (const std::exception&) {  // No memory, or an engine without one of its parts.
+        return {};
+    }
+}
+
+EngineFolders ReadEngineFolders(duckdb_database engine) {
+    duckdb::DatabaseInstance& instance = InstanceOf(engine);
+    return {duckdb::SecretManager::Get(instance).PersistentSecretPath(),
+            instance.GetBufferManager().GetTemporaryDirectory()};
 }
 
 }  // namespace mduckdb

@@ -4,7 +4,7 @@
 #include <memory>
 #include <string>
 
-#include "duckdb_internals/engine_contents.h"
+#include "duckdb_internals/engine_figures.h"
 #include "engines/engine_files.h"
 #include "engines/surroundings.h"
 
