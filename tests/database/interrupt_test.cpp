@@ -72,6 +72,24 @@ TEST_F(DatabaseInterrupt, OnAClosedDatabaseDoesNothingAndIsForgotten) {
         "none");
 }
 
+TEST_F(DatabaseInterrupt, WhileNothingRunsReachesNoLaterCall) {
+    constexpr const char* kFailing = "SELECT * FROM missing";
+    database->Interrupt();
+    EXPECT_EQ(Thrown([&] { Execute(*database, "SELECT 1"); }), "none");
+    database->Interrupt();
+    EXPECT_EQ(Thrown([&] { Execute(*database, kFailing); }).find("xDuckDBError"), 0u);
+    database->Interrupt();
+    EXPECT_EQ(Thrown([&] { database->CreateStatement(S(kFailing))->PrepareNext(); }).find("xDuckDBError"),
+              0u);
+    const auto statement = database->CreateStatement(S("SELECT 1; SELECT 2"));
+    database->Interrupt();
+    EXPECT_EQ(Thrown([&] { statement->PrepareNext(); }), "none");
+    database->Interrupt();
+    EXPECT_EQ(Thrown([&] { statement->Execute(); }), "none");
+    database->Interrupt();
+    EXPECT_EQ(Thrown([&] { statement->ExecuteAll(); }), "none");
+}
+
 TEST_F(DatabaseInterrupt, BeforeDuckDBBeginsIsNotLost) {
     auto& own = *dynamic_cast<mduckdb::DuckDBDatabase&>(*database).get_Link();
     const auto connection = own.get_Connection();

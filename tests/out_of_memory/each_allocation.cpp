@@ -10,6 +10,7 @@
 namespace mduckdb::test {
 namespace {
 
+using allocation_faults::FailFrom;
 using allocation_faults::FailNth;
 using allocation_faults::HasFailed;
 using allocation_faults::Stop;
@@ -34,13 +35,20 @@ Judgement RunWhole(const Operation& operation, uint64_t& allocations) {
     return whole;
 }
 
-/** Returns whether the allocation was reached. */
-bool FailOne(const Operation& operation, const Judgement& whole, uint64_t n) {
+/** `fail` lets the allocation fail, and perhaps those after it, until the operation has ended. Returns
+   whether the allocation was reached. */
+bool FailOne(const Operation& operation, const Judgement& whole, void (*fail)(uint64_t) noexcept,
+             uint64_t n) {
+    struct Faults {
+        Faults(void (*fail)(uint64_t) noexcept, uint64_t n) { fail(n); }
+        ~Faults() { Stop(); }
+    };
     operation.prepare();
     std::string result;
-    FailNth(n);
-    const std::string thrown = ::Thrown([&] { result = operation.act(); });
-    Stop();
+    const std::string thrown = ::Thrown([&] {
+        const Faults faults(fail, n);
+        result = operation.act();
+    });
     const bool has_failed = HasFailed();
     if (thrown != "none") {
         EXPECT_THAT(operation.errors, testing::Contains(thrown));
@@ -67,7 +75,14 @@ uint64_t FailEach(const Operation& operation) {
     for (uint64_t i = 0; i < samples && !testing::Test::HasFailure(); ++i) {
         const uint64_t n = 1 + i * allocations / samples;
         SCOPED_TRACE("allocation " + std::to_string(n) + " of " + std::to_string(allocations));
-        failed += FailOne(operation, whole, n) ? 1U : 0U;
+        if (IsEveryOneWanted() || i % 2 == 0) {
+            SCOPED_TRACE("this one only");
+            failed += FailOne(operation, whole, FailNth, n) ? 1U : 0U;
+        }
+        if (IsEveryOneWanted() || i % 2 != 0) {
+            SCOPED_TRACE("and all after it");
+            failed += FailOne(operation, whole, FailFrom, n) ? 1U : 0U;
+        }
     }
     EXPECT_TRUE(failed > 0 || allocations == 0) << "none of " << allocations << " was reached again";
     return failed;

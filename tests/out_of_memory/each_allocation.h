@@ -27,7 +27,8 @@ struct Operation {
     std::function<std::string()> look = [] { return std::string(); };
     /** What it may throw, as `Thrown` describes it. */
     std::vector<std::string> errors = {kBadAlloc};
-    /** So many allocations fail by default, spread over all; all with MDUCKDB_TEST_EVERY_ALLOCATION=1. */
+    /** So many allocations fail by default, spread over all, every second one with all after it. With
+        MDUCKDB_TEST_EVERY_ALLOCATION=1 each fails in both ways. */
     uint64_t samples = 24;
 };
 

@@ -106,7 +106,14 @@ const Execution kExecutions[] = {
      "ALTER TABLE t ADD COLUMN d TIMESTAMP DEFAULT now()"},
     {"TryExecuteAll",
      [](auto&, auto& statement) {
-         const nbx::mrsql::DuckDBExecutionResult outcome = statement->TryExecuteAll();
+         nbx::mrsql::DuckDBExecutionResult outcome;
+         try {
+             outcome = statement->TryExecuteAll();
+         } catch (...) {
+             const allocation_faults::Pause pause;
+             ADD_FAILURE() << "TryExecuteAll has thrown";
+             throw;
+         }
          const allocation_faults::Pause pause;
          const std::string text = U(outcome.error_message);
          EXPECT_TRUE(text.empty() || (outcome.error_code != 0 && text == "Unexpected DuckDB error")) << text;

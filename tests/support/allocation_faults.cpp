@@ -5,6 +5,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <limits>
 #include <new>
 #include <utility>
 
@@ -12,7 +13,8 @@ namespace {
 
 thread_local bool is_counting = false;
 thread_local uint64_t count = 0;
-thread_local uint64_t failing = 0;
+thread_local uint64_t first_failing = 0;
+thread_local uint64_t last_failing = 0;
 
 struct Range {
     uintptr_t begin = 0;
@@ -85,8 +87,18 @@ bool IsOwn(void* caller) noexcept {
 }
 
 bool MustFail(void* caller) noexcept {
-    return is_counting && allocation_faults::Quietly([caller] { return IsOwn(caller); }) &&
-           ++count == failing;
+    if (!is_counting || !allocation_faults::Quietly([caller] { return IsOwn(caller); })) {
+        return false;
+    }
+    ++count;
+    return count >= first_failing && count <= last_failing;
+}
+
+void Start(uint64_t first, uint64_t last) noexcept {
+    count = 0;
+    first_failing = first;
+    last_failing = last;
+    is_counting = true;
 }
 
 }  // namespace
@@ -94,9 +106,11 @@ bool MustFail(void* caller) noexcept {
 namespace allocation_faults {
 
 void FailNth(uint64_t n) noexcept {
-    count = 0;
-    failing = n;
-    is_counting = true;
+    Start(n, n);
+}
+
+void FailFrom(uint64_t n) noexcept {
+    Start(n, std::numeric_limits<uint64_t>::max());
 }
 
 uint64_t Stop() noexcept {
@@ -105,7 +119,7 @@ uint64_t Stop() noexcept {
 }
 
 bool HasFailed() noexcept {
-    return failing != 0 && count >= failing;
+    return first_failing != 0 && count >= first_failing;
 }
 
 Pause::Pause() noexcept : was_counting_(std::exchange(is_counting, false)) {}

@@ -9,7 +9,9 @@ namespace allocation_faults {
 
 /** From now on the allocations of this thread are counted, and the n-th fails, counted from 1; 0: none. */
 void FailNth(uint64_t n) noexcept;
-/** Ends that; returns how many allocations were counted, the failed one included. */
+/** The same, and those after it fail too. */
+void FailFrom(uint64_t n) noexcept;
+/** Ends that; returns how many allocations were counted, the failed ones included. */
 uint64_t Stop() noexcept;
 /** Whether the allocation was reached since `FailNth`. */
 bool HasFailed() noexcept;
