@@ -47,6 +47,10 @@ INLINE = {
                                              "Snapshot: ...copy.duckdb\n...\n0 rows\n"),
     "mduckdb-host backup --verify": ("mkdir verified && mduckdb-host backup --verify kept.duckdb verified",
                                      "...\nVerified: the backup restores everything.\n"),
+    "mduckdb-host probe FILE": ("mduckdb-host --format csv probe kept.duckdb", "file,is_duckdb_file\nkept.duckdb,true\n"),
+    'mduckdb-host sql FILE "SELECT 1"': ('mduckdb-host --format csv sql nothing.duckdb "SELECT 1"',
+                                         "Cannot open nothing.duckdb: File does not exist\n"),
+    "mduckdb-host create --storage-version": ("mduckdb-host create newer.duckdb --storage-version latest", "newer.duckdb\n"),
     "mduckdb-host COMMAND --help": ("mduckdb-host probe --help", "...\nExample:\n  mduckdb-host probe ...\n...\n"),
 }
 NOT_RUN = {
