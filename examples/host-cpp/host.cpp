@@ -8,6 +8,7 @@
 #include <nbx/exception.h>
 #include <nbx/hooks.h>
 #include <nbx/location.h>
+#include <nbx/mrsql/duckdb_appender.h>
 #include <nbx/mrsql/duckdb_budget.h>
 #include <nbx/mrsql/duckdb_census.h>
 #include <nbx/mrsql/duckdb_deadlines.h>
@@ -285,6 +286,42 @@ void ShowProgress(I_DuckDBDatabase& database) {
     database.SqlExecute(FromUtf8("DROP TABLE numbers"), nullptr);
 }
 
+void ShowAppender(I_DuckDBDatabase& database) {
+    database.SqlExecute(
+        FromUtf8("CREATE TABLE readings (sensor INTEGER, value DOUBLE, note VARCHAR DEFAULT 'new')"),
+        nullptr);
+    // docs: appender
+    auto* appenders = static_cast<nbx::mrsql::I_DuckDBAppenders*>(
+        database.QueryInterface(nbx::mrsql::kDuckDBAppendersInterfaceId));
+    const String columns[] = {FromUtf8("sensor"), FromUtf8("value")};
+    nbx::mrsql::DuckDBAppenderOptions options;
+    options.table = FromUtf8("readings");
+    options.columns = columns;
+    options.column_count = 2;
+    options.in_one_transaction = true;
+    const auto appender = appenders->CreateAppender(options);
+
+    // A row of host values.
+    const int32_t sensor = 1;
+    const double value = 20.5;
+    const auto row = nbx::MakeObject<nbx::ValueRow>();
+    row->Append(smart_ptr<nbx::I_Value>::Adopt(nbx::CreateValueLong(true, &sensor, nullptr)));
+    row->Append(smart_ptr<nbx::I_Value>::Adopt(nbx::CreateValueDouble(true, &value, nullptr)));
+    appender->AppendRow(row);
+
+    // Three rows as arrays; the second value is NULL. 4 is INTEGER and 11 is DOUBLE in DuckDB's C API.
+    const int32_t sensors[] = {1, 2, 3};
+    const double values[] = {20.5, 0, 22};
+    const uint64_t validity[] = {0b101};
+    const nbx::mrsql::DuckDBColumnArray arrays[] = {{.type = 4, .data = sensors},
+                                                    {.type = 11, .data = values, .validity = validity}};
+    appender->AppendColumns(arrays, 2, 3);
+
+    appender->Close();
+    std::cout << "appended: " << appender->get_StoredRowCount() << " rows\n";
+    // docs: end
+}
+
 void ShowBudget(I_DuckDBExtension& extension) {
     // docs: budget
     auto* budget = static_cast<nbx::mrsql::I_DuckDBBudget*>(
@@ -349,6 +386,7 @@ void Run(const char* folder_text, const char* module) {
     ShowTimeLimit(*database);
     ShowStream(*database);
     ShowProgress(*database);
+    ShowAppender(*database);
     ShowBudget(*extension);
     ShowCensus(*extension);
     BackUpAndRestore(*extension, *database, folder);

@@ -59,9 +59,21 @@ class ChildList : nbx::noncopyable {
     std::unordered_multimap<T*, typename std::list<T*>::iterator> places_;
 };
 
-/** The live statements, cursors and query results of one database. Holds no references to them: each child
-    removes itself when it is destroyed, even if it was closed before, so a list never holds a destroyed
-    object. */
+/** A child that lets DuckDB work on a connection of its own, without the engine lock. */
+class SideChild {
+  public:
+    /** From now on the child lets DuckDB begin nothing. Does not wait. */
+    virtual void Cut() noexcept NBX_REQUIRES(gEngineLock) = 0;
+    /** Waits until DuckDB has finished the child's work and gives up the connection. */
+    virtual void Detach() noexcept NBX_REQUIRES(gEngineLock) = 0;
+
+  protected:
+    ~SideChild() = default;
+};
+
+/** The live statements, cursors, query results and appenders of one database. Holds no references to them:
+   each child removes itself when it is destroyed, even if it was closed before, so a list never holds a
+   destroyed object. */
 class ChildLists : nbx::noncopyable {
   public:
     void Add(nbx::mrsql::I_DuckDBStatement* statement) NBX_REQUIRES(gEngineLock) {
@@ -69,6 +81,7 @@ class ChildLists : nbx::noncopyable {
     }
     void Add(nbx::mrsql::I_DuckDBCursor* cursor) NBX_REQUIRES(gEngineLock) { cursors_.Add(cursor); }
     void Add(nbx::mrsql::I_DuckDBQueryResult* result) NBX_REQUIRES(gEngineLock) { results_.Add(result); }
+    void Add(SideChild* side) NBX_REQUIRES(gEngineLock) { sides_.Add(side); }
 
     /** Removes the object from the list at the host's request; whether it was there. The object keeps rows in
         the engine's memory, so it is still notified when the database closes. */
@@ -88,11 +101,20 @@ class ChildLists : nbx::noncopyable {
         return results_.Remove(result);
     }
 
-    /** Removes every child and detaches it from the database: results first, then cursors, then statements,
-        each list from its last entry to its first. */
+    bool Remove(SideChild* side) noexcept NBX_REQUIRES(gEngineLock) { return sides_.Remove(side); }
+    /** Before the database closes. */
+    void CutSides() NBX_REQUIRES(gEngineLock) {
+        sides_.ForEach([](SideChild* side) NBX_NO_THREAD_SAFETY_ANALYSIS { side->Cut(); });
+    }
+
+    /** Removes every child and detaches it from the database: appenders first, then results, then cursors,
+     * then statements, each list from its last entry to its first. */
     void CloseAll() NBX_REQUIRES(gEngineLock) {
         // No references are taken here: a child that another thread is just destroying waits for the engine
         // lock in its destructor, and a reference would bring it to life and destroy it twice.
+        while (auto* side = sides_.TakeLast()) {
+            side->Detach();
+        }
         while (auto* result = results_.TakeLast()) {
             result->Close();
         }
@@ -112,6 +134,7 @@ class ChildLists : nbx::noncopyable {
     ChildList<nbx::mrsql::I_DuckDBStatement> statements_ NBX_GUARDED_BY(gEngineLock);
     ChildList<nbx::mrsql::I_DuckDBCursor> cursors_ NBX_GUARDED_BY(gEngineLock);
     ChildList<nbx::mrsql::I_DuckDBQueryResult> results_ NBX_GUARDED_BY(gEngineLock);
+    ChildList<SideChild> sides_ NBX_GUARDED_BY(gEngineLock);
 };
 
 }  // namespace mduckdb

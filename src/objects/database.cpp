@@ -6,6 +6,7 @@
 #include "engines/handle_registry.h"
 #include "nbx/hooks.h"
 #include "nbx/mrsql/registry.h"
+#include "objects/appender.h"
 #include "objects/statement.h"
 
 namespace mduckdb {
@@ -59,6 +60,8 @@ void* DuckDBDatabase::QueryInterface(uint32_t interface_id) {
          &nbx::CastToInterface<DuckDBDatabase, nbx::mrsql::I_DuckDBProgress>},
         {nbx::mrsql::kDuckDBStreamingInterfaceId,
          &nbx::CastToInterface<DuckDBDatabase, nbx::mrsql::I_DuckDBStreaming>},
+        {nbx::mrsql::kDuckDBAppendersInterfaceId,
+         &nbx::CastToInterface<DuckDBDatabase, nbx::mrsql::I_DuckDBAppenders>},
         {0, nullptr},
     };
     return nbx::InterfaceTableQueryInterface(this, kTable, interface_id);
@@ -130,6 +133,13 @@ nbx::smart_ptr<nbx::mrsql::I_DuckDBStatement> DuckDBDatabase::CreateStatement(co
     auto statement = MakeStatement(link_, sql);
     link_->get_Children().Add(statement.get());
     return statement;
+}
+
+nbx::smart_ptr<nbx::mrsql::I_DuckDBAppender> DuckDBDatabase::CreateAppender(
+    const nbx::mrsql::DuckDBAppenderOptions& options) {
+    const EngineLockScope lock;
+    link_->RequireConnection();
+    return MakeAppender(link_, engine_, options);
 }
 
 void DuckDBDatabase::RemoveStatement(nbx::mrsql::I_DuckDBStatement* statement) {

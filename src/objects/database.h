@@ -12,6 +12,7 @@
 #include "engines/engine_files.h"
 #include "engines/session.h"
 #include "nbx/foreign_plugin.h"
+#include "nbx/mrsql/duckdb_appender.h"
 #include "nbx/mrsql/duckdb_database.h"
 #include "nbx/mrsql/duckdb_deadlines.h"
 #include "nbx/mrsql/duckdb_progress.h"
@@ -38,6 +39,7 @@ class DuckDBDatabase final : public nbx::mrsql::I_DuckDBDatabase,
                              public nbx::mrsql::I_DuckDBDeadlines,
                              public nbx::mrsql::I_DuckDBProgress,
                              public nbx::mrsql::I_DuckDBStreaming,
+                             public nbx::mrsql::I_DuckDBAppenders,
                              nbx::noncopyable {
   public:
     explicit DuckDBDatabase(nbx::smart_ptr<nbx::I_Location> location);
@@ -88,6 +90,8 @@ class DuckDBDatabase final : public nbx::mrsql::I_DuckDBDatabase,
     void put_IsTracked(bool is_tracked) override { link_->put_IsTracked(is_tracked); }
     bool get_IsTracked() override { return link_->get_IsTracked(); }
     nbx::mrsql::DuckDBProgress get_Progress() override { return link_->get_Progress(); }
+    nbx::smart_ptr<nbx::mrsql::I_DuckDBAppender> CreateAppender(
+        const nbx::mrsql::DuckDBAppenderOptions& options) override;
 
     /** Shared with this object's statements, cursors and results. */
     const SharedLink& get_Link() const noexcept { return link_; }

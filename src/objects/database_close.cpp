@@ -9,6 +9,7 @@
 #include "engines/handle_registry.h"
 #include "nbx/file.h"
 #include "objects/database.h"
+#include "objects/idle_engine_lock.h"
 
 namespace mduckdb {
 
@@ -22,7 +23,7 @@ void DuckDBDatabase::Close() {
     if (!is_open_.load()) {
         return;
     }
-    const IdleEngineLockScope lock(export_gate_);
+    const IdleEngineLockScope lock(export_gate_, *link_);
     CloseLocked();
 }
 
@@ -52,7 +53,7 @@ void DuckDBDatabase::CloseToReopen() noexcept {
 }
 
 void DuckDBDatabase::Drop() {
-    const IdleEngineLockScope lock(export_gate_);
+    const IdleEngineLockScope lock(export_gate_, *link_);
     CloseLocked();
     FileTurn turn = TakeTurn(true);
     DropLocked(turn);

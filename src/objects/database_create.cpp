@@ -6,6 +6,7 @@
 #include "engines/session.h"
 #include "engines/spill_path.h"
 #include "objects/database.h"
+#include "objects/idle_engine_lock.h"
 
 namespace mduckdb {
 
@@ -52,7 +53,7 @@ class AuxiliaryEngine : nbx::noncopyable {
 }  // namespace
 
 void DuckDBDatabase::Create() {
-    const IdleEngineLockScope lock(export_gate_);
+    const IdleEngineLockScope lock(export_gate_, *link_);
     CloseToReopen();
     std::string error;
     Session session;

@@ -16,14 +16,15 @@
 #include "nbx/mrsql/duckdb_database.h"
 #include "nbx/mrsql/duckdb_progress.h"
 #include "objects/child_lists.h"
+#include "objects/export_gate.h"
 #include "objects/interruptible_connection.h"
 
 namespace mduckdb {
 
 class Operation;
 
-/** What a database and its children (statements, cursors, query results) share: the connection, the interrupt
-    flag, the lists of children, and the way back to the database object.
+/** What a database and its children (statements, cursors, query results, appenders) share: the connection,
+   the interrupt flag, the lists of children, and the way back to the database object.
 
     Shared by all of them and destroyed with the last, so that a child can use it for its whole life, even
     while the database is being destroyed or after that. Threads: the engine lock guards the lists, the
@@ -50,6 +51,8 @@ class DatabaseLink : nbx::noncopyable {
 
     const nbx::smart_ptr<nbx::I_Location>& get_Location() const noexcept { return location_; }
     ChildLists& get_Children() noexcept { return children_; }
+    /** What appenders are storing. */
+    ExportGate& get_Appends() noexcept { return appends_; }
     /** The database's entry, listed while it is open. */
     CensusEntry& get_Census() noexcept { return census_; }
     /** In milliseconds; 0 for none. */
@@ -111,6 +114,7 @@ class DatabaseLink : nbx::noncopyable {
     ChildList<InterruptibleConnection> sides_ NBX_GUARDED_BY(sides_mutex_);
 
     ChildLists children_;
+    ExportGate appends_;
 };
 
 using SharedLink = std::shared_ptr<DatabaseLink>;

@@ -8,11 +8,12 @@
 #include "engines/session.h"
 #include "engines/spill_path.h"
 #include "objects/database.h"
+#include "objects/idle_engine_lock.h"
 
 namespace mduckdb {
 
 void DuckDBDatabase::Open() {
-    const IdleEngineLockScope lock(export_gate_);
+    const IdleEngineLockScope lock(export_gate_, *link_);
     CloseToReopen();
     OpenLocked();
 }

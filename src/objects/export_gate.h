@@ -2,17 +2,18 @@
 
 #include <condition_variable>
 #include <mutex>
-#include <optional>
 
 #include "base/engine_lock.h"
 
 namespace mduckdb {
 
-/** Counts the exports of one database that run without the engine lock. They begin under that lock and end
-    without it, so that a thread that waits for their end may or may not hold it. */
+/** Counts the work of one database that runs without the engine lock. A thread that waits for its end may or
+    may not hold that lock. Exports begin under the lock, so that none can begin while a database closes;
+    appenders store rows without it. */
 class ExportGate : nbx::noncopyable {
   public:
-    void Begin() NBX_REQUIRES(gEngineLock) {
+    void Begin() NBX_REQUIRES(gEngineLock) { BeginUnlocked(); }
+    void BeginUnlocked() {
         const std::scoped_lock lock(mutex_);
         ++running_;
     }
@@ -36,23 +37,6 @@ class ExportGate : nbx::noncopyable {
     mutable std::mutex mutex_;
     std::condition_variable ended_;
     int running_ = 0;
-};
-
-/** Takes the engine lock at a moment when no export of the database runs. It is not held while waiting,
-    unless this thread held it before. */
-class NBX_SCOPED_CAPABILITY IdleEngineLockScope : nbx::noncopyable {
-  public:
-    explicit IdleEngineLockScope(ExportGate& gate) NBX_ACQUIRE(gEngineLock) NBX_NO_THREAD_SAFETY_ANALYSIS {
-        do {
-            lock_.reset();
-            gate.Wait();
-            lock_.emplace();
-        } while (gate.IsBusy());
-    }
-    ~IdleEngineLockScope() NBX_RELEASE() NBX_NO_THREAD_SAFETY_ANALYSIS {}
-
-  private:
-    std::optional<EngineLockScope> lock_;
 };
 
 }  // namespace mduckdb

@@ -41,6 +41,7 @@ class InterruptibleConnection : nbx::noncopyable {
     /** DuckDB's figures for the query that runs; a negative percentage when there are none. */
     duckdb_query_progress_type get_Progress() const;
 
+    bool get_IsInterrupted() const noexcept { return is_interrupted_.load(); }
     /** Executes like `duckdb_execute_prepared`, but an `Interrupt` also stops it when it came before DuckDB
         began the query, which clears DuckDB's own flag. The caller destroys `*out_result`, also on
         failure. */

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <concepts>
 #include <exception>
 #include <limits>
 #include <vector>
@@ -9,8 +10,9 @@
 #include "base/errors.h"
 #include "base/text.h"
 #include "duckdb_internals/failures.h"
+#include "duckdb_internals/out_of_memory.h"
 #include "duckdb_internals/plain_functions.h"
-#include "duckdb_internals/value_guard.h"
+#include "values/host_moments.h"
 #include "values/host_value_walk.h"
 #include "values/variant.h"
 
@@ -41,66 +43,60 @@ ValueHolder TextOf(I_Value& value, HostValueWalk* walk) {
     return MakeTextValue(text);
 }
 
-ValueHolder BooleanOf(I_Value& value, HostValueWalk* /*walk*/) {
-    return ValueHolder(duckdb_create_bool(value.get_Boolean()));
+template <class Number>
+Number ReadNumber(I_Value& value) {
+    if constexpr (std::same_as<Number, bool>) {
+        return value.get_Boolean();
+    } else if constexpr (std::floating_point<Number>) {
+        return static_cast<Number>(value.get_Double());
+    } else if constexpr (std::signed_integral<Number>) {
+        return static_cast<Number>(value.get_LLong());
+    } else {
+        return static_cast<Number>(value.get_ULLong());
+    }
 }
 
+/** Kinds of values that have a form without parts: how a value is read, and from that the two forms in which
+    it reaches DuckDB, a value of its own and a place in a column. `Store` returns false for what the column
+    does not hold as it is. */
 template <auto kCreate, class Number>
-ValueHolder SignedOf(I_Value& value, HostValueWalk* /*walk*/) {
-    return ValueHolder(kCreate(static_cast<Number>(value.get_LLong())));
-}
-
-template <auto kCreate, class Number>
-ValueHolder UnsignedOf(I_Value& value, HostValueWalk* /*walk*/) {
-    return ValueHolder(kCreate(static_cast<Number>(value.get_ULLong())));
-}
-
-template <auto kCreate, class Number>
-ValueHolder FloatingOf(I_Value& value, HostValueWalk* /*walk*/) {
-    return ValueHolder(kCreate(static_cast<Number>(value.get_Double())));
-}
-
-ValueHolder DateOf(I_Value& value, HostValueWalk* walk) {
-    const auto* date = Query<nbx::I_DateValue>(value, nbx::kDateInterfaceId);
-    if (date == nullptr) {
-        return TextOf(value, walk);
+struct NumberKind {
+    static ValueHolder Make(I_Value& value, HostValueWalk* /*walk*/) {
+        return ValueHolder(kCreate(ReadNumber<Number>(value)));
     }
-    return ValueHolder(duckdb_create_date(duckdb_to_date(duckdb_date_struct{
-        date->get_Year(), static_cast<int8_t>(date->get_Month()), static_cast<int8_t>(date->get_Day())})));
-}
+    static bool Store(I_Value& value, ColumnWriter& column, idx_t row) {
+        return column.Put(row, ReadNumber<Number>(value));
+    }
+};
 
-ValueHolder TimeOf(I_Value& value, HostValueWalk* walk) {
-    const auto* time = Query<nbx::I_TimeValue>(value, nbx::kTimeInterfaceId);
-    if (time == nullptr) {
-        return TextOf(value, walk);
+/** Kinds of values that are read through an interface of their own; a value that lacks it is a text. The
+    conversion returns nothing for a content that DuckDB would misread. */
+template <class Interface, uint32_t kInterfaceId, auto kConvert, auto kCreate>
+struct MomentKind {
+    static ValueHolder Make(I_Value& value, HostValueWalk* walk) {
+        const auto* parts = Query<Interface>(value, kInterfaceId);
+        if (parts == nullptr) {
+            return TextOf(value, walk);
+        }
+        const auto moment = kConvert(*parts);
+        return moment ? ValueHolder(kCreate(*moment)) : ValueHolder();
     }
-    const int64_t seconds =
-        (int64_t{time->get_Hours()} * 60 + time->get_Minutes()) * 60 + time->get_Seconds();
-    const int64_t micros = (seconds * 1000 + time->get_Milliseconds()) * 1000;
-    return IsValidTime(micros) ? ValueHolder(duckdb_create_time(duckdb_time{micros})) : ValueHolder();
-}
+    static bool Store(I_Value& value, ColumnWriter& column, idx_t row) {
+        const auto* parts = Query<Interface>(value, kInterfaceId);
+        if (parts == nullptr) {
+            return false;
+        }
+        const auto moment = kConvert(*parts);
+        return moment && column.Put(row, *moment);
+    }
+};
 
-ValueHolder DateTimeOf(I_Value& value, HostValueWalk* walk) {
-    const auto* moment = Query<nbx::I_DateTimeValue>(value, nbx::kDateTimeInterfaceId);
-    if (moment == nullptr) {
-        return TextOf(value, walk);
+struct TextKind {
+    static ValueHolder Make(I_Value& value, HostValueWalk* walk) { return TextOf(value, walk); }
+    static bool Store(I_Value& value, ColumnWriter& column, idx_t row) {
+        return column.get_Plain() == DUCKDB_TYPE_VARCHAR && column.PutText(row, ToUtf8(value.get_Text()));
     }
-    // DuckDB would read the excess as further days, or past 127 as earlier ones.
-    if (moment->get_Hours() > 23 || moment->get_Minutes() > 59 || moment->get_Seconds() > 59 ||
-        moment->get_Milliseconds() > 999) {
-        return {};
-    }
-    duckdb_timestamp_struct parts{};
-    parts.date.year = moment->get_Year();
-    parts.date.month = static_cast<int8_t>(moment->get_Month());
-    parts.date.day = static_cast<int8_t>(moment->get_Day());
-    parts.time.hour = static_cast<int8_t>(moment->get_Hours());
-    parts.time.min = static_cast<int8_t>(moment->get_Minutes());
-    parts.time.sec = static_cast<int8_t>(moment->get_Seconds());
-    parts.time.micros = int32_t{moment->get_Milliseconds()} * 1000;
-    const int64_t micros = duckdb_to_timestamp(parts).micros;
-    return ValueHolder(duckdb_create_timestamp_ms(duckdb_timestamp_ms{micros / 1000}));
-}
+};
 
 [[noreturn]] void RefuseEnum() {
     ThrowValueError(kValueName, "Mirona enum values are not supported by DuckDB binding");
@@ -129,43 +125,64 @@ ValueHolder ReferenceOf(I_Value& value, HostValueWalk* walk) {
 
 ValueHolder ListOf(I_Value& value, HostValueWalk* walk);
 
-/** How values of a host type are read, and what DuckDB type they are as elements of an array. */
+/** How values of a host type reach DuckDB, and what DuckDB type they are as elements of an array. */
 struct HostType {
     nbx::ValueType type;
     ValueHolder (*read)(I_Value& value, HostValueWalk* walk);
+    bool (*store)(I_Value& value, ColumnWriter& column, idx_t row);
     duckdb_type element_type;
 };
 
 using nbx::ValueType;
 
-/** The one place that says which host type becomes which DuckDB type in a bind; a text for the types that are
-    not here, JSON among them. Binary values do not get here: they offer their bytes, whatever their type. */
+template <class Kind>
+constexpr HostType TypeOf(ValueType type, duckdb_type element_type) {
+    return {type, Kind::Make, Kind::Store, element_type};
+}
+
+template <auto kCreate, class Number>
+constexpr HostType NumberType(ValueType type, duckdb_type element_type) {
+    return TypeOf<NumberKind<kCreate, Number>>(type, element_type);
+}
+
+bool StoreNothing(I_Value& /*value*/, ColumnWriter& /*column*/, idx_t /*row*/) {
+    return false;
+}
+
+using DateKind = MomentKind<nbx::I_DateValue, nbx::kDateInterfaceId, ToDate, duckdb_create_date>;
+using TimeKind = MomentKind<nbx::I_TimeValue, nbx::kTimeInterfaceId, ToTime, duckdb_create_time>;
+using DateTimeKind =
+    MomentKind<nbx::I_DateTimeValue, nbx::kDateTimeInterfaceId, ToTimestampMs, duckdb_create_timestamp_ms>;
+
+/** The one place that says which host type becomes which DuckDB type, in a bind and in an appended row; a
+   text for the types that are not here, JSON among them. Binary values do not get here: they offer their
+   bytes, whatever their type. */
 constexpr HostType kHostTypes[] = {
-    {ValueType::Boolean, BooleanOf, DUCKDB_TYPE_BOOLEAN},
-    {ValueType::Byte, UnsignedOf<duckdb_create_uint8, uint8_t>, DUCKDB_TYPE_UTINYINT},
-    {ValueType::Short, SignedOf<duckdb_create_int16, int16_t>, DUCKDB_TYPE_SMALLINT},
-    {ValueType::UShort, UnsignedOf<duckdb_create_uint16, uint16_t>, DUCKDB_TYPE_USMALLINT},
-    {ValueType::Medium, SignedOf<duckdb_create_int32, int32_t>, DUCKDB_TYPE_INTEGER},
-    {ValueType::UMedium, UnsignedOf<duckdb_create_uint32, uint32_t>, DUCKDB_TYPE_UINTEGER},
-    {ValueType::Long, SignedOf<duckdb_create_int32, int32_t>, DUCKDB_TYPE_INTEGER},
-    {ValueType::ULong, UnsignedOf<duckdb_create_uint32, uint32_t>, DUCKDB_TYPE_UINTEGER},
-    {ValueType::LLong, SignedOf<duckdb_create_int64, int64_t>, DUCKDB_TYPE_BIGINT},
-    {ValueType::ULLong, UnsignedOf<duckdb_create_uint64, uint64_t>, DUCKDB_TYPE_UBIGINT},
-    {ValueType::Float, FloatingOf<duckdb_create_float, float>, DUCKDB_TYPE_FLOAT},
-    {ValueType::Double, FloatingOf<duckdb_create_double, double>, DUCKDB_TYPE_DOUBLE},
-    {ValueType::LDouble, FloatingOf<duckdb_create_double, double>, DUCKDB_TYPE_DOUBLE},
-    {ValueType::Currency, FloatingOf<duckdb_create_double, double>, DUCKDB_TYPE_DOUBLE},
-    {ValueType::Date, DateOf, DUCKDB_TYPE_DATE},
-    {ValueType::Time, TimeOf, DUCKDB_TYPE_TIME},
-    {ValueType::DateTime, DateTimeOf, DUCKDB_TYPE_TIMESTAMP_MS},
-    {ValueType::FixedBinary, TextOf, DUCKDB_TYPE_BLOB},
-    {ValueType::VarBinary, TextOf, DUCKDB_TYPE_BLOB},
-    {ValueType::Blob, TextOf, DUCKDB_TYPE_BLOB},
-    {ValueType::Picture, TextOf, DUCKDB_TYPE_BLOB},
-    {ValueType::Enum8, EnumOf, DUCKDB_TYPE_INVALID},
-    {ValueType::Enum16, EnumOf, DUCKDB_TYPE_INVALID},
-    {ValueType::Reference, ReferenceOf, DUCKDB_TYPE_VARCHAR},
-    {ValueType::Array, ListOf, DUCKDB_TYPE_VARCHAR},
+    NumberType<duckdb_create_bool, bool>(ValueType::Boolean, DUCKDB_TYPE_BOOLEAN),
+    NumberType<duckdb_create_uint8, uint8_t>(ValueType::Byte, DUCKDB_TYPE_UTINYINT),
+    NumberType<duckdb_create_int16, int16_t>(ValueType::Short, DUCKDB_TYPE_SMALLINT),
+    NumberType<duckdb_create_uint16, uint16_t>(ValueType::UShort, DUCKDB_TYPE_USMALLINT),
+    NumberType<duckdb_create_int32, int32_t>(ValueType::Medium, DUCKDB_TYPE_INTEGER),
+    NumberType<duckdb_create_uint32, uint32_t>(ValueType::UMedium, DUCKDB_TYPE_UINTEGER),
+    NumberType<duckdb_create_int32, int32_t>(ValueType::Long, DUCKDB_TYPE_INTEGER),
+    NumberType<duckdb_create_uint32, uint32_t>(ValueType::ULong, DUCKDB_TYPE_UINTEGER),
+    NumberType<duckdb_create_int64, int64_t>(ValueType::LLong, DUCKDB_TYPE_BIGINT),
+    NumberType<duckdb_create_uint64, uint64_t>(ValueType::ULLong, DUCKDB_TYPE_UBIGINT),
+    NumberType<duckdb_create_float, float>(ValueType::Float, DUCKDB_TYPE_FLOAT),
+    NumberType<duckdb_create_double, double>(ValueType::Double, DUCKDB_TYPE_DOUBLE),
+    NumberType<duckdb_create_double, double>(ValueType::LDouble, DUCKDB_TYPE_DOUBLE),
+    NumberType<duckdb_create_double, double>(ValueType::Currency, DUCKDB_TYPE_DOUBLE),
+    TypeOf<DateKind>(ValueType::Date, DUCKDB_TYPE_DATE),
+    TypeOf<TimeKind>(ValueType::Time, DUCKDB_TYPE_TIME),
+    TypeOf<DateTimeKind>(ValueType::DateTime, DUCKDB_TYPE_TIMESTAMP_MS),
+    TypeOf<TextKind>(ValueType::FixedBinary, DUCKDB_TYPE_BLOB),
+    TypeOf<TextKind>(ValueType::VarBinary, DUCKDB_TYPE_BLOB),
+    TypeOf<TextKind>(ValueType::Blob, DUCKDB_TYPE_BLOB),
+    TypeOf<TextKind>(ValueType::Picture, DUCKDB_TYPE_BLOB),
+    {ValueType::Enum8, EnumOf, StoreNothing, DUCKDB_TYPE_INVALID},
+    {ValueType::Enum16, EnumOf, StoreNothing, DUCKDB_TYPE_INVALID},
+    {ValueType::Reference, ReferenceOf, StoreNothing, DUCKDB_TYPE_VARCHAR},
+    {ValueType::Array, ListOf, StoreNothing, DUCKDB_TYPE_VARCHAR},
 };
 
 constexpr std::size_t kHostTypeCount = static_cast<std::size_t>(ValueType::Array) + 1;
@@ -173,7 +190,7 @@ constexpr std::size_t kHostTypeCount = static_cast<std::size_t>(ValueType::Array
 /** By the host's code: a bind of many rows looks a type up for every value. */
 constexpr auto kTypesByCode = [] {
     std::array<HostType, kHostTypeCount> types{};
-    types.fill({ValueType::String, TextOf, DUCKDB_TYPE_VARCHAR});
+    types.fill(TypeOf<TextKind>(ValueType::String, DUCKDB_TYPE_VARCHAR));
     for (const HostType& type : kHostTypes) {
         types[static_cast<std::size_t>(type.type)] = type;
     }
@@ -299,7 +316,50 @@ ValueHolder ToDuckDB(I_Value* value, HostValueWalk* walk) {
     return HostTypeOf(type_code).read(*value, walk);
 }
 
+/** Stores what the column holds as it is, seen in the order of `ToDuckDB`. */
+bool StoreDirectly(I_Value& value, ColumnWriter& column, idx_t row) {
+    const uint32_t type_code = value.get_TypeCode();
+    if (type_code == static_cast<uint32_t>(ValueType::Reference)) {
+        return false;
+    }
+    if (value.get_IsNull()) {
+        column.PutNull(row);
+        return true;
+    }
+    if (const auto* raw = Query<nbx::I_RawBytes>(value, nbx::kRawBytesInterfaceId)) {
+        return column.PutBlob(row, raw->get_Data(), raw->get_Length());
+    }
+    if (value.QueryInterface(nbx::kJSONInterfaceId) != nullptr) {
+        return false;
+    }
+    return HostTypeOf(type_code).store(value, column, row);
+}
+
 }  // namespace
+
+bool StoreHostValue(I_Value* value, ColumnWriter& column, idx_t row, std::string& error) {
+    try {
+        if (value != nullptr && StoreDirectly(*value, column, row)) {
+            return true;
+        }
+    } catch (const nbx::xException&) {
+        throw;
+    } catch (const std::bad_alloc&) {
+        throw;
+    } catch (const std::exception&) {
+        ThrowIfOutOfMemory();  // The conversion below reports anything else.
+    }
+    const ValueHolder made = HostValueToDuckDB(value);
+    if (!made) {
+        error = kUnconvertibleText;
+        return false;
+    }
+    if (duckdb_is_null_value(made.get())) {
+        column.PutNull(row);
+        return true;
+    }
+    return column.PutValue(row, made.get(), error);
+}
 
 ValueHolder HostValueToDuckDB(I_Value* value) {
     try {

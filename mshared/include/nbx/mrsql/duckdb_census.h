@@ -24,6 +24,8 @@ struct DuckDBCensusLine {
         kBackup = 6,
         /** A procedure's call, until the host closes its cursor. */
         kCall = 7,
+        /** An appender; its rows are those that it has stored. */
+        kAppender = 8,
     };
     enum Flags : uint32_t {
         /** DuckDB is working for it. */
@@ -49,8 +51,8 @@ struct DuckDBCensusLine {
     uint32_t users = 0;
     /** Identifies the thing among those of its kind; never reused. */
     uint64_t number = 0;
-    /** The number of the engine that a database uses, of the database that a statement, cursor, query result
-        or backup belongs to, and of the engine of a call; 0 when there is none. */
+    /** The number of the engine that a database uses, of the database that a statement, cursor, query
+        result, appender or backup belongs to, and of the engine of a call; 0 when there is none. */
     uint64_t parent = 0;
     /** The path of an engine's file or of a database, without what may hold a secret; the name of a
        procedure. Never the text of a statement or a value. */

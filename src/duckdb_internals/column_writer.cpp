@@ -1,0 +1,220 @@
+#include "duckdb_internals/column_writer.h"
+
+#include <cstring>
+#include <duckdb/common/types/data_chunk.hpp>
+#include <duckdb/common/types/value.hpp>
+#include <duckdb/common/types/vector.hpp>
+#include <duckdb/common/vector_operations/vector_operations.hpp>
+#include <duckdb/function/cast/cast_function_set.hpp>
+#include <duckdb/function/cast/default_casts.hpp>
+#include <duckdb/main/capi/capi_internal.hpp>
+#include <duckdb/main/connection.hpp>
+#include <limits>
+
+#include "duckdb_internals/out_of_memory.h"
+
+namespace mduckdb {
+namespace {
+
+using duckdb::Vector;
+
+Vector& Unwrap(duckdb_vector vector) {
+    return *reinterpret_cast<Vector*>(vector);
+}
+
+const duckdb::LogicalType& Unwrap(duckdb_logical_type type) {
+    return *reinterpret_cast<const duckdb::LogicalType*>(type);
+}
+
+duckdb_type PlainType(duckdb_logical_type type) {
+    return Unwrap(type).HasAlias() ? DUCKDB_TYPE_INVALID : duckdb_get_type_id(type);
+}
+
+/** The message without its kind. */
+std::string MessageOf(const std::exception& error) {
+    return duckdb::ErrorData(error).RawMessage();
+}
+
+duckdb::ClientContext& ContextOf(duckdb_connection connection) {
+    return *reinterpret_cast<duckdb::Connection*>(connection)->context;
+}
+
+duckdb::BoundCastInfo FindCast(duckdb::ClientContext& context, const duckdb::LogicalType& source,
+                               const duckdb::LogicalType& target) {
+    duckdb::GetCastFunctionInput input(context);
+    return duckdb::CastFunctionSet::Get(context).GetCastFunction(source, target, input);
+}
+
+/** Versions of DuckDB differ in how a cast is called. */
+template <class Cast>
+bool RunCast(Cast& cast, Vector& source, Vector& target, duckdb::CastParameters& parameters) {
+    if constexpr (requires { cast.Cast(source, target, 1, parameters); }) {
+        return cast.Cast(source, target, 1, parameters);
+    } else {
+        return cast.function(source, target, 1, parameters);
+    }
+}
+
+}  // namespace
+
+ColumnWriter::ColumnWriter(duckdb_connection connection, LogicalTypeHolder type)
+    : connection_(connection), type_(std::move(type)), plain_(PlainType(type_.get())) {}
+
+ColumnWriter::ColumnWriter(ColumnWriter&&) noexcept = default;
+ColumnWriter::~ColumnWriter() = default;
+
+void ColumnWriter::Attach(duckdb_vector vector) noexcept {
+    vector_ = vector;
+    data_ = duckdb_vector_get_data(vector);
+}
+
+void ColumnWriter::PutNull(idx_t row) {
+    try {
+        duckdb::FlatVector::SetNull(Unwrap(vector_), row, true);
+    } catch (const std::exception&) {
+        throw std::bad_alloc();
+    }
+}
+
+void ColumnWriter::ClearNull(idx_t row) noexcept {
+    if (uint64_t* const validity = duckdb_vector_get_validity(vector_)) {
+        duckdb_validity_set_row_valid(validity, row);
+    }
+}
+
+bool ColumnWriter::PutText(idx_t row, std::string_view text) {
+    if (plain_ != DUCKDB_TYPE_VARCHAR || text.size() > std::numeric_limits<uint32_t>::max()) {
+        return false;
+    }
+    try {
+        static_cast<duckdb::string_t*>(data_)[row] =
+            duckdb::StringVector::AddStringOrBlob(Unwrap(vector_), text.data(), text.size());
+    } catch (const std::exception&) {
+        throw std::bad_alloc();
+    }
+    return true;
+}
+
+bool ColumnWriter::PutBlob(idx_t row, const void* data, uint64_t length) {
+    if (plain_ != DUCKDB_TYPE_BLOB || length > std::numeric_limits<uint32_t>::max()) {
+        return false;
+    }
+    try {
+        static_cast<duckdb::string_t*>(data_)[row] = duckdb::StringVector::AddStringOrBlob(
+            Unwrap(vector_), length == 0 ? "" : static_cast<const char*>(data), length);
+    } catch (const std::exception&) {
+        throw std::bad_alloc();
+    }
+    return true;
+}
+
+bool ColumnWriter::PutOther(idx_t row, double number) {
+    return PutIf(DUCKDB_TYPE_DOUBLE, row, number) ||
+           (plain_ == DUCKDB_TYPE_DECIMAL && PutDecimal(row, number));
+}
+
+/** DuckDB's own cast from DOUBLE to a DECIMAL, which is looked up once: the look-up costs many times the
+    cast. */
+struct ColumnWriter::DecimalCast {
+    DecimalCast(duckdb::ClientContext& context, const duckdb::LogicalType& type)
+        : source(duckdb::LogicalType::DOUBLE, idx_t{1}),
+          target(type, idx_t{1}),
+          cast(FindCast(context, source.GetType(), type)),
+          size(duckdb::GetTypeIdSize(type.InternalType())) {}
+
+    bool Run(double number, void* slot) {
+        std::string ignored;
+        duckdb::CastParameters parameters(cast.cast_data.get(), false, &ignored, nullptr);
+        duckdb::FlatVector::GetData<double>(source)[0] = number;
+        if (!RunCast(cast, source, target, parameters)) {
+            duckdb::FlatVector::SetNull(target, 0, false);
+            return false;
+        }
+        std::memcpy(slot, duckdb::FlatVector::GetData(target), size);
+        return true;
+    }
+
+    Vector source;
+    Vector target;
+    duckdb::BoundCastInfo cast;
+    const std::size_t size;
+};
+
+bool ColumnWriter::PutDecimal(idx_t row, double number) {
+    try {
+        if (!decimal_cast_) {
+            decimal_cast_ = std::make_unique<DecimalCast>(ContextOf(connection_), Unwrap(type_.get()));
+        }
+        return decimal_cast_->Run(number, static_cast<char*>(data_) + row * decimal_cast_->size);
+    } catch (const std::exception&) {
+        ThrowIfOutOfMemory();
+        return false;  // `PutValue` reports it.
+    }
+}
+
+bool ColumnWriter::PutValue(idx_t row, duckdb_value value, std::string& error) {
+    try {
+        const auto& made = *reinterpret_cast<const duckdb::Value*>(value);
+        Vector source(made.type(), idx_t{1});
+        source.SetValue(0, made);
+        return CastOne(reinterpret_cast<duckdb_vector>(&source), 0, row, error);
+    } catch (const std::exception& failed) {
+        ThrowIfOutOfMemory();
+        error = MessageOf(failed);
+        return false;
+    }
+}
+
+bool ColumnWriter::CastOne(duckdb_vector source, idx_t source_row, idx_t row, std::string& error) {
+    Vector one(Unwrap(source), source_row, source_row + 1);
+    Vector cast(Unwrap(type_.get()), idx_t{1});
+    try {
+        // Some casts report a failure by the text alone.
+        if (!duckdb::VectorOperations::TryCast(ContextOf(connection_), one, cast, 1, &error) ||
+            !error.empty()) {
+            return false;
+        }
+    } catch (const std::exception& failed) {
+        ThrowIfOutOfMemory();
+        error = MessageOf(failed);
+        return false;
+    }
+    duckdb::VectorOperations::Copy(cast, Unwrap(vector_), 1, 0, row);
+    return true;
+}
+
+idx_t ColumnWriter::PutVector(idx_t row, duckdb_vector vector, idx_t count, std::string& error) {
+    duckdb::ClientContext& context = ContextOf(connection_);
+    try {
+        Vector cast(Unwrap(type_.get()), count);
+        if (duckdb::VectorOperations::TryCast(context, Unwrap(vector), cast, count, &error) &&
+            error.empty()) {
+            duckdb::VectorOperations::Copy(cast, Unwrap(vector_), count, 0, row);
+            return count;
+        }
+    } catch (const std::exception&) {
+        ThrowIfOutOfMemory();
+    }
+    for (idx_t i = 0; i < count; ++i) {
+        error.clear();
+        if (!CastOne(vector, i, row + i, error)) {
+            return i;
+        }
+    }
+    return count;
+}
+
+ColumnWriter::Source::Source(const ColumnWriter& column, LogicalTypeHolder type, idx_t capacity)
+    : writer_(column.connection_, std::move(type)),
+      vector_(duckdb_create_vector(writer_.get_Type(), capacity)) {
+    if (vector_ == nullptr) {
+        throw std::bad_alloc();
+    }
+    writer_.Attach(vector_);
+}
+
+ColumnWriter::Source::~Source() {
+    duckdb_destroy_vector(&vector_);
+}
+
+}  // namespace mduckdb

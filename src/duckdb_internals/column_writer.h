@@ -1,0 +1,137 @@
+#pragma once
+
+#include <duckdb.h>
+
+#include <concepts>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "base/holders.h"
+
+namespace mduckdb {
+
+/** Stores values in one column of one chunk after another.
+
+    `Put` stores a value that has the column's type, or a number that the type holds, and returns false for
+   all others, which `PutValue` casts as DuckDB casts a parameter of an INSERT. A row may be stored again. Not
+   for two threads at once. */
+class ColumnWriter {
+  public:
+    /** DuckDB casts with the settings of the connection, which must outlive this. */
+    ColumnWriter(duckdb_connection connection, LogicalTypeHolder type);
+    ColumnWriter(ColumnWriter&&) noexcept;
+    ~ColumnWriter();
+
+    duckdb_logical_type get_Type() const noexcept { return type_.get(); }
+    /** The type as far as it can be stored without a cast; INVALID for a type with a name of its own, such as
+        JSON, which may have rules of its own. */
+    duckdb_type get_Plain() const noexcept { return plain_; }
+    /** Selects the vector to store in, which must have the column's type. */
+    void Attach(duckdb_vector vector) noexcept;
+
+    // Throw `std::bad_alloc`.
+
+    void PutNull(idx_t row);
+    /** The row is not NULL any more; before a row is stored again. */
+    void ClearNull(idx_t row) noexcept;
+    template <class Value>
+    bool Put(idx_t row, Value value) {
+        if constexpr (std::same_as<Value, bool>) {
+            return PutIf(DUCKDB_TYPE_BOOLEAN, row, value);
+        } else if constexpr (std::integral<Value>) {
+            return PutInteger(row, value);
+        } else {
+            return PutOther(row, value);
+        }
+    }
+    /** The text must be valid UTF-8. */
+    bool PutText(idx_t row, std::string_view text);
+    bool PutBlob(idx_t row, const void* data, uint64_t length);
+    /** False and DuckDB's text if the value cannot be cast. The value is not NULL. */
+    bool PutValue(idx_t row, duckdb_value value, std::string& error);
+
+    class Source;
+    /** Stores `count` elements of a vector of another type, from the row on. Returns how many could be
+        stored, and DuckDB's text for the one after them. */
+    idx_t PutVector(idx_t row, duckdb_vector vector, idx_t count, std::string& error);
+    void* get_Data() const noexcept { return data_; }
+    duckdb_vector get_Vector() const noexcept { return vector_; }
+
+  private:
+    struct DecimalCast;
+
+    template <class Slot>
+    bool Set(idx_t row, Slot value) noexcept {
+        static_cast<Slot*>(data_)[row] = value;
+        return true;
+    }
+    template <class Slot>
+    bool PutIf(duckdb_type type, idx_t row, Slot value) noexcept {
+        return plain_ == type && Set(row, value);
+    }
+    template <class Slot, class Number>
+    bool SetInRange(idx_t row, Number number) noexcept {
+        return std::in_range<Slot>(number) && Set(row, static_cast<Slot>(number));
+    }
+    template <class Number>
+    bool PutInteger(idx_t row, Number number) noexcept {
+        switch (plain_) {
+            case DUCKDB_TYPE_TINYINT:
+                return SetInRange<int8_t>(row, number);
+            case DUCKDB_TYPE_SMALLINT:
+                return SetInRange<int16_t>(row, number);
+            case DUCKDB_TYPE_INTEGER:
+                return SetInRange<int32_t>(row, number);
+            case DUCKDB_TYPE_BIGINT:
+                return SetInRange<int64_t>(row, number);
+            case DUCKDB_TYPE_UTINYINT:
+                return SetInRange<uint8_t>(row, number);
+            case DUCKDB_TYPE_USMALLINT:
+                return SetInRange<uint16_t>(row, number);
+            case DUCKDB_TYPE_UINTEGER:
+                return SetInRange<uint32_t>(row, number);
+            case DUCKDB_TYPE_UBIGINT:
+                return SetInRange<uint64_t>(row, number);
+            case DUCKDB_TYPE_DOUBLE:
+                return Set(row, static_cast<double>(number));
+            default:
+                return false;
+        }
+    }
+    bool PutOther(idx_t row, float number) noexcept { return PutIf(DUCKDB_TYPE_FLOAT, row, number); }
+    bool PutOther(idx_t row, double number);
+    bool PutOther(idx_t row, duckdb_date date) noexcept { return PutIf(DUCKDB_TYPE_DATE, row, date); }
+    bool PutOther(idx_t row, duckdb_time time) noexcept { return PutIf(DUCKDB_TYPE_TIME, row, time); }
+    bool PutOther(idx_t row, duckdb_timestamp_ms moment) noexcept {
+        return PutIf(DUCKDB_TYPE_TIMESTAMP_MS, row, moment);
+    }
+    bool PutDecimal(idx_t row, double number);
+    /** Casts one element; false and DuckDB's text on failure. */
+    bool CastOne(duckdb_vector source, idx_t source_row, idx_t row, std::string& error);
+
+    duckdb_connection connection_;
+    LogicalTypeHolder type_;
+    duckdb_type plain_;
+    /** Null before its first use. */
+    std::unique_ptr<DecimalCast> decimal_cast_;
+    duckdb_vector vector_ = nullptr;
+    void* data_ = nullptr;
+};
+
+/** A vector of another type whose elements a column is to store. */
+class ColumnWriter::Source {
+  public:
+    /** Throws `std::bad_alloc`. */
+    Source(const ColumnWriter& column, LogicalTypeHolder type, idx_t capacity);
+    ~Source();
+    ColumnWriter& get_Writer() noexcept { return writer_; }
+
+  private:
+    ColumnWriter writer_;
+    duckdb_vector vector_;
+};
+
+}  // namespace mduckdb

@@ -1,0 +1,360 @@
+#include "objects/appender.h"
+
+#include <algorithm>
+#include <exception>
+#include <new>
+#include <optional>
+#include <utility>
+
+#include "base/errors.h"
+#include "base/text.h"
+#include "duckdb_internals/column_array.h"
+#include "objects/operation.h"
+#include "values/host_value_binding.h"
+
+namespace mduckdb {
+
+namespace {
+
+[[noreturn]] void ThrowInvalid() {
+    ThrowDetachedError("DuckDBAppender is invalid");
+}
+
+}  // namespace
+
+/** DuckDB works for an appender. A database that closes waits for the end; until the deadline ends, the time
+    limit of the database cuts the work. */
+class DuckDBAppender::Work : nbx::noncopyable {
+  public:
+    explicit Work(DuckDBAppender& appender) NBX_REQUIRES(appender.mutex_)
+        : appender_(appender),
+          link_(appender.tie_.get_Link()),
+          connection_(appender.table_->get_Interruptible()),
+          limit_(link_->get_TimeLimit()) {
+        connection_.ClearInterrupted();
+        SetDeadline(deadline_, limit_, connection_);
+        link_->get_Appends().BeginUnlocked();
+        appender_.census_.BeginRunning();
+    }
+    ~Work() {
+        deadline_.reset();
+        appender_.census_.EndRunning();
+        link_->get_Appends().End();
+    }
+
+    void EndDeadline() noexcept {
+        is_cut_ = is_cut_ || (deadline_ && deadline_->get_HasCut());
+        deadline_.reset();
+    }
+    bool get_IsCut() const noexcept { return is_cut_; }
+    uint64_t get_Limit() const noexcept { return limit_; }
+    InterruptibleConnection& get_Connection() noexcept { return connection_; }
+
+  private:
+    DuckDBAppender& appender_;
+    const SharedLink link_;
+    InterruptibleConnection& connection_;
+    const uint64_t limit_;
+    bool is_cut_ = false;
+    std::optional<Deadline> deadline_;
+};
+
+nbx::smart_ptr<nbx::mrsql::I_DuckDBAppender> MakeAppender(const SharedLink& link, SharedEngine engine,
+                                                          const nbx::mrsql::DuckDBAppenderOptions& options) {
+    auto appender = nbx::MakeObject<DuckDBAppender>(link, std::move(engine), options);
+    link->get_Children().Add(static_cast<SideChild*>(appender.get()));
+    return appender;
+}
+
+DuckDBAppender::DuckDBAppender(SharedLink link, SharedEngine engine,
+                               const nbx::mrsql::DuckDBAppenderOptions& options)
+    : tie_(std::move(link)),
+      census_(CensusLine::kAppender, tie_.get_Link()->get_Census().get_Number()),
+      is_one_transaction_(options.in_one_transaction),
+      table_(std::make_unique<TableAppender>(tie_.get_Link(), std::move(engine), options)),
+      names_(table_->get_Names()) {
+    census_.Enter();
+}
+
+uint32_t DuckDBAppender::Release() {
+    return ReleaseWith([this]() noexcept {
+        Leave();
+        delete this;
+    });
+}
+
+void DuckDBAppender::Leave() noexcept {
+    try {
+        census_.Leave();
+        {
+            // Without the engine lock, since DuckDB may have to roll back.
+            const nbx::MutexLock lock(mutex_);
+            table_.reset();
+        }
+        const EngineLockScope lock;
+        tie_.get_Siblings().Remove(static_cast<SideChild*>(this));
+    } catch (...) {  // Taking a lock may fail, which a destructor cannot report.
+    }
+}
+
+void DuckDBAppender::Detach() noexcept {
+    tie_.Cut();
+    census_.Leave();
+    const nbx::MutexLock lock(mutex_);
+    has_lost_rows_ = has_lost_rows_ || pending_count_.load() > 0;
+    pending_count_.store(0);
+    table_.reset();
+}
+
+const nbx::String& DuckDBAppender::get_ColumnName(uint32_t column_index) const {
+    return column_index < names_.size() ? names_[column_index] : nbx::String::sEmpty();
+}
+
+void DuckDBAppender::RequireOpen() const {
+    if (!table_ || tie_.get() == nullptr) {
+        ThrowInvalid();
+    }
+}
+
+void DuckDBAppender::AppendRow(nbx::smart_ptr<nbx::ValueRow> row) {
+    const nbx::MutexLock lock(mutex_);
+    AppendOne(row.get());
+}
+
+void DuckDBAppender::AppendRows(nbx::smart_ptr<nbx::ValueRows> rows) {
+    const nbx::MutexLock lock(mutex_);
+    RequireOpen();
+    const std::size_t count = rows ? rows->get_Count() : 0;
+    for (std::size_t i = 0; i < count; ++i) {
+        AppendOne(rows->get_Item(i).get());
+    }
+}
+
+void DuckDBAppender::AppendOne(const nbx::ValueRow* row) {
+    RequireOpen();
+    if (row == nullptr || row->get_Count() != names_.size()) {
+        ThrowRowError(std::to_string(row != nullptr ? row->get_Count() : 0) + " values for " +
+                      std::to_string(names_.size()) + " columns");
+    }
+    ChunkRows& rows = table_->get_Rows();
+    if (rows.get_IsFull()) {
+        FlushRows();
+    }
+    rows.Open();
+    try {
+        StoreCells(*row);
+    } catch (...) {
+        rows.Undo(1);
+        throw;
+    }
+    Keep(1);
+}
+
+void DuckDBAppender::StoreCells(const nbx::ValueRow& row) {
+    ChunkRows& rows = table_->get_Rows();
+    std::vector<ColumnWriter>& columns = rows.get_Columns();
+    std::string error;
+    for (std::size_t i = 0; i < columns.size(); ++i) {
+        try {
+            if (StoreHostValue(row.get_Item(i).get(), columns[i], rows.get_Row(), error)) {
+                continue;
+            }
+        } catch (const nbx::mrsql::xDuckDBError& failed) {
+            error = ToUtf8(failed.get_Message());
+        }
+        ThrowCellError(i, error);
+    }
+}
+
+void DuckDBAppender::Keep(uint64_t count) {
+    table_->get_Rows().Keep(count);
+    // Only this thread writes: no locked instruction.
+    row_count_.store(row_count_.load(std::memory_order_relaxed) + count, std::memory_order_relaxed);
+    pending_count_.store(pending_count_.load(std::memory_order_relaxed) + count, std::memory_order_relaxed);
+}
+
+void DuckDBAppender::AppendColumns(const nbx::mrsql::DuckDBColumnArray* columns, uint32_t column_count,
+                                   uint64_t row_count) {
+    const nbx::MutexLock lock(mutex_);
+    RequireOpen();
+    if (column_count != names_.size()) {
+        ThrowRowError(std::to_string(column_count) + " arrays for " + std::to_string(names_.size()) +
+                      " columns");
+    }
+    for (uint32_t i = 0; row_count > 0 && i < column_count; ++i) {
+        const std::string refusal = RefuseArray(columns[i]);
+        if (!refusal.empty()) {
+            ThrowCellError(i, refusal);
+        }
+    }
+    ChunkRows& rows = table_->get_Rows();
+    for (uint64_t first = 0; first < row_count;) {
+        RequireOpen();
+        if (rows.get_IsFull()) {
+            FlushRows();
+        }
+        const idx_t count = std::min<uint64_t>(rows.Open(), row_count - first);
+        StorePart(columns, first, count);
+        first += count;
+    }
+}
+
+void DuckDBAppender::StorePart(const nbx::mrsql::DuckDBColumnArray* columns, uint64_t first, idx_t count) {
+    ChunkRows& rows = table_->get_Rows();
+    idx_t stored = count;
+    std::size_t failing = 0;
+    std::string error;
+    try {
+        for (std::size_t i = 0; i < names_.size() && stored > 0; ++i) {
+            std::string text;
+            const idx_t valid =
+                StoreArray(rows.get_Columns()[i], rows.get_Row(), columns[i], first, stored, text);
+            if (valid < stored) {
+                stored = valid;
+                failing = i;
+                error = std::move(text);
+            }
+        }
+    } catch (...) {
+        rows.Undo(count);
+        throw;
+    }
+    Keep(stored);
+    if (stored < count) {
+        rows.Undo(count - stored);
+        ThrowCellError(failing, error);
+    }
+}
+
+void DuckDBAppender::Flush() {
+    const nbx::MutexLock lock(mutex_);
+    RequireOpen();
+    FlushRows();
+}
+
+void DuckDBAppender::Commit() {
+    const nbx::MutexLock lock(mutex_);
+    RequireOpen();
+    StoreRows(true);
+}
+
+void DuckDBAppender::Rollback() {
+    const nbx::MutexLock lock(mutex_);
+    RequireOpen();
+    table_->Rollback();
+    Discard();
+}
+
+void DuckDBAppender::Close() {
+    std::exception_ptr failure;
+    {
+        const nbx::MutexLock lock(mutex_);
+        if (std::exchange(has_lost_rows_, false)) {
+            ThrowInvalid();
+        }
+        if (!table_) {
+            return;
+        }
+        try {
+            StoreRows(true);
+        } catch (const std::bad_alloc&) {
+            throw;
+        } catch (...) {
+            failure = std::current_exception();
+        }
+    }
+    tie_.Cut();
+    Leave();
+    if (failure) {
+        std::rethrow_exception(failure);
+    }
+}
+
+void DuckDBAppender::FlushRows() {
+    StoreRows(!is_one_transaction_);
+}
+
+void DuckDBAppender::StoreRows(bool commit) {
+    const uint64_t pending = pending_count_.load();
+    ChunkRows& rows = table_->get_Rows();
+    if (pending == 0 || (!commit && rows.get_Count() == 0)) {
+        return;
+    }
+    Work work(*this);
+    try {
+        StoreIn(work, commit);
+    } catch (const std::bad_alloc&) {
+        // The collected rows can be stored again, but what the transaction had before is gone.
+        work.EndDeadline();
+        table_->Rollback();
+        if (pending_count_.load() != rows.get_Count()) {
+            Discard();
+        }
+        throw;
+    }
+    rows.Clear();
+    if (commit) {
+        stored_count_.store(stored_count_.load() + pending);
+        pending_count_.store(0);
+        census_.put_Size(static_cast<int64_t>(stored_count_.load()), -1);
+    }
+}
+
+void DuckDBAppender::StoreIn(Work& work, bool commit) {
+    std::string error;
+    if (table_->get_Rows().get_Count() > 0) {
+        const bool is_stored = table_->Store(error);
+        // DuckDB forgets an interrupt that came before it began.
+        if (!is_stored || work.get_Connection().get_IsInterrupted()) {
+            Fail(work, !is_stored, error);
+        }
+    }
+    // The outcome of a commit that is cut would be unknown.
+    work.EndDeadline();
+    if (commit && !table_->Commit(error)) {
+        Fail(work, false, error);
+    }
+}
+
+void DuckDBAppender::Fail(Work& work, bool is_store, const std::string& error) {
+    work.EndDeadline();
+    table_->Rollback();
+    const bool is_interrupted = work.get_Connection().TakeInterrupted();
+    const uint64_t row = is_store && !is_interrupted && !work.get_IsCut() ? table_->FindFailingRow() : 0;
+    std::string text;
+    try {
+        text = DescribeRows(row) + ": " + (work.get_IsCut() ? DescribeCut(work.get_Limit()) : error);
+    } catch (const std::bad_alloc&) {
+        Discard();
+        throw;
+    }
+    Discard();
+    if (is_interrupted) {
+        throw nbx::xInterruptError(kInterruptErrorCode);
+    }
+    tie_.get_Link()->ThrowError(text);
+}
+
+void DuckDBAppender::Discard() noexcept {
+    table_->get_Rows().Clear();
+    pending_count_.store(0);
+}
+
+std::string DuckDBAppender::DescribeRows(uint64_t failing_row) const {
+    const uint64_t last = row_count_.load();
+    if (failing_row > 0) {
+        return "Row " + std::to_string(last - table_->get_Rows().get_Count() + failing_row);
+    }
+    return "Rows " + std::to_string(last - pending_count_.load() + 1) + " to " + std::to_string(last);
+}
+
+void DuckDBAppender::ThrowCellError(std::size_t column, const std::string& message) const {
+    tie_.get_Link()->ThrowError("Row " + std::to_string(row_count_.load() + 1) + ", column " +
+                                QuoteIdentifier(ToUtf8(names_[column])) + ": " + message);
+}
+
+void DuckDBAppender::ThrowRowError(const std::string& message) const {
+    tie_.get_Link()->ThrowError("Row " + std::to_string(row_count_.load() + 1) + ": " + message);
+}
+
+}  // namespace mduckdb

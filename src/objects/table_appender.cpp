@@ -1,0 +1,193 @@
+#include "objects/table_appender.h"
+
+#include <new>
+#include <utility>
+
+#include "base/errors.h"
+#include "base/text.h"
+#include "duckdb_internals/statement_pieces.h"
+#include "objects/rollback.h"
+
+namespace mduckdb {
+
+namespace {
+
+struct ErrorDataTraits {
+    using Handle = duckdb_error_data;
+    static void Destroy(Handle handle) noexcept { duckdb_destroy_error_data(&handle); }
+};
+using ErrorDataHolder = Holder<ErrorDataTraits>;
+
+struct TableDescriptionTraits {
+    using Handle = duckdb_table_description;
+    static void Destroy(Handle handle) noexcept { duckdb_table_description_destroy(&handle); }
+};
+using TableDescriptionHolder = Holder<TableDescriptionTraits>;
+
+/** DuckDB's JSON error, which may follow other words, as its plain text. */
+std::string ToPlainText(const std::string& text) {
+    const std::size_t begin = text.find("{\"");
+    if (begin == text.npos) {
+        return text;
+    }
+    const DuckDBErrorInfo info = ReadDuckDBError(text.c_str() + begin);
+    return info.type.isEmpty() ? text : ToUtf8(info.type) + " Error: " + ToUtf8(info.message);
+}
+
+std::string FailureOf(duckdb_appender appender) {
+    const ErrorDataHolder error(duckdb_appender_error_data(appender));
+    return ToPlainText(
+        TextOr(error ? duckdb_error_data_message(error.get()) : nullptr, "DuckDB stores no rows"));
+}
+
+std::string NameOf(const DatabaseLink& link, const nbx::String& name) {
+    std::string text = ToUtf8(name);
+    if (text.find('\0') != text.npos) {
+        link.ThrowError("Names must not contain NUL characters");
+    }
+    return text;
+}
+
+const char* OrNull(const std::string& text) {
+    return text.empty() ? nullptr : text.c_str();
+}
+
+/** Failures that one row may have caused. */
+bool IsOfARow(duckdb_error_type type) {
+    switch (type) {
+        case DUCKDB_ERROR_CONSTRAINT:
+        case DUCKDB_ERROR_CONVERSION:
+        case DUCKDB_ERROR_OUT_OF_RANGE:
+        case DUCKDB_ERROR_INVALID_INPUT:
+            return true;
+        default:
+            return false;
+    }
+}
+
+}  // namespace
+
+TableAppender::TableAppender(const SharedLink& link, SharedEngine engine,
+                             const nbx::mrsql::DuckDBAppenderOptions& options)
+    : connection_(link, std::move(engine)) {
+    const std::string catalog = NameOf(*link, options.catalog);
+    const std::string schema = NameOf(*link, options.schema);
+    const std::string table = NameOf(*link, options.table);
+    const duckdb_state state = duckdb_appender_create_ext(connection_.get(), OrNull(catalog), OrNull(schema),
+                                                          table.c_str(), appender_.Receive());
+    if (state != DuckDBSuccess) {
+        link->ThrowError(FailureOf(appender_.get()));
+    }
+    if (options.columns != nullptr) {
+        AddColumns(link, options);
+    } else {
+        AddEveryColumn(catalog, schema, table);
+    }
+    std::vector<LogicalTypeHolder> types;
+    for (idx_t i = 0; i < names_.size(); ++i) {
+        types.emplace_back(duckdb_appender_column_type(appender_.get(), i));
+    }
+    rows_ = std::make_unique<ChunkRows>(connection_.get(), std::move(types));
+}
+
+TableAppender::~TableAppender() {
+    // First: it refers to the connection.
+    appender_.Reset();
+    Rollback();
+}
+
+void TableAppender::AddColumns(const SharedLink& link, const nbx::mrsql::DuckDBAppenderOptions& options) {
+    if (options.column_count == 0) {
+        link->ThrowError("An appender needs at least one column");
+    }
+    for (uint32_t i = 0; i < options.column_count; ++i) {
+        const std::string name = NameOf(*link, options.columns[i]);
+        if (duckdb_appender_add_column(appender_.get(), name.c_str()) != DuckDBSuccess) {
+            link->ThrowError("Column " + QuoteIdentifier(name) + ": " + FailureOf(appender_.get()));
+        }
+        names_.push_back(options.columns[i]);
+    }
+}
+
+void TableAppender::AddEveryColumn(const std::string& catalog, const std::string& schema,
+                                   const std::string& table) {
+    const idx_t storable = duckdb_appender_column_count(appender_.get());
+    TableDescriptionHolder description;
+    duckdb_table_description_create_ext(connection_.get(), OrNull(catalog), OrNull(schema), table.c_str(),
+                                        description.Receive());
+    const idx_t count = duckdb_table_description_get_column_count(description.get());
+    for (idx_t i = 0; i < count; ++i) {
+        const TextHolder name(duckdb_table_description_get_column_name(description.get(), i));
+        // DuckDB refuses the generated ones.
+        if (name && duckdb_appender_add_column(appender_.get(), name.get()) == DuckDBSuccess) {
+            names_.push_back(FromUtf8(name.get()));
+        }
+    }
+    if (names_.size() != storable) {
+        throw std::bad_alloc();
+    }
+}
+
+bool TableAppender::Run(const char* sql, std::string& error) {
+    ResultHolder result;
+    if (duckdb_query(connection_.get(), sql, result.Receive()) == DuckDBSuccess) {
+        return true;
+    }
+    error = ToPlainText(TextOr(duckdb_result_error(result.get()), "Unknown execute error"));
+    return false;
+}
+
+bool TableAppender::Store(std::string& error) {
+    if (!IsInTransaction(connection_.get()) && !Run("BEGIN TRANSACTION", error)) {
+        failure_ = DUCKDB_ERROR_INVALID;
+        return false;
+    }
+    const bool is_stored = rows_->AppendTo(appender_.get(), rows_->get_Count()) &&
+                           duckdb_appender_flush(appender_.get()) == DuckDBSuccess;
+    if (!is_stored) {
+        const ErrorDataHolder data(duckdb_appender_error_data(appender_.get()));
+        failure_ = data ? duckdb_error_data_error_type(data.get()) : DUCKDB_ERROR_INVALID;
+        error = FailureOf(appender_.get());
+    }
+    return is_stored;
+}
+
+bool TableAppender::Commit(std::string& error) {
+    return !IsInTransaction(connection_.get()) || Run("COMMIT", error);
+}
+
+void TableAppender::Rollback() noexcept {
+    duckdb_appender_clear(appender_.get());
+    // An interrupt may hit the first attempt.
+    for (int i = 0; i < 2 && IsInTransaction(connection_.get()); ++i) {
+        mduckdb::Rollback(connection_.get());
+    }
+}
+
+bool TableAppender::CanStore(idx_t count) noexcept {
+    ResultHolder ignored;
+    const bool can_store =
+        duckdb_query(connection_.get(), "BEGIN TRANSACTION", ignored.Receive()) == DuckDBSuccess &&
+        rows_->AppendTo(appender_.get(), count) && duckdb_appender_flush(appender_.get()) == DuckDBSuccess;
+    Rollback();
+    return can_store;
+}
+
+uint64_t TableAppender::FindFailingRow() noexcept {
+    idx_t failing = rows_->get_Count();
+    // In one transaction the failure may come from earlier rows, which are gone.
+    if (!IsOfARow(failure_) || CanStore(failing)) {
+        return 0;
+    }
+    idx_t fine = 0;
+    while (failing - fine > 1) {
+        if (get_Interruptible().get_IsInterrupted()) {
+            return 0;
+        }
+        const idx_t middle = fine + (failing - fine) / 2;
+        (CanStore(middle) ? fine : failing) = middle;
+    }
+    return failing;
+}
+
+}  // namespace mduckdb

@@ -1,0 +1,65 @@
+#pragma once
+
+#include <duckdb.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "base/holders.h"
+#include "duckdb_internals/chunk_rows.h"
+#include "nbx/mrsql/duckdb_appender.h"
+#include "objects/side_connection.h"
+
+namespace mduckdb {
+
+/** DuckDB's appender; destroying it stores nothing. */
+struct AppenderTraits {
+    using Handle = duckdb_appender;
+    static void Destroy(Handle handle) noexcept {
+        // DuckDB would store what is left, and report no failure.
+        duckdb_appender_clear(handle);
+        duckdb_appender_destroy(&handle);
+    }
+};
+using AppenderHolder = Holder<AppenderTraits>;
+
+/** Rows on their way into one table, on a connection of their own: collected in chunks, stored in
+    transactions. The database must not close while it exists. Not for two threads at once, except
+    `get_Interruptible`. */
+class TableAppender : nbx::noncopyable {
+  public:
+    /** Throws `xDuckDBError` if there is no such table or column. */
+    TableAppender(const SharedLink& link, SharedEngine engine,
+                  const nbx::mrsql::DuckDBAppenderOptions& options);
+    ~TableAppender();
+
+    const std::vector<nbx::String>& get_Names() const noexcept { return names_; }
+    ChunkRows& get_Rows() noexcept { return *rows_; }
+    InterruptibleConnection& get_Interruptible() noexcept { return connection_.get_Interruptible(); }
+
+    /** Stores the collected rows in the transaction, which begins now if there is none. False and DuckDB's
+        text on failure; then the transaction must be rolled back. The collected rows stay. */
+    bool Store(std::string& error);
+    bool Commit(std::string& error);
+    void Rollback() noexcept;
+    /** After `Store` failed and was rolled back: the first of the collected rows that DuckDB does not store,
+        counted from 1. 0 if that is unknown, or an interrupt came. Stores nothing. */
+    uint64_t FindFailingRow() noexcept;
+
+  private:
+    void AddColumns(const SharedLink& link, const nbx::mrsql::DuckDBAppenderOptions& options);
+    void AddEveryColumn(const std::string& catalog, const std::string& schema, const std::string& table);
+    bool Run(const char* sql, std::string& error);
+    /** Whether the first rows can be stored. */
+    bool CanStore(idx_t count) noexcept;
+
+    SideConnection connection_;
+    AppenderHolder appender_;
+    std::vector<nbx::String> names_;
+    std::unique_ptr<ChunkRows> rows_;
+    /** Of the last failure of `Store`. */
+    duckdb_error_type failure_ = DUCKDB_ERROR_INVALID;
+};
+
+}  // namespace mduckdb
