@@ -61,7 +61,7 @@ std::vector<Group> GetAllGroups(const Options& options) {
     std::vector<Group> groups;
     for (const auto get :
          {GetDeliveryGroups, GetRandomReadGroups, GetProcedureGroups, GetSmallCallGroups, GetBindGroups,
-          GetStatementGroups, GetMultiRowGroups, GetLifecycleGroups, GetSizeGroups}) {
+          GetStatementGroups, GetMultiRowGroups, GetAppendGroups, GetLifecycleGroups, GetSizeGroups}) {
         for (Group& group : get(options)) {
             groups.push_back(std::move(group));
         }

@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "nbx/hooks.h"
+#include "nbx/mrsql/duckdb_appender.h"
 #include "nbx/mrsql/duckdb_budget.h"
 #include "nbx/mrsql/duckdb_census.h"
 #include "nbx/mrsql/duckdb_deadlines.h"
@@ -162,6 +163,31 @@ TEST(FurtherInterfaces, OfTheBuiltModuleStateTheFactsOfAnError) {
         EXPECT_EQ(U(facts->get_Detail("candidates")), "name");
         EXPECT_TRUE(facts->get_Detail("nothing").isEmpty());
     }
+}
+
+TEST(FurtherInterfaces, OfTheBuiltModuleAppendRowsAndColumns) {
+    const auto database = Create(":memory:");
+    Execute(*database, "CREATE TABLE t (i INTEGER, s VARCHAR DEFAULT 'none')");
+    const nbx::String column("i");
+    nbx::mrsql::DuckDBAppenderOptions options;
+    options.table = nbx::String("t");
+    options.columns = &column;
+    options.column_count = 1;
+    const auto appender =
+        Find<nbx::mrsql::I_DuckDBAppenders>(*database, nbx::mrsql::kDuckDBAppendersInterfaceId)
+            .CreateAppender(options);
+    const auto row = nbx::MakeObject<nbx::ValueRow>();
+    const int32_t one = 1;
+    row->Append(nbx::smart_ptr<nbx::I_Value>::Adopt(nbx::CreateValueLong(true, &one, nullptr)));
+    appender->AppendRow(row);
+    const int32_t numbers[] = {2, 3};
+    const nbx::mrsql::DuckDBColumnArray array{4, numbers};
+    appender->AppendColumns(&array, 1, 2);
+    row->put_Item(0, nbx::smart_ptr<nbx::I_Value>::Adopt(nbx::CreateValueString(true, nullptr, nullptr)));
+    EXPECT_EQ(Thrown([&] { appender->AppendRow(row); }),
+              "xDuckDBError 72501 [:memory:] [Row 4, column \"i\": Could not convert string '' to INT32]");
+    appender->Close();
+    EXPECT_EQ(QueryText(*database, "SELECT string_agg(i || s) FROM t"), "1none,2none,3none");
 }
 
 TEST(FurtherInterfaces, OfTheBuiltModuleDivideABudget) {
