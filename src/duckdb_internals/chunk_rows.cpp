@@ -26,7 +26,8 @@ ChunkRows::ChunkRows(duckdb_connection connection, std::vector<LogicalTypeHolder
     : chunk_size_(duckdb_vector_size()) {
     columns_.reserve(types.size());
     for (LogicalTypeHolder& type : types) {
-        columns_.emplace_back(connection, std::move(type));
+        columns_.emplace_back(connection, std::move(type), heap_bytes_);
+        row_width_ += columns_.back().get_Width();
     }
 }
 
@@ -67,6 +68,7 @@ void ChunkRows::Clear() noexcept {
     }
     full_chunks_ = 0;
     rows_ = 0;
+    heap_bytes_ = 0;
     is_attached_ = false;
 }
 

@@ -6,22 +6,26 @@
 
 #include "base/holders.h"
 #include "duckdb_internals/column_writer.h"
+#include "nbx/unknown.h"
 
 namespace mduckdb {
 
 /** Rows that are collected in chunks, which are kept for the next rows when they are cleared. Not for two
     threads at once. */
-class ChunkRows {
+class ChunkRows : nbx::noncopyable {
   public:
     /** The chunks that are collected at most. Together they have as many rows as DuckDB puts into a row
         group. */
     static constexpr std::size_t kMostChunks = 60;
+    /** The memory that is collected, about; fewer rows if they are wide or their texts are long. */
+    static constexpr uint64_t kMostBytes = uint64_t{64} << 20;
 
     /** Throws `std::bad_alloc`. */
     ChunkRows(duckdb_connection connection, std::vector<LogicalTypeHolder> types);
 
     idx_t get_Count() const noexcept { return full_chunks_ * chunk_size_ + rows_; }
-    bool get_IsFull() const noexcept { return full_chunks_ == kMostChunks; }
+    bool get_IsFull() const noexcept { return full_chunks_ == kMostChunks || get_Bytes() >= kMostBytes; }
+    uint64_t get_Bytes() const noexcept { return get_Count() * row_width_ + heap_bytes_; }
     std::vector<ColumnWriter>& get_Columns() noexcept { return columns_; }
 
     /** Attaches the columns to the place of the next rows; returns how many rows there is room for, at least
@@ -39,6 +43,10 @@ class ChunkRows {
 
   private:
     std::vector<ColumnWriter> columns_;
+    /** Of the elements with a fixed size. */
+    uint64_t row_width_ = 0;
+    /** Of the others, those of rows that were stored again too. */
+    uint64_t heap_bytes_ = 0;
     std::vector<ChunkHolder> chunks_;
     const idx_t chunk_size_;
     std::size_t full_chunks_ = 0;

@@ -1,9 +1,11 @@
 #include "duckdb_internals/column_array.h"
 
+#include <algorithm>
 #include <cstring>
 #include <duckdb/common/types/value.hpp>
 #include <limits>
 #include <string_view>
+#include <vector>
 
 #include "duckdb_internals/out_of_memory.h"
 #include "duckdb_internals/value_guard.h"
@@ -185,6 +187,11 @@ StoreElements FindStore(const DuckDBColumnArray& array) {
     return nullptr;
 }
 
+bool IsOfBytes(const DuckDBColumnArray& array) {
+    return array.type == DUCKDB_TYPE_VARCHAR || array.type == DUCKDB_TYPE_BLOB ||
+           array.type == DUCKDB_TYPE_BIT;
+}
+
 bool HasTypeOf(const ColumnWriter& column, const DuckDBColumnArray& array) {
     if (static_cast<uint32_t>(column.get_Plain()) != array.type) {
         return false;
@@ -219,6 +226,26 @@ std::string RefuseArray(const DuckDBColumnArray& array) {
         return "An array cannot have the type " + std::to_string(array.type);
     }
     return array.data == nullptr ? "The array has no elements" : "";
+}
+
+idx_t CountRowsOf(const DuckDBColumnArray* columns, std::size_t column_count, uint64_t first, idx_t count,
+                  uint64_t bytes) {
+    uint64_t sum = 0;
+    std::vector<Part> parts;
+    for (std::size_t i = 0; i < column_count; ++i) {
+        if (IsOfBytes(columns[i])) {
+            parts.push_back({columns[i], first, count});
+        }
+    }
+    for (idx_t row = 0; row < count && !parts.empty(); ++row) {
+        for (const Part& part : parts) {
+            sum += part.IsNull(row) ? 0 : part.get_Elements<DuckDBBytes>()[row].length;
+        }
+        if (sum > bytes) {
+            return std::max<idx_t>(row, 1);
+        }
+    }
+    return count;
 }
 
 idx_t StoreArray(ColumnWriter& column, idx_t row, const DuckDBColumnArray& array, uint64_t first, idx_t count,

@@ -2,6 +2,7 @@
 
 #include <duckdb.h>
 
+#include <cstddef>
 #include <string>
 
 #include "duckdb_internals/column_writer.h"
@@ -11,6 +12,11 @@ namespace mduckdb {
 
 /** Why an array cannot be read at all; empty if it can. */
 std::string RefuseArray(const nbx::mrsql::DuckDBColumnArray& array);
+
+/** How many of `count` rows from `first` on have texts, BLOBs and BITs of at most `bytes` together; at least
+    one. */
+idx_t CountRowsOf(const nbx::mrsql::DuckDBColumnArray* columns, std::size_t column_count, uint64_t first,
+                  idx_t count, uint64_t bytes);
 
 /** Stores elements of an array that `RefuseArray` accepts, from `first` on, in rows of a column, from `row`
     on. Returns how many could be stored, and a text for the one after them. Elements that their type does not

@@ -30,6 +30,48 @@ duckdb_type PlainType(duckdb_logical_type type) {
     return Unwrap(type).HasAlias() ? DUCKDB_TYPE_INVALID : duckdb_get_type_id(type);
 }
 
+/** The memory that elements have besides their places in a flat vector. */
+uint64_t HeapBytesOf(Vector& vector, idx_t first, idx_t count) {
+    const auto handle = reinterpret_cast<duckdb_vector>(&vector);
+    const auto bytes_of_child = [&](duckdb_vector child, idx_t begin, idx_t length) {
+        Vector& elements = Unwrap(child);
+        return length * duckdb::GetTypeIdSize(elements.GetType().InternalType()) +
+               HeapBytesOf(elements, begin, length);
+    };
+    const uint64_t* const validity = duckdb_vector_get_validity(handle);
+    const auto sum = [&](auto bytes_of_one) {
+        uint64_t bytes = 0;
+        for (idx_t i = first; i < first + count; ++i) {
+            bytes += validity == nullptr || (validity[i / 64] >> (i % 64) & 1U) != 0 ? bytes_of_one(i) : 0;
+        }
+        return bytes;
+    };
+    switch (vector.GetType().InternalType()) {
+        case duckdb::PhysicalType::VARCHAR: {
+            const auto* const texts = static_cast<duckdb_string_t*>(duckdb_vector_get_data(handle));
+            return sum([&](idx_t i) { return uint64_t{duckdb_string_t_length(texts[i])}; });
+        }
+        case duckdb::PhysicalType::LIST: {
+            const auto* const lists = static_cast<duckdb_list_entry*>(duckdb_vector_get_data(handle));
+            const duckdb_vector child = duckdb_list_vector_get_child(handle);
+            return sum([&](idx_t i) { return bytes_of_child(child, lists[i].offset, lists[i].length); });
+        }
+        case duckdb::PhysicalType::ARRAY: {
+            const idx_t size = duckdb::ArrayType::GetSize(vector.GetType());
+            return bytes_of_child(duckdb_array_vector_get_child(handle), first * size, count * size);
+        }
+        case duckdb::PhysicalType::STRUCT: {
+            uint64_t bytes = 0;
+            for (idx_t i = 0; i < duckdb::StructType::GetChildCount(vector.GetType()); ++i) {
+                bytes += bytes_of_child(duckdb_struct_vector_get_child(handle, i), first, count);
+            }
+            return bytes;
+        }
+        default:
+            return 0;
+    }
+}
+
 /** The message without its kind. */
 std::string MessageOf(const std::exception& error) {
     return duckdb::ErrorData(error).RawMessage();
@@ -57,11 +99,18 @@ bool RunCast(Cast& cast, Vector& source, Vector& target, duckdb::CastParameters&
 
 }  // namespace
 
-ColumnWriter::ColumnWriter(duckdb_connection connection, LogicalTypeHolder type)
-    : connection_(connection), type_(std::move(type)), plain_(PlainType(type_.get())) {}
+ColumnWriter::ColumnWriter(duckdb_connection connection, LogicalTypeHolder type, uint64_t& heap_bytes)
+    : connection_(connection),
+      type_(std::move(type)),
+      plain_(PlainType(type_.get())),
+      heap_bytes_(&heap_bytes) {}
 
 ColumnWriter::ColumnWriter(ColumnWriter&&) noexcept = default;
 ColumnWriter::~ColumnWriter() = default;
+
+uint64_t ColumnWriter::get_Width() const {
+    return duckdb::GetTypeIdSize(Unwrap(type_.get()).InternalType());
+}
 
 void ColumnWriter::Attach(duckdb_vector vector) noexcept {
     vector_ = vector;
@@ -89,6 +138,7 @@ bool ColumnWriter::PutText(idx_t row, std::string_view text) {
     try {
         static_cast<duckdb::string_t*>(data_)[row] =
             duckdb::StringVector::AddStringOrBlob(Unwrap(vector_), text.data(), text.size());
+        *heap_bytes_ += text.size();
     } catch (const std::exception&) {
         throw std::bad_alloc();
     }
@@ -102,6 +152,7 @@ bool ColumnWriter::PutBlob(idx_t row, const void* data, uint64_t length) {
     try {
         static_cast<duckdb::string_t*>(data_)[row] = duckdb::StringVector::AddStringOrBlob(
             Unwrap(vector_), length == 0 ? "" : static_cast<const char*>(data), length);
+        *heap_bytes_ += length;
     } catch (const std::exception&) {
         throw std::bad_alloc();
     }
@@ -167,33 +218,30 @@ bool ColumnWriter::PutValue(idx_t row, duckdb_value value, std::string& error) {
 
 bool ColumnWriter::CastOne(duckdb_vector source, idx_t source_row, idx_t row, std::string& error) {
     Vector one(Unwrap(source), source_row, source_row + 1);
-    Vector cast(Unwrap(type_.get()), idx_t{1});
+    return Cast(reinterpret_cast<duckdb_vector>(&one), 1, row, error);
+}
+
+bool ColumnWriter::Cast(duckdb_vector source, idx_t count, idx_t row, std::string& error) {
     try {
+        Vector cast(Unwrap(type_.get()), count);
         // Some casts report a failure by the text alone.
-        if (!duckdb::VectorOperations::TryCast(ContextOf(connection_), one, cast, 1, &error) ||
+        if (!duckdb::VectorOperations::TryCast(ContextOf(connection_), Unwrap(source), cast, count, &error) ||
             !error.empty()) {
             return false;
         }
+        duckdb::VectorOperations::Copy(cast, Unwrap(vector_), count, 0, row);
     } catch (const std::exception& failed) {
         ThrowIfOutOfMemory();
         error = MessageOf(failed);
         return false;
     }
-    duckdb::VectorOperations::Copy(cast, Unwrap(vector_), 1, 0, row);
+    *heap_bytes_ += HeapBytesOf(Unwrap(vector_), row, count);
     return true;
 }
 
 idx_t ColumnWriter::PutVector(idx_t row, duckdb_vector vector, idx_t count, std::string& error) {
-    duckdb::ClientContext& context = ContextOf(connection_);
-    try {
-        Vector cast(Unwrap(type_.get()), count);
-        if (duckdb::VectorOperations::TryCast(context, Unwrap(vector), cast, count, &error) &&
-            error.empty()) {
-            duckdb::VectorOperations::Copy(cast, Unwrap(vector_), count, 0, row);
-            return count;
-        }
-    } catch (const std::exception&) {
-        ThrowIfOutOfMemory();
+    if (count == 0 || Cast(vector, count, row, error)) {
+        return count;
     }
     for (idx_t i = 0; i < count; ++i) {
         error.clear();
@@ -205,7 +253,7 @@ idx_t ColumnWriter::PutVector(idx_t row, duckdb_vector vector, idx_t count, std:
 }
 
 ColumnWriter::Source::Source(const ColumnWriter& column, LogicalTypeHolder type, idx_t capacity)
-    : writer_(column.connection_, std::move(type)),
+    : writer_(column.connection_, std::move(type), heap_bytes_),
       vector_(duckdb_create_vector(writer_.get_Type(), capacity)) {
     if (vector_ == nullptr) {
         throw std::bad_alloc();

@@ -20,8 +20,9 @@ namespace mduckdb {
    for two threads at once. */
 class ColumnWriter {
   public:
-    /** DuckDB casts with the settings of the connection, which must outlive this. */
-    ColumnWriter(duckdb_connection connection, LogicalTypeHolder type);
+    /** DuckDB casts with the settings of the connection. The memory of texts and other elements of no fixed
+        size is added to `heap_bytes`. Both must outlive this. */
+    ColumnWriter(duckdb_connection connection, LogicalTypeHolder type, uint64_t& heap_bytes);
     ColumnWriter(ColumnWriter&&) noexcept;
     ~ColumnWriter();
 
@@ -29,6 +30,8 @@ class ColumnWriter {
     /** The type as far as it can be stored without a cast; INVALID for a type with a name of its own, such as
         JSON, which may have rules of its own. */
     duckdb_type get_Plain() const noexcept { return plain_; }
+    /** The bytes of an element in a vector. */
+    uint64_t get_Width() const;
     /** Selects the vector to store in, which must have the column's type. */
     void Attach(duckdb_vector vector) noexcept;
 
@@ -109,12 +112,15 @@ class ColumnWriter {
         return PutIf(DUCKDB_TYPE_TIMESTAMP_MS, row, moment);
     }
     bool PutDecimal(idx_t row, double number);
-    /** Casts one element; false and DuckDB's text on failure. */
+    /** Casts the first elements of the vector and stores them from the row on; false and DuckDB's text on
+        failure. */
+    bool Cast(duckdb_vector source, idx_t count, idx_t row, std::string& error);
     bool CastOne(duckdb_vector source, idx_t source_row, idx_t row, std::string& error);
 
     duckdb_connection connection_;
     LogicalTypeHolder type_;
     duckdb_type plain_;
+    uint64_t* heap_bytes_;
     /** Null before its first use. */
     std::unique_ptr<DecimalCast> decimal_cast_;
     duckdb_vector vector_ = nullptr;
@@ -130,6 +136,7 @@ class ColumnWriter::Source {
     ColumnWriter& get_Writer() noexcept { return writer_; }
 
   private:
+    uint64_t heap_bytes_ = 0;
     ColumnWriter writer_;
     duckdb_vector vector_;
 };

@@ -29,17 +29,18 @@ class DuckDBAppender::Work : nbx::noncopyable {
     explicit Work(DuckDBAppender& appender) NBX_REQUIRES(appender.mutex_)
         : appender_(appender),
           link_(appender.tie_.get_Link()),
+          turn_(link_->get_Appends()),
           connection_(appender.table_->get_Interruptible()),
           limit_(link_->get_TimeLimit()) {
         connection_.ClearInterrupted();
+        // The database may have been closed since, and would no longer wait.
+        appender.RequireOpen();
         SetDeadline(deadline_, limit_, connection_);
-        link_->get_Appends().BeginUnlocked();
         appender_.census_.BeginRunning();
     }
     ~Work() {
         deadline_.reset();
         appender_.census_.EndRunning();
-        link_->get_Appends().End();
     }
 
     void EndDeadline() noexcept {
@@ -53,27 +54,29 @@ class DuckDBAppender::Work : nbx::noncopyable {
   private:
     DuckDBAppender& appender_;
     const SharedLink link_;
+    const ExportGate::Scope turn_;
     InterruptibleConnection& connection_;
     const uint64_t limit_;
     bool is_cut_ = false;
     std::optional<Deadline> deadline_;
 };
 
-nbx::smart_ptr<nbx::mrsql::I_DuckDBAppender> MakeAppender(const SharedLink& link, SharedEngine engine,
-                                                          const nbx::mrsql::DuckDBAppenderOptions& options) {
-    auto appender = nbx::MakeObject<DuckDBAppender>(link, std::move(engine), options);
-    link->get_Children().Add(static_cast<SideChild*>(appender.get()));
-    return appender;
-}
-
-DuckDBAppender::DuckDBAppender(SharedLink link, SharedEngine engine,
-                               const nbx::mrsql::DuckDBAppenderOptions& options)
+DuckDBAppender::DuckDBAppender(SharedLink link, SharedEngine engine, bool is_one_transaction)
     : tie_(std::move(link)),
       census_(CensusLine::kAppender, tie_.get_Link()->get_Census().get_Number()),
-      is_one_transaction_(options.in_one_transaction),
-      table_(std::make_unique<TableAppender>(tie_.get_Link(), std::move(engine), options)),
-      names_(table_->get_Names()) {
+      is_one_transaction_(is_one_transaction),
+      table_(std::make_unique<TableAppender>(tie_.get_Link(), std::move(engine))) {
     census_.Enter();
+    tie_.get_Siblings().Add(static_cast<SideChild*>(this));
+}
+
+void DuckDBAppender::Start(const nbx::mrsql::DuckDBAppenderOptions& options) {
+    const nbx::MutexLock lock(mutex_);
+    // The database may have been closed since.
+    RequireOpen();
+    Work work(*this);
+    table_->Open(*tie_.get_Link(), options);
+    names_ = table_->get_Names();
 }
 
 uint32_t DuckDBAppender::Release() {
@@ -193,7 +196,8 @@ void DuckDBAppender::AppendColumns(const nbx::mrsql::DuckDBColumnArray* columns,
         if (rows.get_IsFull()) {
             FlushRows();
         }
-        const idx_t count = std::min<uint64_t>(rows.Open(), row_count - first);
+        const idx_t room = std::min<uint64_t>(rows.Open(), row_count - first);
+        const idx_t count = CountRowsOf(columns, column_count, first, room, ChunkRows::kMostBytes);
         StorePart(columns, first, count);
         first += count;
     }
@@ -262,6 +266,9 @@ void DuckDBAppender::Close() {
         } catch (...) {
             failure = std::current_exception();
         }
+        // Before another thread appends rows that nothing would store.
+        table_.reset();
+        pending_count_.store(0);
     }
     tie_.Cut();
     Leave();
@@ -320,14 +327,10 @@ void DuckDBAppender::Fail(Work& work, bool is_store, const std::string& error) {
     work.EndDeadline();
     table_->Rollback();
     const bool is_interrupted = work.get_Connection().TakeInterrupted();
-    const uint64_t row = is_store && !is_interrupted && !work.get_IsCut() ? table_->FindFailingRow() : 0;
-    std::string text;
-    try {
-        text = DescribeRows(row) + ": " + (work.get_IsCut() ? DescribeCut(work.get_Limit()) : error);
-    } catch (const std::bad_alloc&) {
-        Discard();
-        throw;
-    }
+    std::string reason = work.get_IsCut() ? DescribeCut(work.get_Limit()) : error;
+    const uint64_t row =
+        is_store && !is_interrupted && !work.get_IsCut() ? table_->FindFailingRow(reason) : 0;
+    const std::string text = DescribeRows(row) + ": " + reason;
     Discard();
     if (is_interrupted) {
         throw nbx::xInterruptError(kInterruptErrorCode);

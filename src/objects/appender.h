@@ -18,8 +18,11 @@ namespace mduckdb {
     that closes waits for it. */
 class DuckDBAppender final : public nbx::Counted<nbx::mrsql::I_DuckDBAppender>, public SideChild {
   public:
-    DuckDBAppender(SharedLink link, SharedEngine engine, const nbx::mrsql::DuckDBAppenderOptions& options);
+    /** Connects. The database is open. */
+    DuckDBAppender(SharedLink link, SharedEngine engine, bool is_one_transaction) NBX_REQUIRES(gEngineLock);
     ~DuckDBAppender() override { Leave(); }
+    /** Looks the table up, without the engine lock. Only once, before anything else. */
+    void Start(const nbx::mrsql::DuckDBAppenderOptions& options);
 
     uint32_t Release() override;
     /** Always null: an appender has no further interfaces. */
@@ -77,7 +80,8 @@ class DuckDBAppender final : public nbx::Counted<nbx::mrsql::I_DuckDBAppender>, 
     nbx::Mutex mutex_;
     /** Null once the appender is closed. */
     std::unique_ptr<TableAppender> table_ NBX_GUARDED_BY(mutex_);
-    const std::vector<nbx::String> names_;
+    /** Not changed after `Start`. */
+    std::vector<nbx::String> names_;
     /** The database closed while rows were pending. */
     bool has_lost_rows_ NBX_GUARDED_BY(mutex_) = false;
     // Written under the mutex.
@@ -85,10 +89,5 @@ class DuckDBAppender final : public nbx::Counted<nbx::mrsql::I_DuckDBAppender>, 
     std::atomic<uint64_t> stored_count_{0};
     std::atomic<uint64_t> pending_count_{0};
 };
-
-/** Creates an appender, which enters the database's list. The engine lock is held. */
-nbx::smart_ptr<nbx::mrsql::I_DuckDBAppender> MakeAppender(const SharedLink& link, SharedEngine engine,
-                                                          const nbx::mrsql::DuckDBAppenderOptions& options)
-    NBX_REQUIRES(gEngineLock);
 
 }  // namespace mduckdb

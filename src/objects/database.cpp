@@ -137,9 +137,16 @@ nbx::smart_ptr<nbx::mrsql::I_DuckDBStatement> DuckDBDatabase::CreateStatement(co
 
 nbx::smart_ptr<nbx::mrsql::I_DuckDBAppender> DuckDBDatabase::CreateAppender(
     const nbx::mrsql::DuckDBAppenderOptions& options) {
-    const EngineLockScope lock;
-    link_->RequireConnection();
-    return MakeAppender(link_, engine_, options);
+    // The object itself may be closed and destroyed while DuckDB looks the table up.
+    const SharedLink link = link_;
+    nbx::smart_ptr<DuckDBAppender> appender;
+    {
+        const EngineLockScope lock;
+        link->RequireConnection();
+        appender = nbx::MakeObject<DuckDBAppender>(link, engine_, options.in_one_transaction);
+    }
+    appender->Start(options);
+    return appender;
 }
 
 void DuckDBDatabase::RemoveStatement(nbx::mrsql::I_DuckDBStatement* statement) {

@@ -13,10 +13,6 @@ namespace mduckdb {
 class ExportGate : nbx::noncopyable {
   public:
     void Begin() NBX_REQUIRES(gEngineLock) { BeginUnlocked(); }
-    void BeginUnlocked() {
-        const std::scoped_lock lock(mutex_);
-        ++running_;
-    }
     /** The gate, and the database around it, may be destroyed as soon as this returns. */
     void End() noexcept {
         const std::scoped_lock lock(mutex_);
@@ -33,7 +29,22 @@ class ExportGate : nbx::noncopyable {
         ended_.wait(lock, [this] { return running_ == 0; });
     }
 
+    /** Work that began without the engine lock. */
+    class Scope : nbx::noncopyable {
+      public:
+        explicit Scope(ExportGate& gate) : gate_(gate) { gate_.BeginUnlocked(); }
+        ~Scope() { gate_.End(); }
+
+      private:
+        ExportGate& gate_;
+    };
+
   private:
+    void BeginUnlocked() {
+        const std::scoped_lock lock(mutex_);
+        ++running_;
+    }
+
     mutable std::mutex mutex_;
     std::condition_variable ended_;
     int running_ = 0;

@@ -18,6 +18,18 @@ class SideConnection : nbx::noncopyable {
     duckdb_connection get() const { return *session_.get_Connection(); }
     InterruptibleConnection& get_Interruptible() noexcept { return interruptible_; }
 
+    /** While it exists, no interrupt reaches the connection. */
+    class Shield : nbx::noncopyable {
+      public:
+        explicit Shield(SideConnection& side) noexcept : side_(side) {
+            side_.interruptible_.Replace(nullptr);
+        }
+        ~Shield() { side_.interruptible_.Replace(side_.session_.get_Connection()); }
+
+      private:
+        SideConnection& side_;
+    };
+
   private:
     const SharedLink link_;
     /** Disconnects. */

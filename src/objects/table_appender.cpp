@@ -67,16 +67,14 @@ bool IsOfARow(duckdb_error_type type) {
 
 }  // namespace
 
-TableAppender::TableAppender(const SharedLink& link, SharedEngine engine,
-                             const nbx::mrsql::DuckDBAppenderOptions& options)
-    : connection_(link, std::move(engine)) {
-    const std::string catalog = NameOf(*link, options.catalog);
-    const std::string schema = NameOf(*link, options.schema);
-    const std::string table = NameOf(*link, options.table);
+void TableAppender::Open(const DatabaseLink& link, const nbx::mrsql::DuckDBAppenderOptions& options) {
+    const std::string catalog = NameOf(link, options.catalog);
+    const std::string schema = NameOf(link, options.schema);
+    const std::string table = NameOf(link, options.table);
     const duckdb_state state = duckdb_appender_create_ext(connection_.get(), OrNull(catalog), OrNull(schema),
                                                           table.c_str(), appender_.Receive());
     if (state != DuckDBSuccess) {
-        link->ThrowError(FailureOf(appender_.get()));
+        link.ThrowError(FailureOf(appender_.get()));
     }
     if (options.columns != nullptr) {
         AddColumns(link, options);
@@ -96,14 +94,14 @@ TableAppender::~TableAppender() {
     Rollback();
 }
 
-void TableAppender::AddColumns(const SharedLink& link, const nbx::mrsql::DuckDBAppenderOptions& options) {
+void TableAppender::AddColumns(const DatabaseLink& link, const nbx::mrsql::DuckDBAppenderOptions& options) {
     if (options.column_count == 0) {
-        link->ThrowError("An appender needs at least one column");
+        link.ThrowError("An appender needs at least one column");
     }
     for (uint32_t i = 0; i < options.column_count; ++i) {
-        const std::string name = NameOf(*link, options.columns[i]);
+        const std::string name = NameOf(link, options.columns[i]);
         if (duckdb_appender_add_column(appender_.get(), name.c_str()) != DuckDBSuccess) {
-            link->ThrowError("Column " + QuoteIdentifier(name) + ": " + FailureOf(appender_.get()));
+            link.ThrowError("Column " + QuoteIdentifier(name) + ": " + FailureOf(appender_.get()));
         }
         names_.push_back(options.columns[i]);
     }
@@ -138,12 +136,16 @@ bool TableAppender::Run(const char* sql, std::string& error) {
 }
 
 bool TableAppender::Store(std::string& error) {
+    return StoreFirst(rows_->get_Count(), error);
+}
+
+bool TableAppender::StoreFirst(idx_t count, std::string& error) {
     if (!IsInTransaction(connection_.get()) && !Run("BEGIN TRANSACTION", error)) {
         failure_ = DUCKDB_ERROR_INVALID;
         return false;
     }
-    const bool is_stored = rows_->AppendTo(appender_.get(), rows_->get_Count()) &&
-                           duckdb_appender_flush(appender_.get()) == DuckDBSuccess;
+    const bool is_stored =
+        rows_->AppendTo(appender_.get(), count) && duckdb_appender_flush(appender_.get()) == DuckDBSuccess;
     if (!is_stored) {
         const ErrorDataHolder data(duckdb_appender_error_data(appender_.get()));
         failure_ = data ? duckdb_error_data_error_type(data.get()) : DUCKDB_ERROR_INVALID;
@@ -153,6 +155,7 @@ bool TableAppender::Store(std::string& error) {
 }
 
 bool TableAppender::Commit(std::string& error) {
+    const SideConnection::Shield shield(connection_);
     return !IsInTransaction(connection_.get()) || Run("COMMIT", error);
 }
 
@@ -164,29 +167,26 @@ void TableAppender::Rollback() noexcept {
     }
 }
 
-bool TableAppender::CanStore(idx_t count) noexcept {
-    ResultHolder ignored;
-    const bool can_store =
-        duckdb_query(connection_.get(), "BEGIN TRANSACTION", ignored.Receive()) == DuckDBSuccess &&
-        rows_->AppendTo(appender_.get(), count) && duckdb_appender_flush(appender_.get()) == DuckDBSuccess;
-    Rollback();
-    return can_store;
-}
-
-uint64_t TableAppender::FindFailingRow() noexcept {
-    idx_t failing = rows_->get_Count();
-    // In one transaction the failure may come from earlier rows, which are gone.
-    if (!IsOfARow(failure_) || CanStore(failing)) {
+uint64_t TableAppender::FindFailingRow(std::string& error) {
+    const idx_t count = rows_->get_Count();
+    idx_t fine = 0;
+    idx_t failing = count + 1;
+    std::string found;
+    // All of them first: in one transaction the failure may come from earlier rows, which are gone.
+    for (idx_t tried = count; IsOfARow(failure_) && failing - fine > 1; tried = fine + (failing - fine) / 2) {
+        std::string text;
+        if (StoreFirst(tried, text)) {
+            fine = tried;
+        } else {
+            failing = tried;
+            found = std::move(text);
+        }
+        Rollback();
+    }
+    if (!IsOfARow(failure_) || failing > count) {
         return 0;
     }
-    idx_t fine = 0;
-    while (failing - fine > 1) {
-        if (get_Interruptible().get_IsInterrupted()) {
-            return 0;
-        }
-        const idx_t middle = fine + (failing - fine) / 2;
-        (CanStore(middle) ? fine : failing) = middle;
-    }
+    error = std::move(found);
     return failing;
 }
 

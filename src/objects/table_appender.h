@@ -4,6 +4,7 @@
 
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "base/holders.h"
@@ -29,10 +30,11 @@ using AppenderHolder = Holder<AppenderTraits>;
     `get_Interruptible`. */
 class TableAppender : nbx::noncopyable {
   public:
-    /** Throws `xDuckDBError` if there is no such table or column. */
-    TableAppender(const SharedLink& link, SharedEngine engine,
-                  const nbx::mrsql::DuckDBAppenderOptions& options);
+    /** Connects. */
+    TableAppender(const SharedLink& link, SharedEngine engine) : connection_(link, std::move(engine)) {}
     ~TableAppender();
+    /** Before anything else, and only once. Throws `xDuckDBError` if there is no such table or column. */
+    void Open(const DatabaseLink& link, const nbx::mrsql::DuckDBAppenderOptions& options);
 
     const std::vector<nbx::String>& get_Names() const noexcept { return names_; }
     ChunkRows& get_Rows() noexcept { return *rows_; }
@@ -41,24 +43,25 @@ class TableAppender : nbx::noncopyable {
     /** Stores the collected rows in the transaction, which begins now if there is none. False and DuckDB's
         text on failure; then the transaction must be rolled back. The collected rows stay. */
     bool Store(std::string& error);
+    /** No interrupt reaches this: the outcome would be unknown. */
     bool Commit(std::string& error);
     void Rollback() noexcept;
     /** After `Store` failed and was rolled back: the first of the collected rows that DuckDB does not store,
-        counted from 1. 0 if that is unknown, or an interrupt came. Stores nothing. */
-    uint64_t FindFailingRow() noexcept;
+        counted from 1, and DuckDB's text for it. 0 if that is unknown, or an interrupt came; the text is
+        unchanged then. Stores nothing. Throws `std::bad_alloc`. */
+    uint64_t FindFailingRow(std::string& error);
 
   private:
-    void AddColumns(const SharedLink& link, const nbx::mrsql::DuckDBAppenderOptions& options);
+    void AddColumns(const DatabaseLink& link, const nbx::mrsql::DuckDBAppenderOptions& options);
     void AddEveryColumn(const std::string& catalog, const std::string& schema, const std::string& table);
     bool Run(const char* sql, std::string& error);
-    /** Whether the first rows can be stored. */
-    bool CanStore(idx_t count) noexcept;
+    bool StoreFirst(idx_t count, std::string& error);
 
     SideConnection connection_;
     AppenderHolder appender_;
     std::vector<nbx::String> names_;
     std::unique_ptr<ChunkRows> rows_;
-    /** Of the last failure of `Store`. */
+    /** Of the last rows that could not be stored. */
     duckdb_error_type failure_ = DUCKDB_ERROR_INVALID;
 };
 

@@ -100,6 +100,22 @@ TEST_F(AppenderTest, OfOneTransactionStoresNothingOfItAfterAFailedFlush) {
     EXPECT_EQ(Scalar("SELECT string_agg(i) FROM t"), "1,2");
 }
 
+TEST_F(AppenderTest, OfOneTransactionNamesTheRowThatTheReasonIsOf) {
+    Direct("CREATE TABLE t (i INTEGER PRIMARY KEY, n INTEGER NOT NULL)");
+    const Appender appender = Open("t", true);
+    appender->AppendRow(Row({Long(1), Long(1)}));
+    appender->Flush();
+    appender->AppendRow(Row({Long(1), Long(1)}));
+    for (int32_t i = 3; i <= 2048 + 2; ++i) {
+        appender->AppendRow(Row({Long(i), Long(i)}));
+    }
+    // In another chunk, so the key fails before it. The row that the key repeats is rolled back.
+    appender->AppendRow(Row({Long(10'000), nullptr}));
+    EXPECT_EQ(Catch([&] { appender->Commit(); }),
+              MemoryError("Row 2051: Constraint Error: NOT NULL constraint failed: t.n"));
+    EXPECT_EQ(Scalar("SELECT count(*) FROM t"), "0");
+}
+
 TEST_F(AppenderTest, ClosesEvenIfTheRowsCannotBeStored) {
     Direct("CREATE TABLE t (i INTEGER NOT NULL)");
     const Appender appender = Open("t");

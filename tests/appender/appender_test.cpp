@@ -1,5 +1,3 @@
-#include <thread>
-
 #include "appender_fixture.h"
 #include "duckdb_internals/chunk_rows.h"
 
@@ -145,35 +143,37 @@ TEST_F(AppenderTest, OutlivesItsDatabase) {
     EXPECT_EQ(Catch([&] { appender->Flush(); }), kAppenderIsInvalid);
 }
 
-TEST_F(AppenderTest, IsSharedByThreads) {
-    Direct("CREATE TABLE t (thread INTEGER, i INTEGER)");
+TEST_F(AppenderTest, FlushesEarlierIfTheTextsAreLong) {
+    Direct("CREATE TABLE t (s VARCHAR, l VARCHAR[])");
+    constexpr uint64_t kLength = uint64_t{1} << 20;
+    constexpr uint64_t kRows = 100;
+    constexpr uint64_t kMost = ChunkRows::kMostBytes / kLength;
+    const std::string text(kLength, 'x');
     const Appender appender = Open("t");
-    const auto append = [&](int32_t number) {
-        for (int32_t i = 0; i < 5000; ++i) {
-            appender->AppendRow(Row({Long(number), Long(i)}));
-            if (i % 1000 == 999) {
-                appender->Flush();
-            }
-        }
+    const auto grow = [&](auto append) {
+        const uint64_t before = appender->get_StoredRowCount() + appender->get_PendingRowCount();
+        append();
+        EXPECT_EQ(appender->get_StoredRowCount() + appender->get_PendingRowCount(), before + kRows);
+        EXPECT_LE(appender->get_PendingRowCount(), kMost);
     };
-    std::thread other(append, 1);
-    append(2);
-    other.join();
+    const auto row = Row({Str(text), nullptr});
+    const auto of_a_list = Row({nullptr, Str("[" + text + "]")});
+    const std::vector<DuckDBBytes> texts(kRows, {text.data(), text.size()});
+    const std::vector<DuckDBBytes> none(kRows, {nullptr, 0});
+    const uint64_t nothing[kRows / 64 + 1] = {};
+    const DuckDBColumnArray columns[] = {{DUCKDB_TYPE_VARCHAR, texts.data()},
+                                         {DUCKDB_TYPE_VARCHAR, none.data(), nothing}};
+    for (const auto& one : {row, of_a_list}) {
+        grow([&] {
+            for (uint64_t i = 0; i < kRows; ++i) {
+                appender->AppendRow(one);
+            }
+        });
+    }
+    grow([&] { appender->AppendColumns(columns, 2, kRows); });
     appender->Close();
-    EXPECT_EQ(Direct("SELECT thread, count(*), count(DISTINCT i) FROM t GROUP BY ALL ORDER BY ALL"),
-              (Table{{"1", "5000", "5000"}, {"2", "5000", "5000"}}));
-}
-
-TEST_F(AppenderTest, NeedsNoEngineLockForItsRows) {
-    Direct("CREATE TABLE t (i INTEGER)");
-    const Appender appender = Open("t");
-    const EngineLockScope held;
-    std::thread other([&] {
-        appender->AppendRow(Row({Long(1)}));
-        appender->Commit();
-    });
-    other.join();
-    EXPECT_EQ(Scalar("SELECT count(*) FROM t"), "1");
+    EXPECT_EQ(Direct("SELECT count(*), sum(len(s)), sum(len(l[1])) FROM t"),
+              (Table{{"300", std::to_string(200 * kLength), std::to_string(100 * kLength)}}));
 }
 
 }  // namespace
