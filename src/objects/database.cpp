@@ -137,6 +137,7 @@ nbx::smart_ptr<nbx::mrsql::I_DuckDBStatement> DuckDBDatabase::CreateStatement(co
 
 nbx::smart_ptr<nbx::mrsql::I_DuckDBAppender> DuckDBDatabase::CreateAppender(
     const nbx::mrsql::DuckDBAppenderOptions& options) {
+    nbx::MironaInit3();
     // The object itself may be closed and destroyed while DuckDB looks the table up.
     const SharedLink link = link_;
     nbx::smart_ptr<DuckDBAppender> appender;

@@ -63,13 +63,14 @@ struct DuckDBColumnArray {
     Errors are `xDuckDBError` 0x72501. A value that its column does not accept fails its own row, which the
     error names with the column; the appender and the rows before it stay as they were. When a flush or a
     commit fails, nothing of it is stored: all pending rows are discarded, the error names the row if it can
-   be found, and the appender can be used on. `xInterruptError` after `Interrupt` of the database during a
-   flush, and a time limit of the database, do the same. `std::bad_alloc` leaves the rows as they were.
+    be found, and the appender stays usable. `xInterruptError` after `Interrupt` of the database during a
+    flush, and a time limit of the database, do the same. `std::bad_alloc` leaves the pending rows as they
+    were, but if a transaction had flushed some of them, it discards all.
 
-    Threads: any; calls take turns. They do not take the engine lock, except `Close` and the last `Release`,
-   and then not while DuckDB works. The appender holds no reference to its database: when that closes, pending
-    rows are discarded and calls throw "DuckDBAppender is invalid". So does the last `Release`: call `Close`
-    before. */
+    Threads: any; calls take turns. Nothing holds the engine lock while DuckDB works; `Close` and the last
+    `Release` take it for a moment. The appender holds no reference to its database: when that closes, pending
+    rows are discarded and calls throw "DuckDBAppender is invalid". The last `Release` discards pending rows
+    too: call `Close` before. */
 class NBX_API I_DuckDBAppender : public I_Unknown {
   public:
     I_DuckDBAppender() = default;
@@ -99,8 +100,8 @@ class NBX_API I_DuckDBAppender : public I_Unknown {
     virtual void Commit() = 0;
     /** Discards all pending rows. The appender can be used on. */
     virtual void Rollback() = 0;
-    /** `Commit`, then releases connection and database, even if the commit fails. Does nothing if the
-       appender is closed already. */
+    /** `Commit`, then releases connection and database, even if the commit fails, but not after
+        `std::bad_alloc`. Does nothing if the appender is closed already. */
     virtual void Close() = 0;
 
     // From any thread, without waiting.
