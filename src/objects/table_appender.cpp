@@ -161,8 +161,8 @@ bool TableAppender::Commit(std::string& error) {
 
 void TableAppender::Rollback() noexcept {
     duckdb_appender_clear(appender_.get());
-    // An interrupt may hit the first attempt.
-    for (int i = 0; i < 2 && IsInTransaction(connection_.get()); ++i) {
+    const SideConnection::Shield shield(connection_);
+    if (IsInTransaction(connection_.get())) {
         mduckdb::Rollback(connection_.get());
     }
 }

@@ -43,9 +43,10 @@ class TableAppender : nbx::noncopyable {
     /** Stores the collected rows in the transaction, which begins now if there is none. False and DuckDB's
         text on failure; then the transaction must be rolled back. The collected rows stay. */
     bool Store(std::string& error);
-    /** No interrupt reaches this: the outcome would be unknown. */
+    // No interrupt reaches these two: the outcome would be unknown.
     bool Commit(std::string& error);
     void Rollback() noexcept;
+
     /** After `Store` failed and was rolled back: the first of the collected rows that DuckDB does not store,
         counted from 1, and DuckDB's text for it. 0 if that is unknown, or an interrupt came; the text is
         unchanged then. Stores nothing. Throws `std::bad_alloc`. */
