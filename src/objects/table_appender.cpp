@@ -82,6 +82,8 @@ void TableAppender::Open(const DatabaseLink& link, const nbx::mrsql::DuckDBAppen
         AddEveryColumn(catalog, schema, table);
     }
     std::vector<LogicalTypeHolder> types;
+    // A vector that cannot grow would leak the type.
+    types.reserve(names_.size());
     for (idx_t i = 0; i < names_.size(); ++i) {
         types.emplace_back(duckdb_appender_column_type(appender_.get(), i));
     }
