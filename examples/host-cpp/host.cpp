@@ -287,36 +287,23 @@ void ShowProgress(I_DuckDBDatabase& database) {
 }
 
 void ShowAppender(I_DuckDBDatabase& database) {
-    database.SqlExecute(
-        FromUtf8("CREATE TABLE readings (sensor INTEGER, value DOUBLE, note VARCHAR DEFAULT 'new')"),
-        nullptr);
+    database.SqlExecute(FromUtf8("CREATE TABLE notes (number BIGINT, text VARCHAR)"), nullptr);
     // docs: appender
     auto* appenders = static_cast<nbx::mrsql::I_DuckDBAppenders*>(
         database.QueryInterface(nbx::mrsql::kDuckDBAppendersInterfaceId));
-    const String columns[] = {FromUtf8("sensor"), FromUtf8("value")};
     nbx::mrsql::DuckDBAppenderOptions options;
-    options.table = FromUtf8("readings");
-    options.columns = columns;
-    options.column_count = 2;
+    options.table = FromUtf8("notes");
     options.in_one_transaction = true;
     const auto appender = appenders->CreateAppender(options);
-
-    // A row of host values.
-    const int32_t sensor = 1;
-    const double value = 20.5;
-    const auto row = nbx::MakeObject<nbx::ValueRow>();
-    row->Append(smart_ptr<nbx::I_Value>::Adopt(nbx::CreateValueLong(true, &sensor, nullptr)));
-    row->Append(smart_ptr<nbx::I_Value>::Adopt(nbx::CreateValueDouble(true, &value, nullptr)));
-    appender->AppendRow(row);
-
-    // Three rows as arrays; the second value is NULL. 4 is INTEGER and 11 is DOUBLE in DuckDB's C API.
-    const int32_t sensors[] = {1, 2, 3};
-    const double values[] = {20.5, 0, 22};
+    // A row of host values: a BIGINT and a VARCHAR.
+    appender->AppendRow(MakeRow(1, "first"));
+    // Three rows as arrays; the second text is NULL. 5 is BIGINT and 17 is VARCHAR in DuckDB's C API.
+    const int64_t numbers[] = {2, 3, 4};
+    const nbx::mrsql::DuckDBBytes texts[] = {{"second", 6}, {nullptr, 0}, {"fourth", 6}};
     const uint64_t validity[] = {0b101};
-    const nbx::mrsql::DuckDBColumnArray arrays[] = {{.type = 4, .data = sensors},
-                                                    {.type = 11, .data = values, .validity = validity}};
+    const nbx::mrsql::DuckDBColumnArray arrays[] = {{.type = 5, .data = numbers},
+                                                    {.type = 17, .data = texts, .validity = validity}};
     appender->AppendColumns(arrays, 2, 3);
-
     appender->Close();
     std::cout << "appended: " << appender->get_StoredRowCount() << " rows\n";
     // docs: end

@@ -308,34 +308,35 @@ void DuckDBAppender::StoreRows(bool commit) {
 }
 
 void DuckDBAppender::StoreIn(Work& work, bool commit) {
-    std::string error;
+    Failure error;
     if (table_->get_Rows().get_Count() > 0) {
         const bool is_stored = table_->Store(error);
         // DuckDB forgets an interrupt that came before it began.
         if (!is_stored || work.get_Connection().get_IsInterrupted()) {
-            Fail(work, !is_stored, error);
+            Fail(work, !is_stored, std::move(error));
         }
     }
     // The outcome of a commit that is cut would be unknown.
     work.EndDeadline();
     if (commit && !table_->Commit(error)) {
-        Fail(work, false, error);
+        Fail(work, false, std::move(error));
     }
 }
 
-void DuckDBAppender::Fail(Work& work, bool is_store, const std::string& error) {
+void DuckDBAppender::Fail(Work& work, bool is_store, Failure error) {
     work.EndDeadline();
     table_->Rollback();
     const bool is_interrupted = work.get_Connection().TakeInterrupted();
-    std::string reason = work.get_IsCut() ? DescribeCut(work.get_Limit()) : error;
-    const uint64_t row =
-        is_store && !is_interrupted && !work.get_IsCut() ? table_->FindFailingRow(reason) : 0;
-    const std::string text = DescribeRows(row) + ": " + reason;
+    if (work.get_IsCut()) {
+        error = {DescribeCut(work.get_Limit()), nullptr};
+    }
+    const uint64_t row = is_store && !is_interrupted && !work.get_IsCut() ? table_->FindFailingRow(error) : 0;
+    error.text = DescribeRows(row) + ": " + error.text;
     Discard();
     if (is_interrupted) {
-        throw nbx::xInterruptError(kInterruptErrorCode);
+        ThrowInterrupted();
     }
-    tie_.get_Link()->ThrowError(text);
+    ThrowDuckDBError(tie_.get_Link()->get_ErrorPath(), error);
 }
 
 void DuckDBAppender::Discard() noexcept {

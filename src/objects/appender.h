@@ -65,7 +65,7 @@ class DuckDBAppender final : public nbx::Counted<nbx::mrsql::I_DuckDBAppender>, 
     void StoreRows(bool commit) NBX_REQUIRES(mutex_);
     void StoreIn(Work& work, bool commit) NBX_REQUIRES(mutex_);
     /** After a failure: rolls back, discards all pending rows and throws. */
-    [[noreturn]] void Fail(Work& work, bool is_store, const std::string& error) NBX_REQUIRES(mutex_);
+    [[noreturn]] void Fail(Work& work, bool is_store, Failure error) NBX_REQUIRES(mutex_);
     void Discard() noexcept NBX_REQUIRES(mutex_);
     /** The numbers of the pending rows in words. */
     std::string DescribeRows(uint64_t failing_row) const NBX_REQUIRES(mutex_);

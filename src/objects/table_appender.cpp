@@ -5,6 +5,7 @@
 
 #include "base/errors.h"
 #include "base/text.h"
+#include "duckdb_internals/failures.h"
 #include "duckdb_internals/statement_pieces.h"
 #include "objects/rollback.h"
 
@@ -25,18 +26,20 @@ struct TableDescriptionTraits {
 using TableDescriptionHolder = Holder<TableDescriptionTraits>;
 
 /** DuckDB's JSON error, which may follow other words, as its plain text. */
-std::string ToPlainText(const std::string& text) {
+Failure PlainFailureOf(const std::string& text) {
     const std::size_t begin = text.find("{\"");
     if (begin == text.npos) {
-        return text;
+        return FailureOf(text.c_str(), "");
     }
+    Failure failure = FailureOf(text.c_str() + begin, "");
     const DuckDBErrorInfo info = ReadDuckDBError(text.c_str() + begin);
-    return info.type.isEmpty() ? text : ToUtf8(info.type) + " Error: " + ToUtf8(info.message);
+    failure.text = info.type.isEmpty() ? text : ToUtf8(info.type) + " Error: " + ToUtf8(info.message);
+    return failure;
 }
 
-std::string FailureOf(duckdb_appender appender) {
+Failure FailureOfAppender(duckdb_appender appender) {
     const ErrorDataHolder error(duckdb_appender_error_data(appender));
-    return ToPlainText(
+    return PlainFailureOf(
         TextOr(error ? duckdb_error_data_message(error.get()) : nullptr, "DuckDB stores no rows"));
 }
 
@@ -74,7 +77,7 @@ void TableAppender::Open(const DatabaseLink& link, const nbx::mrsql::DuckDBAppen
     const duckdb_state state = duckdb_appender_create_ext(connection_.get(), OrNull(catalog), OrNull(schema),
                                                           table.c_str(), appender_.Receive());
     if (state != DuckDBSuccess) {
-        link.ThrowError(FailureOf(appender_.get()));
+        ThrowDuckDBError(link.get_ErrorPath(), FailureOfAppender(appender_.get()));
     }
     if (options.columns != nullptr) {
         AddColumns(link, options);
@@ -103,7 +106,9 @@ void TableAppender::AddColumns(const DatabaseLink& link, const nbx::mrsql::DuckD
     for (uint32_t i = 0; i < options.column_count; ++i) {
         const std::string name = NameOf(link, options.columns[i]);
         if (duckdb_appender_add_column(appender_.get(), name.c_str()) != DuckDBSuccess) {
-            link.ThrowError("Column " + QuoteIdentifier(name) + ": " + FailureOf(appender_.get()));
+            Failure failure = FailureOfAppender(appender_.get());
+            failure.text = "Column " + QuoteIdentifier(name) + ": " + failure.text;
+            ThrowDuckDBError(link.get_ErrorPath(), failure);
         }
         names_.push_back(options.columns[i]);
     }
@@ -128,35 +133,35 @@ void TableAppender::AddEveryColumn(const std::string& catalog, const std::string
     }
 }
 
-bool TableAppender::Run(const char* sql, std::string& error) {
+bool TableAppender::Run(const char* sql, Failure& error) {
     ResultHolder result;
     if (duckdb_query(connection_.get(), sql, result.Receive()) == DuckDBSuccess) {
         return true;
     }
-    error = ToPlainText(TextOr(duckdb_result_error(result.get()), "Unknown execute error"));
+    error = PlainFailureOf(TextOr(duckdb_result_error(result.get()), "Unknown execute error"));
     return false;
 }
 
-bool TableAppender::Store(std::string& error) {
+bool TableAppender::Store(Failure& error) {
     return StoreFirst(rows_->get_Count(), error);
 }
 
-bool TableAppender::StoreFirst(idx_t count, std::string& error) {
+bool TableAppender::StoreFirst(idx_t count, Failure& error) {
     if (!IsInTransaction(connection_.get()) && !Run("BEGIN TRANSACTION", error)) {
-        failure_ = DUCKDB_ERROR_INVALID;
+        last_failure_ = DUCKDB_ERROR_INVALID;
         return false;
     }
     const bool is_stored =
         rows_->AppendTo(appender_.get(), count) && duckdb_appender_flush(appender_.get()) == DuckDBSuccess;
     if (!is_stored) {
         const ErrorDataHolder data(duckdb_appender_error_data(appender_.get()));
-        failure_ = data ? duckdb_error_data_error_type(data.get()) : DUCKDB_ERROR_INVALID;
-        error = FailureOf(appender_.get());
+        last_failure_ = data ? duckdb_error_data_error_type(data.get()) : DUCKDB_ERROR_INVALID;
+        error = FailureOfAppender(appender_.get());
     }
     return is_stored;
 }
 
-bool TableAppender::Commit(std::string& error) {
+bool TableAppender::Commit(Failure& error) {
     const SideConnection::Shield shield(connection_);
     return !IsInTransaction(connection_.get()) || Run("COMMIT", error);
 }
@@ -169,23 +174,24 @@ void TableAppender::Rollback() noexcept {
     }
 }
 
-uint64_t TableAppender::FindFailingRow(std::string& error) {
+uint64_t TableAppender::FindFailingRow(Failure& error) {
     const idx_t count = rows_->get_Count();
     idx_t fine = 0;
     idx_t failing = count + 1;
-    std::string found;
+    Failure found;
     // All of them first: in one transaction the failure may come from earlier rows, which are gone.
-    for (idx_t tried = count; IsOfARow(failure_) && failing - fine > 1; tried = fine + (failing - fine) / 2) {
-        std::string text;
-        if (StoreFirst(tried, text)) {
+    for (idx_t tried = count; IsOfARow(last_failure_) && failing - fine > 1;
+         tried = fine + (failing - fine) / 2) {
+        Failure failure;
+        if (StoreFirst(tried, failure)) {
             fine = tried;
         } else {
             failing = tried;
-            found = std::move(text);
+            found = std::move(failure);
         }
         Rollback();
     }
-    if (!IsOfARow(failure_) || failing > count) {
+    if (!IsOfARow(last_failure_) || failing > count) {
         return 0;
     }
     error = std::move(found);

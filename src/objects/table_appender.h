@@ -7,6 +7,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/error_facts.h"
 #include "base/holders.h"
 #include "duckdb_internals/chunk_rows.h"
 #include "nbx/mrsql/duckdb_appender.h"
@@ -41,29 +42,29 @@ class TableAppender : nbx::noncopyable {
     InterruptibleConnection& get_Interruptible() noexcept { return connection_.get_Interruptible(); }
 
     /** Stores the collected rows in the transaction, which begins now if there is none. False and DuckDB's
-        text on failure; then the transaction must be rolled back. The collected rows stay. */
-    bool Store(std::string& error);
+        error on failure; then the transaction must be rolled back. The collected rows stay. */
+    bool Store(Failure& error);
     // No interrupt reaches these two: the outcome would be unknown.
-    bool Commit(std::string& error);
+    bool Commit(Failure& error);
     void Rollback() noexcept;
 
     /** After `Store` failed and was rolled back: the first of the collected rows that DuckDB does not store,
-        counted from 1, and DuckDB's text for it. 0 if that is unknown, or an interrupt came; the text is
+        counted from 1, and DuckDB's error for it. 0 if that is unknown, or an interrupt came; the error is
         unchanged then. Stores nothing. Throws `std::bad_alloc`. */
-    uint64_t FindFailingRow(std::string& error);
+    uint64_t FindFailingRow(Failure& error);
 
   private:
     void AddColumns(const DatabaseLink& link, const nbx::mrsql::DuckDBAppenderOptions& options);
     void AddEveryColumn(const std::string& catalog, const std::string& schema, const std::string& table);
-    bool Run(const char* sql, std::string& error);
-    bool StoreFirst(idx_t count, std::string& error);
+    bool Run(const char* sql, Failure& error);
+    bool StoreFirst(idx_t count, Failure& error);
 
     SideConnection connection_;
     AppenderHolder appender_;
     std::vector<nbx::String> names_;
     std::unique_ptr<ChunkRows> rows_;
     /** Of the last rows that could not be stored. */
-    duckdb_error_type failure_ = DUCKDB_ERROR_INVALID;
+    duckdb_error_type last_failure_ = DUCKDB_ERROR_INVALID;
 };
 
 }  // namespace mduckdb

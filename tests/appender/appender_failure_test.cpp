@@ -4,6 +4,7 @@
 #include "appender_fixture.h"
 #include "nbx/hooks.h"
 #include "nbx/mrsql/duckdb_deadlines.h"
+#include "nbx/mrsql/duckdb_error_facts.h"
 
 namespace mduckdb::test {
 namespace {
@@ -114,6 +115,21 @@ TEST_F(AppenderTest, OfOneTransactionNamesTheRowThatTheReasonIsOf) {
     EXPECT_EQ(Catch([&] { appender->Commit(); }),
               MemoryError("Row 2051: Constraint Error: NOT NULL constraint failed: t.n"));
     EXPECT_EQ(Scalar("SELECT count(*) FROM t"), "0");
+}
+
+TEST_F(AppenderTest, StatesTheFactsOfAFailedFlush) {
+    Direct("CREATE TABLE t (i INTEGER NOT NULL)");
+    const Appender appender = Open("t");
+    appender->AppendRow(Row({nullptr}));
+    try {
+        appender->Flush();
+        FAIL();
+    } catch (const nbx::mrsql::xDuckDBError& error) {
+        const auto* const facts = nbx::mrsql::FindDuckDBErrorFacts(error);
+        ASSERT_NE(facts, nullptr);
+        EXPECT_EQ(Utf8(facts->get_KindName()), "Constraint");
+        EXPECT_EQ(Utf8(facts->get_PlainMessage()), "NOT NULL constraint failed: t.i");
+    }
 }
 
 TEST_F(AppenderTest, ClosesEvenIfTheRowsCannotBeStored) {
