@@ -149,4 +149,11 @@ void PrintResults(smart_ptr<I_DuckDBQueryResult> result, Printer& printer, const
     }
 }
 
+void RequireAllRows(I_DuckDBCursor& cursor) {
+    const std::string failure = DescribeFetchFailure(cursor);
+    if (!failure.empty()) {
+        throw xFetchError(failure);
+    }
+}
+
 }  // namespace mduckdb_host

@@ -21,6 +21,10 @@ void PrintCursor(const nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor>& cursor, Print
 void PrintResults(nbx::smart_ptr<nbx::mrsql::I_DuckDBQueryResult> result, Printer& printer,
                   const StopTest& is_stopped = nullptr);
 
+/** Throws `xFetchError` when the cursor has come to the end of its rows because fetching the next one failed.
+ */
+void RequireAllRows(nbx::mrsql::I_DuckDBCursor& cursor);
+
 /** A result ended before its last row; `what()` is DuckDB's text. */
 class xFetchError : public std::runtime_error {
   public:

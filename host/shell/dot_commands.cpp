@@ -4,6 +4,7 @@
 
 #include "databases/backups.h"
 #include "databases/census.h"
+#include "databases/dump.h"
 #include "databases/interruption.h"
 #include "databases/results.h"
 #include "mirona/extension_api.h"
@@ -115,6 +116,15 @@ void SchemaCommand(Session& session, const Words& words) {
     }
 }
 
+void DumpCommand(Session& session, const Words& /*words*/) {
+    const DatabasePtr database = session.get_Current().database;
+    InterruptWatch watch(database);
+    WriteDump(database, [&](std::string_view text) {
+        watch.EndProgress();
+        session.Print(text);
+    });
+}
+
 void LinesCommand(Session& session, const Words& /*words*/) {
     session.ToggleLines();
 }
@@ -201,6 +211,7 @@ constexpr DotCommand kCommands[] = {
     {".close", "[NAME]", "close a database (default: the current one)", 0, 1, CloseCommand},
     {".cursor", "server|client", "choose where the rows of a result are kept", 1, 1, CursorCommand},
     {".databases", "", "list the open databases", 0, 0, DatabasesCommand},
+    {".dump", "", "write the database as SQL that creates it again", 0, 0, DumpCommand},
     {".exit", "", "leave the shell", 0, 0, QuitCommand},
     {".headers", "on|off", "begin table and csv with the names of the columns", 1, 1, HeadersCommand},
     {".help", "[COMMAND]", "describe the dot commands", 0, 1, HelpCommand},

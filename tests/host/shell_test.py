@@ -151,6 +151,63 @@ class PipeShellTest(HostCase):
         self.assertEqual(out, "2 rows imported\n2 rows imported\nn,s\n4,6\n4 rows imported\n\nn\n4\n")
         self.assertIn("nope.csv", self.shell(".import nope.csv t\n", status=1)[1])
 
+    def test_dump_is_sql_that_creates_the_same_database(self):
+        make = r"""
+            CREATE SCHEMA "we ird"; CREATE SEQUENCE s START 5; CREATE TYPE mood AS ENUM ('ok', 'sad');
+            CREATE TABLE p (id INTEGER PRIMARY KEY, twice INTEGER GENERATED ALWAYS AS (id * 2), m mood DEFAULT 'ok',
+                st STRUCT(a INTEGER, b VARCHAR), l VARCHAR[], mp MAP(VARCHAR, INTEGER), b BLOB, bits BIT, iv INTERVAL,
+                tz TIMESTAMPTZ, ttz TIMETZ, d DOUBLE, f FLOAT, e DECIMAL(38,5), u UUID, h HUGEINT, bn BIGNUM,
+                ns TIMESTAMP_NS, tn TIME_NS, j JSON, a INTEGER[3], day DATE, yes BOOLEAN);
+            INSERT INTO p (id, m, st, l, mp, b, bits, iv, tz, ttz, d, f, e, u, h, bn, ns, tn, j, a, day, yes) VALUES
+                (1, 'sad', {'a': 1, 'b': 'x, ''y'' "z" \'}, ['a, b', NULL, 'NULL', '', '[', ' sp '],
+                 MAP {'k=v': 1}, '\x00a'::BLOB, '0101', '1 year 2 days 3.5 s', '2024-01-02 03:04:05.678+02',
+                 '03:04:05+02', 0.1, 1e-20, -1.5, 'a1b2c3d4-0000-4000-8000-00000000ffff',
+                 -170141183460469231731687303715884105728, '-123456789012345678901234567890',
+                 '2024-01-02 03:04:05.123456789', '03:04:05.123456789', '{"a": [1, null]}', [1, 2, 3], 'infinity', true),
+                (2, NULL, NULL, NULL, NULL, NULL, NULL, NULL, NULL, NULL, 'nan', '-inf', NULL, NULL, NULL, NULL, NULL,
+                 NULL, NULL, NULL, NULL, NULL);
+            CREATE TABLE "we ird"."a ""quote. d" (i INTEGER, "a, b" VARCHAR);
+            INSERT INTO "we ird"."a ""quote. d" SELECT range, CASE range % 3 WHEN 0 THEN 'it''s' || chr(0) || 'x'
+                WHEN 1 THEN NULL ELSE 'two' || chr(10) || 'lines; Größe' END FROM range(1201);
+            CREATE TABLE child (i INTEGER REFERENCES p(id)); INSERT INTO child VALUES (1);
+            CREATE VIEW v AS SELECT id FROM p; CREATE MACRO m(x) AS x + 1; CREATE INDEX ix ON child(i);
+            CREATE TABLE empty (i INTEGER); SELECT nextval('s');"""
+        self.output("create", "a.db")
+        self.execute("a.db", make)
+        # Neither another schema nor a temporary table of the same name gets in the way.
+        out, _ = self.shell("CREATE TEMP TABLE child (i INTEGER);\nUSE \"we ird\";\n.output dump.sql\n.dump\n", "a.db")
+        self.assertEqual(out, "")
+        with open(self.path("dump.sql")) as file:
+            script = file.read()
+        self.assertEqual(script.count("INSERT INTO"), 5)
+        self.shell(script, "b.db", "--bail")
+        tables = ("p", '"we ird"."a ""quote. d"', "child", "empty")
+        for table in tables:
+            self.assertEqual(self.sql("b.db", f"FROM {table}"), self.sql("a.db", f"FROM {table}"))
+        self.assertEqual(self.shell(".schema\n", "b.db"), self.shell(".schema\n", "a.db"))
+        self.assertEqual(self.sql("b.db", "SELECT nextval('s'), m(1)"), [[6, 2]])
+        # DuckDB itself finds no difference.
+        names = [table if table.startswith('"') else "main." + table for table in tables]
+        different = " UNION ALL ".join(f"(SELECT '{name}' FROM (FROM {one}.{name} EXCEPT ALL FROM {other}.{name}))"
+                                       for name in names for one, other in ("ab", "ba"))
+        self.assertEqual(self.shell("ATTACH 'a.db' AS a (READ_ONLY);\nATTACH 'b.db' AS b (READ_ONLY);\n"
+                                    f"SELECT count(*) AS n FROM ({different});\n")[0], "n\n0\n")
+
+    def test_dump_refuses_what_would_not_survive_it(self):
+        for column, value in (("UNION(n INTEGER, t VARCHAR)", "5"), ("VARIANT", "42::VARIANT")):
+            out, error = self.shell(f"CREATE TABLE t (c {column});\nINSERT INTO t VALUES ({value});\n.dump\n", status=1)
+            self.assertNotIn("INSERT", out)
+            self.assertRegex(error, r"Values of t\.\"c\", type .*, cannot be written as text\. Use \.backup\.")
+        out, error = self.shell("CREATE TYPE odd AS ENUM ('it''s');\n.dump\n", status=1)
+        self.assertNotIn("CREATE", out)
+        self.assertIn("DuckDB cannot read its own schema of this database. Use .backup.", error)
+
+    def test_dump_is_of_one_moment_and_leaves_a_transaction_open(self):
+        out, _ = self.shell("CREATE TABLE t (i INTEGER);\nBEGIN;\nINSERT INTO t VALUES (7);\n.dump\nROLLBACK;\n"
+                            "SELECT count(*) AS n FROM t;\n")
+        self.assertIn('INSERT INTO t ("i") VALUES\n(7);\nCOMMIT;\n', out)
+        self.assertTrue(out.endswith("n\n0\n"), out)
+
     def test_exit_quit_and_help_need_no_dot(self):
         for word in ("exit", "quit", "exit;", "quit ; "):
             self.assertEqual(self.shell(f"SELECT 1 AS a;\n{word}\nSELECT 2 AS b;\n")[0], "a\n1\n")
