@@ -9,6 +9,7 @@
 #include <nbx/hooks.h>
 #include <nbx/location.h>
 #include <nbx/mrsql/duckdb_appender.h>
+#include <nbx/mrsql/duckdb_arrow.h>
 #include <nbx/mrsql/duckdb_budget.h>
 #include <nbx/mrsql/duckdb_census.h>
 #include <nbx/mrsql/duckdb_deadlines.h>
@@ -23,6 +24,7 @@
 #include <chrono>
 #include <cstring>
 #include <iostream>
+#include <numeric>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -262,6 +264,24 @@ void ShowStream(I_DuckDBDatabase& database) {
     std::cout << "stream: the first 1000 rows add up to " << sum << '\n';
 }
 
+void ShowArrow(I_DuckDBDatabase& database) {
+    // docs: arrow
+    const auto cursor =
+        database.SqlSelect(FromUtf8("SELECT range AS n FROM range(5000)"), kServerCursor, nullptr);
+    ArrowArrayStream stream{};
+    static_cast<nbx::mrsql::I_DuckDBArrow*>(cursor->QueryInterface(nbx::mrsql::kDuckDBArrowInterfaceId))
+        ->ExportStream(stream);
+    int64_t sum = 0;
+    for (ArrowArray array{}; stream.get_next(&stream, &array) == 0 && array.release != nullptr;) {
+        const auto* numbers = static_cast<const int64_t*>(array.children[0]->buffers[1]);
+        sum = std::accumulate(numbers, numbers + array.length, sum);
+        array.release(&array);
+    }
+    stream.release(&stream);
+    // docs: end
+    std::cout << "arrow: the numbers add up to " << sum << '\n';
+}
+
 void ShowProgress(I_DuckDBDatabase& database) {
     database.SqlExecute(FromUtf8("CREATE TABLE numbers AS SELECT range AS n FROM range(2000000)"), nullptr);
     std::atomic<int> percent{0};
@@ -372,6 +392,7 @@ void Run(const char* folder_text, const char* module) {
     ShowInterruption(*database);
     ShowTimeLimit(*database);
     ShowStream(*database);
+    ShowArrow(*database);
     ShowProgress(*database);
     ShowAppender(*database);
     ShowBudget(*extension);

@@ -1,6 +1,7 @@
 #include "nbx/foreign_plugin.h"
 #include "nbx/location.h"
 #include "nbx/mrsql/duckdb_appender.h"
+#include "nbx/mrsql/duckdb_arrow.h"
 #include "nbx/mrsql/duckdb_budget.h"
 #include "nbx/mrsql/duckdb_census.h"
 #include "nbx/mrsql/duckdb_cursor.h"
@@ -59,6 +60,7 @@ namespace mrsql {
 
 I_DuckDBAppender::~I_DuckDBAppender() = default;
 I_DuckDBAppenders::~I_DuckDBAppenders() = default;
+I_DuckDBArrow::~I_DuckDBArrow() = default;
 I_DuckDBBudget::~I_DuckDBBudget() = default;
 I_DuckDBCensus::~I_DuckDBCensus() = default;
 I_DuckDBCensusReader::~I_DuckDBCensusReader() = default;

@@ -110,6 +110,17 @@ DuckDBCursor_imp::RecordPlace DuckDBCursor_client::FindRecord() {
     return {found_chunk_.get(), current_record_ - found_after_ - 1};
 }
 
+DuckDBCursor_imp::ArrowStart DuckDBCursor_client::FindArrowStart() {
+    if (CountComputedRows() < row_count_) {
+        ThrowError(
+            "DuckDB computed the rows of this client cursor while they were read and no longer has them");
+    }
+    ArrowStart start;
+    start.is_from_first_row = true;
+    start.passed_rows = current_record_;
+    return start;
+}
+
 uint32_t DuckDBCursor_client::get_RecordCount() {
     RequireValid();
     return row_count_;

@@ -32,6 +32,7 @@ class DuckDBCursor_client final : public DuckDBCursor_imp {
 
   protected:
     RecordPlace FindRecord() override;
+    ArrowStart FindArrowStart() override;
 
   private:
     void ReadRows();

@@ -121,6 +121,11 @@ void* DuckDBCursor_imp::QueryInterface(uint32_t interface_id) {
              nbx::mrsql::I_ExactDecimals* decimals = &static_cast<DuckDBCursor_imp*>(object)->exact_decimals_;
              return decimals;
          }},
+        {nbx::mrsql::kDuckDBArrowInterfaceId,
+         [](void* object) -> void* {
+             nbx::mrsql::I_DuckDBArrow* arrow = &static_cast<DuckDBCursor_imp*>(object)->arrow_export_;
+             return arrow;
+         }},
         {0, nullptr},
     };
     return nbx::InterfaceTableQueryInterface(this, kTable, interface_id);
@@ -209,6 +214,9 @@ void DuckDBCursor_imp::ReleaseResult() noexcept {
     const nbx::MutexLock lock(result_mutex_);
     scan_.Reset();
     second_scan_.Reset();
+    for (ResultScanHolder& scan : arrow_scans_) {
+        scan.Reset();
+    }
     result_.Reset();
     ReleaseConnection();
 }

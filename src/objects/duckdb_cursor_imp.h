@@ -4,11 +4,13 @@
 
 #include <atomic>
 #include <boost/container/small_vector.hpp>
+#include <list>
 
 #include "base/engine_lock.h"
 #include "base/holders.h"
 #include "duckdb_internals/managed_results.h"
 #include "nbx/foreign_plugin.h"
+#include "nbx/mrsql/duckdb_arrow.h"
 #include "nbx/mrsql/duckdb_cursor.h"
 #include "objects/database_link.h"
 
@@ -33,6 +35,16 @@ class ExactDecimals final : public nbx::mrsql::I_ExactDecimals {
   public:
     explicit ExactDecimals(DuckDBCursor_imp& cursor) : cursor_(cursor) {}
     nbx::String get_DecimalText(uint32_t column_index) override;
+
+  private:
+    DuckDBCursor_imp& cursor_;
+};
+
+/** Exports the rest of a cursor's rows. The cursor owns it. */
+class ArrowExport final : public nbx::mrsql::I_DuckDBArrow {
+  public:
+    explicit ArrowExport(DuckDBCursor_imp& cursor) : cursor_(cursor) {}
+    void ExportStream(ArrowArrayStream& stream) override;
 
   private:
     DuckDBCursor_imp& cursor_;
@@ -112,6 +124,20 @@ class DuckDBCursor_imp : public nbx::Counted<nbx::mrsql::I_DuckDBCursor>, public
     /** Throws if there is no current record. The cursor is valid. */
     virtual RecordPlace FindRecord() = 0;
 
+    /** Where the rows after the current record begin. */
+    struct ArrowStart {
+        /** Those of them that were fetched, or null. */
+        ChunkHolder rows;
+        /** Whether the others are fetched by a scan of their own from the first row on, past so many rows,
+            or where the cursor's own scan is. */
+        bool is_from_first_row = false;
+        uint64_t passed_rows = 0;
+    };
+    /** Changes nothing. The cursor is valid. Throws if its rows cannot be exported. */
+    virtual ArrowStart FindArrowStart() = 0;
+    /** A stream has the rows from now on, unless it reads them by a scan of its own. */
+    virtual void HandOverRows() noexcept {}
+
     /** What `FetchChunk` does under the mutex of the result, which is there. */
     virtual ChunkHolder ReadChunk(ResultScanHolder& scan);
     /** The next rows, under the same mutex; null at their end and after a failure, whose text it gives or
@@ -130,6 +156,12 @@ class DuckDBCursor_imp : public nbx::Counted<nbx::mrsql::I_DuckDBCursor>, public
 
   private:
     friend class ExactDecimals;
+    friend class ArrowExport;
+    class ArrowReader;
+
+    void ExportArrowStream(ArrowArrayStream& stream);
+    ResultScanHolder& AddArrowScan();
+    void RemoveArrowScan(const ResultScanHolder& scan) noexcept;
 
     ChunkHolder FetchChunk(ResultScanHolder& scan);
     static constexpr std::size_t kInlineNames = 10;
@@ -149,6 +181,7 @@ class DuckDBCursor_imp : public nbx::Counted<nbx::mrsql::I_DuckDBCursor>, public
     boost::container::small_vector<uint32_t, kInlineTypes> column_types_;
     FetchStatus fetch_status_;
     ExactDecimals exact_decimals_{*this};
+    ArrowExport arrow_export_{*this};
     /** A client cursor reads its rows without the engine lock: this one, taken after it, keeps the result in
         place for one chunk. */
     nbx::Mutex result_mutex_;
@@ -156,6 +189,8 @@ class DuckDBCursor_imp : public nbx::Counted<nbx::mrsql::I_DuckDBCursor>, public
     ResultScanHolder scan_;
     /** For `FetchChunkAgain`. */
     ResultScanHolder second_scan_;
+    /** Of the Arrow streams that have their own; empty once the result is released. */
+    std::list<ResultScanHolder> arrow_scans_;
     /** Whether there is a result, for the calls that take no lock. */
     std::atomic<bool> has_result_{false};
 };

@@ -1,5 +1,7 @@
 #include "objects/duckdb_cursor_server.h"
 
+#include "duckdb_internals/arrow_rows.h"
+
 namespace mduckdb {
 
 void DuckDBCursor_server::Refuse(const char* message) const {
@@ -46,7 +48,14 @@ bool DuckDBCursor_server::MoveToNextRow() {
     return static_cast<bool>(chunk_);
 }
 
+void DuckDBCursor_server::RequireRows() const {
+    if (has_handed_over_rows_) {
+        ThrowError("The rest of the rows was exported as an Arrow stream");
+    }
+}
+
 void DuckDBCursor_server::MoveToNextChunk() {
+    RequireRows();
     if (!next_chunk_) {
         next_chunk_ = FetchChunk();
     }
@@ -82,6 +91,24 @@ nbx::smart_ptr<nbx::I_Value> DuckDBCursor_server::get_Value(uint32_t column_inde
 DuckDBCursor_imp::RecordPlace DuckDBCursor_server::FindRecord() {
     RequireRecord();
     return {chunk_.get(), row_in_chunk_};
+}
+
+DuckDBCursor_imp::ArrowStart DuckDBCursor_server::FindArrowStart() {
+    RequireRows();
+    ArrowStart start;
+    if (next_chunk_) {  // the rows of the other one were all read
+        start.rows = CopyRows(next_chunk_.get(), 0);
+    } else if (chunk_) {
+        start.rows = CopyRows(chunk_.get(), row_in_chunk_ + 1);
+    }
+    return start;
+}
+
+void DuckDBCursor_server::HandOverRows() noexcept {
+    has_handed_over_rows_ = true;
+    // The cells stay bound to it, but are only read while there is a chunk, and none comes.
+    chunk_.Reset();
+    next_chunk_.Reset();
 }
 
 }  // namespace mduckdb

@@ -34,8 +34,12 @@ class DuckDBCursor_server : public DuckDBCursor_imp {
     /** `NextRecord` without the engine lock. */
     bool MoveToNextRow();
     RecordPlace FindRecord() override;
+    ArrowStart FindArrowStart() override;
+    void HandOverRows() noexcept override;
 
   private:
+    /** Throws if an Arrow stream has them. */
+    void RequireRows() const;
     /** Throws if there is no current record. */
     void RequireRecord() const;
     /** Throws for operations that only a client cursor supports. */
@@ -44,11 +48,12 @@ class DuckDBCursor_server : public DuckDBCursor_imp {
        where it is. */
     void MoveToNextChunk();
 
-    /** Null before the first row and after the last. */
+    /** Null before the first row, after the last, and once a stream has the rows. */
     ChunkHolder chunk_;
     /** Fetched, but not moved to, since memory ran out; else null. */
     ChunkHolder next_chunk_;
     uint64_t row_in_chunk_ = 0;
+    bool has_handed_over_rows_ = false;
     /** Bound to the chunk. */
     CellReader cells_{ConvertVariant};
 };

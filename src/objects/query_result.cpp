@@ -7,6 +7,7 @@
 #include "base/errors.h"
 #include "duckdb_internals/results.h"
 #include "nbx/foreign_plugin.h"
+#include "nbx/mrsql/duckdb_arrow.h"
 #include "objects/cursor.h"
 #include "objects/operation.h"
 
@@ -17,7 +18,8 @@ namespace {
     requested. It is in the database's list from construction to destruction, even if it was closed in
     between. */
 class DuckDBQueryResult final : public nbx::Counted<nbx::mrsql::I_DuckDBQueryResult>,
-                                public nbx::ForeignPlugin_imp {
+                                public nbx::ForeignPlugin_imp,
+                                public nbx::mrsql::I_DuckDBArrow {
   public:
     DuckDBQueryResult(SharedLink link, uint32_t cursor_location);
     ~DuckDBQueryResult() override;
@@ -35,6 +37,7 @@ class DuckDBQueryResult final : public nbx::Counted<nbx::mrsql::I_DuckDBQueryRes
     nbx::String get_ErrorType() const override { return error_.type; }
     nbx::smart_ptr<nbx::mrsql::I_DuckDBQueryResult> NextResult() override;
     void Close() override;
+    void ExportStream(ArrowArrayStream& stream) override;
 
     /** Takes ownership of the list unless it throws. The results are in reverse: the last one is this link's.
         `size` is that of all of them. */
@@ -54,6 +57,8 @@ class DuckDBQueryResult final : public nbx::Counted<nbx::mrsql::I_DuckDBQueryRes
     /** For `get_Cursor`, which takes no engine lock while the database may be closing on another thread. */
     mutable nbx::Mutex cursor_mutex_;
     nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor> cursor_ NBX_GUARDED_BY(cursor_mutex_);
+    /** Whether the rows were exported through this object, whose closing then closes the cursor too. */
+    bool is_exported_ NBX_GUARDED_BY(gEngineLock) = false;
     ResultHolder result_;
     /** The results of the links that follow, the next one last, so that passing them on moves none. */
     ResultList remaining_;
@@ -130,6 +135,8 @@ void* DuckDBQueryResult::QueryInterface(uint32_t interface_id) {
     static constexpr nbx::InterfaceItem kTable[] = {
         {nbx::mrsql::kDuckDBQueryResultInterfaceId,
          nbx::CastToInterface<DuckDBQueryResult, nbx::mrsql::I_DuckDBQueryResult>},
+        {nbx::mrsql::kDuckDBArrowInterfaceId,
+         nbx::CastToInterface<DuckDBQueryResult, nbx::mrsql::I_DuckDBArrow>},
         {0, nullptr},
     };
     return nbx::InterfaceTableQueryInterface(this, kTable, interface_id);
@@ -148,8 +155,22 @@ nbx::smart_ptr<nbx::mrsql::I_DuckDBQueryResult> DuckDBQueryResult::NextResult() 
     return next;
 }
 
+void DuckDBQueryResult::ExportStream(ArrowArrayStream& stream) {
+    const EngineLockScope lock;
+    const auto cursor = get_Cursor();
+    if (!cursor) {
+        ThrowDetachedError("The query result has no rows");
+    }
+    static_cast<nbx::mrsql::I_DuckDBArrow*>(cursor->QueryInterface(nbx::mrsql::kDuckDBArrowInterfaceId))
+        ->ExportStream(stream);
+    is_exported_ = true;
+}
+
 void DuckDBQueryResult::Close() {
     const EngineLockScope lock;
+    if (const auto cursor = is_exported_ ? get_Cursor() : nullptr) {
+        cursor->Close();
+    }
     ReleaseAll();
 }
 

@@ -1,12 +1,14 @@
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <chrono>
 #include <map>
 #include <thread>
 
 #include "nbx/hooks.h"
 #include "nbx/mrsql/duckdb_appender.h"
+#include "nbx/mrsql/duckdb_arrow.h"
 #include "nbx/mrsql/duckdb_budget.h"
 #include "nbx/mrsql/duckdb_census.h"
 #include "nbx/mrsql/duckdb_deadlines.h"
@@ -188,6 +190,25 @@ TEST(FurtherInterfaces, OfTheBuiltModuleAppendRowsAndColumns) {
               "xDuckDBError 72501 [:memory:] [Row 4, column \"i\": Could not convert string '' to INT32]");
     appender->Close();
     EXPECT_EQ(QueryText(*database, "SELECT string_agg(i || s) FROM t"), "1none,2none,3none");
+}
+
+TEST(FurtherInterfaces, OfTheBuiltModuleExportAnArrowStream) {
+    const auto database = Create(":memory:");
+    const auto cursor = database->SqlSelect(S("FROM range(5000)"), nbx::mrsql::kServerCursor, nullptr);
+    ASSERT_TRUE(cursor->NextRecord());
+    ArrowArrayStream stream{};
+    Find<nbx::mrsql::I_DuckDBArrow>(*cursor, nbx::mrsql::kDuckDBArrowInterfaceId).ExportStream(stream);
+    int64_t rows = 0;
+    for (ArrowArray array{}; stream.get_next(&stream, &array) == 0 && array.release != nullptr;) {
+        rows += array.length;
+        array.release(&array);
+    }
+    EXPECT_EQ(rows, 4999);
+    database->Close();
+    ArrowArray array{};
+    EXPECT_EQ(stream.get_next(&stream, &array), EIO);
+    EXPECT_STREQ(stream.get_last_error(&stream), "The cursor of this Arrow stream was closed");
+    stream.release(&stream);
 }
 
 TEST(FurtherInterfaces, OfTheBuiltModuleDivideABudget) {

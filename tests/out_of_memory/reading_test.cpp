@@ -1,3 +1,4 @@
+#include "../arrow/arrow_reader.h"
 #include "../cursor/cursor_fixture.h"
 #include "each_allocation.h"
 #include "nbx/mrsql/duckdb_extension.h"
@@ -70,6 +71,43 @@ std::string ReadPersistently(I_DuckDBCursor& cursor) {
     return text;
 }
 
+/** The rows as an Arrow stream, with each call repeated until there is memory for it. */
+std::string ExportPersistently(I_DuckDBCursor& cursor) {
+    ArrowArrayStream stream{};
+    Persist([&] {
+        ArrowReader::Find(cursor).ExportStream(stream);
+        return true;
+    });
+    const auto call = [&stream](int code) {
+        if (code != 0) {
+            EXPECT_STREQ(stream.get_last_error(&stream), "Out of memory");
+            EXPECT_EQ(code, ENOMEM);
+            throw std::bad_alloc();
+        }
+        return true;
+    };
+    OwnedSchema schema;
+    Persist([&] { return call(stream.get_schema(&stream, schema.get())); });
+    std::string text = Describe(*schema);
+    for (;;) {
+        OwnedArray array;
+        Persist([&] { return call(stream.get_next(&stream, array.get())); });
+        if (!array) {
+            break;
+        }
+        text += Describe(*schema, *array);
+    }
+    stream.release(&stream);
+    return text;
+}
+
+std::string ExportWhole(I_DuckDBCursor& cursor) {
+    ArrowReader reader(cursor);
+    OwnedSchema schema = reader.Schema();
+    int64_t count = 0;
+    return Describe(*schema) + reader.Rest(count);
+}
+
 class ReadingOutOfMemory : public testing::Test {
   protected:
     Cursor Select(const std::string& sql, uint32_t location) const {
@@ -93,6 +131,18 @@ TEST_F(ReadingOutOfMemory, EveryCallOfAServerCursorIsAnErrorOrExactAndCanBeRepea
     for (const std::string& sql : {SelectEveryType(), SelectVariants(), std::string(kManyRows)}) {
         EXPECT_EQ(ReadPersistently(*Select(sql, kServerCursor)), ReadWhole(*Select(sql, kServerCursor), -1U))
             << sql;
+    }
+}
+
+TEST_F(ReadingOutOfMemory, EveryCallOfAnArrowStreamIsAnErrorOrExactAndCanBeRepeated) {
+    for (const std::string& sql : {SelectEveryType(), SelectVariants(), std::string(kManyRows)}) {
+        for (const uint32_t location : {kServerCursor, kClientCursor}) {
+            const Cursor cursor = Select(sql, location);
+            const Cursor other = Select(sql, location);
+            cursor->NextRecord();
+            other->NextRecord();
+            EXPECT_EQ(ExportPersistently(*cursor), ExportWhole(*other)) << sql;
+        }
     }
 }
 
