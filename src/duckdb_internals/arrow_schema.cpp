@@ -80,16 +80,16 @@ void CopyArrowSchema(const ArrowSchema& schema, ArrowSchema& out) {
     if (schema.dictionary != nullptr) {
         CopyArrowSchema(*schema.dictionary, contents->dictionary);
     }
-    out = {contents->format.c_str(),
-           PointerTo(contents->name),
-           PointerTo(contents->metadata),
+    Contents& copied = *contents;
+    out = {copied.format.c_str(),
+           PointerTo(copied.name),
+           PointerTo(copied.metadata),
            schema.flags,
            schema.n_children,
-           contents->child_pointers.data(),
-           schema.dictionary != nullptr ? &contents->dictionary : nullptr,
+           copied.child_pointers.data(),
+           schema.dictionary != nullptr ? &copied.dictionary : nullptr,
            &ReleaseCopy,
-           contents.get()};
-    contents.release();
+           contents.release()};
 }
 
 }  // namespace mduckdb
