@@ -9,14 +9,12 @@
 #include <nbx/hooks.h>
 #include <nbx/location.h>
 #include <nbx/mrsql/duckdb_appender.h>
-#include <nbx/mrsql/duckdb_arrow.h>
 #include <nbx/mrsql/duckdb_budget.h>
 #include <nbx/mrsql/duckdb_census.h>
 #include <nbx/mrsql/duckdb_deadlines.h>
 #include <nbx/mrsql/duckdb_error_facts.h>
 #include <nbx/mrsql/duckdb_extension.h>
 #include <nbx/mrsql/duckdb_progress.h>
-#include <nbx/mrsql/duckdb_streaming.h>
 #include <nbx/mrsql/registry.h>
 #include <nbx/value.h>
 
@@ -24,11 +22,12 @@
 #include <chrono>
 #include <cstring>
 #include <iostream>
-#include <numeric>
 #include <stdexcept>
 #include <string>
 #include <string_view>
 #include <thread>
+
+#include "rows.h"
 
 #ifndef DEFAULT_MODULE
 #define DEFAULT_MODULE "libmduckdb.so"
@@ -248,38 +247,6 @@ void ShowTimeLimit(I_DuckDBDatabase& database) {
     }
     deadlines->put_TimeLimit(0);
     // docs: end
-}
-
-void ShowStream(I_DuckDBDatabase& database) {
-    // docs: stream
-    auto* streaming = static_cast<nbx::mrsql::I_DuckDBStreaming*>(
-        database.QueryInterface(nbx::mrsql::kDuckDBStreamingInterfaceId));
-    const auto cursor = streaming->OpenStream(FromUtf8("SELECT i FROM range(1000000000000) r(i)"), nullptr);
-    int64_t sum = 0;
-    for (int row = 0; row < 1000 && cursor->NextRecord(); ++row) {
-        sum += cursor->get_Value(0)->get_LLong();
-    }
-    cursor->Close();
-    // docs: end
-    std::cout << "stream: the first 1000 rows add up to " << sum << '\n';
-}
-
-void ShowArrow(I_DuckDBDatabase& database) {
-    // docs: arrow
-    const auto cursor =
-        database.SqlSelect(FromUtf8("SELECT range AS n FROM range(5000)"), kServerCursor, nullptr);
-    ArrowArrayStream stream{};
-    static_cast<nbx::mrsql::I_DuckDBArrow*>(cursor->QueryInterface(nbx::mrsql::kDuckDBArrowInterfaceId))
-        ->ExportStream(stream);
-    int64_t sum = 0;
-    for (ArrowArray array{}; stream.get_next(&stream, &array) == 0 && array.release != nullptr;) {
-        const auto* numbers = static_cast<const int64_t*>(array.children[0]->buffers[1]);
-        sum = std::accumulate(numbers, numbers + array.length, sum);
-        array.release(&array);
-    }
-    stream.release(&stream);
-    // docs: end
-    std::cout << "arrow: the numbers add up to " << sum << '\n';
 }
 
 void ShowProgress(I_DuckDBDatabase& database) {
