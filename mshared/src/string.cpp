@@ -34,11 +34,8 @@ class Utf8Converter final : public Converter {
 String::String(const char* text, std::ptrdiff_t length, const Converter* encoding, int /*kind*/)
     : text_(ToUTF16(NarrowView(text, length), encoding)) {}
 
-String::String(const char16_t* text, std::size_t length) {
-    if (text != nullptr) {
-        text_.assign(text, length);
-    }
-}
+String::String(const char16_t* text, std::size_t length)
+    : text_(text != nullptr ? std::u16string(text, length) : std::u16string()) {}
 
 String& String::operator=(const char* text) {
     // Converted before the old text is released: `text` may be a part of it.

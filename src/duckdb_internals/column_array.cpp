@@ -1,6 +1,7 @@
 #include "duckdb_internals/column_array.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <duckdb/common/types/value.hpp>
 #include <limits>
@@ -112,10 +113,20 @@ bool IsTimeNs(const DuckDBColumnArray& /*array*/, const int64_t& nanos) {
 bool IsTimeTz(const DuckDBColumnArray& /*array*/, const uint64_t& bits) {
     return IsValidTimeTzBits(bits);
 }
+/** 10 to the power of each width that an `int64_t` holds. */
+constexpr auto kPowersOfTen = [] {
+    std::array<int64_t, 19> powers{1};
+    for (std::size_t i = 1; i < powers.size(); ++i) {
+        powers[i] = powers[i - 1] * 10;
+    }
+    return powers;
+}();
+
+/** As `IsValidDecimal`, for a width that `FindStore` has checked. */
 template <class Number>
 bool IsDecimal(const DuckDBColumnArray& array, const Number& number) {
-    return IsValidDecimal(array.width, array.scale,
-                          {static_cast<uint64_t>(number), number < 0 ? int64_t{-1} : int64_t{0}});
+    const int64_t bound = kPowersOfTen[array.width];
+    return -bound < number && number < bound;
 }
 bool IsWideDecimal(const DuckDBColumnArray& array, const duckdb_hugeint& number) {
     return IsValidDecimal(array.width, array.scale, number);

@@ -87,7 +87,46 @@ duckdb::BoundCastInfo FindCast(duckdb::ClientContext& context, const duckdb::Log
     return duckdb::CastFunctionSet::Get(context).GetCastFunction(source, target, input);
 }
 
-/** Versions of DuckDB differ in how a cast is called. */
+/** A type of the casts that `PlainCast` runs: with elements of one size, cast without a state. */
+bool IsPlain(duckdb_type type) {
+    switch (type) {
+        case DUCKDB_TYPE_BOOLEAN:
+        case DUCKDB_TYPE_TINYINT:
+        case DUCKDB_TYPE_SMALLINT:
+        case DUCKDB_TYPE_INTEGER:
+        case DUCKDB_TYPE_BIGINT:
+        case DUCKDB_TYPE_UTINYINT:
+        case DUCKDB_TYPE_USMALLINT:
+        case DUCKDB_TYPE_UINTEGER:
+        case DUCKDB_TYPE_UBIGINT:
+        case DUCKDB_TYPE_HUGEINT:
+        case DUCKDB_TYPE_UHUGEINT:
+        case DUCKDB_TYPE_FLOAT:
+        case DUCKDB_TYPE_DOUBLE:
+        case DUCKDB_TYPE_DECIMAL:
+        case DUCKDB_TYPE_DATE:
+        case DUCKDB_TYPE_TIME:
+        case DUCKDB_TYPE_TIMESTAMP:
+        case DUCKDB_TYPE_TIMESTAMP_S:
+        case DUCKDB_TYPE_TIMESTAMP_MS:
+        case DUCKDB_TYPE_TIMESTAMP_NS:
+            return true;
+        default:
+            return false;
+    }
+}
+
+// Versions of DuckDB differ in how a cast is called.
+
+template <class Cast>
+duckdb::BoundCastData* DataOf(Cast& cast) {
+    if constexpr (requires { cast.GetCastData(); }) {
+        return cast.GetCastData().get();
+    } else {
+        return cast.cast_data.get();
+    }
+}
+
 template <class Cast>
 bool RunCast(Cast& cast, Vector& source, Vector& target, duckdb::CastParameters& parameters) {
     if constexpr (requires { cast.Cast(source, target, 1, parameters); }) {
@@ -103,6 +142,7 @@ ColumnWriter::ColumnWriter(duckdb_connection connection, LogicalTypeHolder type,
     : connection_(connection),
       type_(std::move(type)),
       plain_(PlainType(type_.get())),
+      is_plain_(IsPlain(plain_)),
       heap_bytes_(&heap_bytes) {}
 
 ColumnWriter::ColumnWriter(ColumnWriter&&) noexcept = default;
@@ -132,8 +172,12 @@ void ColumnWriter::ClearNull(idx_t row) noexcept {
 }
 
 bool ColumnWriter::PutText(idx_t row, std::string_view text) {
-    if (plain_ != DUCKDB_TYPE_VARCHAR || text.size() > std::numeric_limits<uint32_t>::max()) {
+    if (text.size() > std::numeric_limits<uint32_t>::max()) {
         return false;
+    }
+    if (plain_ != DUCKDB_TYPE_VARCHAR) {
+        const duckdb::string_t element(text.data(), static_cast<uint32_t>(text.size()));
+        return PutCast(DUCKDB_TYPE_VARCHAR, row, &element);
     }
     try {
         static_cast<duckdb::string_t*>(data_)[row] =
@@ -159,44 +203,49 @@ bool ColumnWriter::PutBlob(idx_t row, const void* data, uint64_t length) {
     return true;
 }
 
-bool ColumnWriter::PutOther(idx_t row, double number) {
-    return PutIf(DUCKDB_TYPE_DOUBLE, row, number) ||
-           (plain_ == DUCKDB_TYPE_DECIMAL && PutDecimal(row, number));
-}
-
-/** DuckDB's own cast from DOUBLE to a DECIMAL, which is looked up once: the look-up costs many times the
-    cast. */
-struct ColumnWriter::DecimalCast {
-    DecimalCast(duckdb::ClientContext& context, const duckdb::LogicalType& type)
-        : source(duckdb::LogicalType::DOUBLE, idx_t{1}),
+/** DuckDB's own cast of one element, which is looked up once: the look-up costs many times the cast. */
+struct ColumnWriter::PlainCast {
+    PlainCast(duckdb::ClientContext& context, duckdb_type source_type, const duckdb::LogicalType& type)
+        : from(source_type),
+          source(Unwrap(MakeType(source_type).get()), idx_t{1}),
           target(type, idx_t{1}),
           cast(FindCast(context, source.GetType(), type)),
-          size(duckdb::GetTypeIdSize(type.InternalType())) {}
+          source_size(duckdb::GetTypeIdSize(source.GetType().InternalType())),
+          target_size(duckdb::GetTypeIdSize(type.InternalType())) {}
 
-    bool Run(double number, void* slot) {
-        std::string ignored;
-        duckdb::CastParameters parameters(cast.cast_data.get(), false, &ignored, nullptr);
-        duckdb::FlatVector::GetData<double>(source)[0] = number;
-        if (!RunCast(cast, source, target, parameters)) {
+    bool Run(const void* element, void* slot) {
+        error.clear();
+        duckdb::CastParameters parameters(DataOf(cast), false, &error, nullptr);
+        std::memcpy(DataIn(source), element, source_size);
+        if (!RunCast(cast, source, target, parameters) || !error.empty()) {
             duckdb::FlatVector::SetNull(target, 0, false);
             return false;
         }
-        std::memcpy(slot, duckdb::FlatVector::GetData(target), size);
+        std::memcpy(slot, DataIn(target), target_size);
         return true;
     }
+    static void* DataIn(Vector& vector) {
+        return duckdb_vector_get_data(reinterpret_cast<duckdb_vector>(&vector));
+    }
 
+    const duckdb_type from;
     Vector source;
     Vector target;
     duckdb::BoundCastInfo cast;
-    const std::size_t size;
+    const std::size_t source_size;
+    const std::size_t target_size;
+    std::string error;
 };
 
-bool ColumnWriter::PutDecimal(idx_t row, double number) {
+bool ColumnWriter::PutCast(duckdb_type type, idx_t row, const void* element) {
+    if (!is_plain_) {
+        return false;
+    }
     try {
-        if (!decimal_cast_) {
-            decimal_cast_ = std::make_unique<DecimalCast>(ContextOf(connection_), Unwrap(type_.get()));
+        if (!cast_ || cast_->from != type) {
+            cast_ = std::make_unique<PlainCast>(ContextOf(connection_), type, Unwrap(type_.get()));
         }
-        return decimal_cast_->Run(number, static_cast<char*>(data_) + row * decimal_cast_->size);
+        return cast_->Run(element, static_cast<char*>(data_) + row * cast_->target_size);
     } catch (const std::exception&) {
         ThrowIfOutOfMemory();
         return false;  // `PutValue` reports it.

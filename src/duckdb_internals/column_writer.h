@@ -15,9 +15,10 @@ namespace mduckdb {
 
 /** Stores values in one column of one chunk after another.
 
-    `Put` stores a value that has the column's type, or a number that the type holds, and returns false for
-   all others, which `PutValue` casts as DuckDB casts a parameter of an INSERT. A row may be stored again. Not
-   for two threads at once. */
+    `Put` stores a value that has the column's type, a number that the type holds, and what DuckDB casts
+    between types with elements of one size. It returns false for all others, which `PutValue` casts as DuckDB
+    casts a parameter of an INSERT, and which it reports. A row may be stored again. Not for two threads at
+    once. */
 class ColumnWriter {
   public:
     /** DuckDB casts with the settings of the connection. The memory of texts and other elements of no fixed
@@ -42,12 +43,11 @@ class ColumnWriter {
     void ClearNull(idx_t row) noexcept;
     template <class Value>
     bool Put(idx_t row, Value value) {
-        if constexpr (std::same_as<Value, bool>) {
-            return PutIf(DUCKDB_TYPE_BOOLEAN, row, value);
-        } else if constexpr (std::integral<Value>) {
-            return PutInteger(row, value);
+        constexpr duckdb_type kType = TypeOf(Value{});
+        if constexpr (std::integral<Value> && kType != DUCKDB_TYPE_BOOLEAN) {
+            return PutInteger(row, value) || PutCast(kType, row, &value);
         } else {
-            return PutOther(row, value);
+            return PutIf(kType, row, value) || PutCast(kType, row, &value);
         }
     }
     /** The text must be valid UTF-8. */
@@ -64,7 +64,21 @@ class ColumnWriter {
     duckdb_vector get_Vector() const noexcept { return vector_; }
 
   private:
-    struct DecimalCast;
+    struct PlainCast;
+
+    static constexpr duckdb_type TypeOf(bool) { return DUCKDB_TYPE_BOOLEAN; }
+    static constexpr duckdb_type TypeOf(int16_t) { return DUCKDB_TYPE_SMALLINT; }
+    static constexpr duckdb_type TypeOf(int32_t) { return DUCKDB_TYPE_INTEGER; }
+    static constexpr duckdb_type TypeOf(int64_t) { return DUCKDB_TYPE_BIGINT; }
+    static constexpr duckdb_type TypeOf(uint8_t) { return DUCKDB_TYPE_UTINYINT; }
+    static constexpr duckdb_type TypeOf(uint16_t) { return DUCKDB_TYPE_USMALLINT; }
+    static constexpr duckdb_type TypeOf(uint32_t) { return DUCKDB_TYPE_UINTEGER; }
+    static constexpr duckdb_type TypeOf(uint64_t) { return DUCKDB_TYPE_UBIGINT; }
+    static constexpr duckdb_type TypeOf(float) { return DUCKDB_TYPE_FLOAT; }
+    static constexpr duckdb_type TypeOf(double) { return DUCKDB_TYPE_DOUBLE; }
+    static constexpr duckdb_type TypeOf(duckdb_date) { return DUCKDB_TYPE_DATE; }
+    static constexpr duckdb_type TypeOf(duckdb_time) { return DUCKDB_TYPE_TIME; }
+    static constexpr duckdb_type TypeOf(duckdb_timestamp_ms) { return DUCKDB_TYPE_TIMESTAMP_MS; }
 
     template <class Slot>
     bool Set(idx_t row, Slot value) noexcept {
@@ -104,14 +118,9 @@ class ColumnWriter {
                 return false;
         }
     }
-    bool PutOther(idx_t row, float number) noexcept { return PutIf(DUCKDB_TYPE_FLOAT, row, number); }
-    bool PutOther(idx_t row, double number);
-    bool PutOther(idx_t row, duckdb_date date) noexcept { return PutIf(DUCKDB_TYPE_DATE, row, date); }
-    bool PutOther(idx_t row, duckdb_time time) noexcept { return PutIf(DUCKDB_TYPE_TIME, row, time); }
-    bool PutOther(idx_t row, duckdb_timestamp_ms moment) noexcept {
-        return PutIf(DUCKDB_TYPE_TIMESTAMP_MS, row, moment);
-    }
-    bool PutDecimal(idx_t row, double number);
+    /** Casts an element of the type to the column's; false if DuckDB does not, and for columns whose elements
+        have no fixed size. */
+    bool PutCast(duckdb_type type, idx_t row, const void* element);
     /** Casts the first elements of the vector and stores them from the row on; false and DuckDB's text on
         failure. */
     bool Cast(duckdb_vector source, idx_t count, idx_t row, std::string& error);
@@ -120,9 +129,10 @@ class ColumnWriter {
     duckdb_connection connection_;
     LogicalTypeHolder type_;
     duckdb_type plain_;
+    bool is_plain_;
     uint64_t* heap_bytes_;
-    /** Null before its first use. */
-    std::unique_ptr<DecimalCast> decimal_cast_;
+    /** Of the last type that was cast. Null before its first use. */
+    std::unique_ptr<PlainCast> cast_;
     duckdb_vector vector_ = nullptr;
     void* data_ = nullptr;
 };

@@ -5,6 +5,7 @@
 #include <concepts>
 #include <exception>
 #include <limits>
+#include <string_view>
 #include <vector>
 
 #include "base/errors.h"
@@ -91,10 +92,26 @@ struct MomentKind {
     }
 };
 
+/** Copies a text of ASCII, as most are; false for any other. */
+bool CopyAscii(std::u16string_view text, char* out) {
+    unsigned all = 0;
+    for (const char16_t unit : text) {
+        all |= unit;
+        *out++ = static_cast<char>(unit);
+    }
+    return all < 0x80;
+}
+
 struct TextKind {
     static ValueHolder Make(I_Value& value, HostValueWalk* walk) { return TextOf(value, walk); }
     static bool Store(I_Value& value, ColumnWriter& column, idx_t row) {
-        return column.get_Plain() == DUCKDB_TYPE_VARCHAR && column.PutText(row, ToUtf8(value.get_Text()));
+        const nbx::String text = value.get_Text();
+        const std::u16string_view units = text.get_View();
+        std::array<char, 256> ascii;
+        if (units.size() <= ascii.size() && CopyAscii(units, ascii.data())) {
+            return column.PutText(row, std::string_view(ascii.data(), units.size()));
+        }
+        return column.PutText(row, ToUtf8(text));
     }
 };
 
