@@ -143,6 +143,29 @@ TEST_F(AppenderTest, OutlivesItsDatabase) {
     EXPECT_EQ(Catch([&] { appender->Flush(); }), kAppenderIsInvalid);
 }
 
+TEST_F(AppenderTest, StoresTextsOfAnyLengthAndAlphabet) {
+    Direct("CREATE TABLE t (s VARCHAR, h VARCHAR)");
+    const Appender appender = Open("t");
+    std::vector<std::string> texts = {"", "Привет", "10 €", "\x7F", "\xC2\x80", "日本語 😀"};
+    for (const std::size_t length : {12u, 13u, 255u, 256u, 257u, 5000u}) {
+        texts.push_back(std::string(length, 'x'));
+        texts.push_back(std::string(length - 1, 'x') + "é");
+    }
+    for (const std::string& text : texts) {
+        std::string hex;
+        for (const char byte : text) {
+            constexpr std::string_view kDigits = "0123456789ABCDEF";
+            const unsigned bits = static_cast<uint8_t>(byte);
+            hex.push_back(kDigits[bits / 16]);
+            hex.push_back(kDigits[bits % 16]);
+        }
+        appender->AppendRow(Row({Str(text), Str(hex)}));
+    }
+    appender->Close();
+    EXPECT_EQ(Direct("SELECT count(*), count(*) FILTER (hex(s) = h) FROM t"),
+              (Table{{std::to_string(texts.size()), std::to_string(texts.size())}}));
+}
+
 TEST_F(AppenderTest, FlushesEarlierIfTheTextsAreLong) {
     Direct("CREATE TABLE t (s VARCHAR, l VARCHAR[])");
     constexpr uint64_t kLength = uint64_t{1} << 20;
