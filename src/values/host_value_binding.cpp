@@ -5,7 +5,6 @@
 #include <concepts>
 #include <exception>
 #include <limits>
-#include <string_view>
 #include <vector>
 
 #include "base/errors.h"
@@ -14,6 +13,7 @@
 #include "duckdb_internals/out_of_memory.h"
 #include "duckdb_internals/plain_functions.h"
 #include "values/host_moments.h"
+#include "values/host_text.h"
 #include "values/host_value_walk.h"
 #include "values/variant.h"
 
@@ -92,26 +92,10 @@ struct MomentKind {
     }
 };
 
-/** Copies a text of ASCII, as most are; false for any other. */
-bool CopyAscii(std::u16string_view text, char* out) {
-    unsigned all = 0;
-    for (const char16_t unit : text) {
-        all |= unit;
-        *out++ = static_cast<char>(unit);
-    }
-    return all < 0x80;
-}
-
 struct TextKind {
     static ValueHolder Make(I_Value& value, HostValueWalk* walk) { return TextOf(value, walk); }
     static bool Store(I_Value& value, ColumnWriter& column, idx_t row) {
-        const nbx::String text = value.get_Text();
-        const std::u16string_view units = text.get_View();
-        std::array<char, 256> ascii;
-        if (units.size() <= ascii.size() && CopyAscii(units, ascii.data())) {
-            return column.PutText(row, std::string_view(ascii.data(), units.size()));
-        }
-        return column.PutText(row, ToUtf8(text));
+        return StoreHostText(value.get_Text(), column, row);
     }
 };
 
@@ -360,8 +344,6 @@ bool StoreHostValue(I_Value* value, ColumnWriter& column, idx_t row, std::string
             return true;
         }
     } catch (const nbx::xException&) {
-        throw;
-    } catch (const std::bad_alloc&) {
         throw;
     } catch (const std::exception&) {
         ThrowIfOutOfMemory();  // The conversion below reports anything else.
