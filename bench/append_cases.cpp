@@ -233,7 +233,6 @@ Group MakeAppendGroup(const std::string& name, uint64_t full, const Options& opt
     const uint64_t count = Scaled(full, options);
     const auto clean = [=] { CreateTables(*fixture); };
     Group group{"append-" + name, "row", nullptr, {}};
-    group.is_special = true;
     group.prepare = [=, &options] { PrepareFixture(*fixture, name, count, options); };
     group.cases = {{"bare", [=] { return RunBare(*fixture); }, clean},
                    {"module", [=] { return RunRows(*fixture); }, clean},

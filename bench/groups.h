@@ -22,7 +22,7 @@ std::vector<Group> GetBindGroups(const Options& options);
 std::vector<Group> GetStatementGroups(const Options& options);
 /** Rows of W1 to W4 as parameters. */
 std::vector<Group> GetMultiRowGroups(const Options& options);
-/** The same rows through appenders; run only when they are named. */
+/** Rows of W1 and W2 through appenders. */
 std::vector<Group> GetAppendGroups(const Options& options);
 /** Opening and closing, backup and restore, the latency of an interrupt. */
 std::vector<Group> GetLifecycleGroups(const Options& options);

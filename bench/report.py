@@ -27,6 +27,8 @@ RATIOS = [
     ("multi-row-W2", "module", "bare", False, 1.15),
     ("multi-row-W3", "module", "bare", False, 1.15),
     ("multi-row-W4", "module", "bare", False, None),
+    *[(f"append-{w}", "module", "bare", False, 2.00) for w in ("W1", "W2")],
+    *[(f"append-{w}", "columns", "bare", False, 1.10) for w in ("W1", "W2")],
     ("point-query", "module", "bare", False, 1.10),
     ("point-read", "module", "bare", False, None),
     ("script-1000", "module", "bare", False, 1.10),
@@ -40,6 +42,8 @@ MOST_SERVER_MIB = 10
 MOST_FLATNESS = 1.10
 # How many times faster than Python's executemany the rows must be.
 LEAST_TIMES_EXECUTEMANY = 3
+# How many times faster than as rows of parameters an appender must store rows of host values.
+LEAST_TIMES_PARAMETERS = 30
 KEEPING_CLIENTS = ("Python fetchall", "Node getRows")
 OURS = ("drain", "server cursor", "client cursor")
 
@@ -171,8 +175,15 @@ def peer_targets(peers):
     return targets
 
 
+def append_targets(figures):
+    groups = [f"append-{w}" for w in ("W1", "W2") if figures.has(f"append-{w}", "parameters")]
+    times = {group: 1 / figures.ratio(group, "module", "parameters", False) for group in groups}
+    return [Target(f"{group}: rows of host values / rows of parameters", f"{times[group]:.0f} times faster",
+                   f"{LEAST_TIMES_PARAMETERS} times", times[group] >= LEAST_TIMES_PARAMETERS) for group in groups]
+
+
 def all_targets(figures, memory=None, peers=None):
-    targets = ratio_targets(figures)
+    targets = ratio_targets(figures) + append_targets(figures)
     if peers:
         targets += peer_targets(peers)
     else:

@@ -68,6 +68,17 @@ class Ratios(unittest.TestCase):
         self.assertEqual(len(set(names)), len(names))
 
 
+class Appender(unittest.TestCase):
+    def test_rows_must_be_thirty_times_faster_than_as_parameters(self):
+        def targets(seconds):
+            return report.append_targets(report.Figures([line("append-W1", "module", [1.0]),
+                                                         line("append-W1", "parameters", [seconds])]))
+        self.assertEqual([("append-W1: rows of host values / rows of parameters", "30 times faster", "30 times", True)],
+                         targets(30.0))
+        self.assertFalse(targets(29.0)[0].reached)
+        self.assertEqual([], report.append_targets(report.Figures([])))
+
+
 class Sizes(unittest.TestCase):
     def test_cost_of_a_cell_is_free_of_the_query_and_of_the_drain(self):
         for case, expected in (("server cursor", 40), ("vectors", 20)):
