@@ -24,6 +24,8 @@ std::vector<Group> GetStatementGroups(const Options& options);
 std::vector<Group> GetMultiRowGroups(const Options& options);
 /** Rows of W1 and W2 through appenders. */
 std::vector<Group> GetAppendGroups(const Options& options);
+/** The results of W1 to W4 as Arrow streams; run only when they are named. */
+std::vector<Group> GetArrowGroups(const Options& options);
 /** Opening and closing, backup and restore, the latency of an interrupt. */
 std::vector<Group> GetLifecycleGroups(const Options& options);
 /** The server cursor over results of one row to a hundred million, and the cases that measure memory. */
