@@ -2,6 +2,9 @@
 
 #include <fmt/format.h>
 
+#include <charconv>
+#include <cmath>
+
 #include "databases/backups.h"
 #include "databases/census.h"
 #include "databases/dump.h"
@@ -170,6 +173,14 @@ void CursorCommand(Session& session, const Words& words) {
     session.put_CursorLocation(words[0] == "client" ? nbx::mrsql::kClientCursor : nbx::mrsql::kServerCursor);
 }
 
+/** -1 for what is no number. */
+double ReadNumber(const std::string& word) {
+    double number = -1;
+    const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), number);
+    const bool is_number = error == std::errc() && end == word.data() + word.size() && number < 1e9;
+    return is_number ? number : -1;
+}
+
 BackupReport MakeReport(Session& session) {
     return {session.get_Output(), session.get_Printer(), true};
 }
@@ -197,7 +208,23 @@ void ProceduresCommand(Session& session, const Words& /*words*/) {
 }
 
 void ReadCommand(Session& session, const Words& words) {
-    session.RunFile(words[0]);
+    session.get_Runner().RunFile(words[0]);
+}
+void EditCommand(Session& session, const Words& /*words*/) {
+    session.get_Runner().Edit();
+}
+
+void WatchCommand(Session& session, const Words& words) {
+    constexpr double kDefault = 2;
+    constexpr double kLongest = 86400;
+    const double seconds = words.empty() ? kDefault : ReadNumber(words[0]);
+    const double count = words.size() < 2 ? 0 : ReadNumber(words[1]);
+    if (seconds < 0.1 || seconds > kLongest ||
+        (words.size() > 1 && (count < 1 || count != std::floor(count)))) {
+        throw xUsageError(
+            "Usage: .watch [SECONDS [TIMES]], with 0.1 to 86400 seconds and a whole number of times.");
+    }
+    session.get_Runner().Repeat(seconds, static_cast<uint64_t>(count));
 }
 void QuitCommand(Session& session, const Words& /*words*/) {
     session.Quit();
@@ -212,6 +239,7 @@ constexpr DotCommand kCommands[] = {
     {".cursor", "server|client", "choose where the rows of a result are kept", 1, 1, CursorCommand},
     {".databases", "", "list the open databases", 0, 0, DatabasesCommand},
     {".dump", "", "write the database as SQL that creates it again", 0, 0, DumpCommand},
+    {".edit", "", "change the last statement in $EDITOR and run it", 0, 0, EditCommand},
     {".exit", "", "leave the shell", 0, 0, QuitCommand},
     {".headers", "on|off", "begin table and csv with the names of the columns", 1, 1, HeadersCommand},
     {".help", "[COMMAND]", "describe the dot commands", 0, 1, HelpCommand},
@@ -234,6 +262,7 @@ constexpr DotCommand kCommands[] = {
     {".timer", "on|off", "show how long each statement takes", 1, 1, TimerCommand},
     {".types", "on|off", "show the types of the columns under their names", 1, 1, TypesCommand},
     {".use", "NAME", "switch to another open database", 1, 1, UseCommand},
+    {".watch", "[SECONDS [TIMES]]", "repeat the last statement until Ctrl-C", 0, 2, WatchCommand},
 };
 
 const DotCommand& FindCommand(std::string word) {

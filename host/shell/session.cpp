@@ -18,6 +18,8 @@ std::string NameOf(const std::string& path) {
 
 }  // namespace
 
+StatementRunner::~StatementRunner() = default;
+
 Session::Session(Output& out, const PrintOptions& print, const ProcedureRegistry& registry)
     : redirection_(out), print_(print), registry_(registry) {}
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <functional>
+#include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -19,6 +19,19 @@ struct OpenedDatabase {
     std::string name;
     std::string path;
     DatabasePtr database;
+};
+
+/** What dot commands need the shell for, which alone can run statements. */
+class StatementRunner {
+  public:
+    virtual ~StatementRunner();
+    /** Runs the lines of a file as if they had been entered. */
+    virtual void RunFile(const std::string& name) = 0;
+    /** Runs the last statement again until it fails or Ctrl-C is pressed; at most `count` times, 0 for no
+     * limit. */
+    virtual void Repeat(double seconds, uint64_t count) = 0;
+    /** Runs the last statement as the user changes it in an editor. */
+    virtual void Edit() = 0;
 };
 
 /** The state of the shell: the open databases, how rows are printed, which cursor is used. The dot commands
@@ -72,12 +85,9 @@ class Session {
     void Quit() noexcept { is_over_ = true; }
     bool get_IsOver() const noexcept { return is_over_; }
 
-    /** Reading a file runs statements, which only the shell can do: it sets the function that `RunFile`
-        calls. */
-    void put_FileRunner(std::function<void(const std::string& name)> runner) {
-        run_file_ = std::move(runner);
-    }
-    void RunFile(const std::string& name) { run_file_(name); }
+    /** Set by the shell for its lifetime. */
+    void put_Runner(StatementRunner* runner) noexcept { runner_ = runner; }
+    StatementRunner& get_Runner() noexcept { return *runner_; }
 
   private:
     std::vector<OpenedDatabase>::const_iterator Find(const std::string& name) const;
@@ -93,7 +103,7 @@ class Session {
     bool has_timer_ = false;
     bool bails_ = false;
     bool is_over_ = false;
-    std::function<void(const std::string& name)> run_file_;
+    StatementRunner* runner_ = nullptr;
 };
 
 }  // namespace mduckdb_host

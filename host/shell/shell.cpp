@@ -1,9 +1,11 @@
 #include "shell/shell.h"
 
 #include <fmt/format.h>
+#include <poll.h>
 
 #include <chrono>
 #include <fstream>
+#include <sstream>
 #include <utility>
 
 #include "data/literals.h"
@@ -11,6 +13,7 @@
 #include "databases/results.h"
 #include "nbx/exception.h"
 #include "shell/dot_commands.h"
+#include "shell/editor.h"
 #include "table/procedures.h"
 #include "text/messages.h"
 #include "text/text.h"
@@ -48,10 +51,16 @@ bool IsBlank(const std::string& line) {
     return line.find_first_not_of(" \t\r\n") == std::string::npos;
 }
 
+/** Whether Ctrl-C is pressed within the time. */
+bool WaitForInterrupt(double seconds) {
+    pollfd key = {get_InterruptDescriptor(), POLLIN, 0};
+    return ::poll(&key, 1, static_cast<int>(seconds * 1000)) > 0 && TakeInterrupt();
+}
+
 }  // namespace
 
 Shell::Shell(Session& session, bool is_interactive) : session_(session), is_interactive_(is_interactive) {
-    session.put_FileRunner([this](const std::string& name) { RunFile(name); });
+    session.put_Runner(this);
 }
 
 void Shell::RunStartUpFile(const std::string& name) {
@@ -61,10 +70,11 @@ void Shell::RunStartUpFile(const std::string& name) {
 }
 
 Shell::~Shell() {
-    session_.put_FileRunner(nullptr);
+    session_.put_Runner(nullptr);
 }
 
 bool Shell::Run(LineReader& reader) {
+    reader_ = &reader;
     std::string line;
     while (!session_.get_IsOver()) {
         session_.get_Output().Flush();
@@ -86,6 +96,7 @@ bool Shell::Run(LineReader& reader) {
         RunStatement(rest, splitter_.get_StatementLine());
     }
     session_.get_Output().Flush();
+    reader_ = nullptr;
     return !has_failed_;
 }
 
@@ -116,6 +127,38 @@ void Shell::RunFile(const std::string& name) {
     is_bailing_ = is_bailing_ && file_depth_ > 0;
 }
 
+void Shell::Repeat(double seconds, uint64_t count) {
+    const std::string statement = last_statement_;
+    if (statement.empty()) {
+        throw xUsageError("There is no statement to repeat yet.");
+    }
+    const bool has_failed_before = std::exchange(has_failed_, false);
+    for (uint64_t run = 0; !has_failed_ && (count == 0 || run < count); ++run) {
+        if (run > 0 && WaitForInterrupt(seconds)) {
+            break;
+        }
+        RunStatement(statement, line_number_);
+        session_.get_Output().Flush();
+    }
+    has_failed_ = has_failed_ || has_failed_before;
+}
+
+void Shell::Edit() {
+    if (!is_interactive_ || file_depth_ > 0 || reader_ == nullptr) {
+        throw xUsageError(".edit needs a terminal.");
+    }
+    const std::string text = EditText(last_statement_.empty() ? "" : last_statement_ + "\n");
+    if (text == last_statement_ + "\n" || IsBlank(text)) {
+        session_.Print("Not run: the statement is unchanged.\n");
+        return;
+    }
+    session_.Print(text.ends_with('\n') ? text : text + "\n");
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line) && !session_.get_IsOver();) {
+        Accept(*reader_, line);
+    }
+}
+
 void Shell::Accept(LineReader& reader, const std::string& line) {
     if (!splitter_.get_IsInside() && !FindDotCommand(line).empty()) {
         reader.AddToHistory(line);
@@ -144,6 +187,7 @@ void Shell::AcceptDotCommand(const std::string& line) {
 }
 
 void Shell::RunStatement(const std::string& statement, int64_t line) {
+    last_statement_ = statement;
     const SqlText sql(statement, line);
     const auto start = std::chrono::steady_clock::now();
     const std::optional<CallStatement> call = FindCall(statement);

@@ -14,10 +14,10 @@ namespace mduckdb_host {
 /** The interactive shell: reads lines, runs dot commands at the start of a statement, procedure calls and SQL
     on the current database. An error ends only the line or statement in which it occurs. The session must
     outlive it. */
-class Shell {
+class Shell : StatementRunner {
   public:
     Shell(Session& session, bool is_interactive);
-    ~Shell();
+    ~Shell() override;
     Shell(const Shell&) = delete;
     Shell& operator=(const Shell&) = delete;
 
@@ -29,8 +29,9 @@ class Shell {
     bool get_IsInterrupted() const noexcept { return is_interrupted_; }
 
   private:
-    /** Runs the lines of a file as if they had been entered. */
-    void RunFile(const std::string& name);
+    void RunFile(const std::string& name) override;
+    void Repeat(double seconds, uint64_t count) override;
+    void Edit() override;
     /** Adds a line to the statement that is being read, and runs the statements that it completes. */
     void Accept(LineReader& reader, const std::string& line);
     void AcceptDotCommand(const std::string& line);
@@ -50,7 +51,11 @@ class Shell {
 
     Session& session_;
     bool is_interactive_;
+    /** While `Run` reads. */
+    LineReader* reader_ = nullptr;
     StatementSplitter splitter_;
+    /** What `.watch` repeats and `.edit` shows. */
+    std::string last_statement_;
     /** Whether the statement that is being read goes into the history; not if it began with a blank. */
     bool is_kept_ = true;
     bool has_failed_ = false;

@@ -208,6 +208,18 @@ class PipeShellTest(HostCase):
         self.assertIn('INSERT INTO t ("i") VALUES\n(7);\nCOMMIT;\n', out)
         self.assertTrue(out.endswith("n\n0\n"), out)
 
+    def test_watch_repeats_the_last_statement(self):
+        out, _ = self.shell("CREATE SEQUENCE s;\nSELECT nextval('s') AS n;\n.watch 0.1 3\n")
+        self.assertEqual(out, "n\n1\n\nn\n2\n\nn\n3\n\nn\n4\n")
+        _, error = self.shell("CREATE TABLE t (i INTEGER);\n.watch 0.1 5\n", status=1)
+        self.assertEqual(error.count("already exists"), 1)
+        self.assertIn("There is no statement to repeat yet.", self.shell(".watch\n", status=1)[1])
+        for arguments in ("0", "x", "1s", "-1", "1 0", "1 1.5", "1e9", "nan"):
+            self.assertIn("Usage: .watch [SECONDS [TIMES]]", self.shell(f"SELECT 1;\n.watch {arguments}\n", status=1)[1])
+
+    def test_edit_needs_a_terminal(self):
+        self.assertIn(".edit needs a terminal.", self.shell("SELECT 1;\n.edit\n", status=1)[1])
+
     def test_exit_quit_and_help_need_no_dot(self):
         for word in ("exit", "quit", "exit;", "quit ; "):
             self.assertEqual(self.shell(f"SELECT 1 AS a;\n{word}\nSELECT 2 AS b;\n")[0], "a\n1\n")

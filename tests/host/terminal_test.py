@@ -49,6 +49,38 @@ class TerminalTest(HostCase):
         shell.send(".quit\n")
         self.assertEqual(shell.finish(), 0)
 
+    def test_ctrl_c_ends_a_watch_and_the_shell_continues(self):
+        shell = self.start()
+        shell.send("CREATE SEQUENCE s;\nSELECT 'run ' || nextval('s') AS n;\n.watch 0.2\n")
+        shell.expect("│ run 4 │")
+        shell.send("\x03")
+        shell.expect("> ")
+        shell.send("SELECT 'still here' AS t;\n")
+        shell.expect("│ still here │")
+        shell.send(".quit\n")
+        self.assertEqual(shell.finish(), 0)
+
+    def test_edit_runs_the_last_statement_as_the_editor_leaves_it(self):
+        shell = self.open("shell", more={"VISUAL": "sed -i s/40/41/"})
+        shell.expect("> ")
+        shell.send("SELECT 40\n + 1 AS answer;\n")
+        shell.expect("│     41 │")
+        shell.send(".edit\n")
+        self.assertIn("SELECT 41\n + 1 AS answer;", shell.expect("│     42 │"))
+        # It is the last statement now, which the editor leaves as it is, and the history has it.
+        shell.send(".edit\n")
+        shell.expect("Not run: the statement is unchanged.")
+        shell.send(".quit\n")
+        self.assertEqual(shell.finish(), 0)
+        with open(self.path("state/mduckdb/history")) as file:
+            self.assertIn("SELECT 41\n + 1 AS answer;", file.read())
+
+    def test_edit_reports_an_editor_that_fails(self):
+        shell = self.open("shell", more={"EDITOR": "false", "VISUAL": ""})
+        shell.expect("> ")
+        shell.send(".edit\n")
+        shell.expect("'false' failed with status 1. Set EDITOR to the editor to use.")
+
     def test_the_progress_line_shows_how_far_a_statement_is(self):
         shell = self.start()
         shell.send("CREATE TABLE t AS SELECT range AS i FROM range(60000000);\n")
