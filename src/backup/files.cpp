@@ -19,7 +19,8 @@ namespace mduckdb {
 
 namespace {
 
-constexpr std::size_t kBufferSize = 1U << 20U;
+/** What `cp` uses too. With 1 MiB, the copy of a file of 2 GB took twice as long. */
+constexpr std::size_t kBufferSize = 1U << 17U;
 /** The alignment that direct access requires of the buffer and of the positions read. */
 constexpr std::size_t kAlignment = 4096;
 /** How much is passed to the disk at a time while the copy continues. */

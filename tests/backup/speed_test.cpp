@@ -35,7 +35,7 @@ double NumberIn(const std::string& manifest, const std::string& member) {
     return at == std::string::npos ? -1 : std::atof(manifest.c_str() + at + member.size() + 4);
 }
 
-// 16,000,000 rows make a file of 2 GB. The copy itself must not take longer than 1.3 times as long as cp;
+// 35,000,000 rows make a file of 2 GB. The copy itself must not take longer than 1.3 times as long as cp;
 // what the check takes is printed. Without the variable it is a small file, of which only the figures are
 // looked at.
 TEST(SnapshotSpeed, CopiesAboutAsFastAsCp) {
