@@ -1,6 +1,8 @@
 #include "backup/facts.h"
 
 #include <algorithm>
+#include <map>
+#include <tuple>
 
 #include "base/text.h"
 namespace mduckdb {
@@ -65,24 +67,37 @@ constexpr const char* kExactTypes =
     "'UBIGINT', 'UHUGEINT', 'VARCHAR', 'BLOB', 'DATE', 'TIME', 'TIMESTAMP', 'TIMESTAMP_S', 'TIMESTAMP_MS', "
     "'TIMESTAMP_NS', 'TIMESTAMP WITH TIME ZONE', 'UUID', 'JSON'";
 
-/** For each table its name in SQL and the arguments of `hash`; empty for a table without columns of its
-    own. */
-std::string BuildTableQuery() {
+/** For each column in its order the name of its table in SQL and what of it is an argument of `hash`; for a
+   table without columns of its own one row, with null. */
+std::string BuildColumnQuery() {
     return std::string(
                "SELECT '\"' || replace(t.schema_name, '\"', '\"\"') || '\".\"' || "
                "replace(t.table_name, '\"', '\"\"') || '\"' AS name, "
-               "coalesce(string_agg(CASE WHEN c.data_type IN (") +
+               "CASE WHEN c.data_type IN (") +
            kExactTypes +
            ") OR c.data_type LIKE 'DECIMAL(%)' THEN q "
            "WHEN c.data_type IN ('DOUBLE', 'FLOAT') THEN q || ', signbit(' || q || ')' "
            "WHEN c.data_type = 'VARIANT' THEN 'variant_typeof(' || q || '), ' || q || '::VARCHAR' "
-           "ELSE q || ', ' || q || '::VARCHAR' END, ', ' ORDER BY c.column_index), '') "
+           "ELSE q || ', ' || q || '::VARCHAR' END "
            "FROM duckdb_tables() t LEFT JOIN (SELECT *, '\"' || replace(column_name, '\"', '\"\"') || '\"' "
            "AS q "
            "FROM duckdb_columns() WHERE database_name = current_database()) c "
            "ON c.table_oid = t.table_oid AND c.schema_name = t.schema_name "
            "WHERE t.database_name = current_database() AND NOT t.internal AND NOT t.temporary "
-           "GROUP BY ALL";
+           "ORDER BY name, c.column_index";
+}
+
+/** For each table its name in SQL and the arguments of `hash`. They are joined here, because an interrupted
+    `string_agg` with an order leaves memory of DuckDB behind. */
+std::map<std::string, std::string> ReadHashArguments(SqlWorker& worker) {
+    std::map<std::string, std::string> tables;
+    for (const TextRow& row : worker.Rows(BuildColumnQuery())) {
+        std::string& arguments = tables[row[0].value_or("")];
+        if (row[1]) {
+            arguments += (arguments.empty() ? "" : ", ") + *row[1];
+        }
+    }
+    return tables;
 }
 
 TableFacts ReadTable(SqlWorker& worker, const std::string& name, const std::string& columns) {
@@ -120,11 +135,9 @@ std::vector<CatalogFact> ReadCatalog(SqlWorker& worker) {
 
 std::vector<TableFacts> ReadTables(SqlWorker& worker) {
     std::vector<TableFacts> tables;
-    for (const TextRow& row : worker.Rows(BuildTableQuery())) {
-        tables.push_back(ReadTable(worker, row[0].value_or(""), row[1].value_or("")));
+    for (const auto& [name, arguments] : ReadHashArguments(worker)) {
+        tables.push_back(ReadTable(worker, name, arguments));
     }
-    std::sort(tables.begin(), tables.end(),
-              [](const TableFacts& a, const TableFacts& b) { return a.name < b.name; });
     return tables;
 }
 
