@@ -173,7 +173,7 @@ void CursorCommand(Session& session, const Words& words) {
     session.put_CursorLocation(words[0] == "client" ? nbx::mrsql::kClientCursor : nbx::mrsql::kServerCursor);
 }
 
-/** -1 for what is no number. */
+/** -1 for text that is not a number. */
 double ReadNumber(const std::string& word) {
     double number = -1;
     const auto [end, error] = std::from_chars(word.data(), word.data() + word.size(), number);

@@ -10,8 +10,8 @@ namespace mduckdb {
    closing an engine deletes them: in a directory of two engines one would read, or delete, what the other
    wrote. */
 
-/** Gives the engine a temporary directory of its own, whose path starts with `beginning`. Configurations that
-    differ only in this directory count as equal. */
+/** Sets a temporary directory that no other engine uses. Its path starts with `beginning`. Configurations
+   that differ only in this directory count as equal. */
 void PutOwnSpill(Configuration& configuration, const std::string& beginning);
 
 /** For an engine that is about to be opened on the path (UTF-8): leaves it the temporary directory of its
