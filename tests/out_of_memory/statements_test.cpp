@@ -334,23 +334,30 @@ std::vector<Binding> MakeBindings() {
     return all;
 }
 
-class BindOutOfMemory : public StatementTest, public testing::WithParamInterface<Binding> {};
+class BindOutOfMemory : public StatementTest, public testing::WithParamInterface<Binding> {
+  protected:
+    /** The bind under test, judged by the parameter that the statement then has. */
+    Operation MakeBind(I_DuckDBStatement& probe) {
+        Operation operation;
+        operation.act = [&probe] {
+            GetParam().bind(probe);
+            return std::string();
+        };
+        operation.look = [this, &probe] {
+            std::string seen;
+            const std::string thrown = ::Thrown([&] {
+                const auto [type, text] = ReadBack(probe);
+                seen = type + " " + text;
+            });
+            return seen + " " + thrown;
+        };
+        return operation;
+    }
+};
 
 TEST_P(BindOutOfMemory, LeavesTheParameterAsItWasOrBindsItsValue) {
     auto probe = Probe();
-    Operation operation;
-    operation.act = [&] {
-        GetParam().bind(*probe);
-        return std::string();
-    };
-    operation.look = [&] {
-        std::string seen;
-        const std::string thrown = ::Thrown([&] {
-            const auto [type, text] = ReadBack(*probe);
-            seen = type + " " + text;
-        });
-        return seen + " " + thrown;
-    };
+    Operation operation = MakeBind(*probe);
     // The first bind of a parameter, and another one in the place of its value.
     operation.prepare = [&] { probe->ClearBindings(); };
     FailEach(operation);
@@ -379,21 +386,9 @@ TEST_P(BindOutOfMemory, KeepsTheStoredParametersOrBindsItsValue) {
     for (const Kind& kind : kinds) {
         SCOPED_TRACE(kind.name);
         auto probe = Probe();
-        Operation operation;
+        Operation operation = MakeBind(*probe);
         operation.samples = 8;
         operation.prepare = [&] { kind.store(*probe); };
-        operation.act = [&] {
-            GetParam().bind(*probe);
-            return std::string();
-        };
-        operation.look = [&] {
-            std::string seen;
-            const std::string thrown = ::Thrown([&] {
-                const auto [type, text] = ReadBack(*probe);
-                seen = type + " " + text;
-            });
-            return seen + " " + thrown;
-        };
         FailEach(operation);
     }
 }
