@@ -79,6 +79,25 @@ class Traffic {
     std::vector<std::thread> threads_;
 };
 
+/** The commits of the traffic while pieces of work run, over the seconds that they take. */
+class TrafficRate {
+  public:
+    template <typename Work>
+    void Add(const Traffic& traffic, const Work& work) {
+        const auto start = Clock::now();
+        const int64_t before = traffic.get_Commits();
+        work();
+        commits_ += traffic.get_Commits() - before;
+        seconds_ += std::chrono::duration<double>(Clock::now() - start).count();
+    }
+    double get_Seconds() const { return seconds_; }
+    double PerSecond() const { return static_cast<double>(commits_) / seconds_; }
+
+  private:
+    int64_t commits_ = 0;
+    double seconds_ = 0;
+};
+
 /** No money was created or lost, and every account matches the journal: the snapshot holds whole
     transactions, and with each one everything that had been committed before it. */
 void ExpectCommittedState(const std::string& file) {
@@ -104,29 +123,26 @@ TEST(SnapshotStress, EverySnapshotIsACommittedStateWhileOthersWrite) {
                    "CREATE TABLE journal (\"from\" INTEGER, \"to\" INTEGER)"),
         "");
     Traffic traffic(source, rows);
-    std::this_thread::sleep_for(std::chrono::seconds(2));
-    const double quiet = static_cast<double>(traffic.get_Commits()) / 2;
-    double seconds = 0;
-    int64_t commits = 0;
+    TrafficRate quiet;
+    TrafficRate busy;
     int compared = 0;
     for (int i = 0; i < snapshots; ++i) {
         const std::string target = folder / ("snap" + std::to_string(i) + ".db");
-        const auto start = Clock::now();
-        const int64_t before = traffic.get_Commits();
-        ASSERT_EQ(SnapshotError(source, target), "none") << i;
-        commits += traffic.get_Commits() - before;
-        seconds += std::chrono::duration<double>(Clock::now() - start).count();
+        // Before each snapshot, since the traffic slows down as its database grows.
+        quiet.Add(traffic, [] { std::this_thread::sleep_for(std::chrono::seconds(1)); });
+        busy.Add(traffic, [&] { ASSERT_EQ(SnapshotError(source, target), "none") << i; });
+        ASSERT_FALSE(HasFatalFailure());
         ExpectCommittedState(target);
         compared += ReadWhole(ManifestOf(target)).find("\"compared\": \"rows\"") != std::string::npos ? 1 : 0;
         std::filesystem::remove(target);
     }
-    std::cout << snapshots << " snapshots, " << compared << " compared in every row, " << seconds / snapshots
-              << " s each; commits a second: " << quiet << " without, "
-              << static_cast<double>(commits) / seconds << " during snapshots\n";
+    std::cout << snapshots << " snapshots, " << compared << " compared in every row, "
+              << busy.get_Seconds() / snapshots << " s each; commits a second: " << quiet.PerSecond()
+              << " without, " << busy.PerSecond() << " during snapshots\n";
     EXPECT_GT(compared, 0);
     // Too few say little about speed.
     if (snapshots >= 100) {
-        EXPECT_GT(static_cast<double>(commits) / seconds, quiet / 2);
+        EXPECT_GT(busy.PerSecond(), quiet.PerSecond() / 2);
     }
 }
 
