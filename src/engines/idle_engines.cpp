@@ -23,6 +23,9 @@ using Clock = std::chrono::steady_clock;
 
 /** About twice as long as an opening takes where nothing else runs. */
 constexpr std::chrono::milliseconds kPatience{20};
+/** A thread that calls again at once goes on with its engine, without a switch of threads, until another call
+    has waited for this long. */
+constexpr std::chrono::milliseconds kTurn{5};
 /** Most hosts close the cursor of a small result within this time. */
 constexpr std::chrono::milliseconds kReadingTime{5};
 
@@ -34,6 +37,7 @@ struct IdleEngine {
 /** A call that waits for an engine. */
 struct Waiter {
     const EngineTerms& terms;
+    const Clock::time_point since = Clock::now();
     std::optional<MemoryEngine> given;
     std::condition_variable changed;
 
@@ -81,6 +85,8 @@ class IdleList : nbx::noncopyable {
     /** Until when one of the engines in use is likely to be handed on to a call that waits since `begin`. */
     Clock::time_point get_HopeEnd(Clock::time_point begin) const;
     bool GiveToWaiter(MemoryEngine& engine);
+    void Give(Waiter& waiter, MemoryEngine& engine);
+    Waiter* FindWaiter(const EngineTerms& terms);
 
     static std::atomic<IdleList*> gInstance;
 
@@ -205,11 +211,14 @@ Clock::time_point IdleList::get_HopeEnd(Clock::time_point begin) const {
 }
 
 std::optional<MemoryEngine> IdleList::Wait(std::unique_lock<std::mutex>& lock, const EngineTerms& terms) {
-    const Clock::time_point begin = Clock::now();
     Waiter waiter(terms);
     waiters_.push_back(&waiter);
     while (!waiter.given) {
-        const Clock::time_point end = get_HopeEnd(begin);
+        if (std::optional<MemoryEngine> found = Find(terms)) {
+            Give(waiter, *found);
+            break;
+        }
+        const Clock::time_point end = get_HopeEnd(waiter.since);
         if (Clock::now() >= end) {
             std::erase(waiters_, &waiter);
             ++running_;
@@ -217,22 +226,40 @@ std::optional<MemoryEngine> IdleList::Wait(std::unique_lock<std::mutex>& lock, c
         }
         waiter.changed.wait_until(lock, end);
     }
+    // This one may have been woken for an engine that it did not take.
+    for (const IdleEngine& each : idle_) {
+        if (Waiter* const next = FindWaiter(each.engine.get_Terms())) {
+            next->changed.notify_one();
+        }
+    }
     return std::move(waiter.given);
 }
 
-bool IdleList::GiveToWaiter(MemoryEngine& engine) {
+Waiter* IdleList::FindWaiter(const EngineTerms& terms) {
     const auto found = std::find_if(waiters_.begin(), waiters_.end(),
-                                    [&](const Waiter* each) { return each->terms == engine.get_Terms(); });
-    if (found == waiters_.end()) {
-        return false;
-    }
-    Waiter& waiter = **found;
-    waiters_.erase(found);
+                                    [&](const Waiter* each) { return each->terms == terms; });
+    return found == waiters_.end() ? nullptr : *found;
+}
+
+void IdleList::Give(Waiter& waiter, MemoryEngine& engine) {
+    std::erase(waiters_, &waiter);
     // It counts from here on, so that nobody else takes the engine for one that is free.
     ++running_;
     waiter.given.emplace(std::move(engine));
-    waiter.changed.notify_one();
-    return true;
+}
+
+/** Or leaves the engine, which a call that comes first may take. */
+bool IdleList::GiveToWaiter(MemoryEngine& engine) {
+    Waiter* const waiter = FindWaiter(engine.get_Terms());
+    if (waiter == nullptr) {
+        return false;
+    }
+    const bool is_its_turn = Clock::now() >= waiter->since + kTurn;
+    if (is_its_turn) {
+        Give(*waiter, engine);
+    }
+    waiter->changed.notify_one();
+    return is_its_turn;
 }
 
 void IdleList::Add(MemoryEngine& engine) {
@@ -266,7 +293,7 @@ void IdleList::EndUse(EngineUse& use) {
     --(use.state_ == EngineUse::State::running ? running_ : reading_);
     use.state_ = EngineUse::State::none;
     // There may be no engine left to wait for.
-    if (!waiters_.empty()) {
+    if (!waiters_.empty() && running_ + reading_ < IdleEngines::get_Most()) {
         waiters_.front()->changed.notify_one();
     }
 }

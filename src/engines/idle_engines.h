@@ -46,8 +46,8 @@ class IdleEngines {
   public:
     /** An engine that was opened on the terms and is as a new one would be, or nothing: then the call opens
         its own. The one that was used last is taken first. If as many calls as there are cores are at work,
-        this waits for the engine of one of them, but hardly longer than an opening takes; those who wait are
-        served in turn. Begins the use in any case. */
+        this waits for the engine of one of them, but hardly longer than an opening takes. Those who wait for
+        some milliseconds are served in turn. Begins the use in any case. */
     static std::optional<MemoryEngine> Take(const EngineTerms& terms, EngineUse& use) noexcept;
     /** Keeps the engine if it can serve another call; otherwise closes it. Nobody is connected to it. */
     static void Keep(MemoryEngine engine) noexcept;

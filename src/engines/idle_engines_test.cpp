@@ -284,6 +284,28 @@ TEST_F(IdleEnginesTest, AreGivenToThoseWhoWaitInTurn) {
     EXPECT_EQ(1u, CountIdle());
 }
 
+TEST_F(IdleEnginesTest, AreGivenToThoseWhoHaveWaitedBeforeTheirUserCallsAgain) {
+    constexpr int kTries = 10;
+    int served = 0;
+    for (int i = 0; i < kTries; ++i) {
+        Calls calls(IdleEngines::get_Most());
+        std::optional<MemoryEngine> first;
+        std::thread waiting([&] {
+            EngineUse use;
+            first = IdleEngines::Take(kTerms, use);
+        });
+        std::this_thread::sleep_for(milliseconds(10));
+        IdleEngines::Keep(std::move(calls.engines.back()));
+        calls.uses.pop_back();
+        const std::optional<MemoryEngine> again = TakeIdle(kTerms);
+        waiting.join();
+        EXPECT_FALSE(first && again);
+        served += first ? 1 : 0;
+    }
+    // A slow machine may start a thread late, or let its patience end before its turn.
+    EXPECT_GT(served, kTries / 2);
+}
+
 TEST_F(IdleEnginesTest, ServeManyThreadsWhileOthersCloseThem) {
     IdleEngines::put_IdleTime(milliseconds(1));
     std::vector<std::thread> threads;
