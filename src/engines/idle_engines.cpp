@@ -80,6 +80,7 @@ class IdleList : nbx::noncopyable {
     void Run();
     std::vector<IdleEngine> TakeAll();
     std::optional<MemoryEngine> Find(const EngineTerms& terms);
+    bool HasIdle(const EngineTerms& terms) const;
     /** Also counts the call as a running one. */
     std::optional<MemoryEngine> Wait(std::unique_lock<std::mutex>& lock, const EngineTerms& terms);
     /** Until when one of the engines in use is likely to be handed on to a call that waits since `begin`. */
@@ -201,6 +202,11 @@ std::optional<MemoryEngine> IdleList::Find(const EngineTerms& terms) {
     return taken;
 }
 
+bool IdleList::HasIdle(const EngineTerms& terms) const {
+    return std::any_of(idle_.begin(), idle_.end(),
+                       [&](const IdleEngine& each) { return each.engine.get_Terms() == terms; });
+}
+
 Clock::time_point IdleList::get_HopeEnd(Clock::time_point begin) const {
     const std::size_t most = IdleEngines::get_Most();
     if (is_stopped_ || !is_on_ || running_ + reading_ < most) {
@@ -292,9 +298,13 @@ void IdleList::EndUse(EngineUse& use) {
     const std::lock_guard<std::mutex> lock(mutex_);
     --(use.state_ == EngineUse::State::running ? running_ : reading_);
     use.state_ = EngineUse::State::none;
-    // There may be no engine left to wait for.
-    if (!waiters_.empty() && running_ + reading_ < IdleEngines::get_Most()) {
-        waiters_.front()->changed.notify_one();
+    // There may be no engine left to wait for. Whom an idle one can serve was woken for that.
+    if (running_ + reading_ < IdleEngines::get_Most()) {
+        const auto found = std::find_if(waiters_.begin(), waiters_.end(),
+                                        [this](const Waiter* each) { return !HasIdle(each->terms); });
+        if (found != waiters_.end()) {
+            (*found)->changed.notify_one();
+        }
     }
 }
 
