@@ -122,7 +122,7 @@ class IdleList : nbx::noncopyable {
 std::atomic<IdleList*> IdleList::gInstance{nullptr};
 
 IdleList& IdleList::Get() {
-    // Not on the heap, where it would be left behind when the library is unloaded.
+    // Not on the heap, where nobody would delete it.
     alignas(IdleList) static std::byte place[sizeof(IdleList)];
     [[maybe_unused]] static IdleList* const first = gInstance = new (place) IdleList;
     IdleList* list = gInstance.load();

@@ -38,7 +38,7 @@ class EngineUse {
 
 /** The engines without a file that wait for their next call: at most one a core. An engine that nobody takes
     for some seconds is closed by a thread, which exists for as long after the last call. When the
-    library is unloaded or the process exits, the thread ends and the engines close. A child of a fork starts
+    process exits, the thread ends and the engines close. A child of a fork starts
     with none: its parent's engines have no threads there.
 
     From any thread. The list's mutex is not held while an engine opens or closes. */

@@ -111,15 +111,22 @@ Function Find(void* module, const char* name) {
 
 }  // namespace
 
-LoadedModule::LoadedModule(const std::string& file) {
-    void* const module = dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL);
-    if (module == nullptr) {
+LoadedModule::LoadedModule(const std::string& file) : module_(dlopen(file.c_str(), RTLD_NOW | RTLD_LOCAL)) {
+    if (module_ == nullptr) {
         throw std::runtime_error(dlerror());
     }
-    Find<decltype(&mirona_extension_bind_api)>(module, "mirona_extension_bind_api")(&GetTable());
-    Find<decltype(&mirona_extension_init)>(module, "mirona_extension_init")(&procedures_);
+    Find<decltype(&mirona_extension_bind_api)>(module_, "mirona_extension_bind_api")(&GetTable());
+    Find<decltype(&mirona_extension_init)>(module_, "mirona_extension_init")(&procedures_);
     extension_ = nbx::mrsql::GetDuckDBExtension();
     nbx::mrsql::SetDuckDBExtension(nullptr);
+}
+
+void LoadedModule::Unload() {
+    procedures_.clear();
+    extension_ = nullptr;
+    if (dlclose(module_) != 0) {
+        throw std::runtime_error(dlerror());
+    }
 }
 
 LoadedModule::Outcome LoadedModule::Call(const std::string& procedure,

@@ -7,7 +7,7 @@
 #include "mirona/extension_api.h"
 #include "nbx/mrsql/duckdb_extension.h"
 
-/** A built module, loaded as a server does it and used only through its two exports. Never unloaded. */
+/** A built module, loaded as a server does it and used only through its two exports. */
 class LoadedModule {
   public:
     explicit LoadedModule(const std::string& file);
@@ -24,8 +24,11 @@ class LoadedModule {
        Any number of threads may call at once. */
     Outcome Call(const std::string& procedure, const std::vector<std::string>& arguments,
                  uint64_t most_rows) const;
+    /** Only if nothing of the module is left but this. */
+    void Unload();
 
   private:
+    void* module_;
     std::map<std::string, mirona_procedure_handler> procedures_;
     nbx::smart_ptr<nbx::mrsql::I_DuckDBExtension> extension_;
 };
