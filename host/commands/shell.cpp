@@ -41,7 +41,11 @@ int RunShell(Program& program, const Arguments& arguments) {
     BlockInterrupts();
     program.Load();
     const bool is_interactive = isatty(STDIN_FILENO) == 1 && program.out.get_IsTerminal();
-    Session session(program.out, program.print, program.registry);
+    PagedOutput terminal(STDOUT_FILENO);
+    Session session(is_interactive ? terminal : program.out, program.print, program.registry);
+    if (is_interactive) {
+        session.put_Pager(&terminal);
+    }
     session.put_Bails(arguments.bails);
     try {
         session.Open(path.empty() ? ":memory:" : path, {});
@@ -50,8 +54,8 @@ int RunShell(Program& program, const Arguments& arguments) {
     }
     std::unique_ptr<LineReader> reader;
     if (is_interactive) {
-        program.out.Write(fmt::format("DuckDB {}, module {}. Enter .help for help, .quit to leave.\n",
-                                      GetExtension()->get_LibraryVersion(), program.module_name));
+        session.Print(fmt::format("DuckDB {}, module {}. Enter .help for help, .quit to leave.\n",
+                                  GetExtension()->get_LibraryVersion(), program.module_name));
         reader = MakeTerminalReader(PrepareHistoryFile(),
                                     [&session](const std::string& line, const std::string& word) {
                                         return Complete(session, line, word);

@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <system_error>
+#include <utility>
 
 namespace mduckdb_host {
 
@@ -33,10 +34,9 @@ Output::Output(int descriptor) : descriptor_(descriptor), is_terminal_(isatty(de
 
 Output::~Output() {
     try {
-        Flush();
+        Output::Send(buffer_);
     } catch (const std::exception&) {
         // A destructor cannot report. Callers that care call `Flush` first.
-        buffer_.clear();
     }
 }
 
@@ -48,24 +48,24 @@ void Output::Write(std::string_view text) {
 }
 
 void Output::Flush() {
-    std::string_view rest = buffer_;
-    while (!rest.empty()) {
-        const ssize_t written = ::write(descriptor_, rest.data(), rest.size());
-        if (written >= 0) {
-            rest.remove_prefix(static_cast<std::size_t>(written));
-            continue;
-        }
-        if (errno == EINTR) {
-            continue;
-        }
-        const int error = errno;
-        buffer_.clear();
-        if (error == EPIPE) {
-            throw xOutputClosed();
-        }
-        throw std::system_error(error, std::generic_category(), "Cannot write the output");
+    // What cannot be written is not written again.
+    const std::string text = std::exchange(buffer_, {});
+    if (!text.empty()) {
+        Send(text);
     }
-    buffer_.clear();
+}
+
+void Output::WriteAll(int descriptor, std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t written = ::write(descriptor, text.data(), text.size());
+        if (written >= 0) {
+            text.remove_prefix(static_cast<std::size_t>(written));
+        } else if (errno == EPIPE) {
+            throw xOutputClosed();
+        } else if (errno != EINTR) {
+            throw std::system_error(errno, std::generic_category(), "Cannot write the output");
+        }
+    }
 }
 
 int Output::get_Columns() const noexcept {

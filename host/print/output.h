@@ -21,7 +21,7 @@ class xOutputClosed : public std::exception {
 class Output {
   public:
     explicit Output(int descriptor);
-    ~Output();
+    virtual ~Output();
     Output(const Output&) = delete;
     Output& operator=(const Output&) = delete;
 
@@ -31,6 +31,11 @@ class Output {
     /** Size of the terminal in characters; 80 by 24 when it is unknown. */
     int get_Columns() const noexcept;
     int get_Lines() const noexcept;
+
+  protected:
+    /** Writes what was buffered. */
+    virtual void Send(std::string_view text) { WriteAll(descriptor_, text); }
+    static void WriteAll(int descriptor, std::string_view text);
 
   private:
     int descriptor_;

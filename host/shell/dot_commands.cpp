@@ -243,15 +243,14 @@ constexpr DotCommand kCommands[] = {
     {".exit", "", "leave the shell", 0, 0, QuitCommand},
     {".headers", "on|off", "begin table and csv with the names of the columns", 1, 1, HeadersCommand},
     {".help", "[COMMAND]", "describe the dot commands", 0, 1, HelpCommand},
-    {".import", "FILE TABLE", "append a CSV, JSON or Parquet file to a table, or create it", 2, 2,
-     ImportCommand},
+    {".import", "FILE TABLE", "append a CSV, JSON or Parquet file to a table", 2, 2, ImportCommand},
     {".lines", "", "show one field per line, or the format before; also \\x", 0, 0, LinesCommand},
-    {".mode", "NAME", "set the format: table, csv, json, jsonl, markdown, line", 1, 1, ModeCommand},
+    {".mode", "NAME", "format: table, csv, json, jsonl, markdown or line", 1, 1, ModeCommand},
     {".nullvalue", "[TEXT]", "show NULL as the text in table, line and csv", 0, 1, NullValueCommand},
     {".once", "FILE", "write the result of the next statement into a file", 1, 1, OnceCommand},
-    {".open", "[FILE [NAME]]", "open a database and switch to it; alone, list what is open", 0, 2,
-     OpenCommand},
-    {".output", "[FILE]", "write results into a file; alone, to the terminal again", 0, 1, OutputCommand},
+    {".open", "[FILE [NAME]]", "open a database; alone, list what is open", 0, 2, OpenCommand},
+    {".output", "[FILE]", "write results into a file; alone, to the terminal", 0, 1, OutputCommand},
+    {".pager", "on|off", "read what is longer than the screen in a pager", 1, 1, PagerCommand},
     {".procedures", "", "list the procedures for CALL", 0, 0, ProceduresCommand},
     {".quit", "", "leave the shell", 0, 0, QuitCommand},
     {".read", "FILE", "run the statements in a file", 1, 1, ReadCommand},
@@ -306,7 +305,7 @@ std::vector<std::string> ListDatabases(const Session& session) {
 
 void PrintHelp(Session& session, const DotCommand& command) {
     session.Print(
-        fmt::format("{:<30}{}\n", fmt::format("{} {}", command.name, command.arguments), command.help));
+        fmt::format("{:<26}{}\n", fmt::format("{} {}", command.name, command.arguments), command.help));
 }
 
 void HelpCommand(Session& session, const Words& words) {
@@ -318,8 +317,8 @@ void HelpCommand(Session& session, const Words& words) {
         PrintHelp(session, command);
     }
     session.Print(
-        "\nEverything else is SQL and ends with a semicolon. CALL runs a procedure with literal\n"
-        "arguments:\n"
+        "\nEverything else is SQL and ends with a semicolon. CALL runs a procedure with\n"
+        "literal arguments:\n"
         "  CALL fetch_parquet('sales.parquet', ['id', 'price'], 'price > 10', 20);\n"
         "Ctrl-C interrupts a statement, Ctrl-D leaves the shell.\n");
 }

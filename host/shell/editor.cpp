@@ -1,18 +1,16 @@
 #include "shell/editor.h"
 
 #include <fmt/format.h>
-#include <spawn.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 
+#include "shell/child_process.h"
 #include "text/messages.h"
 
 namespace mduckdb_host {
@@ -55,36 +53,13 @@ std::string FindEditor() {
     return "vi";
 }
 
-/** Runs the command, which may have arguments of its own, with the file; returns its exit status. */
-int RunEditor(const std::string& command, const std::string& file) {
-    const std::string script = command + " \"$1\"";
-    const char* const arguments[] = {"sh", "-c", script.c_str(), "sh", file.c_str(), nullptr};
-    // This program blocks Ctrl-C, which the editor would inherit.
-    sigset_t none;
-    sigemptyset(&none);
-    posix_spawnattr_t attributes;
-    posix_spawnattr_init(&attributes);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
-    posix_spawnattr_setsigmask(&attributes, &none);
-    pid_t process = 0;
-    const int error =
-        posix_spawn(&process, "/bin/sh", nullptr, &attributes, const_cast<char* const*>(arguments), environ);
-    posix_spawnattr_destroy(&attributes);
-    if (error != 0) {
-        throw xUsageError(fmt::format("Cannot run '{}': {}.", command, std::strerror(error)));
-    }
-    int status = 0;
-    while (::waitpid(process, &status, 0) < 0 && errno == EINTR) {
-    }
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
 }  // namespace
 
 std::string EditText(const std::string& text) {
     const TemporaryFile file(text);
     const std::string editor = FindEditor();
-    const int status = RunEditor(editor, file.get_Path());
+    // The command may have arguments of its own.
+    const int status = WaitForProcess(StartScript(editor, editor + " \"$1\"", file.get_Path()));
     if (status != 0) {
         throw xUsageError(
             fmt::format("'{}' failed with status {}. Set EDITOR to the editor to use.", editor, status));

@@ -51,6 +51,10 @@ void OutputCommand(Session& session, const Words& words) {
     }
 }
 
+void PagerCommand(Session& session, const Words& words) {
+    session.put_IsPaged(ReadSwitch(words[0]));
+}
+
 void SeparatorCommand(Session& session, const Words& words) {
     const std::string separator = words[0] == "\\t" ? "\t" : words[0];
     if (separator.empty() || separator.find_first_of("\"\r\n") != std::string::npos) {

@@ -19,6 +19,7 @@ void ModeCommand(Session& session, const std::vector<std::string>& words);
 void NullValueCommand(Session& session, const std::vector<std::string>& words);
 void OnceCommand(Session& session, const std::vector<std::string>& words);
 void OutputCommand(Session& session, const std::vector<std::string>& words);
+void PagerCommand(Session& session, const std::vector<std::string>& words);
 void SeparatorCommand(Session& session, const std::vector<std::string>& words);
 void TypesCommand(Session& session, const std::vector<std::string>& words);
 

@@ -62,6 +62,25 @@ void Session::ResetOutput() {
     redirection_.Reset();
 }
 
+void Session::put_IsPaged(bool is_paged) {
+    if (pager_ == nullptr) {
+        throw xUsageError(".pager needs a terminal.");
+    }
+    pager_->put_IsPaged(is_paged);
+}
+
+void Session::BeginPage() {
+    if (pager_ != nullptr) {
+        pager_->BeginPage();
+    }
+}
+
+void Session::EndPage() {
+    if (pager_ != nullptr) {
+        pager_->EndPage();
+    }
+}
+
 void Session::EndStatement() {
     if (redirection_.get_IsOnce()) {
         ResetOutput();

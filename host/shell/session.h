@@ -10,6 +10,7 @@
 #include "nbx/mrsql/duckdb_cursor.h"
 #include "print/printer.h"
 #include "shell/output_redirection.h"
+#include "shell/paged_output.h"
 #include "table/function_table.h"
 
 namespace mduckdb_host {
@@ -73,6 +74,14 @@ class Session {
     void WriteTo(const std::string& path, bool is_once);
     /** Results go to the program's output again. */
     void ResetOutput();
+    /** Where results go that do not fit on the screen; none unless it is called. */
+    void put_Pager(PagedOutput* pager) noexcept { pager_ = pager; }
+    void put_IsPaged(bool is_paged);
+    /** Around everything that prints a result. They may be called without each other. */
+    void BeginPage();
+    void EndPage();
+    /** Whether the user left the pager, which is why the output was closed. */
+    bool get_IsInPager() const noexcept { return pager_ != nullptr && pager_->get_IsInPager(); }
     /** Called after each statement. */
     void EndStatement();
     void put_HasTimer(bool has_timer) noexcept { has_timer_ = has_timer; }
@@ -93,6 +102,7 @@ class Session {
     std::vector<OpenedDatabase>::const_iterator Find(const std::string& name) const;
 
     OutputRedirection redirection_;
+    PagedOutput* pager_ = nullptr;
     PrintOptions print_;
     Format format_before_lines_ = Format::kTable;
     const ProcedureRegistry& registry_;

@@ -109,6 +109,7 @@ void Shell::RunFile(const std::string& name) {
         throw xUsageError("Too many nested .read commands. Do the files read each other?");
     }
     ++file_depth_;
+    session_.EndPage();  // each statement has its own
     const int64_t outer_line_number = std::exchange(line_number_, 0);
     const std::string outer_file_name = std::exchange(file_name_, name);
     const std::unique_ptr<LineReader> reader = MakePipeReader(file);
@@ -133,6 +134,8 @@ void Shell::Repeat(double seconds, uint64_t count) {
         throw xUsageError("There is no statement to repeat yet.");
     }
     const bool has_failed_before = std::exchange(has_failed_, false);
+    session_.EndPage();
+    is_paging_ = false;  // nobody waits for a pager every few seconds
     for (uint64_t run = 0; !has_failed_ && (count == 0 || run < count); ++run) {
         if (run > 0 && WaitForInterrupt(seconds)) {
             break;
@@ -140,6 +143,7 @@ void Shell::Repeat(double seconds, uint64_t count) {
         RunStatement(statement, line_number_);
         session_.get_Output().Flush();
     }
+    is_paging_ = true;
     has_failed_ = has_failed_ || has_failed_before;
 }
 
@@ -147,6 +151,7 @@ void Shell::Edit() {
     if (!is_interactive_ || file_depth_ > 0 || reader_ == nullptr) {
         throw xUsageError(".edit needs a terminal.");
     }
+    session_.EndPage();
     const std::string text = EditText(last_statement_.empty() ? "" : last_statement_ + "\n");
     if (text == last_statement_ + "\n" || IsBlank(text)) {
         session_.Print("Not run: the statement is unchanged.\n");
@@ -183,7 +188,9 @@ void Shell::Accept(LineReader& reader, const std::string& line) {
 }
 
 void Shell::AcceptDotCommand(const std::string& line) {
+    session_.BeginPage();
     RunReported({line, line_number_}, [&] { RunDotCommand(session_, line); });
+    session_.EndPage();
 }
 
 void Shell::RunStatement(const std::string& statement, int64_t line) {
@@ -192,8 +199,12 @@ void Shell::RunStatement(const std::string& statement, int64_t line) {
     const auto start = std::chrono::steady_clock::now();
     const std::optional<CallStatement> call = FindCall(statement);
     const bool is_procedure = call && session_.get_Registry().Find(call->procedure) != nullptr;
+    if (is_paging_) {
+        session_.BeginPage();
+    }
     RunReported(sql, [&] { is_procedure ? RunCall(sql) : RunSql(statement); });
     RunReported(sql, [this] { session_.EndStatement(); });
+    session_.EndPage();
     if (session_.get_HasTimer()) {
         const std::chrono::duration<double> elapsed = std::chrono::steady_clock::now() - start;
         session_.Print(fmt::format("Time: {:.3f} s\n", elapsed.count()));
@@ -236,7 +247,12 @@ void Shell::RunReported(const SqlText& sql, const std::function<void()>& work) {
     try {
         work();
     } catch (const xOutputClosed&) {
-        throw;
+        if (!session_.get_IsInPager()) {
+            throw;
+        }
+        // The user has read enough.
+        session_.EndPage();
+        session_.DropPrinter();
     } catch (const nbx::xInterruptError&) {
         Report("Interrupted: " + DescribeStart(sql.text));
         // After an interrupt, the rest of a pasted script should not run either.
@@ -268,6 +284,7 @@ void Shell::Bail(const SqlText& sql) {
 void Shell::Report(const std::string& text) {
     has_failed_ = true;
     // Flush, so that earlier output precedes the error. A printer in the middle of a result cannot be reused.
+    session_.EndPage();
     session_.get_Output().Flush();
     session_.DropPrinter();
     PrintError(text);

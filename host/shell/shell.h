@@ -65,6 +65,7 @@ class Shell : StatementRunner {
     int64_t line_number_ = 0;
     /** Of the file that is being read; empty for a pipe or a terminal. */
     std::string file_name_;
+    bool is_paging_ = true;
     /** Whether `.bail` ends the files that are being read. */
     bool is_bailing_ = false;
 };

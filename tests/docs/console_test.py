@@ -23,7 +23,7 @@ from pseudo_terminal import Terminal  # noqa: E402
 ROOT = pathlib.Path()
 BIN = pathlib.Path()
 LINES = 32
-COLUMNS = 100
+COLUMNS = 80
 SECONDS = 60
 PROMPT = re.compile(r"(\w+>| *\.\.\.>)( .*)?")
 KEYS = {"Ctrl-C": "\x03", "Up": "\x1b[A"}
@@ -128,7 +128,7 @@ class Console(unittest.TestCase):
         with tempfile.TemporaryDirectory() as folder:
             os.symlink(ROOT / "examples", pathlib.Path(folder, "examples"))
             environment = {**os.environ, "PATH": f"{BIN}:{os.environ['PATH']}", "HOME": folder, "LANG": "C.UTF-8",
-                           "TZ": "UTC"}
+                           "TZ": "UTC", "PAGER": "cat"}
             session = Session(folder, environment)
             try:
                 for block in found:

@@ -5,31 +5,19 @@ import re
 import time
 import unittest
 
-from host_case import HOST, HostCase
+from host_case import HOST
 from pseudo_terminal import Terminal
+from terminal_case import TerminalCase
 
 
-class TerminalTest(HostCase):
-    def open(self, *arguments, more=(), term="xterm"):
-        environment = {**os.environ, "XDG_STATE_HOME": self.path("state"), **dict(more)}
-        terminal = Terminal([HOST, *arguments], self.folder, environment, term=term)
-        self.addCleanup(terminal.kill)
-        return terminal
-
-    def start(self, *arguments):
-        terminal = self.open(*(arguments or ("shell",)))
-        if not arguments or arguments[0] == "shell":
-            terminal.expect("> ")
-        return terminal
-
+class TerminalTest(TerminalCase):
     def test_a_statement_over_several_lines(self):
         shell = self.start()
         shell.send("SELECT 40\n")
         shell.expect("...> ")
         shell.send("+ 2 AS answer;\n")
         self.assertIn("│     42 │", shell.expect("1 row"))
-        shell.send(".quit\n")
-        self.assertEqual(shell.finish(), 0)
+        self.leave(shell)
 
     def test_end_of_input_leaves_the_shell(self):
         shell = self.start()
@@ -46,8 +34,7 @@ class TerminalTest(HostCase):
         self.assertLess(time.monotonic() - start, 5)
         shell.send("SELECT 'still here' AS t;\n")
         shell.expect("│ still here │")
-        shell.send(".quit\n")
-        self.assertEqual(shell.finish(), 0)
+        self.leave(shell)
 
     def test_ctrl_c_ends_a_watch_and_the_shell_continues(self):
         shell = self.start()
@@ -57,12 +44,10 @@ class TerminalTest(HostCase):
         shell.expect("> ")
         shell.send("SELECT 'still here' AS t;\n")
         shell.expect("│ still here │")
-        shell.send(".quit\n")
-        self.assertEqual(shell.finish(), 0)
+        self.leave(shell)
 
     def test_edit_runs_the_last_statement_as_the_editor_leaves_it(self):
-        shell = self.open("shell", more={"VISUAL": "sed -i s/40/41/"})
-        shell.expect("> ")
+        shell = self.start(more={"VISUAL": "sed -i s/40/41/"})
         shell.send("SELECT 40\n + 1 AS answer;\n")
         shell.expect("│     41 │")
         shell.send(".edit\n")
@@ -70,14 +55,12 @@ class TerminalTest(HostCase):
         # It is the last statement now, which the editor leaves as it is, and the history has it.
         shell.send(".edit\n")
         shell.expect("Not run: the statement is unchanged.")
-        shell.send(".quit\n")
-        self.assertEqual(shell.finish(), 0)
+        self.leave(shell)
         with open(self.path("state/mduckdb/history")) as file:
             self.assertIn("SELECT 41\n + 1 AS answer;", file.read())
 
     def test_edit_reports_an_editor_that_fails(self):
-        shell = self.open("shell", more={"EDITOR": "false", "VISUAL": ""})
-        shell.expect("> ")
+        shell = self.start(more={"EDITOR": "false", "VISUAL": ""})
         shell.send(".edit\n")
         shell.expect("'false' failed with status 1. Set EDITOR to the editor to use.")
 
@@ -90,8 +73,7 @@ class TerminalTest(HostCase):
         self.assertRegex(text, "[█░]{20} [0-9]+%")
         shell.send("\x03")
         shell.expect("Interrupted")
-        shell.send(".quit\n")
-        self.assertEqual(shell.finish(), 0)
+        self.leave(shell)
 
     def test_a_restore_does_not_promise_that_ctrl_c_interrupts(self):
         self.output("create", "a.db")
@@ -123,8 +105,7 @@ class TerminalTest(HostCase):
         shell.expect("1 row")
         shell.send(" SELECT 'secret' AS t;\n")
         shell.expect("1 row")
-        shell.send(".quit\n")
-        self.assertEqual(shell.finish(), 0)
+        self.leave(shell)
         history = self.path("state/mduckdb/history")
         self.assertEqual(os.stat(history).st_mode & 0o777, 0o600)
         with open(history) as file:
@@ -155,8 +136,7 @@ class TerminalTest(HostCase):
         shell.expect("| ---: |")
         shell.send(".mode table\n.timer of\t\n.use mem\t\n.cursor se\t\n.help .proc\t\n")
         shell.expect("list the procedures for CALL")
-        shell.send(".quit\n")
-        self.assertEqual(shell.finish(), 0)
+        self.leave(shell)
 
     def test_an_interactive_shell_runs_its_start_up_file_first(self):
         os.mkdir(self.path("mduckdb"))
@@ -208,8 +188,7 @@ class TerminalTest(HostCase):
         shell.expect("part_one.sql  part_two.sql")
         shell.send("tw\t\n")
         shell.expect("│ part_two.sql ran │")
-        shell.send(".quit\n")
-        self.assertEqual(shell.finish(), 0)
+        self.leave(shell)
 
     def test_the_history_of_earlier_versions_is_read_and_shortened(self):
         os.makedirs(self.path("state/mduckdb"))
@@ -220,8 +199,7 @@ class TerminalTest(HostCase):
         shell = self.start()
         shell.send("\x1b[A\n")
         shell.expect("│ 10099 │ old │")
-        shell.send(".quit\n")
-        self.assertEqual(shell.finish(), 0)
+        self.leave(shell)
         with open(history) as file:
             text = file.read()
         self.assertEqual(text.count("\n#") + 1, 10000)
@@ -234,8 +212,7 @@ class TerminalTest(HostCase):
         shell.send("\x1b[200~" + paste + "\x1b[201~\n")
         for i in range(1, 11):
             shell.expect(f"{i}000 │")
-        shell.send(".quit\n")
-        self.assertEqual(shell.finish(), 0)
+        self.leave(shell)
 
     def test_a_long_result_is_cut_in_the_middle(self):
         shell = self.start()
@@ -246,7 +223,7 @@ class TerminalTest(HostCase):
         hidden = int(re.search(r"1,000 rows, (\d+) rows hidden", text).group(1))
         self.assertEqual(len(re.findall(r"│ +\d+ │", text)), 1000 - hidden)
         self.assertLess(1000 - hidden, 30)
-        shell.send(".all on\nSELECT i FROM range(1000) r(i);\n")
+        shell.send(".pager off\n.all on\nSELECT i FROM range(1000) r(i);\n")
         self.assertIn("│ 500 │", shell.expect("1,000 rows\n"))
 
     def test_a_wide_result_fits_the_screen(self):
@@ -273,8 +250,7 @@ class TerminalTest(HostCase):
         self.assertNotIn("│ not run │", shell.expect("│ here │"))
         shell.send(".read s.sql\n")
         shell.expect("Stopped at s.sql, line 1: SELECT nope;")
-        shell.send(".quit\n")
-        self.assertEqual(shell.finish(), 0)
+        self.leave(shell)
 
     def test_a_dumb_terminal_gets_no_escapes(self):
         for term, has_escapes in (("xterm", True), ("dumb", False)):
