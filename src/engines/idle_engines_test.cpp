@@ -1,56 +1,18 @@
-#include "engines/idle_engines.h"
-
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <csignal>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <thread>
 #include <vector>
 
 #include "base/holders.h"
+#include "engines/idle_calls.h"
 #include "support/temp_folder.h"
 
 namespace mduckdb {
 namespace {
 
 using std::chrono::milliseconds;
-
-const EngineTerms kTerms = std::make_shared<int>();
-
-MemoryEngine Open(const EngineTerms& terms = kTerms, const std::string& temporary_folder = "") {
-    static std::atomic<int> count{0};
-    const uint64_t round = IdleEngines::get_Round();
-    FileTurn turn = FileTurn::OfName("test " + std::to_string(++count));
-    Configuration configuration;
-    configuration.Set("threads", "2");
-    if (!temporary_folder.empty()) {
-        configuration.Set("temp_directory", temporary_folder);
-        configuration.Set("max_memory", "40MB");
-    }
-    std::string error;
-    SharedEngine engine = turn.OpenWriter(":memory:", configuration, error);
-    EXPECT_TRUE(engine) << error;
-    return {engine, terms, round};
-}
-
-/** DuckDB's error, or nothing. */
-std::string RunOn(const MemoryEngine& engine, const std::string& sql) {
-    duckdb_connection connection = nullptr;
-    EXPECT_EQ(DuckDBSuccess, duckdb_connect(engine.get_Engine()->handle, &connection));
-    std::string error;
-    {
-        ResultHolder result;
-        if (duckdb_query(connection, sql.c_str(), result.Receive()) != DuckDBSuccess) {
-            error = duckdb_result_error(result.get());
-        }
-    }
-    duckdb_disconnect(&connection);
-    return error;
-}
 
 /** Makes the engine fail with an internal error: a TIME outside the day cannot become text. */
 void EndEngine(const MemoryEngine& engine) {
@@ -66,11 +28,6 @@ void EndEngine(const MemoryEngine& engine) {
     }
     EXPECT_EQ(DuckDBError, duckdb_query(connection, "SELECT t::VARCHAR FROM bad", nullptr));
     duckdb_disconnect(&connection);
-}
-
-std::optional<MemoryEngine> TakeIdle(const EngineTerms& terms) {
-    EngineUse use;
-    return IdleEngines::Take(terms, use);
 }
 
 /** As many calls as there may be idle engines, each with an engine of its own. */
@@ -95,12 +52,6 @@ milliseconds GetShortestWait() {
         shortest = std::min(shortest, std::chrono::steady_clock::now() - begin);
     }
     return std::chrono::duration_cast<milliseconds>(shortest);
-}
-
-std::size_t CountIdle() {
-    std::vector<uint64_t> numbers;
-    IdleEngines::List(numbers);
-    return numbers.size();
 }
 
 bool HasThread() {
@@ -331,77 +282,6 @@ TEST_F(IdleEnginesTest, ServeManyThreadsWhileOthersCloseThem) {
     IdleEngines::CloseAll();
     EXPECT_EQ(0u, CountIdle());
 }
-
-/** Runs the function in a new process, which must exit with status 7 within a minute. */
-class IdleProcessTest : public testing::Test {
-  protected:
-    IdleProcessTest() { testing::FLAGS_gtest_death_test_style = "threadsafe"; }
-};
-
-TEST_F(IdleProcessTest, TheyDoNotHoldUpTheExitOfAProcess) {
-    const auto run = [] {
-        alarm(60);
-        IdleEngines::Keep(Open());
-        std::exit(CountIdle() == 1 ? 7 : 1);
-    };
-    EXPECT_EXIT(run(), testing::ExitedWithCode(7), "");
-}
-
-TEST_F(IdleProcessTest, ACallThatEndsDuringTheExitClosesItsEngine) {
-    const auto run = [] {
-        alarm(60);
-        static std::optional<MemoryEngine> engine;
-        // Runs after the list has closed.
-        std::atexit([] {
-            IdleEngines::Keep(std::move(*engine));
-            if (CountIdle() != 0 || EngineFiles::Nameless().get_EngineCount() != 0) {
-                _exit(1);
-            }
-        });
-        engine.emplace(Open());
-        IdleEngines::Keep(Open());
-        std::exit(7);
-    };
-    EXPECT_EXIT(run(), testing::ExitedWithCode(7), "");
-}
-
-// The allocator of a sanitizer may be locked by an engine's thread at the fork, and stays so in the child.
-#ifndef MDUCKDB_TEST_IS_SANITIZED
-TEST_F(IdleProcessTest, AForkedChildHasNoneOfItsParentsAndExits) {
-    const auto run = [] {
-        alarm(60);
-        IdleEngines::Keep(Open());
-        const pid_t child = fork();
-        if (child == 0) {
-            alarm(60);
-            const bool has_none = CountIdle() == 0 && !TakeIdle(kTerms);
-            IdleEngines::Keep(Open());
-            std::exit(has_none && CountIdle() == 1 && TakeIdle(kTerms) ? 7 : 1);
-        }
-        int status = 0;
-        waitpid(child, &status, 0);
-        const bool is_kept = CountIdle() == 1 && TakeIdle(kTerms);
-        std::exit(is_kept && WIFEXITED(status) ? WEXITSTATUS(status) : 1);
-    };
-    EXPECT_EXIT(run(), testing::ExitedWithCode(7), "");
-}
-
-TEST_F(IdleProcessTest, AForkedChildMayExitAtOnce) {
-    const auto run = [] {
-        alarm(60);
-        IdleEngines::Keep(Open());
-        const pid_t child = fork();
-        if (child == 0) {
-            alarm(60);
-            std::exit(7);
-        }
-        int status = 0;
-        waitpid(child, &status, 0);
-        std::exit(WIFEXITED(status) ? WEXITSTATUS(status) : 1);
-    };
-    EXPECT_EXIT(run(), testing::ExitedWithCode(7), "");
-}
-#endif
 
 }  // namespace
 }  // namespace mduckdb
