@@ -12,6 +12,7 @@
 #include <limits>
 
 #include "duckdb_internals/out_of_memory.h"
+#include "duckdb_internals/quick_casts.h"
 
 namespace mduckdb {
 namespace {
@@ -210,10 +211,16 @@ struct ColumnWriter::PlainCast {
           source(Unwrap(MakeType(source_type).get()), idx_t{1}),
           target(type, idx_t{1}),
           cast(FindCast(context, source.GetType(), type)),
+          quick(FindQuickCast(context, cast, source.GetType(), type)),
+          width(DecimalOf(type, duckdb::DecimalType::GetWidth)),
+          scale(DecimalOf(type, duckdb::DecimalType::GetScale)),
           source_size(duckdb::GetTypeIdSize(source.GetType().InternalType())),
           target_size(duckdb::GetTypeIdSize(type.InternalType())) {}
 
     bool Run(const void* element, void* slot) {
+        if (quick != nullptr && quick(element, slot, width, scale)) {
+            return true;
+        }
         error.clear();
         duckdb::CastParameters parameters(DataOf(cast), false, &error, nullptr);
         std::memcpy(DataIn(source), element, source_size);
@@ -227,11 +234,17 @@ struct ColumnWriter::PlainCast {
     static void* DataIn(Vector& vector) {
         return duckdb_vector_get_data(reinterpret_cast<duckdb_vector>(&vector));
     }
+    static uint8_t DecimalOf(const duckdb::LogicalType& type, uint8_t (*get)(const duckdb::LogicalType&)) {
+        return type.id() == duckdb::LogicalTypeId::DECIMAL ? get(type) : uint8_t{0};
+    }
 
     const duckdb_type from;
     Vector source;
     Vector target;
     duckdb::BoundCastInfo cast;
+    const QuickCast quick;
+    const uint8_t width;
+    const uint8_t scale;
     const std::size_t source_size;
     const std::size_t target_size;
     std::string error;
