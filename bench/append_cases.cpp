@@ -3,11 +3,9 @@
 #include <deque>
 #include <memory>
 
-#include "bare_duckdb.h"
 #include "groups.h"
-#include "module_under_test.h"
+#include "item_tables.h"
 #include "nbx/mrsql/duckdb_appender.h"
-#include "workloads.h"
 
 namespace bench {
 namespace {
@@ -15,7 +13,6 @@ namespace {
 using nbx::mrsql::DuckDBBytes;
 using nbx::mrsql::DuckDBColumnArray;
 using nbx::mrsql::I_DuckDBAppender;
-using nbx::mrsql::I_DuckDBDatabase;
 
 /** One column as an array of C. */
 struct PlainColumn {
@@ -29,15 +26,12 @@ struct PlainColumn {
 };
 
 struct Fixture {
-    std::unique_ptr<BareDuckDB> bare;
-    nbx::smart_ptr<I_DuckDBDatabase> database;
-    std::string create;
-    std::string insert;
-    /** The same rows three times. */
+    ItemTables tables;
+    /** The same rows twice, and the first few. */
     nbx::smart_ptr<nbx::ValueRows> host_rows;
-    nbx::smart_ptr<nbx::ValueRows> few_host_rows;
     std::vector<PlainColumn> columns;
     uint64_t row_count = 0;
+    nbx::smart_ptr<nbx::ValueRows> few_host_rows;
 };
 
 constexpr uint64_t kFewRows = 5'000;
@@ -105,41 +99,12 @@ void TakeColumns(Fixture& fixture, const Workload& workload, const std::string& 
     duckdb_destroy_result(&result);
 }
 
-void TakeHostRows(Fixture& fixture, const Workload& workload, const std::string& sql) {
-    const auto source = OpenDatabase(workload.database);
-    const auto cursor = source->SqlSelect(nbx::String(sql.c_str()), nbx::mrsql::kClientCursor, nullptr);
-    fixture.host_rows = nbx::MakeObject<nbx::ValueRows>();
-    fixture.few_host_rows = nbx::MakeObject<nbx::ValueRows>();
-    while (cursor->NextRecord()) {
-        auto row = nbx::MakeObject<nbx::ValueRow>();
-        for (uint32_t column = 0; column < cursor->get_ColumnCount(); ++column) {
-            row->Append(cursor->get_Value(column));
-        }
-        if (fixture.few_host_rows->get_Count() < kFewRows) {
-            fixture.few_host_rows->Append(row);
-        }
-        fixture.host_rows->Append(std::move(row));
-    }
-}
-
-void CreateTables(const Fixture& fixture) {
-    fixture.bare->Run(fixture.create);
-    fixture.database->SqlExecute(nbx::String(fixture.create.c_str()), nullptr);
-}
-
 void PrepareFixture(Fixture& fixture, const std::string& name, uint64_t count, const Options& options) {
     const Workload workload = GetWorkload(name, options);
-    fixture.bare = std::make_unique<BareDuckDB>("");
-    fixture.database = OpenDatabase(":memory:");
-    fixture.create = "CREATE OR REPLACE TABLE items (" + GetColumnList(workload) + ")";
-    for (std::size_t i = 1; i <= workload.columns.size(); ++i) {
-        fixture.insert += (i == 1 ? "INSERT INTO items VALUES ($" : ", $") + std::to_string(i);
-    }
-    fixture.insert += ")";
-    const std::string sql = "SELECT * FROM " + workload.table + " LIMIT " + std::to_string(count);
-    TakeColumns(fixture, workload, sql);
-    TakeHostRows(fixture, workload, sql);
-    CreateTables(fixture);
+    fixture.tables.Open(workload);
+    TakeColumns(fixture, workload, GetFirstRowsQuery(workload, count));
+    fixture.host_rows = TakeHostRows(workload, count);
+    fixture.few_host_rows = TakeHostRows(workload, std::min(count, kFewRows));
 }
 
 void FillVector(duckdb_vector vector, const PlainColumn& column, uint64_t first, idx_t count) {
@@ -157,7 +122,7 @@ void FillVector(duckdb_vector vector, const PlainColumn& column, uint64_t first,
 /** DuckDB's own appender, filled chunk by chunk. */
 uint64_t RunBare(const Fixture& fixture) {
     duckdb_appender appender = nullptr;
-    if (duckdb_appender_create(fixture.bare->get(), nullptr, "items", &appender) != DuckDBSuccess) {
+    if (duckdb_appender_create(fixture.tables.bare->get(), nullptr, "items", &appender) != DuckDBSuccess) {
         Die("no appender");
     }
     std::vector<duckdb_logical_type> types;
@@ -191,7 +156,7 @@ nbx::smart_ptr<I_DuckDBAppender> MakeAppender(const Fixture& fixture) {
     nbx::mrsql::DuckDBAppenderOptions options;
     options.table = nbx::String("items");
     return static_cast<nbx::mrsql::I_DuckDBAppenders*>(
-               fixture.database->QueryInterface(nbx::mrsql::kDuckDBAppendersInterfaceId))
+               fixture.tables.database->QueryInterface(nbx::mrsql::kDuckDBAppendersInterfaceId))
         ->CreateAppender(options);
 }
 
@@ -219,33 +184,25 @@ uint64_t RunColumns(const Fixture& fixture) {
     return fixture.row_count;
 }
 
-uint64_t RunParameters(const Fixture& fixture) {
-    fixture.database->SqlExecute(nbx::String("BEGIN"), nullptr);
-    const auto statement = PrepareInModule(*fixture.database, fixture.insert);
-    statement->put_ParameterRows(fixture.few_host_rows);
-    statement->Execute();
-    fixture.database->SqlExecute(nbx::String("COMMIT"), nullptr);
-    return fixture.few_host_rows->get_Count();
-}
-
 Group MakeAppendGroup(const std::string& name, uint64_t full, const Options& options) {
     const auto fixture = std::make_shared<Fixture>();
     const uint64_t count = Scaled(full, options);
-    const auto clean = [=] { CreateTables(*fixture); };
+    const auto clean = [=] { fixture->tables.Clear(); };
     Group group{"append-" + name, "row", nullptr, {}};
     group.prepare = [=, &options] { PrepareFixture(*fixture, name, count, options); };
-    group.cases = {{"bare", [=] { return RunBare(*fixture); }, clean},
-                   {"module", [=] { return RunRows(*fixture); }, clean},
-                   {"columns", [=] { return RunColumns(*fixture); }, clean},
-                   {"parameters", [=] { return RunParameters(*fixture); }, clean}};
+    group.cases = {
+        {"bare", [=] { return RunBare(*fixture); }, clean},
+        {"module", [=] { return RunRows(*fixture); }, clean},
+        {"columns", [=] { return RunColumns(*fixture); }, clean},
+        {"parameters", [=] { return InsertAsParameters(fixture->tables, fixture->few_host_rows); }, clean}};
     group.check = [=] {
         RunBare(*fixture);
         RunRows(*fixture);
-        RequireSameRows("append-" + name, *fixture->bare, *fixture->database, "items");
-        CreateTables(*fixture);
+        fixture->tables.RequireSame("append-" + name);
+        clean();
         RunBare(*fixture);
         RunColumns(*fixture);
-        RequireSameRows("append-columns-" + name, *fixture->bare, *fixture->database, "items");
+        fixture->tables.RequireSame("append-columns-" + name);
     };
     return group;
 }

@@ -1,18 +1,12 @@
 #include <memory>
 #include <variant>
 
-#include "bare_duckdb.h"
 #include "envelope.h"
 #include "groups.h"
-#include "module_under_test.h"
-#include "workloads.h"
+#include "item_tables.h"
 
 namespace bench {
 namespace {
-
-using nbx::mrsql::I_DuckDBCursor;
-using nbx::mrsql::I_DuckDBDatabase;
-using nbx::mrsql::I_DuckDBStatement;
 
 struct Envelope {
     std::string json;
@@ -22,10 +16,7 @@ struct Envelope {
 using BareCell = std::variant<int16_t, int32_t, int64_t, double, std::string, Envelope>;
 
 struct Fixture {
-    std::unique_ptr<BareDuckDB> bare;
-    nbx::smart_ptr<I_DuckDBDatabase> database;
-    std::string create;
-    std::string insert;
+    ItemTables tables;
     /** The same rows on both sides. */
     nbx::smart_ptr<nbx::ValueRows> host_rows;
     std::vector<std::vector<BareCell>> bare_rows;
@@ -53,42 +44,16 @@ BareCell ToBareCell(const nbx::I_Value& value) {
     }
 }
 
-/** The workload's first rows, as a client cursor returns them. */
-void TakeRows(Fixture& fixture, const Workload& workload, uint64_t count) {
-    const std::string sql = "SELECT * FROM " + workload.table + " LIMIT " + std::to_string(count);
-    const nbx::smart_ptr<I_DuckDBDatabase> source = OpenDatabase(workload.database);
-    const nbx::smart_ptr<I_DuckDBCursor> cursor =
-        source->SqlSelect(nbx::String(sql.c_str()), nbx::mrsql::kClientCursor, nullptr);
-    fixture.host_rows = nbx::MakeObject<nbx::ValueRows>();
-    while (cursor->NextRecord()) {
-        auto host_row = nbx::MakeObject<nbx::ValueRow>();
-        std::vector<BareCell>& bare_row = fixture.bare_rows.emplace_back();
-        for (uint32_t column = 0; column < cursor->get_ColumnCount(); ++column) {
-            nbx::smart_ptr<nbx::I_Value> value = cursor->get_Value(column);
-            bare_row.push_back(ToBareCell(*value));
-            host_row->Append(std::move(value));
-        }
-        fixture.host_rows->Append(std::move(host_row));
-    }
-}
-
-void CreateTables(const Fixture& fixture) {
-    fixture.bare->Run(fixture.create);
-    fixture.database->SqlExecute(nbx::String(fixture.create.c_str()), nullptr);
-}
-
 void PrepareFixture(Fixture& fixture, const std::string& name, uint64_t count, const Options& options) {
     const Workload workload = GetWorkload(name, options);
-    fixture.bare = std::make_unique<BareDuckDB>("");
-    fixture.bare->Run("SET errors_as_json = true");
-    fixture.database = OpenDatabase(":memory:");
-    fixture.create = "CREATE OR REPLACE TABLE items (" + GetColumnList(workload) + ")";
-    for (std::size_t i = 1; i <= workload.columns.size(); ++i) {
-        fixture.insert += (i == 1 ? "INSERT INTO items VALUES ($" : ", $") + std::to_string(i);
+    fixture.tables.Open(workload);
+    fixture.host_rows = TakeHostRows(workload, count);
+    for (const auto& host_row : *fixture.host_rows) {
+        std::vector<BareCell>& row = fixture.bare_rows.emplace_back();
+        for (const auto& value : *host_row) {
+            row.push_back(ToBareCell(*value));
+        }
     }
-    fixture.insert += ")";
-    TakeRows(fixture, workload, count);
-    CreateTables(fixture);
 }
 
 struct BareBinder {
@@ -106,8 +71,9 @@ struct BareBinder {
 };
 
 uint64_t RunBare(const Fixture& fixture) {
-    fixture.bare->Run("BEGIN");
-    duckdb_prepared_statement prepared = Prepare(fixture.bare->get(), fixture.insert);
+    const BareDuckDB& bare = *fixture.tables.bare;
+    bare.Run("BEGIN");
+    duckdb_prepared_statement prepared = Prepare(bare.get(), fixture.tables.insert);
     for (const std::vector<BareCell>& row : fixture.bare_rows) {
         for (idx_t i = 0; i < row.size(); ++i) {
             std::visit(BareBinder{prepared, i + 1}, row[i]);
@@ -115,31 +81,22 @@ uint64_t RunBare(const Fixture& fixture) {
         ExecuteAndDrop(prepared);
     }
     duckdb_destroy_prepare(&prepared);
-    fixture.bare->Run("COMMIT");
+    bare.Run("COMMIT");
     return fixture.bare_rows.size();
-}
-
-uint64_t RunModule(const Fixture& fixture) {
-    fixture.database->SqlExecute(nbx::String("BEGIN"), nullptr);
-    const nbx::smart_ptr<I_DuckDBStatement> statement = PrepareInModule(*fixture.database, fixture.insert);
-    statement->put_ParameterRows(fixture.host_rows);
-    statement->Execute();
-    fixture.database->SqlExecute(nbx::String("COMMIT"), nullptr);
-    return fixture.host_rows->get_Count();
 }
 
 Group MakeMultiRowGroup(const std::string& name, uint64_t full, const Options& options) {
     const auto fixture = std::make_shared<Fixture>();
     const uint64_t count = Scaled(full, options);
-    const auto clean = [=] { CreateTables(*fixture); };
+    const auto clean = [=] { fixture->tables.Clear(); };
+    const auto run_module = [=] { return InsertAsParameters(fixture->tables, fixture->host_rows); };
     Group group{"multi-row-" + name, "row", nullptr, {}};
     group.prepare = [=, &options] { PrepareFixture(*fixture, name, count, options); };
-    group.cases = {{"bare", [=] { return RunBare(*fixture); }, clean},
-                   {"module", [=] { return RunModule(*fixture); }, clean}};
+    group.cases = {{"bare", [=] { return RunBare(*fixture); }, clean}, {"module", run_module, clean}};
     group.check = [=] {
         RunBare(*fixture);
-        RunModule(*fixture);
-        RequireSameRows("multi-row-" + name, *fixture->bare, *fixture->database, "items");
+        run_module();
+        fixture->tables.RequireSame("multi-row-" + name);
     };
     return group;
 }
