@@ -84,7 +84,6 @@ std::string WithoutVariants(const Workload& workload) {
 Group MakeArrowGroup(const std::string& name, const Options& options) {
     const auto fixture = std::make_shared<Fixture>();
     Group group{"arrow-" + name, "cell", nullptr, {}};
-    group.is_special = true;
     group.prepare = [=, &options] {
         const Workload workload = GetWorkload(name, options);
         fixture->bare = std::make_unique<BareDuckDB>(workload.bare_database);

@@ -24,8 +24,15 @@ std::vector<Group> GetStatementGroups(const Options& options);
 std::vector<Group> GetMultiRowGroups(const Options& options);
 /** Rows of W1 and W2 through appenders. */
 std::vector<Group> GetAppendGroups(const Options& options);
-/** The results of W1 to W4 as Arrow streams; run only when they are named. */
+/** The results of W1 to W4 as Arrow streams. */
 std::vector<Group> GetArrowGroups(const Options& options);
+/** Streaming cursors: the first row, two readers, memory. */
+std::vector<Group> GetStreamingGroups(const Options& options);
+/** Point queries beside a long query, questions for a query's progress. */
+std::vector<Group> GetBesideGroups(const Options& options);
+/** What should cost the same however much of it there is: children, statements of a script, the values that
+    many threads release. */
+std::vector<Group> GetManyGroups(const Options& options);
 /** Opening and closing, backup and restore, the latency of an interrupt. */
 std::vector<Group> GetLifecycleGroups(const Options& options);
 /** The server cursor over results of one row to a hundred million, and the cases that measure memory. */

@@ -59,9 +59,10 @@ Arguments ReadArguments(int argc, char** argv) {
 
 std::vector<Group> GetAllGroups(const Options& options) {
     std::vector<Group> groups;
-    for (const auto get : {GetDeliveryGroups, GetRandomReadGroups, GetProcedureGroups, GetSmallCallGroups,
-                           GetBindGroups, GetStatementGroups, GetMultiRowGroups, GetAppendGroups,
-                           GetArrowGroups, GetLifecycleGroups, GetSizeGroups}) {
+    for (const auto get :
+         {GetDeliveryGroups, GetRandomReadGroups, GetProcedureGroups, GetSmallCallGroups, GetBindGroups,
+          GetStatementGroups, GetMultiRowGroups, GetAppendGroups, GetArrowGroups, GetStreamingGroups,
+          GetBesideGroups, GetManyGroups, GetLifecycleGroups, GetSizeGroups}) {
         for (Group& group : get(options)) {
             groups.push_back(std::move(group));
         }
