@@ -30,6 +30,8 @@ def invented_figures():
     figures = report.Figures(lines)
     figures.cases.update(sizes(lambda rows: 40e-9).cases)
     figures.delays = {"median_ms": 1.0, "p99_ms": 60.0, "max_ms": 70.0}
+    figures.notes = {("point-beside", "p99"): {"alone_ms": 0.2, "beside_ms": 0.5},
+                     ("value-threads", "mapped"): {"full_mib": 230.0, "left_mib": 33.0}}
     return figures
 
 
@@ -40,7 +42,8 @@ class Page(unittest.TestCase):
         with tempfile.TemporaryDirectory() as folder:
             script.DOCS = pathlib.Path(folder)
             memory = report.Memory({"units": 5_000, "peak_kib": 3072}, {"units": 5_000, "peak_kib": 1024},
-                                   {"units": 2048, "start_kib": 0, "peak_kib": 100})
+                                   {"units": 2048, "start_kib": 0, "peak_kib": 100},
+                                   {"units": 1, "peak_kib": 1024}, {"units": 3_000, "peak_kib": 60 * 1024})
             others = peers(server_cursor=30, client_cursor=50, Go=40)
             others.left_out = ["rust: no such program"]
             script.write_figures(invented_figures(), memory, others, 5)
@@ -53,6 +56,31 @@ class Page(unittest.TestCase):
         self.assertIn("Left out: rust: no such program.", page)
         for group, case, baseline, *_ in report.RATIOS:
             self.assertIn(f"| {group} | {case} | {baseline} | 3.00 | 3.00 |", page)
+
+    def test_the_page_begins_with_five_sentences_of_findings(self):
+        lines = self.files["figures.md"].splitlines()
+        self.assertEqual(["# Figures", ""], lines[:2])
+        self.assertEqual(["1. **Cells**", "2. **Other clients**", "3. **Rows in**", "4. **Vectors and streams out**",
+                          "5. **Targets**"], [line.split(":")[0] for line in lines[2:7]])
+        self.assertEqual("", lines[7])
+        self.assertIn("3.00 times DuckDB's own chunk append", lines[4])
+        self.assertIn("not reached: W1: server cursor / value loop (3.00, limit 0.25)", lines[6])
+
+    def test_the_page_shows_what_is_no_ratio(self):
+        page = self.files["figures.md"]
+        self.assertIn("streaming cursor over 3,000 rows: memory above an idle engine | 59.0 MiB | 50 MiB | **no** |", page)
+        self.assertIn("alone | 2.50 | 2.00 | **no** |", page)
+        self.assertIn("still mapped | 33.0 MiB | 32 MiB | **no** |", page)
+        self.assertIn("of two threads / of one | 0.33 | 1.80 or more | **no** |", page)
+
+    def test_the_bars_are_in_groups_with_a_line_at_one(self):
+        plot = self.files["ratios.svg"]
+        for title, _ in charts.SECTIONS:
+            self.assertEqual(1, plot.count(f">{title}<"), title)
+        self.assertEqual([], [r for r in report.RATIOS if charts.section_of(r[0]) == "Others"])
+        self.assertEqual(1, plot.count(">1.0<"))
+        self.assertEqual(len(report.RATIOS), plot.count(">3.00<"))
+        self.assertIn("Less is better", plot)
 
     def test_the_plots_are_there_and_are_xml(self):
         for name in ("ratios.svg", "sizes.svg"):

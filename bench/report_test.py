@@ -3,6 +3,7 @@
 
 import unittest
 
+import findings
 import report
 
 
@@ -115,6 +116,53 @@ class Memory(unittest.TestCase):
         memory = report.Memory({"units": 5_000, "peak_kib": 3072}, {"units": 5_000, "peak_kib": 1024},
                                {"units": 2048, "start_kib": 0, "peak_kib": 100})
         self.assertEqual((1000, 2.0, 50.0), (memory.rows, memory.server_mib, memory.bytes_a_cell))
+
+
+    def test_the_stream_is_compared_with_an_idle_engine(self):
+        for peak, reached in ((51, True), (52, False)):
+            memory = report.Memory(*[{"units": 5, "start_kib": 0, "peak_kib": 0}] * 3, {"units": 1, "peak_kib": 1024},
+                                   {"units": 100, "peak_kib": peak * 1024})
+            self.assertEqual(reached, report.memory_targets(memory)[-1].reached)
+
+
+class Sides(unittest.TestCase):
+    def reached(self, *lines):
+        return [target.reached for target in report.side_targets(report.Figures(lines))]
+
+    def test_two_threads_must_read_nearly_twice_the_rows(self):
+        for seconds, reached in ((1.1, True), (1.12, False)):
+            self.assertEqual([reached], self.reached(line("stream-threads", "one thread", [1.0], 100),
+                                                     line("stream-threads", "two threads", [seconds], 200)))
+
+    def test_point_queries_beside_a_long_one(self):
+        for beside, reached in ((2.0, True), (2.1, False)):
+            self.assertEqual([reached], self.reached({"group": "point-beside", "case": "p99", "alone_ms": 1.0,
+                                                      "beside_ms": beside}))
+
+    def test_what_threads_leave_mapped(self):
+        for left, reached in ((32.0, True), (32.1, False)):
+            self.assertEqual([reached], self.reached({"group": "value-threads", "case": "mapped", "full_mib": 200.0,
+                                                      "left_mib": left}))
+
+    def test_what_was_not_measured_is_left_out(self):
+        self.assertEqual([], self.reached())
+
+
+class Findings(unittest.TestCase):
+    def test_what_was_not_measured_is_said(self):
+        lines = findings.sentences(report.Figures([]), None, None).splitlines()
+        self.assertEqual(5, len(lines))
+        self.assertIn("none was measured", lines[1])
+        self.assertIn(findings.NOT_MEASURED, lines[0])
+        self.assertIn("0 of 0 were reached.", lines[4])
+
+    def test_the_fastest_client_is_compared_on_each_workload(self):
+        self.assertIn("on 1 of 1 workloads (W1).", findings.other_clients(peers(server_cursor=30, client_cursor=50, Go=40)))
+        self.assertIn("on 0 of 1 workloads.", findings.other_clients(peers(server_cursor=50, client_cursor=50, Go=40)))
+
+    def test_a_span_is_one_number_where_both_ends_are_equal(self):
+        self.assertEqual("1.10", findings.span([1.101, 1.099]))
+        self.assertEqual("0.90 to 1.10", findings.span([1.1, 0.9, 1.0]))
 
 
 class Interrupt(unittest.TestCase):
