@@ -90,9 +90,9 @@ class Figures:
 
     def ratio(self, group, case, baseline, is_delivery, pick=min):
         measure = self.delivery if is_delivery else self.nanoseconds
-        below = measure(group, baseline, pick)
+        above, below = measure(group, case, pick), measure(group, baseline, pick)
         # Noise can make a drain longer than the reading; such a ratio means nothing and reaches no target.
-        return measure(group, case, pick) / below if below > 0 else float("inf")
+        return above / below if above > 0 and below > 0 else float("inf")
 
 
 def ratios(figures):

@@ -49,6 +49,10 @@ class Ratios(unittest.TestCase):
         target = report.ratio_targets(figures)[0]
         self.assertEqual(("inf", False), (target.measured, target.reached))
 
+    def test_a_case_within_the_noise_reaches_no_target(self):
+        figures = report.Figures(delivery("W1", drain=30, server_cursor=29, value_loop=40))
+        self.assertEqual([False], [target.reached for target in report.ratio_targets(figures)])
+
     def test_target_is_reached_up_to_its_limit(self):
         for ours, reached in ((25, True), (26, False), (1, True)):
             figures = report.Figures(delivery("W1", drain=0, server_cursor=ours, value_loop=100))
