@@ -12,6 +12,7 @@
 #include "commands/program.h"
 #include "commands/suggestions.h"
 #include "nbx/mrsql/registry.h"
+#include "nbx/standard_descriptors.h"
 #include "text/messages.h"
 #include "text/text.h"
 
@@ -120,6 +121,8 @@ int Main(int argc, char** argv) {
 }  // namespace mduckdb_host
 
 int main(int argc, char** argv) {
+    // Before anything is opened.
+    nbx::OccupyStandardDescriptors();
     try {
         return mduckdb_host::Main(argc, argv);
     } catch (const std::exception& error) {

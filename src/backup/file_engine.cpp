@@ -1,6 +1,7 @@
 #include "backup/file_engine.h"
 
 #include "base/holders.h"
+#include "base/open_duckdb.h"
 
 namespace mduckdb {
 
@@ -18,7 +19,7 @@ FileEngine::FileEngine(const std::string& file, Access access, const std::string
         duckdb_set_config(config.get(), "max_memory", memory_limit.c_str());
     }
     TextHolder error;
-    if (duckdb_open_ext(file.c_str(), &handle_, config.get(), error.Receive()) != DuckDBSuccess) {
+    if (OpenDuckDB(file.c_str(), &handle_, config.get(), error.Receive()) != DuckDBSuccess) {
         handle_ = nullptr;
         throw BackupError(MessageOf(error.get()));
     }

@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "base/holders.h"
+#include "base/open_duckdb.h"
 #include "base/text.h"
 
 namespace mduckdb {
@@ -231,8 +232,7 @@ SharedEngine FileTurn::Open(const std::string& path, const Configuration& config
     std::memcpy(record->stamp, stamp.data(), sizeof record->stamp);
     Bind(*engine, *record);
     TextHolder reason;
-    if (duckdb_open_ext(path.c_str(), &engine->handle, configuration.get(), reason.Receive()) !=
-        DuckDBSuccess) {
+    if (OpenDuckDB(path.c_str(), &engine->handle, configuration.get(), reason.Receive()) != DuckDBSuccess) {
         GiveUp(*engine);
         files_.files_.RemoveEngine(file_, record);
         error = reason ? reason.get() : "";

@@ -5,6 +5,7 @@
 #include "extension/extension.h"
 #include "mirona/extension_api.h"
 #include "nbx/mrsql/registry.h"
+#include "nbx/standard_descriptors.h"
 #include "procedures/procedures.h"
 
 #define MDUCKDB_EXPORT extern "C" __attribute__((visibility("default")))
@@ -30,6 +31,8 @@ MDUCKDB_EXPORT void mirona_extension_bind_api(const mirona_extension_api* api) {
 }
 
 MDUCKDB_EXPORT void mirona_extension_init(mirona_host host) {
+    // Engines do the same when they open, but restores and probes open files without one.
+    nbx::OccupyStandardDescriptors();
     try {
         if (CheckLibrary(host)) {
             nbx::mrsql::SetDuckDBExtension(mduckdb::MakeExtension());

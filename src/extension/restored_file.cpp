@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "base/folders.h"
+#include "base/open_duckdb.h"
 #include "engines/configuration.h"
 
 namespace mduckdb {
@@ -34,7 +35,7 @@ void FoldLog(const std::string& path) {
     Configuration configuration;
     configuration.SetAccessMode("READ_WRITE");
     duckdb_database engine = nullptr;
-    static_cast<void>(duckdb_open_ext(path.c_str(), &engine, configuration.get(), nullptr));
+    static_cast<void>(OpenDuckDB(path.c_str(), &engine, configuration.get(), nullptr));
     duckdb_close(&engine);
 }
 

@@ -1,4 +1,5 @@
 #include "base/errors.h"
+#include "base/open_duckdb.h"
 #include "base/text.h"
 #include "duckdb_internals/failures.h"
 #include "engines/configuration.h"
@@ -16,7 +17,7 @@ namespace {
 class AuxiliaryEngine : nbx::noncopyable {
   public:
     explicit AuxiliaryEngine(duckdb_config config) {
-        if (duckdb_open_ext(nullptr, &engine_, config, error_.Receive()) != DuckDBSuccess) {
+        if (OpenDuckDB(nullptr, &engine_, config, error_.Receive()) != DuckDBSuccess) {
             engine_ = nullptr;
         } else if (duckdb_connect(engine_, &connection_) != DuckDBSuccess) {
             connection_ = nullptr;

@@ -63,6 +63,15 @@ class FilesTest(HostCase):
                          ["a.db,true", "empty,true", "text,false", "missing,false"])
         self.assertEqual(self.run_host("probe", "a.db").returncode, 0)
 
+    def test_closed_standard_streams_do_not_reach_the_database(self):
+        """The database file would be the next one to get their descriptors, and the texts for them."""
+        self.output("create", "a.db")
+        self.execute("a.db", "CREATE TABLE t AS SELECT 1 AS i")
+        for sql in "SELECT i FROM nowhere", "SELECT 'text' FROM range(1000)":
+            done = self.run_host("sql", "a.db", sql, preexec_fn=lambda: os.closerange(0, 3))
+            self.assertEqual(done.returncode, 1)
+            self.assertEqual(self.sql("a.db", "SELECT * FROM t"), [[1]])
+
     def test_create_accepts_block_size_and_storage_version(self):
         self.output("create", "a.db", "--block-size", "16384", "--storage-version", "v1.2.0")
         self.assertEqual(self.sql("a.db", "SELECT block_size FROM pragma_database_size()"), [[16384]])
