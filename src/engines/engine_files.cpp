@@ -1,5 +1,7 @@
 #include "engines/engine_files.h"
 
+#include <sys/stat.h>
+
 #include <cstring>
 #include <string_view>
 #include <utility>
@@ -18,6 +20,14 @@ constexpr const char* kForeignLibrary =
     "Cannot open file: a module with another copy of DuckDB has it open in this process";
 constexpr const char* kOtherUse =
     "Cannot open file: this process has it open by other means already, for example by ATTACH";
+
+/** DuckDB would wait for a process at its other end, for ever and deaf to interrupts. */
+constexpr const char* kPipe = "Cannot open file: it is a named pipe";
+
+bool IsNamedPipe(const std::string& path) {
+    struct stat info {};
+    return stat(path.c_str(), &info) == 0 && S_ISFIFO(info.st_mode);
+}
 
 std::string DescribeReaders(uint32_t count) {
     return "Cannot open file for writing: " + std::to_string(count) + (count == 1 ? " reader" : " readers") +
@@ -153,6 +163,9 @@ std::string FileTurn::get_Refusal(Engine::Access access) const {
     // DuckDB would create another file than the system: it removes a ".." with whatever is before it.
     if (access == Engine::Access::writing && is_file_ && !look_.get_HasFolder()) {
         return "IO Error: Cannot open file " + QuoteIdentifier(look_.path) + ": No such file or directory";
+    }
+    if (is_file_ && IsNamedPipe(look_.path)) {
+        return kPipe;
     }
     return IsOpenByOtherMeans() ? kOtherUse : "";
 }

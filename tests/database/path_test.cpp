@@ -1,4 +1,5 @@
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -169,6 +170,19 @@ TEST_F(PathTest, GoesUpFromNoMissingFolderInAnyPartOfTheModule) {
     EXPECT_EQ(Thrown([&] { host.Created(missing); }),
               Refusal(missing, "IO Error: Cannot open file \"" + missing + "\": No such file or directory"));
     EXPECT_EQ(QueryText(*host.Opened(Path("source.db")), kCount), "7");
+}
+
+TEST_F(PathTest, OfANamedPipeIsRefusedAndNotWaitedFor) {
+    const std::string pipe = Path("pipe.db");
+    ASSERT_EQ(0, mkfifo(pipe.c_str(), 0600));
+    fs::create_symlink("pipe.db", Path("link.db"));
+    for (const std::string& path : {pipe, Path("link.db")}) {
+        EXPECT_EQ(Thrown([&] { host.Opened(path); }),
+                  "xException 99000 [Cannot open file: it is a named pipe]");
+        EXPECT_NE(Thrown([&] { host.Created(path); }), "none");
+        EXPECT_EQ(FetchDuckDB(path), "Cannot open file: it is a named pipe");
+        EXPECT_TRUE(fs::is_fifo(path)) << path;
+    }
 }
 
 TEST_F(PathTest, ThatIsRelativeIsRefusedWhenTheWorkingFolderIsGone) {
