@@ -36,6 +36,14 @@ struct Arguments {
     bool has_no_init = false;
 };
 
+LineHelp MakeLineHelp(const Session& session, const Shell& shell) {
+    return {[&session](const std::string& line, const std::string& word) {
+                return Complete(session, line, word);
+            },
+            [&shell](std::string_view line) { return shell.Classify(line); },
+            [&session](const std::string& line) { return DescribeContinuation(session, line); }};
+}
+
 int RunShell(Program& program, const Arguments& arguments) {
     const std::string& path = arguments.path;
     BlockInterrupts();
@@ -52,18 +60,15 @@ int RunShell(Program& program, const Arguments& arguments) {
     } catch (const nbx::xException& error) {
         throw std::runtime_error(fmt::format("Cannot open {}: {}", path, DescribeException(error, {})));
     }
+    Shell shell(session, is_interactive);
     std::unique_ptr<LineReader> reader;
     if (is_interactive) {
         session.Print(fmt::format("DuckDB {}, module {}. Enter .help for help, .quit to leave.\n",
                                   GetExtension()->get_LibraryVersion(), program.module_name));
-        reader = MakeTerminalReader(PrepareHistoryFile(),
-                                    [&session](const std::string& line, const std::string& word) {
-                                        return Complete(session, line, word);
-                                    });
+        reader = MakeTerminalReader(PrepareHistoryFile(), MakeLineHelp(session, shell));
     } else {
         reader = MakePipeReader(std::cin);
     }
-    Shell shell(session, is_interactive);
     if (is_interactive && !arguments.has_no_init) {
         shell.RunStartUpFile(FindStartUpFile());
     }

@@ -90,4 +90,17 @@ std::vector<std::string> Complete(const Session& session, const std::string& lin
     return words.empty() ? KeepStarting(ListTexts(database, kFunctionsQuery), word) : words;
 }
 
+std::string DescribeContinuation(const Session& session, const std::string& line) {
+    if (line.starts_with('.')) {
+        return DescribeDotArguments(line);
+    }
+    for (const Procedure& procedure : session.get_Registry().get_Procedures()) {
+        const std::string start = procedure.name + "(";
+        if (line.size() > start.size() && line.ends_with(start) && StartsWithAnyCase(line, "CALL ")) {
+            return procedure.signature + ")";
+        }
+    }
+    return {};
+}
+
 }  // namespace mduckdb_host

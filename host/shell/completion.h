@@ -11,4 +11,8 @@ namespace mduckdb_host {
     which the line reader completes itself. */
 std::vector<std::string> Complete(const Session& session, const std::string& line, const std::string& word);
 
+/** What the line could continue with: the arguments of a dot command or a procedure. Empty if that is not
+ * known. */
+std::string DescribeContinuation(const Session& session, const std::string& line);
+
 }  // namespace mduckdb_host

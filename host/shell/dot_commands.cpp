@@ -359,6 +359,17 @@ std::vector<std::string> CompleteDotArgument(const Session& session, const std::
     return {std::string(arguments.substr(0, bar)), std::string(arguments.substr(bar + 1))};
 }
 
+std::string DescribeDotArguments(const std::string& line) {
+    const std::string name = line.substr(0, line.find(' '));
+    const DotCommand* const command = name.size() < 2 ? nullptr : FindCommandOrNull(name);
+    const std::string_view blanks = std::string_view(line).substr(name.size());
+    if (command == nullptr || blanks.size() > 1 || (!blanks.empty() && command->name != name)) {
+        return {};
+    }
+    const std::string usage = fmt::format("{} {}", command->name, command->arguments);
+    return usage.substr(line.size());
+}
+
 std::vector<std::string> CompleteDotCommand(const std::string& word) {
     std::vector<std::string> names;
     for (const DotCommand& command : kCommands) {

@@ -4,6 +4,7 @@
 #include <istream>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace mduckdb_host {
@@ -30,8 +31,17 @@ using Completer = std::function<std::vector<std::string>(const std::string& line
 /** Reads lines from a stream, without prompt and history. The stream must outlive the reader. */
 std::unique_ptr<LineReader> MakePipeReader(std::istream& in);
 
-/** Reads from the terminal with line editing and completion, and keeps a history in the file unless its name
+/** What helps with a line while it is typed. */
+struct LineHelp {
+    Completer complete;
+    /** Returns the `TextKind` of each byte of the line. */
+    std::function<std::string(std::string_view line)> classify;
+    /** Returns what the line could continue with, for example the arguments of a command; may be empty. */
+    std::function<std::string(const std::string& line)> describe;
+};
+
+/** Reads from the terminal with line editing and help, and keeps a history in the file unless its name
     is empty. At most one at a time. Requires `BlockInterrupts`: a Ctrl-C returns `kInterrupted`. */
-std::unique_ptr<LineReader> MakeTerminalReader(const std::string& history_file, Completer completer);
+std::unique_ptr<LineReader> MakeTerminalReader(const std::string& history_file, LineHelp help);
 
 }  // namespace mduckdb_host

@@ -3,6 +3,7 @@
 #include <fmt/format.h>
 #include <poll.h>
 
+#include <algorithm>
 #include <chrono>
 #include <fstream>
 #include <sstream>
@@ -288,6 +289,15 @@ void Shell::Report(const std::string& text) {
     session_.get_Output().Flush();
     session_.DropPrinter();
     PrintError(text);
+}
+
+std::string Shell::Classify(std::string_view line) const {
+    if (splitter_.get_IsInside() || FindDotCommand(std::string(line)).empty()) {
+        return splitter_.Classify(line);
+    }
+    std::string kinds(line.size(), static_cast<char>(TextKind::kCode));
+    const std::size_t name = std::min(line.find(' '), line.size());
+    return kinds.replace(0, name, name, static_cast<char>(TextKind::kKeyword));
 }
 
 std::string Shell::MakePrompt() const {

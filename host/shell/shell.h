@@ -25,6 +25,8 @@ class Shell : StatementRunner {
     void RunStartUpFile(const std::string& name);
     /** Reads until the end of the input or `.quit`; false when anything failed. */
     bool Run(LineReader& reader);
+    /** The `TextKind` of each byte of a line that is being entered. */
+    std::string Classify(std::string_view line) const;
     /** Whether a Ctrl-C interrupted a statement. It ends a shell that reads from a pipe. */
     bool get_IsInterrupted() const noexcept { return is_interrupted_; }
 

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cctype>
 
+#include "text/sql_text.h"
+
 namespace mduckdb_host {
 
 namespace {
@@ -29,6 +31,24 @@ std::string_view FindDollarTag(std::string_view text) {
     const bool is_parameter = length > 1 && std::isdigit(static_cast<unsigned char>(text[1])) != 0;
     return length < text.size() && text[length] == '$' && !is_parameter ? text.substr(0, length + 1)
                                                                         : std::string_view();
+}
+
+/** Marks the keywords and numbers of the code. */
+void ClassifyWords(std::string_view text, std::string& kinds) {
+    constexpr char kCode = static_cast<char>(TextKind::kCode);
+    for (std::size_t start = 0; start < text.size();) {
+        std::size_t end = start;
+        while (end < text.size() && kinds[end] == kCode && (IsWordCharacter(text[end]) || text[end] == '.')) {
+            ++end;
+        }
+        const std::string_view word = text.substr(start, end - start);
+        if (!word.empty() && std::isdigit(static_cast<unsigned char>(word[0])) != 0) {
+            kinds.replace(start, word.size(), word.size(), static_cast<char>(TextKind::kNumber));
+        } else if (IsKeyword(word)) {
+            kinds.replace(start, word.size(), word.size(), static_cast<char>(TextKind::kKeyword));
+        }
+        start = std::max(end, start + 1);
+    }
 }
 
 }  // namespace
@@ -74,39 +94,78 @@ std::string StatementSplitter::TakeFront(std::size_t length) {
 bool StatementSplitter::Scan() {
     is_at_semicolon_ = false;
     while (position_ < text_.size() && !is_at_semicolon_) {
-        switch (state_) {
-            case State::kCode:
-                ScanCode();
-                break;
-            case State::kSingleQuote:
-                ScanUntil('\'');
-                break;
-            case State::kDoubleQuote:
-                ScanUntil('"');
-                break;
-            case State::kEscapedQuote:
-                if (text_[position_] == '\\') {
-                    position_ += 2;
-                } else {
-                    ScanUntil('\'');
-                }
-                break;
-            case State::kLineComment:
-                ScanUntil('\n');
-                break;
-            case State::kBlockComment:
-                ScanBlockComment();
-                break;
-            case State::kDollarQuote:
-                if (StartsWith(dollar_tag_)) {
-                    position_ += dollar_tag_.size() - 1;
-                    state_ = State::kCode;
-                }
-                ++position_;
-                break;
-        }
+        ScanNext();
     }
     return is_at_semicolon_;
+}
+
+void StatementSplitter::ScanNext() {
+    switch (state_) {
+        case State::kCode:
+            ScanCode();
+            break;
+        case State::kSingleQuote:
+            ScanUntil('\'');
+            break;
+        case State::kDoubleQuote:
+            ScanUntil('"');
+            break;
+        case State::kEscapedQuote:
+            if (text_[position_] == '\\') {
+                position_ += 2;
+            } else {
+                ScanUntil('\'');
+            }
+            break;
+        case State::kLineComment:
+            ScanUntil('\n');
+            break;
+        case State::kBlockComment:
+            ScanBlockComment();
+            break;
+        case State::kDollarQuote:
+            if (StartsWith(dollar_tag_)) {
+                position_ += dollar_tag_.size() - 1;
+                state_ = State::kCode;
+            }
+            ++position_;
+            break;
+    }
+}
+
+std::string StatementSplitter::Classify(std::string_view text) const {
+    StatementSplitter next;
+    next.state_ = state_;
+    next.comment_depth_ = comment_depth_;
+    next.dollar_tag_ = dollar_tag_;
+    next.text_ = text;
+    std::string kinds;
+    kinds.reserve(text.size());
+    while (next.position_ < text.size()) {
+        const State before = next.state_;
+        next.ScanNext();
+        // A mark belongs to what it begins or ends.
+        kinds.resize(std::min(next.position_, text.size()),
+                     static_cast<char>(KindOf(before == State::kCode ? next.state_ : before)));
+    }
+    ClassifyWords(text, kinds);
+    return kinds;
+}
+
+TextKind StatementSplitter::KindOf(State state) {
+    switch (state) {
+        case State::kSingleQuote:
+        case State::kEscapedQuote:
+        case State::kDoubleQuote:
+        case State::kDollarQuote:
+            return TextKind::kQuoted;
+        case State::kLineComment:
+        case State::kBlockComment:
+            return TextKind::kComment;
+        case State::kCode:
+            break;
+    }
+    return TextKind::kCode;
 }
 
 void StatementSplitter::ScanUntil(char end) {

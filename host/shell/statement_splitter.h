@@ -6,6 +6,9 @@
 
 namespace mduckdb_host {
 
+/** What a character of SQL belongs to. */
+enum class TextKind : char { kCode = 'c', kKeyword = 'k', kNumber = 'n', kQuoted = 'q', kComment = '-' };
+
 /** Splits SQL text that arrives in pieces into statements, at the semicolons outside of quotes, dollar quotes
     and comments. */
 class StatementSplitter {
@@ -23,6 +26,9 @@ class StatementSplitter {
     /** The line at which the statement that was removed last begins. */
     int64_t get_StatementLine() const noexcept { return statement_line_; }
 
+    /** The `TextKind` of each byte of a text, as if it was added now. */
+    std::string Classify(std::string_view text) const;
+
   private:
     enum class State {
         kCode,
@@ -34,6 +40,9 @@ class StatementSplitter {
         kDollarQuote
     };
 
+    static TextKind KindOf(State state);
+    /** Continues over the next character or mark. */
+    void ScanNext();
     /** Continues; true when it stopped after a semicolon, false when more text is needed. */
     bool Scan();
     void ScanCode();

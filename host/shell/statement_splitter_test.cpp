@@ -98,6 +98,31 @@ TEST(StatementSplitter, KnowsWhetherItIsInsideOfAStatement) {
     EXPECT_EQ(splitter.TakeRest(), "");
 }
 
+TEST(StatementSplitter, TellsWhatEachCharacterBelongsTo) {
+    const StatementSplitter splitter;
+    EXPECT_EQ(splitter.Classify("Select a1, 12.5 from x"), "kkkkkkcccccnnnnckkkkcc");
+    EXPECT_EQ(splitter.Classify("'it''s' || E'\\'' x"), "qqqqqqqcccccqqqqcc");
+    EXPECT_EQ(splitter.Classify("\"a b\" -- c\n1"), "qqqqqc-----n");
+    EXPECT_EQ(splitter.Classify("/* a */ 'open;"), "-------cqqqqqq");
+    EXPECT_EQ(splitter.Classify("$x$ a $x$ E'\\"), "qqqqqqqqqccqq");
+}
+
+TEST(StatementSplitter, TellsWhatContinuesAnOpenText) {
+    StatementSplitter splitter;
+    std::string statement;
+    splitter.Add("SELECT 'a\n");
+    EXPECT_FALSE(splitter.TakeStatement(statement));
+    EXPECT_EQ(splitter.Classify("b' from"), "qqckkkk");
+    splitter.Clear();
+    splitter.Add("/* /* */\n");
+    EXPECT_FALSE(splitter.TakeStatement(statement));
+    EXPECT_EQ(splitter.Classify("b */ 1"), "----cn");
+    splitter.Clear();
+    splitter.Add("SELECT $x$\n");
+    EXPECT_FALSE(splitter.TakeStatement(statement));
+    EXPECT_EQ(splitter.Classify("$x$ 1"), "qqqcn");
+}
+
 TEST(StatementSplitter, KnowsTheLineOfEachStatement) {
     StatementSplitter splitter;
     splitter.Add("-- one\n\nSELECT\n1; SELECT 2;\n/* five\n*/ SELECT 3;\nSELECT 4");

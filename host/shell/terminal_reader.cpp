@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cwchar>
 #include <memory>
 #include <stdexcept>
@@ -15,6 +16,7 @@
 #include "print/output.h"
 #include "shell/file_names.h"
 #include "shell/history_file.h"
+#include "shell/line_painter.h"
 #include "shell/line_reader.h"
 #include "text/text.h"
 
@@ -58,9 +60,10 @@ int CountCharacters(std::string_view text) {
 
 class TerminalReader final : public LineReader {
   public:
-    TerminalReader(std::string history_file, Completer completer)
+    TerminalReader(std::string history_file, LineHelp help)
         : history_file_(std::move(history_file)),
-          completer_(std::move(completer)),
+          help_(std::move(help)),
+          has_colours_(UnderstandsEscapes() && std::getenv("NO_COLOR") == nullptr),
           history_(history_init()),
           editor_(el_init("mduckdb-host", stdin, stdout, stderr)) {
         if (editor_ == nullptr || history_ == nullptr) {
@@ -69,7 +72,8 @@ class TerminalReader final : public LineReader {
         SetUpEditor();
         HistEvent event;
         history(history_.get(), &event, H_SETSIZE, kHistoryEntries);
-        for (const std::string& entry : ReadHistory(history_file_)) {
+        entries_ = ReadHistory(history_file_);
+        for (const std::string& entry : entries_) {
             history(history_.get(), &event, H_ENTER, entry.c_str());
         }
     }
@@ -109,6 +113,7 @@ class TerminalReader final : public LineReader {
             return;
         }
         last_entry_ = entry;
+        entries_.push_back(entry);
         HistEvent event;
         history(history_.get(), &event, H_ENTER, entry.c_str());
         if (!history_file_.empty()) {
@@ -127,12 +132,14 @@ class TerminalReader final : public LineReader {
         el_set(editor, EL_GETCFN, &ReadCharacter);
         // The call for narrow texts copies both and never frees them.
         el_wset(editor, EL_ADDFN, L"complete-word", L"Complete the word", &Complete);
+        el_wset(editor, EL_ADDFN, L"accept-hint", L"Insert the hint, or move right", &AcceptHint);
         el_wset(editor, EL_ADDFN, L"insert-paste", L"Insert pasted text", &InsertPaste);
         constexpr const char* kBindings[][2] = {
             {"^I", "complete-word"},       {kPasteStart, "insert-paste"},      {"^R", "em-inc-search-prev"},
             {"^W", "ed-delete-prev-word"}, {"\x1b[3~", "ed-delete-next-char"}, {"\x1b[1~", "ed-move-to-beg"},
             {"\x1b[4~", "ed-move-to-end"}, {"\x1b[H", "ed-move-to-beg"},       {"\x1b[F", "ed-move-to-end"},
-            {"\x1b[1;5C", "em-next-word"}, {"\x1b[1;5D", "ed-prev-word"}};
+            {"\x1b[C", "accept-hint"},     {"\x1bOC", "accept-hint"},          {"\x1b[1;5C", "em-next-word"},
+            {"\x1b[1;5D", "ed-prev-word"}};
         for (const auto& [key, function] : kBindings) {
             el_set(editor, EL_BIND, key, function, nullptr);
         }
@@ -158,6 +165,7 @@ class TerminalReader final : public LineReader {
     /** Returns 1, 0 at the end of the input, and -1 for a Ctrl-C and for an error. */
     static int ReadCharacter(EditLine* editor, wchar_t* character) {
         std::mbstate_t state{};
+        Of(editor).Paint();
         for (;;) {
             pollfd descriptors[] = {{STDIN_FILENO, POLLIN, 0}, {get_InterruptDescriptor(), POLLIN, 0}};
             if (::poll(descriptors, 2, -1) < 0) {
@@ -167,6 +175,7 @@ class TerminalReader final : public LineReader {
                 el_resize(editor);
                 continue;
             }
+            Of(editor).EraseHint();
             if ((descriptors[1].revents & POLLIN) != 0 && TakeInterrupt()) {
                 Of(editor).is_interrupted_ = true;
                 return -1;
@@ -191,13 +200,92 @@ class TerminalReader final : public LineReader {
         }
     }
 
+    /** Shows the line in colours, and a hint behind it. Not while more keys wait, as in a paste, and not on
+       long lines, so that typing costs nothing noticeable. */
+    void Paint() {
+        constexpr std::ptrdiff_t kLongest = 4000;
+        const LineInfoW* const info = el_wline(editor_.get());
+        const std::ptrdiff_t length = info->lastchar - info->buffer;
+        pollfd keys = {STDIN_FILENO, POLLIN, 0};
+        if (!has_colours_ || is_pasting_ || length == 0 || length > kLongest || ::poll(&keys, 1, 0) != 0) {
+            return;
+        }
+        const EditedLine line{{info->buffer, static_cast<std::size_t>(length)},
+                              static_cast<std::size_t>(info->cursor - info->buffer),
+                              DisplayWidth(prompt_),
+                              screen_.get_Columns(),
+                              screen_.get_Lines()};
+        const std::string hint = info->cursor == info->lastchar ? FindHint(ToText(line.text)) : std::string();
+        const std::string painted = PaintLine(line, ClassifyCharacters(line.text), hint);
+        std::fputs(painted.c_str(), stdout);
+        std::fflush(stdout);
+        is_hint_shown_ = !painted.empty() && !hint.empty();
+    }
+
+    static std::string ToText(std::wstring_view characters) {
+        std::string text;
+        for (const wchar_t character : characters) {
+            AppendCharacter(text, character);
+        }
+        return text;
+    }
+
+    /** The `TextKind` of each character. */
+    std::string ClassifyCharacters(std::wstring_view characters) const {
+        const std::string byte_kinds = help_.classify(ToText(characters));
+        std::string kinds;
+        std::string text;
+        for (const wchar_t character : characters) {
+            kinds += byte_kinds[text.size()];
+            AppendCharacter(text, character);
+        }
+        return kinds;
+    }
+
+    std::string FindHint(const std::string& text) const {
+        const std::string rest = FindRest(text);
+        return rest.empty() ? help_.describe(text) : rest;
+    }
+
+    /** The rest of the last line of the history that begins like the text. */
+    std::string FindRest(const std::string& text) const {
+        for (auto entry = entries_.rbegin(); entry != entries_.rend(); ++entry) {
+            if (entry->size() > text.size() && entry->starts_with(text) &&
+                entry->find('\n') == std::string::npos) {
+                return entry->substr(text.size());
+            }
+        }
+        return {};
+    }
+
+    void EraseHint() {
+        if (std::exchange(is_hint_shown_, false)) {
+            std::fputs("\x1b[K", stdout);
+            std::fflush(stdout);
+        }
+    }
+
+    static unsigned char AcceptHint(EditLine* editor, int /*key*/) {
+        const TerminalReader& reader = Of(editor);
+        const LineInfo* const info = el_line(editor);
+        const std::string text(info->buffer, info->lastchar);
+        if (reader.has_colours_ && info->cursor == info->lastchar && !text.empty()) {
+            const std::string rest = reader.FindRest(text);
+            return rest.empty() || el_insertstr(editor, rest.c_str()) != 0 ? CC_ERROR : CC_REFRESH;
+        }
+        el_cursor(editor, 1);
+        return CC_CURSOR;
+    }
+
     static unsigned char InsertPaste(EditLine* editor, int /*key*/) {
         std::string text;
         wchar_t character = 0;
+        Of(editor).is_pasting_ = true;
         while (!text.ends_with(kPasteEnd) && ReadCharacter(editor, &character) == 1) {
             const wchar_t c = character == L'\r' ? L'\n' : character;
             AppendCharacter(text, c);
         }
+        Of(editor).is_pasting_ = false;
         if (text.ends_with(kPasteEnd)) {
             text.resize(text.size() - kPasteEnd.size());
         }
@@ -219,7 +307,7 @@ class TerminalReader final : public LineReader {
         const std::string before(info->buffer, info->cursor);
         std::string word = before.substr(before.find_last_of(kWordBreaks) + 1);
         std::vector<std::string> candidates =
-            reader.completer_(before.substr(0, before.size() - word.size()), word);
+            reader.help_.complete(before.substr(0, before.size() - word.size()), word);
         std::string end = " ";
         if (candidates.empty()) {
             const std::size_t start = before.find_last_of(kFileBreaks) + 1;
@@ -260,7 +348,14 @@ class TerminalReader final : public LineReader {
     }
 
     std::string history_file_;
-    Completer completer_;
+    LineHelp help_;
+    bool has_colours_;
+    /** For the size of the screen. */
+    Output screen_{STDOUT_FILENO};
+    /** Of the history, oldest first. */
+    std::vector<std::string> entries_;
+    bool is_hint_shown_ = false;
+    bool is_pasting_ = false;
     std::unique_ptr<History, HistoryDeleter> history_;
     std::unique_ptr<EditLine, EditorDeleter> editor_;
     std::string last_entry_;
@@ -270,8 +365,8 @@ class TerminalReader final : public LineReader {
 
 }  // namespace
 
-std::unique_ptr<LineReader> MakeTerminalReader(const std::string& history_file, Completer completer) {
-    return std::make_unique<TerminalReader>(history_file, std::move(completer));
+std::unique_ptr<LineReader> MakeTerminalReader(const std::string& history_file, LineHelp help) {
+    return std::make_unique<TerminalReader>(history_file, std::move(help));
 }
 
 }  // namespace mduckdb_host

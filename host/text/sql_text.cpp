@@ -24,17 +24,17 @@ constexpr std::array<std::string_view, 96> kKeywords = {
     "SEQUENCE", "SET",      "SHOW",    "SUMMARIZE", "TABLE",   "THEN",      "TIMESTAMP", "TRUE",
     "UNION",    "UNIQUE",   "UPDATE",  "USING",     "VALUES",  "VARCHAR",   "VIEW",      "WHERE"};
 
+}  // namespace
+
+std::span<const std::string_view> GetKeywords() {
+    return kKeywords;
+}
+
 bool IsKeyword(std::string_view name) {
     std::string upper(name);
     std::transform(upper.begin(), upper.end(), upper.begin(),
                    [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
     return std::find(kKeywords.begin(), kKeywords.end(), upper) != kKeywords.end();
-}
-
-}  // namespace
-
-std::span<const std::string_view> GetKeywords() {
-    return kKeywords;
 }
 
 std::string QuoteName(std::string_view name) {

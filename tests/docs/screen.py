@@ -3,7 +3,7 @@
 import re
 import unicodedata
 
-SEQUENCE = re.compile(r"\x1b\[(\??)([0-9;]*)([A-Za-z])")
+SEQUENCE = re.compile(r"\x1b\[(\??)([0-9;]*)([A-Za-z@])")
 
 
 def width(character):
@@ -21,6 +21,7 @@ class Screen:
         self.lines = [[]]
         self.row = 0
         self.column = 0
+        self.saved = (0, 0)
         self.rest = ""
 
     def text(self, first=0):
@@ -35,6 +36,14 @@ class Screen:
             if text[position] != "\x1b":
                 self.put(text[position])
                 position += 1
+                continue
+            if text[position:position + 2] == "\x1b7":
+                self.saved = (self.row, self.column)
+                position += 2
+                continue
+            if text[position:position + 2] == "\x1b8":
+                self.row, self.column = self.saved
+                position += 2
                 continue
             found = SEQUENCE.match(text, position)
             if found is None:
@@ -97,6 +106,8 @@ class Screen:
         elif name == "P":
             del self.lines[self.row][self.column:self.column + count]
         elif name == "@":
-            self.lines[self.row][self.column:self.column] = " " * count
+            line = self.lines[self.row]
+            line[self.column:self.column] = " " * count
+            del line[self.columns:]
         else:
             raise ValueError(f"control sequence {private}{numbers}{name}")

@@ -12,7 +12,7 @@ import subprocess
 import termios
 import time
 
-CONTROL = re.compile(r"\x1b\[[0-9;?]*[A-Za-z]|\r")
+CONTROL = re.compile(r"\x1b\[[0-9;?]*[A-Za-z@]|\x1b[78]|\r")
 
 
 class Terminal:
