@@ -21,6 +21,10 @@ CASES = [
     ("script-1000", "module"),
     ("multi-row-W1", "module"),
     ("multi-row-W3", "module"),
+    ("append-W1", "module"),
+    ("append-W2", "module"),
+    ("append-W2", "columns"),
+    ("arrow-W2", "module"),
     ("open-close", "module"),
 ]
 # Without its abbreviations the output is plain: an `ob=` line before the functions of a file of code, and lines of
