@@ -34,9 +34,9 @@ struct Fixture {
     nbx::smart_ptr<nbx::ValueRows> few_host_rows;
 };
 
-/** Five times the rows that the module stores at a time, three times those that DuckDB's appender does. DuckDB
-    moves as many rows into the table as they are, but copies the fewer rows of a last transaction once more:
-    with another number the comparison would depend on how many rows that are. */
+/** Five times the rows that the module stores at a time, three times those that DuckDB's appender does.
+   DuckDB moves as many rows into the table as they are, but copies the fewer rows of a last transaction once
+   more: with another number the comparison would depend on how many rows that are. */
 constexpr uint64_t kRows = 614'400;
 constexpr uint64_t kFewRows = 5'000;
 
