@@ -1,0 +1,50 @@
+#!/usr/bin/env bash
+# Configures the tree without a preset, as somebody who knows only CMake does, and sets up a system that is not Debian.
+#   check_configure.sh SOURCE_FOLDER DUCKDB_FOLDER
+set -euo pipefail
+
+source=$1
+duckdb=$2
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+
+fail() {
+    printf 'check_configure: %s\n' "$*" >&2
+    exit 1
+}
+
+# configure FOLDER OPTION...
+configure() {
+    local folder=$work/$1
+    shift
+    cmake -G Ninja -S "$source" -B "$folder" -DDuckDB_ROOT:PATH="$duckdb" -DMDUCKDB_TESTS=OFF "$@" >"$work/log" 2>&1 ||
+        fail "cmake $* failed: $(cat "$work/log")"
+}
+
+configure build
+grep -q 'No CMAKE_BUILD_TYPE is given: building Release' "$work/log" || fail "nothing says what is built: $(cat "$work/log")"
+grep -q 'FLAGS = -O[23] ' "$work/build/build.ninja" || fail "the build does not optimise"
+printf 'ok: without a preset the build optimises, and says so\n'
+
+# A foundation or modules that are static would not load.
+configure build -DBUILD_SHARED_LIBS=OFF
+for linked in 'libmshared\.so.*: CXX_SHARED' 'libmduckdb\.so: CXX_MODULE' 'libmduckdb_casts\.so: CXX_MODULE'; do
+    grep -q "^build lib/$linked" "$work/build/build.ninja" || fail "BUILD_SHARED_LIBS=OFF builds no $linked"
+done
+printf 'ok: BUILD_SHARED_LIBS=OFF builds shared libraries nevertheless\n'
+
+configure debug -DCMAKE_BUILD_TYPE=Debug
+! grep -q 'No CMAKE_BUILD_TYPE' "$work/log" || fail "a given build type is not seen"
+! grep -q 'FLAGS = -O' "$work/debug/build.ninja" || fail "Debug optimises"
+printf 'ok: a build type that is given is kept\n'
+
+mkdir "$work/bin"
+ln -s /usr/bin/* "$work/bin"
+rm -f "$work/bin/dpkg-query" "$work/bin/apt-get"
+said=$(env -i PATH="$work/bin" HOME="$work" DuckDB_ROOT="$duckdb" bash "$source/scripts/setup" 2>&1) ||
+    fail "scripts/setup failed where nothing is Debian's: $said"
+[[ $said == *"This is not a Debian system"* ]] || fail "scripts/setup says: $said"
+while read -r group package; do
+    [ "$group" != base ] || [[ " $said " == *" $package "* ]] || fail "scripts/setup does not name $package: $said"
+done <"$source/scripts/packages"
+printf 'ok: another system gets the names of the packages\n'
