@@ -2,6 +2,10 @@ if(MDUCKDB_SANITIZE)
     add_compile_options(-fsanitize=${MDUCKDB_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all)
     add_link_options(-fsanitize=${MDUCKDB_SANITIZE})
 endif()
+if(MDUCKDB_FUZZ)
+    # Everything reports its branches to libFuzzer; only the program of the fuzz targets has the fuzzer itself.
+    add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
 if(MDUCKDB_SANITIZE STREQUAL "thread")
     # libduckdb.so uses the standard library's templates from any library that exports them. Instrumented ones that run
     # on its own threads look like races, because its atomics are not visible, so this project does not export its own.

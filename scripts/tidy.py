@@ -15,7 +15,7 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent
 
 def is_product(path):
     parts = path.relative_to(ROOT).parts
-    return path.suffix == ".cpp" and parts[0] not in ("tests", "build") and not path.stem.endswith("_test")
+    return path.suffix == ".cpp" and parts[0] not in ("tests", "fuzz", "build") and not path.stem.endswith("_test")
 
 
 def sources(database):

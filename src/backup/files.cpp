@@ -215,7 +215,9 @@ void RenameToFreeName(const std::string& from, const std::string& to) {
     }
     // The file system does not support the flag.
     if (errno == EINVAL || errno == ENOSYS) {
-        if (link(from.c_str(), to.c_str()) == 0 && unlink(from.c_str()) == 0) {
+        if (link(from.c_str(), to.c_str()) == 0) {
+            // It has its new name; the old one goes with its folder otherwise.
+            unlink(from.c_str());
             return;
         }
     }

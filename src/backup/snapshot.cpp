@@ -162,14 +162,19 @@ class SnapshotJob : nbx::noncopyable {
         }
         // A manifest without its file was left by a process that was killed at this point.
         fs::rename(manifest, ManifestOf(target_));
+        bool is_placed = false;
         try {
             RenameToFreeName(copy_, target_);
+            is_placed = true;
+            SyncToDisk(fs::path(target_).parent_path().string());
         } catch (...) {
             std::error_code ignored;
+            if (is_placed) {
+                fs::remove(target_, ignored);
+            }
             fs::remove(ManifestOf(target_), ignored);
             throw;
         }
-        SyncToDisk(fs::path(target_).parent_path().string());
     }
 
     const Source& source_;

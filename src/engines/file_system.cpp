@@ -10,7 +10,6 @@
 #include <cstring>
 #include <memory>
 #include <string_view>
-#include <system_error>
 
 namespace mduckdb {
 
@@ -128,12 +127,14 @@ LogNames::LogNames(const std::string& path) {
     }
 }
 
-void LogNames::Delete() const {
+int LogNames::Delete() const noexcept {
+    int error = 0;
     for (const std::string& name : names_) {
-        if (unlink(name.c_str()) != 0 && errno != ENOENT) {
-            throw std::system_error(errno, std::generic_category(), name);
+        if (unlink(name.c_str()) != 0 && errno != ENOENT && error == 0) {
+            error = errno;
         }
     }
+    return error;
 }
 
 FileContent ReadContent(int descriptor) {

@@ -58,8 +58,8 @@ bool HasLog(const std::string& path);
 class LogNames {
   public:
     explicit LogNames(const std::string& path);
-    /** Throws `std::system_error`. */
-    void Delete() const;
+    /** Deletes what there is, also after one that cannot be deleted. 0, or the first `errno`. */
+    int Delete() const noexcept;
 
   private:
     std::array<std::string, kLogEndings.size()> names_;

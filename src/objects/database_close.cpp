@@ -97,8 +97,11 @@ void DuckDBDatabase::DeleteFile(FileTurn& turn) {
     }
     // The log goes after the file: a log without its file is worthless, but a file without its log has lost
     // rows.
-    log.Delete();
+    const int error = log.Delete();
     turn.MarkDeleted();
+    if (error != 0) {
+        ThrowError(std::string("The file is deleted, but not its log: ") + std::strerror(error) + ".");
+    }
 }
 
 }  // namespace mduckdb

@@ -17,7 +17,7 @@ PYTHON = re.compile(r"^    def (test\w*)\(self\b|^class (\w+)", re.MULTILINE)
 CPP_STYLE = re.compile(r"[A-Z][A-Za-z0-9]*[a-z][A-Za-z0-9]*")
 SUITE_STYLE = re.compile(r"[A-Za-z][A-Za-z0-9]*")
 PYTHON_STYLE = re.compile(r"test(_[a-z0-9]+)+")
-FOLDERS = ("bench", "host", "mshared", "src", "tests")
+FOLDERS = ("bench", "fuzz", "host", "mshared", "proof", "src", "tests")
 
 
 def tests(path):

@@ -118,6 +118,11 @@ void FakeHost::CloseCursor() {
     }
 }
 
+void FakeHost::Forget() {
+    CloseCursor();
+    values_.clear();
+}
+
 FakeValue* FakeHost::Make(std::uint32_t type, std::string text) {
     return &values_.emplace_back(FakeValue{type, std::move(text)});
 }

@@ -49,6 +49,8 @@ class FakeHost {
     bool has_cursor = false;
 
     void CloseCursor();
+    /** Destroys the values. No call may use them any more. */
+    void Forget();
     /** The cell as the host stored it, NULL for none. */
     std::string Cell(std::int32_t column);
 

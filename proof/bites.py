@@ -1,0 +1,126 @@
+"""Plants one bug of each kind into a copy of the tree and shows what catches it; called by proof/prove.py.
+
+Each bug is a small change of one source file. The copy is built in its own folder, only the one test program, and the
+source is restored before the next bug."""
+
+import dataclasses
+import pathlib
+import shutil
+import subprocess
+import time
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+COPY = ROOT / "build" / "bites"
+# Longer than any of the programs needs; a program that hangs is caught as well.
+MOST_SECONDS = 300
+
+
+@dataclasses.dataclass(frozen=True)
+class Bite:
+    kind: str
+    file: str
+    # Occurs once in the file.
+    right: str
+    wrong: str
+    preset: str
+    program: str
+    tests: str = "*"
+    variables: tuple = ()
+    # Which stage of .ci/run or of scripts/prove runs the program like this.
+    stage: str = ""
+
+
+BITES = (
+    Bite("overflow", "src/values/host_text.h", "if (units.size() <= ascii.size() &&", "if (units.size() <= 64 * ascii.size() &&",
+         "asan", "appender_tests", stage="asan"),
+    Bite("use after free", "src/backup/export_scripts.cpp", "const std::string_view statement = script.substr(0, end);",
+         "const std::string_view statement = std::string(script.substr(0, end));", "asan", "backup_units_test", stage="asan"),
+    Bite("leak", "src/backup/export_scripts.cpp", "static const std::regex row_group_size(",
+         "const std::regex& row_group_size = *new std::regex(", "asan", "backup_units_test", stage="asan"),
+    Bite("undefined behaviour", "src/backup/export_scripts.cpp", "    std::string result;\n    for (std::size_t i = 1;",
+         "    std::string result(static_cast<std::size_t>(0 * (1 << (text.size() + 30))), ' ');\n    for (std::size_t i = 1;",
+         "asan", "backup_units_test", stage="asan"),
+    Bite("race", "src/base/deadline.cpp", "    const std::lock_guard<std::mutex> lock(mutex_);\n    if (!thread_",
+         "    if (!thread_", "tsan", "deadline_tests", stage="tsan"),
+    Bite("lost row", "src/duckdb_internals/chunk_rows.cpp", "const idx_t taken = std::min(size, count);",
+         "const idx_t taken = std::min(size == chunk_size_ ? size - 1 : size, count);", "dev", "appender_tests", stage="release"),
+    Bite("swallowed error", "src/engines/file_system.cpp", "errno != ENOENT && error == 0) {", "errno != ENOENT && error == 1) {",
+         "dev", "file_faults_test", variables=(("MDUCKDB_TEST_EVERY_FILE_FAULT", "1"), ("MDUCKDB_TEST_FILE_OPERATION", "drop")),
+         stage="files"),
+    Bite("wrong cell", "src/duckdb_internals/decimal_double.cpp", "const int64_t power = kPowersOfTen[scale];",
+         "const int64_t power = kPowersOfTen[scale] + 1;", "dev", "duckdb_internals_tests", stage="release"),
+    Bite("result that ends early", "src/objects/duckdb_cursor_server.cpp", "cells_.get_RowCount() > row_in_chunk_ + 1) {",
+         "cells_.get_RowCount() > row_in_chunk_ + 2) {", "dev", "cursor_tests", stage="release"),
+    Bite("dropped lock", "src/engines/file_lock.cpp", "} else if (fcntl(descriptor_, F_OFD_SETLK, &lock) != 0) {",
+         "} else if (lock.l_type == F_UNLCK) {", "dev", "database_test", "*SecondProcess*:DatabaseLifecycle*:*OneFile*:RestoreKill*", stage="release"),
+    Bite("slow path", "src/values/host_value_walk.h", "return repeated_size_ <= kMostRepeated;", "return repeated_size_ > 0;",
+         "dev", "statement_tests", "*Bound*:*HostValue*", stage="release"),
+)
+
+
+def files():
+    listed = subprocess.run(["git", "-C", ROOT, "ls-files", "-z", "--cached", "--others", "--exclude-standard"],
+                            capture_output=True, check=True).stdout.decode()
+    return [name for name in listed.split("\0") if name and (ROOT / name).is_file()]
+
+
+def copy_tree():
+    """The files of the tree, with their times, so that a copy of an earlier run is not built again."""
+    for name in files():
+        source, target = ROOT / name, COPY / name
+        if not target.exists() or target.read_bytes() != source.read_bytes():
+            target.parent.mkdir(parents=True, exist_ok=True)
+            shutil.copy2(source, target)
+
+
+def build(preset, program):
+    """Whether the copy builds; the compilers are part of the gate too."""
+    run = subprocess.run([COPY / "scripts" / "prove", "--build", preset, program], capture_output=True, text=True)
+    return run.returncode == 0, run.stdout + run.stderr
+
+
+def last_words(output):
+    """The line that says what is wrong."""
+    marks = ("ERROR: ", "runtime error: ", "WARNING: ThreadSanitizer", "error: ", "Failure")
+    found = [line.strip() for line in output.splitlines() if any(mark in line for mark in marks)]
+    return found[0][:160] if found else "it failed"
+
+
+def run_program(bite, environment):
+    program = COPY / "build" / bite.preset / "bin" / bite.program
+    variables = dict(environment(bite.preset, dict(bite.variables)))
+    try:
+        run = subprocess.run([program, f"--gtest_filter={bite.tests}"], cwd=program.parent, env=variables, timeout=MOST_SECONDS,
+                             stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, errors="replace")
+    except subprocess.TimeoutExpired:
+        return False, f"it ran for more than {MOST_SECONDS} s"
+    return run.returncode == 0 and "[  PASSED  ] 0 tests" not in run.stdout, last_words(run.stdout)
+
+
+def bite_once(bite, environment):
+    start = time.monotonic()
+    place = COPY / bite.file
+    text = (ROOT / bite.file).read_text()
+    outcome, is_caught = "", False
+    # Without the bug everything passes; a test that always fails would catch nothing.
+    is_built, words = build(bite.preset, bite.program)
+    passes, words = run_program(bite, environment) if is_built else (False, last_words(words))
+    if not passes:
+        outcome = f"without the bug: {words}"
+    else:
+        try:
+            place.write_text(text.replace(bite.right, bite.wrong))
+            is_built, words = build(bite.preset, bite.program)
+            passes, words = run_program(bite, environment) if is_built else (False, "the build: " + last_words(words))
+            is_caught = not passes
+            outcome = f"caught: {words}" if is_caught else "NOT CAUGHT"
+        finally:
+            place.write_text(text)
+    print(f"{bite.kind}: {bite.stage}, {bite.program}: {outcome}", flush=True)
+    return {"preset": bite.preset, "command": f"{bite.kind}: {bite.program}", "seconds": round(time.monotonic() - start, 1),
+            "tests": 1, "figures": [f"stage {bite.stage}: {outcome}"], "passed": is_caught}
+
+
+def run(environment, kinds=()):
+    copy_tree()
+    return [bite_once(bite, environment) for bite in BITES if not kinds or bite.kind in kinds]

@@ -1,0 +1,118 @@
+"""Runs the fuzzers of fuzz/, judges what they found, and minimises their corpora; called by proof/prove.py."""
+
+import concurrent.futures
+import pathlib
+import re
+import shutil
+import subprocess
+import time
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+CORPUS = ROOT / "fuzz" / "corpus"
+PROGRAM = ROOT / "build" / "fuzz" / "bin" / "fuzz_targets"
+# What the fuzzers collect, and what they found, by target. Not removed by a next run, which goes on from there.
+WORK = ROOT / "build" / "fuzz" / "work"
+FINDINGS = ROOT / "build" / "fuzz" / "findings"
+# Inputs longer than this get nowhere that shorter ones do not.
+MOST_BYTES = {"parquet_file": 6000, "database_head": 16384}
+COMMON_BYTES = 2000
+LONGEST_INPUT_SECONDS = 20
+MOST_MEGABYTES = 2500
+# A frame of a sanitizer's stack, with the function and the file or library that it is in.
+FRAME = re.compile(r"^\s+#\d+ 0x[0-9a-f]+ (?:in )?(.*)$", re.MULTILINE)
+
+
+def targets():
+    return sorted(folder.name for folder in CORPUS.iterdir())
+
+
+def bytes_of(target):
+    return MOST_BYTES.get(target, COMMON_BYTES)
+
+
+def call(target, arguments, environment, **options):
+    return subprocess.run([PROGRAM, *map(str, arguments)], env=dict(environment, MDUCKDB_FUZZ_TARGET=target),
+                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, errors="replace", **options)
+
+
+def place_of(output):
+    """The first function of a crash that is neither the sanitizer's nor the C or C++ library's, and whether it is DuckDB's."""
+    if "fuzz: wrong outcome" in output:
+        return re.search(r"fuzz: wrong outcome: (.*)", output)[1], False
+    for frame in FRAME.findall(output):
+        if "libduckdb" in frame:
+            return re.sub(r"\s+\(.*", "", frame), True
+        if str(ROOT) in frame or "/fuzz/" in frame:
+            return re.sub(r"\s*\(BuildId.*", "", frame).replace(str(ROOT) + "/", ""), False
+    for kind in ("libFuzzer: timeout", "libFuzzer: out-of-memory", "LeakSanitizer"):
+        if kind in output:
+            return kind, False
+    return "unknown", False
+
+
+def judge(target, finding, environment):
+    """Runs a finding again, by itself."""
+    run = call(target, [f"-timeout={LONGEST_INPUT_SECONDS}", f"-rss_limit_mb={MOST_MEGABYTES}", finding], environment)
+    if run.returncode == 0:
+        return "cannot be repeated", False
+    return place_of(run.stdout)
+
+
+def coverage(target, folders, environment):
+    """Branches that the inputs reach, and how many inputs there are."""
+    existing = [folder for folder in folders if folder.exists()]
+    run = call(target, ["-runs=0", f"-max_len={bytes_of(target)}", *existing], environment)
+    found = re.findall(r"INITED cov: (\d+)", run.stdout)
+    return int(found[-1]) if found else 0
+
+
+def run_target(target, seconds, environment):
+    work, findings = WORK / target, FINDINGS / target
+    for folder in (work, findings):
+        folder.mkdir(parents=True, exist_ok=True)
+    before = coverage(target, [CORPUS / target], environment)
+    start = time.monotonic()
+    run = call(target, ["-fork=1", "-ignore_crashes=1", "-ignore_timeouts=1", "-ignore_ooms=1",
+                        f"-max_total_time={max(1, round(seconds))}", f"-timeout={LONGEST_INPUT_SECONDS}",
+                        f"-rss_limit_mb={MOST_MEGABYTES}", f"-max_len={bytes_of(target)}", "-print_final_stats=1",
+                        f"-artifact_prefix={findings}/", work, CORPUS / target], environment, cwd=findings)
+    spent = round(time.monotonic() - start, 1)
+    executions = re.findall(r"^#(\d+): cov:", run.stdout, re.MULTILINE)
+    after = coverage(target, [CORPUS / target, work], environment)
+    places = {}
+    for finding in sorted(findings.iterdir()):
+        places.setdefault(judge(target, finding, environment), []).append(finding.name)
+    own = [place for (place, is_duckdb) in places if not is_duckdb and place != "cannot be repeated"]
+    figures = [f"{executions[-1] if executions else 0} inputs, {before} branches before, {after} after"]
+    figures += [f"{'in DuckDB' if is_duckdb else 'finding'}: {place}: {names[0]}" + (f" and {len(names) - 1} more" if len(names) > 1 else "")
+                for (place, is_duckdb), names in sorted(places.items())]
+    for line in figures:
+        print(f"{target}: {line}", flush=True)
+    return {"preset": "fuzz", "command": target, "seconds": spent, "tests": 1, "figures": figures, "branches": [before, after],
+            "passed": not own and bool(executions)}
+
+
+def run(seconds, jobs, environment):
+    """All targets, each with its share of the time."""
+    names = targets()
+    share = seconds / len(names)
+    with concurrent.futures.ThreadPoolExecutor(jobs) as pool:
+        return list(pool.map(lambda target: run_target(target, share, environment), names))
+
+
+def minimise(environment):
+    """Replaces each target's corpus by the smallest set of its inputs and of those found that reaches the same."""
+    for target in targets():
+        small = WORK.parent / "small" / target
+        shutil.rmtree(small, ignore_errors=True)
+        small.mkdir(parents=True)
+        sources = [folder for folder in (CORPUS / target, WORK / target) if folder.exists()]
+        run = call(target, ["-merge=1", f"-max_len={bytes_of(target)}", f"-timeout={LONGEST_INPUT_SECONDS}",
+                            f"-rss_limit_mb={MOST_MEGABYTES}", small, *sources], environment)
+        if run.returncode != 0 or not any(small.iterdir()):
+            print(f"{target}: left as it was: {run.stdout[-300:]}")
+            continue
+        shutil.rmtree(CORPUS / target)
+        shutil.copytree(small, CORPUS / target)
+        size = sum(file.stat().st_size for file in small.iterdir())
+        print(f"{target}: {len(list(small.iterdir()))} inputs, {size} bytes", flush=True)

@@ -1,0 +1,128 @@
+#!/usr/bin/env python3
+"""The stages of scripts/prove against the tree, the records, and docs/reliability.md.
+
+  prove_test.py SOURCE_FOLDER
+"""
+
+import argparse
+import pathlib
+import re
+import sys
+import unittest
+
+import bites
+import fuzz
+import page
+import prove
+import stages
+
+ROOT = pathlib.Path()
+
+CRASH_IN_DUCKDB = """==1==ERROR: AddressSanitizer: SEGV on unknown address
+    #0 0x55d in __interceptor_memcpy (/b/bin/fuzz_targets+0x1)
+    #1 0x7f2 in duckdb::Read(int) (/c/lib/libduckdb.so+0x12) (BuildId: 1)
+    #2 0x55d in fuzz::Run() /x/fuzz/targets.cpp:3:1
+"""
+
+
+def invented(form, date="2020-01-01"):
+    return {"date": date, "commit": "abc", "form": form, "seconds": 7400, "passed": True,
+            "steps": [{"command": "x | y", "seconds": 1.5, "passed": True, "figures": ["3 | 4"]}]}
+
+
+class Stages(unittest.TestCase):
+    def sources(self):
+        for folder in ("tests", "fuzz", "src"):
+            for file in (ROOT / folder).rglob("*"):
+                if file.suffix in (".cpp", ".h", ".txt"):
+                    yield file.read_text()
+
+    def test_every_program_is_built_and_every_variable_is_read(self):
+        text = "\n".join(self.sources())
+        for stage in stages.STAGES:
+            for step in stage.steps:
+                self.assertRegex(text, rf"(mduckdb_test|fuzz_program)\({step.program}\b")
+                for name in step.variables:
+                    self.assertIn(f'"{name}"', text, step.program)
+
+    def test_every_variable_that_the_tests_read_belongs_to_a_stage(self):
+        known = {name for stage in stages.STAGES for step in stage.steps for name in step.variables}
+        # These do not make a test longer.
+        known |= {"MDUCKDB_TEST_SEED", "MDUCKDB_TEST_FILE_OPERATION"}
+        read = set(re.findall(r'"(MDUCKDB_TEST_\w+)"', "\n".join(self.sources())))
+        self.assertEqual(read - known, set())
+
+    def test_a_filter_names_tests_that_exist(self):
+        text = "\n".join(self.sources())
+        tests = [f"{suite}.{name}" for suite, name in re.findall(r"TEST(?:_F|_P)?\(\s*(\w+)\s*,\s*(\w+)\s*\)", text)]
+        for stage in stages.STAGES:
+            for step in stage.steps:
+                for part in filter(None, step.tests.split(":")):
+                    pattern = re.compile(part.replace(".", r"\.").replace("*", ".*") + "$")
+                    self.assertTrue(any(pattern.match(test) for test in tests), part)
+
+    def test_the_short_form_sets_no_variable_and_the_options_set_the_length(self):
+        stress = next(stage for stage in stages.STAGES if stage.name == "stress")
+        step = stress.steps[0]
+        short = argparse.Namespace(short=True, minutes=0, runs=0)
+        self.assertEqual(prove.variables_of(stress, step, short), {})
+        long = argparse.Namespace(short=False, minutes=0.5, runs=0, kind=None)
+        self.assertEqual(prove.variables_of(stress, step, long), {"MDUCKDB_TEST_STRESS_SECONDS": "30"})
+        self.assertEqual(prove.form_of(stress, long), "--minutes 0.5")
+        self.assertEqual(prove.form_of(stress, argparse.Namespace(short=False, minutes=0, runs=0, kind=None)), "whole")
+
+    def test_tests_and_figures_are_read_from_what_a_program_prints(self):
+        output = "Note: Google Test filter = x1\n[==========] Running 2 tests\n8 kills, 3 snapshots\n[  PASSED  ] 2 tests.\nno number\n"
+        self.assertEqual(prove.read_output(output), (2, ["8 kills, 3 snapshots"]))
+
+
+class Fuzzing(unittest.TestCase):
+    def test_a_crash_belongs_to_the_first_frame_that_is_no_library_of_the_system(self):
+        self.assertEqual(fuzz.place_of(CRASH_IN_DUCKDB), ("duckdb::Read(int)", True))
+        own = CRASH_IN_DUCKDB.replace("/c/lib/libduckdb.so", "/x/fuzz/a.cpp")
+        self.assertFalse(fuzz.place_of(own)[1])
+
+    def test_a_wrong_outcome_is_never_duckdbs(self):
+        self.assertEqual(fuzz.place_of("fuzz: wrong outcome: rows\n" + CRASH_IN_DUCKDB), ("rows", False))
+
+    def test_every_target_has_inputs_and_all_stay_under_two_mebibytes(self):
+        names = set(re.findall(r'^    \{"(\w+)", \w+\},$', (ROOT / "fuzz/targets.cpp").read_text(), re.MULTILINE))
+        self.assertGreaterEqual(len(names), 10)
+        self.assertEqual({folder.name for folder in (ROOT / "fuzz/corpus").iterdir()}, names)
+        sizes = [file.stat().st_size for file in (ROOT / "fuzz/corpus").rglob("*") if file.is_file()]
+        self.assertLess(sum(sizes), 2 << 20)
+
+
+class Bites(unittest.TestCase):
+    def test_every_bug_can_be_planted_at_one_place(self):
+        for bite in bites.BITES:
+            self.assertEqual((ROOT / bite.file).read_text().count(bite.right), 1, bite.kind)
+            self.assertNotEqual(bite.right, bite.wrong)
+
+    def test_there_is_a_bug_of_each_kind(self):
+        kinds = {"overflow", "use after free", "leak", "race", "undefined behaviour", "lost row", "swallowed error", "wrong cell",
+                 "result that ends early", "dropped lock", "slow path"}
+        self.assertEqual({bite.kind for bite in bites.BITES}, kinds)
+
+    def test_what_is_wrong_is_shown(self):
+        self.assertEqual(bites.last_words("a\n  ERROR: LeakSanitizer: b\nc"), "ERROR: LeakSanitizer: b")
+
+
+class Page(unittest.TestCase):
+    def test_the_page_is_what_the_records_say(self):
+        self.assertEqual((ROOT / "docs/reliability.md").read_text(), page.text_of(prove.load_records()),
+                         "write it by scripts/prove --page")
+
+    def test_a_stage_without_a_whole_run_says_so(self):
+        text = page.summary({"kills": invented("--runs 10"), "files": invented("whole")})
+        self.assertIn("| `kills` | 2020-01-01 | --runs 10; not yet run whole | abc | 2.1 h | passed |", text)
+        self.assertIn("| `files` | 2020-01-01 | whole |", text)
+        self.assertIn("| `stress` | not yet recorded |", text)
+
+    def test_figures_do_not_break_the_table(self):
+        self.assertIn("3 \\| 4", page.details({"files": invented("whole")}))
+
+
+if __name__ == "__main__":
+    ROOT = pathlib.Path(sys.argv[1]).resolve()
+    unittest.main(argv=[sys.argv[0]] + sys.argv[2:], verbosity=1)
