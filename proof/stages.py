@@ -48,6 +48,7 @@ STAGES = (
         "calls",
         "Calls of DuckDB and callbacks of the host fail: the error is reported, and no handle is left.",
         (
+            Step("database_every_call_test", variables={"MDUCKDB_TEST_EVERY_CALL": "1"}),
             Step("statement_faults_tests"),
             Step("database_test", "*Failure*:*Interrupt*:*BackReference*"),
             Step("database_stream_test"),

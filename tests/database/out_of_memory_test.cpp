@@ -1,5 +1,5 @@
 // A separate program, because it replaces the allocation functions of the whole process. The n-th allocation
-// of the module's own code fails: the code in this program, not the libraries that it uses.
+// of the module and of mshared fails.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -9,54 +9,16 @@
 #include <fstream>
 #include <functional>
 #include <future>
-#include <new>
 
 #include <gtest/gtest.h>
 
 #include "engines/engine_files.h"
 #include "engines/handle_registry.h"
 #include "nbx/mrsql/registry.h"
+#include "support/allocation_faults.h"
 #include "support/second_process.h"
 #include "support/temp_folder.h"
 #include "support/test_host.h"
-
-extern "C" const char __executable_start;  // NOLINT(bugprone-reserved-identifier): the linker's
-extern "C" const char etext;
-
-namespace {
-
-/** Allocations of this thread until one fails; none fails while it is negative. */
-thread_local long until_failure = -1;
-
-/** Whether the address is in this program's own code, by the limits that the linker names. */
-bool IsOwnCode(const void* address) {
-    return address >= &__executable_start && address < &etext;
-}
-
-}  // namespace
-
-// NOLINTBEGIN(cppcoreguidelines-no-malloc): what they stand for
-__attribute__((noinline)) void* operator new(std::size_t size) {
-    if (until_failure >= 0 && IsOwnCode(__builtin_return_address(0)) && until_failure-- == 0) {
-        throw std::bad_alloc();
-    }
-    void* memory = std::malloc(size);
-    if (memory == nullptr) {
-        throw std::bad_alloc();
-    }
-    return memory;
-}
-void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
-    return std::malloc(size);
-}
-// Not inline: GCC would report the call of free() as a mistake.
-[[gnu::noinline]] void operator delete(void* memory) noexcept {
-    std::free(memory);
-}
-[[gnu::noinline]] void operator delete(void* memory, std::size_t /*size*/) noexcept {
-    std::free(memory);
-}
-// NOLINTEND(cppcoreguidelines-no-malloc)
 
 namespace {
 
@@ -69,19 +31,19 @@ class DatabaseOutOfMemory : public testing::Test {
     /** Runs `operation` with its first, second, third ... allocation failing until none is left to fail;
        `check` receives whether it threw, each time. Returns how many failed. */
     static long FailEach(const std::function<void()>& operation, const std::function<void(bool)>& check) {
-        for (long n = 0;; ++n) {
+        for (long n = 1;; ++n) {
             bool has_thrown = false;
-            until_failure = n;
+            allocation_faults::FailNth(static_cast<uint64_t>(n));
             try {
                 operation();
             } catch (...) {
                 has_thrown = true;
             }
-            const bool has_failed = until_failure < 0;
-            until_failure = -1;
+            allocation_faults::Stop();
+            const bool has_failed = allocation_faults::HasFailed();
             check(has_thrown);
             if (!has_failed || testing::Test::HasFailure()) {
-                return n;
+                return n - 1;
             }
         }
     }

@@ -27,7 +27,8 @@ using file_faults::kShort;
 using Counts = std::array<uint64_t, kCallCount>;
 
 constexpr unsigned kMostSeconds = 60;
-constexpr std::array kCallNames = {"open", "read", "write", "truncate", "sync", "rename", "unlink"};
+constexpr std::array kCallNames = {"open", "read",   "write",  "truncate",
+                                   "sync", "rename", "unlink", "any call"};
 
 struct Error {
     Call call;
@@ -41,7 +42,7 @@ constexpr Error kErrors[] = {
     {Call::kWrite, EIO, true},     {Call::kWrite, ENOSPC, true},  {Call::kWrite, EINTR, false},
     {Call::kWrite, kShort, false}, {Call::kTruncate, EIO, true},  {Call::kSync, EIO, true},
     {Call::kSync, ENOSPC, true},   {Call::kRename, EACCES, true}, {Call::kRename, ENOSPC, true},
-    {Call::kUnlink, EACCES, true}, {Call::kUnlink, EIO, true},
+    {Call::kUnlink, EACCES, true}, {Call::kUnlink, EIO, true},    {Call::kEvery, EIO, true},
 };
 
 /** Where DuckDB itself ends the process: what the C++ library then prints. Nothing else may end it. */
@@ -209,12 +210,16 @@ class FileFaults : public testing::Test {
         if (!IsWhole()) {
             ++turn_;
             if (calls > 0 && turn_ % 2 == 0) {
-                FailNth(operation, error, 1 + turn_ * 7 % calls, calls, error.may_last && turn_ % 4 == 0);
+                FailNth(operation, error, 1 + turn_ * 7 % calls, calls,
+                        error.call == Call::kEvery || (error.may_last && turn_ % 4 == 0));
             }
             return;
         }
         for (uint64_t n = 1; n <= calls; ++n) {
-            FailNth(operation, error, n, calls, false);
+            // One call alone fails with the errors of its kind.
+            if (error.call != Call::kEvery) {
+                FailNth(operation, error, n, calls, false);
+            }
             if (error.may_last) {
                 FailNth(operation, error, n, calls, true);
             }
@@ -227,10 +232,7 @@ class FileFaults : public testing::Test {
         ends_of_duckdb_ = 0;
         const Outcome whole = Perform(operation, NewFolder(), {});
         EXPECT_EQ(whole.thrown, "none") << operation.name;
-        uint64_t calls = 0;
-        for (const uint64_t count : whole.counts) {
-            calls += count;
-        }
+        const uint64_t calls = whole.counts[static_cast<std::size_t>(Call::kEvery)];
         // Another half of the errors for the next operation.
         turn_ += 1;
         for (const Error& error : kErrors) {

@@ -57,8 +57,10 @@ int Watch(int descriptor, bool is_inside) noexcept {
 
 /** 0 for a call that goes on as it should. */
 int Judge(Call call) noexcept {
-    const uint64_t number = ++counts[static_cast<std::size_t>(call)];
-    const bool is_chosen = chosen.call == call && chosen.n != 0 &&
+    const uint64_t number_of_all = ++counts[static_cast<std::size_t>(Call::kEvery)];
+    const uint64_t number_of_kind = ++counts[static_cast<std::size_t>(call)];
+    const uint64_t number = chosen.call == Call::kEvery ? number_of_all : number_of_kind;
+    const bool is_chosen = (chosen.call == call || chosen.call == Call::kEvery) && chosen.n != 0 &&
                            (chosen.is_for_ever ? number >= chosen.n : number == chosen.n);
     if (is_chosen && chosen.error != kShort) {
         errno = chosen.error;

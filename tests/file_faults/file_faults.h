@@ -8,8 +8,9 @@
    library. */
 namespace file_faults {
 
-enum class Call : uint32_t { kOpen, kRead, kWrite, kTruncate, kSync, kRename, kUnlink };
-constexpr uint32_t kCallCount = 7;
+/** `kEvery`: all of them together, as when a disk dies. */
+enum class Call : uint32_t { kOpen, kRead, kWrite, kTruncate, kSync, kRename, kUnlink, kEvery };
+constexpr uint32_t kCallCount = 8;
 
 /** Not an `errno`: a read or write of half of the bytes. */
 constexpr int kShort = -1;
