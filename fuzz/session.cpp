@@ -11,18 +11,12 @@ namespace fuzz {
 using nbx::mrsql::I_DuckDBCursor;
 using nbx::mrsql::I_DuckDBDeadlines;
 
-namespace {
-
-constexpr uint64_t kTimeLimitMs = 1000;
-
-}  // namespace
-
-Session::Session()
+Session::Session(uint64_t time_limit_ms)
     : database_(mduckdb::MakeExtension()->CreateDatabase(nbx::CreateLocation(Text(":memory:")))) {
     // A host that is called by itself; without the hook there are no interrupts.
     nbx::mrsql::gpIsLocalSqlCall_PTR = [] { return false; };
     static_cast<I_DuckDBDeadlines*>(database_->QueryInterface(nbx::mrsql::kDuckDBDeadlinesInterfaceId))
-        ->put_TimeLimit(kTimeLimitMs);
+        ->put_TimeLimit(time_limit_ms);
     Open();
 }
 

@@ -13,10 +13,11 @@ namespace fuzz {
 using nbx::smart_ptr;
 using Value = smart_ptr<nbx::I_Value>;
 
-/** A database in memory without access to files, with little memory and time for each statement. */
+/** A database in memory without access to files and with little memory. */
 class Session {
   public:
-    Session();
+    /** For each statement; 0 for no limit, which makes outcomes the same on a busy machine. */
+    explicit Session(uint64_t time_limit_ms = 0);
     ~Session();
     Session(const Session&) = delete;
     Session& operator=(const Session&) = delete;

@@ -1,7 +1,7 @@
 // Rows on their way out as Arrow arrays, and in by the appender.
+#include <algorithm>
 #include <array>
 #include <cstdlib>
-#include <cstring>
 #include <vector>
 
 #include "arrow_walk.h"
@@ -95,7 +95,7 @@ class ColumnInput {
         // As wide as the widest element.
         fixed_.resize(rows * 16);
         const std::string_view bytes = input.Bytes(fixed_.size());
-        std::memcpy(fixed_.data(), bytes.data(), bytes.size());
+        std::copy(bytes.begin(), bytes.end(), fixed_.begin());
         const bool is_text = column_.type == 17 || column_.type == 18 || column_.type == 29;
         column_.data = is_text ? static_cast<const void*>(pieces_.data()) : fixed_.data();
         if (column_.type == 1) {

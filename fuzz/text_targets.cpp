@@ -68,7 +68,7 @@ bool StandInOrder(const std::vector<std::string>& statements, std::string_view t
 }  // namespace
 
 void SqlScript(Input& input) {
-    Session session;
+    Session session(1000);
     const bool is_query = input.Flag();
     const uint32_t location = input.Flag() ? nbx::mrsql::kClientCursor : nbx::mrsql::kServerCursor;
     const nbx::String sql = Session::Text(input.Rest());
