@@ -18,7 +18,8 @@ describe_folder() { (cd "$1" && find . -type f ! -name contents -printf '%s %P\n
 
 # Whether the cache holds all files of the pinned DuckDB at their full size.
 has_duckdb() {
-    [ -e "$DUCKDB_HOME/contents" ] && cmp -s <(describe_folder "$DUCKDB_HOME") "$DUCKDB_HOME/contents"
+    [ -e "$DUCKDB_HOME/contents" ] && cmp -s <(describe_folder "$DUCKDB_HOME") "$DUCKDB_HOME/contents" &&
+        [ -e "$DUCKDB_HOME/include/$(basename "${DUCKDB_FURTHER_HEADERS:-duckdb}")" ]
 }
 
 # check_sum FILE SHA256
@@ -128,6 +129,9 @@ fetch_duckdb() {
     inside=$DUCKDB_SOURCE_PACKAGE-$DUCKDB_SOURCE_VERSION/external/duckdb
     tar -xzf "$source" -C "$work/home" --strip-components=3 "$inside/LICENSE"
     tar -xzf "$source" -C "$work/home" --strip-components=4 "$inside/src/include"
+    if [ -n "${DUCKDB_FURTHER_HEADERS:-}" ]; then
+        tar -xzf "$source" -C "$work/home/include" --strip-components=6 "$inside/$DUCKDB_FURTHER_HEADERS"
+    fi
     # The version of the headers, from the checked name of their source: their own version macros may be those of
     # another release (2.0.0's say 1.5.6).
     printf '#define DUCKDB_SOURCE_VERSION "%s"\n' "$DUCKDB_SOURCE_VERSION" >"$work/home/include/duckdb_source_version.h"

@@ -14,6 +14,7 @@
 #include "duckdb_internals/arrow_schema.h"
 #include "duckdb_internals/out_of_memory.h"
 #include "duckdb_internals/results.h"
+#include "duckdb_internals/version_differences.h"
 
 namespace mduckdb {
 namespace {
@@ -56,8 +57,8 @@ void KeepNulls(Vector& source, Vector& texts, idx_t count) {
     if (!duckdb::TypeVisitor::Contains(source.GetType(), LogicalTypeId::VARIANT)) {
         return;
     }
-    source.Flatten(count);
-    texts.Flatten(count);
+    version::Flatten(source, count);
+    version::Flatten(texts, count);
     switch (source.GetType().id()) {
         case LogicalTypeId::VARIANT:
             for (idx_t row = 0; row < count; ++row) {
@@ -68,29 +69,26 @@ void KeepNulls(Vector& source, Vector& texts, idx_t count) {
             break;
         case LogicalTypeId::LIST:
         case LogicalTypeId::MAP:
-            KeepNulls(duckdb::ListVector::GetEntry(source), duckdb::ListVector::GetEntry(texts),
+            KeepNulls(version::ListChild(source), version::ListChild(texts),
                       duckdb::ListVector::GetListSize(source));
             break;
         case LogicalTypeId::ARRAY:
-            KeepNulls(duckdb::ArrayVector::GetEntry(source), duckdb::ArrayVector::GetEntry(texts),
+            KeepNulls(version::ArrayChild(source), version::ArrayChild(texts),
                       count * duckdb::ArrayType::GetSize(source.GetType()));
             break;
-        default: {  // STRUCT and UNION
-            const auto& fields = duckdb::StructVector::GetEntries(source);
-            const auto& text_fields = duckdb::StructVector::GetEntries(texts);
-            for (idx_t i = 0; i < fields.size(); ++i) {
-                KeepNulls(*fields[i], *text_fields[i], count);
+        default:  // STRUCT, UNION and types with the same parts
+            for (idx_t i = 0; i < duckdb::StructType::GetChildCount(source.GetType()); ++i) {
+                KeepNulls(version::StructChild(source, i), version::StructChild(texts, i), count);
             }
-        }
     }
 }
 
-duckdb::QueryResult& QueryResultOf(duckdb_result& result) {
-    duckdb::QueryResult& rows = *static_cast<duckdb::DuckDBResultData*>(result.internal_data)->result;
-    if (rows.HasError()) {
-        rows.ThrowError();
+duckdb::DuckDBResultData& DataOf(duckdb_result& result) {
+    auto& data = *static_cast<duckdb::DuckDBResultData*>(result.internal_data);
+    if (const duckdb::ErrorData* const error = version::FindError(data)) {
+        error->Throw();
     }
-    return rows;
+    return data;
 }
 
 duckdb::ClientProperties LosslessProperties(duckdb::ClientContext& context) {
@@ -103,10 +101,10 @@ duckdb::ClientProperties LosslessProperties(duckdb::ClientContext& context) {
 
 struct ArrowRows::State {
     explicit State(duckdb_result& result)
-        : context(*QueryResultOf(result).client_properties.client_context),
+        : context(*version::ClientPropertiesOf(DataOf(result)).client_context),
           properties(LosslessProperties(context)),
           options(properties),
-          result_types(QueryResultOf(result).types) {}
+          result_types(version::ColumnTypes(DataOf(result))) {}
     ~State() {
         if (schema.release != nullptr) {
             schema.release(&schema);
@@ -163,7 +161,7 @@ void ArrowRows::State::Cast(DataChunk& rows, DataChunk& cast) {
             KeepNulls(rows.data[column], cast.data[column], count);
         }
     }
-    cast.SetCardinality(count);
+    version::SetRowCount(cast, count);
 }
 
 ArrowRows::ArrowRows(duckdb_result& result) {

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "duckdb_internals/out_of_memory.h"
+#include "duckdb_internals/version_differences.h"
 
 namespace mduckdb {
 
@@ -85,7 +86,7 @@ BoundParameterData* FindPlace(duckdb_prepared_statement prepared, idx_t index) {
     if (name == statement.param_index_to_name.end()) {
         return nullptr;
     }
-    const auto value = statement.values.find(name->second);
+    const auto value = statement.values.find(version::ParameterKey(name->second));
     return value != statement.values.end() ? &value->second : nullptr;
 }
 
@@ -100,7 +101,8 @@ LogicalTypeId ParameterTypeOf(const Value& value) {
    take the slow path. */
 void Put(BoundParameterData& place, Value&& value) {
     const bool has_same_type = place.return_type.id() == ParameterTypeOf(value) &&
-                               place.return_type.AuxInfo() == nullptr && value.type().AuxInfo() == nullptr;
+                               !version::HasTypeInfo(place.return_type) &&
+                               !version::HasTypeInfo(value.type());
     if (has_same_type) {
         place.SetValue(std::move(value));
     } else {

@@ -13,6 +13,7 @@
 #include "duckdb_internals/decimal_double.h"
 #include "duckdb_internals/out_of_memory.h"
 #include "duckdb_internals/value_guard.h"
+#include "duckdb_internals/version_differences.h"
 
 namespace mduckdb {
 
@@ -57,19 +58,19 @@ struct Scratch {
     VariantConverter convert_variant;
 
     /** Where DuckDB formats texts, and how many bytes it has formatted there. */
-    std::unique_ptr<duckdb::Vector> vector{};
+    std::unique_ptr<version::TextHeap> heap{};
     idx_t used = 0;
 
     /** Columns of nested values as texts, by their index in the chunk, created when first read; null: not
         created. */
     std::vector<std::unique_ptr<duckdb::Vector>> texts{};
 
-    duckdb::Vector& GetVector() {
-        if (!vector || used > kScratchBytes) {
-            vector = std::make_unique<duckdb::Vector>(LogicalType::VARCHAR, idx_t{1});
+    version::TextHeap& GetHeap() {
+        if (!heap || used > kScratchBytes) {
+            heap = version::MakeTextHeap();
             used = 0;
         }
-        return *vector;
+        return *heap;
     }
 };
 
@@ -139,7 +140,7 @@ std::unique_ptr<duckdb::Vector> CastToTexts(const Column& column) {
         try {
             if (duckdb::VectorOperations::DefaultTryCast(chunk.data[column.index], *texts, chunk.size(),
                                                          &error)) {
-                texts->Flatten(chunk.size());
+                version::Flatten(*texts, chunk.size());
                 return texts;
             }
         } catch (...) {  // One row may be the reason, so each row is read separately.
@@ -165,10 +166,10 @@ HostValue ReadNested(const Column& column, Scratch& scratch, idx_t row) {
 }
 
 bool IsValidTimeOfDay(duckdb::dtime_t time) {
-    return IsValidTime(time.micros);
+    return IsValidTime(version::UnitsOf(time));
 }
 bool IsValidTimeOfDay(duckdb::dtime_ns_t time) {
-    return IsValidTimeNs(time.micros);
+    return IsValidTimeNs(version::UnitsOf(time));
 }
 bool IsValidTimeOfDay(duckdb::dtime_tz_t time) {
     return IsValidTimeTzBits(time.bits);
@@ -187,7 +188,7 @@ HostValue ReadFormatted(const Column& column, Scratch& scratch, idx_t row) {
             return MakeEmptyText();
         }
     }
-    const string_t text = Cast::template Operation<T>(value, scratch.GetVector());
+    const string_t text = Cast::template Operation<T>(value, scratch.GetHeap());
     scratch.used += text.GetSize();
     return MakeText(text);
 }
@@ -257,11 +258,14 @@ constexpr Kind kKinds[] = {
     {LogicalTypeId::DATE, data, ReadFormatted<duckdb::date_t, duckdb::StringCast>},
     {LogicalTypeId::TIME, data, ReadFormatted<duckdb::dtime_t, duckdb::StringCast>},
     {LogicalTypeId::TIME_NS, data, ReadFormatted<duckdb::dtime_ns_t, duckdb::StringCast>},
-    {LogicalTypeId::TIME_TZ, data, ReadFormatted<duckdb::dtime_tz_t, duckdb::StringCastTZ>},
+    {LogicalTypeId::TIME_TZ, data, ReadFormatted<duckdb::dtime_tz_t, version::StringCastWithZone>},
     {LogicalTypeId::TIMESTAMP, data, ReadFormatted<duckdb::timestamp_t, duckdb::StringCast>},
-    {LogicalTypeId::TIMESTAMP_TZ, data, ReadFormatted<duckdb::timestamp_t, duckdb::StringCastTZ>},
-    {LogicalTypeId::TIMESTAMP_SEC, data, ReadFormatted<duckdb::timestamp_t, duckdb::CastFromTimestampSec>},
-    {LogicalTypeId::TIMESTAMP_MS, data, ReadFormatted<duckdb::timestamp_t, duckdb::CastFromTimestampMS>},
+    {LogicalTypeId::TIMESTAMP_TZ, data,
+     ReadFormatted<version::StoredTimestampTz, version::StringCastWithZone>},
+    {LogicalTypeId::TIMESTAMP_SEC, data,
+     ReadFormatted<version::StoredTimestampS, duckdb::CastFromTimestampSec>},
+    {LogicalTypeId::TIMESTAMP_MS, data,
+     ReadFormatted<version::StoredTimestampMs, duckdb::CastFromTimestampMS>},
     {LogicalTypeId::TIMESTAMP_NS, data, ReadFormatted<duckdb::timestamp_ns_t, duckdb::CastFromTimestampNS>},
     {LogicalTypeId::INTERVAL, data, ReadFormatted<duckdb::interval_t, duckdb::StringCast>},
     {LogicalTypeId::HUGEINT, data, ReadFormatted<duckdb::hugeint_t, duckdb::StringCast>},
@@ -319,7 +323,7 @@ struct CellReader::State {
         }
         spread.push_back(std::make_unique<duckdb::Vector>(vector.GetType(), nullptr));
         spread.back()->Reference(vector);
-        spread.back()->Flatten(row_count);
+        version::Flatten(*spread.back(), row_count);
         return *spread.back();
     }
 };

@@ -2,10 +2,10 @@
 
 #include <duckdb/common/types/data_chunk.hpp>
 #include <duckdb/common/vector_operations/vector_operations.hpp>
-#include <duckdb/main/capi/capi_internal.hpp>
 #include <string>
 
 #include "duckdb_internals/out_of_memory.h"
+#include "duckdb_internals/version_differences.h"
 
 namespace mduckdb {
 namespace {
@@ -34,7 +34,7 @@ std::unique_ptr<Vector> Cast(duckdb::ClientContext& context, Vector& source, duc
     try {
         std::string ignored;
         duckdb::VectorOperations::TryCast(context, source, *target, count, &ignored);
-        target->Flatten(count);
+        version::Flatten(*target, count);
     } catch (const std::exception&) {
         ThrowIfOutOfMemory();
         target = std::make_unique<Vector>(target_type, count);

@@ -6,6 +6,7 @@
 
 #include "base/errors.h"
 #include "base/text.h"
+#include "duckdb_internals/version_differences.h"
 
 namespace mduckdb {
 namespace {
@@ -107,9 +108,10 @@ Failure FailureOf(duckdb_prepared_statement prepared, const char* fixed_text) {
     if (IsGiven(text)) {
         // A failed bind is in the wrapper, a failed preparation in the statement.
         const auto& wrapper = *reinterpret_cast<const duckdb::PreparedStatementWrapper*>(prepared);
-        const bool is_of_statement = wrapper.statement && wrapper.statement->error.Message() == failure.text;
-        failure.facts =
-            FactsOf(is_of_statement ? &wrapper.statement->error : &wrapper.error_data, failure.text);
+        const bool is_of_statement =
+            wrapper.statement && wrapper.statement->GetErrorObject().Message() == failure.text;
+        failure.facts = FactsOf(is_of_statement ? &wrapper.statement->GetErrorObject() : &wrapper.error_data,
+                                failure.text);
     }
     return failure;
 }
@@ -119,8 +121,7 @@ Failure FailureOf(const duckdb_result& result, const char* fixed_text) {
     Failure failure{TextOr(text, fixed_text), nullptr};
     if (IsGiven(text)) {
         auto* data = static_cast<duckdb::DuckDBResultData*>(result.internal_data);
-        const bool has_error = data != nullptr && data->result && data->result->HasError();
-        failure.facts = FactsOf(has_error ? &data->result->GetErrorObject() : nullptr, failure.text);
+        failure.facts = FactsOf(data != nullptr ? version::FindError(*data) : nullptr, failure.text);
     }
     return failure;
 }

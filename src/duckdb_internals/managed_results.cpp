@@ -2,26 +2,16 @@
 
 #include <cstring>
 #include <duckdb/common/types/column/column_data_collection.hpp>
-#include <duckdb/main/capi/capi_internal.hpp>
-#include <duckdb/main/materialized_query_result.hpp>
-#include <duckdb/main/stream_query_result.hpp>
 #include <memory>
 #include <new>
 
 #include "duckdb_internals/out_of_memory.h"
+#include "duckdb_internals/version_differences.h"
+#include "duckdb_internals/version_statements.h"
 
 namespace {
 
-/** Does what `duckdb_pending_prepared` does, except for the kind of result, which the C API cannot choose. */
-duckdb::unique_ptr<duckdb::PendingQueryResult> Start(duckdb::PreparedStatementWrapper& prepared,
-                                                     duckdb::QueryParameters kind) {
-    duckdb::PreparedStatement& statement = *prepared.statement;
-    duckdb::PreparedStatement::VerifyParameters(prepared.values, statement.named_param_map);
-    duckdb::PendingQueryParameters parameters;
-    parameters.parameters = &prepared.values;
-    parameters.query_parameters = kind;
-    return statement.context->PendingQuery(statement.query, statement.data, parameters);
-}
+namespace version = mduckdb::version;
 
 struct Scan {
     duckdb::ColumnDataScanState state;
@@ -42,38 +32,34 @@ duckdb_data_chunk ScanChunk(duckdb::ColumnDataCollection& rows, Scan& scan) {
     return has_rows ? reinterpret_cast<duckdb_data_chunk>(chunk.release()) : nullptr;
 }
 
-/** `kind` of a result that streams or does not. */
-duckdb_state PendPrepared(duckdb_prepared_statement prepared, duckdb::QueryParameters kind,
+duckdb_state PendPrepared(duckdb_prepared_statement prepared, version::RowsIn rows,
                           duckdb_pending_result* out_result) {
     auto* wrapper = reinterpret_cast<duckdb::PreparedStatementWrapper*>(prepared);
     if (wrapper == nullptr || !wrapper->statement || wrapper->statement->HasError()) {
         return duckdb_pending_prepared(prepared, out_result);
     }
     auto pending = std::make_unique<duckdb::PendingStatementWrapper>();
-    pending->allow_streaming = kind.output_type == duckdb::QueryResultOutputType::ALLOW_STREAMING;
     try {
-        pending->statement = Start(*wrapper, kind);
+        version::Begin(*wrapper, rows, *pending);
     } catch (const std::exception& error) {
         mduckdb::ThrowIfOutOfMemory();
-        pending->statement = duckdb::make_uniq<duckdb::PendingQueryResult>(duckdb::ErrorData(error));
+        pending->statement = version::MakeFailedPending(duckdb::ErrorData(error));
     }
-    const bool has_started = !pending->statement->HasError();
+    const bool has_begun = !pending->statement->HasError();
     *out_result = reinterpret_cast<duckdb_pending_result>(pending.release());
-    return has_started ? DuckDBSuccess : DuckDBError;
+    return has_begun ? DuckDBSuccess : DuckDBError;
 }
 
 }  // namespace
 
 duckdb_state duckdb_pending_prepared_managed(duckdb_prepared_statement prepared,
                                              duckdb_pending_result* out_result) {
-    duckdb::QueryParameters kind(duckdb::QueryResultOutputType::FORCE_MATERIALIZED);
-    kind.memory_type = duckdb::QueryResultMemoryType::BUFFER_MANAGED;
-    return PendPrepared(prepared, kind, out_result);
+    return PendPrepared(prepared, version::RowsIn::kBufferManager, out_result);
 }
 
 duckdb_state duckdb_pending_prepared_stream(duckdb_prepared_statement prepared,
                                             duckdb_pending_result* out_result) {
-    return PendPrepared(prepared, duckdb::QueryResultOutputType::ALLOW_STREAMING, out_result);
+    return PendPrepared(prepared, version::RowsIn::kStream, out_result);
 }
 
 duckdb_result_scan duckdb_create_result_scan(void) {
@@ -88,20 +74,15 @@ void duckdb_destroy_result_scan(duckdb_result_scan* scan) {
 duckdb_data_chunk duckdb_scan_result_chunk(duckdb_result result, duckdb_result_scan scan, char** out_error) {
     *out_error = nullptr;
     try {
-        const auto* data = static_cast<const duckdb::DuckDBResultData*>(result.internal_data);
-        if (data == nullptr || !data->result || data->result->HasError()) {
+        auto* data = static_cast<duckdb::DuckDBResultData*>(result.internal_data);
+        if (data == nullptr || version::FindError(*data) != nullptr) {
             return nullptr;
         }
-        if (data->result->type != duckdb::QueryResultType::MATERIALIZED_RESULT) {
-            // A stream that was read to its end is closed, and throws when it is asked again.
-            const bool is_open = data->result->type != duckdb::QueryResultType::STREAM_RESULT ||
-                                 data->result->Cast<duckdb::StreamQueryResult>().IsOpen();
-            auto chunk = is_open ? data->result->Fetch() : nullptr;
-            return chunk && chunk->size() > 0 ? reinterpret_cast<duckdb_data_chunk>(chunk.release())
-                                              : nullptr;
+        if (duckdb::ColumnDataCollection* const rows = version::FindRows(*data)) {
+            return ScanChunk(*rows, *reinterpret_cast<Scan*>(scan));
         }
-        return ScanChunk(data->result->Cast<duckdb::MaterializedQueryResult>().Collection(),
-                         *reinterpret_cast<Scan*>(scan));
+        auto chunk = version::FetchFromStream(*data);
+        return chunk && chunk->size() > 0 ? reinterpret_cast<duckdb_data_chunk>(chunk.release()) : nullptr;
     } catch (const std::exception& error) {
         mduckdb::ThrowIfOutOfMemory();
         *out_error = ::strdup(duckdb::ErrorData(error).Message().c_str());

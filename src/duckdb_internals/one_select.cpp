@@ -3,22 +3,16 @@
 #include <algorithm>
 #include <array>
 #include <duckdb/common/string_util.hpp>
-#include <duckdb/execution/operator/scan/physical_table_scan.hpp>
 #include <duckdb/execution/physical_plan_generator.hpp>
-#include <duckdb/main/capi/capi_internal.hpp>
-#include <duckdb/main/prepared_statement_data.hpp>
-#include <duckdb/parser/expression/function_expression.hpp>
-#include <duckdb/parser/expression/subquery_expression.hpp>
-#include <duckdb/parser/keyword_helper.hpp>
 #include <duckdb/parser/parsed_expression_iterator.hpp>
-#include <duckdb/parser/parser.hpp>
 #include <duckdb/parser/query_error_context.hpp>
 #include <duckdb/parser/query_node/select_node.hpp>
-#include <duckdb/parser/statement/select_statement.hpp>
 #include <duckdb/parser/tableref.hpp>
 #include <string_view>
 
 #include "duckdb_internals/out_of_memory.h"
+#include "duckdb_internals/version_differences.h"
+#include "duckdb_internals/version_statements.h"
 
 namespace mduckdb {
 namespace {
@@ -58,10 +52,10 @@ class ParsedQueryCheck {
   private:
     static void Check(ParsedExpression& expression) {
         if (expression.GetExpressionClass() == duckdb::ExpressionClass::FUNCTION) {
-            RequireAllowedFunction(expression.Cast<duckdb::FunctionExpression>().function_name);
+            RequireAllowedFunction(version::NameOf(expression.Cast<duckdb::FunctionExpression>()));
         }
         if (expression.GetExpressionClass() == duckdb::ExpressionClass::SUBQUERY) {
-            Check(*expression.Cast<duckdb::SubqueryExpression>().subquery->node);
+            Check(*version::SelectOf(expression.Cast<duckdb::SubqueryExpression>()).node);
         }
         ParsedExpressionIterator::EnumerateChildren(expression,
                                                     [](ParsedExpression& child) { Check(child); });
@@ -79,7 +73,7 @@ class ParsedQueryCheck {
 /** Functions that a view, a macro or `query()` put into the plan. */
 void CheckPlan(const duckdb::PhysicalOperator& plan) {
     if (plan.type == duckdb::PhysicalOperatorType::TABLE_SCAN) {
-        RequireAllowedFunction(plan.Cast<duckdb::PhysicalTableScan>().function.name);
+        RequireAllowedFunction(version::FunctionNameOf(plan.Cast<duckdb::PhysicalTableScan>()));
     }
     for (const auto& child : plan.GetChildren()) {
         CheckPlan(child.get());
@@ -89,7 +83,7 @@ void CheckPlan(const duckdb::PhysicalOperator& plan) {
 /** Throws DuckDB's error when the text cannot be parsed. */
 duckdb::unique_ptr<SelectStatement> ParseOneSelect(duckdb::ClientContext& context, const std::string& text) {
     // Use the bare parser: the context's function would run what a PRAGMA expands to.
-    duckdb::Parser parser(context.GetParserOptions());
+    duckdb::Parser parser = version::MakeParser(context);
     parser.ParseQuery(text);
     if (parser.statements.size() != 1 ||
         parser.statements[0]->type != duckdb::StatementType::SELECT_STATEMENT) {
@@ -100,7 +94,7 @@ duckdb::unique_ptr<SelectStatement> ParseOneSelect(duckdb::ClientContext& contex
 
 /** Replaces the limit of the parsed text. The text itself is not changed, since DuckDB's errors quote from
     it. */
-void PutLimit(SelectStatement& statement, const SelectText& text) {
+void PutLimit(duckdb::ClientContext& context, SelectStatement& statement, const SelectText& text) {
     auto& modifiers = statement.node->modifiers;
     if (modifiers.size() != 1 || modifiers[0]->type != duckdb::ResultModifierType::LIMIT_MODIFIER) {
         RefuseStatement();
@@ -109,7 +103,7 @@ void PutLimit(SelectStatement& statement, const SelectText& text) {
         modifiers.clear();
         return;
     }
-    auto limit = std::move(duckdb::Parser::ParseExpressionList(text.limit).at(0));
+    auto limit = version::ParseExpression(context, text.limit);
     limit->SetQueryLocation(text.whole.size() - 1);
     modifiers[0]->Cast<duckdb::LimitModifier>().limit = std::move(limit);
 }
@@ -123,12 +117,12 @@ duckdb::unique_ptr<SelectStatement> ParseText(duckdb::ClientContext& context, co
         ThrowIfOutOfMemory();
         RefuseStatement();
     }
-    PutLimit(*statement, text);
+    PutLimit(context, *statement, text);
     return statement;
 }
 
 duckdb::unique_ptr<duckdb::QueryResult> Fail(const duckdb::ErrorData& error) {
-    return duckdb::make_uniq<duckdb::MaterializedQueryResult>(error);
+    return version::MakeFailedResult(error);
 }
 
 /** The text that selects only the rows: the columns by their names, and the limit. */
@@ -136,7 +130,7 @@ std::string RowsText(const SelectText& text, const std::vector<std::string>& nam
     std::string rows = "SELECT ";
     for (const std::string& name : names) {
         rows += rows.size() > 7 ? ", " : "";
-        rows += duckdb::KeywordHelper::WriteQuoted(name, '"');
+        rows += '"' + duckdb::StringUtil::Replace(name, "\"", "\"\"") + '"';
     }
     rows += " FROM (";
     base_begin = rows.size();
@@ -172,33 +166,31 @@ void RequireNoParameters(const duckdb::StatementProperties& properties) {
 duckdb::unique_ptr<duckdb::QueryResult> Execute(duckdb::ClientContext& context,
                                                 duckdb::PreparedStatement& prepared,
                                                 const std::atomic<bool>& is_cut) {
-    duckdb::PendingQueryParameters parameters;
-    parameters.query_parameters.memory_type = duckdb::QueryResultMemoryType::BUFFER_MANAGED;
-    // Without the text, DuckDB reports the position and leaves the quotation to this code.
-    const auto pending = context.PendingQuery("", prepared.data, parameters);
+    auto pending = version::BeginPlan(context, prepared);
     if (is_cut.load()) {
         context.Interrupt();
     }
-    return pending->HasError() ? Fail(pending->GetErrorObject()) : pending->Execute();
+    return pending->HasError() ? Fail(pending->GetErrorObject()) : version::Complete(std::move(pending));
 }
 
 duckdb::unique_ptr<duckdb::QueryResult> Run(duckdb::ClientContext& context, const SelectText& text) {
     const auto prepared = context.Prepare(ParseText(context, text));
     if (prepared->HasError()) {
-        return Fail(prepared->error);
+        return Fail(prepared->GetErrorObject());
     }
-    duckdb::PreparedStatementData& data = *prepared->data;
-    RequireNoParameters(data.properties);
-    if (!data.properties.IsReadOnly() || !data.physical_plan) {
+    duckdb::PreparedStatementData& plan = version::PlanOf(context, *prepared);
+    RequireNoParameters(plan.properties);
+    if (!plan.properties.IsReadOnly() || !plan.physical_plan) {
         RefuseStatement();
     }
-    CheckPlan(data.physical_plan->Root());
+    CheckPlan(plan.physical_plan->Root());
     // For a list of files DuckDB would look at the files again and run a second plan, which nobody has
     // checked.
-    data.properties.always_require_rebind = false;
+    plan.properties.always_require_rebind = false;
     auto result = Execute(context, *prepared, text.is_cut);
-    return result->HasError() ? Fail(QuoteRowsText(result->GetErrorObject(), text, data.names))
-                              : std::move(result);
+    return result->HasError()
+               ? Fail(QuoteRowsText(result->GetErrorObject(), text, version::ColumnNames(plan)))
+               : std::move(result);
 }
 
 }  // namespace

@@ -15,12 +15,14 @@
 #include "base/json_text.h"
 #include "duckdb_internals/out_of_memory.h"
 #include "duckdb_internals/value_guard.h"
+#include "duckdb_internals/version_differences.h"
 
 namespace {
 
 using duckdb::LogicalType;
 using duckdb::LogicalTypeId;
 using duckdb::Value;
+namespace version = mduckdb::version;
 
 const Value* Unwrap(duckdb_value value) {
     return reinterpret_cast<const Value*>(value);
@@ -45,7 +47,7 @@ char* CopyText(std::string_view text) {
     parts. */
 LogicalType Complete(const LogicalType& type) {
     const auto is_incomplete = [](const LogicalType& part) {
-        return part.id() == LogicalTypeId::VARIANT && !part.AuxInfo();
+        return part.id() == LogicalTypeId::VARIANT && !version::HasTypeInfo(part);
     };
     if (!duckdb::TypeVisitor::Contains(type, is_incomplete)) {
         return type;
@@ -64,14 +66,11 @@ bool IsCastTarget(const LogicalType& type) {
                 return true;
             case LogicalTypeId::DECIMAL:
             case LogicalTypeId::ENUM:
-            case LogicalTypeId::LIST:
-            case LogicalTypeId::STRUCT:
-            case LogicalTypeId::MAP:
-            case LogicalTypeId::ARRAY:
-            case LogicalTypeId::UNION:
-                return part.AuxInfo() == nullptr;
-            default:
+                return !version::HasTypeInfo(part);
+            case LogicalTypeId::VARIANT:  // completed later
                 return false;
+            default:
+                return part.IsNested() && !version::HasTypeInfo(part);
         }
     });
 }
@@ -93,7 +92,7 @@ bool HoldsRefusedJson(const Value& value) {
         }
         Value variant;
         std::string error;
-        return !value.DefaultTryCastAs(LogicalType::VARIANT(), variant, &error) ||
+        return !version::TryCast(value, LogicalType::VARIANT(), variant, error) ||
                (variant.IsNull() && !mduckdb::IsJsonNull(text));
     }
     if (!duckdb::TypeVisitor::Contains(value.type(), [](const LogicalType& t) { return t.IsJSONType(); })) {
@@ -120,7 +119,7 @@ bool ContainsVariant(const LogicalType& type) {
     text also costs more than the copy. */
 Value MakeTextValue(const duckdb::string_t& text, const LogicalType& type) {
     Value value = Value::BLOB(reinterpret_cast<duckdb::const_data_ptr_t>(text.GetData()), text.GetSize());
-    value.Reinterpret(type);
+    version::Reinterpret(value, type);
     return value;
 }
 
@@ -140,12 +139,12 @@ Result ReadVariant(duckdb_value value, Result nothing, Read read) {
     try {
         const Value* variant = Unwrap(value);
         if (variant == nullptr || variant->IsNull() || variant->type().id() != LogicalTypeId::VARIANT ||
-            !variant->type().AuxInfo()) {
+            !version::HasTypeInfo(variant->type())) {
             return nothing;
         }
-        duckdb::Vector vector(*variant);
+        duckdb::Vector vector = version::MakeVector(*variant);
         duckdb::RecursiveUnifiedVectorFormat format;
-        duckdb::Vector::RecursiveToUnifiedFormat(vector, 1, format);
+        version::ToUnifiedFormat(vector, 1, format);
         return read(duckdb::UnifiedVariantVectorData(format));
     } catch (...) {
         mduckdb::ThrowIfOutOfMemory();
@@ -212,7 +211,7 @@ duckdb_state duckdb_cast_value(duckdb_value value, duckdb_logical_type type, duc
             return DuckDBError;
         }
         Value result;
-        if (source->DefaultTryCastAs(target, result, &error)) {
+        if (version::TryCast(*source, target, result, error)) {
             *out_value = Wrap(std::move(result));
             return DuckDBSuccess;
         }

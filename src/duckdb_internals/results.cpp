@@ -3,13 +3,12 @@
 #include <algorithm>
 #include <duckdb/common/types/column/column_data_collection.hpp>
 #include <duckdb/common/types/column/column_data_collection_segment.hpp>
-#include <duckdb/main/capi/capi_internal.hpp>
-#include <duckdb/main/materialized_query_result.hpp>
 #include <optional>
 #include <stdexcept>
 #include <vector>
 
 #include "duckdb_internals/out_of_memory.h"
+#include "duckdb_internals/version_differences.h"
 
 namespace mduckdb {
 namespace {
@@ -18,12 +17,12 @@ namespace {
    copy: each call creates a new chunk with all its texts, which costs more than everything else that happens
    to a cell. */
 duckdb::ColumnDataCollection& CollectionOf(const duckdb_result& result) {
-    const auto* data = static_cast<const duckdb::DuckDBResultData*>(result.internal_data);
-    if (data == nullptr || !data->result || data->result->HasError() ||
-        data->result->type != duckdb::QueryResultType::MATERIALIZED_RESULT) {
+    auto* data = static_cast<duckdb::DuckDBResultData*>(result.internal_data);
+    auto* rows = data != nullptr ? version::FindRows(*data) : nullptr;
+    if (rows == nullptr) {
         throw std::runtime_error("Unable to access DuckDB result chunk.");
     }
-    return data->result->Cast<duckdb::MaterializedQueryResult>().Collection();
+    return *rows;
 }
 
 /** The address of the single number in a result of changed rows; null when it is not in plain memory. */
@@ -146,10 +145,10 @@ int64_t GetRowsChanged(duckdb_result* result) {
 
 std::optional<std::string_view> GetColumnName(const duckdb_result& result, idx_t column) noexcept {
     const auto* data = static_cast<const duckdb::DuckDBResultData*>(result.internal_data);
-    if (data == nullptr || !data->result || column >= data->result->names.size()) {
+    if (data == nullptr || column >= version::ColumnCount(*data)) {
         return std::nullopt;
     }
-    return std::string_view(data->result->names[column]);
+    return std::string_view(version::ColumnName(*data, column));
 }
 
 ResultSize MeasureResult(const duckdb_result& result) noexcept {
@@ -165,9 +164,8 @@ void TakePendingError(duckdb_pending_result pending, duckdb_result* out_result) 
     *out_result = {};
     const auto* wrapper = reinterpret_cast<const duckdb::PendingStatementWrapper*>(pending);
     if (wrapper != nullptr && wrapper->statement && wrapper->statement->HasError()) {
-        auto result =
-            duckdb::make_uniq<duckdb::MaterializedQueryResult>(wrapper->statement->GetErrorObject());
-        duckdb::DuckDBTranslateResult(std::move(result), out_result);
+        duckdb::DuckDBTranslateResult(version::MakeFailedResult(wrapper->statement->GetErrorObject()),
+                                      out_result);
     }
 }
 

@@ -5,6 +5,8 @@
 #include <duckdb/parser/parsed_data/transaction_info.hpp>
 #include <duckdb/parser/statement/transaction_statement.hpp>
 
+#include "duckdb_internals/version_statements.h"
+
 namespace mduckdb {
 namespace {
 
@@ -12,7 +14,7 @@ using Statements = duckdb::vector<duckdb::unique_ptr<duckdb::SQLStatement>>;
 
 /** Whether DuckDB wrote the statement itself, so that it is not part of the text. */
 bool IsMade(const Statements& statements, idx_t index) {
-    return statements[index] && statements[index]->stmt_length == 0;
+    return statements[index] && version::TextLength(*statements[index]) == 0;
 }
 
 bool IsMadeTransaction(const Statements& statements, idx_t index, duckdb::TransactionType type) {

@@ -6,6 +6,7 @@
 #include <duckdb/function/scalar/variant_utils.hpp>
 
 #include "duckdb_internals/out_of_memory.h"
+#include "duckdb_internals/version_differences.h"
 
 namespace mduckdb {
 
@@ -31,6 +32,21 @@ bool AreReadable(const duckdb::vector<Value>& values) {
     return true;
 }
 
+/** By how DuckDB stores the value, so that a nested type which a later version adds is looked into as well.
+ */
+bool AreReadableChildren(const Value& value) {
+    switch (value.type().InternalType()) {
+        case duckdb::PhysicalType::LIST:
+            return AreReadable(duckdb::ListValue::GetChildren(value));
+        case duckdb::PhysicalType::ARRAY:
+            return AreReadable(duckdb::ArrayValue::GetChildren(value));
+        case duckdb::PhysicalType::STRUCT:
+            return AreReadable(duckdb::StructValue::GetChildren(value));
+        default:  // a number or bytes
+            return true;
+    }
+}
+
 /** DuckDB also reads a number with more digits than the width, which files of other programs contain. It
     cannot format one without a place before the point, nor the one that has no opposite. */
 bool IsReadableDecimal(const Value& value) {
@@ -42,9 +58,9 @@ bool IsReadableDecimal(const Value& value) {
 }
 
 bool IsReadableVariant(const Value& value) {
-    duckdb::Vector vector(value);
+    duckdb::Vector vector = version::MakeVector(value);
     duckdb::RecursiveUnifiedVectorFormat format;
-    duckdb::Vector::RecursiveToUnifiedFormat(vector, 1, format);
+    version::ToUnifiedFormat(vector, 1, format);
     return IsReadable(
         duckdb::VariantUtils::ConvertVariantToValue(duckdb::UnifiedVariantVectorData(format), 0, 0));
 }
@@ -61,9 +77,9 @@ bool IsReadable(const Value& value) {
     }
     switch (value.type().id()) {
         case LogicalTypeId::TIME:
-            return IsValidTime(value.GetValueUnsafe<duckdb::dtime_t>().micros);
+            return IsValidTime(version::UnitsOf(value.GetValueUnsafe<duckdb::dtime_t>()));
         case LogicalTypeId::TIME_NS:
-            return IsValidTimeNs(value.GetValueUnsafe<duckdb::dtime_ns_t>().micros);
+            return IsValidTimeNs(version::UnitsOf(value.GetValueUnsafe<duckdb::dtime_ns_t>()));
         case LogicalTypeId::TIME_TZ:
             return IsValidTimeTzBits(value.GetValueUnsafe<duckdb::dtime_tz_t>().bits);
         case LogicalTypeId::DECIMAL:
@@ -74,17 +90,9 @@ bool IsReadable(const Value& value) {
             return IsReadableBytes<IsValidStoredBignum>(value);
         case LogicalTypeId::VARIANT:
             // DuckDB would read the missing parts of an incomplete VARIANT type.
-            return value.type().AuxInfo() && IsReadableVariant(value);
-        case LogicalTypeId::LIST:
-        case LogicalTypeId::MAP:
-            return AreReadable(duckdb::ListValue::GetChildren(value));
-        case LogicalTypeId::ARRAY:
-            return AreReadable(duckdb::ArrayValue::GetChildren(value));
-        case LogicalTypeId::STRUCT:
-        case LogicalTypeId::UNION:
-            return AreReadable(duckdb::StructValue::GetChildren(value));
+            return version::HasTypeInfo(value.type()) && IsReadableVariant(value);
         default:
-            return true;
+            return AreReadableChildren(value);
     }
 }
 
@@ -100,7 +108,7 @@ bool IsValidTimeTz(int64_t micros, int32_t offset) noexcept {
 
 bool IsValidTimeTzBits(uint64_t bits) noexcept {
     const duckdb::dtime_tz_t time(bits);
-    return IsValidTimeTz(time.time().micros, time.offset());
+    return IsValidTimeTz(version::UnitsOf(time.time()), time.offset());
 }
 
 bool IsValidDecimal(uint8_t width, uint8_t scale, duckdb_hugeint value) noexcept {

@@ -262,14 +262,32 @@ TEST(ValueGuard, AHarmfulNestedValueMakesTheOuterOneUnreadable) {
     }
 }
 
-TEST(ValueGuard, AHarmfulValueInsideAVariantMakesItUnreadable) {
-    TestEngine engine;
+/** Creates the table `times` with an impossible TIME. */
+void StoreHarmfulTime(TestEngine& engine) {
     engine.Query("CREATE TABLE times(t TIME)");
     duckdb_appender appender = nullptr;
     ASSERT_EQ(duckdb_appender_create(engine.get(), nullptr, "times", &appender), DuckDBSuccess);
     ASSERT_EQ(duckdb_append_time(appender, {kLargest}), DuckDBSuccess);
     ASSERT_EQ(duckdb_appender_end_row(appender), DuckDBSuccess);
     ASSERT_EQ(duckdb_appender_destroy(&appender), DuckDBSuccess);
+}
+
+TEST(ValueGuard, AHarmfulValueInsideARowMakesItUnreadable) {
+    TestEngine engine;
+    StoreHarmfulTime(engine);
+    ResultHolder result =
+        engine.Query("SELECT row(t), row(1, row('a', t)), [row(t)], row(1, TIME '12:00') FROM times");
+    ChunkHolder chunk(duckdb_fetch_chunk(*result));
+    for (idx_t column = 0; column < 4; ++column) {
+        ValueHolder value(duckdb_data_chunk_get_value(chunk.get(), column, 0));
+        EXPECT_EQ(IsReadable(value.get()), column == 3) << TypeTextOf(value.get());
+        EXPECT_EQ(TextOf(value.get()).has_value(), column == 3) << TypeTextOf(value.get());
+    }
+}
+
+TEST(ValueGuard, AHarmfulValueInsideAVariantMakesItUnreadable) {
+    TestEngine engine;
+    StoreHarmfulTime(engine);
     ResultHolder result = engine.Query("SELECT t::VARIANT, {'t': t}::VARIANT, [1, 2]::VARIANT FROM times");
     ChunkHolder chunk(duckdb_fetch_chunk(*result));
     for (idx_t column = 0; column < 3; ++column) {

@@ -1,0 +1,173 @@
+#pragma once
+
+#include <duckdb/execution/operator/scan/physical_table_scan.hpp>
+#include <duckdb/main/capi/capi_internal.hpp>
+#include <duckdb/main/prepared_statement_data.hpp>
+#include <duckdb/parser/expression/function_expression.hpp>
+#include <duckdb/parser/expression/subquery_expression.hpp>
+#include <duckdb/parser/parser.hpp>
+#include <duckdb/parser/sql_statement.hpp>
+#include <duckdb/parser/statement/select_statement.hpp>
+#include <string>
+#include <utility>
+#include <vector>
+#if MDUCKDB_DUCKDB_MAJOR == 1
+#include <duckdb/main/materialized_query_result.hpp>
+#else
+#include <duckdb/main/client_data.hpp>
+#include <duckdb/main/query_parameters.hpp>
+#endif
+
+/* What DuckDB 1.5 and 2.0 name differently in statements: parsing, preparing and running them. */
+namespace mduckdb::version {
+
+/** Where a result's rows are kept. */
+enum class RowsIn {
+    kBufferManager,
+    /** Nowhere: they are computed while they are read. Rows of a statement that is not a SELECT are kept in
+       plain memory. */
+    kStream,
+};
+
+#if MDUCKDB_DUCKDB_MAJOR == 1
+
+/** A statement that has been begun. */
+using Pending = duckdb::PendingQueryResult;
+
+/** The length of a statement's own part of its text; 0 for a statement that DuckDB wrote. */
+inline idx_t TextLength(const duckdb::SQLStatement& statement) {
+    return statement.stmt_length;
+}
+
+/** A parser with the context's settings that does not run what a PRAGMA expands to. */
+inline duckdb::Parser MakeParser(duckdb::ClientContext& context) {
+    return duckdb::Parser(context.GetParserOptions());
+}
+inline duckdb::unique_ptr<duckdb::ParsedExpression> ParseExpression(duckdb::ClientContext& /*context*/,
+                                                                    const std::string& text) {
+    return std::move(duckdb::Parser::ParseExpressionList(text).at(0));
+}
+inline const std::string& NameOf(const duckdb::FunctionExpression& call) {
+    return call.function_name;
+}
+inline duckdb::SelectStatement& SelectOf(duckdb::SubqueryExpression& subquery) {
+    return *subquery.subquery;
+}
+inline const std::string& FunctionNameOf(const duckdb::PhysicalTableScan& scan) {
+    return scan.function.name;
+}
+
+/** A successfully prepared statement's plan and properties. */
+inline duckdb::PreparedStatementData& PlanOf(duckdb::ClientContext& /*context*/,
+                                             duckdb::PreparedStatement& prepared) {
+    return *prepared.data;
+}
+inline std::vector<std::string> ColumnNames(const duckdb::PreparedStatementData& plan) {
+    return plan.names;
+}
+
+/** Begins a prepared statement that has no parameters; the rows are in the buffer manager. An error has a
+   position, and does not quote the text. */
+inline duckdb::unique_ptr<Pending> BeginPlan(duckdb::ClientContext& context,
+                                             duckdb::PreparedStatement& prepared) {
+    duckdb::PendingQueryParameters parameters;
+    parameters.query_parameters.memory_type = duckdb::QueryResultMemoryType::BUFFER_MANAGED;
+    return context.PendingQuery("", prepared.data, parameters);
+}
+/** Runs what has been begun, which has not failed, to its end. */
+inline duckdb::unique_ptr<duckdb::QueryResult> Complete(duckdb::unique_ptr<Pending> pending) {
+    return pending->Execute();
+}
+
+/** Does what `duckdb_pending_prepared` does, except for where the rows are kept, which the C API cannot
+   choose. */
+inline void Begin(duckdb::PreparedStatementWrapper& prepared, RowsIn rows,
+                  duckdb::PendingStatementWrapper& pending) {
+    duckdb::PreparedStatement& statement = *prepared.statement;
+    duckdb::PreparedStatement::VerifyParameters(prepared.values, statement.named_param_map);
+    duckdb::PendingQueryParameters parameters;
+    parameters.parameters = &prepared.values;
+    const bool streams = rows == RowsIn::kStream;
+    parameters.query_parameters = streams ? duckdb::QueryResultOutputType::ALLOW_STREAMING
+                                          : duckdb::QueryResultOutputType::FORCE_MATERIALIZED;
+    if (!streams) {
+        parameters.query_parameters.memory_type = duckdb::QueryResultMemoryType::BUFFER_MANAGED;
+    }
+    pending.allow_streaming = streams;
+    pending.statement = statement.context->PendingQuery(statement.query, statement.data, parameters);
+}
+
+#else
+
+using Pending = duckdb::QueryResult;
+
+inline idx_t TextLength(const duckdb::SQLStatement& statement) {
+    return statement.stmt_location.length;
+}
+
+inline duckdb::Parser MakeParser(duckdb::ClientContext& context) {
+    return duckdb::Parser(context);
+}
+inline duckdb::unique_ptr<duckdb::ParsedExpression> ParseExpression(duckdb::ClientContext& context,
+                                                                    const std::string& text) {
+    return duckdb::Parser(context).ParseSingleExpression(text);
+}
+inline const std::string& NameOf(const duckdb::FunctionExpression& call) {
+    return call.FunctionName().GetIdentifierName();
+}
+inline duckdb::SelectStatement& SelectOf(duckdb::SubqueryExpression& subquery) {
+    return *subquery.SubqueryMutable();
+}
+inline const std::string& FunctionNameOf(const duckdb::PhysicalTableScan& scan) {
+    return scan.function.GetName().GetIdentifierName();
+}
+
+inline duckdb::PreparedStatementData& PlanOf(duckdb::ClientContext& context,
+                                             duckdb::PreparedStatement& prepared) {
+    return *duckdb::ClientData::Get(context).prepared_statements.at(duckdb::Identifier(prepared.GetName()));
+}
+inline std::vector<std::string> ColumnNames(const duckdb::PreparedStatementData& plan) {
+    std::vector<std::string> names;
+    for (const duckdb::Identifier& name : plan.names) {
+        names.push_back(name.GetIdentifierName());
+    }
+    return names;
+}
+
+inline duckdb::unique_ptr<Pending> BeginPlan(duckdb::ClientContext& /*context*/,
+                                             duckdb::PreparedStatement& prepared) {
+    duckdb::vector<duckdb::Value> no_values;
+    auto pending = prepared.Submit(no_values, duckdb::QueryParameters(duckdb::ChunkFormat::BufferManaged()));
+    if (!pending->HasError()) {
+        pending->Materialize();
+    }
+    return pending;
+}
+inline duckdb::unique_ptr<duckdb::QueryResult> Complete(duckdb::unique_ptr<Pending> pending) {
+    pending->Complete();
+    return pending;
+}
+
+inline void Begin(duckdb::PreparedStatementWrapper& prepared, RowsIn rows,
+                  duckdb::PendingStatementWrapper& pending) {
+    duckdb::PreparedStatement& statement = *prepared.statement;
+    duckdb::QueryParameters parameters;
+    if (rows == RowsIn::kBufferManager) {
+        parameters.format = duckdb::ChunkFormat::BufferManaged();
+    }
+    pending.statement = statement.Submit(prepared.values, parameters);
+    pending.allow_streaming = rows == RowsIn::kStream && !pending.statement->HasError() &&
+                              duckdb::StreamsByDefault(statement.GetStatementType(), *pending.statement);
+    if (!pending.allow_streaming && !pending.statement->HasError()) {
+        pending.statement->Materialize();
+    }
+}
+
+#endif
+
+/** A statement that could not be begun. */
+inline duckdb::unique_ptr<Pending> MakeFailedPending(const duckdb::ErrorData& error) {
+    return duckdb::make_uniq<Pending>(error);
+}
+
+}  // namespace mduckdb::version
