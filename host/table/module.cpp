@@ -123,7 +123,11 @@ const void* LoadModule(const std::string& name, ProcedureRegistry& registry) {
     const auto init = FindFunction<decltype(&mirona_extension_init)>(module, "mirona_extension_init", file);
     bind_api(&GetFunctionTable());
     init(static_cast<ErrorTarget*>(&registry));
-    for (const std::string& error : registry.get_Errors()) {
+    const auto& errors = registry.get_Errors();
+    if (!errors.empty() && registry.get_Procedures().empty()) {  // The module has refused to start.
+        throw std::runtime_error(fmt::format("{}", fmt::join(errors, "\n")));
+    }
+    for (const std::string& error : errors) {
         fmt::print(stderr, "{}\n", error);
     }
     return reinterpret_cast<const void*>(init);

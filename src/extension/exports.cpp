@@ -1,4 +1,3 @@
-#include <cstdio>
 #include <string_view>
 
 #include "base/library_version.h"
@@ -12,14 +11,14 @@
 
 namespace {
 
-/** Whether the module can work with the DuckDB library that was loaded; if not, reports it where an operator
-    and the host can see it. */
+/** Whether the module can work with the DuckDB library that was loaded; if not, reports it to the host.
+   Before this, nothing may call DuckDB: of another version's symbols some are missing, which the loader
+   accepts (cmake/weaken_duckdb.sh). */
 bool CheckLibrary(mirona_host host) {
     const std::string mismatch = mduckdb::CheckLibraryVersion();
     if (mismatch.empty()) {
         return true;
     }
-    std::fprintf(stderr, "%s\n", mismatch.c_str());
     mduckdb::GetApi().report_error(host, mismatch.data(), mismatch.size());
     return false;
 }
