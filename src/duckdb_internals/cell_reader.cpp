@@ -65,7 +65,8 @@ struct Scratch {
         created. */
     std::vector<std::unique_ptr<duckdb::Vector>> texts{};
 
-    version::TextHeap& GetHeap() {
+    /** Not inline: creating a heap is rare, and its code would burden each function that reads a cell. */
+    [[gnu::noinline]] version::TextHeap& GetHeap() {
         if (!heap || used > kScratchBytes) {
             heap = version::MakeTextHeap();
             used = 0;
