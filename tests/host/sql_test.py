@@ -198,7 +198,8 @@ class SqlTest(HostCase):
                 process.send_signal(signal.SIGINT)
                 out, error = process.communicate(timeout=30)
                 self.assertEqual((process.returncode, error.decode()), (130, "Interrupted.\n"))
-                self.assertRegex((start + out).decode()[-200:], pattern)
+                # `communicate` leaves out what was read ahead, maybe with a part of a character.
+                self.assertRegex((start + out).decode(errors="replace")[-200:], pattern)
 
     def test_read_only_refuses_to_write(self):
         self.output("create", "r.db")
