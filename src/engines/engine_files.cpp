@@ -2,7 +2,9 @@
 
 #include <sys/stat.h>
 
+#include <atomic>
 #include <cstring>
+#include <memory>
 #include <string_view>
 #include <utility>
 
@@ -34,6 +36,14 @@ std::string DescribeReaders(uint32_t count) {
            " of this process " + (count == 1 ? "has" : "have") + " it open";
 }
 
+struct ProcessFiles {
+    template <class Make>
+    explicit ProcessFiles(const Make& make) : files(make()) {}
+
+    const uint32_t process = get_ProcessNumber();
+    EngineFiles files;
+};
+
 }  // namespace
 
 const void* get_DuckDBLibrary() noexcept {
@@ -50,16 +60,36 @@ bool IsEngineAlive(duckdb_database engine) {
     return is_alive;
 }
 
+namespace {
+
+/** The list in `current`, or in the child of a fork a new one. Never destroyed: engines may be released while
+    static objects are being destroyed. */
+template <class Make>
+EngineFiles& OfProcess(std::atomic<ProcessFiles*>& current, const Make& make) {
+    ProcessFiles* files = current.load();
+    if (files->process != get_ProcessNumber()) {
+        auto made = std::make_unique<ProcessFiles>(make);
+        if (current.compare_exchange_strong(files, made.get())) {
+            files = made.release();
+        }
+    }
+    return files->files;
+}
+
+nbx::I_OpenFiles& GetSharedFiles() {
+    return nbx_open_files_1 != nullptr ? *nbx_open_files_1() : nbx::MakeOpenFiles();
+}
+
+}  // namespace
+
 EngineFiles& EngineFiles::Get() {
-    // Never destroyed: engines may be released while static objects are being destroyed.
-    static auto* files =
-        new EngineFiles(nbx_open_files_1 != nullptr ? *nbx_open_files_1() : nbx::MakeOpenFiles());
-    return *files;
+    static std::atomic<ProcessFiles*> current{new ProcessFiles(GetSharedFiles)};
+    return OfProcess(current, GetSharedFiles);
 }
 
 EngineFiles& EngineFiles::Nameless() {
-    static auto* files = new EngineFiles(nbx::MakeOpenFiles());
-    return *files;
+    static std::atomic<ProcessFiles*> current{new ProcessFiles(nbx::MakeOpenFiles)};
+    return OfProcess(current, nbx::MakeOpenFiles);
 }
 
 std::atomic<void (*)() noexcept> EngineFiles::gChangeHandler{nullptr};
@@ -79,7 +109,7 @@ Engine::~Engine() {
 }
 
 void GiveUpEngine(Engine& engine) noexcept {
-    if (engine.record != nullptr) {
+    if (engine.record != nullptr && !engine.IsInherited()) {
         FileTurn turn(*engine.files, engine.file);
         turn.GiveUp(engine);
     }

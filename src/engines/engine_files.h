@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "base/census.h"
+#include "base/process.h"
 #include "engines/configuration.h"
 #include "engines/file_system.h"
 #include "nbx/open_files.h"
@@ -25,18 +26,22 @@ struct Engine : nbx::noncopyable {
     ~Engine();
     /** Its number in the census. */
     uint64_t get_Number() const noexcept;
+    /** Whether a fork has copied it from the parent, which alone may use and close it. */
+    bool IsInherited() const noexcept { return process != get_ProcessNumber(); }
 
     duckdb_database handle = nullptr;
     Access access = Access::writing;
     EngineFiles* files = nullptr;
     nbx::OpenFile* file = nullptr;
     nbx::OpenEngine* record = nullptr;
+    const uint32_t process = get_ProcessNumber();
 };
 
 /** An engine that may pass from the code that opened it to its user. */
 using SharedEngine = std::shared_ptr<Engine>;
 
-/** Releases a use of an engine, which closes with the last use of its file. */
+/** Releases a use of an engine, which closes with the last use of its file. In the child of a fork, an engine
+   of the parent stays as it is: closing it would fold the log, which the parent goes on writing. */
 void GiveUpEngine(Engine& engine) noexcept;
 
 /** The database files that engines of this process have open.
@@ -51,7 +56,7 @@ class EngineFiles : nbx::noncopyable {
   public:
     explicit EngineFiles(nbx::I_OpenFiles& files, const FileSystem& system = FileSystem::Get())
         : files_(files), system_(system) {}
-    /** The list of the process, shared by its modules. */
+    /** The list of the process, shared by its modules. The child of a fork has a list of its own. */
     static EngineFiles& Get();
     /** Engines without a file, which belong to this module and are known by name. */
     static EngineFiles& Nameless();

@@ -10,26 +10,27 @@ namespace mduckdb {
 
 SharedConnection InterruptibleConnection::get() const {
     const nbx::MutexLock lock(mutex_);
-    return connection_;
+    return HasOwn() ? connection_ : nullptr;
 }
 
 void InterruptibleConnection::Replace(SharedConnection connection) noexcept {
     const nbx::MutexLock lock(mutex_);
     connection_ = std::move(connection);
+    process_ = get_ProcessNumber();
     is_counted_.store(false);
 }
 
 void InterruptibleConnection::Disconnect() noexcept {
     const nbx::MutexLock lock(mutex_);
-    if (connection_) {
+    if (HasOwn()) {
         duckdb_disconnect(connection_.get());
-        connection_.reset();
     }
+    connection_.reset();
 }
 
 void InterruptibleConnection::Interrupt() {
     const nbx::MutexLock lock(mutex_);
-    if (connection_) {
+    if (HasOwn()) {
         is_interrupted_.store(true);
         duckdb_interrupt(*connection_);
     }
@@ -37,7 +38,7 @@ void InterruptibleConnection::Interrupt() {
 
 void InterruptibleConnection::Cut() noexcept {
     const nbx::MutexLock lock(mutex_);
-    if (connection_) {
+    if (HasOwn()) {
         duckdb_interrupt(*connection_);
     }
 }
@@ -67,7 +68,7 @@ void InterruptibleConnection::SendTracking() {
 
 duckdb_query_progress_type InterruptibleConnection::get_Progress() const {
     const nbx::MutexLock lock(mutex_);
-    return connection_ ? duckdb_query_progress(*connection_) : duckdb_query_progress_type{-1, 0, 0};
+    return HasOwn() ? duckdb_query_progress(*connection_) : duckdb_query_progress_type{-1, 0, 0};
 }
 
 void InterruptibleConnection::RepeatInterrupt() {
@@ -75,7 +76,7 @@ void InterruptibleConnection::RepeatInterrupt() {
         return;
     }
     const nbx::MutexLock lock(mutex_);
-    if (connection_) {
+    if (HasOwn()) {
         duckdb_interrupt(*connection_);
     }
 }

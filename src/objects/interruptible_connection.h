@@ -4,6 +4,7 @@
 
 #include <atomic>
 
+#include "base/process.h"
 #include "engines/session.h"
 #include "nbx/engine_lock.h"
 
@@ -13,10 +14,10 @@ namespace mduckdb {
    which connection it is; the mutex is taken last, and never while DuckDB works. */
 class InterruptibleConnection : nbx::noncopyable {
   public:
-    /** Returns the connection, or null. */
+    /** Returns the connection, or null: also in the child of a fork, where it is the parent's. */
     SharedConnection get() const;
     void Replace(SharedConnection connection) noexcept;
-    /** Disconnects, if there is a connection. */
+    /** Disconnects, if there is a connection; forgets one that is the parent's. */
     void Disconnect() noexcept;
 
     /** Interrupts the query that runs on the connection; does nothing without a connection. */
@@ -53,6 +54,9 @@ class InterruptibleConnection : nbx::noncopyable {
     using Start = duckdb_state (*)(duckdb_prepared_statement prepared, duckdb_pending_result* out_result);
     duckdb_state Execute(Start start, duckdb_prepared_statement prepared, duckdb_result* out_result);
     void SendTracking();
+    bool HasOwn() const noexcept NBX_REQUIRES(mutex_) {
+        return connection_ != nullptr && process_ == get_ProcessNumber();
+    }
     /** Stops the query that DuckDB has begun if an interrupt came before that. */
     void RepeatInterrupt();
 
@@ -62,6 +66,7 @@ class InterruptibleConnection : nbx::noncopyable {
     std::atomic<bool> is_counted_{false};
     mutable nbx::Mutex mutex_;
     SharedConnection connection_ NBX_GUARDED_BY(mutex_);
+    uint32_t process_ NBX_GUARDED_BY(mutex_) = 0;
 };
 
 }  // namespace mduckdb

@@ -242,7 +242,9 @@ PrivateEngine::~PrivateEngine() {
     if (call_) {
         call_->Disconnect();
     }
-    duckdb_disconnect(&connection_);
+    if (engine_ && !engine_->IsInherited()) {
+        duckdb_disconnect(&connection_);
+    }
     engine_.reset();
     if (memory_engine_ && has_finished_) {
         IdleEngines::Keep(*std::exchange(memory_engine_, std::nullopt));
