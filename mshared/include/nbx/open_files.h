@@ -99,6 +99,7 @@ I_OpenFiles& MakeOpenFiles();
 
 }  // namespace nbx
 
-/** The process's list; the child of a fork has a new one. The number is the version of everything above: a change to it is a new function. A
-   weak reference, so that a module also loads with an older foundation that lacks it; there it is null. */
+/** The process's list; the child of a fork has a new one. The number is the version of everything above: a
+   change to it is a new function. A weak reference, so that a module also loads with an older foundation that
+   lacks it; there it is null. */
 extern "C" NBX_API nbx::I_OpenFiles* nbx_open_files_1() __attribute__((weak));
