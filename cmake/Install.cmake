@@ -23,6 +23,12 @@ install(DIRECTORY mshared/include/ DESTINATION include FILES_MATCHING PATTERN "*
 install(TARGETS mduckdb mduckdb_casts EXPORT mduckdb-targets
     LIBRARY DESTINATION ${MDUCKDB_MODULEDIR})
 install(FILES ${DuckDB_LIBRARY} DESTINATION ${MDUCKDB_MODULEDIR})
+# A stripped installation, as in the packages, strips DuckDB too: CMake strips only its own targets.
+get_filename_component(_duckdb_file ${DuckDB_LIBRARY} NAME)
+install(CODE "if(CMAKE_INSTALL_DO_STRIP)
+    execute_process(COMMAND \"${CMAKE_STRIP}\" \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${MDUCKDB_MODULEDIR}/${_duckdb_file}\"
+                    COMMAND_ERROR_IS_FATAL ANY)
+endif()")
 if(MDUCKDB_HOST)
     set_target_properties(mduckdb-host PROPERTIES INSTALL_RPATH "$ORIGIN/../${MDUCKDB_LIBDIR}")
     install(TARGETS mduckdb-host RUNTIME DESTINATION bin)
@@ -87,6 +93,16 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${PROJECT_BINARY_DIR}/lib)
 # A package of a host that links mshared gets its dependency on this package from this file.
 file(CONFIGURE OUTPUT package/shlibs CONTENT "libmshared 0 mduckdb (>= @PROJECT_VERSION@)\n")
-set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA ${PROJECT_BINARY_DIR}/package/shlibs)
+# The dynamic linker's cache knows libmshared after the installation.
+file(WRITE ${PROJECT_BINARY_DIR}/package/triggers "activate-noawait ldconfig\n")
+set(CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA
+    ${PROJECT_BINARY_DIR}/package/shlibs ${PROJECT_BINARY_DIR}/package/triggers)
+# Files of the Debian package alone, see cmake/package/cpack.cmake.
+set(CPACK_MDUCKDB_DEBIAN_FILES ${PROJECT_BINARY_DIR}/package/debian_files)
+configure_file(cmake/package/changelog.in ${PROJECT_BINARY_DIR}/package/changelog @ONLY)
+file(MAKE_DIRECTORY ${CPACK_MDUCKDB_DEBIAN_FILES}/share/doc/mduckdb)
+execute_process(COMMAND gzip -9nc ${PROJECT_BINARY_DIR}/package/changelog
+                OUTPUT_FILE ${CPACK_MDUCKDB_DEBIAN_FILES}/share/doc/mduckdb/changelog.gz COMMAND_ERROR_IS_FATAL ANY)
+configure_file(cmake/package/lintian-overrides ${CPACK_MDUCKDB_DEBIAN_FILES}/share/lintian/overrides/mduckdb COPYONLY)
 set(CPACK_PROJECT_CONFIG_FILE ${PROJECT_SOURCE_DIR}/cmake/package/cpack.cmake)
 include(CPack)

@@ -67,7 +67,7 @@ void LimitRights(int parent, const char* name, mode_t model, bool is_folder) {
     struct stat info {};
     if (fstatat(parent, name, &info, 0) == 0) {
         const mode_t allowed = is_folder ? model | S_IRWXU | ((model & 0444) >> 2) : model;
-        static_cast<void>(fchmodat(parent, name, info.st_mode & allowed & 0777, 0));
+        [[maybe_unused]] const int ignored = fchmodat(parent, name, info.st_mode & allowed & 0777, 0);
     }
 }
 

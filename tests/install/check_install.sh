@@ -1,12 +1,13 @@
 #!/usr/bin/env bash
 # Installs a build, moves the tree elsewhere and uses it there with an empty environment: the program, and
 # both examples, built with CMake and with the bare compiler and pkg-config.
-#   check_install.sh BUILD_FOLDER SOURCE_FOLDER VERSION
+#   check_install.sh BUILD_FOLDER SOURCE_FOLDER VERSION IS_HARDENED
 set -euo pipefail
 
 build=$1
 examples=$2/examples
 version=$3
+is_hardened=$4
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
@@ -45,6 +46,10 @@ for file in "$tree"/bin/* "$tree"/lib/libmshared.so "$tree"/lib/mduckdb/*.so; do
     [[ $(basename "$file") != libmduckdb*.so || $needed == *"$tree/lib/mduckdb/libduckdb.so"* ]] ||
         fail "$file takes DuckDB from elsewhere: $needed"
 done
+if [ "$is_hardened" = 1 ]; then
+    lacking=$("${BASH_SOURCE%/*}/lacks_hardening.sh" "$tree"/bin/* "$tree"/lib/libmshared.so "$tree"/lib/mduckdb/libmduckdb*.so)
+    [ -z "$lacking" ] || fail "not hardened: $lacking"
+fi
 if grep -rIlF -e "$build" -e "$work/first" "$tree"; then
     fail "these files name a folder that is not there any more"
 fi
