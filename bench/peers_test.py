@@ -4,6 +4,7 @@
 import re
 import sys
 import unittest
+import unittest.mock
 
 import peers
 
@@ -21,6 +22,14 @@ class Versions(unittest.TestCase):
     def test_rust_names_the_pinned_duckdb(self):
         manifest = (peers.HERE / "rust" / "Cargo.toml").read_text()
         self.assertEqual([peers.packed_version()], re.findall(r'duckdb = "=1\.(\d+)\.\d+"', manifest))
+
+    def test_node_has_the_pinned_duckdb(self):
+        for origin, library in (("npm", peers.VERSION + "-r.9"), ("wheel", "")):
+            with unittest.mock.patch.dict(peers.PIN, DUCKDB_LIBRARY_FROM=origin, DUCKDB_LIBRARY_VERSION=library):
+                if origin == "npm":
+                    self.assertEqual(f"@duckdb/node-api@{peers.VERSION}-r.9", peers.node_package())
+                else:
+                    self.assertRaises(OSError, peers.node_package)
 
     def test_a_client_with_another_duckdb_is_left_out(self):
         clients = {"right": echo("v" + peers.VERSION, "5", "0.5"), "old": echo("v0.1.2", "5", "0.5")}

@@ -57,10 +57,17 @@ def build_python():
             for mode in ("fetchall", "fetchmany")}
 
 
+def node_package():
+    """With the library of the pin, which names it by the same version."""
+    if PIN["DUCKDB_LIBRARY_FROM"] != "npm":
+        raise FileNotFoundError(f"no package for Node has DuckDB {VERSION}")
+    return f"@duckdb/node-api@{PIN['DUCKDB_LIBRARY_VERSION']}"
+
+
 def build_node():
+    package = node_package()
     folder = copy("node")
-    package = f"@duckdb/node-api@{PIN['DUCKDB_NPM_VERSION']}"
-    ready = folder / f"ready-{PIN['DUCKDB_NPM_VERSION']}"
+    ready = folder / f"ready-{PIN['DUCKDB_LIBRARY_VERSION']}"
     if not ready.exists():
         call("npm", "install", "--silent", "--no-save", "--prefix", folder, package)
         ready.touch()

@@ -1,6 +1,7 @@
 #include <string>
 
 #include "mshared/test_support.h"
+#include "nbx/text_in_place.h"
 
 namespace nbx {
 namespace {
@@ -33,6 +34,27 @@ TEST(TextValue, StoresTextsOfEveryLengthInTurn) {
     EXPECT_EQ(value->get_Text(), String());
     value->put_IsNull(false);
     EXPECT_EQ(value->get_Text(), String());
+}
+
+TEST(TextValue, ShowsItsTextInPlace) {
+    for (const char* text :
+         {"", "short", "a text that is longer than a few characters", "\xC3\xA4\xC3\xB6"}) {
+        const ValuePtr value = MakeText(text);
+        EXPECT_EQ(GetTextInPlace(*value), value->get_Text().get_View());
+    }
+    const ValuePtr value = MakeText("first");
+    value->put_Text(Wide("another, longer text"));
+    EXPECT_EQ(GetTextInPlace(*value), u"another, longer text");
+    value->put_IsNull(true);
+    EXPECT_EQ(GetTextInPlace(*value), u"");
+}
+
+TEST(TextValue, OtherClassesShowNoTextInPlace) {
+    for (const ValueType type : {ValueType::Long, ValueType::JSON, ValueType::VarBinary, ValueType::Date,
+                                 ValueType::Reference, ValueType::Array}) {
+        const ValuePtr value = TakeValue(CreateValueOfType(static_cast<uint32_t>(type), true));
+        EXPECT_EQ(GetTextInPlace(*value), std::nullopt) << static_cast<uint32_t>(type);
+    }
 }
 
 TEST(TextValue, ReadsAsTheNumberThatItStartsWith) {

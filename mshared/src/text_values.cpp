@@ -7,9 +7,11 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <typeinfo>
 #include <utility>
 
 #include "json_text.h"
+#include "nbx/text_in_place.h"
 #include "unicode.h"
 #include "value_core.h"
 
@@ -26,6 +28,9 @@ class TextValue final : public TextLikeValue<TextValue> {
 
     void* QueryInterface(uint32_t /*interface_id*/) override { return nullptr; }
     String get_Text() const override;
+    std::u16string_view get_View() const noexcept {
+        return replacement_ ? replacement_->get_View() : std::u16string_view(get_Characters(), length_);
+    }
     void put_Text(String content) override;
     void Clear() noexcept {
         replacement_.reset();
@@ -235,6 +240,14 @@ I_Value* MakeBytes(uint32_t type_code, bool nullable, const void* content, const
 }
 
 }  // namespace
+
+std::optional<std::u16string_view> GetTextInPlace(const I_Value& value) noexcept {
+    // The class is final and known here alone, so that the comparison is one of addresses.
+    if (typeid(value) != typeid(TextValue)) {
+        return std::nullopt;
+    }
+    return static_cast<const TextValue&>(value).get_View();
+}
 
 I_Value* CreateValueString(bool nullable, const void* content, const void* /*extra*/) {
     return MakeText(static_cast<uint32_t>(ValueType::String), nullable, content);

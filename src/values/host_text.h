@@ -8,6 +8,7 @@
 #include "base/text.h"
 #include "duckdb_internals/column_writer.h"
 #include "nbx/string.h"
+#include "nbx/text_in_place.h"
 
 namespace mduckdb {
 
@@ -33,11 +34,19 @@ inline bool CopyAscii(std::u16string_view text, char* out) noexcept {
     return (all & kOthers) == 0;
 }
 
-/** `ColumnWriter::PutText` of a host's text. */
-inline bool StoreHostText(const nbx::String& text, ColumnWriter& column, idx_t row) {
-    const std::u16string_view units = text.get_View();
+/** `ColumnWriter::PutText` of a host value's text. */
+inline bool StoreHostText(const nbx::I_Value& value, ColumnWriter& column, idx_t row) {
     std::array<char, 256> ascii;
-    if (units.size() <= ascii.size() && CopyAscii(units, ascii.data())) {
+    const auto copy_ascii = [&](std::u16string_view text) {
+        return text.size() <= ascii.size() && CopyAscii(text, ascii.data());
+    };
+    const auto in_place = nbx::GetTextInPlace(value);
+    if (in_place && copy_ascii(*in_place)) {
+        return column.PutText(row, std::string_view(ascii.data(), in_place->size()));
+    }
+    const nbx::String text = value.get_Text();
+    const std::u16string_view units = text.get_View();
+    if (!in_place && copy_ascii(units)) {
         return column.PutText(row, std::string_view(ascii.data(), units.size()));
     }
     return column.PutText(row, ToUtf8(text));

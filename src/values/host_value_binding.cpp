@@ -95,7 +95,7 @@ struct MomentKind {
 struct TextKind {
     static ValueHolder Make(I_Value& value, HostValueWalk* walk) { return TextOf(value, walk); }
     static bool Store(I_Value& value, ColumnWriter& column, idx_t row) {
-        return StoreHostText(value.get_Text(), column, row);
+        return StoreHostText(value, column, row);
     }
 };
 
