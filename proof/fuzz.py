@@ -18,6 +18,8 @@ MOST_BYTES = {"parquet_file": 6000, "database_head": 16384}
 COMMON_BYTES = 2000
 LONGEST_INPUT_SECONDS = 20
 MOST_MEGABYTES = 2500
+# A target that fails at once again and again is left.
+MOST_FINDINGS = 20
 # A frame of a sanitizer's stack, with the function and the file or library that it is in.
 FRAME = re.compile(r"^\s+#\d+ 0x[0-9a-f]+ (?:in )?(.*)$", re.MULTILINE)
 
@@ -30,9 +32,15 @@ def bytes_of(target):
     return MOST_BYTES.get(target, COMMON_BYTES)
 
 
-def call(target, arguments, environment, **options):
-    return subprocess.run([PROGRAM, *map(str, arguments)], env=dict(environment, MDUCKDB_FUZZ_TARGET=target),
-                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, errors="replace", **options)
+def limits(target):
+    return [f"-max_len={bytes_of(target)}", f"-timeout={LONGEST_INPUT_SECONDS}", f"-rss_limit_mb={MOST_MEGABYTES}"]
+
+
+def call(target, arguments, environment):
+    """Whatever libFuzzer writes by itself stays in the build's folder."""
+    FINDINGS.mkdir(parents=True, exist_ok=True)
+    return subprocess.run([PROGRAM, *map(str, arguments)], env=dict(environment, MDUCKDB_FUZZ_TARGET=target), cwd=FINDINGS.parent,
+                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, errors="replace")
 
 
 def place_of(output):
@@ -52,7 +60,7 @@ def place_of(output):
 
 def judge(target, finding, environment):
     """Runs a finding again, by itself."""
-    run = call(target, [f"-timeout={LONGEST_INPUT_SECONDS}", f"-rss_limit_mb={MOST_MEGABYTES}", finding], environment)
+    run = call(target, [*limits(target), finding], environment)
     if run.returncode == 0:
         return "cannot be repeated", False
     return place_of(run.stdout)
@@ -61,7 +69,7 @@ def judge(target, finding, environment):
 def coverage(target, folders, environment):
     """Branches that the inputs reach, and how many inputs there are."""
     existing = [folder for folder in folders if folder.exists()]
-    run = call(target, ["-runs=0", f"-max_len={bytes_of(target)}", *existing], environment)
+    run = call(target, ["-runs=0", *limits(target), *existing], environment)
     found = re.findall(r"INITED cov: (\d+)", run.stdout)
     return int(found[-1]) if found else 0
 
@@ -72,24 +80,28 @@ def run_target(target, seconds, environment):
         folder.mkdir(parents=True, exist_ok=True)
     before = coverage(target, [CORPUS / target], environment)
     start = time.monotonic()
-    run = call(target, ["-fork=1", "-ignore_crashes=1", "-ignore_timeouts=1", "-ignore_ooms=1",
-                        f"-max_total_time={max(1, round(seconds))}", f"-timeout={LONGEST_INPUT_SECONDS}",
-                        f"-rss_limit_mb={MOST_MEGABYTES}", f"-max_len={bytes_of(target)}", "-print_final_stats=1",
-                        f"-artifact_prefix={findings}/", work, CORPUS / target], environment, cwd=findings)
+    executions = 0
+    for _ in range(MOST_FINDINGS):
+        left = round(seconds - (time.monotonic() - start))
+        if left <= 0:
+            break
+        # A finding ends the program; the next one goes on from what the earlier ones collected.
+        run = call(target, [*limits(target), f"-max_total_time={left}", "-print_final_stats=1",
+                            f"-artifact_prefix={findings}/", work, CORPUS / target], environment)
+        executions += sum(map(int, re.findall(r"^stat::number_of_executed_units: (\d+)", run.stdout, re.MULTILINE)))
     spent = round(time.monotonic() - start, 1)
-    executions = re.findall(r"^#(\d+): cov:", run.stdout, re.MULTILINE)
     after = coverage(target, [CORPUS / target, work], environment)
     places = {}
     for finding in sorted(findings.iterdir()):
         places.setdefault(judge(target, finding, environment), []).append(finding.name)
     own = [place for (place, is_duckdb) in places if not is_duckdb and place != "cannot be repeated"]
-    figures = [f"{executions[-1] if executions else 0} inputs, {before} branches before, {after} after"]
+    figures = [f"{executions} inputs, {before} branches before, {after} after"]
     figures += [f"{'in DuckDB' if is_duckdb else 'finding'}: {place}: {names[0]}" + (f" and {len(names) - 1} more" if len(names) > 1 else "")
                 for (place, is_duckdb), names in sorted(places.items())]
     for line in figures:
         print(f"{target}: {line}", flush=True)
     return {"preset": "fuzz", "command": target, "seconds": spent, "tests": 1, "figures": figures, "branches": [before, after],
-            "passed": not own and bool(executions)}
+            "passed": not own and executions > 0}
 
 
 def run(seconds, jobs, environment):
@@ -107,8 +119,7 @@ def minimise(environment):
         shutil.rmtree(small, ignore_errors=True)
         small.mkdir(parents=True)
         sources = [folder for folder in (CORPUS / target, WORK / target) if folder.exists()]
-        run = call(target, ["-merge=1", f"-max_len={bytes_of(target)}", f"-timeout={LONGEST_INPUT_SECONDS}",
-                            f"-rss_limit_mb={MOST_MEGABYTES}", small, *sources], environment)
+        run = call(target, ["-merge=1", *limits(target), small, *sources], environment)
         if run.returncode != 0 or not any(small.iterdir()):
             print(f"{target}: left as it was: {run.stdout[-300:]}")
             continue
