@@ -3,6 +3,7 @@
 #include <duckdb.h>
 
 #include <filesystem>
+#include <fstream>
 
 #include "base/holders.h"
 #include "nbx/mrsql/duckdb_appender.h"
@@ -250,12 +251,17 @@ std::vector<FileOperation> MakeOperations() {
                          RestoreDifference(folder, has_failed));
          }},
         {"drop",
-         [](TestHost& host, const std::string& folder, int64_t&) { host.Opened(folder + "/a.db")->Drop(); },
+         [](TestHost& host, const std::string& folder, int64_t&) {
+             const auto database = host.Opened(folder + "/a.db");
+             // As a process that was killed leaves it.
+             std::ofstream(folder + "/a.db.wal.recovery") << "log";
+             database->Drop();
+         },
          [](const std::string& folder, bool has_failed, int64_t) -> std::string {
-             if (!Exists(folder + "/a.db")) {
-                 return "";
+             if (!has_failed) {
+                 return Leftover(folder, "a.db");
              }
-             return has_failed ? SourceDifference(folder) : "the file is still there";
+             return Exists(folder + "/a.db") ? SourceDifference(folder) : "";
          }},
         {"append",
          [](TestHost& host, const std::string& folder, int64_t& committed) {
