@@ -13,6 +13,7 @@
 #include "commands/suggestions.h"
 #include "nbx/mrsql/registry.h"
 #include "nbx/standard_descriptors.h"
+#include "table/module.h"
 #include "text/messages.h"
 #include "text/text.h"
 
@@ -65,6 +66,8 @@ int RunCommand(Program& program) {
         return status;
     } catch (const xOutputClosed&) {
         return kWorked;
+    } catch (const xModuleRefused&) {
+        return kFailed;
     } catch (const xUsageError& error) {
         PrintError(error.what());
         return kWrongUsage;

@@ -124,7 +124,10 @@ const void* LoadModule(const std::string& name, ProcedureRegistry& registry) {
     bind_api(&GetFunctionTable());
     init(static_cast<ErrorTarget*>(&registry));
     const auto& errors = registry.get_Errors();
-    if (!errors.empty() && registry.get_Procedures().empty()) {  // The module has refused to start.
+    if (!errors.empty() && registry.get_Procedures().empty()) {
+        if (ReadModuleVersion(reinterpret_cast<const void*>(init))) {
+            throw xModuleRefused();
+        }
         throw std::runtime_error(fmt::format("{}", fmt::join(errors, "\n")));
     }
     for (const std::string& error : errors) {

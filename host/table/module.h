@@ -1,5 +1,6 @@
 #pragma once
 
+#include <exception>
 #include <optional>
 #include <string>
 
@@ -7,10 +8,17 @@
 
 namespace mduckdb_host {
 
+/** A module of this project has refused to start, and has printed the reason. */
+class xModuleRefused : public std::exception {
+  public:
+    const char* what() const noexcept override { return "The module has refused to start"; }
+};
+
 /** Loads a module as the server does and fills the registry with its procedures. Afterwards
     `nbx::mrsql::GetDuckDBExtension` returns the module's root object. `name` is a file or the name of a
    module, which is searched relative to this program: in `../lib`, in `../lib/mduckdb` and in its folder.
-   Returns an address inside the module. Throws `std::runtime_error`. Call it once per process.
+   Returns an address inside the module. Throws `std::runtime_error` or `xModuleRefused`. Call it once per
+   process.
 
     The module is never unloaded: the extension object, its type information and the worker threads of
     DuckDB live in it until the process ends. */

@@ -1,3 +1,4 @@
+#include <cstdio>
 #include <string_view>
 
 #include "base/library_version.h"
@@ -11,7 +12,8 @@
 
 namespace {
 
-/** Whether the module can work with the DuckDB library that was loaded; if not, reports it to the host.
+/** Whether the module can work with the DuckDB library that was loaded; if not, reports it where an operator
+   and the host can see it.
    Before this, nothing may call DuckDB: of another version's symbols some are missing, which the loader
    accepts (cmake/weaken_duckdb.sh). */
 bool CheckLibrary(mirona_host host) {
@@ -19,6 +21,7 @@ bool CheckLibrary(mirona_host host) {
     if (mismatch.empty()) {
         return true;
     }
+    std::fprintf(stderr, "%s\n", mismatch.c_str());
     mduckdb::GetApi().report_error(host, mismatch.data(), mismatch.size());
     return false;
 }

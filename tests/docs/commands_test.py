@@ -54,6 +54,7 @@ INLINE = {
     "mduckdb-host COMMAND --help": ("mduckdb-host probe --help", "...\nExample:\n  mduckdb-host probe ...\n...\n"),
 }
 NOT_RUN = {
+    "scripts/test --duckdb NAME": "builds and tests everything on another DuckDB",
     "scripts/bench": "measures for half an hour",
     "scripts/bench --peers": "measures for half an hour, and builds the other clients first",
     "scripts/bench --gate": "is a stage of .ci/run by itself",
