@@ -31,7 +31,7 @@ class Bite:
 
 
 BITES = (
-    Bite("overflow", "src/values/host_text.h", "if (units.size() <= ascii.size() &&", "if (units.size() <= 64 * ascii.size() &&",
+    Bite("overflow", "src/values/host_text.h", "return text.size() <= ascii.size() &&", "return text.size() <= 64 * ascii.size() &&",
          "asan", "appender_tests", stage="asan"),
     Bite("use after free", "src/backup/export_scripts.cpp", "const std::string_view statement = script.substr(0, end);",
          "const std::string_view statement = std::string(script.substr(0, end));", "asan", "backup_units_test", stage="asan"),
