@@ -19,7 +19,7 @@ struct ItemTables {
     std::string insert;
 
     void Open(const Workload& workload);
-    /** Creates the tables anew. */
+    /** Recreates the tables. */
     void Clear() const;
     /** Terminates the program unless both have the same rows. */
     void RequireSame(const std::string& what) const;

@@ -67,7 +67,7 @@ constexpr std::array<Call, 5> kProcedures = {CallOf<mduckdb::FetchParquet>, Call
                                              CallOf<mduckdb::ParquetMetadata>, CallOf<mduckdb::ParquetCount>,
                                              CallOf<mduckdb::ParquetSchema>};
 
-/** Each procedure gives a cursor or reports one error. */
+/** Each procedure returns a cursor or reports one error. */
 void RunCall(Call call, std::vector<FakeValue*> arguments) {
     FakeHost& host = Host();
     const bool has_cursor = call(host, std::move(arguments)) != nullptr;

@@ -52,7 +52,7 @@ Split SplitByLines(std::string_view text, std::size_t lines) {
     return split;
 }
 
-/** Each statement stands in the text, after the one before it. */
+/** The text contains each statement, after the previous one. */
 bool StandInOrder(const std::vector<std::string>& statements, std::string_view text) {
     std::size_t at = 0;
     for (const std::string& statement : statements) {

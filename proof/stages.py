@@ -37,7 +37,7 @@ class Stage:
 STAGES = (
     Stage(
         "allocations",
-        "Each allocation of the module and of `mshared` fails, once and for ever: the operation reports it or gives its exact"
+        "Each allocation of the module and of `mshared` fails, once and for ever: the operation reports it or returns its exact"
         " result, and everything can be used afterwards.",
         (
             Step("out_of_memory_tests", variables={"MDUCKDB_TEST_EVERY_ALLOCATION": "1"}),

@@ -24,7 +24,7 @@ constexpr auto kPowersOfTen = [] {
 template <class Slot>
 bool DoubleToDecimal(const void* element, void* slot, uint8_t width, uint8_t scale) {
     const double product = *static_cast<const double*>(element) * kPowersOfTen[scale];
-    // DuckDB judges those that may be too long, and what is no number.
+    // DuckDB casts numbers that may be too large, infinities and NaN.
     if (!(std::abs(product) < kPowersOfTen[width] - 1)) {
         return false;
     }

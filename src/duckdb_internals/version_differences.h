@@ -61,7 +61,7 @@ inline bool TryCast(const duckdb::Value& value, const duckdb::LogicalType& type,
                     std::string& error) {
     return value.DefaultTryCastAs(type, result, &error);
 }
-/** Gives the value another type with the same storage. */
+/** Changes the type of the value to another one with the same storage. */
 inline void Reinterpret(duckdb::Value& value, const duckdb::LogicalType& type) {
     value.Reinterpret(type);
 }
@@ -74,7 +74,7 @@ inline int64_t UnitsOf(duckdb::dtime_ns_t time) {
     return time.micros;
 }
 
-/** Where the casts that format a text put it; made anew to free the texts. */
+/** Where casts store the texts that they format; replaced to free them. */
 using TextHeap = duckdb::Vector;
 inline std::unique_ptr<TextHeap> MakeTextHeap() {
     return std::make_unique<duckdb::Vector>(duckdb::LogicalType::VARCHAR, idx_t{1});

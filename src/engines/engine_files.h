@@ -41,7 +41,7 @@ struct Engine : nbx::noncopyable {
 using SharedEngine = std::shared_ptr<Engine>;
 
 /** Releases a use of an engine, which closes with the last use of its file. In the child of a fork, an engine
-   of the parent stays as it is: closing it would fold the log, which the parent goes on writing. */
+   of the parent stays as it is: closing it would fold the log, which the parent still writes. */
 void GiveUpEngine(Engine& engine) noexcept;
 
 /** The database files that engines of this process have open.

@@ -14,7 +14,7 @@ namespace {
 
 /** About twice as long as an opening takes where nothing else runs. */
 constexpr std::chrono::milliseconds kPatience{20};
-/** A thread that calls again at once goes on with its engine, without a switch of threads, until another call
+/** A thread that calls again at once keeps its engine, without a switch of threads, until another call
     has waited for this long. */
 constexpr std::chrono::milliseconds kTurn{5};
 /** Most hosts close the cursor of a small result within this time. */
@@ -35,7 +35,7 @@ struct IdleList::Waiter {
 std::atomic<IdleList*> IdleList::gInstance{nullptr};
 
 IdleList& IdleList::Get() {
-    // Not on the heap, where nobody would delete it.
+    // Not on the heap: it is never deleted.
     alignas(IdleList) static std::byte place[sizeof(IdleList)];
     [[maybe_unused]] static IdleList* const first = gInstance = new (place) IdleList;
     IdleList* list = gInstance.load();
@@ -162,7 +162,7 @@ IdleList::Waiter* IdleList::FindWaiter(const EngineTerms& terms) {
 
 void IdleList::Give(Waiter& waiter, MemoryEngine& engine) {
     std::erase(waiters_, &waiter);
-    // It counts from here on, so that nobody else takes the engine for one that is free.
+    // Counted from here on, so that no other call considers the engine free.
     ++running_;
     waiter.given.emplace(std::move(engine));
 }

@@ -135,7 +135,7 @@ TEST(SnapshotStress, EverySnapshotIsACommittedStateWhileOthersWrite) {
         ExpectCommittedState(target);
         compared += ReadWhole(ManifestOf(target)).find("\"compared\": \"rows\"") != std::string::npos ? 1 : 0;
         std::filesystem::remove(target);
-        // Beside this traffic no other checkpoint comes to pass, and the file would grow from snapshot to
+        // This traffic leaves DuckDB no moment for a checkpoint of its own, so the file would grow with each
         // snapshot.
         ASSERT_EQ(source.Run("FORCE CHECKPOINT"), "") << i;
     }

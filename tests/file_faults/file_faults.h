@@ -3,7 +3,7 @@
 #include <array>
 #include <cstdint>
 
-/** Lets file operations fail, whoever asks for them: the module, DuckDB, the standard library. A library of
+/** Makes file operations fail that the module, DuckDB or the standard library calls. A library of
    its own, which a program links before every other one, so that its functions come before those of the C
    library. */
 namespace file_faults {

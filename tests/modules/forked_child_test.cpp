@@ -1,5 +1,5 @@
 // A host may fork, on purpose or by a library that it uses. The child has copies of the objects, but neither
-// DuckDB's threads nor a right to the files, to which the parent goes on writing.
+// DuckDB's threads nor a right to the files, to which the parent still writes.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>

@@ -8,7 +8,7 @@
 namespace nbx {
 
 /** Makes sure that the descriptors 0, 1 and 2 are in use: those that are closed become `/dev/null`, opened so
-    that reading from 0 and writing to 1 and 2 goes on failing with `EBADF`. A file that is opened afterwards
+    that reading from 0 and writing to 1 and 2 still fail with `EBADF`. A file that is opened afterwards
     gets none of them; otherwise whatever the process writes to its output or error stream would go into that
     file. To be called before a database file is opened, since services often run with closed streams.
 
