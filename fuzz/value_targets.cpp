@@ -1,11 +1,13 @@
 // Values of the host on their way into DuckDB, and DuckDB's on their way out and in again.
-#include <array>
+#include <string>
+#include <vector>
 
 #include "base/text.h"
 #include "host_value_input.h"
 #include "nbx/json.h"
 #include "nbx/mrsql/registry.h"
 #include "session.h"
+#include "support/sample_values.h"
 #include "targets.h"
 
 namespace fuzz {
@@ -37,43 +39,15 @@ void PassThrough(const Value& value, uint32_t location) {
     });
 }
 
-constexpr std::array kTypeWords = {"VARIANT_NULL",
-                                   "BOOL_TRUE",
-                                   "BOOL_FALSE",
-                                   "INT8",
-                                   "INT16",
-                                   "INT32",
-                                   "INT64",
-                                   "INT128",
-                                   "UINT8",
-                                   "UINT16",
-                                   "UINT32",
-                                   "UINT64",
-                                   "UINT128",
-                                   "FLOAT",
-                                   "DOUBLE",
-                                   "DECIMAL",
-                                   "VARCHAR",
-                                   "BLOB",
-                                   "UUID",
-                                   "DATE",
-                                   "TIME_MICROS",
-                                   "TIME_NANOS",
-                                   "TIMESTAMP_SEC",
-                                   "TIMESTAMP_MILIS",
-                                   "TIMESTAMP_MICROS",
-                                   "TIMESTAMP_NANOS",
-                                   "TIME_MICROS_TZ",
-                                   "TIMESTAMP_MICROS_TZ",
-                                   "INTERVAL",
-                                   "OBJECT",
-                                   "ARRAY",
-                                   "BIGNUM",
-                                   "BITSTRING",
-                                   "GEOMETRY",
-                                   "BOOL",
-                                   "BOOLEAN",
-                                   "JSON"};
+/** The kinds of VARIANTs, and words that are none. */
+const std::vector<std::string>& TypeWords() {
+    static const std::vector<std::string> words = [] {
+        std::vector<std::string> all = mduckdb::get_VariantKindNames();
+        all.insert(all.end(), {"BOOL", "BOOLEAN", "JSON"});
+        return all;
+    }();
+    return words;
+}
 
 std::string Quoted(std::string_view text) {
     std::string json = "\"";
@@ -167,8 +141,9 @@ void JsonParameter(Input& input) {
 void EnvelopeParameter(Input& input) {
     const uint32_t location = input.Flag() ? kClientCursor : kServerCursor;
     const bool is_typed = input.Flag();
-    const std::size_t word = input.Pick(kTypeWords.size() + 1);
-    const std::string type = word < kTypeWords.size() ? kTypeWords[word] : std::string(input.Text());
+    const std::vector<std::string>& words = TypeWords();
+    const std::size_t word = input.Pick(words.size() + 1);
+    const std::string type = word < words.size() ? words[word] : std::string(input.Text());
     const bool is_quoted = input.Flag();
     const std::string_view content = input.Rest();
     const std::string json = std::string(is_typed ? R"({"duckdb_value":true,"value_type":)"

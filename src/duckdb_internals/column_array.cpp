@@ -1,7 +1,6 @@
 #include "duckdb_internals/column_array.h"
 
 #include <algorithm>
-#include <array>
 #include <cstring>
 #include <duckdb/common/types/value.hpp>
 #include <limits>
@@ -9,6 +8,7 @@
 #include <vector>
 
 #include "duckdb_internals/out_of_memory.h"
+#include "duckdb_internals/powers_of_ten.h"
 #include "duckdb_internals/value_guard.h"
 
 namespace mduckdb {
@@ -113,19 +113,11 @@ bool IsTimeNs(const DuckDBColumnArray& /*array*/, const int64_t& nanos) {
 bool IsTimeTz(const DuckDBColumnArray& /*array*/, const uint64_t& bits) {
     return IsValidTimeTzBits(bits);
 }
-/** 10 to the power of each width that an `int64_t` holds. */
-constexpr auto kPowersOfTen = [] {
-    std::array<int64_t, 19> powers{1};
-    for (std::size_t i = 1; i < powers.size(); ++i) {
-        powers[i] = powers[i - 1] * 10;
-    }
-    return powers;
-}();
 
 /** As `IsValidDecimal`, for a width that `FindStore` has checked. */
 template <class Number>
 bool IsDecimal(const DuckDBColumnArray& array, const Number& number) {
-    const int64_t bound = kPowersOfTen[array.width];
+    const int64_t bound = kPowersOfTen<int64_t>[array.width];
     return -bound < number && number < bound;
 }
 bool IsWideDecimal(const DuckDBColumnArray& array, const duckdb_hugeint& number) {

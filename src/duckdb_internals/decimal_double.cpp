@@ -1,19 +1,12 @@
 #include "duckdb_internals/decimal_double.h"
 
-#include <array>
 #include <duckdb/common/types/hugeint.hpp>
+
+#include "duckdb_internals/powers_of_ten.h"
 
 namespace mduckdb {
 
 namespace {
-
-constexpr auto kPowersOfTen = [] {
-    std::array<int64_t, 19> powers{1};
-    for (std::size_t i = 1; i < powers.size(); ++i) {
-        powers[i] = powers[i - 1] * 10;
-    }
-    return powers;
-}();
 
 constexpr double kDoublePowersOfTen[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,  1e8,  1e9,
                                          1e10, 1e11, 1e12, 1e13, 1e14, 1e15, 1e16, 1e17, 1e18, 1e19,
@@ -31,7 +24,7 @@ double DecimalToDouble(int64_t number, uint8_t scale) noexcept {
     if (IsExactDouble(number) || scale == 0) {
         return static_cast<double>(number) / kDoublePowersOfTen[scale];
     }
-    const int64_t power = kPowersOfTen[scale];
+    const int64_t power = kPowersOfTen<int64_t>[scale];
     const int64_t whole = number / power;
     return static_cast<double>(whole) + static_cast<double>(number % power) / kDoublePowersOfTen[scale];
 }

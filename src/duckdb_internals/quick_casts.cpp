@@ -1,31 +1,22 @@
 #include "duckdb_internals/quick_casts.h"
 
-#include <array>
 #include <cmath>
-#include <cstddef>
 #include <duckdb/common/types/date.hpp>
 #include <duckdb/common/types/string_type.hpp>
 #include <duckdb/function/cast/cast_function_set.hpp>
 #include <duckdb/function/cast/default_casts.hpp>
 
+#include "duckdb_internals/powers_of_ten.h"
+
 namespace mduckdb {
 namespace {
-
-/** All are exact. */
-constexpr auto kPowersOfTen = [] {
-    std::array<double, 19> powers{1};
-    for (std::size_t i = 1; i < powers.size(); ++i) {
-        powers[i] = powers[i - 1] * 10;
-    }
-    return powers;
-}();
 
 /** For widths up to 18. DuckDB multiplies and rounds, halves away from 0. */
 template <class Slot>
 bool DoubleToDecimal(const void* element, void* slot, uint8_t width, uint8_t scale) {
-    const double product = *static_cast<const double*>(element) * kPowersOfTen[scale];
+    const double product = *static_cast<const double*>(element) * kPowersOfTen<double>[scale];
     // DuckDB casts numbers that may be too large, infinities and NaN.
-    if (!(std::abs(product) < kPowersOfTen[width] - 1)) {
+    if (!(std::abs(product) < kPowersOfTen<double>[width] - 1)) {
         return false;
     }
     *static_cast<Slot*>(slot) = static_cast<Slot>(std::round(product));

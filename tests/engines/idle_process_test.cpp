@@ -1,11 +1,11 @@
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
 #include <optional>
 
 #include "engines/idle_calls.h"
+#include "support/forked_child.h"
 
 namespace mduckdb {
 namespace {
@@ -49,17 +49,13 @@ TEST_F(IdleProcessTest, AForkedChildHasNoneOfItsParentsAndExits) {
     const auto run = [] {
         alarm(60);
         IdleEngines::Keep(Open());
-        const pid_t child = fork();
-        if (child == 0) {
-            alarm(60);
+        const int status = RunInForkedChild([] {
             const bool has_none = CountIdle() == 0 && !TakeIdle(kTerms);
             IdleEngines::Keep(Open());
-            std::exit(has_none && CountIdle() == 1 && TakeIdle(kTerms) ? 7 : 1);
-        }
-        int status = 0;
-        waitpid(child, &status, 0);
+            return has_none && CountIdle() == 1 && TakeIdle(kTerms) ? 7 : 1;
+        });
         const bool is_kept = CountIdle() == 1 && TakeIdle(kTerms);
-        std::exit(is_kept && WIFEXITED(status) ? WEXITSTATUS(status) : 1);
+        std::exit(is_kept ? status : 1);
     };
     EXPECT_EXIT(run(), testing::ExitedWithCode(7), "");
 }
@@ -68,14 +64,7 @@ TEST_F(IdleProcessTest, AForkedChildMayExitAtOnce) {
     const auto run = [] {
         alarm(60);
         IdleEngines::Keep(Open());
-        const pid_t child = fork();
-        if (child == 0) {
-            alarm(60);
-            std::exit(7);
-        }
-        int status = 0;
-        waitpid(child, &status, 0);
-        std::exit(WIFEXITED(status) ? WEXITSTATUS(status) : 1);
+        std::exit(RunInForkedChild([] { return 7; }));
     };
     EXPECT_EXIT(run(), testing::ExitedWithCode(7), "");
 }

@@ -1,7 +1,6 @@
 // A host may fork, on purpose or by a library that it uses. The child has copies of the objects, but neither
 // DuckDB's threads nor a right to the files, to which the parent still writes.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -11,6 +10,7 @@
 
 #include "loaded_module.h"
 #include "nbx/location.h"
+#include "support/forked_child.h"
 #include "support/temp_folder.h"
 
 // The allocator of a sanitizer may be locked by another thread at the fork, and stays so in the child.
@@ -60,19 +60,12 @@ ForkingHost* gHost = nullptr;
 
 /** Each test runs in a process of its own, which forks. 7 says that the child has ended with 0 and changed
     nothing, and that the parent can still write. */
-void RunInChild(int (*act)()) {
+void ForkAndCompare(int (*act)()) {
     alarm(60);
     gHost = new ForkingHost;
     const std::string before = gHost->ReadFiles();
-    const pid_t child = fork();
-    if (child == 0) {
-        alarm(20);
-        std::exit(act());
-    }
-    int status = 0;
-    waitpid(child, &status, 0);
-    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
-        _exit(WIFEXITED(status) ? WEXITSTATUS(status) : 2);
+    if (const int status = RunInForkedChild(act)) {
+        _exit(status);
     }
     if (gHost->ReadFiles() != before || before.find("DUCK") == std::string::npos) {
         _exit(3);
@@ -89,7 +82,7 @@ class ForkedChildTest : public testing::Test {
 
 TEST_F(ForkedChildTest, MayReleaseWhatItHasInherited) {
     const auto run = [] {
-        RunInChild([] {
+        ForkAndCompare([] {
             gHost->statement = nullptr;
             gHost->database = nullptr;
             return 0;
@@ -100,7 +93,7 @@ TEST_F(ForkedChildTest, MayReleaseWhatItHasInherited) {
 
 TEST_F(ForkedChildTest, MayCloseAndExit) {
     const auto run = [] {
-        RunInChild([] {
+        ForkAndCompare([] {
             gHost->database->Close();
             return 0;
         });
@@ -110,7 +103,7 @@ TEST_F(ForkedChildTest, MayCloseAndExit) {
 
 TEST_F(ForkedChildTest, CanRunNothingOnTheDatabaseOfItsParent) {
     const auto run = [] {
-        RunInChild([] {
+        ForkAndCompare([] {
             const bool is_refused =
                 Throws([] { gHost->database->SqlExecute(FromUtf8("INSERT INTO t VALUES (4)"), nullptr); }) &&
                 Throws([] { gHost->statement->ExecuteNext(); }) &&
@@ -123,7 +116,7 @@ TEST_F(ForkedChildTest, CanRunNothingOnTheDatabaseOfItsParent) {
 
 TEST_F(ForkedChildTest, MayOpenOtherDatabases) {
     const auto run = [] {
-        RunInChild([] {
+        ForkAndCompare([] {
             const DatabasePtr other = gHost->Make("b.db");
             other->Create();
             other->SqlExecute(FromUtf8("CREATE TABLE t AS SELECT 1 AS i"), nullptr);
