@@ -16,6 +16,7 @@
 #include "engines/idle_engines.h"
 #include "soak/day.h"
 #include "support/environment.h"
+#include "support/thread_count.h"
 
 namespace {
 
@@ -40,13 +41,14 @@ int64_t ReadStatus(const std::string& name) {
     return -1;
 }
 
-Holdings Look() {
+Holdings Look(std::size_t expected_threads) {
     mduckdb::IdleEngines::CloseAll();
     // Free memory that the C library keeps is no growth.
     malloc_trim(0);
     const std::filesystem::directory_iterator all("/proc/self/fd");
-    return {ReadStatus("VmRSS"), ReadStatus("Threads"), std::distance(begin(all), end(all)),
-            handle_balance::CountEngines(), handle_balance::CountConnections()};
+    return {ReadStatus("VmRSS"), static_cast<int64_t>(CountThreadsAfterJoin(expected_threads)),
+            std::distance(begin(all), end(all)), handle_balance::CountEngines(),
+            handle_balance::CountConnections()};
 }
 
 /** The most of the rounds in a part of the run; peaks come and go. */
@@ -75,6 +77,7 @@ TEST(Soak, TheSameWorkAgainAndAgainHoldsNoMore) {
     const int given = NumberFromEnvironment("MDUCKDB_TEST_SEED", 0);
     const uint64_t seed = given != 0 ? static_cast<uint64_t>(given) : std::random_device()() % 1'000'000 + 1;
     std::cout << "MDUCKDB_TEST_SEED=" << seed << ", " << seconds << " s\n";
+    const std::size_t threads = CountThreads();
     Day day(seed);
     const Clock::time_point start = Clock::now();
     const auto warm = start + std::chrono::seconds(seconds) / 6;
@@ -84,7 +87,7 @@ TEST(Soak, TheSameWorkAgainAndAgainHoldsNoMore) {
     constexpr std::size_t kFewestRounds = 24;
     while (Clock::now() < end || rounds.size() < kFewestRounds) {
         day.WorkOneRound();
-        const Holdings now = Look();
+        const Holdings now = Look(threads);
         if (Clock::now() >= warm) {
             rounds.push_back(now);
         }
