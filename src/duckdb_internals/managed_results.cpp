@@ -50,7 +50,39 @@ duckdb_state PendPrepared(duckdb_prepared_statement prepared, version::RowsIn ro
     return has_begun ? DuckDBSuccess : DuckDBError;
 }
 
+/** The most that a small result may hold. A block of the buffer manager is four times as large. */
+constexpr idx_t kSmallResultBytes = 64 * 1024;
+
+bool IsSmallInBlocks(const duckdb::ColumnDataCollection& rows) {
+    return rows.Count() > 0 && rows.SizeInBytes() <= kSmallResultBytes &&
+           rows.AllocationSize() > kSmallResultBytes;
+}
+
+duckdb::unique_ptr<duckdb::ColumnDataCollection> CopyToPlainMemory(duckdb::ColumnDataCollection& rows) {
+    auto copy =
+        duckdb::make_uniq<duckdb::ColumnDataCollection>(duckdb::Allocator::DefaultAllocator(), rows.Types());
+    for (duckdb::DataChunk& chunk : rows.Chunks()) {
+        copy->Append(chunk);
+    }
+    return copy;
+}
+
 }  // namespace
+
+void duckdb_compact_result(duckdb_result* result) {
+    auto* data = static_cast<duckdb::DuckDBResultData*>(result->internal_data);
+    if (data == nullptr) {
+        return;
+    }
+    try {
+        duckdb::ColumnDataCollection* const rows = version::FindRows(*data);
+        if (rows != nullptr && IsSmallInBlocks(*rows)) {
+            version::ReplaceRows(*data, CopyToPlainMemory(*rows));
+        }
+    } catch (const std::exception&) {
+        // The rows stay where they are, which takes more memory and is as right.
+    }
+}
 
 duckdb_state duckdb_pending_prepared_managed(duckdb_prepared_statement prepared,
                                              duckdb_pending_result* out_result) {

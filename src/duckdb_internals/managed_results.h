@@ -26,6 +26,11 @@ duckdb_state duckdb_pending_prepared_managed(duckdb_prepared_statement prepared,
 duckdb_state duckdb_pending_prepared_stream(duckdb_prepared_statement prepared,
                                             duckdb_pending_result* out_result);
 
+/** Moves a small result's rows to plain memory: the buffer manager's smallest block, of 256 KiB, is much for
+   a result of one row that lives long, and thousands of them would be spilled. To be called before the result
+   is read. Does nothing when memory is short. */
+void duckdb_compact_result(duckdb_result* result);
+
 /** Null when memory is short. */
 duckdb_result_scan duckdb_create_result_scan(void);
 void duckdb_destroy_result_scan(duckdb_result_scan* scan);

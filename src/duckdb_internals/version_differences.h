@@ -97,6 +97,13 @@ inline duckdb::ColumnDataCollection* FindRows(duckdb::DuckDBResultData& data) {
     }
     return &data.result->Cast<duckdb::MaterializedQueryResult>().Collection();
 }
+/** For a result whose rows have not been read. */
+inline void ReplaceRows(duckdb::DuckDBResultData& data,
+                        duckdb::unique_ptr<duckdb::ColumnDataCollection> rows) {
+    const duckdb::QueryResult& old = *data.result;
+    data.result = duckdb::make_uniq<duckdb::MaterializedQueryResult>(
+        old.statement_type, old.properties, old.names, std::move(rows), old.client_properties);
+}
 /** The next rows of a stream; null at its end. */
 inline duckdb::unique_ptr<duckdb::DataChunk> FetchFromStream(duckdb::DuckDBResultData& data) {
     // A stream that was read to its end is closed, and throws when it is asked again.
@@ -200,6 +207,13 @@ inline duckdb::ColumnDataCollection* FindRows(duckdb::DuckDBResultData& data) {
         return nullptr;
     }
     return &data.result->Collection();
+}
+inline void ReplaceRows(duckdb::DuckDBResultData& data,
+                        duckdb::unique_ptr<duckdb::ColumnDataCollection> rows) {
+    const duckdb::QueryResult& old = *data.result;
+    data.result =
+        duckdb::make_uniq<duckdb::QueryResult>(old.GetStatementType(), old.GetStatementProperties(),
+                                               old.GetNames(), std::move(rows), old.client_properties);
 }
 inline duckdb::unique_ptr<duckdb::DataChunk> FetchFromStream(duckdb::DuckDBResultData& data) {
     return data.stream ? data.stream->Fetch() : nullptr;

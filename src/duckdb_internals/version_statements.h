@@ -29,6 +29,12 @@ enum class RowsIn {
     kStream,
 };
 
+/** Whether there may be many of them. The one row of an INSERT's count needs no block of the buffer manager,
+   whose allocation would take longer than what is left of such a statement's time. */
+inline bool ReturnsRows(const duckdb::PreparedStatementData& plan) {
+    return plan.properties.return_type == duckdb::StatementReturnType::QUERY_RESULT;
+}
+
 #if MDUCKDB_DUCKDB_MAJOR == 1
 
 /** A statement that has been begun. */
@@ -90,7 +96,7 @@ inline void Begin(duckdb::PreparedStatementWrapper& prepared, RowsIn rows,
     const bool streams = rows == RowsIn::kStream;
     parameters.query_parameters = streams ? duckdb::QueryResultOutputType::ALLOW_STREAMING
                                           : duckdb::QueryResultOutputType::FORCE_MATERIALIZED;
-    if (!streams) {
+    if (!streams && ReturnsRows(*statement.data)) {
         parameters.query_parameters.memory_type = duckdb::QueryResultMemoryType::BUFFER_MANAGED;
     }
     pending.allow_streaming = streams;

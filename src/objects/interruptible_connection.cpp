@@ -83,7 +83,9 @@ void InterruptibleConnection::RepeatInterrupt() {
 
 duckdb_state InterruptibleConnection::ExecutePrepared(duckdb_prepared_statement prepared,
                                                       duckdb_result* out_result) {
-    return Execute(&duckdb_pending_prepared_managed, prepared, out_result);
+    const duckdb_state state = Execute(&duckdb_pending_prepared_managed, prepared, out_result);
+    duckdb_compact_result(out_result);
+    return state;
 }
 
 duckdb_state InterruptibleConnection::ExecuteStreaming(duckdb_prepared_statement prepared,

@@ -75,5 +75,44 @@ TEST_F(CursorMemory, AReleasedClientCursorFreesItsValues) {
     EXPECT_LE(nbx::GetPoolMappedBytes(), before + 4 * static_cast<std::size_t>(kMiB));
 }
 
+/** What DuckDB's buffer manager holds for everything that is open. */
+int64_t CountManagedBytes(const OpenedDatabase& database) {
+    const ResultHolder result = database.Query("SELECT sum(memory_usage_bytes)::BIGINT FROM duckdb_memory()");
+    const ChunkHolder chunk(duckdb_fetch_chunk(*result));
+    return static_cast<int64_t*>(duckdb_vector_get_data(duckdb_data_chunk_get_vector(chunk.get(), 0)))[0];
+}
+
+TEST(ResultMemory, ResultsOfFewRowsHoldNoBlockOfTheBufferManager) {
+    const OpenedDatabase database;
+    constexpr std::size_t kCursors = 200;
+    const int64_t before = CountManagedBytes(database);
+    std::vector<Cursor> cursors;
+    std::string script;
+    for (std::size_t i = 0; i < kCursors; ++i) {
+        const std::string sql =
+            "SELECT " + std::to_string(i) + " AS i, 'text ' || " + std::to_string(i) + " AS s;";
+        cursors.push_back(database->SqlSelect(FromUtf8(sql), kServerCursor, nullptr));
+        script += sql;
+    }
+    auto result = database->SqlQuery(FromUtf8(script), kServerCursor, nullptr);
+    EXPECT_LE(CountManagedBytes(database) - before, 8 * kMiB);
+    for (std::size_t i = 0; i < kCursors; ++i, result = result->NextResult()) {
+        for (const Cursor& cursor : {cursors[i], Cursor(result->get_Cursor())}) {
+            ASSERT_TRUE(cursor->NextRecord());
+            EXPECT_EQ(static_cast<int64_t>(i), cursor->get_Value(0)->get_LLong());
+            EXPECT_EQ("text " + std::to_string(i), ToUtf8(cursor->get_Value(1)->get_Text()));
+            EXPECT_FALSE(cursor->NextRecord());
+        }
+    }
+}
+
+TEST(ResultMemory, ALargeResultStaysWithTheBufferManager) {
+    const OpenedDatabase database;
+    const int64_t before = CountManagedBytes(database);
+    const Cursor cursor = database->SqlSelect(FromUtf8("SELECT repeat('x', 100) || i FROM range(2000) t(i)"),
+                                              kServerCursor, nullptr);
+    EXPECT_GE(CountManagedBytes(database) - before, 200 * kKiB);
+}
+
 }  // namespace
 }  // namespace mduckdb
