@@ -55,6 +55,8 @@ INLINE = {
 }
 NOT_RUN = {
     "scripts/test --duckdb NAME": "builds and tests everything on another DuckDB",
+    "scripts/setup --duckdb NAME": "downloads another DuckDB",
+    **dict.fromkeys(("scripts/private-names", "scripts/private-names OLD NEW"), "is run by duckdb_names_test.py"),
     "scripts/bench": "measures for half an hour",
     "scripts/bench --peers": "measures for half an hour, and builds the other clients first",
     "scripts/bench --gate": "is a stage of .ci/run by itself",
