@@ -1,6 +1,7 @@
 """`mduckdb-host shell` reading from a pipe."""
 
 import os
+import pathlib
 import signal
 import subprocess
 import time
@@ -90,7 +91,7 @@ class PipeShellTest(HostCase):
     def test_ctrl_c_ends_a_script_from_a_pipe(self):
         query = "SELECT count(*) FROM range(1000000000) a, range(1000000) b"
         process = subprocess.Popen([HOST, "shell"], stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.PIPE)
-        process.stdin.write(f"SELECT 'first' AS t;\n{query} WHERE a.range <> {'9' * 100};\nSELECT 'last' AS t;\n".encode())
+        process.stdin.write(f"SELECT 'first' AS t;\n{query} WHERE a.range::VARCHAR <> '{'9' * 100}';\nSELECT 'last' AS t;\n".encode())
         process.stdin.flush()
         time.sleep(1.5)
         process.send_signal(signal.SIGINT)
@@ -198,9 +199,15 @@ class PipeShellTest(HostCase):
             out, error = self.shell(f"CREATE TABLE t (c {column});\nINSERT INTO t VALUES ({value});\n.dump\n", status=1)
             self.assertNotIn("INSERT", out)
             self.assertRegex(error, r"Values of t\.\"c\", type .*, cannot be written as text\. Use \.backup\.")
-        out, error = self.shell("CREATE TYPE odd AS ENUM ('it''s');\n.dump\n", status=1)
-        self.assertNotIn("CREATE", out)
-        self.assertIn("DuckDB cannot read its own schema of this database. Use .backup.", error)
+        # Only some versions of DuckDB quote the quote.
+        odd = "CREATE TYPE odd AS ENUM ('it''s');"
+        self.shell(f"{odd}\nEXPORT DATABASE 'exported';\n")
+        if "'it''s'" in pathlib.Path(self.path("exported/schema.sql")).read_text():
+            self.assertIn("CREATE TYPE odd AS ENUM ( 'it''s' );", self.shell(f"{odd}\n.dump\n")[0])
+        else:
+            out, error = self.shell(f"{odd}\n.dump\n", status=1)
+            self.assertNotIn("CREATE", out)
+            self.assertIn("DuckDB cannot read its own schema of this database. Use .backup.", error)
 
     def test_dump_is_of_one_moment_and_leaves_a_transaction_open(self):
         out, _ = self.shell("CREATE TABLE t (i INTEGER);\nBEGIN;\nINSERT INTO t VALUES (7);\n.dump\nROLLBACK;\n"

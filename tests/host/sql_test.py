@@ -121,6 +121,8 @@ class SqlTest(HostCase):
         self.output("create", "p.db")
         self.execute("p.db", "CREATE TABLE t (i INT)")
         insert = ("sql", "p.db", "INSERT INTO t VALUES (?)", "--params-file", "-")
+        reason = self.error("sql", "p.db", "INSERT INTO t VALUES (?)", "--param", '"x"')
+        self.assertIn("Could not convert string 'x' to INT32\n", reason)
         for rows, sentence in (('[1]\n\n[2]\n["x"]\n[4]\n', "Line 4 of the parameters did not run. "
                                 "The 2 rows before it ran and are stored.\n"),
                                ('[3]\n["x"]\n', "Line 2 of the parameters did not run. "
@@ -128,7 +130,7 @@ class SqlTest(HostCase):
                                ('["x"]\n[5]\n', "Line 1 of the parameters did not run. Nothing was stored.\n")):
             done = self.run_host(*insert, stdin=rows)
             self.assertEqual((done.returncode, done.stdout), (1, b""))
-            self.assertEqual(done.stderr.decode(), "Conversion Error: Could not convert string 'x' to INT32\n" + sentence)
+            self.assertEqual(done.stderr.decode(), reason + sentence)
         self.assertEqual(self.sql("p.db", "FROM t"), [[1], [2], [3]])
 
     def test_a_bad_line_of_a_parameter_file_is_named(self):
