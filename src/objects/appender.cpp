@@ -11,6 +11,7 @@
 #include "duckdb_internals/column_array.h"
 #include "objects/operation.h"
 #include "values/host_value_binding.h"
+#include "values/host_value_reading.h"
 
 namespace mduckdb {
 
@@ -103,7 +104,14 @@ void DuckDBAppender::Leave() noexcept {
 void DuckDBAppender::Detach() noexcept {
     tie_.Cut();
     census_.Leave();
+    if (HostValueReading::IsFor(this)) {
+        return;  // The call that reads the value holds the mutex, and does the rest.
+    }
     const nbx::MutexLock lock(mutex_);
+    LoseRows();
+}
+
+void DuckDBAppender::LoseRows() noexcept {
     has_lost_rows_ = has_lost_rows_ || pending_count_.load() > 0;
     pending_count_.store(0);
     table_.reset();
@@ -113,6 +121,12 @@ const nbx::String& DuckDBAppender::get_ColumnName(uint32_t column_index) const {
     return column_index < names_.size() ? names_[column_index] : nbx::String::sEmpty();
 }
 
+void DuckDBAppender::RefuseInnerCall() const {
+    if (HostValueReading::IsFor(this)) {
+        ThrowDetachedError("DuckDBAppender is reading the value that calls it");
+    }
+}
+
 void DuckDBAppender::RequireOpen() const {
     if (!table_ || tie_.get() == nullptr) {
         ThrowInvalid();
@@ -120,11 +134,13 @@ void DuckDBAppender::RequireOpen() const {
 }
 
 void DuckDBAppender::AppendRow(nbx::smart_ptr<nbx::ValueRow> row) {
+    RefuseInnerCall();
     const nbx::MutexLock lock(mutex_);
     AppendOne(row.get());
 }
 
 void DuckDBAppender::AppendRows(nbx::smart_ptr<nbx::ValueRows> rows) {
+    RefuseInnerCall();
     const nbx::MutexLock lock(mutex_);
     RequireOpen();
     const std::size_t count = rows ? rows->get_Count() : 0;
@@ -148,15 +164,25 @@ void DuckDBAppender::AppendOne(const nbx::ValueRow* row) {
         StoreCells(*row);
     } catch (...) {
         rows.Undo(1);
+        LoseRowsOfClosed();
         throw;
     }
     Keep(1);
+    LoseRowsOfClosed();
+    RequireOpen();
+}
+
+void DuckDBAppender::LoseRowsOfClosed() noexcept {
+    if (tie_.get() == nullptr) {
+        LoseRows();
+    }
 }
 
 void DuckDBAppender::StoreCells(const nbx::ValueRow& row) {
     ChunkRows& rows = table_->get_Rows();
     std::vector<ColumnWriter>& columns = rows.get_Columns();
     std::string error;
+    const HostValueReading reading(this);
     for (std::size_t i = 0; i < columns.size(); ++i) {
         try {
             if (StoreHostValue(row.get_Item(i).get(), columns[i], rows.get_Row(), error)) {
@@ -178,6 +204,7 @@ void DuckDBAppender::Keep(uint64_t count) {
 
 void DuckDBAppender::AppendColumns(const nbx::mrsql::DuckDBColumnArray* columns, uint32_t column_count,
                                    uint64_t row_count) {
+    RefuseInnerCall();
     const nbx::MutexLock lock(mutex_);
     RequireOpen();
     if (column_count != names_.size()) {
@@ -231,18 +258,21 @@ void DuckDBAppender::StorePart(const nbx::mrsql::DuckDBColumnArray* columns, uin
 }
 
 void DuckDBAppender::Flush() {
+    RefuseInnerCall();
     const nbx::MutexLock lock(mutex_);
     RequireOpen();
     FlushRows();
 }
 
 void DuckDBAppender::Commit() {
+    RefuseInnerCall();
     const nbx::MutexLock lock(mutex_);
     RequireOpen();
     StoreRows(true);
 }
 
 void DuckDBAppender::Rollback() {
+    RefuseInnerCall();
     const nbx::MutexLock lock(mutex_);
     RequireOpen();
     table_->Rollback();
@@ -250,6 +280,7 @@ void DuckDBAppender::Rollback() {
 }
 
 void DuckDBAppender::Close() {
+    RefuseInnerCall();
     std::exception_ptr failure;
     {
         const nbx::MutexLock lock(mutex_);

@@ -51,7 +51,12 @@ class DuckDBAppender final : public nbx::Counted<nbx::mrsql::I_DuckDBAppender>, 
 
     /** Throws "DuckDBAppender is invalid" after `Close` or the end of the database. */
     void RequireOpen() const NBX_REQUIRES(mutex_);
+    /** Throws when a host value that this appender reads calls it on the same thread. */
+    void RefuseInnerCall() const;
     void AppendOne(const nbx::ValueRow* row) NBX_REQUIRES(mutex_);
+    /** The database has closed: what is pending is lost, which `Close` reports. */
+    void LoseRows() noexcept NBX_REQUIRES(mutex_);
+    void LoseRowsOfClosed() noexcept NBX_REQUIRES(mutex_);
     /** Throws with the row and the column. */
     void StoreCells(const nbx::ValueRow& row) NBX_REQUIRES(mutex_);
     /** Stores the next rows of the arrays. Throws with the row and the column of the first element that

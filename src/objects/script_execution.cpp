@@ -52,6 +52,8 @@ ResultHolder ExecuteSingle(DatabaseLink& database, duckdb_connection connection,
         database.ThrowFailure(error);
     }
     BindValueArray(prepared.get(), &parameters, database.get_ErrorPath());
+    // A host value may have closed the database while it was read.
+    database.RequireConnection();
     ResultHolder result;
     const duckdb_state state = database.ExecutePrepared(prepared.get(), result.Receive());
     prepared.Reset();

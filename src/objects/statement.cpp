@@ -11,6 +11,7 @@
 #include "duckdb_internals/statement_pieces.h"
 #include "nbx/hooks.h"
 #include "values/host_value_binding.h"
+#include "values/host_value_reading.h"
 
 namespace mduckdb {
 
@@ -51,11 +52,23 @@ uint64_t DuckDBStatement::get_PendingCount() {
 
 void DuckDBStatement::Detach() {
     EngineLockScope lock;
+    if (HostValueReading::IsFor(this)) {
+        // The call that reads the value destroys the rest.
+        tie_.Cut();
+        census_.Leave();
+        return;
+    }
     const nbx::MutexLock detach_lock(detach_mutex_);
     tie_.Cut();
     census_.Leave();
     DestroyPrepared();
     DestroyExtracted();
+}
+
+void DuckDBStatement::RefuseInnerCall() const {
+    if (HostValueReading::IsFor(this)) {
+        ThrowError({"DuckDBStatement is reading the value that calls it", nullptr});
+    }
 }
 
 DatabaseLink& DuckDBStatement::RequireDatabase() const {
@@ -83,6 +96,7 @@ void DuckDBStatement::PrepareNext() {
 }
 
 void DuckDBStatement::Prepare() {
+    RefuseInnerCall();
     DatabaseLink& database = RequireDatabase();
     const SharedConnection connection = database.RequireConnection();
     database.ClearInterrupted();

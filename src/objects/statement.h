@@ -146,6 +146,11 @@ class DuckDBStatement final : public nbx::Counted<nbx::mrsql::I_DuckDBStatement>
     int64_t RunRows() NBX_REQUIRES(gEngineLock);
     void RunOnce();
 
+    /** Throws when a host value that this statement reads calls it on the same thread. */
+    void RefuseInnerCall() const;
+    /** A scope in which host values are read. */
+    class Reading;
+
     DatabaseTie tie_;
     CensusEntry census_;
     const nbx::String sql_text_;

@@ -9,6 +9,7 @@
 #include "duckdb_internals/value_guard.h"
 #include "objects/statement.h"
 #include "values/host_value_binding.h"
+#include "values/host_value_reading.h"
 
 namespace mduckdb {
 
@@ -35,6 +36,22 @@ const uint8_t* Bytes(const void* data, uint64_t length) {
 }
 
 }  // namespace
+
+/** When one of the values closes the database, the statement that they are bound to stays until the end. */
+class DuckDBStatement::Reading : nbx::noncopyable {
+  public:
+    explicit Reading(DuckDBStatement& statement) noexcept : statement_(statement), reading_(&statement) {}
+    ~Reading() {
+        if (statement_.tie_.get() == nullptr) {
+            statement_.DestroyPrepared();
+            statement_.DestroyExtracted();
+        }
+    }
+
+  private:
+    DuckDBStatement& statement_;
+    const HostValueReading reading_;
+};
 
 void DuckDBStatement::ClearPreparedBindings() {
     if (prepared_.ClearBindings() != DuckDBSuccess) {
@@ -80,6 +97,7 @@ void DuckDBStatement::EndFailedBind() {
 }
 
 void DuckDBStatement::put_Parameters(nbx::smart_ptr<nbx::ValueRow> values) {
+    RefuseInnerCall();
     const nbx::MutexLock lock(detach_mutex_);
     const nbx::smart_ptr<nbx::ValueRow> old_values = parameters_;
     const nbx::smart_ptr<nbx::ValueRows> old_rows = std::exchange(parameter_rows_, nullptr);
@@ -94,6 +112,7 @@ void DuckDBStatement::put_Parameters(nbx::smart_ptr<nbx::ValueRow> values) {
 }
 
 void DuckDBStatement::put_ParameterRows(nbx::smart_ptr<nbx::ValueRows> rows) {
+    RefuseInnerCall();
     const nbx::MutexLock lock(detach_mutex_);
     parameter_rows_.reset();
     ApplyParameters(nullptr);
@@ -109,12 +128,19 @@ void DuckDBStatement::ApplyParameters(nbx::smart_ptr<nbx::ValueRow> values) {
 }
 
 void DuckDBStatement::BindStoredParameters() {
+    RefuseInnerCall();
     ClearPreparedBindings();
     // When DuckDB expands a statement, only the pieces that have the parameters get them.
     if (pieces_end_ - pieces_begin_ > 1 && duckdb_nparams(prepared_.get()) == 0) {
         return;
     }
-    BindValueArray(prepared_.get(), parameters_.get(), tie_.get_Link()->get_ErrorPath());
+    {
+        // A reference of its own: a value may call what releases the row.
+        const nbx::smart_ptr<nbx::ValueRow> row = parameters_;
+        const Reading reading(*this);
+        BindValueArray(prepared_.get(), row.get(), tie_.get_Link()->get_ErrorPath());
+    }
+    RequireDatabase();
 }
 
 /** One typed bind: `bind` calls DuckDB for the prepared statement. When DuckDB throws, the bind's error has
@@ -316,11 +342,16 @@ void DuckDBStatement::BindUuid(uint32_t index, uint64_t lower, uint64_t upper) {
 
 void DuckDBStatement::BindValue(uint32_t index, nbx::smart_ptr<nbx::I_Value> value) {
     EngineLockScope lock;
+    RefuseInnerCall();
     if (!BeginTypedBind()) {
         return;
     }
     try {
-        const BindOutcome outcome = BindHostValue(prepared_.get(), index, value.get());
+        const BindOutcome outcome = [&] {
+            const Reading reading(*this);
+            return BindHostValue(prepared_.get(), index, value.get());
+        }();
+        RequireDatabase();
         if (outcome == BindOutcome::refused_by_duckdb) {
             ThrowStatementError(kBindFailureText);
         }

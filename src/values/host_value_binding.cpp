@@ -276,13 +276,13 @@ ValueHolder BlobOf(const nbx::I_RawBytes& raw, HostValueWalk* walk) {
 /** Whether a chain of references ends. Only then may the code check whether the reference is null, since that
     check follows the chain. */
 bool Ends(I_Value& value) {
-    I_Value* inner = &value;
+    nbx::smart_ptr<I_Value> inner(&value);  // a host may make the others when it is asked for them
     for (unsigned depth = 0; depth <= kMaxHostValueDepth; ++depth) {
-        if (inner == nullptr || inner->get_TypeCode() != static_cast<uint32_t>(ValueType::Reference)) {
+        if (!inner || inner->get_TypeCode() != static_cast<uint32_t>(ValueType::Reference)) {
             return true;
         }
         const auto* reference = Query<nbx::I_ReferenceValue>(*inner, nbx::kReferenceInterfaceId);
-        inner = reference == nullptr ? nullptr : reference->get_Inner().get();
+        inner = reference == nullptr ? nullptr : reference->get_Inner();
     }
     return false;
 }

@@ -1,0 +1,218 @@
+// Host values whose methods throw, or call the module while it reads them.
+#include <functional>
+
+#include "nbx/mrsql/duckdb_appender.h"
+#include "statement_fixture.h"
+#include "support/test_host.h"
+
+namespace mduckdb::test {
+
+namespace {
+
+/** What happens at one of the module's calls of a host value, counted from 1. */
+struct Plan {
+    uint64_t call = 0;
+    std::function<void()> act;
+    uint64_t calls = 0;
+};
+Plan gPlan;
+
+void Meet() {
+    if (++gPlan.calls == gPlan.call) {
+        const std::function<void()> act = std::exchange(gPlan.act, nullptr);
+        act();
+    }
+}
+
+/** A value of the host's own class: another value's content behind methods that follow the plan. */
+class HostsOwnValue final : public nbx::Counted<I_Value> {
+  public:
+    explicit HostsOwnValue(Value inner) : inner_(std::move(inner)) {}
+    void* QueryInterface(uint32_t interface_id) override {
+        Meet();
+        return inner_->QueryInterface(interface_id);
+    }
+    uint32_t get_TypeCode() const override { return Met().get_TypeCode(); }
+    bool get_IsNullable() const override { return Met().get_IsNullable(); }
+    bool get_IsNull() const override { return Met().get_IsNull(); }
+    void put_IsNull(bool is_null) override { inner_->put_IsNull(is_null); }
+    bool get_Boolean() const override { return Met().get_Boolean(); }
+    int64_t get_LLong() const override { return Met().get_LLong(); }
+    uint64_t get_ULLong() const override { return Met().get_ULLong(); }
+    double get_Double() const override { return Met().get_Double(); }
+    String get_Text() const override { return Met().get_Text(); }
+    void put_Boolean(bool content) override { inner_->put_Boolean(content); }
+    void put_LLong(int64_t content) override { inner_->put_LLong(content); }
+    void put_ULLong(uint64_t content) override { inner_->put_ULLong(content); }
+    void put_Double(double content) override { inner_->put_Double(content); }
+    void put_Text(String content) override { inner_->put_Text(std::move(content)); }
+
+  private:
+    const I_Value& Met() const {
+        Meet();
+        return *inner_;
+    }
+    Value inner_;
+};
+
+Value Own(Value inner) {
+    return nbx::MakeObject<HostsOwnValue>(std::move(inner));
+}
+
+smart_ptr<ValueRow> OwnRow() {
+    return Row({Own(Long(7)), Own(Str("text")), Own(Double(0.5))});
+}
+
+const std::string kInsert = "INSERT INTO t VALUES ($1, $2, $3)";
+
+class HostValueCallsTest : public StatementTest {
+  protected:
+    HostValueCallsTest() { Direct("CREATE TABLE t (i INTEGER, s VARCHAR, d DOUBLE)"); }
+    ~HostValueCallsTest() override { gPlan = {}; }
+
+    struct Entry {
+        const char* name;
+        std::function<void()> run;
+    };
+    /** Each stores one row. */
+    std::vector<Entry> Entries() {
+        return {
+            {"SqlExecute", [this] { database_->SqlExecute(Text(kInsert), OwnRow()); }},
+            {"SqlQuery", [this] { database_->SqlQuery(Text(kInsert), nbx::mrsql::kServerCursor, OwnRow()); }},
+            {"Execute",
+             [this] {
+                 statement_ = Prepared(kInsert);
+                 statement_->put_Parameters(OwnRow());
+                 statement_->Execute();
+             }},
+            {"Execute of rows",
+             [this] {
+                 statement_ = Prepared(kInsert);
+                 statement_->put_ParameterRows(Rows({OwnRow()}));
+                 statement_->Execute();
+             }},
+            {"BindValue",
+             [this] {
+                 statement_ = Prepared(kInsert);
+                 const auto row = OwnRow();
+                 for (uint32_t i = 0; i < 3; ++i) {
+                     statement_->BindValue(i + 1, row->get_Item(i));
+                 }
+                 statement_->Execute();
+             }},
+            {"AppendRow",
+             [this] {
+                 nbx::mrsql::DuckDBAppenderOptions options;
+                 options.table = Text("t");
+                 appender_ = static_cast<nbx::mrsql::I_DuckDBAppenders*>(
+                                 database_->QueryInterface(nbx::mrsql::kDuckDBAppendersInterfaceId))
+                                 ->CreateAppender(options);
+                 appender_->AppendRow(OwnRow());
+                 appender_->Close();
+             }},
+        };
+    }
+
+    /** Runs `check` for each entry with `act` at each call of a value in turn. */
+    void ForEachCall(const std::function<void()>& act, const std::function<void(const Entry&)>& check) {
+        for (const Entry& entry : Entries()) {
+            gPlan = {};
+            entry.run();
+            const uint64_t calls = gPlan.calls;
+            EXPECT_GE(calls, 6U) << entry.name;
+            for (uint64_t call = 1; call <= calls; ++call) {
+                SCOPED_TRACE(std::string(entry.name) + ", call " + std::to_string(call) + " of a value");
+                Reset();
+                gPlan = {call, act, 0};
+                check(entry);
+                EXPECT_FALSE(gPlan.act) << "nothing happened";
+                gPlan = {};
+            }
+            Reset();
+        }
+    }
+
+    void Reset() {
+        statement_.reset();
+        appender_.reset();
+        if (!database_->get_IsOpen()) {
+            database_->Open();
+            Direct("CREATE TABLE t (i INTEGER, s VARCHAR, d DOUBLE)");
+        }
+        Direct("DELETE FROM t");
+    }
+
+    smart_ptr<I_DuckDBStatement> statement_;
+    smart_ptr<nbx::mrsql::I_DuckDBAppender> appender_;
+};
+
+const std::string kStored = "7|text|0.5";
+
+}  // namespace
+
+TEST_F(HostValueCallsTest, StoreTheRowOfTheHostsOwnClasses) {
+    for (const Entry& entry : Entries()) {
+        entry.run();
+        EXPECT_EQ(kStored, Scalar("SELECT i || '|' || s || '|' || d FROM t")) << entry.name;
+        Reset();
+    }
+}
+
+TEST_F(HostValueCallsTest, ThatThrowStoreNothingAndTheNextCallWorks) {
+    ForEachCall([] { throw nbx::xException(0x1234, "the host's own"); },
+                [this](const Entry& entry) {
+                    EXPECT_NE("", Catch(entry.run).exception);
+                    appender_.reset();
+                    EXPECT_EQ("0", Scalar("SELECT count(*) FROM t"));
+                    entry.run();
+                    EXPECT_EQ("1", Scalar("SELECT count(*) FROM t"));
+                });
+}
+
+TEST_F(HostValueCallsTest, ThatExecuteOnTheSameDatabaseChangeNoRow) {
+    ForEachCall([this] { database_->SqlExecute(Text("CREATE OR REPLACE TABLE other AS SELECT 1"), nullptr); },
+                [this](const Entry& entry) {
+                    EXPECT_EQ("", Catch(entry.run).message);
+                    EXPECT_EQ(kStored, Scalar("SELECT i || '|' || s || '|' || d FROM t"));
+                });
+}
+
+TEST_F(HostValueCallsTest, ThatCloseTheDatabaseEndTheCallWithAnError) {
+    ForEachCall([this] { database_->Close(); },
+                [](const Entry& entry) { EXPECT_NE("", Catch(entry.run).exception); });
+}
+
+TEST_F(HostValueCallsTest, ThatCallTheSameStatementOrAppenderEndTheCallWithAnError) {
+    ForEachCall(
+        [this] {
+            const auto other = Row({Long(1), Str("x"), Double(2)});
+            if (statement_) {
+                statement_->put_Parameters(other);
+            } else if (appender_) {
+                appender_->AppendRow(other);
+            }
+        },
+        [this](const Entry& entry) {
+            const Thrown thrown = Catch(entry.run);
+            EXPECT_EQ(statement_ || appender_,
+                      thrown.message.find("is reading the value that calls it") != std::string::npos)
+                << thrown;
+            appender_.reset();
+            EXPECT_EQ(thrown.message.empty() ? "1" : "0", Scalar("SELECT count(*) FROM t"));
+        });
+}
+
+TEST_F(HostValueCallsTest, ThatDetachTheStatementEndTheCallWithAnError) {
+    ForEachCall(
+        [this] {
+            if (statement_) {
+                statement_->Detach();
+            }
+        },
+        [this](const Entry& entry) {
+            const Thrown thrown = Catch(entry.run);
+            EXPECT_EQ(statement_ ? "DuckDBDatabase is invalid" : "", thrown.message);
+        });
+}
+
+}  // namespace mduckdb::test
