@@ -1,5 +1,6 @@
 #include "duckdb_internals/cell_reader.h"
 
+#include <chrono>
 #include <duckdb/common/operator/cast_operators.hpp>
 #include <duckdb/common/operator/string_cast.hpp>
 #include <duckdb/common/type_visitor.hpp>
@@ -194,6 +195,30 @@ HostValue ReadFormatted(const Column& column, Scratch& scratch, idx_t row) {
     return MakeText(text);
 }
 
+void PutDigits(char* place, unsigned count, unsigned number) noexcept {
+    for (; count > 0; number /= 10) {
+        place[--count] = static_cast<char>('0' + number % 10);
+    }
+}
+
+/** The same text as DuckDB's, without DuckDB's memory for it. Dates of other years and infinite ones are
+    rare. */
+HostValue ReadDate(const Column& column, Scratch& scratch, idx_t row) {
+    using std::chrono::sys_days;
+    constexpr sys_days kFirst = std::chrono::year(1) / 1 / 1;
+    constexpr sys_days kLast = std::chrono::year(9999) / 12 / 31;
+    const sys_days date{std::chrono::days(column.Get<duckdb::date_t>(row).days)};
+    if (date < kFirst || date > kLast) {
+        return ReadFormatted<duckdb::date_t, duckdb::StringCast>(column, scratch, row);
+    }
+    const std::chrono::year_month_day parts(date);
+    char text[] = "0000-00-00";
+    PutDigits(text, 4, static_cast<unsigned>(static_cast<int>(parts.year())));
+    PutDigits(text + 5, 2, static_cast<unsigned>(parts.month()));
+    PutDigits(text + 8, 2, static_cast<unsigned>(parts.day()));
+    return MakeStringValue({text, sizeof text - 1});
+}
+
 template <class T>
 HostValue ReadEnum(const Column& column, Scratch&, idx_t row) {
     const T position = column.Get<T>(row);
@@ -256,7 +281,7 @@ constexpr Kind kKinds[] = {
     {LogicalTypeId::ENUM, data, ReadEnum<uint8_t>, PhysicalType::UINT8},
     {LogicalTypeId::ENUM, data, ReadEnum<uint16_t>, PhysicalType::UINT16},
     {LogicalTypeId::ENUM, data, ReadEnum<uint32_t>, PhysicalType::UINT32},
-    {LogicalTypeId::DATE, data, ReadFormatted<duckdb::date_t, duckdb::StringCast>},
+    {LogicalTypeId::DATE, data, ReadDate},
     {LogicalTypeId::TIME, data, ReadFormatted<duckdb::dtime_t, duckdb::StringCast>},
     {LogicalTypeId::TIME_NS, data, ReadFormatted<duckdb::dtime_ns_t, duckdb::StringCast>},
     {LogicalTypeId::TIME_TZ, data, ReadFormatted<duckdb::dtime_tz_t, version::StringCastWithZone>},
@@ -337,6 +362,7 @@ void CellReader::Bind(duckdb_data_chunk chunk) {
     state_->columns.clear();
     state_->spread.clear();
     state_->scratch.texts.clear();
+    column_count_ = 0;
     row_count_ = 0;
     if (chunk == nullptr) {
         return;
@@ -347,11 +373,12 @@ void CellReader::Bind(duckdb_data_chunk chunk) {
     for (idx_t index = 0; index < column_count; ++index) {
         state_->Add(chunk, index);
     }
+    column_count_ = column_count;
     row_count_ = duckdb_data_chunk_get_size(chunk);
 }
 
 HostValue CellReader::Read(idx_t column, idx_t row) {
-    if (column >= state_->columns.size() || row >= row_count_) {
+    if (column >= column_count_ || row >= row_count_) {
         return MakeNullValue();
     }
     const Column& from = state_->columns[column];

@@ -50,6 +50,7 @@ class CellReader {
   private:
     struct State;
     std::unique_ptr<State> state_;
+    idx_t column_count_ = 0;
     idx_t row_count_ = 0;
 };
 

@@ -363,9 +363,11 @@ TEST(CellReader, ANestedRowWithoutATextDoesNotAffectTheOthers) {
 }
 
 TEST(CellReader, EveryDateHasItsText) {
-    OneColumn column = OneColumn::OfType(DUCKDB_TYPE_DATE, 5);
-    constexpr int32_t kLargest = std::numeric_limits<int32_t>::max();
-    column.Set<int32_t>({-kLargest - 1, -kLargest, kLargest, kLargest - 1, -1});
+    TestEngine engine;
+    ExpectSameRows(engine, "SELECT DATE '0001-01-01' + 365 * i::INTEGER FROM range(10030) t(i)");
+    OneColumn column = OneColumn::OfType(DUCKDB_TYPE_DATE, 9);
+    constexpr int32_t kMax = std::numeric_limits<int32_t>::max();
+    column.Set<int32_t>({-kMax - 1, -kMax, kMax, kMax - 1, -1, -719163, -719162, 2932896, 2932897});
     const auto cells = ReadAll(column);
     EXPECT_EQ(cells[2], "String infinity");
     EXPECT_EQ(cells[4], "String 1969-12-31");
