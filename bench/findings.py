@@ -27,10 +27,19 @@ def reading(figures):
 def other_clients(peers):
     if peers is None or not peers.clients():
         return "**Other clients**: none was measured in this run."
-    targets = [target for target in report.peer_targets(peers) if "the fastest of them" in target.what]
+    targets = [target for target in report.peer_targets(peers)
+               if "server cursor / " in target.what and "the fastest of them" in target.what]
     won = [target.what.split(":")[0] for target in targets if target.reached]
     return (f"**Other clients**: of {len(peers.clients())} ways to read with other clients the fastest takes more time than the "
-            f"server cursor on {len(won)} of {len(targets)} workloads" + (f" ({', '.join(won)})." if won else "."))
+            f"server cursor on {len(won)} of {len(targets)} workloads" + (f" ({', '.join(won)})" if won else "")
+            + f"{beside(peers, 'append', 'appender')}{beside(peers, 'arrow', 'Arrow reader')}.")
+
+
+def beside(peers, way, what):
+    """The fastest of the other clients, compared with ours."""
+    times = [min(peers.others[clients[0], group]) / min(peers.others["module", group])
+             for group, clients in peers.groups().items() if group.startswith(way)]
+    return f"; the fastest other {what} takes {span(times)} times as long as ours" if times else ""
 
 
 def appending(figures):

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""What the other clients are held to: DuckDB's version."""
+"""What the other clients are held to: DuckDB's version, the rows; how they are run."""
 
 import re
 import sys
@@ -10,8 +10,8 @@ import peers
 
 
 def echo(*words):
-    """A client that prints these."""
-    return lambda database: [sys.executable, "-c", f"print({' '.join(words)!r})"]
+    """The command of a client that prints these."""
+    return [sys.executable, "-c", f"print({' '.join(words)!r})"]
 
 
 class Versions(unittest.TestCase):
@@ -31,14 +31,44 @@ class Versions(unittest.TestCase):
                 else:
                     self.assertRaises(OSError, peers.node_package)
 
-    def test_a_client_with_another_duckdb_is_left_out(self):
-        clients = {"right": echo("v" + peers.VERSION, "5", "0.5"), "old": echo("v0.1.2", "5", "0.5")}
-        left_out = []
-        self.assertEqual({"right"}, set(peers.keep_right_versions(clients, "database", left_out)))
-        self.assertEqual(["old: DuckDB 0.1.2"], left_out)
+    def test_pyarrow_is_that_of_the_tests(self):
+        self.assertRegex(peers.arrow_package(), r"^pyarrow==\d+\.\d+\.\d+$")
 
     def test_a_client_prints_version_units_and_seconds(self):
-        self.assertEqual(("1.2.3", 40, 0.25), peers.run_client(echo("v1.2.3", "40", "0.25")(""), ""))
+        self.assertEqual(("1.2.3", 40, 0.25), peers.run_client(echo("v1.2.3", "40", "0.25"), ""))
+        self.assertEqual(0.25e9 / 40, peers.nanoseconds_of(echo("v" + peers.VERSION, "40", "0.25"), "", 40))
+
+    def test_a_client_with_another_duckdb_has_no_figure(self):
+        self.assertRaisesRegex(ValueError, "DuckDB 0.1.2", peers.nanoseconds_of, echo("v0.1.2", "40", "0.25"), "")
+
+    def test_a_client_that_stores_fewer_or_other_rows_has_no_figure(self):
+        for stored in ("39", "0"):
+            client = echo("v" + peers.VERSION, stored, "0.25")
+            self.assertRaisesRegex(ValueError, f"{stored} units instead of 40", peers.nanoseconds_of, client, "", 40)
+
+
+class Plans(unittest.TestCase):
+    def plans(self, *names):
+        """Each command gives its arguments back."""
+        programs = {kind: {f"{kind} client": lambda *arguments: list(arguments)} for kind in peers.KINDS}
+        plans = peers.make_plans(programs, lambda workload: (workload + ".duckdb", "SELECT 1"), print, 5, names, 0.5)
+        return {key: (plan.args, most) for key, (plan, most) in plans.items()}
+
+    def test_each_group_has_our_cases_and_the_clients_of_its_kind(self):
+        self.assertEqual({("drain", "W1"), ("server cursor", "W1"), ("client cursor", "W1"), ("cells client", "W1"),
+                          ("module", "arrow-W4"), ("arrow client", "arrow-W4")}, set(self.plans("W1", "arrow-W4", "sizes")))
+
+    def test_a_client_gets_database_query_and_rows(self):
+        plans = self.plans("arrow-W2", "multi-row-W1", "append-W2")
+        self.assertEqual(((["W2.duckdb"], "SELECT 1"), 5), plans["arrow client", "arrow-W2"])
+        self.assertEqual(((["W1.duckdb", 50_000], "SELECT 1", 50_000), 2), plans["parameters client", "multi-row-W1"])
+        words, text, rows = plans["append client", "append-W2"][0]
+        self.assertEqual(([], 307_200, 3), (words, rows, text.count("\n")))
+        self.assertIn("ATTACH 'W2.duckdb'", text.splitlines()[0])
+
+    def test_a_kind_without_clients_is_not_run(self):
+        programs = {kind: {} for kind in peers.KINDS}
+        self.assertEqual({}, peers.make_plans(programs, None, None, 5, ["W1", "append-W1"], 1))
 
 
 class Rounds(unittest.TestCase):

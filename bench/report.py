@@ -58,8 +58,13 @@ LEAST_TIMES_ROWS = 1.8
 LEAST_TIMES_EXECUTEMANY = 3
 # How many times faster than as rows of parameters an appender must store rows of host values.
 LEAST_TIMES_PARAMETERS = 30
+# A client and a workload whose rounds are compared one by one.
+ROUND_BY_ROUND = ("Rust get::<Value>", "W3")
 KEEPING_CLIENTS = ("Python fetchall", "Node getRows")
 OURS = ("drain", "server cursor", "client cursor")
+# What else other clients do, by the beginning of the group's name: our way, and its unit. Whole times are compared.
+OTHER_WAYS = {"append": ("rows of host values", "row"), "arrow": ("Arrow stream of a server cursor", "cell"),
+              "multi-row": ("rows of parameters", "row")}
 
 Ratio = collections.namedtuple("Ratio", "group case baseline best middle most")
 # A target: what was measured, as text, and whether it was reached; None where nothing was measured.
@@ -146,12 +151,12 @@ class Memory:
 
 
 class Peers:
-    """Rounds of other clients and of our cursors, in processes of their own: by client and workload the
-    nanoseconds per cell of each round; the nanoseconds per row of executemany and of our rows of parameters."""
+    """Rounds of other clients and of our cases, in processes of their own: by client and workload the nanoseconds per
+    cell of each round; in `others`, by client and group, the nanoseconds per unit of the OTHER_WAYS."""
 
-    def __init__(self, cells, rows=None, left_out=()):
+    def __init__(self, cells, others=None, left_out=()):
         self.cells = cells
-        self.rows = rows or {}
+        self.others = others or {}
         self.left_out = list(left_out)
 
     def workloads(self):
@@ -163,8 +168,25 @@ class Peers:
     def delivery(self, client, workload, pick=min):
         return pick(self.cells[client, workload]) - pick(self.cells["drain", workload])
 
+    def rounds(self, client, workload):
+        """The delivery of each round."""
+        return [whole - drain for whole, drain in zip(self.cells[client, workload], self.cells["drain", workload])]
+
     def has(self, client, workload):
         return (client, workload) in self.cells
+
+    def groups(self):
+        """Those of `others` in which we and another client were measured, with the other clients by their least."""
+        found = {}
+        for client, group in self.others:
+            if client != "module" and ("module", group) in self.others:
+                found.setdefault(group, []).append(client)
+        return {group: sorted(clients, key=lambda client: min(self.others[client, group]))
+                for group, clients in found.items()}
+
+
+def way_of(group):
+    return OTHER_WAYS[group.rsplit("-", 1)[0]]
 
 
 def below(peers, case, client, workload):
@@ -186,10 +208,36 @@ def peer_targets(peers):
         for client in KEEPING_CLIENTS:
             targets.append(below(peers, "client cursor", client, workload) if peers.has(client, workload) else
                            Target(f"{workload}: client cursor / {client}", "", "less", None))
-    if len(peers.rows) == 2:
-        times = min(peers.rows["Python executemany"]) / min(peers.rows["module"])
-        targets.append(Target("multi-row-W1: rows of parameters / Python executemany", f"{times:.1f} times faster",
-                              f"{LEAST_TIMES_EXECUTEMANY} times", times >= LEAST_TIMES_EXECUTEMANY))
+    return targets + round_targets(peers) + other_targets(peers)
+
+
+def round_targets(peers):
+    """Texts must be delivered in less time than by Rust in each round, each of which is compared by itself. A round whose
+    drain took longer than the reading means nothing."""
+    client, workload = ROUND_BY_ROUND
+    if workload not in peers.workloads():
+        return []
+    if not peers.has(client, workload):
+        return [Target(f"{workload}: server cursor / {client}, in each round", "", "less", None)]
+    pairs = list(zip(peers.rounds("server cursor", workload), peers.rounds(client, workload)))
+    worst = max(pairs, key=lambda pair: pair[0] - pair[1])
+    return [Target(f"{workload}: server cursor / {client}, in each round",
+                   f"{worst[0]:.0f} ns / {worst[1]:.0f} ns in the worst", "less",
+                   all(0 < ours < theirs for ours, theirs in pairs))]
+
+
+def other_targets(peers):
+    targets = []
+    for group, clients in peers.groups().items():
+        ours, theirs = (min(peers.others[client, group]) for client in ("module", clients[0]))
+        what = f"{group}: {way_of(group)[0]} / {clients[0]}"
+        if group.startswith("multi-row"):
+            times = theirs / ours
+            targets.append(Target(what, f"{times:.1f} times faster", f"{LEAST_TIMES_EXECUTEMANY} times",
+                                  times >= LEAST_TIMES_EXECUTEMANY))
+        else:
+            targets.append(Target(what + (", the fastest of them" if len(clients) > 1 else ""), f"{ours:.1f} ns / {theirs:.1f} ns",
+                                  "not more", ours <= theirs))
     return targets
 
 
@@ -300,3 +348,23 @@ def peer_table(peers):
 
     return table(["client"] + [f">{workload}, ns per cell" for workload in workloads],
                  [(name, *[cell(name, workload) for workload in workloads]) for name in names])
+
+
+def other_way_table(peers):
+    """Each of our ways, and what other clients take for the same."""
+    def row(group, client, name):
+        done = peers.others[client, group]
+        times = statistics.median(done) / statistics.median(peers.others["module", group])
+        best = min(done) / min(peers.others["module", group])
+        return (group, name, way_of(group)[1], f"{min(done):.1f} / {statistics.median(done):.1f}", f"{best:.2f} / {times:.2f}")
+
+    rows = []
+    for group, clients in peers.groups().items():
+        rows.append(row(group, "module", way_of(group)[0]))
+        rows += [row(group, client, client) for client in clients]
+    return table(["workload", "client", "unit", ">ns per unit", ">times ours"], rows)
+
+
+def peer_tables(peers):
+    """Those that have rows."""
+    return "\n\n".join(([peer_table(peers)] if peers.cells else []) + ([other_way_table(peers)] if peers.groups() else []))

@@ -162,6 +162,11 @@ class Findings(unittest.TestCase):
 
     def test_the_fastest_client_is_compared_on_each_workload(self):
         self.assertIn("on 1 of 1 workloads (W1).", findings.other_clients(peers(server_cursor=30, client_cursor=50, Go=40)))
+        others = report.Peers({}, {("module", "append-W1"): [100], ("Rust", "append-W1"): [250], ("Go", "append-W1"): [300],
+                                   ("module", "append-W2"): [100], ("Rust", "append-W2"): [200]})
+        self.assertEqual("; the fastest other appender takes 2.00 to 2.50 times as long as ours",
+                         findings.beside(others, "append", "appender"))
+        self.assertEqual("", findings.beside(others, "arrow", "Arrow reader"))
         self.assertIn("on 0 of 1 workloads.", findings.other_clients(peers(server_cursor=50, client_cursor=50, Go=40)))
 
     def test_a_span_is_one_number_where_both_ends_are_equal(self):
@@ -205,8 +210,41 @@ class Peers(unittest.TestCase):
 
     def test_rows_of_parameters_must_be_three_times_faster_than_executemany(self):
         for ours, reached in (([100, 90], True), ([101], False)):
-            others = report.Peers({}, {"module": ours, "Python executemany": [300, 310]})
+            others = report.Peers({}, {("module", "multi-row-W1"): ours, ("Python executemany", "multi-row-W1"): [300, 310]})
             self.assertEqual([reached], [t.reached for t in report.peer_targets(others)], ours)
+
+    def test_an_appender_must_not_be_behind_the_fastest_other(self):
+        for ours, reached in (([100, 90], True), ([91], False)):
+            others = report.Peers({}, {("module", "append-W1"): ours, ("Go", "append-W1"): [95, 95], ("Rust", "append-W1"): [99, 90]})
+            self.assertEqual({"append-W1: rows of host values / Rust, the fastest of them": reached}, self.reached(others))
+
+    def test_an_arrow_stream_must_not_be_behind_another_client(self):
+        for ours, reached in ((10.0, True), (10.1, False)):
+            others = report.Peers({}, {("module", "arrow-W4"): [ours], ("pyarrow", "arrow-W4"): [10.0]})
+            self.assertEqual({"arrow-W4: Arrow stream of a server cursor / pyarrow": reached}, self.reached(others))
+
+    def test_a_group_that_only_we_have_is_not_compared(self):
+        self.assertEqual({}, self.reached(report.Peers({}, {("module", "arrow-W4"): [1.0]})))
+
+    def test_texts_must_be_below_rust_in_each_round(self):
+        what = "W3: server cursor / Rust get::<Value>, in each round"
+        for last, measured, reached in ((44, "34 ns / 35 ns in the worst", True), (47, "37 ns / 35 ns in the worst", False),
+                                        (9, "-1 ns / 35 ns in the worst", False)):
+            others = report.Peers({("drain", "W3"): [5, 10], ("server cursor", "W3"): [20, last],
+                                   ("client cursor", "W3"): [20, 20], ("Rust get::<Value>", "W3"): [70, 45]})
+            target = {t.what: t for t in report.peer_targets(others)}[what]
+            self.assertEqual((measured, reached), (target.measured, target.reached))
+        del others.cells["Rust get::<Value>", "W3"]
+        self.assertIsNone(self.reached(others)[what])
+
+    def test_the_table_of_other_ways_begins_with_ours(self):
+        others = report.Peers({}, {("Go", "append-W1"): [300.0, 400.0], ("Rust", "append-W1"): [150.0, 150.0],
+                                   ("module", "append-W1"): [100.0, 200.0]})
+        self.assertEqual(["| append-W1 | rows of host values | row | 100.0 / 150.0 | 1.00 / 1.00 |",
+                          "| append-W1 | Rust | row | 150.0 / 150.0 | 1.50 / 1.00 |",
+                          "| append-W1 | Go | row | 300.0 / 350.0 | 3.00 / 2.33 |"],
+                         report.other_way_table(others).splitlines()[2:])
+        self.assertEqual(report.other_way_table(others), report.peer_tables(others))
 
     def test_delivery_is_less_the_drain_of_the_same_rounds(self):
         others = report.Peers({("drain", "W1"): [10, 20, 30], ("Go", "W1"): [50, 70, 60]})

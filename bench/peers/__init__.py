@@ -1,12 +1,15 @@
-"""The clients that a user might choose instead, each reading the same queries cell by cell in its usual manner.
+"""The clients that a user might choose instead, each in its usual manner: they read the same queries cell by cell or as Arrow
+batches, and insert the same rows as parameters or through their appenders.
 
-Each is one small program in this folder. It reads the database from its argument and the query from standard input, and prints DuckDB's version, the cells that it read and the seconds from handing in the query to the last cell.
-Those that cannot be built here, or that use another DuckDB, are left out and reported."""
+Each is one or two small programs in this folder, which read what to do from their arguments and from standard input, and
+print DuckDB's version, the units that were read or stored and the seconds that it took. Those that cannot be built here,
+that use another DuckDB or that store other rows are left out and reported."""
 
 import functools
 import os
 import pathlib
 import random
+import re
 import shutil
 import subprocess
 import sys
@@ -20,10 +23,18 @@ PIN_FILE = HERE.parents[1] / "scripts" / f"duckdb-{os.environ.get('MDUCKDB_DUCKD
 PIN = dict(line.split("=", 1) for line in PIN_FILE.read_text().splitlines() if "=" in line)
 VERSION = PIN["DUCKDB_VERSION"]
 DUCKDB = pathlib.Path(os.environ.get("DuckDB_ROOT") or CACHE / f"duckdb-{VERSION}")
-WORKLOADS = ("W1", "W2", "W3")
+# What the clients do: the groups of mduckdb-bench that do the same, and the cases of ours that are run beside them.
+KINDS = {
+    "cells": (("W1", "W2", "W3"), report.OURS),
+    "parameters": (("multi-row-W1",), ("module",)),
+    "append": (("append-W1", "append-W2"), ("module",)),
+    "arrow": (("arrow-W1", "arrow-W2", "arrow-W3", "arrow-W4"), ("module",)),
+}
+# Each run takes most of a minute, with the making of the rows.
+MOST_ROUNDS = {"parameters": 2, "append": 3}
+# As many as those groups have.
 PARAMETER_ROWS = 100_000
-# Each run takes most of a minute.
-EXECUTEMANY_ROUNDS = 2
+APPEND_ROWS = 614_400
 
 
 def packed_version():
@@ -42,19 +53,31 @@ def copy(name):
     return WORK / name
 
 
+def arrow_package():
+    """As for the tests of the Arrow streams."""
+    return re.search(r"pyarrow==[\w.]+", (HERE.parents[1] / "scripts" / "arrow-readers").read_text()).group()
+
+
 def venv_python():
+    arrow = arrow_package()
     venv = WORK / "python" / f"venv-{VERSION}"
-    if not (venv / "ready").exists():
+    ready = venv / f"ready-{arrow}"
+    if not ready.exists():
         call(sys.executable, "-m", "venv", "--clear", venv)
-        call(venv / "bin" / "pip", "install", "-q", f"duckdb=={VERSION}")
-        (venv / "ready").touch()
+        call(venv / "bin" / "pip", "install", "-q", f"duckdb=={VERSION}", arrow)
+        ready.touch()
     return venv / "bin" / "python"
 
 
 def build_python():
-    python = venv_python()
-    return {f"Python {mode}": lambda db, mode=mode: [python, HERE / "python" / "read.py", db, mode]
-            for mode in ("fetchall", "fetchmany")}
+    python, scripts = venv_python(), HERE / "python"
+
+    def script(name, *modes):
+        return lambda *arguments: [python, scripts / name, *arguments, *modes]
+
+    return {"cells": {f"Python {mode}": script("read.py", mode) for mode in ("fetchall", "fetchmany")},
+            "parameters": {"Python executemany": script("executemany.py")},
+            "arrow": {f"pyarrow {mode}": script("arrow.py", mode) for mode in ("to_arrow_reader", "to_arrow_table")}}
 
 
 def node_package():
@@ -71,8 +94,10 @@ def build_node():
     if not ready.exists():
         call("npm", "install", "--silent", "--no-save", "--prefix", folder, package)
         ready.touch()
-    return {f"Node {mode}": lambda db, mode=mode: ["node", "--max-old-space-size=14000", folder / "read.mjs", db, mode]
-            for mode in ("getRows", "yieldRows")}
+    node = ["node", "--max-old-space-size=14000"]
+    return {"cells": {f"Node {mode}": lambda db, mode=mode: [*node, folder / "read.mjs", db, mode]
+                      for mode in ("getRows", "yieldRows")},
+            "append": {"Node DuckDBAppender": lambda: [*node, folder / "append.mjs"]}}
 
 
 def build_go():
@@ -80,7 +105,8 @@ def build_go():
     lib = DUCKDB / "lib"
     call("go", "build", "-mod=mod", "-tags=duckdb_use_lib", "-o", "peer", ".", cwd=folder, CGO_ENABLED="1",
          CGO_LDFLAGS=f"-L{lib} -lduckdb -Wl,-rpath,{lib}")
-    return {"Go Scan into any": lambda db: [folder / "peer", db]}
+    return {"cells": {"Go Scan into any": lambda db: [folder / "peer", db]},
+            "append": {"Go AppendRow": lambda: [folder / "peer", "append"]}}
 
 
 def build_rust():
@@ -88,7 +114,9 @@ def build_rust():
     lib = DUCKDB / "lib"
     call("cargo", "build", "-q", "--release", cwd=folder, DUCKDB_LIB_DIR=str(lib),
          DUCKDB_INCLUDE_DIR=str(DUCKDB / "include"), RUSTFLAGS=f"-C link-arg=-Wl,-rpath,{lib}")
-    return {"Rust get::<Value>": lambda db: [folder / "target" / "release" / "peer", db]}
+    program = folder / "target" / "release" / "peer"
+    return {"cells": {"Rust get::<Value>": lambda db: [program, db]},
+            "append": {"Rust append_rows": lambda: [program, "append"]}}
 
 
 def build_jdbc():
@@ -97,39 +125,63 @@ def build_jdbc():
     if not jar.exists():
         call("mvn", "-q", "dependency:copy", f"-Dartifact=org.duckdb:duckdb_jdbc:{VERSION}.0",
              f"-DoutputDirectory={folder}")
-    call("javac", "-d", folder, folder / "Read.java")
-    return {"JDBC getObject": lambda db: ["java", "-cp", f"{folder}:{jar}", "Read", db]}
+    call("javac", "-cp", jar, "-d", folder, folder / "Read.java", folder / "Append.java")
+    java = ["java", "-cp", f"{folder}:{jar}"]
+    return {"cells": {"JDBC getObject": lambda db: [*java, "Read", db]},
+            "append": {"JDBC DuckDBAppender": lambda: [*java, "Append"]}}
 
 
 def build_all(left_out):
-    """{client: command of a database}; the others are added to `left_out`."""
+    """{kind: {client: command of its arguments}}; those that cannot be built are added to `left_out`."""
     WORK.mkdir(parents=True, exist_ok=True)
-    clients = {}
+    programs = {kind: {} for kind in KINDS}
     for build in (build_python, build_node, build_go, build_rust, build_jdbc):
         try:
-            clients.update(build())
+            for kind, clients in build().items():
+                programs[kind].update(clients)
         except (OSError, subprocess.CalledProcessError) as error:
             left_out.append(f"{build.__name__[6:]}: {error}")
-    return clients
+    return programs
 
 
-def run_client(words, sql):
+def run_client(words, text):
     """DuckDB's version, units, seconds."""
-    output = subprocess.run([str(word) for word in words], input=sql, check=True, capture_output=True, text=True).stdout
+    output = subprocess.run([str(word) for word in words], input=text, check=True, capture_output=True, text=True).stdout
     version, units, seconds = output.split()
     return version.lstrip("v"), int(units), float(seconds)
 
 
-def keep_right_versions(clients, database, left_out):
-    """Those that bring the pinned DuckDB."""
-    right = {}
-    for client, command in clients.items():
-        version = run_client(command(database), "SELECT 1 AS one FROM range(20000)")[0]
-        if version == VERSION:
-            right[client] = command
-        else:
-            left_out.append(f"{client}: DuckDB {version}")
-    return right
+def nanoseconds_of(words, text, expected=None):
+    """Those of a unit. A ValueError where it is another DuckDB, or other units than expected."""
+    version, units, seconds = run_client(words, text)
+    if version != VERSION:
+        raise ValueError(f"DuckDB {version}")
+    if units == 0 or units != (expected or units):
+        raise ValueError(f"{units} units instead of {expected or 'some'}")
+    return seconds / units * 1e9
+
+
+def append_statements(database, query, rows):
+    """A line each: what attaches the database and makes the tables, the query of the rows, and the query of DuckDB's version
+    and of how many rows were stored, which is 0 if they are not the same."""
+    source = f"SELECT * FROM (FROM ({query}) UNION ALL FROM ({query})) LIMIT {rows}"
+    make = (f"ATTACH '{database}' AS source (READ_ONLY); SET search_path = 'memory.main,source.main'; "
+            + "; ".join(f"CREATE TABLE {table} AS FROM ({source}) LIMIT 0" for table in ("items", "warm_up")))
+    verify = ("SELECT version(), if(stored = given, count, 0) FROM (SELECT count(*) AS count, sum(hash(i)) AS stored FROM items i), "
+              f"(SELECT sum(hash(s)) AS given FROM ({source}) s)")
+    return f"{make}\n{source}\n{verify}\n"
+
+
+def client_run(kind, command, group, get_query, scale):
+    """What runs a client for the figure of one run."""
+    database, sql = get_query(group.removeprefix("multi-row-").removeprefix("append-").removeprefix("arrow-"))
+    if kind == "parameters":
+        rows = max(1, int(PARAMETER_ROWS * scale))
+        return functools.partial(nanoseconds_of, command(database, rows), sql, rows)
+    if kind == "append":
+        rows = max(1, int(APPEND_ROWS * scale))
+        return functools.partial(nanoseconds_of, command(), append_statements(database, sql, rows), rows)
+    return functools.partial(nanoseconds_of, command(database), sql)
 
 
 def run_rounds(plans, rounds):
@@ -148,40 +200,33 @@ def run_rounds(plans, rounds):
     return {key: done for key, done in figures.items() if key not in failed}, failed
 
 
+def make_plans(programs, get_query, run_ours, rounds, names, scale):
+    """{(client or case of ours, group): (what gives the nanoseconds of a unit in one run, the most rounds)}"""
+    plans = {}
+    for kind, (groups, ours) in KINDS.items():
+        most = min(rounds, MOST_ROUNDS.get(kind, rounds))
+        for group in (group for group in groups if group in names and programs[kind]):
+            plans.update({(case, group): (functools.partial(run_ours, group, case), most) for case in ours})
+            plans.update({(client, group): (client_run(kind, command, group, get_query, scale), most)
+                          for client, command in programs[kind].items()})
+    return plans
+
+
 def measure(get_query, run_ours, rounds, names, scale):
-    """Rounds of all clients and of our cases, in processes of their own, over those of `names` that there are.
+    """Rounds of all clients and of our cases, in processes of their own, over those of `names` that they have too.
     `get_query(workload)` gives database and query, `run_ours(group, case)` the nanoseconds a unit of one run."""
-    queries = {workload: get_query(workload) for workload in WORKLOADS if workload in names}
-    has_rows = "multi-row-W1" in names
-    if not queries and not has_rows:
-        sys.exit("--peers: the other clients read " + ", ".join(WORKLOADS) + " only")
-    rows_database, rows_query = get_query("W1")
+    known = [group for groups, _ in KINDS.values() for group in groups]
+    if not set(known) & set(names):
+        sys.exit("--peers: the other clients have these only: " + ", ".join(known))
     left_out = []
-    clients = keep_right_versions(build_all(left_out), rows_database, left_out)
-
-    def run_theirs(client, workload):
-        database, sql = queries[workload]
-        _, cells, seconds = run_client(clients[client](database), sql)
-        return seconds / cells * 1e9
-
-    def run_executemany():
-        words = [venv_python(), HERE / "python" / "executemany.py", rows_database, int(PARAMETER_ROWS * scale)]
-        _, rows, seconds = run_client(words, rows_query)
-        return seconds / rows * 1e9
-
-    plans = {(case, workload): (functools.partial(run_ours, workload, case), rounds)
-             for case in report.OURS for workload in queries}
-    plans.update({(client, workload): (functools.partial(run_theirs, client, workload), rounds)
-                  for client in clients for workload in queries})
-    if has_rows and "Python fetchall" in clients:
-        plans["module", "rows"] = (functools.partial(run_ours, "multi-row-W1", "module"), EXECUTEMANY_ROUNDS)
-        plans["Python executemany", "rows"] = (run_executemany, EXECUTEMANY_ROUNDS)
+    plans = make_plans(build_all(left_out), get_query, run_ours, rounds, names, scale)
     figures, failed = run_rounds(plans, rounds)
     left_out += [f"{client}, {what}: {error}" for (client, what), error in failed.items()]
     for line in left_out:
         print(f"left out: {line}", file=sys.stderr)
-    return report.Peers({key: done for key, done in figures.items() if key[1] != "rows"},
-                        {client: done for (client, what), done in figures.items() if what == "rows"}, left_out)
+    cells = KINDS["cells"][0]
+    return report.Peers({key: done for key, done in figures.items() if key[1] in cells},
+                        {key: done for key, done in figures.items() if key[1] not in cells}, left_out)
 
 
 def first_line(*words):

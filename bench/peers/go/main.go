@@ -1,4 +1,5 @@
-// Reads every cell of a query: peer DATABASE < SQL. Prints DuckDB's version, cells and seconds.
+// Reads every cell of a query, or appends rows: peer DATABASE < SQL, peer append < STATEMENTS. Prints DuckDB's version,
+// cells or rows, and seconds.
 package main
 
 import (
@@ -38,10 +39,10 @@ func read(db *sql.DB, query string) int {
 	return cells
 }
 
-func main() {
+func readCells(database string) {
 	query, err := io.ReadAll(os.Stdin)
 	check(err)
-	db, err := sql.Open("duckdb", os.Args[1]+"?access_mode=read_only&threads=1")
+	db, err := sql.Open("duckdb", database+"?access_mode=read_only&threads=1")
 	check(err)
 	var version string
 	check(db.QueryRow("SELECT version()").Scan(&version))
@@ -49,4 +50,12 @@ func main() {
 	start := time.Now()
 	cells := read(db, string(query))
 	fmt.Println(version, cells, time.Since(start).Seconds())
+}
+
+func main() {
+	if os.Args[1] == "append" {
+		appendRows()
+	} else {
+		readCells(os.Args[1])
+	}
 }

@@ -1,4 +1,7 @@
-// Reads every cell of a query: peer DATABASE < SQL. Prints DuckDB's version, cells and seconds.
+// Reads every cell of a query, or appends rows: peer DATABASE < SQL, peer append < STATEMENTS. Prints DuckDB's version, cells or
+// rows, and seconds.
+mod append;
+
 use duckdb::{types::Value, AccessMode, Config, Connection};
 use std::{env, error::Error, hint::black_box, io::read_to_string, io::stdin, time::Instant};
 
@@ -16,14 +19,21 @@ fn read(connection: &Connection, sql: &str) -> Result<usize, Box<dyn Error>> {
     Ok(cells)
 }
 
-fn main() -> Result<(), Box<dyn Error>> {
+/** DuckDB's version, cells, seconds. */
+fn read_cells(database: &str) -> Result<(String, usize, f64), Box<dyn Error>> {
     let sql = read_to_string(stdin())?;
     let config = Config::default().access_mode(AccessMode::ReadOnly)?.threads(1)?;
-    let connection = Connection::open_with_flags(env::args().nth(1).ok_or("no database")?, config)?;
-    let version: String = connection.query_row("SELECT version()", [], |row| row.get(0))?;
+    let connection = Connection::open_with_flags(database, config)?;
+    let version = connection.query_row("SELECT version()", [], |row| row.get(0))?;
     read(&connection, &format!("SELECT * FROM ({sql}) LIMIT 10000"))?;
     let start = Instant::now();
     let cells = read(&connection, &sql)?;
-    println!("{} {} {}", version, cells, start.elapsed().as_secs_f64());
+    Ok((version, cells, start.elapsed().as_secs_f64()))
+}
+
+fn main() -> Result<(), Box<dyn Error>> {
+    let what = env::args().nth(1).ok_or("no database")?;
+    let (version, units, seconds) = if what == "append" { append::append_rows()? } else { read_cells(&what)? };
+    println!("{version} {units} {seconds}");
     Ok(())
 }

@@ -1,0 +1,30 @@
+"""Reads a query's record batches to the end with pyarrow: arrow.py DATABASE MODE < SQL. Prints DuckDB's version, the cells
+and the seconds. A VARIANT is read as JSON, since this client exports none."""
+
+import sys
+import time
+
+import duckdb
+import pyarrow  # noqa: F401, loaded before the clock starts
+
+database, mode = sys.argv[1:3]
+sql = sys.stdin.read()
+connection = duckdb.connect(database, read_only=True, config={"threads": "1"})
+version = connection.execute("SELECT version()").fetchone()[0]
+columns = connection.execute(f"DESCRIBE {sql}").fetchall()
+items = [f"{name}::JSON AS {name}" if kind == "VARIANT" else name for name, kind, *_ in columns]
+sql = f"SELECT {', '.join(items)} FROM ({sql})"
+
+
+def read(query):
+    result = connection.execute(query)
+    if mode == "to_arrow_table":
+        table = result.to_arrow_table()
+        return table.num_rows * table.num_columns
+    return sum(batch.num_rows * batch.num_columns for batch in result.to_arrow_reader())
+
+
+read(f"{sql} LIMIT 10000")
+start = time.perf_counter()
+cells = read(sql)
+print(version, cells, time.perf_counter() - start)
