@@ -122,6 +122,7 @@ std::unique_ptr<SideConnection> DuckDBDatabase::PrepareBackup(Location folder, s
     auto connection = std::make_unique<SideConnection>(link_, engine_);
     const auto create_backup = nbx::mrsql::gCreateBackupLocation;
     const Location backup = create_backup != nullptr ? create_backup(folder) : nullptr;
+    link_->RequireConnection();  // the host may have closed the database meanwhile
     if (!backup) {
         ThrowError("DuckDBDatabase backup folder is not available");
     }

@@ -1,9 +1,12 @@
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <functional>
+#include <new>
 #include <random>
 #include <thread>
 
@@ -165,6 +168,75 @@ TEST_F(BackupFailure, WhoseFolderVanishesBeforeTheMarkerExportsNothing) {
     EXPECT_TRUE(duckdb_faults::get_Log("duckdb_prepare EXPORT").empty());
     EXPECT_FALSE(fs::exists(Path("backups")));
     nbx::mrsql::gCreateBackupLocation = make_backup_location;
+    ExpectUnharmed();
+}
+
+/** A host's hook that does something and then answers as the default does. The hook has no state. */
+std::function<void()>* gAct = nullptr;
+nbx::smart_ptr<nbx::I_Location> (*gMakeBackupLocation)(const nbx::smart_ptr<nbx::I_Location>&) = nullptr;
+
+class BackupHook : public BackupFailure {
+  protected:
+    void SetUp() override {
+        BackupFailure::SetUp();
+        gMakeBackupLocation = make_backup_location;
+        gAct = &act;
+        nbx::mrsql::gCreateBackupLocation = [](const nbx::smart_ptr<nbx::I_Location>& chosen) {
+            (*gAct)();
+            return gMakeBackupLocation(chosen);
+        };
+    }
+    void TearDown() override {
+        nbx::mrsql::gCreateBackupLocation = make_backup_location;
+        BackupFailure::TearDown();
+    }
+    /** Whether no file is there; a folder may be. */
+    bool IsEmpty() {
+        const fs::recursive_directory_iterator all(Path("backups"));
+        return std::none_of(begin(all), end(all), [](const auto& entry) { return entry.is_regular_file(); });
+    }
+
+    std::function<void()> act;
+};
+
+TEST_F(BackupHook, ThatThrowsEndsTheBackupBeforeAnythingIsWritten) {
+    act = [] { throw nbx::xException(0x1234, "the host's own"); };
+    EXPECT_THAT(BackUp(Path("backups")), HasSubstr("the host's own"));
+    EXPECT_TRUE(IsEmpty());
+    act = [] { throw std::bad_alloc(); };
+    EXPECT_THAT(BackUp(Path("backups")), HasSubstr("bad_alloc"));
+    EXPECT_TRUE(IsEmpty());
+    act = [] {};
+    ExpectUnharmed();
+}
+
+TEST_F(BackupHook, ThatClosesOrDropsTheDatabaseEndsTheBackupAndLosesNothing) {
+    act = [this] { database->Close(); };
+    EXPECT_THAT(BackUp(Path("backups")), HasSubstr("DuckDBDatabase is not open"));
+    EXPECT_TRUE(IsEmpty());
+    EXPECT_EQ(TryOpenElsewhere(Path(), true), "ok");
+    act = [] {};
+    database->Open();
+    EXPECT_EQ(Sum(), sum);
+    fs::create_directory(Path("good"));
+    act = [this] { database->Drop(); };
+    EXPECT_THAT(BackUp(Path("good")), HasSubstr("Can not be dropped"));
+    act = [] {};
+    database->Open();
+    EXPECT_EQ(Sum(), sum);
+}
+
+TEST_F(BackupHook, ThatRunsSqlOrAnotherBackupDisturbsNothing) {
+    fs::create_directory(Path("inner"));
+    act = [this] {
+        act = [] {};
+        EXPECT_EQ("1", QueryText(*database, "SELECT count(*) FROM a"));
+        EXPECT_EQ("none", BackUp(Path("inner")));
+    };
+    EXPECT_EQ("none", BackUp(Path("backups")));
+    for (const char* folder : {"inner", "backups"}) {
+        EXPECT_TRUE(fs::exists(OnlyIn(Path(folder)) / "load.sql")) << folder;
+    }
     ExpectUnharmed();
 }
 
