@@ -61,7 +61,7 @@ func appendRows() {
 	_, err = conn.ExecContext(context.Background(), readLine(lines))
 	check(err)
 	rows := readRows(conn, readLine(lines))
-	appendAll(conn, "warm_up", rows[:min(len(rows), 10000)])
+	appendAll(conn, "warm_up", rows)
 	start := time.Now()
 	appendAll(conn, "items", rows)
 	seconds := time.Since(start).Seconds()

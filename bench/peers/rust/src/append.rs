@@ -30,7 +30,7 @@ pub fn append_rows() -> Result<(String, usize, f64), Box<dyn Error>> {
     let connection = Connection::open_in_memory_with_flags(Config::default().threads(1)?)?;
     connection.execute_batch(&read_line()?)?;
     let rows = read_rows(&connection, &read_line()?)?;
-    append(&connection, "warm_up", &rows[..rows.len().min(10000)])?;
+    append(&connection, "warm_up", &rows)?;
     let start = Instant::now();
     append(&connection, "items", &rows)?;
     let seconds = start.elapsed().as_secs_f64();
