@@ -67,11 +67,11 @@ std::vector<Statement> SplitStatements(const std::string& sql) {
 
 using ResultPtr = nbx::smart_ptr<nbx::mrsql::I_DuckDBQueryResult>;
 
-ResultPtr RunSql(const DatabasePtr& database, const Arguments& arguments, const std::string& sql,
+ResultPtr RunSql(const DatabasePtr& database, const Arguments& arguments, const SqlText& sql,
                  const InterruptWatch& watch, RowProgress& progress) {
     const uint32_t location =
         arguments.cursor == "client" ? nbx::mrsql::kClientCursor : nbx::mrsql::kServerCursor;
-    const nbx::String text = FromUtf8(sql);
+    const nbx::String text = ReadSql(sql);
     if (!arguments.parameters_file.empty()) {
         return RunForEachRow(
             database, text, location, ReadParameterFile(arguments.parameters_file),
@@ -97,7 +97,7 @@ int RunAndPrint(Program& program, const Arguments& arguments, const DatabasePtr&
         return status;
     };
     try {
-        ResultPtr result = RunSql(database, arguments, std::string(sql.text), watch, progress);
+        ResultPtr result = RunSql(database, arguments, sql, watch, progress);
         progress = RowProgress();
         watch.EndProgress();
         PrintResults(std::move(result), printer, [&watch] { return watch.get_IsInterrupted(); });

@@ -58,7 +58,7 @@ Words SplitWords(const std::string& line) {
 }
 
 void RunSelect(Session& session, const std::string& sql) {
-    PrintCursor(session.get_Current().database->SqlSelect(FromUtf8(sql), nbx::mrsql::kServerCursor, nullptr),
+    PrintCursor(session.get_Current().database->SqlSelect(ReadSql(sql), nbx::mrsql::kServerCursor, nullptr),
                 session.get_Printer());
 }
 
@@ -151,7 +151,7 @@ void ImportCommand(Session& session, const Words& words) {
     const std::string count = "SELECT count(*) FROM " + QuoteTableName(words[1]);
     const bool exists = HasTable(database, words[1]);
     const InterruptWatch watch(database);
-    int64_t rows = database->SqlExecute(FromUtf8(MakeImportStatement(words[0], words[1], exists)), nullptr);
+    int64_t rows = database->SqlExecute(ReadSql(MakeImportStatement(words[0], words[1], exists)), nullptr);
     if (!exists) {
         rows = std::stoll(QueryTexts(database, count).at(0));
     }

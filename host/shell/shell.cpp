@@ -4,7 +4,10 @@
 #include <poll.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <chrono>
+#include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <utility>
@@ -52,6 +55,10 @@ bool IsBlank(const std::string& line) {
     return line.find_first_not_of(" \t\r\n") == std::string::npos;
 }
 
+[[noreturn]] void ThrowReadError(const std::string& file, int error) {
+    throw xUsageError(fmt::format("Cannot read '{}': {}.", file, std::strerror(error)));
+}
+
 /** Whether Ctrl-C is pressed within the time. */
 bool WaitForInterrupt(double seconds) {
     pollfd key = {get_InterruptDescriptor(), POLLIN, 0};
@@ -65,7 +72,8 @@ Shell::Shell(Session& session, bool is_interactive) : session_(session), is_inte
 }
 
 void Shell::RunStartUpFile(const std::string& name) {
-    if (std::ifstream(name).good()) {
+    std::error_code error;
+    if (std::filesystem::exists(name, error)) {
         RunReported({}, [&] { RunFile(name); });
     }
 }
@@ -104,7 +112,7 @@ bool Shell::Run(LineReader& reader) {
 void Shell::RunFile(const std::string& name) {
     std::ifstream file(name);
     if (!file) {
-        throw xUsageError(fmt::format("Cannot read '{}'.", name));
+        ThrowReadError(name, errno);
     }
     if (file_depth_ == kDeepestFile) {
         throw xUsageError("Too many nested .read commands. Do the files read each other?");
@@ -115,10 +123,11 @@ void Shell::RunFile(const std::string& name) {
     const std::string outer_file_name = std::exchange(file_name_, name);
     const std::unique_ptr<LineReader> reader = MakePipeReader(file);
     std::string line;
-    while (!session_.get_IsOver() && !is_bailing_ && reader->ReadLine({}, line) == ReadOutcome::kLine) {
+    while (!session_.get_IsOver() && !is_leaving_files_ && reader->ReadLine({}, line) == ReadOutcome::kLine) {
         ++line_number_;
         Accept(*reader, line);
     }
+    const int error = file.bad() ? errno : 0;
     const std::string rest = splitter_.TakeRest();
     if (!rest.empty()) {
         RunStatement(rest, splitter_.get_StatementLine());
@@ -126,7 +135,10 @@ void Shell::RunFile(const std::string& name) {
     line_number_ = outer_line_number;
     file_name_ = outer_file_name;
     --file_depth_;
-    is_bailing_ = is_bailing_ && file_depth_ > 0;
+    is_leaving_files_ = is_leaving_files_ && file_depth_ > 0;
+    if (error != 0) {
+        ThrowReadError(name, error);
+    }
 }
 
 void Shell::Repeat(double seconds, uint64_t count) {
@@ -180,7 +192,7 @@ void Shell::Accept(LineReader& reader, const std::string& line) {
     }
     splitter_.Add(line + "\n");
     for (std::string statement;
-         !session_.get_IsOver() && !is_bailing_ && splitter_.TakeStatement(statement);) {
+         !session_.get_IsOver() && !is_leaving_files_ && splitter_.TakeStatement(statement);) {
         if (is_kept_) {
             reader.AddToHistory(statement);
         }
@@ -203,7 +215,7 @@ void Shell::RunStatement(const std::string& statement, int64_t line) {
     if (is_paging_) {
         session_.BeginPage();
     }
-    RunReported(sql, [&] { is_procedure ? RunCall(sql) : RunSql(statement); });
+    RunReported(sql, [&] { is_procedure ? RunCall(sql) : RunSql(sql); });
     RunReported(sql, [this] { session_.EndStatement(); });
     session_.EndPage();
     if (session_.get_HasTimer()) {
@@ -233,10 +245,10 @@ void Shell::RunCall(const SqlText& statement) {
     }
 }
 
-void Shell::RunSql(const std::string& statement) {
+void Shell::RunSql(const SqlText& statement) {
     const DatabasePtr database = session_.get_Current().database;
     InterruptWatch watch(database);
-    auto result = database->SqlQuery(FromUtf8(statement), session_.get_CursorLocation(), nullptr);
+    auto result = database->SqlQuery(ReadSql(statement), session_.get_CursorLocation(), nullptr);
     watch.EndProgress();
     PrintResults(std::move(result), session_.get_Printer(), [&watch] { return watch.get_IsInterrupted(); });
     if (watch.get_IsInterrupted()) {
@@ -256,9 +268,10 @@ void Shell::RunReported(const SqlText& sql, const std::function<void()>& work) {
         session_.DropPrinter();
     } catch (const nbx::xInterruptError&) {
         Report("Interrupted: " + DescribeStart(sql.text));
-        // After an interrupt, the rest of a pasted script should not run either.
+        // After an interrupt, the rest of a pasted script or of a file should not run either.
         splitter_.Clear();
         is_interrupted_ = true;
+        is_leaving_files_ = file_depth_ > 0;
         if (!is_interactive_) {
             session_.Quit();
         }
@@ -270,10 +283,10 @@ void Shell::RunReported(const SqlText& sql, const std::function<void()>& work) {
 
 void Shell::Bail(const SqlText& sql) {
     // What a person enters is no script; neither is the rest of it behind a failed `.read`.
-    if (!session_.get_Bails() || !get_IsScript() || is_bailing_) {
+    if (!session_.get_Bails() || !get_IsScript() || is_leaving_files_) {
         return;
     }
-    is_bailing_ = true;
+    is_leaving_files_ = true;
     splitter_.Clear();
     PrintError(fmt::format("Stopped at {}line {}: {}", file_name_.empty() ? "" : file_name_ + ", ", sql.line,
                            DescribeStart(sql.text)));

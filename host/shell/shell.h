@@ -41,7 +41,7 @@ class Shell : StatementRunner {
         place of the statement in its script. */
     void RunStatement(const std::string& statement, int64_t line);
     void RunCall(const SqlText& statement);
-    void RunSql(const std::string& statement);
+    void RunSql(const SqlText& statement);
     /** Runs the work and reports what it throws. `sql` is the text that an error's position refers to. */
     void RunReported(const SqlText& sql, const std::function<void()>& work);
     void Report(const std::string& text);
@@ -68,8 +68,8 @@ class Shell : StatementRunner {
     /** Of the file that is being read; empty for a pipe or a terminal. */
     std::string file_name_;
     bool is_paging_ = true;
-    /** Whether `.bail` ends the files that are being read. */
-    bool is_bailing_ = false;
+    /** Whether the files that are being read end: after Ctrl-C, and after an error if `.bail` is on. */
+    bool is_leaving_files_ = false;
 };
 
 }  // namespace mduckdb_host

@@ -95,6 +95,15 @@ std::string MakeCaret(const SqlText& sql_text, int64_t position) {
     return fmt::format("{}{}{}\n{}^", start, right.text, right.is_cut ? "…" : "", blanks);
 }
 
+nbx::String ReadSql(const SqlText& sql) {
+    const std::size_t wrong = FindInvalidUtf8(sql.text);
+    if (wrong < sql.text.size()) {
+        throw std::runtime_error("The statement is not valid UTF-8.\n\n" +
+                                 MakeCaret(sql, static_cast<int64_t>(wrong)));
+    }
+    return FromUtf8(sql.text);
+}
+
 std::string DescribeError(const DuckDBError& error, const SqlText& sql) {
     std::string text =
         error.type.empty() ? error.message : fmt::format("{} Error: {}", error.type, error.message);

@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include "nbx/string.h"
+
 namespace mduckdb_host {
 
 /** An error as DuckDB reports it. */
@@ -35,6 +37,10 @@ struct SqlText {
     /** Whether it is one statement of several. Then an error without a place names the line, too. */
     bool is_in_script = false;
 };
+
+/** The statement for the module. With bytes replaced it would mean something else: throws
+    `std::runtime_error`, which shows the place, if it is not valid UTF-8. */
+nbx::String ReadSql(const SqlText& sql);
 
 /** The line of the SQL that contains the position, and a caret under it; empty when there is no such
     position. Long lines are cut on both sides. */

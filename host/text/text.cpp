@@ -82,6 +82,10 @@ void InitDisplayWidth() {
     }
 }
 
+std::size_t FindInvalidUtf8(std::string_view text) {
+    return static_cast<std::size_t>(utf8::find_invalid(text.begin(), text.end()) - text.begin());
+}
+
 int DisplayWidth(std::string_view text) {
     int width = 0;
     while (!text.empty()) {

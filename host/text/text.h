@@ -15,6 +15,9 @@ using nbx::ToUtf8;
     start. */
 void InitDisplayWidth();
 
+/** The first byte that is not valid UTF-8; the text's size if there is none. */
+std::size_t FindInvalidUtf8(std::string_view text);
+
 /** Columns that the text occupies on a terminal: 2 for wide characters (Chinese, Japanese, Korean, emoji), 0
     for combining ones, 1 for a byte that is not valid UTF-8. */
 int DisplayWidth(std::string_view text);

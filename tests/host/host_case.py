@@ -23,9 +23,9 @@ class HostCase(unittest.TestCase):
         return os.path.join(self.folder, name)
 
     def run_host(self, *arguments, stdin="", **more):
-        """The finished process, texts decoded."""
-        return subprocess.run([HOST, *arguments], input=stdin.encode(), capture_output=True, cwd=self.folder,
-                              timeout=60, **more)
+        """The finished process. `stdin` is text or bytes."""
+        sent = stdin if isinstance(stdin, bytes) else stdin.encode()
+        return subprocess.run([HOST, *arguments], input=sent, capture_output=True, cwd=self.folder, timeout=60, **more)
 
     def output(self, *arguments, status=0, **more):
         """What a call prints; its status is checked, and that it says nothing on stderr when it worked."""

@@ -75,6 +75,14 @@ class PathsTest(HostCase):
                 self.assertIn(b"'x\xff.db' is not valid UTF-8.", done.stderr)
         self.assertEqual(self.files(), before)
 
+    def test_sql_that_is_not_utf8_is_refused_instead_of_changed(self):
+        self.make("x.db", 1)
+        done = subprocess.run([HOST.encode(), b"sql", b"x.db", b"INSERT INTO t\n VALUES ('\xfc')"], cwd=self.folder,
+                              capture_output=True, timeout=60, check=False)
+        self.assertEqual(done.returncode, 1, done.stdout)
+        self.assertEqual(done.stderr.decode(),
+                         "The statement is not valid UTF-8.\n\nLINE 2:  VALUES ('\ufffd')\n" + " " * 18 + "^\n")
+
     def test_in_a_working_folder_that_is_gone_a_relative_path_is_an_error(self):
         self.make("x.db", 1)
         script = f'mkdir gone && cd gone && rmdir ../gone && "{HOST}" "$@"'

@@ -22,6 +22,14 @@ class PipeShellTest(HostCase):
         self.assertEqual(out, "a\n1\n\nb\n2\n\nc\n3\n\nd\n4\n")
         self.assertEqual(error, "")
 
+    def test_a_statement_that_is_not_utf_8_is_refused_instead_of_changed(self):
+        out, error = self.shell(b"CREATE TABLE t (s VARCHAR);\n\nINSERT INTO t VALUES ('\xfc');\n"
+                                b"SELECT count(*) AS n FROM t;\n.tables '\xfc'\n", status=1)
+        self.assertEqual(out, "n\n0\n")
+        self.assertIn("The statement is not valid UTF-8.\n\nLINE 3: INSERT INTO t VALUES ('\ufffd');\n" + " " * 31 + "^\n",
+                      error)
+        self.assertEqual(error.count("not valid UTF-8"), 2)
+
     def test_semicolons_in_quotes_and_comments_end_nothing(self):
         out, _ = self.shell("-- a; comment\nSELECT 'a;\nb' AS t, $$c;$$ AS d /* ; */;\n")
         self.assertEqual(out, 't,d\n"a;\nb",c;\n')
@@ -152,6 +160,22 @@ class PipeShellTest(HostCase):
         self.assertEqual(out, "2 rows imported\n2 rows imported\nn,s\n4,6\n4 rows imported\n\nn\n4\n")
         self.assertIn("nope.csv", self.shell(".import nope.csv t\n", status=1)[1])
 
+    def test_import_reads_each_format_by_the_end_of_the_file_name(self):
+        with open(self.path("a.jsonl"), "w") as file:
+            file.write('{"i": 1, "s": "a,b"}\n{"i": 2, "s": null}\n')
+        rows = "SELECT i, s FROM 'a.jsonl'"
+        files = {"b.JSON": "(FORMAT json, ARRAY true)", "c.ndjson": "(FORMAT json)", "d.parquet": "(FORMAT parquet)",
+                 "e.csv.gz": "(FORMAT csv, COMPRESSION gzip)", "f.tsv": "(FORMAT csv, DELIMITER '\t')"}
+        for name, options in files.items():
+            self.execute(":memory:", f"COPY ({rows}) TO '{self.path(name)}' {options}")
+        for name in ("a.jsonl", *files):
+            with self.subTest(name):
+                # The second time it appends to the table in the schema, however the names are written.
+                out, error = self.shell(f"CREATE SCHEMA s;\n.import {name} s.t\n.import {name} S.T\n"
+                                        f"SELECT count(*) AS n FROM (FROM s.t EXCEPT ALL ({rows} UNION ALL {rows}));\n"
+                                        "SELECT count(*) AS n FROM s.t;\n")
+                self.assertEqual((out, error), ("2 rows imported\n2 rows imported\nn\n0\n\nn\n4\n", ""))
+
     def test_dump_is_sql_that_creates_the_same_database(self):
         make = r"""
             CREATE SCHEMA "we ird"; CREATE SEQUENCE s START 5; CREATE TYPE mood AS ENUM ('ok', 'sad');
@@ -239,7 +263,9 @@ class PipeShellTest(HostCase):
                            (".cursor", "Usage: .cursor server|client"),
                            (".timer maybe", "Unknown setting 'maybe'. Use on or off."),
                            (".use nope", "No open database is named 'nope'"), (".close nope", "'nope'"),
-                           (".", "Ambiguous command"), (".read nope", "Cannot read 'nope'.")):
+                           (".", "Ambiguous command"),
+                           (".read nope", "Cannot read 'nope': No such file or directory."),
+                           (".read .", "Cannot read '.': Is a directory.")):
             with self.subTest(line=line):
                 self.assertIn(text, self.shell(line + "\n", status=1)[1])
 

@@ -46,6 +46,25 @@ class TerminalTest(TerminalCase):
         shell.expect("│ still here │")
         self.leave(shell)
 
+    def test_ctrl_c_ends_the_files_that_are_being_read(self):
+        with open(self.path("inner.sql"), "w") as file:
+            file.write("SELECT count(*) FROM range(1000000000) a, range(1000000) b;\nSELECT 'not run' AS t;\n")
+        with open(self.path("outer.sql"), "w") as file:
+            file.write(".read inner.sql\nSELECT 'not run' AS t;\n")
+        shell = self.start()
+        shell.send(".read outer.sql\n")
+        shell.expect("(Ctrl-C interrupts)")
+        shell.send("\x03")
+        shell.expect("Interrupted: SELECT count(*)")
+        shell.send("SELECT 'still here' AS t;\n")
+        self.assertNotIn("not run", shell.expect("│ still here │"))
+        # The next file is read whole.
+        with open(self.path("inner.sql"), "w") as file:
+            file.write("SELECT 'inner' AS t;\n")
+        shell.send(".read outer.sql\n")
+        self.assertIn("│ inner │", shell.expect("│ not run │"))
+        self.leave(shell)
+
     def test_edit_runs_the_last_statement_as_the_editor_leaves_it(self):
         shell = self.start(more={"VISUAL": "sed -i s/40/41/"})
         shell.send("SELECT 40\n + 1 AS answer;\n")
@@ -134,8 +153,13 @@ class TerminalTest(TerminalCase):
         self.assertIn("│ true │", shell.expect("1 row"))
         shell.send(".mode ma\t\nSELECT 1 AS a;\n")
         shell.expect("| ---: |")
-        shell.send(".mode table\n.timer of\t\n.use mem\t\n.cursor se\t\n.help .proc\t\n")
-        shell.expect("list the procedures for CALL")
+        shell.send(".open x.db other\n")
+        for line in (".mode ta", ".timer of", ".use mem", ".cursor se", ".close oth", ".help .proc"):
+            shell.send(line + "\t\n")
+        written = shell.expect("list the procedures for CALL")
+        # A word that is not completed is an error.
+        for error in ("Unknown", "No open database"):
+            self.assertNotIn(error, written)
         self.leave(shell)
 
     def test_an_interactive_shell_runs_its_start_up_file_first(self):
@@ -156,6 +180,25 @@ class TerminalTest(TerminalCase):
         shell.expect("Table with name started does not exist")
         done = self.run_host("shell", stdin="FROM started;", env={**os.environ, **environment})
         self.assertEqual(done.returncode, 1)
+
+    def test_the_start_up_file_is_in_the_home_folder_unless_an_absolute_path_says_otherwise(self):
+        for folder, text in ((".config", "home"), ("named", "named")):
+            os.makedirs(self.path(folder + "/mduckdb"))
+            with open(self.path(folder + "/mduckdb/shellrc"), "w") as file:
+                file.write(f"SELECT 'from {text}' AS t;\n")
+        for named, text in ((self.path("named"), "named"), ("", "home"), ("named", "home")):
+            with self.subTest(named):
+                shell = self.open("shell", more={"HOME": self.folder, "XDG_CONFIG_HOME": named})
+                self.assertIn(f"│ from {text} │", shell.expect("memory> "))
+                self.leave(shell)
+
+    def test_a_start_up_file_that_cannot_be_read_is_reported(self):
+        os.makedirs(self.path("mduckdb/shellrc"))
+        shell = self.open("shell", more={"XDG_CONFIG_HOME": self.folder})
+        self.assertIn("mduckdb/shellrc': Is a directory.", shell.expect("memory> "))
+        shell.send("SELECT 'still here' AS t;\n")
+        shell.expect("│ still here │")
+        self.leave(shell)
 
     def test_a_dumb_terminal_gets_no_escapes_from_the_shell(self):
         shell = self.open("shell", term="dumb")
