@@ -165,7 +165,8 @@ class PipeShellTest(HostCase):
             file.write('{"i": 1, "s": "a,b"}\n{"i": 2, "s": null}\n')
         rows = "SELECT i, s FROM 'a.jsonl'"
         files = {"b.JSON": "(FORMAT json, ARRAY true)", "c.ndjson": "(FORMAT json)", "d.parquet": "(FORMAT parquet)",
-                 "e.csv.gz": "(FORMAT csv, COMPRESSION gzip)", "f.tsv": "(FORMAT csv, DELIMITER '\t')"}
+                 "e.csv.gz": "(FORMAT csv, COMPRESSION gzip)", "f.tsv": "(FORMAT csv, DELIMITER '\t')",
+                 "g.json.gz": "(FORMAT json, COMPRESSION gzip)"}
         for name, options in files.items():
             self.execute(":memory:", f"COPY ({rows}) TO '{self.path(name)}' {options}")
         for name in ("a.jsonl", *files):
