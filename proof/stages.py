@@ -51,6 +51,7 @@ STAGES = (
             Step("database_every_call_test", variables={"MDUCKDB_TEST_EVERY_CALL": "1"}),
             Step("statement_faults_tests"),
             Step("database_test", "*Failure*:*Interrupt*:*BackReference*"),
+            Step("database_deadline_test", "*Interrupt*"),
             Step("database_stream_test"),
             Step("database_error_facts_test"),
             Step("handed_on_tests"),
