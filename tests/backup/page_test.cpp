@@ -1,8 +1,10 @@
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <string_view>
 
 #include "backup/comparison.h"
 #include "backup/export_check.h"
@@ -83,17 +85,32 @@ std::string KeptByExport(const PlainEngine& source, const std::string& folder) {
     }
 }
 
+/** The sample's line of the page. */
+std::string LineOf(const Sample& sample) {
+    const TempFolder folder;
+    const PlainEngine source(MakeDatabase(folder, sample));
+    return std::string("| ") + sample.what + " | " + KeptBySnapshot(source, folder / "snap.db") + " | " +
+           KeptByExport(source, folder / "export") + " |\n";
+}
+
 TEST(BackupsPage, ShowsWhatEachKindOfBackupKeeps) {
-    std::string table = "| | snapshot | backup |\n|---|---|---|\n";
-    for (const Sample& sample : kSamples) {
-        const TempFolder folder;
-        const PlainEngine source(MakeDatabase(folder, sample));
-        table += std::string("| ") + sample.what + " | " + KeptBySnapshot(source, folder / "snap.db") +
-                 " | " + KeptByExport(source, folder / "export") + " |\n";
-    }
     std::ifstream file(BACKUPS_PAGE, std::ios::binary);
     const std::string page{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+#ifdef MDUCKDB_TEST_IS_SANITIZED
+    // Each sample takes seconds, and most of them run the same code: one for each pair of answers.
+    for (const char* what : {"foreign keys", "comments", "VARIANT"}) {
+        const auto* sample = std::find_if(std::begin(kSamples), std::end(kSamples), [&](const Sample& each) {
+            return std::string_view(each.what) == what;
+        });
+        EXPECT_THAT(page, testing::HasSubstr(LineOf(*sample)));
+    }
+#else
+    std::string table = "| | snapshot | backup |\n|---|---|---|\n";
+    for (const Sample& sample : kSamples) {
+        table += LineOf(sample);
+    }
     EXPECT_THAT(page, testing::HasSubstr(table));
+#endif
 }
 
 }  // namespace
