@@ -10,7 +10,7 @@
 extern "C" {
 
 /** The position of a reader of a result, with the pins that keep its rows in memory. */
-typedef struct _duckdb_result_scan {
+typedef struct duckdb_result_scan_data {
     void* internal_ptr;
 } * duckdb_result_scan;
 

@@ -20,7 +20,7 @@
 #include "support/temp_folder.h"
 #include "support/test_host.h"
 
-struct _duckdb_result_scan;
+struct duckdb_result_scan_data;
 
 namespace {
 

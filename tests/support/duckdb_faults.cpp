@@ -8,7 +8,7 @@
 #include <type_traits>
 
 /** The module's own, as its plain functions declare it. */
-struct _duckdb_result_scan;
+struct duckdb_result_scan_data;
 
 namespace duckdb_faults {
 
