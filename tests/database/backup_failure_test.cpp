@@ -182,7 +182,9 @@ class BackupHook : public BackupFailure {
         gMakeBackupLocation = make_backup_location;
         gAct = &act;
         nbx::mrsql::gCreateBackupLocation = [](const nbx::smart_ptr<nbx::I_Location>& chosen) {
-            (*gAct)();
+            // A copy, since an act may replace itself.
+            const std::function<void()> running = *gAct;
+            running();
             return gMakeBackupLocation(chosen);
         };
     }
@@ -234,8 +236,8 @@ TEST_F(BackupHook, ThatRunsSqlOrAnotherBackupDisturbsNothing) {
         EXPECT_EQ("none", BackUp(Path("inner")));
     };
     EXPECT_EQ("none", BackUp(Path("backups")));
-    for (const char* folder : {"inner", "backups"}) {
-        EXPECT_TRUE(fs::exists(OnlyIn(Path(folder)) / "load.sql")) << folder;
+    for (const char* name : {"inner", "backups"}) {
+        EXPECT_TRUE(fs::exists(OnlyIn(Path(name)) / "load.sql")) << name;
     }
     ExpectUnharmed();
 }
