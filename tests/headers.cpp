@@ -1,0 +1,4 @@
+// The program whose compiled header the test programs use; see CMakeLists.txt.
+int main() {
+    return 0;
+}
