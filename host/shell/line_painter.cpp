@@ -70,6 +70,33 @@ void AppendCharacter(std::string& text, wchar_t character) {
 
 }  // namespace
 
+int FindRowToRedraw(const EditedLine& line) {
+    Place place(line);
+    int cursor_row = 0;
+    bool has_wide = false;
+    for (std::size_t i = 0; i <= line.text.size(); ++i) {
+        const bool is_end = i == line.text.size();
+        const bool is_break = !is_end && line.text[i] == L'\n';
+        const int width = is_end || is_break ? 0 : ::wcwidth(line.text[i]);
+        if (width < 0) {
+            return -1;
+        }
+        if (!is_break) {
+            place.Begins(width);
+        }
+        if (i == line.cursor) {
+            cursor_row = place.get_CursorRow();
+        }
+        if (is_break) {
+            place.NextRow();
+        }
+        place.Advance(width);
+        has_wide = has_wide || width > 1;
+    }
+    const int rows = place.get_CursorRow() + 1;
+    return has_wide && rows > 1 && rows <= line.lines ? cursor_row : -1;
+}
+
 std::string PaintLine(const EditedLine& line, std::string_view kinds, const std::string& hint) {
     Place place(line);
     std::string painted;

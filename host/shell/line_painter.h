@@ -16,6 +16,10 @@ struct EditedLine {
     int lines = 24;
 };
 
+/** The row of the cursor, counted from the prompt's, if the line must be drawn anew: it has several rows and
+   wide characters. -1 otherwise, and if the place of each character on the screen is not certain. */
+int FindRowToRedraw(const EditedLine& line);
+
 /** What paints colours over the line, which is on the screen already, and the hint behind it, and returns the
    cursor to its place. `kinds` has a `TextKind` for each character. The hint is cut at the end of the row.
    Empty if the place of each character on the screen is not certain. */

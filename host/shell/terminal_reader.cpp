@@ -207,7 +207,8 @@ class TerminalReader final : public LineReader {
         const LineInfoW* const info = el_wline(editor_.get());
         const std::ptrdiff_t length = info->lastchar - info->buffer;
         pollfd keys = {STDIN_FILENO, POLLIN, 0};
-        if (!has_colours_ || is_pasting_ || length == 0 || length > kLongest || ::poll(&keys, 1, 0) != 0) {
+        if (!UnderstandsEscapes() || is_pasting_ || length == 0 || length > kLongest ||
+            ::poll(&keys, 1, 0) != 0) {
             return;
         }
         const EditedLine line{{info->buffer, static_cast<std::size_t>(length)},
@@ -215,11 +216,29 @@ class TerminalReader final : public LineReader {
                               DisplayWidth(prompt_),
                               screen_.get_Columns(),
                               screen_.get_Lines()};
+        RedrawWideCharacters(line);
+        if (!has_colours_) {
+            return;
+        }
         const std::string hint = info->cursor == info->lastchar ? FindHint(ToText(line.text)) : std::string();
         const std::string painted = PaintLine(line, ClassifyCharacters(line.text), hint);
         std::fputs(painted.c_str(), stdout);
         std::fflush(stdout);
         is_hint_shown_ = !painted.empty() && !hint.empty();
+    }
+
+    /** libedit loses the column when it changes a row after the first that contains wide characters, and then
+        writes over others. Drawn anew, all rows are right. */
+    void RedrawWideCharacters(const EditedLine& line) {
+        const int row = FindRowToRedraw(line);
+        if (row >= 0) {
+            std::fputs("\r", stdout);
+            if (row > 0) {
+                fmt::print(stdout, "\x1b[{}A", row);
+            }
+            std::fputs("\x1b[J", stdout);
+            el_set(editor_.get(), EL_REFRESH);
+        }
     }
 
     static std::string ToText(std::wstring_view characters) {

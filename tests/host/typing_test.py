@@ -4,6 +4,7 @@ import pathlib
 import sys
 import time
 import unittest
+from random import Random
 
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent.parent / "docs"))
 import screen  # noqa: E402
@@ -102,6 +103,42 @@ class TypingTest(TerminalCase):
         self.assertEqual(shown[0], shown[1])
         self.assertIn("/* a */", shown[0][0][0])
         self.assertGreater(len(shown[0][0]), 1)
+
+    def press(self, shell, shown, keys, expected):
+        """Presses the keys and waits until the screen shows the line, but not for ever."""
+        shell.send(keys)
+        end = time.monotonic() + 60
+        while time.monotonic() < end:
+            shell.read(0.05)
+            shown.write(shell.text)
+            shell.text = ""
+            if shown.text() == expected:
+                return
+        self.assertEqual(shown.text(), expected)
+
+    def test_wide_characters_in_several_rows_stay_where_they_are(self):
+        for more in ({}, {"NO_COLOR": "1"}):
+            random = Random(7)
+            shell = self.start(more=more)
+            shown = screen.Screen(100)
+            shown.write("memory> ")
+            text, cursor = "", 0
+            for step in range(25):
+                if step == 0:
+                    keys, text = ("'" + "a" * 87 + "日本語' as q",) * 2
+                    cursor = len(text)
+                elif cursor > 0 and random.random() < 0.3:
+                    keys, text, cursor = "\x7f", text[:cursor - 1] + text[cursor:], cursor - 1
+                else:
+                    cursor = random.choice((0, cursor, cursor, len(text), random.randrange(len(text))))
+                    new = random.choice("xy日本é")
+                    keys, text = "\x01" + "\x06" * cursor + new, text[:cursor] + new + text[cursor:]
+                    cursor += 1
+                expected = screen.Screen(100)
+                expected.write("memory> " + text)
+                self.press(shell, shown, keys, expected.text())
+            shell.send("\x03")
+            self.leave(shell)
 
     def test_without_colours_or_escapes_nothing_is_painted(self):
         for more, term in (({"NO_COLOR": "1"}, "xterm"), ({}, "dumb")):
