@@ -2,13 +2,14 @@
 
 #include "base/holders.h"
 #include "base/open_duckdb.h"
+#include "duckdb_internals/engine_settings.h"
 
 namespace mduckdb {
 
 FileEngine::FileEngine(const std::string& file, Access access, const std::string& memory_limit,
                        const std::string& spill_folder) {
     ConfigHolder config;
-    if (duckdb_create_config(config.Receive()) != DuckDBSuccess) {
+    if (duckdb_create_config(config.Receive()) != DuckDBSuccess || !WriteEngineSettings(config.get())) {
         throw BackupError("Failed to create DuckDB config");
     }
     duckdb_set_config(config.get(), "access_mode", access == Access::reading ? "READ_ONLY" : "READ_WRITE");

@@ -3,6 +3,7 @@
 #include <stdexcept>
 
 #include "base/text.h"
+#include "duckdb_internals/engine_settings.h"
 
 namespace mduckdb {
 
@@ -40,7 +41,7 @@ const OptionRow kOptionRows[] = {
 }  // namespace
 
 Configuration::Configuration() {
-    if (duckdb_create_config(config_.Receive()) != DuckDBSuccess) {
+    if (duckdb_create_config(config_.Receive()) != DuckDBSuccess || !WriteEngineSettings(config_.get())) {
         throw std::runtime_error("Failed to create DuckDB config");
     }
 }

@@ -1,7 +1,9 @@
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 
 #include "database_test_base.h"
+#include "support/expected_by_version.h"
 
 namespace {
 
@@ -10,12 +12,16 @@ using duckdb_faults::get_Log;
 using nbx::mrsql::DuckDBDatabaseOptions;
 using Lines = std::vector<std::string>;
 
+/** The keys of one configuration after those that every configuration of this DuckDB begins with. */
 Lines WrittenKeys() {
+    const Lines& settings = get_ExpectedByVersion().engine_settings;
     Lines lines = get_Log("duckdb_set_config ");
     for (std::string& line : lines) {
         line.erase(0, std::string("duckdb_set_config ").size());
     }
-    return lines;
+    const auto own = lines.begin() + static_cast<std::ptrdiff_t>(std::min(settings.size(), lines.size()));
+    EXPECT_EQ(Lines(lines.begin(), own), settings);
+    return {own, lines.end()};
 }
 
 DuckDBDatabaseOptions Everything(const TempFolder& folder) {

@@ -8,7 +8,7 @@ A room is a folder of sources. Its headers are included by the name of the room:
 SRC = {
     "base": (),
     "duckdb_internals": ("base",),
-    "backup": ("base",),
+    "backup": ("base", "duckdb_internals"),
     "engines": ("base", "duckdb_internals"),
     "values": ("base", "duckdb_internals"),
     "objects": ("base", "backup", "duckdb_internals", "engines", "values"),

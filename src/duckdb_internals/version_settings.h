@@ -1,0 +1,31 @@
+#pragma once
+
+#include <array>
+
+/* What engines of DuckDB 1.5 and 2.0 must be told to behave the same. */
+namespace mduckdb::version {
+
+/** A key of DuckDB's configuration and its value. */
+struct EngineSetting {
+    const char* key;
+    const char* value;
+};
+
+#if MDUCKDB_DUCKDB_MAJOR == 1
+
+inline constexpr std::array<EngineSetting, 0> kEngineSettings = {};
+
+#else
+
+inline constexpr std::array<EngineSetting, 3> kEngineSettings = {{
+    // A statement that cannot be prepared leaves its transaction as it was.
+    {"default_transaction_invalidation_policy", "SYNTACTIC_ERRORS_DO_NOT_INVALIDATE"},
+    // Columns of NULL are INTEGER.
+    {"legacy_disable_null_type", "true"},
+    // New files can be read by every DuckDB 1.
+    {"storage_compatibility_version", "v1.0.0"},
+}};
+
+#endif
+
+}  // namespace mduckdb::version
