@@ -11,7 +11,6 @@
 #include "duckdb_internals/column_array.h"
 #include "objects/operation.h"
 #include "values/host_value_binding.h"
-#include "values/host_value_reading.h"
 
 namespace mduckdb {
 
@@ -104,7 +103,7 @@ void DuckDBAppender::Leave() noexcept {
 void DuckDBAppender::Detach() noexcept {
     tie_.Cut();
     census_.Leave();
-    if (HostValueReading::IsFor(this)) {
+    if (reading_.IsHere()) {
         return;  // The call that reads the value holds the mutex, and does the rest.
     }
     const nbx::MutexLock lock(mutex_);
@@ -122,7 +121,7 @@ const nbx::String& DuckDBAppender::get_ColumnName(uint32_t column_index) const {
 }
 
 void DuckDBAppender::RefuseInnerCall() const {
-    if (HostValueReading::IsFor(this)) {
+    if (reading_.IsHere()) {
         ThrowDetachedError("DuckDBAppender is reading the value that calls it");
     }
 }
@@ -164,17 +163,15 @@ void DuckDBAppender::AppendOne(const nbx::ValueRow* row) {
         StoreCells(*row);
     } catch (...) {
         rows.Undo(1);
-        LoseRowsOfClosed();
+        if (tie_.get() == nullptr) {
+            LoseRows();
+        }
         throw;
     }
     Keep(1);
-    LoseRowsOfClosed();
-    RequireOpen();
-}
-
-void DuckDBAppender::LoseRowsOfClosed() noexcept {
     if (tie_.get() == nullptr) {
-        LoseRows();
+        LoseRows();  // a value has closed the database
+        ThrowInvalid();
     }
 }
 
@@ -182,7 +179,7 @@ void DuckDBAppender::StoreCells(const nbx::ValueRow& row) {
     ChunkRows& rows = table_->get_Rows();
     std::vector<ColumnWriter>& columns = rows.get_Columns();
     std::string error;
-    const HostValueReading reading(this);
+    const HostValueReading::Scope reading(reading_);
     for (std::size_t i = 0; i < columns.size(); ++i) {
         try {
             if (StoreHostValue(row.get_Item(i).get(), columns[i], rows.get_Row(), error)) {

@@ -8,6 +8,7 @@
 #include "nbx/mrsql/duckdb_appender.h"
 #include "objects/database_link.h"
 #include "objects/table_appender.h"
+#include "values/host_value_reading.h"
 
 namespace mduckdb {
 
@@ -56,7 +57,6 @@ class DuckDBAppender final : public nbx::Counted<nbx::mrsql::I_DuckDBAppender>, 
     void AppendOne(const nbx::ValueRow* row) NBX_REQUIRES(mutex_);
     /** The database has closed: what is pending is lost, which `Close` reports. */
     void LoseRows() noexcept NBX_REQUIRES(mutex_);
-    void LoseRowsOfClosed() noexcept NBX_REQUIRES(mutex_);
     /** Throws with the row and the column. */
     void StoreCells(const nbx::ValueRow& row) NBX_REQUIRES(mutex_);
     /** Stores the next rows of the arrays. Throws with the row and the column of the first element that
@@ -82,6 +82,7 @@ class DuckDBAppender final : public nbx::Counted<nbx::mrsql::I_DuckDBAppender>, 
     DatabaseTie tie_;
     CensusEntry census_;
     const bool is_one_transaction_;
+    HostValueReading reading_;
     nbx::Mutex mutex_;
     /** Null once the appender is closed. */
     std::unique_ptr<TableAppender> table_ NBX_GUARDED_BY(mutex_);

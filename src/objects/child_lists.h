@@ -46,6 +46,7 @@ class ChildList : nbx::noncopyable {
         return item;
     }
 
+    std::size_t get_Count() const noexcept { return places_.size(); }
     template <class Visit>
     void ForEach(Visit visit) const {
         for (T* const item : items_) {
@@ -102,6 +103,10 @@ class ChildLists : nbx::noncopyable {
     }
 
     bool Remove(SideChild* side) noexcept NBX_REQUIRES(gEngineLock) { return sides_.Remove(side); }
+    /** The children that may keep a result of DuckDB. */
+    uint64_t CountResults() const noexcept NBX_REQUIRES(gEngineLock) {
+        return statements_.get_Count() + cursors_.get_Count() + results_.get_Count();
+    }
     /** Before the database closes. */
     void CutSides() NBX_REQUIRES(gEngineLock) {
         sides_.ForEach([](SideChild* side) NBX_NO_THREAD_SAFETY_ANALYSIS { side->Cut(); });

@@ -11,6 +11,7 @@
 #include "base/census.h"
 #include "base/engine_lock.h"
 #include "base/error_facts.h"
+#include "duckdb_internals/managed_results.h"
 #include "engines/session.h"
 #include "nbx/location.h"
 #include "nbx/mrsql/duckdb_database.h"
@@ -80,8 +81,14 @@ class DatabaseLink : nbx::noncopyable {
     void ThrowIfInterrupted();
     /** Ends the transaction that may be open, which no time limit cuts. */
     void Rollback() noexcept;
-    duckdb_state ExecutePrepared(duckdb_prepared_statement prepared, duckdb_result* out_result) {
-        return connection_.ExecutePrepared(prepared, out_result);
+    /** The result is compact if the database, or the script of so many statements, keeps many. */
+    duckdb_state ExecutePrepared(duckdb_prepared_statement prepared, duckdb_result* out_result,
+                                 uint64_t statements = 1) NBX_REQUIRES(gEngineLock) {
+        const duckdb_state state = connection_.ExecutePrepared(prepared, out_result);
+        if (children_.CountResults() + statements > kFewResults) {
+            duckdb_compact_result(out_result);
+        }
+        return state;
     }
 
     /** Adds a connection that interrupts reach until it is removed. */
@@ -100,6 +107,9 @@ class DatabaseLink : nbx::noncopyable {
 
   private:
     friend class Operation;
+
+    /** So many small results may each keep a block of the buffer manager, which is faster. */
+    static constexpr uint64_t kFewResults = 32;
 
     nbx::mrsql::I_DuckDBDatabase& owner_;
     const nbx::smart_ptr<nbx::I_Location> location_;

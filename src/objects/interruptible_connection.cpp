@@ -83,9 +83,7 @@ void InterruptibleConnection::RepeatInterrupt() {
 
 duckdb_state InterruptibleConnection::ExecutePrepared(duckdb_prepared_statement prepared,
                                                       duckdb_result* out_result) {
-    const duckdb_state state = Execute(&duckdb_pending_prepared_managed, prepared, out_result);
-    duckdb_compact_result(out_result);
-    return state;
+    return Execute(&duckdb_pending_prepared_managed, prepared, out_result);
 }
 
 duckdb_state InterruptibleConnection::ExecuteStreaming(duckdb_prepared_statement prepared,

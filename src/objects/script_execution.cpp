@@ -43,8 +43,9 @@ class ScriptRollback : nbx::noncopyable {
     bool is_needed_ = true;
 };
 
-ResultHolder ExecuteSingle(DatabaseLink& database, duckdb_connection connection, const std::string& sql,
-                           const nbx::ValueRow& parameters) {
+ResultHolder ExecuteSingle(DatabaseLink& database, const duckdb_connection& connection,
+                           const std::string& sql, const nbx::ValueRow& parameters)
+    NBX_REQUIRES(gEngineLock) {
     PreparedHolder prepared;
     if (duckdb_prepare(connection, sql.c_str(), prepared.Receive()) != DuckDBSuccess) {
         const Failure error = FailureOf(prepared.get(), "Failed to prepare statement");
@@ -52,8 +53,9 @@ ResultHolder ExecuteSingle(DatabaseLink& database, duckdb_connection connection,
         database.ThrowFailure(error);
     }
     BindValueArray(prepared.get(), &parameters, database.get_ErrorPath());
-    // A host value may have closed the database while it was read.
-    database.RequireConnection();
+    if (connection == nullptr) {
+        database.ThrowError("DuckDBDatabase is not open");  // a host value has closed it while it was read
+    }
     ResultHolder result;
     const duckdb_state state = database.ExecutePrepared(prepared.get(), result.Receive());
     prepared.Reset();
@@ -109,7 +111,7 @@ PreparedHolder PrepareOne(DatabaseLink& database, duckdb_connection connection, 
 }
 
 void ExecuteStatements(DatabaseLink& database, duckdb_connection connection, const std::string& sql,
-                       const ResultTaker& taker) {
+                       const ResultTaker& taker) NBX_REQUIRES(gEngineLock) {
     ExtractedHolder extracted;
     const idx_t count = duckdb_extract_statements(connection, sql.c_str(), extracted.Receive());
     if (count == 0) {
@@ -125,7 +127,7 @@ void ExecuteStatements(DatabaseLink& database, duckdb_connection connection, con
         PreparedHolder prepared = PrepareOne(database, connection, extracted, index);
         ScriptRollback rollback(database);
         ResultHolder result;
-        const duckdb_state state = database.ExecutePrepared(prepared.get(), result.Receive());
+        const duckdb_state state = database.ExecutePrepared(prepared.get(), result.Receive(), count);
         prepared.Reset();
         if (state != DuckDBSuccess) {
             const Failure error = FailureOf(*result, "Failed to execute statement");

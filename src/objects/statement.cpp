@@ -11,7 +11,6 @@
 #include "duckdb_internals/statement_pieces.h"
 #include "nbx/hooks.h"
 #include "values/host_value_binding.h"
-#include "values/host_value_reading.h"
 
 namespace mduckdb {
 
@@ -52,7 +51,7 @@ uint64_t DuckDBStatement::get_PendingCount() {
 
 void DuckDBStatement::Detach() {
     EngineLockScope lock;
-    if (HostValueReading::IsFor(this)) {
+    if (reading_.IsHere()) {
         // The call that reads the value destroys the rest.
         tie_.Cut();
         census_.Leave();
@@ -66,7 +65,7 @@ void DuckDBStatement::Detach() {
 }
 
 void DuckDBStatement::RefuseInnerCall() const {
-    if (HostValueReading::IsFor(this)) {
+    if (reading_.IsHere()) {
         ThrowError({"DuckDBStatement is reading the value that calls it", nullptr});
     }
 }

@@ -9,6 +9,7 @@
 #include "nbx/mrsql/duckdb_statement.h"
 #include "nbx/mrsql/duckdb_written_statements.h"
 #include "objects/database_link.h"
+#include "values/host_value_reading.h"
 
 namespace mduckdb {
 
@@ -144,7 +145,7 @@ class DuckDBStatement final : public nbx::Counted<nbx::mrsql::I_DuckDBStatement>
     int64_t RunPrepared() NBX_REQUIRES(gEngineLock);
     int64_t RunBound() NBX_REQUIRES(gEngineLock);
     int64_t RunRows() NBX_REQUIRES(gEngineLock);
-    void RunOnce();
+    void RunOnce() NBX_REQUIRES(gEngineLock);
 
     /** Throws when a host value that this statement reads calls it on the same thread. */
     void RefuseInnerCall() const;
@@ -153,6 +154,7 @@ class DuckDBStatement final : public nbx::Counted<nbx::mrsql::I_DuckDBStatement>
 
     DatabaseTie tie_;
     CensusEntry census_;
+    HostValueReading reading_;
     const nbx::String sql_text_;
     /** Of the statement prepared last. */
     nbx::String current_sql_;

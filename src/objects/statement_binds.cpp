@@ -9,7 +9,6 @@
 #include "duckdb_internals/value_guard.h"
 #include "objects/statement.h"
 #include "values/host_value_binding.h"
-#include "values/host_value_reading.h"
 
 namespace mduckdb {
 
@@ -40,7 +39,8 @@ const uint8_t* Bytes(const void* data, uint64_t length) {
 /** When one of the values closes the database, the statement that they are bound to stays until the end. */
 class DuckDBStatement::Reading : nbx::noncopyable {
   public:
-    explicit Reading(DuckDBStatement& statement) noexcept : statement_(statement), reading_(&statement) {}
+    explicit Reading(DuckDBStatement& statement) noexcept
+        : statement_(statement), reading_(statement.reading_) {}
     ~Reading() {
         if (statement_.tie_.get() == nullptr) {
             statement_.DestroyPrepared();
@@ -50,7 +50,7 @@ class DuckDBStatement::Reading : nbx::noncopyable {
 
   private:
     DuckDBStatement& statement_;
-    const HostValueReading reading_;
+    const HostValueReading::Scope reading_;
 };
 
 void DuckDBStatement::ClearPreparedBindings() {

@@ -1,33 +1,40 @@
 #pragma once
 
+#include <pthread.h>
+
+#include <atomic>
+
 #include "nbx/unknown.h"
 
 namespace mduckdb {
 
-/** For its scope, this thread reads host values for an object of the module. The host's own classes of values
-    may call the module in their methods, also what closes the object's database, but not the object itself,
-    which is between two states. */
+/** Knows while an object of the module reads host values, and on which thread. The host's own classes of
+    values may call the module in their methods, also what closes the object's database, but not the object
+    itself, which is between two states. From any thread. */
 class HostValueReading : nbx::noncopyable {
   public:
-    explicit HostValueReading(const void* reader) noexcept : reader_(reader), outer_(gInnermost) {
-        gInnermost = this;
-    }
-    ~HostValueReading() { gInnermost = outer_; }
-
-    /** Whether this thread is in a method of a host value that the object reads. */
-    static bool IsFor(const void* reader) noexcept {
-        const HostValueReading* reading = gInnermost;
-        while (reading != nullptr && reading->reader_ != reader) {
-            reading = reading->outer_;
+    /** The object reads values in this scope, one scope at a time. */
+    class Scope : nbx::noncopyable {
+      public:
+        explicit Scope(HostValueReading& reading) noexcept : reading_(reading) {
+            reading_.thread_.store(pthread_self(), std::memory_order_relaxed);
         }
-        return reading != nullptr;
+        ~Scope() { reading_.thread_.store(kNone, std::memory_order_relaxed); }
+
+      private:
+        HostValueReading& reading_;
+    };
+
+    /** Whether this thread is in a method of a value that the object reads. What another thread stores is
+       never this thread's number, so no order is needed. */
+    bool IsHere() const noexcept {
+        const pthread_t thread = thread_.load(std::memory_order_relaxed);
+        return thread != kNone && thread == pthread_self();
     }
 
   private:
-    static constinit thread_local const HostValueReading* gInnermost;
-
-    const void* const reader_;
-    const HostValueReading* const outer_;
+    static constexpr pthread_t kNone = 0;
+    std::atomic<pthread_t> thread_{kNone};
 };
 
 }  // namespace mduckdb

@@ -95,7 +95,7 @@ TEST(ResultMemory, ResultsOfFewRowsHoldNoBlockOfTheBufferManager) {
         script += sql;
     }
     auto result = database->SqlQuery(FromUtf8(script), kServerCursor, nullptr);
-    EXPECT_LE(CountManagedBytes(database) - before, 8 * kMiB);
+    EXPECT_LE(CountManagedBytes(database) - before, 10 * kMiB);
     for (std::size_t i = 0; i < kCursors; ++i, result = result->NextResult()) {
         for (const Cursor& cursor : {cursors[i], Cursor(result->get_Cursor())}) {
             ASSERT_TRUE(cursor->NextRecord());
