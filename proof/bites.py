@@ -81,8 +81,10 @@ def build(preset, program):
 
 def last_words(output):
     """The line that says what is wrong."""
-    marks = ("ERROR: ", "runtime error: ", "WARNING: ThreadSanitizer", "error: ", "Failure")
-    found = [line.strip() for line in output.splitlines() if any(mark in line for mark in marks)]
+    marks = ("ERROR: ", "runtime error: ", "WARNING: ThreadSanitizer", "error: ")
+    lines = [line.strip() for line in output.splitlines()]
+    # A test's name may contain the last word.
+    found = [line for line in lines if any(mark in line for mark in marks) or line.endswith(": Failure")]
     return found[0][:160] if found else "it failed"
 
 

@@ -106,6 +106,7 @@ class Bites(unittest.TestCase):
 
     def test_what_is_wrong_is_shown(self):
         self.assertEqual(bites.last_words("a\n  ERROR: LeakSanitizer: b\nc"), "ERROR: LeakSanitizer: b")
+        self.assertEqual(bites.last_words("[ RUN ] KeepsRowsBeforeAFailure\na.cpp:7: Failure\n"), "a.cpp:7: Failure")
 
 
 class Page(unittest.TestCase):
