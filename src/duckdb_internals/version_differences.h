@@ -17,8 +17,8 @@
 #include <duckdb/common/vector/struct_vector.hpp>
 #endif
 
-/* What DuckDB 1.5 and 2.0 name differently in values, vectors and results; version_statements.h has the rest.
-   Only these two files ask for the version. */
+/* What DuckDB 1.5 and 2.0 name differently in values, vectors and results; version_statements.h has the other
+   names, version_settings.h what differs in engines. Only these three files ask for the version. */
 namespace mduckdb::version {
 
 #if MDUCKDB_DUCKDB_MAJOR == 1
