@@ -91,6 +91,7 @@ TEST_F(DatabaseInterrupt, WhileNothingRunsReachesNoLaterCall) {
 }
 
 TEST_F(DatabaseInterrupt, BeforeDuckDBBeginsIsNotLost) {
+    const mduckdb::EngineLockScope lock;
     auto& own = *dynamic_cast<mduckdb::DuckDBDatabase&>(*database).get_Link();
     const auto connection = own.get_Connection();
     mduckdb::PreparedHolder prepared;
@@ -107,6 +108,7 @@ TEST_F(DatabaseInterrupt, BeforeDuckDBBeginsIsNotLost) {
 }
 
 TEST_F(DatabaseInterrupt, ExecutionReportsTheSameErrorTextsAsDuckDB) {
+    const mduckdb::EngineLockScope lock;
     auto& own = *dynamic_cast<mduckdb::DuckDBDatabase&>(*database).get_Link();
     const auto connection = own.get_Connection();
     for (const char* sql : {"SELECT ?", "SELECT CAST('x' AS INTEGER)", "SELECT error('boom')",
