@@ -2,12 +2,14 @@
 
 import os
 import re
+import shutil
 import subprocess
 import unittest
 
 from host_case import HOST, PLAIN_MODULE, SAMPLE_MODULE, HostCase
+from pseudo_terminal import Terminal
 
-SOURCES = os.path.join(os.path.dirname(__file__), "../../host")
+SOURCES = os.path.abspath(os.path.join(os.path.dirname(__file__), "../../host"))
 VERSION = os.environ["MDUCKDB_VERSION"]
 COMMANDS = ("call", "version", "probe", "create", "sql", "backup", "restore", "snapshot", "shell")
 
@@ -167,6 +169,37 @@ class FilesTest(HostCase):
         self.assertEqual(self.complete("--format", "=", "csv", "call", "parquet_c"), ["parquet_count"])
         self.output("create", "sales.db")
         self.assertEqual(self.complete("shell", "sa"), ["sales.db"])
+
+    def complete_in_fish(self, line):
+        completions = os.path.join(SOURCES, "completions/mduckdb-host.fish")
+        done = subprocess.run(["fish", "--no-config", "-c", f"source '{completions}'; complete -C '{line}'"],
+                              capture_output=True, text=True, cwd=self.folder, env={**os.environ, "HOME": self.folder})
+        self.assertEqual(done.stderr, "")
+        return [offer.split("\t")[0] for offer in done.stdout.splitlines()]
+
+    @unittest.skipUnless(shutil.which("fish"), "fish is not installed")
+    def test_fish_completes_modules_and_the_values_of_options(self):
+        self.assertIn("snapshot", self.complete_in_fish("mduckdb-host sn"))
+        self.assertLessEqual({"mduckdb", "mduckdb_casts"}, set(self.complete_in_fish("mduckdb-host --module ")))
+        self.assertEqual(self.complete_in_fish("mduckdb-host --module=mduckdb_"), ["--module=mduckdb_casts"])
+        self.assertEqual(self.complete_in_fish("mduckdb-host --format=js"), ["--format=json", "--format=jsonl"])
+        self.assertEqual(self.complete_in_fish("mduckdb-host call parquet_c"), ["parquet_count"])
+
+    @unittest.skipUnless(shutil.which("zsh"), "zsh is not installed")
+    def test_zsh_completes_modules_and_the_values_of_options(self):
+        completions = os.path.join(SOURCES, "completions")
+        setup = f"PS1='ready: '; fpath=('{completions}' $fpath); autoload -Uz compinit; compinit -u -D; echo be''gin\n"
+        for line, completed in (("mduckdb-host sn", "apshot "), ("mduckdb-host --module=mduckdb_", "casts "),
+                                ("mduckdb-host --format=ma", "rkdown "), ("mduckdb-host sql --cursor=c", "lient "),
+                                ("mduckdb-host call parquet_c", "ount ")):
+            with self.subTest(line=line):
+                shell = Terminal(["zsh", "-f"], self.folder, {"PATH": os.environ["PATH"], "HOME": self.folder}, term="dumb")
+                self.addCleanup(shell.kill)
+                shell.send(setup)
+                shell.expect("begin")
+                shell.expect("ready: ")
+                shell.send(line + "\t")
+                shell.expect(line + completed)
 
     def test_man_page_and_completions_know_every_command_and_option(self):
         options = set(re.findall(r"(--[a-z-]+)", "".join(self.output(*words, "--help")
