@@ -60,7 +60,6 @@ NOT_RUN = {
     "scripts/bench": "measures for half an hour",
     "scripts/bench --peers": "measures for half an hour, and builds the other clients first",
     "scripts/bench --gate": "is a stage of .ci/run by itself",
-    "scripts/bench --rounds 5 append-W1 append-W2": "measures for minutes",
     **dict.fromkeys(("scripts/prove", "scripts/prove --short", "scripts/prove --record", "scripts/prove files kills",
                      "scripts/prove stress --minutes 1"), "runs tests in their long forms, for minutes to hours"),
     "scripts/check-user": "needs root, and is a stage of .ci/run by itself",
