@@ -203,7 +203,7 @@ def run_rounds(plans, rounds):
 
 
 def make_plans(programs, get_query, run_ours, rounds, names, scale):
-    """{(client or case of ours, group): (what gives the nanoseconds of a unit in one run, the most rounds)}"""
+    """{(client or our case, group): (function that measures one run in ns per unit, maximum number of rounds)}"""
     plans = {}
     for kind, (groups, ours) in KINDS.items():
         most = min(rounds, MOST_ROUNDS.get(kind, rounds))

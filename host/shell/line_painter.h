@@ -16,8 +16,8 @@ struct EditedLine {
     int lines = 24;
 };
 
-/** The row of the cursor, counted from the prompt's, if the line must be drawn anew: it has several rows and
-   wide characters. -1 otherwise, and if the place of each character on the screen is not certain. */
+/** The cursor's row, where the prompt's is 0, if the line needs to be redrawn because it has wide characters
+   and takes several rows. Otherwise, or if the place of each character on the screen is not certain, -1. */
 int FindRowToRedraw(const EditedLine& line);
 
 /** What paints colours over the line, which is on the screen already, and the hint behind it, and returns the

@@ -228,7 +228,7 @@ class TerminalReader final : public LineReader {
     }
 
     /** libedit loses the column when it changes a row after the first that contains wide characters, and then
-        writes over others. Drawn anew, all rows are right. */
+        overwrites other rows. Redrawing the whole line corrects them. */
     void RedrawWideCharacters(const EditedLine& line) {
         const int row = FindRowToRedraw(line);
         if (row >= 0) {

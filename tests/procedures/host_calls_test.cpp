@@ -204,6 +204,22 @@ class HostCallsTest : public LimitedCalls {
         }
     }
 
+    /** Reads all columns once for each value that the host makes for them, with `before` at that call. */
+    void ForEachMadeValue(const std::function<void()>& before,
+                          const std::function<void(const Outcome& sound, const Outcome& outcome)>& check) {
+        const Operation operation = MakeOperations().at("fetch_parquet, all columns");
+        const Outcome sound = operation(host_);
+        for (const auto& [position, count] : Count(operation)) {
+            for (uint64_t call = 1; position.starts_with("make_") && call <= count; ++call) {
+                SCOPED_TRACE("call " + std::to_string(call) + " of " + position);
+                gPlan = {position, call, before, {}};
+                check(sound, operation(host_));
+                ++cases_;
+            }
+        }
+        EXPECT_GT(cases_, 30U);
+    }
+
     static const std::string kRows;
     std::string parquet_ = folder_ / "rows.parquet";
     std::string database_ = folder_ / "rows.db";
@@ -278,45 +294,30 @@ TEST_F(HostCallsTest, ThatRunAnotherProcedureChangeNoResult) {
 }
 
 TEST_F(HostCallsTest, ThatReadTheSameCursorChangeNoCell) {
-    const Operation operation = MakeOperations().at("fetch_parquet, all columns");
-    const Outcome sound = operation(host_);
-    for (const auto& [position, count] : Count(operation)) {
-        for (uint64_t call = 1; position.starts_with("make_") && call <= count; ++call) {
-            SCOPED_TRACE("call " + std::to_string(call) + " of " + position);
-            std::string again;
-            gPlan = {position,
-                     call,
-                     [&] {
-                         again = host_.Cell(1);
-                         EXPECT_EQ(4U, host_.cursor.row_count(host_.cursor.state));
-                         EXPECT_EQ("NULL", host_.Cell(99));
-                     },
-                     {}};
-            EXPECT_EQ(sound, operation(host_));
-            EXPECT_THAT(again, StartsWith("text "));
-        }
-    }
+    std::string again;
+    ForEachMadeValue(
+        [&] {
+            again = host_.Cell(1);
+            EXPECT_EQ(4U, host_.cursor.row_count(host_.cursor.state));
+            EXPECT_EQ("NULL", host_.Cell(99));
+        },
+        [&](const Outcome& sound, const Outcome& outcome) {
+            EXPECT_EQ(sound, outcome);
+            EXPECT_THAT(std::exchange(again, ""), StartsWith("text "));
+        });
 }
 
 TEST_F(HostCallsTest, ThatMoveTheSameCursorLeaveItWhereTheyMovedItTo) {
-    const Operation operation = MakeOperations().at("fetch_parquet, all columns");
-    const Outcome sound = operation(host_);
-    for (const auto& [position, count] : Count(operation)) {
-        for (uint64_t call = 1; position.starts_with("make_") && call <= count; ++call) {
-            SCOPED_TRACE("call " + std::to_string(call) + " of " + position);
-            gPlan = {position,
-                     call,
-                     [&] {
-                         EXPECT_EQ(MIRONA_ROW_OK, host_.cursor.go_to_row(host_.cursor.state, 2));
-                         EXPECT_EQ(MIRONA_ROW_END, host_.cursor.go_to_row(host_.cursor.state, 4));
-                     },
-                     {}};
-            const Outcome outcome = operation(host_);
+    ForEachMadeValue(
+        [&] {
+            EXPECT_EQ(MIRONA_ROW_OK, host_.cursor.go_to_row(host_.cursor.state, 2));
+            EXPECT_EQ(MIRONA_ROW_END, host_.cursor.go_to_row(host_.cursor.state, 4));
+        },
+        [](const Outcome& sound, const Outcome& outcome) {
             EXPECT_THAT(outcome.report, IsEmpty());
             ASSERT_FALSE(outcome.rows.empty());
             EXPECT_EQ(sound.rows.back(), outcome.rows.back()) << "the row after the one that it moved to";
-        }
-    }
+        });
 }
 
 }  // namespace

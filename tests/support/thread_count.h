@@ -9,8 +9,8 @@ inline std::size_t CountThreads() {
     return static_cast<std::size_t>(std::distance(begin(threads), end(threads)));
 }
 
-/** The process's threads once there are no more than expected, or those of ten seconds later: the system
- * counts a thread until it has left the kernel, a moment after whoever joins it goes on. */
+/** Waits up to ten seconds until the process has no more threads than expected, and returns their number. A
+   thread that has been joined is still counted for a moment, until it has left the kernel. */
 inline std::size_t CountThreadsAfterJoin(std::size_t expected) {
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
     std::size_t count = CountThreads();
