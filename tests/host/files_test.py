@@ -187,13 +187,14 @@ class FilesTest(HostCase):
 
     @unittest.skipUnless(shutil.which("zsh"), "zsh is not installed")
     def test_zsh_completes_modules_and_the_values_of_options(self):
-        completions = os.path.join(SOURCES, "completions")
-        setup = f"PS1='ready: '; fpath=('{completions}' $fpath); autoload -Uz compinit; compinit -u -D; echo be''gin\n"
+        # The folder comes with the environment: a line editor without a UTF-8 locale does not take every letter of its name.
+        environment = {"PATH": os.environ["PATH"], "HOME": self.folder, "FPATH_FIRST": os.path.join(SOURCES, "completions")}
+        setup = "PS1='ready: '; fpath=(\"$FPATH_FIRST\" $fpath); autoload -Uz compinit; compinit -u -D; echo be''gin\n"
         for line, completed in (("mduckdb-host sn", "apshot "), ("mduckdb-host --module=mduckdb_", "casts "),
                                 ("mduckdb-host --format=ma", "rkdown "), ("mduckdb-host sql --cursor=c", "lient "),
                                 ("mduckdb-host call parquet_c", "ount ")):
             with self.subTest(line=line):
-                shell = Terminal(["zsh", "-f"], self.folder, {"PATH": os.environ["PATH"], "HOME": self.folder}, term="dumb")
+                shell = Terminal(["zsh", "-f"], self.folder, environment, term="dumb")
                 self.addCleanup(shell.kill)
                 shell.send(setup)
                 shell.expect("begin")
