@@ -1,10 +1,11 @@
 """Runs the fuzzers of fuzz/, judges what they found, and minimises their corpora; called by proof/prove.py."""
 
-import concurrent.futures
+import os
 import pathlib
 import re
 import shutil
 import subprocess
+import tempfile
 import time
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
@@ -37,10 +38,15 @@ def limits(target):
 
 
 def call(target, arguments, environment):
-    """Whatever libFuzzer writes by itself stays in the build's folder."""
+    """One run to its end: (status, output, seconds of the processor). What libFuzzer writes by itself stays in the build's folder."""
     FINDINGS.mkdir(parents=True, exist_ok=True)
-    return subprocess.run([PROGRAM, *map(str, arguments)], env=dict(environment, MDUCKDB_FUZZ_TARGET=target), cwd=FINDINGS.parent,
-                          stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, errors="replace")
+    with tempfile.TemporaryFile() as output:
+        process = subprocess.Popen([PROGRAM, *map(str, arguments)], env=dict(environment, MDUCKDB_FUZZ_TARGET=target),
+                                   cwd=FINDINGS.parent, stdout=output, stderr=subprocess.STDOUT)
+        _, status, used = os.wait4(process.pid, 0)
+        process.returncode = os.waitstatus_to_exitcode(status)
+        output.seek(0)
+        return process.returncode, output.read().decode(errors="replace"), used.ru_utime + used.ru_stime
 
 
 def place_of(output):
@@ -60,17 +66,14 @@ def place_of(output):
 
 def judge(target, finding, environment):
     """Runs a finding again, by itself."""
-    run = call(target, [*limits(target), finding], environment)
-    if run.returncode == 0:
-        return "cannot be repeated", False
-    return place_of(run.stdout)
+    status, output, _ = call(target, [*limits(target), finding], environment)
+    return ("cannot be repeated", False) if status == 0 else place_of(output)
 
 
 def coverage(target, folders, environment):
-    """Branches that the inputs reach, and how many inputs there are."""
-    existing = [folder for folder in folders if folder.exists()]
-    run = call(target, ["-runs=0", *limits(target), *existing], environment)
-    found = re.findall(r"INITED cov: (\d+)", run.stdout)
+    """Branches that the inputs reach."""
+    _, output, _ = call(target, ["-runs=0", *limits(target), *folders], environment)
+    found = re.findall(r"INITED cov: (\d+)", output)
     return int(found[-1]) if found else 0
 
 
@@ -78,38 +81,30 @@ def run_target(target, seconds, environment):
     work, findings = WORK / target, FINDINGS / target
     for folder in (work, findings):
         folder.mkdir(parents=True, exist_ok=True)
-    before = coverage(target, [CORPUS / target], environment)
+    before = coverage(target, [CORPUS / target, work], environment)
     start = time.monotonic()
-    executions = 0
+    executions, used = 0, 0.0
     for _ in range(MOST_FINDINGS):
         left = round(seconds - (time.monotonic() - start))
         if left <= 0:
             break
         # A finding ends the program; the next one goes on from what the earlier ones collected.
-        run = call(target, [*limits(target), f"-max_total_time={left}", "-print_final_stats=1",
-                            f"-artifact_prefix={findings}/", work, CORPUS / target], environment)
-        executions += sum(map(int, re.findall(r"^stat::number_of_executed_units: (\d+)", run.stdout, re.MULTILINE)))
+        _, output, processor = call(target, [*limits(target), f"-max_total_time={left}", "-print_final_stats=1",
+                                             f"-artifact_prefix={findings}/", work, CORPUS / target], environment)
+        executions += sum(map(int, re.findall(r"^stat::number_of_executed_units: (\d+)", output, re.MULTILINE)))
+        used += processor
     spent = round(time.monotonic() - start, 1)
     after = coverage(target, [CORPUS / target, work], environment)
     places = {}
     for finding in sorted(findings.iterdir()):
         places.setdefault(judge(target, finding, environment), []).append(finding.name)
     own = [place for (place, is_duckdb) in places if not is_duckdb and place != "cannot be repeated"]
-    figures = [f"{executions} inputs, {before} branches before, {after} after"]
-    figures += [f"{'in DuckDB' if is_duckdb else 'finding'}: {place}: {names[0]}" + (f" and {len(names) - 1} more" if len(names) > 1 else "")
-                for (place, is_duckdb), names in sorted(places.items())]
-    for line in figures:
-        print(f"{target}: {line}", flush=True)
-    return {"preset": "fuzz", "command": target, "seconds": spent, "tests": 1, "figures": figures, "branches": [before, after],
-            "passed": not own and executions > 0}
-
-
-def run(seconds, jobs, environment):
-    """All targets, each with its share of the time."""
-    names = targets()
-    share = seconds / len(names)
-    with concurrent.futures.ThreadPoolExecutor(jobs) as pool:
-        return list(pool.map(lambda target: run_target(target, share, environment), names))
+    figures = [f"{'in DuckDB' if is_duckdb else 'finding'}: {place}: {names[0]}" + (f" and {len(names) - 1} more" if len(names) > 1 else "")
+               for (place, is_duckdb), names in sorted(places.items())]
+    print(f"{target}: {executions} inputs, {before} branches before, {after} after", *figures, sep="\n    ", flush=True)
+    # The processor's seconds are what counts: a fuzzer may have had to wait for others.
+    return {"name": target, "form": "part", "command": target, "seconds": spent, "seconds of the processor": round(used, 1),
+            "inputs": executions, "branches": [before, after], "figures": figures, "passed": not own and executions > 0}
 
 
 def minimise(environment):
@@ -119,9 +114,9 @@ def minimise(environment):
         shutil.rmtree(small, ignore_errors=True)
         small.mkdir(parents=True)
         sources = [folder for folder in (CORPUS / target, WORK / target) if folder.exists()]
-        run = call(target, ["-merge=1", *limits(target), small, *sources], environment)
-        if run.returncode != 0 or not any(small.iterdir()):
-            print(f"{target}: left as it was: {run.stdout[-300:]}")
+        status, output, _ = call(target, ["-merge=1", *limits(target), small, *sources], environment)
+        if status != 0 or not any(small.iterdir()):
+            print(f"{target}: left as it was: {output[-300:]}")
             continue
         shutil.rmtree(CORPUS / target)
         shutil.copytree(small, CORPUS / target)

@@ -3,6 +3,8 @@
 import pathlib
 
 import bites
+import fuzz
+import records
 import stages
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
@@ -50,42 +52,84 @@ def forms():
     return "\n".join(lines)
 
 
-def is_whole(result):
-    return bool(result) and result["form"] == "whole"
+def names_of(stage):
+    """What a whole run of the stage consists of."""
+    of_kind = {"fuzz": fuzz.targets, "bites": lambda: [bite.kind for bite in bites.BITES]}
+    return of_kind.get(stage.kind, lambda: [step.name for step in stage.steps])()
 
 
-def summary(records):
-    lines = ["| stage | last run | form | commit | duration | outcome |", "|---|---|---|---|---|---|"]
+def hours(runs):
+    """The processor's time that the fuzzers had."""
+    return sum(run["seconds of the processor"] for run in runs) / 3600
+
+
+def in_order(texts):
+    return ", ".join(dict.fromkeys(texts))
+
+
+def form_of(stage, runs):
+    if stage.kind == "fuzz":
+        wanted = stage.minutes / 60
+        return "whole" if hours(runs) >= wanted else f"{hours(runs):.1f} of {wanted:g} core-hours"
+    names = names_of(stage)
+    count = len({run["name"] for run in runs if run["form"] == "whole"} & set(names))
+    return "whole" if count == len(names) else f"{count} of {len(names)} runs whole"
+
+
+def last_of_each(runs):
+    return {run["name"]: run for run in runs}.values()
+
+
+def summary(results):
+    lines = ["| stage | runs from | form | commit | duration | outcome |", "|---|---|---|---|---|---|"]
     for stage in stages.STAGES:
-        result = records.get(stage.name)
-        if not result:
+        runs = sorted(records.entries(results.get(stage.name, {})), key=lambda run: run["date"])
+        if not runs:
             lines.append(f"| `{stage.name}` | not yet recorded | | | | |")
             continue
-        form = result["form"] if is_whole(result) else f"{result['form']}; not yet run whole"
-        outcome = "passed" if result["passed"] else "**failed**"
-        lines.append(f"| `{stage.name}` | {result['date']} | {form} | {result['commit']} | {duration(result['seconds'])} | {outcome} |")
+        outcome = "passed" if all(run["passed"] for run in last_of_each(runs)) else "**failed**"
+        seconds = hours(runs) * 3600 if stage.kind == "fuzz" else sum(run["seconds"] for run in runs)
+        lines.append(f"| `{stage.name}` | {in_order(run['date'][:10] for run in runs)} | {form_of(stage, runs)}"
+                     f" | {in_order(run['commit'] for run in runs)} | {duration(round(seconds))} | {outcome} |")
     return "\n".join(lines)
 
 
-def details(records):
+def outcome_of(run):
+    return "passed" if run["passed"] else "**failed**"
+
+
+def program_details(runs):
+    lines = ["| run | from | form | commit | seconds | outcome | figures |", "|---|---|---|---|---|---|---|"]
+    for run in runs:
+        figures = "<br>".join(cell(line) for line in run["figures"][:20])
+        lines.append(f"| `{cell(run['command'])}` | {run['date'][:16]} | {run['form']} | {run['commit']} | {run['seconds']:g}"
+                     f" | {outcome_of(run)} | {figures} |")
+    return lines
+
+
+def fuzz_details(runs):
+    """Each target with all of its runs."""
+    lines = ["| fuzzer | run | commit | core-hours | inputs | branches before | after | outcome | findings |",
+             "|---|---|---|---|---|---|---|---|---|"]
+    for run in runs:
+        lines.append(f"| `{run['name']}` | {run['date'][:16]} | {run['commit']} | {hours([run]):.3f} | {run['inputs']}"
+                     f" | {run['branches'][0]} | {run['branches'][1]} | {outcome_of(run)} | {'<br>'.join(map(cell, run['figures']))} |")
+    return lines
+
+
+def details(results):
     lines = []
     for stage in stages.STAGES:
-        result = records.get(stage.name)
-        if not result:
-            continue
-        lines += [f"### {stage.name}", "", "| run | seconds | outcome | figures |", "|---|---|---|---|"]
-        for step in result["steps"]:
-            outcome = "passed" if step["passed"] else "**failed**"
-            figures = "<br>".join(cell(line) for line in step["figures"][:20])
-            lines.append(f"| `{cell(step['command'])}` | {step['seconds']:g} | {outcome} | {figures} |")
-        lines.append("")
+        runs = sorted(records.entries(results.get(stage.name, {})), key=lambda run: (run["name"], run["date"]))
+        if runs:
+            lines += [f"### {stage.name}", "", *(fuzz_details if stage.kind == "fuzz" else program_details)(runs), ""]
     return "\n".join(lines).rstrip()
 
 
-def text_of(records):
-    return TEMPLATE.read_text().format(promises=promises(), forms=forms(), summary=summary(records), details=details(records))
+def text_of(results):
+    return TEMPLATE.read_text().format(promises=promises(), forms=forms(), summary=summary(results), details=details(results))
 
 
-def write(records):
-    PAGE.write_text(text_of(records))
+def write(results):
+    PAGE.write_text(text_of(results))
     print(f"{PAGE.relative_to(ROOT)} written")

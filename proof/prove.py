@@ -1,8 +1,7 @@
 """Runs the stages of scripts/prove and records what they showed; called by scripts/prove."""
 
 import argparse
-import datetime
-import json
+import concurrent.futures
 import os
 import pathlib
 import re
@@ -13,10 +12,10 @@ import time
 import bites
 import fuzz
 import page
+import records
 import stages
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
-RECORDS = ROOT / "proof" / "results.json"
 # What a program prints for people beside its framework's lines.
 FIGURE = re.compile(r"^(?!\[|Note: |Running main|\s*$|Repeating).*\d")
 MOST_FIGURES = 40
@@ -69,6 +68,17 @@ def build(preset, targets):
     subprocess.run([ROOT / "scripts" / "prove", "--build", preset, *targets], check=True)
 
 
+def form_of(stage, step, options):
+    """Whole: the long form without options; otherwise what the options made of it."""
+    text = " ".join(step.variables.values())
+    changed = []
+    if options.minutes and "{seconds}" in text and options.minutes < (step.minutes or stage.minutes):
+        changed.append(f"--minutes {options.minutes:g}")
+    if options.runs and "{runs}" in text and options.runs < stage.runs:
+        changed.append(f"--runs {options.runs:g}")
+    return " ".join(changed) or "whole"
+
+
 def run_step(stage, step, options):
     variables = variables_of(stage, step, options)
     program = ROOT / "build" / step.preset / "bin" / step.program
@@ -77,87 +87,66 @@ def run_step(stage, step, options):
     print(f"--- {step.preset}: {shown}", flush=True)
     status, output, seconds = run_program(program, arguments, environment(step.preset, variables))
     passed, figures = read_output(output)
-    return {"preset": step.preset, "command": shown, "seconds": seconds, "tests": passed, "figures": figures,
+    return {"name": step.name, "form": form_of(stage, step, options), "command": shown, "seconds": seconds, "tests": passed,
+            "figures": figures,
             # A filter that matches nothing passes too.
             "passed": status == 0 and passed > 0}
 
 
-def run_steps(stage, options):
-    for preset in sorted({step.preset for step in stage.steps}):
-        build(preset, sorted({step.program for step in stage.steps if step.preset == preset}))
-    return [run_step(stage, step, options) for step in stage.steps]
+def run_steps(stage, options, each):
+    steps = [step for step in stage.steps if is_wanted(step.name, options)]
+    for preset in sorted({step.preset for step in steps}):
+        build(preset, sorted({step.program for step in steps if step.preset == preset}))
+    with concurrent.futures.ThreadPoolExecutor(options.jobs) as pool:
+        return list(pool.map(lambda step: each(lambda: run_step(stage, step, options)), steps))
 
 
-def commit():
-    answer = subprocess.run(["git", "-C", ROOT, "describe", "--always", "--dirty"], capture_output=True, text=True)
-    return answer.stdout.strip() or "unknown"
-
-
-def form_of(stage, options):
-    """Short, whole (the long form without options), or what the options made of it."""
-    if options.short:
-        return "short"
-    if options.kind:
-        return "only " + ", ".join(options.kind)
-    changed = [f"--{name} {value:g}" for name, value, default in
-               (("minutes", options.minutes, stage.minutes), ("runs", options.runs, stage.runs))
-               if default and value and value < default]
-    return " ".join(changed) or "whole"
-
-
-def run_replay(stage, options):
+def run_replay():
     """The stored inputs of the fuzzers, whose program does not use the framework of the others."""
     build("release", ["fuzz_replay"])
     status, output, seconds = run_program(ROOT / "build/release/bin/fuzz_replay", [ROOT / "fuzz/corpus"], dict(os.environ))
     counts = re.findall(r"^(\d+) inputs of (\w+) replayed$", output, re.MULTILINE)
     inputs = sum(int(count) for count, _ in counts)
-    return [{"preset": "release", "command": "fuzz_replay", "seconds": seconds, "tests": inputs,
-             "figures": [f"{inputs} inputs of {len(counts)} targets"], "passed": status == 0 and inputs > 0}]
+    return {"name": "fuzz_replay", "command": "fuzz_replay", "seconds": seconds,
+            "figures": [f"{inputs} inputs of {len(counts)} targets"], "passed": status == 0 and inputs > 0}
 
 
-def run_fuzz(stage, options):
+def run_fuzz(stage, options, each):
     if options.short:
-        return run_replay(stage, options)
+        return [each(run_replay)]
     build("fuzz", ["fuzz_targets"])
-    return fuzz.run((options.minutes or stage.minutes) * 60, options.jobs, environment("fuzz", {}))
+    targets = [target for target in fuzz.targets() if is_wanted(target, options)]
+    seconds = (options.minutes or stage.minutes) * 60 / max(len(targets), 1)
+    with concurrent.futures.ThreadPoolExecutor(options.jobs) as pool:
+        return list(pool.map(lambda target: each(lambda: fuzz.run_target(target, seconds, environment("fuzz", {}))), targets))
 
 
-def run_bites(stage, options):
-    return bites.run(environment, options.kind)
+def run_bites(stage, options, each):
+    bites.copy_tree()
+    wanted = [bite for bite in bites.BITES if is_wanted(bite.kind, options)]
+    return [each(lambda: bites.bite_once(bite, environment)) for bite in wanted]
 
 
 RUNNERS = {"programs": run_steps, "fuzz": run_fuzz, "bites": run_bites}
 
 
+def is_wanted(name, options):
+    return not options.only or any(part in name for part in options.only)
+
+
 def run_stage(stage, options):
     print(f"=== {stage.name}", flush=True)
-    start = time.monotonic()
-    steps = RUNNERS[stage.kind](stage, options)
-    return {
-        "date": datetime.date.today().isoformat(),
-        "commit": commit(),
-        "form": form_of(stage, options),
-        "seconds": round(time.monotonic() - start),
-        "passed": all(step["passed"] for step in steps),
-        "steps": steps,
-    }
+    tree = records.commit()
 
+    def each(run):
+        """What ran is recorded when it ends, since the whole stage may take hours."""
+        date = records.now()
+        entry = dict(run(), date=date, commit=tree)
+        if options.record:
+            records.change([(stage.name, entry)])
+        return entry
 
-def load_records():
-    return json.loads(RECORDS.read_text()) if RECORDS.exists() else {}
-
-
-def record(results):
-    """A short form does not replace a longer one, nor does a part replace a whole run that passed."""
-    records = load_records()
-    rank = {"short": 0, "whole": 2}
-    for name, result in results.items():
-        old = records.get(name)
-        if old and rank.get(old["form"], 1) > rank.get(result["form"], 1):
-            print(f"{name}: the record of {old['date']} ({old['form']}) stays")
-            continue
-        records[name] = result
-    RECORDS.write_text(json.dumps(records, indent=1, sort_keys=True) + "\n")
+    return RUNNERS[stage.kind](stage, options, each)
 
 
 def parse(arguments):
@@ -165,19 +154,34 @@ def parse(arguments):
     parser = argparse.ArgumentParser(prog="scripts/prove", description="The long proofs. Without a stage: all of them.")
     parser.add_argument("stages", nargs="*", metavar="STAGE", help=", ".join(known))
     parser.add_argument("--short", action="store_true", help="the forms that the gate runs: seconds for each program")
-    parser.add_argument("--minutes", type=float, default=0, help="how long the programs run that run for a time")
+    parser.add_argument("--minutes", type=float, default=0, help="how long the programs run that run for a time, and all fuzzers together")
     parser.add_argument("--runs", type=int, default=0, help="how many processes each program of `kills` kills")
-    parser.add_argument("--jobs", type=int, default=1, help="how many fuzzers run at once")
-    parser.add_argument("--kind", action="append", help="of the bugs of `bites`: only this one; may be repeated")
+    parser.add_argument("--jobs", type=int, default=1, help="how many programs of a stage run at once")
+    parser.add_argument("--only", action="append", metavar="TEXT",
+                        help="of the programs, fuzzers and bugs only those whose name contains the text; may be repeated")
     parser.add_argument("--minimise", action="store_true",
                         help="do nothing else: put the inputs that the fuzzers found into fuzz/corpus, the fewest and smallest")
     parser.add_argument("--page", action="store_true", help="do nothing else: write docs/reliability.md from the records")
+    parser.add_argument("--merge", type=pathlib.Path, metavar="FILE",
+                        help="do nothing else: add the records of another tree, its proof/results.json, and write the page")
     parser.add_argument("--record", action="store_true", help="record the results and write docs/reliability.md")
     options = parser.parse_args(arguments)
     for name in options.stages:
         if name not in known:
             parser.error(f"unknown stage '{name}'; use one of: {', '.join(known)}")
+    if options.short and options.record:
+        parser.error("only long forms are recorded; the gate runs the short ones")
     return options, [known[name] for name in options.stages] or list(stages.STAGES)
+
+
+def run_stages(options, wanted):
+    results = {stage.name: run_stage(stage, options) for stage in wanted}
+    print("\n=== results")
+    for name, entries in results.items():
+        print(name)
+        for entry in entries:
+            print(f"    {'passed' if entry['passed'] else 'FAILED'} {entry['seconds']:8.1f} s  {entry['command']}")
+    return all(entry["passed"] for entries in results.values() for entry in entries) and any(results.values())
 
 
 def main():
@@ -186,19 +190,15 @@ def main():
         build("fuzz", ["fuzz_targets"])
         fuzz.minimise(environment("fuzz", {}))
         return
-    if options.page:
-        page.write(load_records())
+    if options.merge:
+        records.merge(options.merge)
+    if options.merge or options.page:
+        page.write(records.load())
         return
-    results = {stage.name: run_stage(stage, options) for stage in wanted}
-    print("\n=== results")
-    for name, result in results.items():
-        print(f"{name:12} {result['seconds']:6} s  {result['form']:16} {'passed' if result['passed'] else 'FAILED'}")
-        for step in result["steps"]:
-            print(f"    {'passed' if step['passed'] else 'FAILED'} {step['seconds']:8.1f} s  {step['command']}")
+    has_passed = run_stages(options, wanted)
     if options.record:
-        record(results)
-        page.write(load_records())
-    sys.exit(0 if all(result["passed"] for result in results.values()) else 1)
+        page.write(records.load())
+    sys.exit(0 if has_passed else 1)
 
 
 if __name__ == "__main__":

@@ -8,12 +8,15 @@ import argparse
 import pathlib
 import re
 import sys
+import tempfile
 import unittest
+import unittest.mock
 
 import bites
 import fuzz
 import page
 import prove
+import records
 import stages
 
 ROOT = pathlib.Path()
@@ -25,9 +28,20 @@ CRASH_IN_DUCKDB = """==1==ERROR: AddressSanitizer: SEGV on unknown address
 """
 
 
-def invented(form, date="2020-01-01"):
-    return {"date": date, "commit": "abc", "form": form, "seconds": 7400, "passed": True,
-            "steps": [{"command": "x | y", "seconds": 1.5, "passed": True, "figures": ["3 | 4"]}]}
+def invented(name, form="whole", date="2020-01-01 10:00:00", **more):
+    return {"name": name, "date": date, "commit": "abc", "form": form, "seconds": 7400, "passed": True, "command": "x | y",
+            "figures": ["3 | 4"], **more}
+
+
+def fuzzed(name, date, seconds):
+    return invented(name, "part", date, inputs=7, branches=[5, 6], **{"seconds of the processor": seconds})
+
+
+def put(*additions):
+    found = {}
+    for stage, entry in additions:
+        records.add(found, stage, entry)
+    return found
 
 
 class Stages(unittest.TestCase):
@@ -66,10 +80,17 @@ class Stages(unittest.TestCase):
         step = stress.steps[0]
         short = argparse.Namespace(short=True, minutes=0, runs=0)
         self.assertEqual(prove.variables_of(stress, step, short), {})
-        long = argparse.Namespace(short=False, minutes=0.5, runs=0, kind=None)
+        long = argparse.Namespace(short=False, minutes=0.5, runs=0)
         self.assertEqual(prove.variables_of(stress, step, long), {"MDUCKDB_TEST_STRESS_SECONDS": "30"})
-        self.assertEqual(prove.form_of(stress, long), "--minutes 0.5")
-        self.assertEqual(prove.form_of(stress, argparse.Namespace(short=False, minutes=0, runs=0, kind=None)), "whole")
+        self.assertEqual(prove.form_of(stress, step, long), "--minutes 0.5")
+        self.assertEqual(prove.form_of(stress, step, argparse.Namespace(short=False, minutes=0, runs=0)), "whole")
+        untimed = next(step for step in stress.steps if "{seconds}" not in str(step.variables))
+        self.assertEqual(prove.form_of(stress, untimed, long), "whole")
+
+    def test_the_runs_of_a_stage_have_names_of_their_own(self):
+        for stage in stages.STAGES:
+            names = page.names_of(stage)
+            self.assertEqual(len(names), len(set(names)), stage.name)
 
     def test_tests_and_figures_are_read_from_what_a_program_prints(self):
         output = "Note: Google Test filter = x1\n[==========] Running 2 tests\n8 kills, 3 snapshots\n[  PASSED  ] 2 tests.\nno number\n"
@@ -109,19 +130,58 @@ class Bites(unittest.TestCase):
         self.assertEqual(bites.last_words("[ RUN ] KeepsRowsBeforeAFailure\na.cpp:7: Failure\n"), "a.cpp:7: Failure")
 
 
+class Records(unittest.TestCase):
+    def test_a_part_that_passed_does_not_replace_a_whole_run_and_a_later_run_replaces_an_earlier_one(self):
+        whole, part = invented("a", date="1"), invented("a", "--runs 10", "2")
+        self.assertEqual(put(("kills", whole), ("kills", part)), {"kills": {"a": whole}})
+        self.assertEqual(put(("kills", part), ("kills", whole)), {"kills": {"a": whole}})
+        failed = invented("a", "--runs 10", "2", passed=False)
+        self.assertEqual(put(("kills", whole), ("kills", failed)), {"kills": {"a": failed}})
+        later = invented("a", date="3", passed=False)
+        self.assertEqual(put(("kills", later), ("kills", whole)), {"kills": {"a": later}})
+
+    def test_every_run_of_a_fuzzer_counts_once(self):
+        first, second = fuzzed("a", "1", 1800), fuzzed("a", "2", 3600)
+        found = put(("fuzz", second), ("fuzz", first), ("fuzz", second))
+        self.assertEqual(found, {"fuzz": {"a": [first, second]}})
+        self.assertEqual(page.hours(records.entries(found["fuzz"])), 1.5)
+
+    def test_the_records_of_another_tree_are_added(self):
+        with tempfile.TemporaryDirectory() as folder:
+            here, there = pathlib.Path(folder, "here"), pathlib.Path(folder, "there")
+            with unittest.mock.patch.object(records, "FILE", there):
+                records.change([("kills", invented("a")), ("fuzz", fuzzed("b", "1", 1))])
+            with unittest.mock.patch.object(records, "FILE", here):
+                records.change([("kills", invented("c")), ("fuzz", fuzzed("b", "2", 1))])
+                records.merge(there)
+                found = records.load()
+        self.assertEqual(sorted(found["kills"]), ["a", "c"])
+        self.assertEqual([run["date"] for run in found["fuzz"]["b"]], ["1", "2"])
+
+
 class Page(unittest.TestCase):
     def test_the_page_is_what_the_records_say(self):
-        self.assertEqual((ROOT / "docs/reliability.md").read_text(), page.text_of(prove.load_records()),
+        self.assertEqual((ROOT / "docs/reliability.md").read_text(), page.text_of(records.load()),
                          "write it by scripts/prove --page")
 
-    def test_a_stage_without_a_whole_run_says_so(self):
-        text = page.summary({"kills": invented("--runs 10"), "files": invented("whole")})
-        self.assertIn("| `kills` | 2020-01-01 | --runs 10; not yet run whole | abc | 2.1 h | passed |", text)
-        self.assertIn("| `files` | 2020-01-01 | whole |", text)
-        self.assertIn("| `stress` | not yet recorded |", text)
+    def test_a_stage_whose_programs_did_not_all_run_whole_says_so(self):
+        names = [step.name for stage in stages.STAGES for step in stage.steps if stage.name == "kills"]
+        part = put(("kills", invented(names[0])), ("kills", invented(names[1], "--runs 10", "2020-01-02 10:00:00", commit="def")))
+        self.assertIn(f"| `kills` | 2020-01-01, 2020-01-02 | 1 of {len(names)} runs whole | abc, def | 4.1 h | passed |",
+                      page.summary(part))
+        whole = put(*(("kills", invented(name)) for name in names))
+        self.assertIn("| `kills` | 2020-01-01 | whole | abc |", page.summary(whole))
+        self.assertIn("| `stress` | not yet recorded |", page.summary(whole))
+
+    def test_a_run_that_failed_is_shown(self):
+        self.assertIn("| **failed** |", page.summary(put(("soak", invented("release: soak_test", passed=False)))))
+
+    def test_the_hours_of_the_fuzzers_add_up(self):
+        found = put(("fuzz", fuzzed("a", "1", 1800)), ("fuzz", fuzzed("b", "2", 3600)), ("fuzz", fuzzed("a", "3", 3600)))
+        self.assertIn("| 2.5 of 6 core-hours |", page.summary(found))
 
     def test_figures_do_not_break_the_table(self):
-        self.assertIn("3 \\| 4", page.details({"files": invented("whole")}))
+        self.assertIn("3 \\| 4", page.details({"files": {"a": invented("a")}}))
 
 
 if __name__ == "__main__":

@@ -21,6 +21,10 @@ class Step:
     # Where the length of this step differs from that of the stage.
     minutes: float = 0
 
+    @property
+    def name(self):
+        return f"{self.preset}: {self.program} {self.tests}".rstrip()
+
 
 @dataclasses.dataclass(frozen=True)
 class Stage:
