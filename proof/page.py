@@ -72,6 +72,10 @@ def form_of(stage, runs):
         wanted = stage.minutes / 60
         return "whole" if hours(runs) >= wanted else f"{hours(runs):.1f} of {wanted:g} core-hours"
     names = names_of(stage)
+    if stage.runs:
+        counts = [sum(run["runs"] for run in runs if run["name"] == name and run["passed"]) for name in names]
+        is_whole = min(counts) >= stage.runs
+        return "whole" if is_whole else f"{sum(counts)} of {len(names) * stage.runs} processes killed"
     count = len({run["name"] for run in runs if run["form"] == "whole"} & set(names))
     return "whole" if count == len(names) else f"{count} of {len(names)} runs whole"
 
@@ -98,9 +102,21 @@ def outcome_of(run):
     return "passed" if run["passed"] else "**failed**"
 
 
+def added_up(runs):
+    """The runs with those that add up, of one commit and outcome, as one."""
+    groups = {}
+    for run in runs:
+        key = (run["name"], run["commit"], run["passed"], run["date"] if run["form"] != "part" else "")
+        groups.setdefault(key, []).append(run)
+    for group in groups.values():
+        count = len(group)
+        form = group[0]["form"] if group[0]["form"] != "part" else f"{count} runs, {sum(run['runs'] for run in group)} processes killed"
+        yield {**group[-1], "date": group[0]["date"], "form": form, "seconds": round(sum(run["seconds"] for run in group), 1)}
+
+
 def program_details(runs):
     lines = ["| run | from | form | commit | seconds | outcome | figures |", "|---|---|---|---|---|---|---|"]
-    for run in runs:
+    for run in added_up(runs):
         figures = "<br>".join(cell(line) for line in run["figures"][:20])
         lines.append(f"| `{cell(run['command'])}` | {run['date'][:16]} | {run['form']} | {run['commit']} | {run['seconds']:g}"
                      f" | {outcome_of(run)} | {figures} |")

@@ -69,14 +69,11 @@ def build(preset, targets):
 
 
 def form_of(stage, step, options):
-    """Whole: the long form without options; otherwise what the options made of it."""
-    text = " ".join(step.variables.values())
-    changed = []
-    if options.minutes and "{seconds}" in text and options.minutes < (step.minutes or stage.minutes):
-        changed.append(f"--minutes {options.minutes:g}")
-    if options.runs and "{runs}" in text and options.runs < stage.runs:
-        changed.append(f"--runs {options.runs:g}")
-    return " ".join(changed) or "whole"
+    """Whole: the long form without options. Part: one of the runs that add up. Otherwise what the options made of it."""
+    if stage.runs:
+        return "part"
+    is_shorter = options.minutes and "{seconds}" in " ".join(step.variables.values()) and options.minutes < (step.minutes or stage.minutes)
+    return f"--minutes {options.minutes:g}" if is_shorter else "whole"
 
 
 def run_step(stage, step, options):
@@ -88,7 +85,7 @@ def run_step(stage, step, options):
     status, output, seconds = run_program(program, arguments, environment(step.preset, variables))
     passed, figures = read_output(output)
     return {"name": step.name, "form": form_of(stage, step, options), "command": shown, "seconds": seconds, "tests": passed,
-            "figures": figures,
+            "figures": figures, "runs": options.runs or stage.runs,
             # A filter that matches nothing passes too.
             "passed": status == 0 and passed > 0}
 
@@ -155,7 +152,7 @@ def parse(arguments):
     parser.add_argument("stages", nargs="*", metavar="STAGE", help=", ".join(known))
     parser.add_argument("--short", action="store_true", help="the forms that the gate runs: seconds for each program")
     parser.add_argument("--minutes", type=float, default=0, help="how long the programs run that run for a time, and all fuzzers together")
-    parser.add_argument("--runs", type=int, default=0, help="how many processes each program of `kills` kills")
+    parser.add_argument("--runs", type=int, default=0, help="how many processes each program of `kills` kills; recorded runs add up")
     parser.add_argument("--jobs", type=int, default=1, help="how many programs of a stage run at once")
     parser.add_argument("--only", action="append", metavar="TEXT",
                         help="of the programs, fuzzers and bugs only those whose name contains the text; may be repeated")

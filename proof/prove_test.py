@@ -133,12 +133,12 @@ class Bites(unittest.TestCase):
 class Records(unittest.TestCase):
     def test_a_part_that_passed_does_not_replace_a_whole_run_and_a_later_run_replaces_an_earlier_one(self):
         whole, part = invented("a", date="1"), invented("a", "--runs 10", "2")
-        self.assertEqual(put(("kills", whole), ("kills", part)), {"kills": {"a": whole}})
-        self.assertEqual(put(("kills", part), ("kills", whole)), {"kills": {"a": whole}})
+        self.assertEqual(put(("stress", whole), ("stress", part)), {"stress": {"a": whole}})
+        self.assertEqual(put(("stress", part), ("stress", whole)), {"stress": {"a": whole}})
         failed = invented("a", "--runs 10", "2", passed=False)
-        self.assertEqual(put(("kills", whole), ("kills", failed)), {"kills": {"a": failed}})
+        self.assertEqual(put(("stress", whole), ("stress", failed)), {"stress": {"a": failed}})
         later = invented("a", date="3", passed=False)
-        self.assertEqual(put(("kills", later), ("kills", whole)), {"kills": {"a": later}})
+        self.assertEqual(put(("stress", later), ("stress", whole)), {"stress": {"a": later}})
 
     def test_every_run_of_a_fuzzer_counts_once(self):
         first, second = fuzzed("a", "1", 1800), fuzzed("a", "2", 3600)
@@ -165,13 +165,22 @@ class Page(unittest.TestCase):
                          "write it by scripts/prove --page")
 
     def test_a_stage_whose_programs_did_not_all_run_whole_says_so(self):
-        names = [step.name for stage in stages.STAGES for step in stage.steps if stage.name == "kills"]
-        part = put(("kills", invented(names[0])), ("kills", invented(names[1], "--runs 10", "2020-01-02 10:00:00", commit="def")))
-        self.assertIn(f"| `kills` | 2020-01-01, 2020-01-02 | 1 of {len(names)} runs whole | abc, def | 4.1 h | passed |",
+        names = [step.name for stage in stages.STAGES for step in stage.steps if stage.name == "stress"]
+        part = put(("stress", invented(names[0])),
+                   ("stress", invented(names[1], "--minutes 1", "2020-01-02 10:00:00", commit="def")))
+        self.assertIn(f"| `stress` | 2020-01-01, 2020-01-02 | 1 of {len(names)} runs whole | abc, def | 4.1 h | passed |",
                       page.summary(part))
-        whole = put(*(("kills", invented(name)) for name in names))
-        self.assertIn("| `kills` | 2020-01-01 | whole | abc |", page.summary(whole))
-        self.assertIn("| `stress` | not yet recorded |", page.summary(whole))
+        whole = put(*(("stress", invented(name)) for name in names))
+        self.assertIn("| `stress` | 2020-01-01 | whole | abc |", page.summary(whole))
+        self.assertIn("| `soak` | not yet recorded |", page.summary(whole))
+
+    def test_the_kills_of_several_runs_add_up(self):
+        stage = next(stage for stage in stages.STAGES if stage.name == "kills")
+        runs = [("kills", invented(step.name, "part", date, runs=stage.runs // 2)) for step in stage.steps for date in ("1", "2")]
+        self.assertIn("| whole |", page.summary(put(*runs)))
+        self.assertIn(f"| {sum(entry['runs'] for _, entry in runs[1:])} of {stage.runs * len(stage.steps)} processes killed |",
+                      page.summary(put(*runs[1:])))
+        self.assertEqual(page.details(put(*runs)).count(f"| 2 runs, {stage.runs} processes killed |"), len(stage.steps))
 
     def test_a_run_that_failed_is_shown(self):
         self.assertIn("| **failed** |", page.summary(put(("soak", invented("release: soak_test", passed=False)))))

@@ -1,7 +1,7 @@
 """What the last runs of scripts/prove showed: proof/results.json, by stage and by what ran.
 
-A stage's runs may be of different days and commits, and even of several trees; each says which. Of the fuzzers every run is kept, since
-their hours count together; of everything else the last."""
+A stage's runs may be of different days and commits, and even of several trees; each says which. Of the fuzzers and of the programs that
+kill processes every run is kept, since their hours and kills count together; of everything else the last."""
 
 import contextlib
 import datetime
@@ -52,9 +52,9 @@ def rank(entry):
 
 
 def add(records, stage, entry):
-    """Puts one run into the records; a part does not replace a whole run, unless it failed."""
+    """Puts one run into the records; a shorter one does not replace a whole run, unless it failed."""
     runs = records.setdefault(stage, {})
-    if "seconds of the processor" in entry:
+    if entry["form"] == "part":
         known = {run["date"]: run for run in runs.get(entry["name"], [])}
         known[entry["date"]] = entry
         runs[entry["name"]] = [known[date] for date in sorted(known)]
