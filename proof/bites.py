@@ -1,7 +1,7 @@
 """Plants one bug of each kind into a copy of the tree and shows what catches it; called by proof/prove.py.
 
-Each bug is a small change of one source file. The copy is built in its own folder, only the one test program, and the
-source is restored before the next bug."""
+Each bug is a small change of one source file, which the compilers accept. The copy is built in its own folder, only the one test program,
+and the source is restored before the next bug."""
 
 import dataclasses
 import pathlib
@@ -34,7 +34,8 @@ BITES = (
     Bite("overflow", "src/values/host_text.h", "return text.size() <= ascii.size() &&", "return text.size() <= 64 * ascii.size() &&",
          "asan", "appender_tests", stage="asan"),
     Bite("use after free", "src/backup/export_scripts.cpp", "const std::string_view statement = script.substr(0, end);",
-         "const std::string_view statement = std::string(script.substr(0, end));", "asan", "backup_units_test", stage="asan"),
+         "const auto* const freed = new std::string(script.substr(0, end));\n        const std::string_view statement = *freed;\n"
+         "        delete freed;", "asan", "backup_units_test", stage="asan"),
     Bite("leak", "src/backup/export_scripts.cpp", "static const std::regex row_group_size(",
          "const std::regex& row_group_size = *new std::regex(", "asan", "backup_units_test", stage="asan"),
     Bite("undefined behaviour", "src/backup/export_scripts.cpp", "    std::string result;\n    for (std::size_t i = 1;",
@@ -50,11 +51,11 @@ BITES = (
     Bite("wrong cell", "src/duckdb_internals/decimal_double.cpp", "const int64_t power = kPowersOfTen<int64_t>[scale];",
          "const int64_t power = kPowersOfTen<int64_t>[scale] + 1;", "dev", "duckdb_internals_tests", stage="release"),
     Bite("result that ends early", "src/objects/duckdb_cursor_server.cpp", "cells_.get_RowCount() > row_in_chunk_ + 1) {",
-         "cells_.get_RowCount() > row_in_chunk_ + 2) {", "dev", "cursor_tests", stage="release"),
+         "cells_.get_RowCount() > row_in_chunk_ + 2) {", "dev", "cursor_tests", "ServerCursor*:*BothCursors*", stage="release"),
     Bite("dropped lock", "src/engines/file_lock.cpp", "} else if (fcntl(descriptor_, F_OFD_SETLK, &lock) != 0) {",
          "} else if (lock.l_type == F_UNLCK) {", "dev", "database_test", "*SecondProcess*:DatabaseLifecycle*:*OneFile*:RestoreKill*", stage="release"),
-    Bite("slow path", "src/values/host_value_walk.h", "return repeated_size_ <= kMostRepeated;", "return repeated_size_ > 0;",
-         "dev", "statement_tests", "*Bound*:*HostValue*", stage="release"),
+    Bite("slow path", "src/values/host_value_walk.h", "return repeated_size_ <= kMostRepeated;",
+         "return repeated_size_ <= 500 * kMostRepeated;", "dev", "statement_tests", "HostValueBoundsTest*", stage="release"),
 )
 
 
@@ -65,16 +66,16 @@ def files():
 
 
 def copy_tree():
-    """The files of the tree, with their times, so that a copy of an earlier run is not built again."""
+    """The files of the tree; of a copy of an earlier run only what has changed since is built again."""
     for name in files():
         source, target = ROOT / name, COPY / name
         if not target.exists() or target.read_bytes() != source.read_bytes():
             target.parent.mkdir(parents=True, exist_ok=True)
-            shutil.copy2(source, target)
+            shutil.copy(source, target)
 
 
 def build(preset, program):
-    """Whether the copy builds; the compilers are part of the gate too."""
+    """Whether the copy builds, and what was printed."""
     run = subprocess.run([COPY / "scripts" / "prove", "--build", preset, program], capture_output=True, text=True)
     return run.returncode == 0, run.stdout + run.stderr
 
@@ -103,21 +104,20 @@ def bite_once(bite, environment):
     start = time.monotonic()
     place = COPY / bite.file
     text = (ROOT / bite.file).read_text()
-    outcome, is_caught = "", False
-    # Without the bug everything passes; a test that always fails would catch nothing.
-    is_built, words = build(bite.preset, bite.program)
-    passes, words = run_program(bite, environment) if is_built else (False, last_words(words))
-    if not passes:
+    is_caught = False
+    try:
+        # Without the bug everything passes; a test that always fails would catch nothing.
+        is_built, words = build(bite.preset, bite.program)
+        passes, words = run_program(bite, environment) if is_built else (False, last_words(words))
         outcome = f"without the bug: {words}"
-    else:
-        try:
+        if passes:
             place.write_text(text.replace(bite.right, bite.wrong))
             is_built, words = build(bite.preset, bite.program)
-            passes, words = run_program(bite, environment) if is_built else (False, "the build: " + last_words(words))
+            passes, words = run_program(bite, environment) if is_built else (True, last_words(words))
             is_caught = not passes
-            outcome = f"caught: {words}" if is_caught else "NOT CAUGHT"
-        finally:
-            place.write_text(text)
+            outcome = f"caught: {words}" if is_caught else "NOT CAUGHT" + ("" if is_built else f", since it cannot be built: {words}")
+    finally:
+        place.write_text(text)
     print(f"{bite.kind}: {bite.stage}, {bite.program}: {outcome}", flush=True)
     return {"name": bite.kind, "form": "whole", "command": f"{bite.kind}: {bite.program}, preset {bite.preset}",
             "seconds": round(time.monotonic() - start, 1), "figures": [f"stage {bite.stage}: {outcome}"], "passed": is_caught}
