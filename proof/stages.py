@@ -106,6 +106,7 @@ STAGES = (
         (
             Step("backup_test", "SnapshotKill*", {"MDUCKDB_TEST_KILL_RUNS": "{runs}"}),
             Step("database_test", "DatabaseKill*", {"MDUCKDB_TEST_KILL_RUNS": "{runs}"}),
+            Step("database_test", "LifeKill*", {"MDUCKDB_TEST_KILL_RUNS": "{runs}"}),
             Step("database_test", "RestoreKill*", {"MDUCKDB_TEST_RESTORE_KILL_RUNS": "{runs}"}),
         ),
         runs=3400,
