@@ -2,6 +2,7 @@
 
 #include <pthread.h>
 #include <sys/mman.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <bit>
@@ -98,6 +99,12 @@ char* MapAligned(std::size_t size) {
     }
     ::munmap(memory + before + size, size - before);
     return memory + before;
+}
+
+/** Whether single slabs can be unmapped. Pages of arm64 may have 64 KiB: munmap would refuse a slab, or unmap
+   its neighbour with it. */
+bool IsSlabWholePages() noexcept {
+    return kSlabSize % static_cast<std::size_t>(::sysconf(_SC_PAGESIZE)) == 0;
 }
 
 uint32_t CapacityOf(std::size_t size_class) noexcept {
@@ -225,7 +232,8 @@ void SharedMemory::ReturnSlab(Slab& slab) noexcept {
         if (free_slabs_ >= kMinFreeSlabs + static_cast<uint32_t>(std::popcount(region.free))) {
             UnmapRegion(region);
         }
-    } else if (free_slabs_ > kMaxFreeSlabs && bit != 1 && Unmap(reinterpret_cast<char*>(&slab), kSlabSize)) {
+    } else if (free_slabs_ > kMaxFreeSlabs && bit != 1 && IsSlabWholePages() &&
+               Unmap(reinterpret_cast<char*>(&slab), kSlabSize)) {
         region.free &= ~bit;
         region.mapped &= ~bit;
         --free_slabs_;
