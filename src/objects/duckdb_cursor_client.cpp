@@ -1,6 +1,7 @@
 #include "objects/duckdb_cursor_client.h"
 
 #include <sys/mman.h>
+#include <unistd.h>
 
 #include <limits>
 
@@ -11,16 +12,17 @@
 namespace mduckdb {
 namespace {
 
-/** Asks for huge pages for a large array that is read at random: with 4 KB pages nearly every field that is
+/** Asks for huge pages for a large array that is read at random: with small pages nearly every field that is
     read costs a miss in the processor's table of addresses (TLB). It is only advice, so a refusal is
     ignored. */
 void AdviseHugePages(void* memory, std::size_t size) noexcept {
-    constexpr std::size_t kPage = 4096;
     constexpr std::size_t kWorthwhile = std::size_t{16} * 1024 * 1024;
-    const std::size_t before = -reinterpret_cast<std::uintptr_t>(memory) % kPage;
-    if (size >= kWorthwhile) {
-        ::madvise(static_cast<char*>(memory) + before, (size - before) / kPage * kPage, MADV_HUGEPAGE);
+    if (size < kWorthwhile) {
+        return;
     }
+    const auto page = static_cast<std::size_t>(::sysconf(_SC_PAGESIZE));
+    const std::size_t before = -reinterpret_cast<std::uintptr_t>(memory) % page;
+    ::madvise(static_cast<char*>(memory) + before, (size - before) / page * page, MADV_HUGEPAGE);
 }
 
 }  // namespace
