@@ -5,7 +5,7 @@
 __asm__(R"(
     .pushsection .note.mduckdb, "a", %note
     .balign 4
-    .long 2f - 1f, 4f - 3f, 1  # the type NT_VERSION
+    .long 2f - 1f, 4f - 3f, 1  /* the type NT_VERSION */
 1:  .asciz ")" NBX_VERSION_NOTE_OWNER R"("
 2:  .balign 4
 3:  .asciz ")" MDUCKDB_VERSION R"("
