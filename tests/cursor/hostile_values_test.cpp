@@ -1,12 +1,14 @@
 // Numbers that their column's type does not allow, in tables and in Parquet files.
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <optional>
 
 #include "cursor_fixture.h"
 #include "duckdb_internals/plain_functions.h"
+#include "support/expected_by_version.h"
 
 namespace mduckdb {
 namespace {
@@ -179,8 +181,10 @@ TEST_P(HostileValues, InAParquetFileAffectNoOtherCell) {
     ResultHolder copied;
     if (duckdb_query(database_->get_Connection(), ("COPY raw TO '" + file + "'").c_str(), copied.Receive()) !=
         DuckDBSuccess) {
-        EXPECT_EQ(GetParam().type, DUCKDB_TYPE_TIMESTAMP_S) << duckdb_result_error(copied.get());
-        return;  // DuckDB writes seconds as microseconds, into which not all of them fit
+        const auto& refused = get_ExpectedByVersion().refused_by_parquet;
+        EXPECT_NE(std::find(refused.begin(), refused.end(), GetParam().type), refused.end())
+            << duckdb_result_error(copied.get());
+        return;
     }
     for (const uint32_t location : {kServerCursor, kClientCursor}) {
         const auto fields = ReadAll("SELECT x FROM '" + file + "'", location);
