@@ -3,7 +3,6 @@
 #include <chrono>
 #include <duckdb/common/operator/cast_operators.hpp>
 #include <duckdb/common/operator/string_cast.hpp>
-#include <duckdb/common/type_visitor.hpp>
 #include <duckdb/common/types/data_chunk.hpp>
 #include <duckdb/common/types/vector.hpp>
 #include <duckdb/common/vector_operations/vector_operations.hpp>
@@ -115,28 +114,10 @@ HostValue ReadTextOfValue(const Column& column, Scratch&, idx_t row) {
     return MakeStringValue(ValueText(value.get()).get_View());
 }
 
-/** Whether values of the type can be converted to text without checking each of them first. */
-bool NeedsNoGuard(const LogicalType& type) {
-    return !duckdb::TypeVisitor::Contains(type, [](const LogicalType& part) {
-        switch (part.id()) {
-            case LogicalTypeId::TIME:
-            case LogicalTypeId::TIME_NS:
-            case LogicalTypeId::TIME_TZ:
-            case LogicalTypeId::DECIMAL:
-            case LogicalTypeId::BIT:
-            case LogicalTypeId::BIGNUM:
-            case LogicalTypeId::VARIANT:
-                return true;
-            default:
-                return false;
-        }
-    });
-}
-
 /** The column as texts, or a vector of no texts when it must not or cannot be cast as a whole. */
 std::unique_ptr<duckdb::Vector> CastToTexts(const Column& column) {
     auto& chunk = *reinterpret_cast<duckdb::DataChunk*>(column.chunk);
-    if (NeedsNoGuard(*column.type)) {
+    if (IsEveryValueReadable(*column.type)) {
         auto texts = std::make_unique<duckdb::Vector>(LogicalType::VARCHAR, chunk.size());
         std::string error;
         try {
@@ -308,8 +289,9 @@ constexpr Kind kKinds[] = {
 constexpr Kind kOtherKind = {LogicalTypeId::INVALID, chunk, ReadTextOfValue};
 
 const Kind& FindKind(const LogicalType& type) {
+    const LogicalTypeId id = version::IsStruct(type.id()) ? LogicalTypeId::STRUCT : type.id();
     for (const Kind& kind : kKinds) {
-        if (kind.type == type.id() && (kind.storage == kAnyStorage || kind.storage == type.InternalType())) {
+        if (kind.type == id && (kind.storage == kAnyStorage || kind.storage == type.InternalType())) {
             return kind;
         }
     }

@@ -2,7 +2,7 @@
 
 #include <duckdb/common/types/hugeint.hpp>
 
-#include "duckdb_internals/powers_of_ten.h"
+#include "duckdb_internals/version_differences.h"
 
 namespace mduckdb {
 
@@ -13,36 +13,27 @@ constexpr double kDoublePowersOfTen[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6
                                          1e20, 1e21, 1e22, 1e23, 1e24, 1e25, 1e26, 1e27, 1e28, 1e29,
                                          1e30, 1e31, 1e32, 1e33, 1e34, 1e35, 1e36, 1e37, 1e38};
 
-bool IsExactDouble(int64_t number) noexcept {
+/** Whether DuckDB divides the number as a double, which rounds once. */
+bool IsDivided(int64_t number, uint8_t scale) noexcept {
     constexpr int64_t kLargestExact = int64_t{1} << 53;
-    return number >= -kLargestExact && number <= kLargestExact;
+    return number >= -kLargestExact && number <= kLargestExact && scale <= version::kMostDividedScale;
 }
 
 }  // namespace
 
-double DecimalToDouble(int64_t number, uint8_t scale) noexcept {
-    if (IsExactDouble(number) || scale == 0) {
-        return static_cast<double>(number) / kDoublePowersOfTen[scale];
-    }
-    const int64_t power = kPowersOfTen<int64_t>[scale];
-    const int64_t whole = number / power;
-    return static_cast<double>(whole) + static_cast<double>(number % power) / kDoublePowersOfTen[scale];
+double DecimalToDouble(int64_t number, uint8_t scale) {
+    const double power = kDoublePowersOfTen[scale];
+    return IsDivided(number, scale) ? static_cast<double>(number) / power
+                                    : version::RoundDecimal(number, scale, power);
 }
 
 double WideDecimalToDouble(duckdb_hugeint number, uint8_t scale) {
     const duckdb::hugeint_t wide(number.upper, number.lower);
+    const double power = kDoublePowersOfTen[scale];
     int64_t narrow = 0;
-    if (duckdb::Hugeint::TryCast(wide, narrow) && IsExactDouble(narrow)) {
-        return static_cast<double>(narrow) / kDoublePowersOfTen[scale];
-    }
-    if (scale == 0) {
-        return duckdb::Hugeint::Cast<double>(wide);
-    }
-    duckdb::hugeint_t rest;
-    const duckdb::hugeint_t whole =
-        duckdb::Hugeint::DivMod(wide, duckdb::Hugeint::POWERS_OF_TEN[scale], rest);
-    return duckdb::Hugeint::Cast<double>(whole) +
-           duckdb::Hugeint::Cast<double>(rest) / kDoublePowersOfTen[scale];
+    return duckdb::Hugeint::TryCast(wide, narrow) && IsDivided(narrow, scale)
+               ? static_cast<double>(narrow) / power
+               : version::RoundDecimal(wide, scale, power);
 }
 
 }  // namespace mduckdb

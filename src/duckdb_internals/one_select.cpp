@@ -70,16 +70,6 @@ class ParsedQueryCheck {
     }
 };
 
-/** Functions that a view, a macro or `query()` put into the plan. */
-void CheckPlan(const duckdb::PhysicalOperator& plan) {
-    if (plan.type == duckdb::PhysicalOperatorType::TABLE_SCAN) {
-        RequireAllowedFunction(version::FunctionNameOf(plan.Cast<duckdb::PhysicalTableScan>()));
-    }
-    for (const auto& child : plan.GetChildren()) {
-        CheckPlan(child.get());
-    }
-}
-
 /** Throws DuckDB's error when the text cannot be parsed. */
 duckdb::unique_ptr<SelectStatement> ParseOneSelect(duckdb::ClientContext& context, const std::string& text) {
     // Use the bare parser: the context's function would run what a PRAGMA expands to.
@@ -180,13 +170,14 @@ duckdb::unique_ptr<duckdb::QueryResult> Run(duckdb::ClientContext& context, cons
     }
     duckdb::PreparedStatementData& plan = version::PlanOf(context, *prepared);
     RequireNoParameters(plan.properties);
-    if (!plan.properties.IsReadOnly() || !plan.physical_plan) {
+    const auto functions = version::FindTableFunctions(context, plan);
+    if (!plan.properties.IsReadOnly() || !functions) {
         RefuseStatement();
     }
-    CheckPlan(plan.physical_plan->Root());
+    std::for_each(functions->begin(), functions->end(), RequireAllowedFunction);
     // For a list of files DuckDB would look at the files again and run a second plan, which nobody has
     // checked.
-    plan.properties.always_require_rebind = false;
+    plan.properties.always_require_rebind = !plan.physical_plan;
     auto result = Execute(context, *prepared, text.is_cut);
     return result->HasError()
                ? Fail(QuoteRowsText(result->GetErrorObject(), text, version::ColumnNames(plan)))

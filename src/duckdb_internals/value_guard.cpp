@@ -1,5 +1,6 @@
 #include "duckdb_internals/value_guard.h"
 
+#include <duckdb/common/type_visitor.hpp>
 #include <duckdb/common/types/hugeint.hpp>
 #include <duckdb/common/types/variant.hpp>
 #include <duckdb/common/types/vector.hpp>
@@ -96,6 +97,46 @@ bool IsReadable(const Value& value) {
     }
 }
 
+/** Without the parts of a nested type. False for types that this list does not know, such as those of a later
+    DuckDB. */
+bool HasReadableValues(LogicalTypeId type) {
+    switch (type) {
+        case LogicalTypeId::SQLNULL:
+        case LogicalTypeId::BOOLEAN:
+        case LogicalTypeId::TINYINT:
+        case LogicalTypeId::SMALLINT:
+        case LogicalTypeId::INTEGER:
+        case LogicalTypeId::BIGINT:
+        case LogicalTypeId::HUGEINT:
+        case LogicalTypeId::UTINYINT:
+        case LogicalTypeId::USMALLINT:
+        case LogicalTypeId::UINTEGER:
+        case LogicalTypeId::UBIGINT:
+        case LogicalTypeId::UHUGEINT:
+        case LogicalTypeId::FLOAT:
+        case LogicalTypeId::DOUBLE:
+        case LogicalTypeId::VARCHAR:
+        case LogicalTypeId::BLOB:
+        case LogicalTypeId::UUID:
+        case LogicalTypeId::ENUM:
+        case LogicalTypeId::GEOMETRY:
+        case LogicalTypeId::DATE:
+        case LogicalTypeId::TIMESTAMP:
+        case LogicalTypeId::TIMESTAMP_SEC:
+        case LogicalTypeId::TIMESTAMP_MS:
+        case LogicalTypeId::TIMESTAMP_NS:
+        case LogicalTypeId::TIMESTAMP_TZ:
+        case LogicalTypeId::INTERVAL:
+        case LogicalTypeId::LIST:
+        case LogicalTypeId::ARRAY:
+        case LogicalTypeId::MAP:
+        case LogicalTypeId::UNION:
+            return true;
+        default:
+            return version::IsStruct(type);
+    }
+}
+
 }  // namespace
 
 bool IsValidTimeNs(int64_t nanos) noexcept {
@@ -139,6 +180,11 @@ bool IsReadable(duckdb_value value) {
         ThrowIfOutOfMemory();
         return false;
     }
+}
+
+bool IsEveryValueReadable(const duckdb::LogicalType& type) {
+    return !duckdb::TypeVisitor::Contains(
+        type, [](const duckdb::LogicalType& part) { return !HasReadableValues(part.id()); });
 }
 
 }  // namespace mduckdb

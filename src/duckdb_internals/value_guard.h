@@ -4,6 +4,10 @@
 
 #include <cstdint>
 
+namespace duckdb {
+struct LogicalType;
+}
+
 /* Numbers that DuckDB stores in a type that does not allow them. When DuckDB reads such a value or converts
    it to text, it can throw, end the engine for all its users or end the process, so these values must not
    reach it. */
@@ -34,5 +38,8 @@ bool IsValidStoredBignum(const uint8_t* data, idx_t size) noexcept;
     for NULL. Failures that DuckDB reports in an ordinary way, such as an infinite date, do not count. Throws
     `std::bad_alloc`. */
 bool IsReadable(duckdb_value value);
+
+/** Whether values of the type can be converted to text without looking at each of them. */
+bool IsEveryValueReadable(const duckdb::LogicalType& type);
 
 }  // namespace mduckdb

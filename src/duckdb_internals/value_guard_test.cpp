@@ -7,6 +7,7 @@
 #include <functional>
 #include <limits>
 
+#include "support/harmful_time.h"
 #include "support/sample_values.h"
 #include "support/test_engine.h"
 
@@ -260,16 +261,6 @@ TEST(ValueGuard, AHarmfulNestedValueMakesTheOuterOneUnreadable) {
             EXPECT_FALSE(IsReadable(list.get()));
         }
     }
-}
-
-/** Creates the table `times` with an impossible TIME. */
-void StoreHarmfulTime(TestEngine& engine) {
-    engine.Query("CREATE TABLE times(t TIME)");
-    duckdb_appender appender = nullptr;
-    ASSERT_EQ(duckdb_appender_create(engine.get(), nullptr, "times", &appender), DuckDBSuccess);
-    ASSERT_EQ(duckdb_append_time(appender, {kLargest}), DuckDBSuccess);
-    ASSERT_EQ(duckdb_appender_end_row(appender), DuckDBSuccess);
-    ASSERT_EQ(duckdb_appender_destroy(&appender), DuckDBSuccess);
 }
 
 TEST(ValueGuard, AHarmfulValueInsideARowMakesItUnreadable) {

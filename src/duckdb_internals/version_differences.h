@@ -2,6 +2,7 @@
 
 #include <duckdb/common/operator/cast_operators.hpp>
 #include <duckdb/common/operator/string_cast.hpp>
+#include <duckdb/common/types/hugeint.hpp>
 #include <duckdb/common/types/vector.hpp>
 #include <duckdb/main/capi/capi_internal.hpp>
 #include <memory>
@@ -11,11 +12,14 @@
 #include <duckdb/main/materialized_query_result.hpp>
 #include <duckdb/main/stream_query_result.hpp>
 #else
+#include <duckdb/common/operator/decimal_cast_operators.hpp>
 #include <duckdb/common/types/string_heap.hpp>
 #include <duckdb/common/vector/array_vector.hpp>
 #include <duckdb/common/vector/list_vector.hpp>
 #include <duckdb/common/vector/struct_vector.hpp>
 #endif
+
+#include "duckdb_internals/powers_of_ten.h"
 
 /* What DuckDB 1.5 and 2.0 name differently in values, vectors and results; version_statements.h has the other
    names, version_settings.h what differs in engines. Only these three files ask for the version. */
@@ -27,6 +31,11 @@ namespace mduckdb::version {
    STRUCT. Also true for a type with a name of its own, as JSON. */
 inline bool HasTypeInfo(const duckdb::LogicalType& type) {
     return type.AuxInfo() != nullptr;
+}
+
+/** Also true for a struct whose fields have no names, which is a type of its own in DuckDB 2.0. */
+inline bool IsStruct(duckdb::LogicalTypeId type) {
+    return type == duckdb::LogicalTypeId::STRUCT;
 }
 
 /** A vector that holds the value in its first row. */
@@ -132,12 +141,33 @@ inline const std::string& ParameterKey(const std::string& name) {
     return name;
 }
 
+/** Up to this scale, DuckDB divides a DECIMAL whose number a double holds exactly once. */
+inline constexpr uint8_t kMostDividedScale = 38;
+/** Another DECIMAL as DuckDB's cast to DOUBLE rounds it; `power` is 10^`scale`. */
+inline double RoundDecimal(int64_t number, uint8_t scale, double power) {
+    const int64_t whole = number / kPowersOfTen<int64_t>[scale];
+    return static_cast<double>(whole) + static_cast<double>(number % kPowersOfTen<int64_t>[scale]) / power;
+}
+inline double RoundDecimal(const duckdb::hugeint_t& number, uint8_t scale, double power) {
+    if (scale == 0) {
+        return duckdb::Hugeint::Cast<double>(number);
+    }
+    duckdb::hugeint_t rest;
+    const duckdb::hugeint_t whole =
+        duckdb::Hugeint::DivMod(number, duckdb::Hugeint::POWERS_OF_TEN[scale], rest);
+    return duckdb::Hugeint::Cast<double>(whole) + duckdb::Hugeint::Cast<double>(rest) / power;
+}
+
 #else
 
 inline bool HasTypeInfo(const duckdb::LogicalType& type) {
     const duckdb::LogicalTypeInfo& info = type.GetTypeInfo();
     return info.type != duckdb::LogicalTypeInfoType::INVALID_TYPE_INFO || !info.alias.empty() ||
            info.extension_info;
+}
+
+inline bool IsStruct(duckdb::LogicalTypeId type) {
+    return type == duckdb::LogicalTypeId::STRUCT || type == duckdb::LogicalTypeId::TUPLE;
 }
 
 inline duckdb::Vector MakeVector(const duckdb::Value& value) {
@@ -236,6 +266,16 @@ inline duckdb::unique_ptr<duckdb::QueryResult> MakeFailedResult(const duckdb::Er
 
 inline duckdb::Identifier ParameterKey(const std::string& name) {
     return duckdb::Identifier(name);
+}
+
+inline constexpr uint8_t kMostDividedScale = 22;
+template <class Number>
+double RoundDecimal(const Number& number, uint8_t scale, double /*power*/) {
+    duckdb::CastParameters parameters;
+    double result = 0;
+    duckdb::TryCastFromDecimal::Operation<Number, double>(number, result, parameters,
+                                                          duckdb::Decimal::MAX_WIDTH_DECIMAL, scale);
+    return result;
 }
 
 #endif

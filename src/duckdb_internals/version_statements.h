@@ -8,6 +8,7 @@
 #include <duckdb/parser/parser.hpp>
 #include <duckdb/parser/sql_statement.hpp>
 #include <duckdb/parser/statement/select_statement.hpp>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -16,6 +17,8 @@
 #else
 #include <duckdb/main/client_data.hpp>
 #include <duckdb/main/query_parameters.hpp>
+#include <duckdb/planner/operator/logical_get.hpp>
+#include <duckdb/planner/planner.hpp>
 #endif
 
 /* What DuckDB 1.5 and 2.0 name differently in statements: parsing, preparing and running them. */
@@ -59,9 +62,6 @@ inline const std::string& NameOf(const duckdb::FunctionExpression& call) {
 inline duckdb::SelectStatement& SelectOf(duckdb::SubqueryExpression& subquery) {
     return *subquery.subquery;
 }
-inline const std::string& FunctionNameOf(const duckdb::PhysicalTableScan& scan) {
-    return scan.function.name;
-}
 
 /** A successfully prepared statement's plan and properties. */
 inline duckdb::PreparedStatementData& PlanOf(duckdb::ClientContext& /*context*/,
@@ -70,6 +70,25 @@ inline duckdb::PreparedStatementData& PlanOf(duckdb::ClientContext& /*context*/,
 }
 inline std::vector<std::string> ColumnNames(const duckdb::PreparedStatementData& plan) {
     return plan.names;
+}
+inline void AddTableFunctions(const duckdb::PhysicalOperator& plan, std::vector<std::string>& names) {
+    if (plan.type == duckdb::PhysicalOperatorType::TABLE_SCAN) {
+        names.push_back(plan.Cast<duckdb::PhysicalTableScan>().function.name);
+    }
+    for (const auto& child : plan.GetChildren()) {
+        AddTableFunctions(child.get(), names);
+    }
+}
+/** The table functions that the statement runs, also those that a view, a macro or `query()` brings. Nothing
+    when it has no plan. */
+inline std::optional<std::vector<std::string>> FindTableFunctions(duckdb::ClientContext& /*context*/,
+                                                                  const duckdb::PreparedStatementData& plan) {
+    if (!plan.physical_plan) {
+        return std::nullopt;
+    }
+    std::vector<std::string> names;
+    AddTableFunctions(plan.physical_plan->Root(), names);
+    return names;
 }
 
 /** Begins a prepared statement that has no parameters; the rows are in the buffer manager. An error has a
@@ -124,9 +143,6 @@ inline const std::string& NameOf(const duckdb::FunctionExpression& call) {
 inline duckdb::SelectStatement& SelectOf(duckdb::SubqueryExpression& subquery) {
     return *subquery.SubqueryMutable();
 }
-inline const std::string& FunctionNameOf(const duckdb::PhysicalTableScan& scan) {
-    return scan.function.GetName().GetIdentifierName();
-}
 
 inline duckdb::PreparedStatementData& PlanOf(duckdb::ClientContext& context,
                                              duckdb::PreparedStatement& prepared) {
@@ -137,6 +153,28 @@ inline std::vector<std::string> ColumnNames(const duckdb::PreparedStatementData&
     for (const duckdb::Identifier& name : plan.names) {
         names.push_back(name.GetIdentifierName());
     }
+    return names;
+}
+inline void AddTableFunctions(const duckdb::LogicalOperator& plan, std::vector<std::string>& names) {
+    if (plan.type == duckdb::LogicalOperatorType::LOGICAL_GET) {
+        names.push_back(plan.Cast<duckdb::LogicalGet>().function.GetName().GetIdentifierName());
+    }
+    for (const auto& child : plan.children) {
+        AddTableFunctions(*child, names);
+    }
+}
+// DuckDB 2.0 keeps no plan of a statement that reads files, and plans it again when it runs.
+inline std::optional<std::vector<std::string>> FindTableFunctions(duckdb::ClientContext& context,
+                                                                  const duckdb::PreparedStatementData& plan) {
+    if (!plan.unbound_statement) {
+        return std::nullopt;
+    }
+    std::vector<std::string> names;
+    context.RunFunctionInTransaction([&] {
+        duckdb::Planner planner(context);
+        planner.CreatePlan(plan.unbound_statement->Copy());
+        AddTableFunctions(*planner.plan, names);
+    });
     return names;
 }
 
