@@ -230,6 +230,10 @@ SharedEngine FileTurn::JoinWriter() {
 }
 
 SharedEngine FileTurn::TakeIdleReader(const Configuration& configuration) {
+    // Of a file that the system does not see, nothing tells whether it has changed.
+    if (!look_.exists) {
+        return nullptr;
+    }
     const FileStamp stamp = files_.system_.ReadStamp(look_.path);
     for (OpenEngine* each = file_->engines; each != nullptr; each = each->next) {
         const bool is_equal =

@@ -159,6 +159,49 @@ TEST_F(EngineFilesTest, AFailedOpenLeavesNothingBehind) {
     EXPECT_FALSE(std::filesystem::exists(path));
 }
 
+/** As the system sees files on a network: not at all. */
+class Network : public FileSystem {
+  public:
+    FileLook Look(const std::string& path) const override {
+        FileLook look;
+        look.name = look.path = path;
+        return look;
+    }
+    bool Identify(const char*, uint64_t&, uint64_t&) const noexcept override { return false; }
+    FileStamp ReadStamp(const std::string&) const override { return {-1, -1, -1, -1}; }
+};
+
+TEST(EngineFilesOnANetwork, AreReadByANewEngineEachTime) {
+    const TempFolder folder;
+    const std::string path = folder / "a.db";
+    {
+        std::string error;
+        EngineFiles local(MakeList());
+        ASSERT_NE(FileTurn(local, path).OpenWriter(path, Configuration(), error), nullptr) << error;
+    }
+    const Network network;
+    EngineFiles files(MakeList(), network);
+    const auto open = [&] {
+        std::string error;
+        return FileTurn(files, path).OpenReader(path, Reading(), error);
+    };
+    const SharedEngine keeper = open();
+    open();
+    EXPECT_EQ(files.get_EngineCount(), 2u);
+    // Nothing tells whether the file has changed.
+    EXPECT_EQ(FileTurn(files, path).TakeIdleReader(Reading()), nullptr);
+}
+
+TEST(EngineFilesOnANetwork, AreOtherFilesUnderEveryOtherAddress) {
+    nbx::I_OpenFiles& list = MakeList();
+    const FileLook one = FileSystem::Get().Look("s3://one/a.db");
+    const FileLook two = FileSystem::Get().Look("s3://two/a.db");
+    nbx::OpenFile* const file = list.Take(one.get_Identity());
+    EXPECT_TRUE(list.Matches(file, one.get_Identity()));
+    EXPECT_FALSE(list.Matches(file, two.get_Identity()));
+    list.Release(file);
+}
+
 /** A file system on which looking at one path blocks until the test releases it. */
 class SlowDisk : public FileSystem {
   public:

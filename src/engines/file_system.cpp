@@ -79,7 +79,10 @@ FileLook FileSystem::Look(const std::string& path) const {
     look.name = look.path.substr(look.path.rfind('/') + 1);
     look.exists = FileSystem::Identify(path.c_str(), look.device, look.inode);
     const std::string folder = FolderOf(look.path);
-    FileSystem::Identify(folder.empty() ? "." : folder.c_str(), look.folder_device, look.folder_inode);
+    if (!FileSystem::Identify(folder.empty() ? "." : folder.c_str(), look.folder_device, look.folder_inode)) {
+        // Two files on a network may have the same last part.
+        look.name = look.path;
+    }
     return look;
 }
 

@@ -16,7 +16,8 @@ struct FileLook {
     uint64_t inode = 0;
     uint64_t folder_device = 0;
     uint64_t folder_inode = 0;
-    /** The last part of `path`. */
+    /** The last part of `path`; the whole path where the system knows no folder, as of a file on a network.
+     */
     std::string name;
     /** Where the file itself is, or would be created: links at the end of the path are followed. */
     std::string path;

@@ -7,11 +7,14 @@
 namespace mduckdb {
 namespace {
 
-std::string BaseQuery(const Arguments& arguments) {
+std::string ReadUri(const Arguments& arguments) {
     if (arguments.get_Count() < 1) {
         throw std::invalid_argument("fetch_parquet requires parquet file path.");
     }
-    const std::string uri = arguments.RequiredText(0, FetchParquet::kName);
+    return arguments.RequiredText(0, FetchParquet::kName);
+}
+
+std::string BaseQuery(const std::string& uri, const Arguments& arguments) {
     return "SELECT " + arguments.ColumnList(1) + " FROM " + ReadParquetCall(uri) +
            WhereClause(arguments.OptionalText(2));
 }
@@ -19,9 +22,10 @@ std::string BaseQuery(const Arguments& arguments) {
 }  // namespace
 
 mirona_cursor FetchParquet::Run(mirona_call call, const Arguments& arguments) {
-    const std::string base_query = BaseQuery(arguments);
+    const std::string uri = ReadUri(arguments);
+    const std::string base_query = BaseQuery(uri, arguments);
     const std::string limit = arguments.Limit(3);
-    return RunQuery(call, kName, PrivateEngine::OpenInMemory(kName), base_query, limit);
+    return RunQuery(call, kName, PrivateEngine::OpenInMemory(kName, uri), base_query, limit);
 }
 
 }  // namespace mduckdb

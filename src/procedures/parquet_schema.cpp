@@ -42,7 +42,7 @@ mirona_cursor ParquetSchema::Run(mirona_call call, const Arguments& arguments) {
     const std::string uri = arguments.RequiredText(0, kName);
     const std::string sql = "SELECT * FROM " + ReadParquetCall(uri) + " LIMIT 0";
     RequireNoNul(kName, sql);
-    PrivateEngine engine = PrivateEngine::OpenInMemory(kName);
+    PrivateEngine engine = PrivateEngine::OpenInMemory(kName, uri);
     ResultHolder result = engine.RunInTime([&] { return engine.Query(sql); });
     engine.FinishReading();
     const idx_t rows = duckdb_column_count(result.get());

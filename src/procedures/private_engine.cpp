@@ -2,7 +2,10 @@
 
 #include <strings.h>
 
+#include <algorithm>
 #include <array>
+#include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <string_view>
 #include <utility>
@@ -75,8 +78,8 @@ void PrivateEngine::Configure(Configuration& configuration, const std::string& s
         configuration.Set("threads", std::to_string(limits_->threads));
     }
     // An engine serves several calls, and DuckDB's cache reads old content of a file that was rewritten
-    // within the second.
-    configuration.Set("enable_external_file_cache", "false");
+    // within the second. On a network, one request fetches a small file whole only into this cache.
+    configuration.Set("enable_external_file_cache", is_remote_ ? "true" : "false");
     configuration.Mark(std::to_string(limits_->temp_directory_mb));
     if (limits_->spill) {
         configuration.Mark(limits_->spill->get_Path());
@@ -94,7 +97,9 @@ void PrivateEngine::Configure(Configuration& configuration, const std::string& s
 }
 
 void PrivateEngine::OpenMemory() {
-    memory_engine_ = IdleEngines::Take(limits_, use_);
+    if (!is_remote_) {
+        memory_engine_ = IdleEngines::Take(limits_, use_);
+    }
     if (memory_engine_) {
         engine_ = memory_engine_->get_Engine();
     } else {
@@ -112,12 +117,14 @@ void PrivateEngine::OpenNewMemory() {
     engine_ = turn.OpenWriter(kMemory, configuration, error);
     if (engine_) {
         LimitOpened(turn);
-        memory_engine_.emplace(engine_, limits_, round);
+        if (!is_remote_) {
+            memory_engine_.emplace(engine_, limits_, round);
+        }
     }
 }
 
-PrivateEngine PrivateEngine::OpenInMemory(const char* procedure_name) {
-    PrivateEngine engine(procedure_name);
+PrivateEngine PrivateEngine::OpenInMemory(const char* procedure_name, const std::string& uri) {
+    PrivateEngine engine(procedure_name, uri);
     engine.OpenMemory();
     if (!engine.engine_) {
         throw std::runtime_error("Unable to open in-memory DuckDB database.");
@@ -127,8 +134,8 @@ PrivateEngine PrivateEngine::OpenInMemory(const char* procedure_name) {
 }
 
 PrivateEngine PrivateEngine::OpenFile(const char* procedure_name, const std::string& path) {
-    PrivateEngine engine(procedure_name);
     const std::string file = DatabaseFilePath(path);
+    PrivateEngine engine(procedure_name, file);
     if (file == kMemory) {
         engine.OpenMemory();
     } else if (!file.empty()) {
@@ -160,6 +167,7 @@ bool PrivateEngine::RunLimits() {
         }
     }
     if (!limits_->get_IsConfined()) {
+        LimitRequests();
         return true;
     }
     std::vector<std::string> folders;
@@ -169,6 +177,20 @@ bool PrivateEngine::RunLimits() {
     // DuckDB accepts them in this order only.
     return Run(("SET allowed_directories = [" + JoinList(folders) + "]").c_str()) &&
            Run("SET enable_external_access = false") && Run("SET lock_configuration = true");
+}
+
+void PrivateEngine::LimitRequests() noexcept {
+    using std::chrono::seconds;
+    if (!is_remote_ || !time_.get_IsLimited()) {
+        return;
+    }
+    // Where the extension that knows these settings is missing, the call itself fails.
+    constexpr seconds kDefault{30};
+    const seconds timeout = std::min(std::chrono::ceil<seconds>(limits_->time), kDefault);
+    std::array<char, 64> sql{};
+    snprintf(sql.data(), sql.size(), "SET http_timeout = %lld", static_cast<long long>(timeout.count()));
+    Run(sql.data());
+    Run("SET http_retries = 1");
 }
 
 void PrivateEngine::UseFile(const std::string& file) {
@@ -192,7 +214,8 @@ void PrivateEngine::OpenReader(FileTurn& turn, const std::string& file) {
     Configuration configuration;
     configuration.SetAccessMode("READ_ONLY");
     configuration.Mark(kConfigurationMark);
-    Configure(configuration, file + ".tmp-");
+    // What does not fit into memory is written to a disk of this machine.
+    Configure(configuration, is_remote_ ? ".tmp-" : file + ".tmp-");
     engine_ = turn.TakeIdleReader(configuration);
     const bool is_idle = engine_ != nullptr;
     std::string error;
@@ -230,6 +253,7 @@ PrivateEngine::PrivateEngine(PrivateEngine&& other) noexcept
     : call_(std::move(other.call_)),
       limits_(std::move(other.limits_)),
       time_(other.time_),
+      is_remote_(other.is_remote_),
       engine_(std::move(other.engine_)),
       use_(std::move(other.use_)),
       memory_engine_(std::exchange(other.memory_engine_, std::nullopt)),

@@ -11,6 +11,7 @@
 
 #include "base/deadline.h"
 #include "base/holders.h"
+#include "duckdb_internals/remote_files.h"
 #include "engines/engine_files.h"
 #include "engines/idle_engines.h"
 #include "engines/memory_engine.h"
@@ -25,9 +26,10 @@ namespace mduckdb {
    their fixed texts. */
 class PrivateEngine {
   public:
-    /** In memory: an idle engine of an earlier call under the same limits, or a new one. It serves the next
-        call if this one finishes reading. */
-    static PrivateEngine OpenInMemory(const char* procedure_name);
+    /** In memory, to read the file or pattern: an idle engine of an earlier call under the same limits, or a
+        new one. It serves the next call if this one finishes reading. For a file on a network: one of its
+       own, which caches what it reads. */
+    static PrivateEngine OpenInMemory(const char* procedure_name, const std::string& uri = {});
     /** Reads a database file. If this process has it open for writing, reads through that engine, in a
         read-only transaction that lasts until `FinishReading`; otherwise through a read-only engine. In both
         cases it creates, checkpoints and deletes nothing. `:memory:` is an empty database. With limited
@@ -57,10 +59,11 @@ class PrivateEngine {
     void QualifyName(std::vector<std::string>& parts);
 
   private:
-    explicit PrivateEngine(const char* procedure_name)
+    PrivateEngine(const char* procedure_name, const std::string& path)
         : call_(std::make_unique<RunningCall>(procedure_name)),
           limits_(GetLimits()),
-          time_(procedure_name, limits_->time) {}
+          time_(procedure_name, limits_->time),
+          is_remote_(IsRemotePath(path)) {}
     /** The settings of an engine within the limits; `spill_beginning` is for a call without a folder. */
     void Configure(Configuration& configuration, const std::string& spill_beginning) const;
     void OpenMemory();
@@ -70,6 +73,9 @@ class PrivateEngine {
         allowed folders, for example, after which its settings are locked. */
     void LimitOpened(FileTurn& turn);
     bool RunLimits();
+    /** DuckDB does not look for an interrupt while it waits for a server, so its own time for a request is
+       cut to that of the call, and instead of three times it asks again once. */
+    void LimitRequests() noexcept;
     void UseFile(const std::string& file);
     void OpenReader(FileTurn& turn, const std::string& file);
     /** Connects to the writing engine, if there is a working one. */
@@ -82,6 +88,8 @@ class PrivateEngine {
     std::unique_ptr<RunningCall> call_;
     SharedLimits limits_;
     CallTime time_;
+    /** What the call reads is on a network. */
+    bool is_remote_;
     /** Of the file or in memory; null until it is open. */
     SharedEngine engine_;
     /** Ends after the engine has been handed on. */
