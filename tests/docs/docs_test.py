@@ -53,7 +53,7 @@ class Blocks(unittest.TestCase):
                 self.assertNotEqual(set(block.text.splitlines()), {"..."}, block.place)
 
     def test_pictures_are_few(self):
-        self.assertEqual([block.page.name for block in all_blocks() if block.kind == "picture"], ["README.md"] + ["architecture.md"] * 4 + ["host-contract.md"])
+        self.assertEqual([block.page.name for block in all_blocks() if block.kind == "picture"], ["README.md"] + ["architecture.md"] * 4 + ["host-contract.md", "remote.md"])
 
 
 class Code(unittest.TestCase):

@@ -58,6 +58,11 @@ class Handler(http.server.BaseHTTPRequestHandler):
             self.request = self.server.tls.wrap_socket(self.request, server_side=True)
         super().setup()
 
+    def finish(self):
+        super().finish()
+        # Of TLS, the server knows only the connection below it.
+        self.request.close()
+
     def answer_request(self):
         sent = self.rfile.read(int(self.headers.get("Content-Length", 0)))
         fault = self.server.take_fault(self.command, self.path)

@@ -2,6 +2,8 @@
 
 import os
 import pathlib
+import subprocess
+import sys
 import unittest
 import urllib.parse
 
@@ -194,7 +196,12 @@ class S3Test(StoreCase, Answers):
     def test_fetch_duckdb_reads_a_database_in_the_store(self):
         self.check_rows("fetch_duckdb", "d.duckdb", "t")
         url = self.url("d.duckdb")
-        self.check_requests(f"ATTACH '{url}' AS d (READ_ONLY); SELECT * FROM d.t", "fetch_duckdb", url, "t")
+        # The Python client takes the address for a path.
+        command = [sys.executable, pathlib.Path(__file__).with_name("open_with_duckdb.py"), os.environ["MDUCKDB_DUCKDB_LIBRARY"],
+                   url, f"{self.home}/.duckdb/extensions", f"{self.home}/.duckdb/stored_secrets", "SELECT * FROM t"]
+        of_duckdb = self.count_requests(lambda: subprocess.run(command, check=True))
+        self.assertGreater(of_duckdb, 1)
+        self.assertLessEqual(self.count_requests(lambda: self.call("fetch_duckdb", url, "t")), of_duckdb)
 
     def test_what_fetch_duckdb_cannot_keep_in_memory_is_written_to_this_machine(self):
         rows = self.call("fetch_duckdb", self.url("d.duckdb"), "sorted", "1", "--memory-mb", "60", "--threads", "1")
