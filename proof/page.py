@@ -31,7 +31,7 @@ def long_form(stage):
     for step in stage.steps:
         if step.variables:
             values = {"minutes": step.minutes or stage.minutes, "seconds": f"{(step.minutes or stage.minutes) * 60:g}",
-                      "runs": stage.runs}
+                      "runs": stage.runs, "seed": "N"}
             parts.append("<br>".join(f"`{name}={text.format(**values)}`" for name, text in step.variables.items()))
         elif stage.kind == "fuzz":
             parts.append(f"libFuzzer, {duration(stage.minutes * 60)} for all targets together")

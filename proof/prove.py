@@ -4,6 +4,7 @@ import argparse
 import concurrent.futures
 import os
 import pathlib
+import random
 import re
 import subprocess
 import sys
@@ -30,7 +31,7 @@ def variables_of(stage, step, options):
     if options.short:
         return {}
     minutes = options.minutes or step.minutes or stage.minutes
-    values = {"minutes": minutes, "seconds": int(minutes * 60), "runs": options.runs or stage.runs}
+    values = {"minutes": minutes, "seconds": int(minutes * 60), "runs": options.runs or stage.runs, "seed": random.randint(1, 1000000)}
     return {name: fill(text, values) for name, text in step.variables.items()}
 
 

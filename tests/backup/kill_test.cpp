@@ -43,7 +43,7 @@ TEST(SnapshotKill, LeavesOnlyCompleteFilesUnderTheirFinalNames) {
     const std::string table = "CREATE TABLE r AS SELECT 1::BIGINT AS i, repeat('x', 100000) AS s";
     ASSERT_EQ(PlainEngine(source).Run(table), "");
     ASSERT_EQ(PlainEngine(target).Run(table), "");
-    std::mt19937 random(20240917);
+    std::mt19937 random(static_cast<unsigned>(NumberFromEnvironment("MDUCKDB_TEST_SEED", 20240917)));
     int snapshots = 0;
     const int runs = NumberFromEnvironment("MDUCKDB_TEST_KILL_RUNS", 8);
     for (int run = 0; run < runs; ++run) {

@@ -8,7 +8,7 @@ namespace {
 using DatabaseKill = DatabaseTest;
 
 TEST_F(DatabaseKill, WhatWasCommittedBeforeAProcessIsKilledSurvives) {
-    std::mt19937 random(20240917);
+    std::mt19937 random(static_cast<unsigned>(NumberFromEnvironment("MDUCKDB_TEST_SEED", 20240917)));
     const int runs = NumberFromEnvironment("MDUCKDB_TEST_KILL_RUNS", 8);
     for (int run = 0; run < runs; ++run) {
         int committed = 0;

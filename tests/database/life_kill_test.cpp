@@ -100,7 +100,7 @@ class LifeKill : public DatabaseTest {
     }
 
     std::array<microseconds, kSteps.size()> durations_{};
-    std::mt19937 random_{20241122};
+    std::mt19937 random_{static_cast<unsigned>(NumberFromEnvironment("MDUCKDB_TEST_SEED", 20241122))};
 };
 
 /** What may be found when the process was killed after it had reported the step. */

@@ -75,7 +75,7 @@ class RestoreKill : public DatabaseTest {
 TEST_F(RestoreKill, LeavesTheOldOrTheNewDatabaseWhole) {
     constexpr std::array<const char*, 5> kStages{"unfolded", "opened", "folded", "unplaced", "placed"};
     const int runs = NumberFromEnvironment("MDUCKDB_TEST_RESTORE_KILL_RUNS", 12);
-    std::mt19937 random(20240918);
+    std::mt19937 random(static_cast<unsigned>(NumberFromEnvironment("MDUCKDB_TEST_SEED", 20240918)));
     std::map<std::string, int> outcomes;
     PrepareTarget();
     SecondProcess whole_run({RESTORE_RUNNER, target, backup});
