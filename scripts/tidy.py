@@ -9,7 +9,6 @@ import shlex
 import subprocess
 import sys
 
-TIDY = "clang-tidy-14"
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 
 
@@ -37,13 +36,13 @@ def fingerprint(rules, directory, command):
     return hashlib.sha256(rules + shlex.join(call).encode() + text.stdout).hexdigest() if text.returncode == 0 else None
 
 
-def check(database, rules, path, directory, command):
+def check(tidy, database, rules, path, directory, command):
     """The findings as text; empty when the file is clean."""
     key = fingerprint(rules, directory, command)
     stamp = database / "clean" / key if key else None
     if stamp and stamp.exists():
         return ""
-    run = subprocess.run([TIDY, "-p", database, "--quiet", path], capture_output=True, text=True)
+    run = subprocess.run([tidy, "-p", database, "--quiet", path], capture_output=True, text=True)
     if run.returncode == 0:
         if stamp:
             stamp.touch()
@@ -52,17 +51,17 @@ def check(database, rules, path, directory, command):
 
 
 def main():
-    database = pathlib.Path(sys.argv[1])
+    tidy, database = pathlib.Path(sys.argv[1]), pathlib.Path(sys.argv[2])
     (database / "clean").mkdir(exist_ok=True)
-    wanted = {pathlib.Path(name).resolve() for name in sys.argv[2:]}
+    wanted = {pathlib.Path(name).resolve() for name in sys.argv[3:]}
     todo = {path: how for path, how in sources(database).items() if not wanted or path in wanted}
     if not todo:
         sys.exit("scripts/tidy: no such source in the build")
-    version = subprocess.run([TIDY, "--version"], capture_output=True, check=True).stdout
+    version = subprocess.run([tidy, "--version"], capture_output=True, check=True).stdout
     rules = version + (ROOT / ".clang-tidy").read_bytes()
     bad = 0
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
-        runs = {pool.submit(check, database, rules, path, *how): path for path, how in todo.items()}
+        runs = {pool.submit(check, tidy, database, rules, path, *how): path for path, how in todo.items()}
         for run in concurrent.futures.as_completed(runs):
             if findings := run.result():
                 bad += 1

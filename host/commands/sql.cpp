@@ -6,6 +6,7 @@
 #include <iostream>
 #include <iterator>
 #include <memory>
+#include <utility>
 
 #include "commands/parameters.h"
 #include "commands/program.h"
@@ -57,7 +58,7 @@ std::vector<Statement> SplitStatements(const std::string& sql) {
     splitter.Add(sql);
     std::vector<Statement> statements;
     for (std::string statement; splitter.TakeStatement(statement);) {
-        statements.push_back({std::move(statement), splitter.get_StatementLine()});
+        statements.push_back({std::exchange(statement, {}), splitter.get_StatementLine()});
     }
     if (std::string rest = splitter.TakeRest(); !rest.empty()) {
         statements.push_back({std::move(rest), splitter.get_StatementLine()});
@@ -78,6 +79,7 @@ ResultPtr RunSql(const DatabasePtr& database, const Arguments& arguments, const 
             [&watch] { return watch.get_IsInterrupted(); }, progress);
     }
     std::vector<Datum> parameters;
+    parameters.reserve(arguments.parameters.size());
     for (const std::string& parameter : arguments.parameters) {
         parameters.push_back(ParseParameter(parameter));
     }

@@ -76,7 +76,7 @@ bool HasProgram(const std::string& command) {
     const char* const path = std::getenv("PATH");
     std::istringstream folders(path != nullptr ? path : "/usr/bin:/bin");
     for (std::string folder; std::getline(folders, folder, ':');) {
-        folder += "/";
+        folder += '/';
         folder += program;
         if (::access(folder.c_str(), X_OK) == 0) {
             return true;

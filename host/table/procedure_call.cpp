@@ -1,5 +1,6 @@
 #include "table/procedure_call.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "data/host_values.h"
@@ -100,6 +101,7 @@ ProcedureCall::~ProcedureCall() = default;
 
 HostCursor* ProcedureCall::Run() {
     std::vector<mirona_value> handles;
+    handles.reserve(std::max(arguments_.size(), std::size_t{procedure_.max_args} + 1));
     for (HostValue& argument : arguments_) {
         handles.push_back(&argument);
     }

@@ -278,10 +278,15 @@ void SharedMemory::Return(const Run& run) noexcept {
 // Needs no destructor: the last objects may be released after all others are gone.
 constinit SharedMemory gShared;
 
+void LockShared() noexcept NBX_NO_THREAD_SAFETY_ANALYSIS {
+    gShared.mutex.lock();
+}
+void UnlockShared() noexcept NBX_NO_THREAD_SAFETY_ANALYSIS {
+    gShared.mutex.unlock();
+}
+
 /** A child that a fork makes has only the thread that forked: it must not inherit the lock from another. */
-const int gForkHandlers = ::pthread_atfork([]() NBX_NO_THREAD_SAFETY_ANALYSIS { gShared.mutex.lock(); },
-                                           []() NBX_NO_THREAD_SAFETY_ANALYSIS { gShared.mutex.unlock(); },
-                                           []() NBX_NO_THREAD_SAFETY_ANALYSIS { gShared.mutex.unlock(); });
+const int gForkHandlers = ::pthread_atfork(&LockShared, &UnlockShared, &UnlockShared);
 
 }  // namespace
 

@@ -1,6 +1,5 @@
 #include "backup/files.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -14,6 +13,7 @@
 #include <system_error>
 
 #include "backup/error.h"
+#include "base/process.h"
 
 namespace mduckdb {
 
@@ -131,13 +131,11 @@ int FindOpenDescriptor(const std::string& path) {
     if (stat(path.c_str(), &wanted) != 0) {
         return -1;
     }
-    const std::unique_ptr<DIR, int (*)(DIR*)> folder(opendir("/proc/self/fd"), &closedir);
     int found = -1;
-    while (const dirent* const entry = folder ? readdir(folder.get()) : nullptr) {
-        const int descriptor = std::atoi(entry->d_name);
+    for (const int descriptor : ListDescriptors()) {
         struct stat info {};
-        if (entry->d_name[0] != '.' && descriptor != dirfd(folder.get()) && fstat(descriptor, &info) == 0 &&
-            info.st_dev == wanted.st_dev && info.st_ino == wanted.st_ino && IsReadable(descriptor)) {
+        if (fstat(descriptor, &info) == 0 && info.st_dev == wanted.st_dev && info.st_ino == wanted.st_ino &&
+            IsReadable(descriptor)) {
             // The oldest one is the engine's own: a later one may belong to code that reads the file briefly.
             found = found < 0 ? descriptor : std::min(found, descriptor);
         }

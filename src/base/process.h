@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <vector>
 
 namespace mduckdb {
 
@@ -8,5 +9,9 @@ namespace mduckdb {
     What was opened under another number belongs to the parent, with the file's lock and DuckDB's threads. Any
     thread; costs no system call. */
 uint32_t get_ProcessNumber() noexcept;
+
+/** The file descriptors of this process. Other threads may have closed some of them since, and reused the
+   numbers. Empty without /proc. Any thread; throws `std::bad_alloc`. */
+std::vector<int> ListDescriptors();
 
 }  // namespace mduckdb

@@ -137,7 +137,7 @@ inline duckdb::unique_ptr<duckdb::QueryResult> MakeFailedResult(const duckdb::Er
 }
 
 /** By what a prepared statement knows its parameters' values. */
-inline const std::string& ParameterKey(const std::string& name) {
+inline std::string ParameterKey(const std::string& name) {
     return name;
 }
 

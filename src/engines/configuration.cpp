@@ -27,7 +27,7 @@ std::string NumberOrNothing(uint32_t number, const char* unit) {
 }
 
 // In the order in which DuckDB gets them.
-const OptionRow kOptionRows[] = {
+constexpr OptionRow kOptionRows[] = {
     {"threads", [](const Options& o) { return NumberOrNothing(o.threads, ""); }, nullptr},
     {"max_memory", [](const Options& o) { return NumberOrNothing(o.max_memory_mb, "MB"); }, nullptr},
     {"temp_directory", nullptr, &Options::temp_directory},

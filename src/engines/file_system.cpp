@@ -1,15 +1,15 @@
 #include "engines/file_system.h"
 
-#include <dirent.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <climits>
-#include <cstdlib>
 #include <cstring>
-#include <memory>
 #include <string_view>
+#include <vector>
+
+#include "base/process.h"
 
 namespace mduckdb {
 
@@ -39,31 +39,6 @@ std::string FollowLinks(std::string path) {
         path = next.starts_with('/') ? next : FolderOf(path).append(next);
     }
     return path;
-}
-
-/** Calls `visit` with each descriptor of this process on the file until it returns true. */
-template <class Visit>
-bool VisitDescriptors(const FileLook& file, Visit visit) {
-    const std::unique_ptr<DIR, int (*)(DIR*)> folder(opendir("/proc/self/fd"), &closedir);
-    if (!folder) {
-        return false;
-    }
-    while (const dirent* entry = readdir(folder.get())) {
-        if (entry->d_name[0] == '.') {
-            continue;
-        }
-        const int descriptor = std::atoi(entry->d_name);
-        struct stat info {};
-        const auto is_file = [&] {
-            return fstat(descriptor, &info) == 0 && S_ISREG(info.st_mode) && info.st_dev == file.device &&
-                   info.st_ino == file.inode;
-        };
-        // Another thread may close the descriptor, and reuse its number, while it is visited.
-        if (is_file() && visit(descriptor) && is_file()) {
-            return true;
-        }
-    }
-    return false;
 }
 
 }  // namespace
@@ -159,12 +134,19 @@ FileContent ReadContent(int descriptor) {
 }
 
 FileContent ReadContentWithoutOpening(const FileLook& file) {
-    FileContent content = FileContent::unreadable;
-    const bool is_found = VisitDescriptors(file, [&content](int descriptor) {
-        content = ReadContent(descriptor);
-        return content != FileContent::unreadable;
-    });
-    return is_found ? content : FileContent::unreadable;
+    for (const int descriptor : ListDescriptors()) {
+        const auto is_file = [&] {
+            struct stat info {};
+            return fstat(descriptor, &info) == 0 && S_ISREG(info.st_mode) && info.st_dev == file.device &&
+                   info.st_ino == file.inode;
+        };
+        // Another thread may close the descriptor, and reuse its number, while it is read.
+        const FileContent content = is_file() ? ReadContent(descriptor) : FileContent::unreadable;
+        if (content != FileContent::unreadable && is_file()) {
+            return content;
+        }
+    }
+    return FileContent::unreadable;
 }
 
 }  // namespace mduckdb

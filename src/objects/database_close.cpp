@@ -15,7 +15,9 @@ namespace mduckdb {
 
 namespace {
 
-const std::string kCannotDrop = "Can not be dropped. ";
+std::string CannotDrop(const std::string& reason) {
+    return "Can not be dropped. " + reason;
+}
 
 }  // namespace
 
@@ -70,10 +72,10 @@ void DuckDBDatabase::ThrowIfUsed(const FileTurn& turn) const {
     // The registry also counts users without a file of their own.
     const uint32_t registered = HandleRegistry::Get().get_UserCount(location_->get_PathText());
     if (const uint32_t count = std::max(turn.get_UserCount(), registered)) {
-        ThrowError(kCannotDrop + std::to_string(count) + " connections are alive.");
+        ThrowError(CannotDrop(std::to_string(count) + " connections are alive."));
     }
     if (turn.IsOpenByOtherMeans()) {
-        ThrowError(kCannotDrop + "This process has the file open by other means, for example by ATTACH.");
+        ThrowError(CannotDrop("This process has the file open by other means, for example by ATTACH."));
     }
 }
 
@@ -84,7 +86,7 @@ void DuckDBDatabase::DeleteFile(FileTurn& turn) {
     FileLock lock;
     std::string reason;
     if (!lock.Take(turn.get_Look(), reason)) {
-        ThrowError(kCannotDrop + reason);
+        ThrowError(CannotDrop(reason));
     }
     turn.ClaimPlace();
     // A symbolic link stays; the database that it points to is deleted, even if no text can hold its name.
@@ -93,7 +95,7 @@ void DuckDBDatabase::DeleteFile(FileTurn& turn) {
     if (target == ToPath(path_)) {
         file->ThrowOut();
     } else if (unlink(target.c_str()) != 0) {
-        ThrowError(kCannotDrop + "The file cannot be deleted: " + std::strerror(errno) + ".");
+        ThrowError(CannotDrop(std::string("The file cannot be deleted: ") + std::strerror(errno) + "."));
     }
     // The log goes after the file: a log without its file is worthless, but a file without its log has lost
     // rows.

@@ -19,7 +19,7 @@ std::string FailureText(const char* type_word) {
 }
 
 /** The given value is not valid for its type, so DuckDB was not called. */
-struct NotAValue {};
+struct NotAValue : std::exception {};
 
 void Require(bool is_value) {
     if (!is_value) {

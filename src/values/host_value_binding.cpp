@@ -190,7 +190,7 @@ constexpr std::size_t kHostTypeCount = static_cast<std::size_t>(ValueType::Array
 
 /** By the host's code: a bind of many rows looks a type up for every value. */
 constexpr auto kTypesByCode = [] {
-    std::array<HostType, kHostTypeCount> types{};
+    std::array<HostType, kHostTypeCount> types;
     types.fill(TypeOf<TextKind>(ValueType::String, DUCKDB_TYPE_VARCHAR));
     for (const HostType& type : kHostTypes) {
         types[static_cast<std::size_t>(type.type)] = type;

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "nbx/export.h"
+#include "nbx/thread_annotations.h"
 
 namespace nbx {
 
@@ -156,9 +157,10 @@ class NBX_API Counted : public Interface, noncopyable {
     RefCount refs_;
 };
 
-/** Creates a `T`, whose count must start at 0, and returns the first reference to it. */
+/** Creates a `T`, whose count must start at 0, and returns the first reference to it. The caller holds the
+   locks that the constructor needs; the analysis cannot see that from here. */
 template <class T, class... Args>
-smart_ptr<T> MakeObject(Args&&... args) {
+smart_ptr<T> MakeObject(Args&&... args) NBX_NO_THREAD_SAFETY_ANALYSIS {
     return smart_ptr<T>(new T(std::forward<Args>(args)...));
 }
 
