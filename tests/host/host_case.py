@@ -15,6 +15,8 @@ PLAIN_MODULE = os.environ["MDUCKDB_MODULE"]
 class HostCase(unittest.TestCase):
     """Runs the program in a new, empty folder."""
 
+    longest_run = 60
+
     def setUp(self):
         self.folder = tempfile.mkdtemp(prefix="mduckdb-host-")
         self.addCleanup(shutil.rmtree, self.folder, ignore_errors=True)
@@ -25,7 +27,8 @@ class HostCase(unittest.TestCase):
     def run_host(self, *arguments, stdin="", **more):
         """The finished process. `stdin` is text or bytes."""
         sent = stdin if isinstance(stdin, bytes) else stdin.encode()
-        return subprocess.run([HOST, *arguments], input=sent, capture_output=True, cwd=self.folder, timeout=60, **more)
+        return subprocess.run([HOST, *arguments], input=sent, capture_output=True, cwd=self.folder, timeout=self.longest_run,
+                              **more)
 
     def output(self, *arguments, status=0, **more):
         """What a call prints; its status is checked, and that it says nothing on stderr when it worked."""

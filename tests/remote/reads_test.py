@@ -225,7 +225,12 @@ class S3Test(StoreCase, Answers):
     def test_200_small_files_need_no_more_requests_than_with_duckdb_itself(self):
         url = self.url("*/*.parquet")
         self.check_requests(f"SELECT * FROM read_parquet('{url}')", "fetch_parquet", url)
-        self.check_requests(f"SELECT count(*) FROM read_parquet('{url}') WHERE part < 10", "parquet_count", url, "part < 10")
+
+    def test_a_call_that_is_confined_to_folders_sends_no_request(self):
+        self.server.take_requests()
+        error = self.error("--allow-directory", self.folder, "call", "parquet_count", self.url("a.parquet"))
+        self.assertIn("Error", error)
+        self.assertEqual(self.server.take_requests(), [])
 
     def test_the_engine_of_a_database_keeps_what_it_has_read(self):
         query = f"SELECT sum(id) FROM '{self.url('a.parquet')}'"

@@ -67,6 +67,9 @@ class Shell:
 class RemoteCase(host_case.HostCase):
     """A new home for each class, with the extensions installed as somebody without a network would."""
 
+    # A server that is late costs DuckDB half a minute, after which it asks again.
+    longest_run = 300
+
     @classmethod
     def setUpClass(cls):
         cls.home = tempfile.mkdtemp(prefix="mduckdb-home-")
