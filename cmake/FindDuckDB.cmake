@@ -42,8 +42,8 @@ if(NOT "${_root}" STREQUAL "${_DuckDB_FOUND_IN}")
     set(_DuckDB_FOUND_IN "${_root}" CACHE INTERNAL "")
 endif()
 
-find_path(DuckDB_INCLUDE_DIR duckdb.h PATHS ${_root} PATH_SUFFIXES include src/include NO_DEFAULT_PATH)
-find_library(DuckDB_LIBRARY duckdb PATHS ${_root} PATH_SUFFIXES lib NO_DEFAULT_PATH)
+find_path(DuckDB_INCLUDE_DIR duckdb.h PATHS ${_root} PATH_SUFFIXES include src/include NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)
+find_library(DuckDB_LIBRARY duckdb PATHS ${_root} PATH_SUFFIXES lib NO_DEFAULT_PATH NO_CMAKE_FIND_ROOT_PATH)
 mark_as_advanced(DuckDB_INCLUDE_DIR DuckDB_LIBRARY)
 
 include(FindPackageHandleStandardArgs)

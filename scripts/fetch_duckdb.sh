@@ -108,19 +108,12 @@ fetch_duckdb() {
     [ "$(uname -s)-$(uname -m)" = Linux-x86_64 ] ||
         no_duckdb "scripts/duckdb-$DUCKDB_NAME.pin names the library for Linux on x86-64 only; this is $(uname -s) on $(uname -m)."
     install_clients
-    mkdir -p "$CACHE" || die "The cache folder $CACHE cannot be created. Set XDG_CACHE_HOME=FOLDER to use another one."
-    exec 8>"$CACHE/.lock"
-    flock 8
+    begin_fetch
     if has_duckdb; then
-        exec 8>&-
+        end_fetch
         return
     fi
-    # Under the lock, so left-over folders belong to runs that were killed.
-    rm -rf "$CACHE"/.fetch.*
-    local work library source inside
-    work=$(mktemp -d "$CACHE/.fetch.XXXXXX")
-    # shellcheck disable=SC2064
-    trap "rm -rf '$work'" EXIT
+    local work=$FETCHED library source inside
     library=$(get_file "$DUCKDB_LIBRARY_FILE" "$DUCKDB_LIBRARY_SHA256" "$work" "$(library_command)") || exit 1
     source=$(get_file "$DUCKDB_SOURCE_FILE" "$DUCKDB_SOURCE_SHA256" "$work" "$(source_command)") || exit 1
 
@@ -139,8 +132,6 @@ fetch_duckdb() {
     mv "$work/contents" "$work/home/"
     rm -rf "$DUCKDB_HOME"
     mv "$work/home" "$DUCKDB_HOME"
-    rm -rf "$work"
-    trap - EXIT
-    exec 8>&-
+    end_fetch
     say "DuckDB $DUCKDB_VERSION is in $DUCKDB_HOME"
 }

@@ -17,18 +17,37 @@ die() {
 
 # Which DuckDB: `--duckdb NAME` as the first arguments of any script, or MDUCKDB_DUCKDB=NAME, selects
 # scripts/duckdb-NAME.pin. Each DuckDB has its own build folders; those of the shipped one have no name in their path.
+# Which processor: `--arch arm64` of scripts/setup, test and package, before or after it, cross-compiles with the preset of
+# that name. ARCH is empty for the processor of this machine.
 DEFAULT_DUCKDB=1.5
-if [ "${1:-}" = --duckdb ]; then
-    MDUCKDB_DUCKDB=${2:?--duckdb needs a name}
+ARCH=
+while :; do
+    case ${0##*/}:${1:-} in
+    *:--duckdb) MDUCKDB_DUCKDB=${2:?--duckdb needs a name} ;;
+    setup:--arch | test:--arch | package:--arch) ARCH=${2:?--arch needs a name} ;;
+    *) break ;;
+    esac
     shift 2
-fi
+done
+case $ARCH in
+'' | arm64) ;;
+*) die "Unknown processor '$ARCH'. --arch accepts only arm64." ;;
+esac
 DUCKDB_NAME=${MDUCKDB_DUCKDB:-$DEFAULT_DUCKDB}
 if [ ! -e "$ROOT/scripts/duckdb-$DUCKDB_NAME.pin" ]; then
     die "Unknown DuckDB '$DUCKDB_NAME'. Use one of: $(cd "$ROOT/scripts" && echo duckdb-*.pin | sed 's/duckdb-//g; s/\.pin//g')"
 fi
 # shellcheck source=duckdb-1.5.pin
 source "$ROOT/scripts/duckdb-$DUCKDB_NAME.pin"
-DUCKDB_HOME=$CACHE/duckdb-$DUCKDB_VERSION
+if [ -n "$ARCH" ]; then
+    if [ -z "${DUCKDB_LIBRARY_PACKAGE_ARM64:-}" ]; then
+        die "scripts/duckdb-$DUCKDB_NAME.pin names no library for arm64. Use one of: $(cd "$ROOT/scripts" &&
+            grep -l '^DUCKDB_LIBRARY_PACKAGE_ARM64=' duckdb-*.pin | sed 's/duckdb-/--duckdb /; s/\.pin$//')"
+    fi
+    DUCKDB_LIBRARY_PACKAGE=$DUCKDB_LIBRARY_PACKAGE_ARM64
+    DUCKDB_LIBRARY_SHA256=$DUCKDB_LIBRARY_SHA256_ARM64
+fi
+DUCKDB_HOME=$CACHE/duckdb-$DUCKDB_VERSION${ARCH:+-$ARCH}
 export MDUCKDB_DUCKDB=$DUCKDB_NAME
 BUILD=$ROOT/build/$DUCKDB_NAME
 if [ "$DUCKDB_NAME" = "$DEFAULT_DUCKDB" ]; then
@@ -90,8 +109,33 @@ install_packages() {
         die "apt-get could not install: ${missing[*]}"
 }
 
+# begin_fetch: one run at a time downloads into the cache. Sets FETCHED, a new folder there, which end_fetch removes.
+begin_fetch() {
+    mkdir -p "$CACHE" || die "The cache folder $CACHE cannot be created. Set XDG_CACHE_HOME=FOLDER to use another one."
+    exec 8>"$CACHE/.lock"
+    flock 8
+    # Under the lock, so left-over folders belong to runs that were killed.
+    rm -rf "$CACHE"/.fetch.*
+    FETCHED=$(mktemp -d "$CACHE/.fetch.XXXXXX")
+    trap 'rm -rf "$FETCHED"' EXIT
+}
+end_fetch() {
+    rm -rf "$FETCHED"
+    trap - EXIT
+    exec 8>&-
+}
+
+# debian_sources: the machine's own sources of Debian packages, one a line.
+# shellcheck disable=SC2016
+debian_sources() {
+    apt-get indextargets --format '$(ORIGIN) deb $(REPO_URI) $(RELEASE) $(COMPONENT)' 'Created-By: Packages' |
+        sed -n 's/^Debian //p' | sort -u
+}
+
 # shellcheck source=fetch_duckdb.sh
 source "$ROOT/scripts/fetch_duckdb.sh"
+# shellcheck source=fetch_sysroot.sh
+source "$ROOT/scripts/fetch_sysroot.sh"
 
 # set_up GROUP...: the packages of the groups, and DuckDB. Quick if everything is present.
 set_up() {
@@ -99,21 +143,30 @@ set_up() {
     if [ "$DUCKDB_LIBRARY_FROM" = wheel ]; then
         set -- "$@" wheel
     fi
+    if [ -n "$ARCH" ]; then
+        set -- "$@" arm64
+    fi
     mapfile -t packages < <(packages_of "$@")
     install_packages "${packages[@]}"
     if [ -z "${DuckDB_ROOT:-}" ] && ! has_duckdb; then
         fetch_duckdb
     fi
+    if [ -n "$ARCH" ] && ! has_sysroot; then
+        fetch_sysroot
+    fi
 }
 
 # configure PRESET: unless it is already configured for this DuckDB.
 configure() {
-    local folder=$BUILD/$1 root=$DUCKDB_HOME
+    local folder=$BUILD/$1 root=$DUCKDB_HOME flags=()
+    if [ -n "$ARCH" ]; then
+        flags=(-DMDUCKDB_SYSROOT:PATH="$SYSROOT/root")
+    fi
     if [ -n "${DuckDB_ROOT:-}" ]; then
         root=$(realpath "$DuckDB_ROOT")
     fi
     if [ ! -e "$folder/build.ninja" ] || ! grep -qsxF "DuckDB_ROOT:PATH=$root" "$folder/CMakeCache.txt"; then
-        (cd "$ROOT" && cmake --preset "$1" -DDuckDB_ROOT:PATH="$root" >&2)
+        (cd "$ROOT" && cmake --preset "$1" -DDuckDB_ROOT:PATH="$root" "${flags[@]}" >&2)
     fi
 }
 

@@ -56,6 +56,8 @@ INLINE = {
 NOT_RUN = {
     "scripts/test --duckdb NAME": "builds and tests everything on another DuckDB",
     "scripts/setup --duckdb NAME": "downloads another DuckDB",
+    **dict.fromkeys(("scripts/test --duckdb 1.5.5 --arch arm64", "scripts/package --duckdb 1.5.5 --arch arm64"),
+                    "compiles everything for another processor"),
     **dict.fromkeys(("scripts/private-names", "scripts/private-names OLD NEW"), "is run by duckdb_names_test.py"),
     "scripts/bench": "measures for half an hour",
     "scripts/bench --peers": "measures for half an hour, and builds the other clients first",

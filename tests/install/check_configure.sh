@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Configures the tree without a preset, as somebody who knows only CMake does, and sets up a system that is not Debian.
+# Configures the tree without a preset, as somebody who knows only CMake does, and sets up a system that is not Debian
+# and processors that have no DuckDB.
 #   check_configure.sh SOURCE_FOLDER DUCKDB_FOLDER
 set -euo pipefail
 
@@ -48,3 +49,14 @@ while read -r group package; do
     [ "$group" != base ] || [[ " $said " == *" $package "* ]] || fail "scripts/setup does not name $package: $said"
 done <"$source/scripts/packages"
 printf 'ok: another system gets the names of the packages\n'
+
+# refuses TEXT ARGUMENT...: scripts/setup ends with the text before it fetches anything.
+refuses() {
+    local text=$1
+    shift
+    said=$("$source/scripts/setup" "$@" 2>&1) && fail "scripts/setup $* succeeds: $said"
+    [ "$said" = "$text" ] || fail "scripts/setup $* says: $said"
+}
+refuses "Unknown processor 'mips'. --arch accepts only arm64." --arch mips
+refuses "scripts/duckdb-1.5.pin names no library for arm64. Use one of: --duckdb 1.5.5" --arch arm64 --duckdb 1.5
+printf 'ok: a processor for which there is no DuckDB is refused\n'
