@@ -23,12 +23,22 @@ using duckdb::QueryNode;
 using duckdb::SelectStatement;
 
 /** These functions change the engine, write files, or (the last one) run a text that only they see. */
-constexpr std::array<std::string_view, 10> kRefusedFunctions{
-    "disable_peg_parser",   "enable_peg_parser",
-    "checkpoint",           "disable_logging",
-    "disable_profiling",    "enable_logging",
-    "enable_profiling",     "force_checkpoint",
-    "truncate_duckdb_logs", "json_execute_serialized_sql",
+constexpr std::array<std::string_view, 15> kRefusedFunctions{
+    "disable_peg_parser",
+    "enable_peg_parser",
+    "checkpoint",
+    "create_external_resource",
+    "deregister_external_resource",
+    "destroy_external_resource",
+    "disable_logging",
+    "disable_profiling",
+    "enable_logging",
+    "enable_profiling",
+    "force_checkpoint",
+    "register_external_resource",
+    "register_external_resource_type",
+    "truncate_duckdb_logs",
+    "json_execute_serialized_sql",
 };
 
 [[noreturn]] void RefuseStatement() {

@@ -16,6 +16,7 @@
 #include "duckdb_internals/out_of_memory.h"
 #include "duckdb_internals/value_guard.h"
 #include "duckdb_internals/version_differences.h"
+#include "duckdb_internals/version_statements.h"
 
 namespace {
 
@@ -183,7 +184,7 @@ char* duckdb_extracted_statement_sql(duckdb_extracted_statements statements, idx
         if (extracted == nullptr || index >= extracted->statements.size() || !extracted->statements[index]) {
             return nullptr;
         }
-        return CopyText(extracted->statements[index]->query);
+        return CopyText(version::OwnText(*extracted->statements[index]));
     } catch (...) {
         mduckdb::ThrowIfOutOfMemory();
         return nullptr;

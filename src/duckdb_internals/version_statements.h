@@ -1,5 +1,7 @@
 #pragma once
 
+#include <algorithm>
+#include <duckdb/common/string_util.hpp>
 #include <duckdb/execution/operator/scan/physical_table_scan.hpp>
 #include <duckdb/main/capi/capi_internal.hpp>
 #include <duckdb/main/prepared_statement_data.hpp>
@@ -46,6 +48,11 @@ using Pending = duckdb::PendingQueryResult;
 /** The length of a statement's own part of its text; 0 for a statement that DuckDB wrote. */
 inline idx_t TextLength(const duckdb::SQLStatement& statement) {
     return statement.stmt_length;
+}
+
+/** A statement's own part of its text, without the semicolon after it. */
+inline const std::string& OwnText(const duckdb::SQLStatement& statement) {
+    return statement.query;
 }
 
 /** A parser with the context's settings that does not run what a PRAGMA expands to. */
@@ -128,6 +135,11 @@ using Pending = duckdb::QueryResult;
 
 inline idx_t TextLength(const duckdb::SQLStatement& statement) {
     return statement.stmt_location.length;
+}
+inline std::string OwnText(const duckdb::SQLStatement& statement) {
+    const std::string& query = statement.query;
+    const auto is_separator = [](char c) { return c == ';' || duckdb::StringUtil::CharacterIsSpace(c); };
+    return {query.begin(), std::find_if_not(query.rbegin(), query.rend(), is_separator).base()};
 }
 
 inline duckdb::Parser MakeParser(duckdb::ClientContext& context) {

@@ -2,6 +2,7 @@
 
 import glob
 import os
+import re
 import shutil
 import subprocess
 import tempfile
@@ -18,10 +19,11 @@ MODULES = ("mduckdb", "mduckdb_casts")
 
 
 def libraries(pattern, version_of):
-    """Version and folder of each library of another version than that of the modules."""
+    """Version and folder of each library of another version than that of the modules. What is for another processor has its
+    name behind the version."""
     for folder in sorted(glob.glob(pattern)):
         version = version_of(folder)
-        if version != BUILT_FOR and os.path.exists(os.path.join(folder, "libduckdb.so")):
+        if version != BUILT_FOR and re.fullmatch("[0-9.]+", version) and os.path.exists(os.path.join(folder, "libduckdb.so")):
             yield version, folder
 
 
