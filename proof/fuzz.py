@@ -54,6 +54,8 @@ def place_of(output):
     if "fuzz: wrong outcome" in output:
         return re.search(r"fuzz: wrong outcome: (.*)", output)[1], False
     for frame in FRAME.findall(output):
+        if frame.startswith(("__sanitizer_", "__interceptor_", "fuzzer::")):
+            continue
         if "libduckdb" in frame:
             return re.sub(r"\s+\(.*", "", frame), True
         if str(ROOT) in frame or "/fuzz/" in frame:

@@ -70,7 +70,7 @@ def in_order(texts):
 def form_of(stage, runs):
     if stage.kind == "fuzz":
         wanted = stage.minutes / 60
-        return "whole" if hours(runs) >= wanted else f"{hours(runs):.1f} of {wanted:g} core-hours"
+        return "whole" if hours(runs) >= wanted else f"{hours(runs):.2f} of {wanted:g} core-hours"
     names = names_of(stage)
     if stage.runs:
         counts = [sum(run["runs"] for run in runs if run["name"] == name and run["passed"]) for name in names]

@@ -103,6 +103,10 @@ class Fuzzing(unittest.TestCase):
         own = CRASH_IN_DUCKDB.replace("/c/lib/libduckdb.so", "/x/fuzz/a.cpp")
         self.assertFalse(fuzz.place_of(own)[1])
 
+    def test_an_input_that_takes_too_long_is_named_by_that_and_not_by_the_place_of_the_alarm(self):
+        output = "    #0 0x1 in __sanitizer_print_stack_trace (/x/build/fuzz/bin/fuzz_targets+0x3)\nSUMMARY: libFuzzer: timeout\n"
+        self.assertEqual(fuzz.place_of(output), ("libFuzzer: timeout", False))
+
     def test_a_wrong_outcome_is_never_duckdbs(self):
         self.assertEqual(fuzz.place_of("fuzz: wrong outcome: rows\n" + CRASH_IN_DUCKDB), ("rows", False))
 
@@ -187,7 +191,7 @@ class Page(unittest.TestCase):
 
     def test_the_hours_of_the_fuzzers_add_up(self):
         found = put(("fuzz", fuzzed("a", "1", 1800)), ("fuzz", fuzzed("b", "2", 3600)), ("fuzz", fuzzed("a", "3", 3600)))
-        self.assertIn("| 2.5 of 6 core-hours |", page.summary(found))
+        self.assertIn("| 2.50 of 6 core-hours |", page.summary(found))
 
     def test_figures_do_not_break_the_table(self):
         self.assertIn("3 \\| 4", page.details({"files": {"a": invented("a")}}))
