@@ -1,9 +1,11 @@
 #include "backup/export_scripts.h"
 
+#include <algorithm>
 #include <exception>
 #include <filesystem>
 #include <regex>
 
+#include "backup/error.h"
 #include "backup/files.h"
 #include "backup/sql_worker.h"
 #include "base/text.h"
@@ -78,6 +80,24 @@ std::string MendLoad(std::string_view copy, const std::string& folder) {
     const std::string options = std::regex_replace(std::string(copy.substr(end)), row_group_size, "");
     return std::string(copy.substr(0, start)) + QuoteLiteral(folder + "/" + file.filename().string()) +
            options;
+}
+
+bool IsExportUnfinished(const std::string& folder) {
+    const std::string schema = folder + "/schema.sql";
+    std::error_code missing;
+    if (std::filesystem::file_size(folder + "/load.sql", missing) != 0 ||
+        !std::filesystem::exists(schema, missing)) {
+        return false;
+    }
+    std::vector<std::string> statements;
+    try {
+        statements = SplitScript(ReadWhole(schema));
+    } catch (const BackupError&) {
+        return false;  // The import says why it cannot be read.
+    }
+    return std::any_of(statements.begin(), statements.end(), [](std::string_view statement) {
+        return statement.substr(statement.find_first_not_of(" \t\r\n")).starts_with("CREATE TABLE ");
+    });
 }
 
 ExportScripts ReadExportScripts(const std::string& folder) {

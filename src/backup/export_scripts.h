@@ -16,6 +16,11 @@ struct ExportScripts {
     std::vector<std::string> load;
 };
 
+/** Whether DuckDB was ended while it wrote the export: it creates its last file, the script that fills the
+   tables, and then writes it at once. DuckDB imports such an export as tables without rows. Throws
+   `std::bad_alloc`. */
+bool IsExportUnfinished(const std::string& folder);
+
 /** Reads the scripts; does not change the folder. Throws `BackupError` when one is missing. */
 ExportScripts ReadExportScripts(const std::string& folder);
 

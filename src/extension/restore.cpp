@@ -4,6 +4,7 @@
 #include <string>
 #include <utility>
 
+#include "backup/export_scripts.h"
 #include "base/errors.h"
 #include "base/text.h"
 #include "extension/import.h"
@@ -87,6 +88,10 @@ nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase> RestoreDatabase(const Location& dat
         throw nbx::xDBError(kNoBackupLocationCode);
     }
     const EngineLockScope lock;
+    if (IsExportUnfinished(ToPath(backup_folder->get_PathText()))) {
+        ThrowDuckDBError(database_location->get_Text(),
+                         "The backup is incomplete: its load.sql is empty, and its schema.sql has tables");
+    }
     auto database = nbx::MakeObject<DuckDBDatabase>(database_location);
     if (database->IsInMemory()) {
         Import(database, *backup_folder);

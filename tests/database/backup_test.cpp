@@ -283,6 +283,31 @@ TEST_F(DatabaseBackup, RestoreOverAnOpenFileIsRefusedAsADrop) {
     EXPECT_EQ(QueryText(*database, "SELECT count(*) FROM t"), "3");
 }
 
+TEST_F(DatabaseBackup, RestoreOfABackupThatWasKilledBeforeItsLastFileWasWrittenIsRefused) {
+    MakeFile();
+    host.Opened(Path())->Backup(Location(Path("backups")));
+    const std::string backup = OnlyIn(Path("backups"));
+    fs::resize_file(backup + "/load.sql", 0);
+    for (const std::string& target : {Path(), Path("new.db"), std::string(":memory:")}) {
+        EXPECT_EQ(Thrown([&] { host->RestoreDatabase(Location(target), Location(backup)); }),
+                  Refusal(target,
+                          "The backup is incomplete: its load.sql is empty, and its schema.sql has tables"));
+    }
+    EXPECT_FALSE(fs::exists(Path("new.db")));
+    EXPECT_EQ(QueryText(*host.Opened(Path()), "SELECT count(*) FROM t"), "3");
+}
+
+TEST_F(DatabaseBackup, OfADatabaseWithoutTablesCanBeRestored) {
+    const auto database = host.Created(Path());
+    Execute(*database, "CREATE VIEW v AS SELECT 'CREATE TABLE ' AS text");
+    database->Backup(Location(Path("backups")));
+    const std::string backup = OnlyIn(Path("backups"));
+    EXPECT_EQ(fs::file_size(backup + "/load.sql"), 0u);
+    const auto restored = host->RestoreDatabase(Location(Path("new.db")), Location(backup));
+    restored->Open();
+    EXPECT_EQ(QueryText(*restored, "SELECT * FROM v"), "CREATE TABLE ");
+}
+
 TEST_F(DatabaseBackup, RestoreOfAFolderThatIsNotABackupReportsTheErrorAndLeavesANewFile) {
     const std::string thrown =
         Thrown([&] { host->RestoreDatabase(Location(Path()), Location(Path("backups"))); });
