@@ -13,7 +13,7 @@ import subprocess
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent
 FILE = ROOT / "proof" / "results.json"
-# What a recorded run writes itself makes no other tree of it.
+# Files that a recorded run writes: a change of these does not make the tree differ from its commit.
 WRITTEN = ("proof/results.json", "docs/reliability.md")
 
 

@@ -353,13 +353,13 @@ TEST(CellReader, ANestedRowWithoutATextDoesNotAffectTheOthers) {
     LogicalTypeHolder seconds(duckdb_create_logical_type(DUCKDB_TYPE_TIMESTAMP_S));
     LogicalTypeHolder pair(duckdb_create_array_type(seconds.get(), 1));
     OneColumn column(pair.get(), 3);
-    auto* numbers =
-        static_cast<int64_t*>(duckdb_vector_get_data(duckdb_array_vector_get_child(column.get_Vector())));
-    numbers[0] = numbers[2] = 0;
-    numbers[1] = std::numeric_limits<int64_t>::max() - 1;
-    const std::string text =
-        "String " + TestEngine().QueryText("SELECT array_value(TIMESTAMP_S '1970-01-01')::VARCHAR").value();
-    EXPECT_EQ(ReadAll(column), (std::vector<std::string>{text, kEmptyText, text}));
+    constexpr int64_t kSeconds[] = {0, std::numeric_limits<int64_t>::max() - 1, 86400};
+    const duckdb_vector child = duckdb_array_vector_get_child(column.get_Vector());
+    std::ranges::copy(kSeconds, static_cast<int64_t*>(duckdb_vector_get_data(child)));
+    const auto text = [](const char* sql) { return "String " + TestEngine().QueryText(sql).value(); };
+    EXPECT_EQ(ReadAll(column), (std::vector<std::string>{
+                                   text("SELECT array_value(TIMESTAMP_S '1970-01-01')::VARCHAR"), kEmptyText,
+                                   text("SELECT array_value(TIMESTAMP_S '1970-01-02')::VARCHAR")}));
 }
 
 TEST(CellReader, EveryDateHasItsText) {

@@ -230,7 +230,7 @@ SharedEngine FileTurn::JoinWriter() {
 }
 
 SharedEngine FileTurn::TakeIdleReader(const Configuration& configuration) {
-    // Of a file that the system does not see, nothing tells whether it has changed.
+    // The system cannot see files on a network, so a change of one would not be noticed.
     if (!look_.exists) {
         return nullptr;
     }

@@ -188,7 +188,7 @@ TEST(EngineFilesOnANetwork, AreReadByANewEngineEachTime) {
     const SharedEngine keeper = open();
     open();
     EXPECT_EQ(files.get_EngineCount(), 2u);
-    // Nothing tells whether the file has changed.
+    // A change of the file would not be noticed.
     EXPECT_EQ(FileTurn(files, path).TakeIdleReader(Reading()), nullptr);
 }
 

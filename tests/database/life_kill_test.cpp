@@ -73,14 +73,18 @@ class LifeKill : public DatabaseTest {
                          "lost' END FROM r");
     }
 
-    /** Backups that can be restored; each has all rows. */
+    /** Backups that DuckDB has finished, by writing load.sql; each has all rows, and no other is restored. */
     int CountBackups() {
         int count = 0;
         for (const auto& backup : fs::directory_iterator(Path("backups"))) {
             const auto restored = host.Database(Path("restored.db"));
-            if (Thrown([&] {
-                    host->RestoreDatabase(Location(Path("restored.db")), Location(backup.path().string()));
-                }) == "none") {
+            std::error_code missing;
+            const auto size = fs::file_size(backup.path() / "load.sql", missing);
+            const std::string thrown = Thrown([&] {
+                host->RestoreDatabase(Location(Path("restored.db")), Location(backup.path().string()));
+            });
+            EXPECT_EQ(thrown == "none", !missing && size > 0) << thrown;
+            if (thrown == "none") {
                 restored->Open();
                 EXPECT_EQ(QueryText(*restored, "SELECT count(*) || ' ' || max(i) FROM r"), "300 300");
                 restored->Drop();

@@ -1,6 +1,6 @@
 """Database files and backups of one version of DuckDB, opened and restored by another: the table of docs/operating.md, shown
-with the mduckdb-host of each version. The builds stand in build/PRESET and build/NAME/PRESET. 77 without those of the other
-versions.
+with the mduckdb-host of each version. The builds are in build/PRESET and build/NAME/PRESET. The test exits with 77, skipped,
+if those of the other versions are missing.
 
   versions_test.py [unittest arguments]
 """
