@@ -34,14 +34,24 @@ bool DuckDBCursor_server::PrevRecord() {
 }
 
 bool DuckDBCursor_server::NextRecord() {
+    if (MoveInChunk()) {
+        return true;
+    }
     const EngineLockScope lock;
     return MoveToNextRow();
 }
 
-bool DuckDBCursor_server::MoveToNextRow() {
+inline bool DuckDBCursor_server::MoveInChunk() {
     RequireValid();
-    if (chunk_ && cells_.get_RowCount() > row_in_chunk_ + 1) {
-        ++row_in_chunk_;
+    if (!chunk_ || row_in_chunk_ + 1 >= cells_.get_RowCount()) {
+        return false;
+    }
+    ++row_in_chunk_;
+    return true;
+}
+
+bool DuckDBCursor_server::MoveToNextRow() {
+    if (MoveInChunk()) {
         return true;
     }
     MoveToNextChunk();

@@ -11,8 +11,8 @@ namespace mduckdb {
 /** Reads a result forward and holds only the rows of one DuckDB chunk.
 
     Starts before the first row, then is on a row, and is after the last one when `NextRecord` has returned
-    false; it cannot move back. Reading a field takes no lock: the loaded rows no longer depend on the
-    result. */
+    false; it cannot move back. Only fetching a chunk takes the engine lock; reading a field and moving within
+    the chunk take none, since its rows no longer depend on the result. */
 class DuckDBCursor_server : public DuckDBCursor_imp {
   public:
     DuckDBCursor_server(SharedLink link, ResultHolder& result) : DuckDBCursor_imp(std::move(link), result) {
@@ -38,6 +38,8 @@ class DuckDBCursor_server : public DuckDBCursor_imp {
     void HandOverRows() noexcept override;
 
   private:
+    /** Moves to the next row of the chunk; false, and nothing changed, if there is none. */
+    bool MoveInChunk();
     /** Throws if an Arrow stream has them. */
     void RequireRows() const;
     /** Throws if there is no current record. */

@@ -1,3 +1,7 @@
+#include <chrono>
+#include <future>
+
+#include "base/engine_lock.h"
 #include "cursor_fixture.h"
 
 namespace mduckdb {
@@ -69,6 +73,19 @@ TEST_F(ServerCursor, IsNotDisturbedByOtherStatementsOnItsConnection) {
         }
     }
     EXPECT_EQ(sum, 5000 * 4999 / 2);
+}
+
+TEST_F(ServerCursor, MovesWithinItsRowsWhileAnotherThreadHasTheEngineLock) {
+    const Cursor cursor = Select("SELECT i FROM range(3) t(i)");
+    ASSERT_TRUE(cursor->NextRecord());
+    std::future<bool> moved;
+    {
+        const EngineLockScope lock;
+        moved = std::async(std::launch::async, [&] { return cursor->NextRecord(); });
+        EXPECT_EQ(moved.wait_for(std::chrono::seconds(60)), std::future_status::ready);
+    }
+    EXPECT_TRUE(moved.get());
+    EXPECT_EQ(DescribeField(*cursor, 0), "LLong 1");
 }
 
 TEST_F(ServerCursor, KeepsTheTextOfAFailureThatEndsTheRows) {
