@@ -51,10 +51,9 @@ uint64_t RunBare(const Fixture& fixture) {
     return cells;
 }
 
-uint64_t RunStream(const Fixture& fixture) {
-    const auto cursor = fixture.database->SqlSelect(fixture.sql, nbx::mrsql::kServerCursor, nullptr);
+uint64_t ReadExported(nbx::mrsql::I_DuckDBCursor& cursor) {
     ArrowArrayStream stream{};
-    static_cast<nbx::mrsql::I_DuckDBArrow*>(cursor->QueryInterface(nbx::mrsql::kDuckDBArrowInterfaceId))
+    static_cast<nbx::mrsql::I_DuckDBArrow*>(cursor.QueryInterface(nbx::mrsql::kDuckDBArrowInterfaceId))
         ->ExportStream(stream);
     uint64_t cells = 0;
     for (;;) {
@@ -69,6 +68,14 @@ uint64_t RunStream(const Fixture& fixture) {
     }
     stream.release(&stream);
     return cells;
+}
+
+uint64_t RunServerCursor(const Fixture& fixture) {
+    return ReadExported(*fixture.database->SqlSelect(fixture.sql, nbx::mrsql::kServerCursor, nullptr));
+}
+
+uint64_t RunStreamingCursor(const Fixture& fixture) {
+    return ReadExported(*OpenStream(*fixture.database, fixture.sql));
 }
 
 /** The query with its VARIANTs as texts, since DuckDB exports none. */
@@ -93,9 +100,11 @@ Group MakeArrowGroup(const std::string& name, const Options& options) {
         fixture->sql = nbx::String(workload.sql.c_str());
     };
     group.cases = {{"bare", [=] { return RunBare(*fixture); }, nullptr},
-                   {"module", [=] { return RunStream(*fixture); }, nullptr}};
+                   {"module", [=] { return RunServerCursor(*fixture); }, nullptr},
+                   {"streaming cursor", [=] { return RunStreamingCursor(*fixture); }, nullptr}};
     group.check = [=] {
-        if (RunBare(*fixture) != RunStream(*fixture)) {
+        const uint64_t cells = RunBare(*fixture);
+        if (RunServerCursor(*fixture) != cells || RunStreamingCursor(*fixture) != cells) {
             Die("arrow-" + name + ": the number of cells differs");
         }
     };

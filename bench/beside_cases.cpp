@@ -9,7 +9,6 @@
 #include "nbx/exception.h"
 #include "nbx/hooks.h"
 #include "nbx/mrsql/duckdb_progress.h"
-#include "nbx/mrsql/duckdb_streaming.h"
 
 namespace bench {
 namespace {
@@ -50,9 +49,7 @@ double GetPointQueryDelayBeside(I_DuckDBDatabase& database, I_DuckDBDatabase& ot
     std::atomic<bool> has_ended{false};
     std::thread runner([&] {
         try {
-            static_cast<nbx::mrsql::I_DuckDBStreaming*>(
-                other.QueryInterface(nbx::mrsql::kDuckDBStreamingInterfaceId))
-                ->OpenStream(nbx::String(kLongQuery), nullptr);
+            OpenStream(other, nbx::String(kLongQuery));
         } catch (const nbx::xInterruptError&) {
             has_ended = true;
         }

@@ -6,6 +6,7 @@
 
 #include "host_table.h"
 #include "measure.h"
+#include "nbx/mrsql/duckdb_streaming.h"
 #include "nbx/mrsql/registry.h"
 
 namespace bench {
@@ -76,6 +77,13 @@ nbx::smart_ptr<nbx::mrsql::I_DuckDBStatement> PrepareInModule(nbx::mrsql::I_Duck
         database.CreateStatement(nbx::String(sql.c_str()));
     statement->PrepareNext();
     return statement;
+}
+
+nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor> OpenStream(nbx::mrsql::I_DuckDBDatabase& database,
+                                                      const nbx::String& sql) {
+    return static_cast<nbx::mrsql::I_DuckDBStreaming*>(
+               database.QueryInterface(nbx::mrsql::kDuckDBStreamingInterfaceId))
+        ->OpenStream(sql, nullptr);
 }
 
 void RequireSameRows(const std::string& what, const BareDuckDB& bare, nbx::mrsql::I_DuckDBDatabase& database,

@@ -25,6 +25,10 @@ nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase> MakeDatabase(const std::string& pat
 nbx::smart_ptr<nbx::mrsql::I_DuckDBStatement> PrepareInModule(nbx::mrsql::I_DuckDBDatabase& database,
                                                               const std::string& sql);
 
+/** A streaming cursor over the query. */
+nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor> OpenStream(nbx::mrsql::I_DuckDBDatabase& database,
+                                                      const nbx::String& sql);
+
 /** Terminates the program unless a table has the same rows on both sides, at least one. */
 void RequireSameRows(const std::string& what, const BareDuckDB& bare, nbx::mrsql::I_DuckDBDatabase& database,
                      const std::string& table);

@@ -56,7 +56,7 @@ class Plans(unittest.TestCase):
 
     def test_each_group_has_our_cases_and_the_clients_of_its_kind(self):
         self.assertEqual({("drain", "W1"), ("server cursor", "W1"), ("client cursor", "W1"), ("cells client", "W1"),
-                          ("module", "arrow-W4"), ("arrow client", "arrow-W4")}, set(self.plans("W1", "arrow-W4", "sizes")))
+                          ("module", "arrow-W4"), ("streaming cursor", "arrow-W4"), ("arrow client", "arrow-W4")}, set(self.plans("W1", "arrow-W4", "sizes")))
 
     def test_a_client_gets_database_query_and_rows(self):
         plans = self.plans("arrow-W2", "multi-row-W1", "append-W2")

@@ -30,7 +30,7 @@ RATIOS = [
     ("multi-row-W4", "module", "bare", False, None),
     *[(f"append-{w}", "module", "bare", False, 2.00) for w in ("W1", "W2")],
     *[(f"append-{w}", "columns", "bare", False, 1.10) for w in ("W1", "W2")],
-    *[(f"arrow-{w}", "module", "bare", False, 1.10) for w in ("W1", "W2", "W3", "W4")],
+    *[(f"arrow-{w}", case, "bare", False, 1.10) for case in ("module", "streaming cursor") for w in ("W1", "W2", "W3", "W4")],
     ("stream-first-row", "module", "bare", False, 2.00),
     ("stream-threads", "two threads", "one thread", False, None),
     ("progress", "asked every 10 ms", "not asked", False, 1.05),
@@ -62,9 +62,14 @@ LEAST_TIMES_PARAMETERS = 30
 ROUND_BY_ROUND = ("Rust get::<Value>", "W3")
 KEEPING_CLIENTS = ("Python fetchall", "Node getRows")
 OURS = ("drain", "server cursor", "client cursor")
-# What else other clients do, by the beginning of the group's name: our way, and its unit. Whole times are compared.
-OTHER_WAYS = {"append": ("rows of host values", "row"), "arrow": ("Arrow stream of a server cursor", "cell"),
-              "multi-row": ("rows of parameters", "row")}
+# What else other clients do, by the beginning of the group's name: our cases with their names, of which the first is compared,
+# and the unit. Whole times are compared. The clients' Arrow readers convert the rows while DuckDB computes them, as our streaming
+# cursor does.
+OTHER_WAYS = {
+    "append": ({"module": "rows of host values"}, "row"),
+    "arrow": ({"streaming cursor": "Arrow stream of a streaming cursor", "module": "Arrow stream of a server cursor"}, "cell"),
+    "multi-row": ({"module": "rows of parameters"}, "row"),
+}
 
 Ratio = collections.namedtuple("Ratio", "group case baseline best middle most")
 # A target: what was measured, as text, and whether it was reached; None where nothing was measured.
@@ -179,10 +184,16 @@ class Peers:
         """Those of `others` in which we and another client were measured, with the other clients by their least."""
         found = {}
         for client, group in self.others:
-            if client != "module" and ("module", group) in self.others:
+            ours, _ = way_of(group)
+            if client not in ours and (next(iter(ours)), group) in self.others:
                 found.setdefault(group, []).append(client)
         return {group: sorted(clients, key=lambda client: min(self.others[client, group]))
                 for group, clients in found.items()}
+
+    def ours(self, group):
+        """The name of our way that is compared, and the nanoseconds per unit of its rounds."""
+        case, name = next(iter(way_of(group)[0].items()))
+        return name, self.others[case, group]
 
 
 def way_of(group):
@@ -229,8 +240,9 @@ def round_targets(peers):
 def other_targets(peers):
     targets = []
     for group, clients in peers.groups().items():
-        ours, theirs = (min(peers.others[client, group]) for client in ("module", clients[0]))
-        what = f"{group}: {way_of(group)[0]} / {clients[0]}"
+        name, rounds = peers.ours(group)
+        ours, theirs = min(rounds), min(peers.others[clients[0], group])
+        what = f"{group}: {name} / {clients[0]}"
         if group.startswith("multi-row"):
             times = theirs / ours
             targets.append(Target(what, f"{times:.1f} times faster", f"{LEAST_TIMES_EXECUTEMANY} times",
@@ -353,14 +365,14 @@ def peer_table(peers):
 def other_way_table(peers):
     """Each of our ways, and what other clients take for the same."""
     def row(group, client, name):
-        done = peers.others[client, group]
-        times = statistics.median(done) / statistics.median(peers.others["module", group])
-        best = min(done) / min(peers.others["module", group])
+        done, ours = peers.others[client, group], peers.ours(group)[1]
+        times = statistics.median(done) / statistics.median(ours)
+        best = min(done) / min(ours)
         return (group, name, way_of(group)[1], f"{min(done):.1f} / {statistics.median(done):.1f}", f"{best:.2f} / {times:.2f}")
 
     rows = []
     for group, clients in peers.groups().items():
-        rows.append(row(group, "module", way_of(group)[0]))
+        rows += [row(group, case, name) for case, name in way_of(group)[0].items() if (case, group) in peers.others]
         rows += [row(group, client, client) for client in clients]
     return table(["workload", "client", "unit", ">ns per unit", ">times ours"], rows)
 

@@ -220,8 +220,8 @@ class Peers(unittest.TestCase):
 
     def test_an_arrow_stream_must_not_be_behind_another_client(self):
         for ours, reached in ((10.0, True), (10.1, False)):
-            others = report.Peers({}, {("module", "arrow-W4"): [ours], ("pyarrow", "arrow-W4"): [10.0]})
-            self.assertEqual({"arrow-W4: Arrow stream of a server cursor / pyarrow": reached}, self.reached(others))
+            others = report.Peers({}, {("streaming cursor", "arrow-W4"): [ours], ("pyarrow", "arrow-W4"): [10.0]})
+            self.assertEqual({"arrow-W4: Arrow stream of a streaming cursor / pyarrow": reached}, self.reached(others))
 
     def test_a_group_that_only_we_have_is_not_compared(self):
         self.assertEqual({}, self.reached(report.Peers({}, {("module", "arrow-W4"): [1.0]})))

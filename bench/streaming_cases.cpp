@@ -5,7 +5,6 @@
 #include "bare_duckdb.h"
 #include "groups.h"
 #include "module_under_test.h"
-#include "nbx/mrsql/duckdb_streaming.h"
 #include "workloads.h"
 
 namespace bench {
@@ -13,12 +12,6 @@ namespace {
 
 using nbx::mrsql::I_DuckDBCursor;
 using nbx::mrsql::I_DuckDBDatabase;
-
-nbx::smart_ptr<I_DuckDBCursor> OpenStream(I_DuckDBDatabase& database, const nbx::String& sql) {
-    return static_cast<nbx::mrsql::I_DuckDBStreaming*>(
-               database.QueryInterface(nbx::mrsql::kDuckDBStreamingInterfaceId))
-        ->OpenStream(sql, nullptr);
-}
 
 /** Reads all rows, each cell by its type; returns the number of rows. */
 uint64_t ReadStream(I_DuckDBDatabase& database, const nbx::String& sql) {

@@ -28,7 +28,7 @@ KINDS = {
     "cells": (("W1", "W2", "W3"), report.OURS),
     "parameters": (("multi-row-W1",), ("module",)),
     "append": (("append-W1", "append-W2"), ("module",)),
-    "arrow": (("arrow-W1", "arrow-W2", "arrow-W3", "arrow-W4"), ("module",)),
+    "arrow": (("arrow-W1", "arrow-W2", "arrow-W3", "arrow-W4"), ("module", "streaming cursor")),
 }
 # Those whose clients do everything once before the clock starts, as our processes then do too.
 WARMED_UP = ("append", "arrow")
