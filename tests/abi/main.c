@@ -1,5 +1,7 @@
 /* abi_host MODULE FOLDER plain|casts|refuse: loads a built module as the server does and tests it through
-   its two exports. FOLDER holds the files of make_data. With `refuse` the host registers nothing. */
+   its two exports. FOLDER holds the files of make_data. With `refuse` the host registers nothing.
+   abi_host MODULE FOLDER library now|lazy TEXT: the loader finds another DuckDB library than the one that the
+   module is built for, and looks up the symbols at once or with the first call. The module reports TEXT. */
 
 #include <dlfcn.h>
 #include <stdio.h>
@@ -23,8 +25,8 @@ static void (*find(void* module, const char* name))(void) {
 }
 
 /* Loads and starts the module. It stays loaded to the end of the process: DuckDB's threads may still run. */
-static bool load(const char* path) {
-    void* module = dlopen(path, RTLD_NOW | RTLD_LOCAL);
+static bool load(const char* path, int binding) {
+    void* module = dlopen(path, binding | RTLD_LOCAL);
     if (module == NULL) {
         fprintf(stderr, "%s\n", dlerror());
         return false;
@@ -41,17 +43,24 @@ static bool load(const char* path) {
 }
 
 int main(int argc, char** argv) {
-    if (argc != 4 || chdir(argv[2]) != 0) {
-        fprintf(stderr, "usage: %s MODULE FOLDER plain|casts|refuse\n", argv[0]);
+    const bool has_other_library = argc == 6 && strcmp(argv[3], "library") == 0;
+    if ((argc != 4 && !has_other_library) || chdir(argv[2]) != 0) {
+        fprintf(stderr,
+                "usage: %s MODULE FOLDER plain|casts|refuse\n"
+                "       %s MODULE FOLDER library now|lazy TEXT\n",
+                argv[0], argv[0]);
         return 2;
     }
+    const int binding = has_other_library && strcmp(argv[4], "lazy") == 0 ? RTLD_LAZY : RTLD_NOW;
     const bool refuses = strcmp(argv[3], "refuse") == 0;
     gCastsModule = strcmp(argv[3], "casts") == 0;
     gRegisterStatus = refuses ? 1 : 0;
-    if (!load(argv[1])) {
+    if (!load(argv[1], binding)) {
         return 2;
     }
-    if (refuses) {
+    if (has_other_library) {
+        test_other_library(argv[5]);
+    } else if (refuses) {
         test_refused_registration();
     } else {
         test_registration();

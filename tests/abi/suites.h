@@ -8,6 +8,7 @@ extern bool gCastsModule;
 
 void test_registration(void);
 void test_refused_registration(void);
+void test_other_library(const char* text);
 void test_arguments(void);
 void test_fetch_parquet(void);
 void test_descriptions(void);

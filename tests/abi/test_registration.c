@@ -52,3 +52,11 @@ void test_refused_registration(void) {
         CHECK_TEXT(gLog.first_reports[i], text);
     }
 }
+
+void test_other_library(const char* text) {
+    check_begin("another DuckDB library is reported to the host once, and nothing is registered");
+    CHECK_INT(gProcedureCount, 0);
+    CHECK_INT(gLog.reports, 1);
+    CHECK(gLog.reported_to == test_host_handle());
+    CHECK_TEXT(gLog.report, text);
+}

@@ -1,39 +1,23 @@
-"""What the operator sees when the loader finds another DuckDB library than the one that the modules are built for."""
+"""What the operator and a host see when the loader finds another DuckDB library than the one that the modules are built for:
+one of every other version, instead of the installed one or in its place."""
 
-import glob
 import os
-import re
 import shutil
 import subprocess
 import tempfile
 import unittest
 
-from host_case import HOST
-
 BUILD = os.environ["MDUCKDB_BUILD"]
 BUILT_FOR = os.environ["MDUCKDB_DUCKDB_VERSION"]
-# Folders with a libduckdb.so, by version: small ones with one function each, and DuckDB's own where they are present.
-OTHER_LIBRARIES = os.environ["MDUCKDB_OTHER_LIBRARIES"]
-DUCKDB_HOMES = os.path.dirname(os.path.dirname(os.path.dirname(os.environ["MDUCKDB_DUCKDB_LIBRARY"])))
+RIGHT_LIBRARY = os.environ["MDUCKDB_DUCKDB_LIBRARY"]
+# Folders with a libduckdb.so of one function, by version.
+SMALL_LIBRARIES = os.environ["MDUCKDB_OTHER_LIBRARIES"]
+# Where DuckDB's own libraries are, as far as they have been fetched: duckdb-VERSION/lib.
+DUCKDB_HOMES = os.path.dirname(os.path.dirname(os.path.dirname(RIGHT_LIBRARY)))
+C_HOST = os.environ["MDUCKDB_ABI_HOST"]
+BOUND_LAZILY = os.environ["MDUCKDB_BOUND_LAZILY"]
 MODULES = ("mduckdb", "mduckdb_casts")
-
-
-def libraries(pattern, version_of):
-    """Version and folder of each library of another version than that of the modules. What is for another processor has its
-    name behind the version."""
-    for folder in sorted(glob.glob(pattern)):
-        version = version_of(folder)
-        if version != BUILT_FOR and re.fullmatch("[0-9.]+", version) and os.path.exists(os.path.join(folder, "libduckdb.so")):
-            yield version, folder
-
-
-def small_libraries():
-    return list(libraries(os.path.join(OTHER_LIBRARIES, "*"), os.path.basename))
-
-
-def real_libraries():
-    return list(libraries(os.path.join(DUCKDB_HOMES, "duckdb-*/lib"),
-                          lambda folder: os.path.basename(os.path.dirname(folder)).replace("duckdb-", "")))
+OTHER_VERSIONS = sorted(os.listdir(SMALL_LIBRARIES))
 
 
 def text_of(version):
@@ -46,39 +30,80 @@ class LibraryTest(unittest.TestCase):
         cls.tree = tempfile.mkdtemp(prefix="mduckdb-host-")
         cls.addClassCleanup(shutil.rmtree, cls.tree, ignore_errors=True)
         subprocess.run(["cmake", "--install", BUILD, "--prefix", cls.tree], check=True, stdout=subprocess.DEVNULL)
-        cls.library = os.path.join(cls.tree, "lib/mduckdb/libduckdb.so")
-        os.remove(cls.library)
+        cls.folder = os.path.join(cls.tree, "lib/mduckdb")
+        shutil.copy(BOUND_LAZILY, cls.folder)
+        os.remove(os.path.join(cls.folder, "libduckdb.so"))
 
-    def check(self, host, expected, command=("version",), **environment):
-        """The command ends with the text, printed once, also when the loader looks up all symbols at once."""
+    def setUp(self):
+        self.library = os.path.join(self.folder, "libduckdb.so")
+        self.addCleanup(lambda: os.path.lexists(self.library) and os.remove(self.library))
+
+    def install(self, library):
+        os.symlink(library, self.library)
+
+    def run_program(self, *command, **environment):
+        done = subprocess.run(command, capture_output=True, text=True, timeout=60, stdin=subprocess.DEVNULL, check=False,
+                              env={**os.environ, **environment})
+        return done.returncode, done.stdout, done.stderr
+
+    def run_host(self, *command, **environment):
+        return self.run_program(os.path.join(self.tree, "bin/mduckdb-host"), *command, **environment)
+
+    def c_host(self, module, binding, text, **environment):
+        """A host in plain C, which checks what the module reports to it."""
+        file = os.path.join(self.folder, f"lib{module}.so")
+        return self.run_program(C_HOST, file, self.tree, "library", binding, text, **environment)
+
+    def check(self, version, **environment):
+        text = text_of(version)
         for module in MODULES:
-            for binding in ({}, {"LD_BIND_NOW": "1"}):
-                with self.subTest(command=command, module=module, binding=binding, environment=environment):
-                    done = subprocess.run([host, "--module", module, *command], capture_output=True, text=True, timeout=60,
-                                          stdin=subprocess.DEVNULL, check=False,
-                                          env={**os.environ, **environment, **binding})
-                    self.assertEqual((done.returncode, done.stdout), (1, ""), done.stderr)
-                    self.assertEqual(done.stderr, expected)
+            with self.subTest(module=module, **environment):
+                self.assertEqual(self.run_host("--module", module, "version", **environment), (1, "", text))
+        for module, binding in [(module, "now") for module in MODULES] + [("mduckdb_bound_lazily", "lazy")]:
+            with self.subTest(host="C", module=module, binding=binding, **environment):
+                code, _, error = self.c_host(module, binding, text.rstrip("\n"), **environment)
+                self.assertEqual((code, error), (0, text))
 
-    def test_the_text_for_a_library_that_the_loader_finds_first(self):
-        self.assertGreaterEqual(len(small_libraries()), 3)
-        for version, folder in small_libraries() + real_libraries():
-            self.check(HOST, text_of(version), LD_LIBRARY_PATH=folder)
-
-    def test_the_text_ends_every_command(self):
-        version, folder = small_libraries()[0]
-        for command in (("call", "fetch_parquet", "x.parquet"), ("sql", ":memory:", "SELECT 1")):
-            self.check(HOST, text_of(version), command, LD_LIBRARY_PATH=folder)
-
-    def test_the_text_for_a_library_that_was_replaced(self):
-        for version, folder in small_libraries()[:2]:
-            os.symlink(os.path.join(folder, "libduckdb.so"), self.library)
-            self.check(os.path.join(self.tree, "bin/mduckdb-host"), text_of(version))
+    def check_library(self, version, library):
+        with self.subTest("the loader finds it first", version=version):
+            self.install(RIGHT_LIBRARY)
+            self.check(version, LD_LIBRARY_PATH=os.path.dirname(library))
+            os.remove(self.library)
+        with self.subTest("in the place of the right one", version=version):
+            self.install(library)
+            self.check(version)
             os.remove(self.library)
 
+    def test_the_text_for_a_library_that_lacks_nearly_all_symbols(self):
+        self.assertGreaterEqual(len(OTHER_VERSIONS), 3)
+        for version in OTHER_VERSIONS:
+            self.check_library(version, os.path.join(SMALL_LIBRARIES, version, "libduckdb.so"))
+
+    def test_the_text_for_the_library_of_a_release(self):
+        for version in OTHER_VERSIONS:
+            library = os.path.join(DUCKDB_HOMES, f"duckdb-{version}/lib/libduckdb.so")
+            with self.subTest(version=version):
+                if not os.path.exists(library):
+                    self.skipTest(f"there is no {library}")
+                self.check_library(version, library)
+
+    def test_the_text_ends_every_command(self):
+        self.install(os.path.join(SMALL_LIBRARIES, OTHER_VERSIONS[0], "libduckdb.so"))
+        for command in (("call", "fetch_parquet", "x.parquet"), ("sql", ":memory:", "SELECT 1")):
+            self.assertEqual(self.run_host(*command), (1, "", text_of(OTHER_VERSIONS[0])))
+
     def test_the_text_without_a_library(self):
-        self.check(os.path.join(self.tree, "bin/mduckdb-host"),
-                   "Cannot load the module: libduckdb.so: cannot open shared object file: No such file or directory\n")
+        text = "libduckdb.so: cannot open shared object file: No such file or directory\n"
+        for module in MODULES:
+            self.assertEqual(self.run_host("--module", module, "version"), (1, "", "Cannot load the module: " + text))
+        self.assertEqual(self.c_host("mduckdb_bound_lazily", "lazy", ""), (2, "", text))
+
+    def test_a_module_that_is_linked_to_bind_lazily_does(self):
+        section = subprocess.run(["readelf", "-d", BOUND_LAZILY], capture_output=True, text=True, check=True).stdout
+        self.assertNotIn("NOW", section)
+        self.install(RIGHT_LIBRARY)
+        self.assertEqual(self.run_host("--module", "mduckdb_bound_lazily", "--format", "csv", "sql", ":memory:", "SELECT 1 AS i"),
+                         (0, "i\n1\n", ""))
 
 
 if __name__ == "__main__":
