@@ -1,5 +1,6 @@
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <thread>
 
 #include "base/engine_lock.h"
@@ -256,32 +257,32 @@ TEST_F(ExecutionTest, TooManyParametersAreAnErrorWithTheDatabasesPath) {
 
 TEST_F(ExecutionTest, TryExecuteAllAdmitsOtherThreadsBetweenTwoStatements) {
     std::string script;
-    constexpr uint32_t kStatements = 2000;
+    constexpr uint32_t kStatements = 500;
     for (uint32_t i = 0; i < kStatements; ++i) {
         script += "SELECT " + std::to_string(i) + ";";
     }
     auto statement = Make(script);
-    std::atomic<bool> is_running{true};
-    std::atomic<uint32_t> entered{0};
-    // Each entry finds the script between two statements: the lock is free only there.
+    std::atomic<bool> is_over{false};
+    std::atomic<bool> was_between{false};
     std::thread visitor([&] {
-        while (is_running) {
-            EngineLockScope lock;
-            ++entered;
-            std::this_thread::yield();
+        while (!is_over && !was_between) {
+            {
+                EngineLockScope lock;
+                const uint64_t pending = statement->get_PendingCount();
+                was_between = pending > 0 && pending < kStatements;
+            }
+            // A mutex does not let threads in by turns: without a pause, the script might never begin.
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
     });
-    while (entered == 0) {
-        std::this_thread::yield();
+    // For the same reason the visitor may miss all gaps of one run.
+    constexpr int kMostRuns = 200;
+    for (int run = 0; run < kMostRuns && !was_between; ++run) {
+        EXPECT_EQ(statement->TryExecuteAll().statements_executed, kStatements);
     }
-    const uint32_t before = entered;
-    const auto outcome = statement->TryExecuteAll();
-    const uint32_t during = entered - before;
-    is_running = false;
+    is_over = true;
     visitor.join();
-    EXPECT_EQ(outcome.statements_executed, kStatements);
-    EXPECT_GT(during, 0u);
-    RecordProperty("entries", static_cast<int>(during));
+    EXPECT_TRUE(was_between);
 }
 
 TEST_F(ExecutionTest, ExecuteAllExcludesOtherThreadsToTheEnd) {
