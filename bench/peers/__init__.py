@@ -39,12 +39,6 @@ PARAMETER_ROWS = 100_000
 APPEND_ROWS = 614_400
 
 
-def packed_version():
-    """The version as the Go and Rust packages have it within theirs: 10506 for 1.5.6."""
-    major, minor, patch = VERSION.split(".")
-    return f"{major}{int(minor):02}{int(patch):02}"
-
-
 def call(*words, cwd=None, **environment):
     subprocess.run([str(word) for word in words], cwd=cwd, check=True, stdout=sys.stderr,
                    env={**os.environ, **environment})
