@@ -14,11 +14,13 @@ The word after a fence names the kind of a block; a block without one is an erro
   picture   A drawing. Only its names are checked.
 """
 
+import os
 import pathlib
 import re
 import typing
 
 KINDS = ("sh", "text", "console", "c", "cpp", "picture")
+SCRIPTS = pathlib.Path(__file__).resolve().parents[2] / "scripts"
 FENCE = re.compile(r"^```(.*)\n((?:.*\n)*?)```$", re.MULTILINE)
 
 
@@ -42,12 +44,24 @@ def all_pages(root):
     return [root / "README.md"] + sorted((root / "docs").glob("*.md"))
 
 
+def duckdb_version(name):
+    pin = (SCRIPTS / f"duckdb-{name}.pin").read_text()
+    return re.search(r"^DUCKDB_VERSION=(.*)$", pin, re.MULTILINE).group(1)
+
+
+def shown(text):
+    """What a build shows where the page has the text, which states the version of the DuckDB that is shipped."""
+    return text.replace("v" + duckdb_version("1.5"), "v" + duckdb_version(os.environ.get("MDUCKDB_DUCKDB") or "1.5"))
+
+
 def blocks(page):
     text = page.read_text()
     end = None
     for found in FENCE.finditer(text):
         follows = end is not None and not text[end:found.start()].strip()
-        yield Block(page, text.count("\n", 0, found.start()) + 1, found.group(1).split(), found.group(2), follows)
+        info = found.group(1).split()
+        content = shown(found.group(2)) if info[:1] in (["text"], ["console"]) else found.group(2)
+        yield Block(page, text.count("\n", 0, found.start()) + 1, info, content, follows)
         end = found.end()
 
 
