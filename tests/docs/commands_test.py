@@ -138,11 +138,16 @@ class Commands(unittest.TestCase):
         tree = folder / "mduckdb"
         copy_tree(tree)
         environment = self.make_environment(folder / "home")
+        name = os.environ.get("MDUCKDB_DUCKDB", "")
+        if name not in ("", "1.5"):
+            # A build on another DuckDB has a folder of its own; the pages name that of the shipped one.
+            (tree / "build").mkdir()
+            (tree / "build/release").symlink_to(pathlib.Path(name, "release"))
         if BUILDS:
             environment.update(CMAKE_C_COMPILER_LAUNCHER=str(HERE / "reuse_object"),
                                CMAKE_CXX_COMPILER_LAUNCHER=str(HERE / "reuse_object"), MDUCKDB_BUILT=str(BUILD))
         else:
-            build = tree / "build" / os.environ.get("MDUCKDB_DUCKDB", "")
+            build = tree / "build" / name
             build.mkdir(parents=True)
             (build / "release").symlink_to(BUILD)
             for program in ("sum-c", "sum-cpp", "host-c", "host-cpp"):
