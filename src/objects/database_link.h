@@ -81,6 +81,8 @@ class DatabaseLink : nbx::noncopyable {
     void ThrowIfInterrupted();
     /** Ends the transaction that may be open, which no time limit cuts. */
     void Rollback() noexcept;
+    /** To be held while the thread calls DuckDB otherwise than by `ExecutePrepared`. */
+    ServerWaits::Work BeginWork() noexcept { return connection_.BeginWork(); }
     /** The result is compact if the database, or the script of so many statements, keeps many. */
     duckdb_state ExecutePrepared(duckdb_prepared_statement prepared, duckdb_result* out_result,
                                  uint64_t statements = 1) NBX_REQUIRES(gEngineLock) {

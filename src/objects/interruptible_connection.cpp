@@ -5,6 +5,7 @@
 #include "base/holders.h"
 #include "duckdb_internals/managed_results.h"
 #include "duckdb_internals/results.h"
+#include "duckdb_internals/task_threads.h"
 
 namespace mduckdb {
 
@@ -18,6 +19,7 @@ void InterruptibleConnection::Replace(SharedConnection connection) noexcept {
     connection_ = std::move(connection);
     process_ = get_ProcessNumber();
     is_counted_.store(false);
+    are_threads_reported_.store(false);
 }
 
 void InterruptibleConnection::Disconnect() noexcept {
@@ -33,6 +35,7 @@ void InterruptibleConnection::Interrupt() {
     if (HasOwn()) {
         is_interrupted_.store(true);
         duckdb_interrupt(*connection_);
+        waits_->End();
     }
 }
 
@@ -40,6 +43,15 @@ void InterruptibleConnection::Cut() noexcept {
     const nbx::MutexLock lock(mutex_);
     if (HasOwn()) {
         duckdb_interrupt(*connection_);
+        waits_->EndOnce();
+    }
+}
+
+void InterruptibleConnection::ReportThreads() {
+    const SharedConnection connection = get();
+    if (connection && !are_threads_reported_.load() && HasHttpClient(*connection)) {
+        ReportTaskThreads(*connection, waits_);
+        are_threads_reported_.store(true);
     }
 }
 
@@ -93,6 +105,8 @@ duckdb_state InterruptibleConnection::ExecuteStreaming(duckdb_prepared_statement
 
 duckdb_state InterruptibleConnection::Execute(Start start, duckdb_prepared_statement prepared,
                                               duckdb_result* out_result) {
+    ReportThreads();
+    const ServerWaits::Work work = BeginWork();
     // DuckDB forgets interrupts when it begins a query, which happens in the first of the two calls.
     PendingHolder pending;
     if (start(prepared, pending.Receive()) != DuckDBSuccess) {

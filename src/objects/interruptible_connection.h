@@ -3,8 +3,10 @@
 #include <duckdb.h>
 
 #include <atomic>
+#include <memory>
 
 #include "base/process.h"
+#include "base/server_waits.h"
 #include "engines/session.h"
 #include "nbx/engine_lock.h"
 
@@ -43,6 +45,9 @@ class InterruptibleConnection : nbx::noncopyable {
     duckdb_query_progress_type get_Progress() const;
 
     bool get_IsInterrupted() const noexcept { return is_interrupted_.load(); }
+    /** To be held by the thread that calls DuckDB, so that it does not wait for a server when it is
+       interrupted or cut. It must not run the host's code meanwhile. */
+    ServerWaits::Work BeginWork() noexcept { return {*waits_, is_interrupted_}; }
     /** Executes like `duckdb_execute_prepared`, but an `Interrupt` also stops it when it came before DuckDB
         began the query, which clears DuckDB's own flag. The caller destroys `*out_result`, also on
         failure. */
@@ -57,6 +62,8 @@ class InterruptibleConnection : nbx::noncopyable {
     bool HasOwn() const noexcept NBX_REQUIRES(mutex_) {
         return connection_ != nullptr && process_ == get_ProcessNumber();
     }
+    /** Learns which of DuckDB's threads work for the connection, once there can be a server to wait for. */
+    void ReportThreads();
     /** Stops the query that DuckDB has begun if an interrupt came before that. */
     void RepeatInterrupt();
 
@@ -64,6 +71,10 @@ class InterruptibleConnection : nbx::noncopyable {
     std::atomic<bool> is_tracked_{false};
     /** What DuckDB was told for this connection. */
     std::atomic<bool> is_counted_{false};
+    /** DuckDB reports the threads of this connection. */
+    std::atomic<bool> are_threads_reported_{false};
+    /** DuckDB's connection keeps it, too. */
+    const std::shared_ptr<ServerWaits> waits_ = std::make_shared<ServerWaits>();
     mutable nbx::Mutex mutex_;
     SharedConnection connection_ NBX_GUARDED_BY(mutex_);
     uint32_t process_ NBX_GUARDED_BY(mutex_) = 0;

@@ -85,7 +85,12 @@ void StreamCursor::Start(const std::string& sql, const nbx::ValueRow* parameters
 
 ResultHolder StreamCursor::Execute(Work& work, const std::string& sql, const nbx::ValueRow* parameters) {
     PreparedHolder prepared;
-    if (duckdb_prepare(side_->get(), sql.c_str(), prepared.Receive()) != DuckDBSuccess) {
+    duckdb_state state = DuckDBError;
+    {
+        const ServerWaits::Work call = work.get_Connection().BeginWork();
+        state = duckdb_prepare(side_->get(), sql.c_str(), prepared.Receive());
+    }
+    if (state != DuckDBSuccess) {
         work.ThrowFailure(FailureOf(prepared.get(), "Failed to prepare statement"));
     }
     if (!ReturnsRows(prepared.get())) {
@@ -113,7 +118,11 @@ ChunkHolder StreamCursor::ReadChunk(ResultScanHolder& scan) {
         // An interrupt between two calls, of which DuckDB's buffer knows nothing.
         work.ThrowIfInterrupted();
         TextHolder error;
-        ChunkHolder chunk = ScanChunk(scan, error);
+        ChunkHolder chunk;
+        {
+            const ServerWaits::Work call = work.get_Connection().BeginWork();
+            chunk = ScanChunk(scan, error);
+        }
         const std::string text = error ? error.get() : ToUtf8(get_FetchError());
         // A cut that came too late would meet the next chunk, without its reason.
         if (!text.empty() || (chunk && work.get_IsCut())) {

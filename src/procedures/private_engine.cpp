@@ -5,12 +5,12 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
-#include <cstdio>
 #include <cstdlib>
 #include <string_view>
 #include <utility>
 
 #include "base/text.h"
+#include "duckdb_internals/task_threads.h"
 #include "engines/spill_path.h"
 #include "procedures/allowed_files.h"
 #include "procedures/sql_text.h"
@@ -167,7 +167,10 @@ bool PrivateEngine::RunLimits() {
         }
     }
     if (!limits_->get_IsConfined()) {
-        LimitRequests();
+        for (const Setting& setting : HttpSettings()) {
+            // Where the extension that knows these settings is missing, the call itself fails.
+            Run(("SET " + std::string(setting.name) + " = " + QuoteLiteral(setting.value)).c_str());
+        }
         return true;
     }
     std::vector<std::string> folders;
@@ -179,18 +182,22 @@ bool PrivateEngine::RunLimits() {
            Run("SET enable_external_access = false") && Run("SET lock_configuration = true");
 }
 
-void PrivateEngine::LimitRequests() noexcept {
+std::vector<PrivateEngine::Setting> PrivateEngine::HttpSettings() const {
     using std::chrono::seconds;
-    if (!is_remote_ || !time_.get_IsLimited()) {
-        return;
+    std::vector<Setting> settings;
+    if (!is_remote_ || limits_->get_IsConfined()) {
+        return settings;
     }
-    // Where the extension that knows these settings is missing, the call itself fails.
-    constexpr seconds kDefault{30};
-    const seconds timeout = std::min(std::chrono::ceil<seconds>(limits_->time), kDefault);
-    std::array<char, 64> sql{};
-    snprintf(sql.data(), sql.size(), "SET http_timeout = %lld", static_cast<long long>(timeout.count()));
-    Run(sql.data());
-    Run("SET http_retries = 1");
+    if (const char* const file = std::getenv("SSL_CERT_FILE"); file != nullptr && *file != '\0') {
+        settings.push_back({"ca_cert_file", file});
+    }
+    if (time_.get_IsLimited()) {
+        constexpr seconds kDefault{30};
+        const seconds timeout = std::min(std::chrono::ceil<seconds>(limits_->time), kDefault);
+        settings.push_back({"http_timeout", std::to_string(timeout.count())});
+        settings.push_back({"http_retries", "1"});
+    }
+    return settings;
 }
 
 void PrivateEngine::UseFile(const std::string& file) {
@@ -216,18 +223,47 @@ void PrivateEngine::OpenReader(FileTurn& turn, const std::string& file) {
     configuration.Mark(kConfigurationMark);
     // What does not fit into memory is written to a disk of this machine.
     Configure(configuration, is_remote_ ? ".tmp-" : file + ".tmp-");
+    for (const Setting& setting : HttpSettings()) {
+        configuration.Set(setting.name, setting.value);
+    }
     engine_ = turn.TakeIdleReader(configuration);
     const bool is_idle = engine_ != nullptr;
     std::string error;
     if (!is_idle) {
-        engine_ = turn.OpenReader(file, configuration, error);
+        OpenNewReader(turn, file, configuration, error);
     }
     if (!engine_) {
+        call_->ThrowIfCut();
         const std::string refusal = turn.get_Refusal(Engine::Access::reading);
-        throw std::runtime_error(refusal.empty() ? kOpenFailed : refusal);
+        if (!refusal.empty()) {
+            throw std::runtime_error(refusal);
+        }
+        // Only DuckDB knows what the server has answered, for example that it does not accept the secret.
+        throw std::runtime_error(is_remote_ && !error.empty() ? kOpenFailed + ("\n" + error) : kOpenFailed);
     }
     if (!is_idle) {
         LimitOpened(turn);
+    }
+}
+
+void PrivateEngine::OpenNewReader(FileTurn& turn, const std::string& file, Configuration& configuration,
+                                  std::string& error) {
+    const auto open = [&] {
+        engine_ = turn.OpenReader(file, configuration, error);
+        return true;
+    };
+    if (!is_remote_) {
+        open();
+        return;
+    }
+    try {
+        // DuckDB already waits for the server.
+        RunInTime(open);
+    } catch (const std::exception&) {
+        if (engine_) {
+            turn.Retire(*engine_);
+        }
+        throw;
     }
 }
 
@@ -250,10 +286,10 @@ bool PrivateEngine::JoinWriter(FileTurn& turn) {
 }
 
 PrivateEngine::PrivateEngine(PrivateEngine&& other) noexcept
-    : call_(std::move(other.call_)),
-      limits_(std::move(other.limits_)),
+    : limits_(std::move(other.limits_)),
       time_(other.time_),
       is_remote_(other.is_remote_),
+      call_(std::move(other.call_)),
       engine_(std::move(other.engine_)),
       use_(std::move(other.use_)),
       memory_engine_(std::exchange(other.memory_engine_, std::nullopt)),
@@ -280,7 +316,18 @@ void PrivateEngine::Connect(const char* failure_text) {
     if (connection_ == nullptr && duckdb_connect(engine_->handle, &connection_) != DuckDBSuccess) {
         throw std::runtime_error(failure_text);
     }
+    if (call_->get_Waits()) {
+        ReportTaskThreads(connection_, call_->get_Waits());
+    }
     call_->Connect(connection_, engine_->get_Number());
+}
+
+void PrivateEngine::Cut(void* engine) noexcept {
+    const auto& self = *static_cast<PrivateEngine*>(engine);
+    duckdb_interrupt(self.connection_);
+    if (self.call_->get_Waits()) {
+        self.call_->get_Waits()->EndOnce();
+    }
 }
 
 bool PrivateEngine::Run(const char* sql) noexcept {

@@ -46,8 +46,8 @@ class PrivateEngine {
     ResultHolder Query(const std::string& sql);
     duckdb_connection get_Connection() const noexcept { return connection_; }
     const CallTime& get_Time() const noexcept { return time_; }
-    /** Returns what the work returns, which uses the connection. When the call's time is over, the work is
-        cut, and this throws. */
+    /** Returns what the work returns, which uses the connection or opens the file. When the call's time is
+        over, the work is cut, and this throws. */
     template <class Work>
     auto RunInTime(Work work);
     /** Called when the result is complete: ends the transaction, so that it does not block checkpoints. An
@@ -60,10 +60,11 @@ class PrivateEngine {
 
   private:
     PrivateEngine(const char* procedure_name, const std::string& path)
-        : call_(std::make_unique<RunningCall>(procedure_name)),
-          limits_(GetLimits()),
+        : limits_(GetLimits()),
           time_(procedure_name, limits_->time),
-          is_remote_(IsRemotePath(path)) {}
+          is_remote_(IsRemotePath(path)),
+          call_(std::make_unique<RunningCall>(procedure_name,
+                                              is_remote_ ? std::make_shared<ServerWaits>() : nullptr)) {}
     /** The settings of an engine within the limits; `spill_beginning` is for a call without a folder. */
     void Configure(Configuration& configuration, const std::string& spill_beginning) const;
     void OpenMemory();
@@ -73,23 +74,29 @@ class PrivateEngine {
         allowed folders, for example, after which its settings are locked. */
     void LimitOpened(FileTurn& turn);
     bool RunLimits();
-    /** DuckDB does not look for an interrupt while it waits for a server, so its own time for a request is
-       cut to that of the call, and instead of three times it asks again once. */
-    void LimitRequests() noexcept;
+    struct Setting {
+        const char* name;
+        std::string value;
+    };
+    /** For DuckDB's HTTP client, which reads no environment: the certificates that it trusts. And its own
+       time for a request, cut to that of the call, after which it asks again once instead of three times: no
+       server must take longer, also where `ServerWaits` finds nothing. */
+    std::vector<Setting> HttpSettings() const;
     void UseFile(const std::string& file);
     void OpenReader(FileTurn& turn, const std::string& file);
+    void OpenNewReader(FileTurn& turn, const std::string& file, Configuration& configuration,
+                       std::string& error);
     /** Connects to the writing engine, if there is a working one. */
     bool JoinWriter(FileTurn& turn);
     bool Run(const char* sql) noexcept;
-    static void Interrupt(void* connection) noexcept {
-        duckdb_interrupt(static_cast<duckdb_connection>(connection));
-    }
+    /** The time is over. */
+    static void Cut(void* engine) noexcept;
 
-    std::unique_ptr<RunningCall> call_;
     SharedLimits limits_;
     CallTime time_;
     /** What the call reads is on a network. */
     bool is_remote_;
+    std::unique_ptr<RunningCall> call_;
     /** Of the file or in memory; null until it is open. */
     SharedEngine engine_;
     /** Ends after the engine has been handed on. */
@@ -108,7 +115,11 @@ template <class Work>
 auto PrivateEngine::RunInTime(Work work) {
     std::optional<Deadline> deadline;
     if (time_.get_IsLimited()) {
-        deadline.emplace(time_.get_End(), &Interrupt, connection_);
+        deadline.emplace(time_.get_End(), &Cut, this);
+    }
+    std::optional<ServerWaits::Work> waiting;
+    if (call_->get_Waits()) {
+        waiting.emplace(*call_->get_Waits(), call_->get_IsCut());
     }
     try {
         auto outcome = work();

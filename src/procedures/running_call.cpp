@@ -2,6 +2,7 @@
 
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 namespace mduckdb {
 
@@ -13,8 +14,10 @@ RunningCall* gFirstCall = nullptr;
 
 }  // namespace
 
-RunningCall::RunningCall(const char* procedure_name)
-    : procedure_name_(procedure_name), census_(CensusLine::kCall, 0, procedure_name) {
+RunningCall::RunningCall(const char* procedure_name, std::shared_ptr<ServerWaits> waits)
+    : procedure_name_(procedure_name),
+      waits_(std::move(waits)),
+      census_(CensusLine::kCall, 0, procedure_name) {
     {
         const nbx::MutexLock lock(gCallsMutex);
         next_ = gFirstCall;
@@ -73,6 +76,9 @@ bool RunningCall::Cut(uint64_t number) noexcept {
             call->is_cut_.store(true);
             if (call->connection_ != nullptr) {
                 duckdb_interrupt(call->connection_);
+            }
+            if (call->waits_) {
+                call->waits_->End();
             }
             return true;
         }

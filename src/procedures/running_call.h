@@ -4,8 +4,10 @@
 
 #include <atomic>
 #include <cstdint>
+#include <memory>
 
 #include "base/census.h"
+#include "base/server_waits.h"
 
 namespace mduckdb {
 
@@ -13,8 +15,9 @@ namespace mduckdb {
    threads may stop it while its query runs. */
 class RunningCall : nbx::noncopyable {
   public:
-    /** `procedure_name` is static. Throws `std::bad_alloc`. */
-    explicit RunningCall(const char* procedure_name);
+    /** `procedure_name` is static. `waits`: those of a call that reads from servers, or null. Throws
+       `std::bad_alloc`. */
+    RunningCall(const char* procedure_name, std::shared_ptr<ServerWaits> waits);
     ~RunningCall();
 
     /** From now on a cut interrupts the connection. Throws if the call has already been cut. */
@@ -27,6 +30,8 @@ class RunningCall : nbx::noncopyable {
     /** Set by a cut: DuckDB forgets an interrupt that comes before it begins a query. */
     const std::atomic<bool>& get_IsCut() const noexcept { return is_cut_; }
     void ThrowIfCut() const;
+    /** Null for a call that reads no server's files. */
+    const std::shared_ptr<ServerWaits>& get_Waits() const noexcept { return waits_; }
     uint64_t get_Number() const noexcept { return census_.get_Number(); }
 
     /** Implements `I_DuckDBCensus::CutCall`. */
@@ -34,6 +39,7 @@ class RunningCall : nbx::noncopyable {
 
   private:
     const char* const procedure_name_;
+    const std::shared_ptr<ServerWaits> waits_;
     std::atomic<bool> is_cut_{false};
     CensusEntry census_;
     // The mutex of the list of calls guards the fields below.

@@ -17,6 +17,10 @@ class CredentialsTest(StoreCase):
         super().setUpClass()
         case = cls()
         cls.url, _ = case.put("private.parquet", "SELECT i FROM range(42) r(i)")
+        with duckdb.connect(case.path("private.duckdb")) as database:
+            database.sql("CREATE TABLE t AS SELECT 42 AS i")
+        cls.store.put("private.duckdb", case.path("private.duckdb"))
+        cls.database_url = cls.url.replace("parquet", "duckdb")
 
     def setUp(self):
         super().setUp()
@@ -37,14 +41,18 @@ class CredentialsTest(StoreCase):
         for error in (of_call, of_sql):
             # The place in the statement may follow.
             self.assertEqual(error.split("\n\nLINE 1:")[0], of_duckdb)
+        of_open = self.error("call", "fetch_duckdb", self.database_url, "t")
+        self.assertIn("Unable to open DuckDB database.\n", of_open)
         for part in parts:
             self.assertIn(part, of_duckdb)
+            self.assertIn(part, of_open)
         for secret in self.secrets:
-            self.assertNotIn(secret, of_call + of_sql)
+            self.assertNotIn(secret, of_call + of_sql + of_open)
 
     def test_a_stored_secret_is_used_by_procedures_and_databases_without_a_further_step(self):
         self.assertEqual(self.call("parquet_count", self.url), [[42]])
         self.assertEqual(self.sql(":memory:", f"SELECT count(*) FROM '{self.url}'"), [[42]])
+        self.assertEqual(self.call("fetch_duckdb", self.database_url, "t"), [[42]])
 
     def test_a_running_process_uses_a_secret_that_another_process_stores(self):
         self.execute(":memory:", "DROP PERSISTENT SECRET store")

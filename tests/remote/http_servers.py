@@ -19,7 +19,8 @@ from cryptography import x509
 from cryptography.hazmat.primitives import hashes, serialization
 from cryptography.hazmat.primitives.asymmetric import ec
 
-LONGEST_DELAY = 60
+# Longer than any test runs.
+LONGEST_DELAY = 900
 
 Request = collections.namedtuple("Request", "method path range status size")
 Answer = collections.namedtuple("Answer", "status headers body")
@@ -29,7 +30,7 @@ class Fault:
     """What goes wrong with each request whose method and path match, at most `times` times, after `after` good ones.
 
     `kind`: an HTTP status; "reset" or "truncated" in the middle of the body; "slow": half the body, then nothing until
-    release(); or a function that is called before the answer is made.
+    release(); "silent": nothing at all until then; or a function that is called before the answer is made.
     """
 
     def __init__(self, kind, method="GET", path="", times=None, after=0, text=b""):
@@ -69,6 +70,9 @@ class Handler(http.server.BaseHTTPRequestHandler):
         kind = fault.kind if fault else None
         if callable(kind):
             kind()
+        if kind == "silent":
+            fault.met.set()
+            fault.released.wait(LONGEST_DELAY)
         if isinstance(kind, int):
             answer = Answer(kind, {"Content-Type": "application/xml"}, fault.text)
         else:

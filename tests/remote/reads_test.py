@@ -157,14 +157,31 @@ class HttpsTest(FileCase, Answers):
         cls.server = cls.enter(http_servers.FileServer(cls.files, tls))
         cls.preparation = f"SET ca_cert_file = '{certificate}'; "
         # For procedures, which run no SET.
-        cls().execute(":memory:", f"CREATE PERSISTENT SECRET own (TYPE http, SCOPE '{cls.server.url}/', VERIFY_SSL false)")
+        cls.environment["SSL_CERT_FILE"] = certificate
+
+    def unaware(self):
+        """The environment of somebody who does not know the certificate."""
+        return {name: value for name, value in self.environment.items() if name != "SSL_CERT_FILE"}
+
+    def test_fetch_duckdb_reads_a_database_from_the_server(self):
+        self.check_rows("fetch_duckdb", "d.duckdb", "t")
+        self.assertEqual(self.call("fetch_duckdb", self.url("d.duckdb"), "t", "3", "--seconds", "100"), [[0], [1], [2]])
 
     def test_a_server_without_a_known_certificate_is_refused(self):
+        self.server.take_requests()
+        for arguments in (["call", "parquet_count", self.url("a.parquet")], ["call", "fetch_duckdb", self.url("d.duckdb"), "t"],
+                          ["sql", ":memory:", f"FROM '{self.url('a.parquet')}'"]):
+            with self.subTest(arguments=arguments):
+                self.assertIn("SSL peer certificate", self.error(*arguments, env=self.unaware()))
+        self.assertEqual(self.server.take_requests(), [])
+
+    def test_a_secret_trusts_any_certificate_of_its_scope(self):
+        environment = self.unaware()
         with http_servers.FileServer(self.files, self.server.tls) as other:
-            error = self.error("call", "parquet_count", f"{other.url}/a.parquet")
-            self.assertIn("SSL peer certificate", error)
-            self.assertIn("SSL peer certificate", self.error("sql", ":memory:", f"FROM '{other.url}/a.parquet'"))
-            self.assertEqual(other.take_requests(), [])
+            self.execute(":memory:", f"CREATE PERSISTENT SECRET own (TYPE http, SCOPE '{other.url}/', VERIFY_SSL false)")
+            self.addCleanup(self.execute, ":memory:", "DROP PERSISTENT SECRET own")
+            self.assertEqual(self.call("parquet_count", f"{other.url}/a.parquet", env=environment), [[3000]])
+            self.assertIn("SSL peer certificate", self.error("call", "parquet_count", self.url("a.parquet"), env=environment))
 
 
 class S3Test(StoreCase, Answers):

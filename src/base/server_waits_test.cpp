@@ -1,0 +1,230 @@
+#include "base/server_waits.h"
+
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <fstream>
+#include <memory>
+#include <thread>
+#include <vector>
+
+namespace mduckdb {
+namespace {
+
+using std::chrono::milliseconds;
+
+/** Two ends of a connection over the loopback interface. */
+class Connection : nbx::noncopyable {
+  public:
+    Connection() {
+        const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t size = sizeof address;
+        auto* const generic = reinterpret_cast<sockaddr*>(&address);
+        EXPECT_EQ(bind(listener, generic, size), 0);
+        EXPECT_EQ(listen(listener, 1), 0);
+        EXPECT_EQ(getsockname(listener, generic, &size), 0);
+        client_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        EXPECT_EQ(connect(client_, generic, size), 0);
+        server_ = accept(listener, nullptr, nullptr);
+        close(listener);
+    }
+    ~Connection() {
+        close(client_);
+        close(server_);
+    }
+    int get_Client() const { return client_; }
+    void Answer() const { EXPECT_EQ(write(server_, "a", 1), 1); }
+    /** Whether anybody has shut it down. */
+    bool IsShutDown() const {
+        char byte = 0;
+        return recv(server_, &byte, 1, MSG_DONTWAIT) == 0;
+    }
+
+  private:
+    int client_ = -1;
+    int server_ = -1;
+};
+
+/** A thread that waits for something until there is an answer, a second at a time, as an HTTP client does. */
+class Client : nbx::noncopyable {
+  public:
+    struct Way {
+        bool is_entered = true;
+        bool has_wake_up = true;
+        int slice = 1000;
+    };
+
+    Client(ServerWaits& waits, int descriptor, Way way) {
+        thread_ = std::thread([this, &waits, descriptor, way] {
+            if (way.is_entered) {
+                waits.Enter();
+            }
+            const int wake_up = eventfd(0, EFD_CLOEXEC);
+            std::array<pollfd, 2> awaited{{{descriptor, POLLIN, 0}, {wake_up, POLLIN, 0}}};
+            while (poll(awaited.data(), way.has_wake_up ? 2 : 1, way.slice) == 0) {
+            }
+            close(wake_up);
+            if (way.is_entered) {
+                waits.Leave();
+            }
+            has_ended_ = true;
+        });
+    }
+    ~Client() { thread_.join(); }
+    bool get_HasEnded() const { return has_ended_; }
+
+  private:
+    std::atomic<bool> has_ended_{false};
+    std::thread thread_;
+};
+
+/** Looks again and again, as the timer does, until the condition holds; false after 20 seconds. */
+template <class Condition>
+bool EndUntil(ServerWaits& waits, Condition condition) {
+    const auto end = Deadline::Clock::now() + std::chrono::seconds(20);
+    while (!condition()) {
+        if (Deadline::Clock::now() > end) {
+            return false;
+        }
+        waits.EndOnce();
+        std::this_thread::sleep_for(milliseconds(5));
+    }
+    return true;
+}
+
+/** Looks so often that a wait which may be ended would have been. */
+void EndOften(ServerWaits& waits) {
+    for (int look = 0; look < 300; ++look) {
+        waits.EndOnce();
+        std::this_thread::sleep_for(milliseconds(5));
+    }
+}
+
+class ServerWaitsTest : public testing::Test {
+  protected:
+    void SetUp() override {
+        if (!std::ifstream("/proc/self/syscall").good()) {
+            GTEST_SKIP() << "this system does not show what threads wait for";
+        }
+    }
+};
+
+TEST_F(ServerWaitsTest, EndsTheWaitOfAnHttpClientForItsServer) {
+    ServerWaits waits;
+    const Connection connection;
+    const Client client(waits, connection.get_Client(), {});
+    EXPECT_TRUE(EndUntil(waits, [&] { return client.get_HasEnded(); }));
+    EXPECT_TRUE(connection.IsShutDown());
+}
+
+TEST_F(ServerWaitsTest, EndsTheWaitsOfSeveralThreads) {
+    ServerWaits waits;
+    const std::array<Connection, 4> connections;
+    std::vector<std::unique_ptr<Client>> clients;
+    for (const Connection& connection : connections) {
+        clients.push_back(std::make_unique<Client>(waits, connection.get_Client(), Client::Way{}));
+    }
+    for (const auto& client : clients) {
+        EXPECT_TRUE(EndUntil(waits, [&] { return client->get_HasEnded(); }));
+    }
+}
+
+TEST_F(ServerWaitsTest, LeavesAThreadAloneThatDoesNotWorkForTheConnection) {
+    ServerWaits waits;
+    const Connection connection;
+    const Client client(waits, connection.get_Client(), {.is_entered = false});
+    EndOften(waits);
+    EXPECT_FALSE(connection.IsShutDown());
+    connection.Answer();
+}
+
+TEST_F(ServerWaitsTest, LeavesAThreadAloneThatHasLeft) {
+    ServerWaits waits;
+    const Connection connection;
+    waits.Enter();
+    waits.Enter();
+    waits.Leave();
+    waits.Leave();
+    std::atomic<bool> has_looked{false};
+    std::thread looker([&] {
+        EndOften(waits);
+        has_looked = true;
+    });
+    while (!has_looked) {
+        std::array<pollfd, 2> awaited{
+            {{connection.get_Client(), POLLIN, 0}, {connection.get_Client(), POLLIN, 0}}};
+        EXPECT_EQ(poll(awaited.data(), 2, 1000), 0);
+    }
+    looker.join();
+}
+
+/** So waits a client of PostgreSQL, whose answer may be that of a COMMIT. */
+TEST_F(ServerWaitsTest, LeavesOtherClientsAlone) {
+    for (const Client::Way way : {Client::Way{.has_wake_up = false}, Client::Way{.slice = 60'000}}) {
+        ServerWaits waits;
+        const Connection connection;
+        const Client client(waits, connection.get_Client(), way);
+        EndOften(waits);
+        EXPECT_FALSE(connection.IsShutDown());
+        connection.Answer();
+    }
+}
+
+TEST_F(ServerWaitsTest, LeavesWhatIsNoSocketOfTheInternetAlone) {
+    ServerWaits waits;
+    std::array<int, 2> pair{};
+    ASSERT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair.data()), 0);
+    {
+        const Client client(waits, pair[0], {});
+        EndOften(waits);
+        char byte = 0;
+        EXPECT_EQ(recv(pair[1], &byte, 1, MSG_DONTWAIT), -1);
+        EXPECT_EQ(write(pair[1], "a", 1), 1);
+    }
+    close(pair[0]);
+    close(pair[1]);
+}
+
+TEST_F(ServerWaitsTest, AnEndDuringWorkEndsWaitsUntilTheWorkHasEnded) {
+    ServerWaits waits;
+    const std::atomic<bool> is_interrupted{false};
+    const Connection connection;
+    const ServerWaits::Work work(waits, is_interrupted);
+    waits.End();
+    std::array<pollfd, 2> awaited{
+        {{connection.get_Client(), POLLIN, 0}, {connection.get_Client(), POLLIN, 0}}};
+    while (poll(awaited.data(), 2, 1000) == 0) {
+    }
+    EXPECT_TRUE(connection.IsShutDown());
+}
+
+TEST_F(ServerWaitsTest, AnEndBeforeTheWorkCountsOnlyWithItsFlag) {
+    for (const bool is_flagged : {true, false}) {
+        ServerWaits waits;
+        const std::atomic<bool> is_interrupted{is_flagged};
+        const Connection connection;
+        waits.End();
+        const ServerWaits::Work work(waits, is_interrupted);
+        std::array<pollfd, 2> awaited{
+            {{connection.get_Client(), POLLIN, 0}, {connection.get_Client(), POLLIN, 0}}};
+        if (is_flagged) {
+            while (poll(awaited.data(), 2, 1000) == 0) {
+            }
+        } else {
+            EXPECT_EQ(poll(awaited.data(), 2, 1000), 0);
+        }
+        EXPECT_EQ(connection.IsShutDown(), is_flagged);
+    }
+}
+
+}  // namespace
+}  // namespace mduckdb
