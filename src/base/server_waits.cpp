@@ -8,7 +8,6 @@
 
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <cstdio>
 #include <ctime>
 #include <exception>
@@ -56,24 +55,30 @@ std::string_view ReadFact(pid_t thread, const char* name, std::array<char, size>
     std::array<char, 64> path{};
     snprintf(path.data(), path.size(), "/proc/self/task/%d/%s", static_cast<int>(thread), name);
     const Descriptor file(open(path.data(), O_RDONLY | O_CLOEXEC));
-    const ssize_t length = file.get() < 0 ? -1 : read(file.get(), buffer.data(), buffer.size() - 1);
+    const ssize_t length = file.get() < 0 ? -1 : pread(file.get(), buffer.data(), buffer.size() - 1, 0);
     const std::size_t end = length < 0 ? 0 : static_cast<std::size_t>(length);
     buffer[end] = '\0';
     return {buffer.data(), end};
 }
 
-/** Takes the number at the beginning of the text, and the blanks before it; 0x begins a hexadecimal one. */
+/** Takes the number at the beginning of the text, and the blanks before it; 0x begins a hexadecimal one. The
+    table of `std::from_chars` for other bases than 10 would keep a library from being unloaded. */
 std::optional<uint64_t> TakeNumber(std::string_view& text) noexcept {
+    constexpr std::string_view kDigits = "0123456789abcdef";
     text.remove_prefix(std::min(text.find_first_not_of(" \t"), text.size()));
     const bool is_hexadecimal = text.starts_with("0x");
     text.remove_prefix(is_hexadecimal ? 2 : 0);
-    uint64_t number = 0;
-    const auto read = std::from_chars(text.begin(), text.end(), number, is_hexadecimal ? 16 : 10);
-    if (read.ec != std::errc{}) {
+    const std::string_view digits = kDigits.substr(0, is_hexadecimal ? 16 : 10);
+    const std::string_view number = text.substr(0, text.find_first_not_of(digits));
+    if (number.empty()) {
         return std::nullopt;
     }
-    text.remove_prefix(static_cast<std::size_t>(read.ptr - text.begin()));
-    return number;
+    uint64_t value = 0;
+    for (const char digit : number) {
+        value = value * digits.size() + digits.find(digit);
+    }
+    text.remove_prefix(number.size());
+    return value;
 }
 
 /** How often the thread has stopped running. */

@@ -142,7 +142,7 @@ PrivateEngine PrivateEngine::OpenFile(const char* procedure_name, const std::str
         engine.UseFile(file);
     }
     if (!engine.engine_) {
-        throw std::runtime_error(kOpenFailed);
+        engine.ThrowOpenFailed(file);
     }
     engine.Connect(kConnectFailed);
     return engine;
@@ -238,12 +238,33 @@ void PrivateEngine::OpenReader(FileTurn& turn, const std::string& file) {
         if (!refusal.empty()) {
             throw std::runtime_error(refusal);
         }
-        // Only DuckDB knows what the server has answered, for example that it does not accept the secret.
-        throw std::runtime_error(is_remote_ && !error.empty() ? kOpenFailed + ("\n" + error) : kOpenFailed);
+        open_error_ = error;
+        return;
     }
     if (!is_idle) {
         LimitOpened(turn);
     }
+}
+
+void PrivateEngine::ThrowOpenFailed(const std::string& file) {
+    if (!is_remote_) {
+        throw std::runtime_error(kOpenFailed);
+    }
+    // For DuckDB, a database that the server refuses does not exist. Reading the file's size says why.
+    OpenMemory();
+    if (engine_) {
+        Connect(kConnectFailed);
+        try {
+            RunInTime([&] { return Query("SELECT size FROM read_blob(" + QuoteLiteral(file) + ")"); });
+        } catch (const std::exception& error) {
+            if (time_.IsOver()) {
+                throw;
+            }
+            call_->ThrowIfCut();
+            open_error_ = error.what();
+        }
+    }
+    throw std::runtime_error(kOpenFailed + ("\n" + open_error_));
 }
 
 void PrivateEngine::OpenNewReader(FileTurn& turn, const std::string& file, Configuration& configuration,

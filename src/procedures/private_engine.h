@@ -86,6 +86,8 @@ class PrivateEngine {
     void OpenReader(FileTurn& turn, const std::string& file);
     void OpenNewReader(FileTurn& turn, const std::string& file, Configuration& configuration,
                        std::string& error);
+    /** After a file could not be opened, when nobody waits for its turn any more. */
+    [[noreturn]] void ThrowOpenFailed(const std::string& file);
     /** Connects to the writing engine, if there is a working one. */
     bool JoinWriter(FileTurn& turn);
     bool Run(const char* sql) noexcept;
@@ -107,6 +109,8 @@ class PrivateEngine {
     duckdb_connection connection_ = nullptr;
     /** The engine is the writing engine of this process. */
     bool is_shared_ = false;
+    /** What DuckDB says about a file that it cannot open. */
+    std::string open_error_;
     /** The name of the catalog when a file is opened under the path. */
     std::string catalog_;
 };
