@@ -13,6 +13,7 @@
 #include <exception>
 #include <optional>
 #include <string_view>
+#include <utility>
 
 namespace mduckdb {
 namespace {
@@ -245,20 +246,30 @@ void ServerWaits::End() noexcept {
     }
 }
 
-ServerWaits::Work::Work(ServerWaits& waits, const std::atomic<bool>& is_interrupted) noexcept
-    : waits_(waits) {
+std::atomic<bool> ServerWaits::has_clients_{false};
+constinit thread_local ServerWaits::Work* ServerWaits::current_ = nullptr;
+
+void ServerWaits::NoteClient() noexcept {
+    has_clients_.store(true);
+    if (current_ != nullptr) {
+        std::exchange(current_, nullptr)->Begin();
+    }
+}
+
+void ServerWaits::Work::Begin() noexcept {
+    has_begun_ = true;
     waits_.Enter();
     {
         const nbx::MutexLock lock(waits_.mutex_);
         ++waits_.works_;
         waits_.is_silent_ = false;
     }
-    if (is_interrupted.load()) {
+    if (is_interrupted_.load()) {
         waits_.End();
     }
 }
 
-ServerWaits::Work::~Work() {
+void ServerWaits::Work::End() noexcept {
     waits_.Leave();
     std::unique_ptr<Deadline> ended;
     const nbx::MutexLock lock(waits_.mutex_);

@@ -37,15 +37,39 @@ class ServerWaits : nbx::noncopyable {
     /** Does so, on the timer's thread, until the work that goes on now has ended; nothing without work. */
     void End() noexcept;
 
-    /** A call into DuckDB, by the thread that makes it. */
+    /** Called when an engine of this process has got an HTTP client. Without any, work costs next to nothing.
+        The work that the thread does begins with this. */
+    static void NoteClient() noexcept;
+    static bool get_HasClients() noexcept { return has_clients_.load(std::memory_order_relaxed); }
+
+    /** A call into DuckDB, by the thread that makes it; never inside another one. */
     class Work : nbx::noncopyable {
       public:
         /** `is_interrupted`: `End` may have come too early. */
-        Work(ServerWaits& waits, const std::atomic<bool>& is_interrupted) noexcept;
-        ~Work();
+        Work(ServerWaits& waits, const std::atomic<bool>& is_interrupted) noexcept
+            : waits_(waits), is_interrupted_(is_interrupted) {
+            if (get_HasClients()) {
+                Begin();
+            } else {
+                current_ = this;
+            }
+        }
+        ~Work() {
+            if (has_begun_) {
+                End();
+            } else {
+                current_ = nullptr;
+            }
+        }
 
       private:
+        friend class ServerWaits;
+        void Begin() noexcept;
+        void End() noexcept;
+
         ServerWaits& waits_;
+        const std::atomic<bool>& is_interrupted_;
+        bool has_begun_ = false;
     };
 
   private:
@@ -58,6 +82,10 @@ class ServerWaits : nbx::noncopyable {
     };
 
     std::vector<Thread>::iterator Find(pid_t number) NBX_REQUIRES(mutex_);
+
+    static std::atomic<bool> has_clients_;
+    /** The work of this thread that has not begun. */
+    static constinit thread_local Work* current_;
 
     nbx::Mutex mutex_;
     std::vector<Thread> threads_ NBX_GUARDED_BY(mutex_);

@@ -105,7 +105,9 @@ duckdb_state InterruptibleConnection::ExecuteStreaming(duckdb_prepared_statement
 
 duckdb_state InterruptibleConnection::Execute(Start start, duckdb_prepared_statement prepared,
                                               duckdb_result* out_result) {
-    ReportThreads();
+    if (ServerWaits::get_HasClients()) {
+        ReportThreads();
+    }
     const ServerWaits::Work work = BeginWork();
     // DuckDB forgets interrupts when it begins a query, which happens in the first of the two calls.
     PendingHolder pending;

@@ -47,7 +47,7 @@ class InterruptibleConnection : nbx::noncopyable {
     bool get_IsInterrupted() const noexcept { return is_interrupted_.load(); }
     /** To be held by the thread that calls DuckDB, so that it does not wait for a server when it is
        interrupted or cut. It must not run the host's code meanwhile. */
-    ServerWaits::Work BeginWork() noexcept { return {*waits_, is_interrupted_}; }
+    ServerWaits::Work BeginWork() noexcept { return ServerWaits::Work(*waits_, is_interrupted_); }
     /** Executes like `duckdb_execute_prepared`, but an `Interrupt` also stops it when it came before DuckDB
         began the query, which clears DuckDB's own flag. The caller destroys `*out_result`, also on
         failure. */
