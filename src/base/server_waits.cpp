@@ -246,13 +246,13 @@ void ServerWaits::End() noexcept {
     }
 }
 
-std::atomic<bool> ServerWaits::has_clients_{false};
-constinit thread_local ServerWaits::Work* ServerWaits::current_ = nullptr;
+std::atomic<bool> ServerWaits::gHasClients{false};
+constinit thread_local ServerWaits::Work* ServerWaits::gCurrent = nullptr;
 
 void ServerWaits::NoteClient() noexcept {
-    has_clients_.store(true);
-    if (current_ != nullptr) {
-        std::exchange(current_, nullptr)->Begin();
+    gHasClients.store(true);
+    if (gCurrent != nullptr) {
+        std::exchange(gCurrent, nullptr)->Begin();
     }
 }
 

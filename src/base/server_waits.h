@@ -40,7 +40,7 @@ class ServerWaits : nbx::noncopyable {
     /** Called when an engine of this process has got an HTTP client. Without any, work costs next to nothing.
         The work that the thread does begins with this. */
     static void NoteClient() noexcept;
-    static bool get_HasClients() noexcept { return has_clients_.load(std::memory_order_relaxed); }
+    static bool get_HasClients() noexcept { return gHasClients.load(std::memory_order_relaxed); }
 
     /** A call into DuckDB, by the thread that makes it; never inside another one. */
     class Work : nbx::noncopyable {
@@ -51,14 +51,14 @@ class ServerWaits : nbx::noncopyable {
             if (get_HasClients()) {
                 Begin();
             } else {
-                current_ = this;
+                gCurrent = this;
             }
         }
         ~Work() {
             if (has_begun_) {
                 End();
             } else {
-                current_ = nullptr;
+                gCurrent = nullptr;
             }
         }
 
@@ -83,9 +83,9 @@ class ServerWaits : nbx::noncopyable {
 
     std::vector<Thread>::iterator Find(pid_t number) NBX_REQUIRES(mutex_);
 
-    static std::atomic<bool> has_clients_;
+    static std::atomic<bool> gHasClients;
     /** The work of this thread that has not begun. */
-    static constinit thread_local Work* current_;
+    static constinit thread_local Work* gCurrent;
 
     nbx::Mutex mutex_;
     std::vector<Thread> threads_ NBX_GUARDED_BY(mutex_);
