@@ -153,8 +153,8 @@ class HttpTest(FileCase, Answers):
 
     @unittest.skipUnless(LARGE, "MDUCKDB_REMOTE_GB=1 reads a file of 1 GB")
     def test_of_a_file_of_1_gb_one_column_is_read(self):
-        # 8 columns of about 39 bytes
-        duckdb.sql(f"COPY ({wide_rows(3200000)}) TO '{self.files}/wide.parquet'")
+        # 8 columns of about 33 bytes
+        duckdb.sql(f"COPY ({wide_rows(4000000)}) TO '{self.files}/wide.parquet'")
         size = (self.files / "wide.parquet").stat().st_size
         self.assertGreater(size, 1e9)
         print(self.test_of_a_large_file_only_the_named_column_is_read())
