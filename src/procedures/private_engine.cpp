@@ -184,20 +184,12 @@ bool PrivateEngine::RunLimits() {
 
 std::vector<PrivateEngine::Setting> PrivateEngine::HttpSettings() const {
     using std::chrono::seconds;
-    std::vector<Setting> settings;
-    if (!is_remote_ || limits_->get_IsConfined()) {
-        return settings;
+    if (!is_remote_ || !time_.get_IsLimited() || limits_->get_IsConfined()) {
+        return {};
     }
-    if (const char* const file = std::getenv("SSL_CERT_FILE"); file != nullptr && *file != '\0') {
-        settings.push_back({"ca_cert_file", file});
-    }
-    if (time_.get_IsLimited()) {
-        constexpr seconds kDefault{30};
-        const seconds timeout = std::min(std::chrono::ceil<seconds>(limits_->time), kDefault);
-        settings.push_back({"http_timeout", std::to_string(timeout.count())});
-        settings.push_back({"http_retries", "1"});
-    }
-    return settings;
+    constexpr seconds kDefault{30};
+    const seconds timeout = std::min(std::chrono::ceil<seconds>(limits_->time), kDefault);
+    return {{"http_timeout", std::to_string(timeout.count())}, {"http_retries", "1"}};
 }
 
 void PrivateEngine::UseFile(const std::string& file) {

@@ -78,9 +78,9 @@ class PrivateEngine {
         const char* name;
         std::string value;
     };
-    /** For DuckDB's HTTP client, which reads no environment: the certificates that it trusts. And its own
-       time for a request, cut to that of the call, after which it asks again once instead of three times: no
-       server must take longer, also where `ServerWaits` finds nothing. */
+    /** For DuckDB's HTTP client: its own time for a request, cut to that of the call, after which it asks
+       again once instead of three times. No server must take longer, also where `ServerWaits` finds
+       nothing. */
     std::vector<Setting> HttpSettings() const;
     void UseFile(const std::string& file);
     void OpenReader(FileTurn& turn, const std::string& file);

@@ -38,10 +38,9 @@ class Answers:
 
     def check_requests(self, statement, *arguments):
         engine = self.new_engine()
-        self.prepare_engine(engine)
         of_duckdb = self.count_requests(lambda: engine.sql(statement).fetchall())
         of_call = self.count_requests(lambda: self.call(*arguments))
-        of_sql = self.count_requests(lambda: self.execute(":memory:", self.preparation + statement))
+        of_sql = self.count_requests(lambda: self.execute(":memory:", statement))
         self.assertGreater(of_duckdb, 1)
         self.assertLessEqual(of_call, of_duckdb)
         self.assertLessEqual(of_sql, of_duckdb)
@@ -58,12 +57,12 @@ class Answers:
 
     def test_sql_of_a_database_returns_the_rows_of_the_local_file(self):
         query = "SELECT day, count(*), sum(price) FROM '{}' GROUP BY day ORDER BY day"
-        self.assertEqual(self.last_rows(self.preparation + query.format(self.url("a.parquet"))),
+        self.assertEqual(self.last_rows(query.format(self.url("a.parquet"))),
                          self.sql(":memory:", query.format(self.files / "a.parquet")))
 
     def test_a_remote_database_can_be_attached(self):
         attached = f"ATTACH '{self.url('d.duckdb')}' AS d (READ_ONLY); SELECT sum(i)::INT FROM d.t"
-        self.assertEqual(self.last_rows(self.preparation + attached), [[4950]])
+        self.assertEqual(self.last_rows(attached), [[4950]])
 
     def test_a_call_makes_no_more_requests_than_duckdb_itself(self):
         url = self.url("a.parquet")
@@ -80,11 +79,10 @@ class Answers:
         wanted = self.sql(":memory:", counted.format(self.files / "wide.parquet"))
         remote = counted.format(self.url("wide.parquet"))
         engine = self.new_engine()
-        self.prepare_engine(engine)
         figures = {}
         for name, run in (("DuckDB", lambda: [list(row) for row in engine.sql(remote).fetchall()]),
                           ("call", lambda: self.call("parquet_count", self.url("wide.parquet"), "c3 LIKE '%77%'")),
-                          ("sql", lambda: self.last_rows(self.preparation + remote))):
+                          ("sql", lambda: self.last_rows(remote))):
             self.server.take_requests()
             self.assertEqual(run(), wanted)
             requests = self.server.take_requests()
@@ -104,15 +102,13 @@ class Answers:
                 for rows in (1, 5, 7):
                     # Another modification time for servers that have nothing but whole seconds.
                     self.put_file("changing.parquet", f"SELECT * FROM range({rows})", seconds=rows)
-                    printed = shell.run(self.preparation + statement.format(self.url("changing.parquet")))
+                    printed = shell.run(statement.format(self.url("changing.parquet")))
                     seen.append(int(printed.split()[-1]))
                 self.assertEqual(seen, [1, 5, 7])
 
 
 class FileCase(RemoteCase):
     """Files in a folder with a server."""
-
-    preparation = ""
 
     @classmethod
     def setUpClass(cls):
@@ -129,10 +125,6 @@ class FileCase(RemoteCase):
         duckdb.sql(f"COPY ({query}) TO '{path}.new' (FORMAT parquet)")
         os.utime(f"{path}.new", (1e9 + seconds, 1e9 + seconds))
         os.replace(f"{path}.new", path)
-
-    def prepare_engine(self, engine):
-        if self.preparation:
-            engine.sql(self.preparation)
 
 
 def make_files(folder):
@@ -166,38 +158,32 @@ class HttpsTest(FileCase, Answers):
         super().setUpClass()
         tls, certificate = http_servers.make_certificate(cls.home)
         cls.server = cls.enter(http_servers.FileServer(cls.files, tls))
-        cls.preparation = f"SET GLOBAL ca_cert_file = '{certificate}'; "
-        # For procedures, which run no SET.
-        cls.environment["SSL_CERT_FILE"] = certificate
-
-    def unaware(self):
-        """The environment of somebody who does not know the certificate."""
-        return {name: value for name, value in self.environment.items() if name != "SSL_CERT_FILE"}
+        # Procedures run no SET, and a secret names no certificate.
+        cls().execute(":memory:", f"CREATE PERSISTENT SECRET own (TYPE http, SCOPE '{cls.server.url}/', VERIFY_SSL false)")
+        cls.other = cls.enter(http_servers.FileServer(cls.files, tls))
+        cls.trust = f"SET GLOBAL ca_cert_file = '{certificate}'; "
 
     def test_fetch_duckdb_reads_a_database_from_the_server(self):
         self.check_rows("fetch_duckdb", "d.duckdb", "t")
         self.assertEqual(self.call("fetch_duckdb", self.url("d.duckdb"), "t", "3", "--seconds", "100"), [[0], [1], [2]])
 
     def test_a_server_without_a_known_certificate_is_refused(self):
-        self.server.take_requests()
-        for arguments in (["call", "parquet_count", self.url("a.parquet")], ["call", "fetch_duckdb", self.url("d.duckdb"), "t"],
-                          ["sql", ":memory:", f"FROM '{self.url('a.parquet')}'"]):
+        self.other.take_requests()
+        for arguments in (["call", "parquet_count", f"{self.other.url}/a.parquet"],
+                          ["call", "fetch_duckdb", f"{self.other.url}/d.duckdb", "t"],
+                          ["sql", ":memory:", f"FROM '{self.other.url}/a.parquet'"]):
             with self.subTest(arguments=arguments):
-                self.assertIn("SSL peer certificate", self.error(*arguments, env=self.unaware()))
-        self.assertEqual(self.server.take_requests(), [])
+                self.assertIn("SSL peer certificate", self.error(*arguments))
+        self.assertEqual(self.other.take_requests(), [])
 
-    def test_a_secret_trusts_any_certificate_of_its_scope(self):
-        environment = self.unaware()
-        with http_servers.FileServer(self.files, self.server.tls) as other:
-            self.execute(":memory:", f"CREATE PERSISTENT SECRET own (TYPE http, SCOPE '{other.url}/', VERIFY_SSL false)")
-            self.addCleanup(self.execute, ":memory:", "DROP PERSISTENT SECRET own")
-            self.assertEqual(self.call("parquet_count", f"{other.url}/a.parquet", env=environment), [[3000]])
-            self.assertIn("SSL peer certificate", self.error("call", "parquet_count", self.url("a.parquet"), env=environment))
+    def test_a_database_trusts_the_certificate_that_it_is_told(self):
+        count = f"SELECT count(*) FROM '{self.other.url}/a.parquet'"
+        self.assertEqual(self.last_rows(self.trust + count), [[3000]])
+        attach = f"ATTACH '{self.other.url}/d.duckdb' AS d (READ_ONLY); SELECT count(*) FROM d.t"
+        self.assertEqual(self.last_rows(self.trust + attach), [[100]])
 
 
 class S3Test(StoreCase, Answers):
-    preparation = ""
-
     @classmethod
     def setUpClass(cls):
         super().setUpClass()
@@ -218,8 +204,6 @@ class S3Test(StoreCase, Answers):
     def put_file(self, name, query, seconds=0):
         del seconds
         self.put(name, query)
-
-    prepare_engine = FileCase.prepare_engine
 
     def test_fetch_duckdb_reads_a_database_in_the_store(self):
         self.check_rows("fetch_duckdb", "d.duckdb", "t")
