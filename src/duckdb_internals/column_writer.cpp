@@ -13,6 +13,7 @@
 
 #include "duckdb_internals/out_of_memory.h"
 #include "duckdb_internals/quick_casts.h"
+#include "duckdb_internals/vector_size.h"
 
 namespace mduckdb {
 namespace {
@@ -215,7 +216,9 @@ struct ColumnWriter::PlainCast {
           width(DecimalOf(type, duckdb::DecimalType::GetWidth)),
           scale(DecimalOf(type, duckdb::DecimalType::GetScale)),
           source_size(duckdb::GetTypeIdSize(source.GetType().InternalType())),
-          target_size(duckdb::GetTypeIdSize(type.InternalType())) {}
+          target_size(duckdb::GetTypeIdSize(type.InternalType())) {
+        SetVectorSize(source, 1);
+    }
 
     bool Run(const void* element, void* slot) {
         if (quick != nullptr && quick(element, slot, width, scale)) {
@@ -270,6 +273,7 @@ bool ColumnWriter::PutValue(idx_t row, duckdb_value value, std::string& error) {
         const auto& made = *reinterpret_cast<const duckdb::Value*>(value);
         Vector source(made.type(), idx_t{1});
         source.SetValue(0, made);
+        SetVectorSize(source, 1);
         return CastOne(reinterpret_cast<duckdb_vector>(&source), 0, row, error);
     } catch (const std::exception& failed) {
         ThrowIfOutOfMemory();
@@ -302,6 +306,7 @@ bool ColumnWriter::Cast(duckdb_vector source, idx_t count, idx_t row, std::strin
 }
 
 idx_t ColumnWriter::PutVector(idx_t row, duckdb_vector vector, idx_t count, std::string& error) {
+    SetVectorSize(Unwrap(vector), count);
     if (count == 0 || Cast(vector, count, row, error)) {
         return count;
     }

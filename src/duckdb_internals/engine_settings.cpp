@@ -1,7 +1,10 @@
 #include "duckdb_internals/engine_settings.h"
 
 #include <algorithm>
+#include <duckdb/common/file_system.hpp>
+#include <duckdb/main/client_context.hpp>
 #include <duckdb/main/config.hpp>
+#include <duckdb/main/connection.hpp>
 #include <duckdb/planner/extension_callback.hpp>
 #include <exception>
 #include <string>
@@ -34,6 +37,19 @@ bool WatchExtensions(duckdb_config config) noexcept {
     }
 }
 
+/** Handles no file. DuckDB asks it about every path before it asks its own file system. */
+class ParentsInPaths final : public duckdb::FileSystem {
+  public:
+    bool CanHandleFile(const std::string& path) override {
+        if (("/" + path + "/").find("/../") != path.npos) {
+            throw duckdb::PermissionException("Cannot access file " + ('"' + path + '"') +
+                                              " - file system operations are disabled by configuration");
+        }
+        return false;
+    }
+    std::string GetName() const override { return "mduckdb_parents_in_paths"; }
+};
+
 }  // namespace
 
 bool WriteEngineSettings(duckdb_config config) noexcept {
@@ -42,6 +58,19 @@ bool WriteEngineSettings(duckdb_config config) noexcept {
                        [config](const version::EngineSetting& setting) {
                            return duckdb_set_config(config, setting.key, setting.value) == DuckDBSuccess;
                        });
+}
+
+bool RefuseParentsInPaths(duckdb_connection connection) noexcept {
+    if constexpr (version::kFollowsLinksInPaths) {
+        return true;
+    }
+    try {
+        duckdb::ClientContext& context = *reinterpret_cast<duckdb::Connection*>(connection)->context;
+        duckdb::FileSystem::GetFileSystem(*context.db).RegisterSubSystem(duckdb::make_uniq<ParentsInPaths>());
+        return true;
+    } catch (...) {
+        return false;
+    }
 }
 
 }  // namespace mduckdb

@@ -10,4 +10,9 @@ namespace mduckdb {
    memory ran out. */
 [[nodiscard]] bool WriteEngineSettings(duckdb_config config) noexcept;
 
+/** For an engine that may read some folders only: where DuckDB does not follow links when it compares a path
+    with the folders, a path with a ".." after a link would lead out of them, so the engine refuses every path
+   with a "..". To be called once for an engine. */
+[[nodiscard]] bool RefuseParentsInPaths(duckdb_connection connection) noexcept;
+
 }  // namespace mduckdb

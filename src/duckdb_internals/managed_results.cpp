@@ -69,6 +69,16 @@ duckdb::unique_ptr<duckdb::ColumnDataCollection> CopyToPlainMemory(duckdb::Colum
 
 }  // namespace
 
+duckdb_state duckdb_await_stream(duckdb_result* result) {
+    auto* data = static_cast<duckdb::DuckDBResultData*>(result->internal_data);
+    try {
+        return data == nullptr || version::AwaitRows(*data) ? DuckDBSuccess : DuckDBError;
+    } catch (const std::exception&) {
+        mduckdb::ThrowIfOutOfMemory();
+        return DuckDBError;
+    }
+}
+
 void duckdb_compact_result(duckdb_result* result) {
     auto* data = static_cast<duckdb::DuckDBResultData*>(result->internal_data);
     if (data == nullptr) {

@@ -26,6 +26,10 @@ duckdb_state duckdb_pending_prepared_managed(duckdb_prepared_statement prepared,
 duckdb_state duckdb_pending_prepared_stream(duckdb_prepared_statement prepared,
                                             duckdb_pending_result* out_result);
 
+/** Runs a stream that was opened until its first rows are there, unless DuckDB has done so. `DuckDBError`
+   when it failed before, with the error in the result. */
+duckdb_state duckdb_await_stream(duckdb_result* result);
+
 /** Moves a small result's rows to plain memory: the buffer manager's smallest block, of 256 KiB, is much for
    a result of one row that lives long, and thousands of them would be spilled. To be called before the result
    is read. Does nothing when memory is short. */

@@ -5,7 +5,6 @@
 #include <duckdb/common/string_util.hpp>
 #include <duckdb/execution/physical_plan_generator.hpp>
 #include <duckdb/parser/parsed_expression_iterator.hpp>
-#include <duckdb/parser/query_error_context.hpp>
 #include <duckdb/parser/query_node/select_node.hpp>
 #include <duckdb/parser/tableref.hpp>
 #include <string_view>
@@ -141,8 +140,9 @@ std::string RowsText(const SelectText& text, const std::vector<std::string>& nam
 /** An error from running, which quotes the text that selects only the rows. */
 duckdb::ErrorData QuoteRowsText(const duckdb::ErrorData& error, const SelectText& text,
                                 const std::vector<std::string>& names) {
-    const auto entry = error.ExtraInfo().find("position");
-    if (entry == error.ExtraInfo().end()) {
+    auto details = error.ExtraInfo();
+    const auto entry = details.find("position");
+    if (entry == details.end()) {
         return error;
     }
     const idx_t position = std::stoull(entry->second);
@@ -151,16 +151,11 @@ duckdb::ErrorData QuoteRowsText(const duckdb::ErrorData& error, const SelectText
     }
     idx_t base_begin = 0;
     const std::string rows = RowsText(text, names, base_begin);
-    return {error.Type(), duckdb::QueryErrorContext::Format(rows, error.RawMessage(),
-                                                            position - text.base_begin + base_begin)};
-}
-
-/** Without values for its parameters DuckDB cannot plan a text, which it reports when it runs one. */
-void RequireNoParameters(const duckdb::StatementProperties& properties) {
-    if (properties.parameter_count > 0) {
-        throw duckdb::InvalidInputException("Expected %llu parameters, but none were supplied",
-                                            properties.parameter_count);
-    }
+    entry->second = std::to_string(position - text.base_begin + base_begin);
+    duckdb::ErrorData moved(
+        duckdb::StringUtil::ExceptionToJSONMap(error.Type(), error.RawMessage(), details));
+    moved.AddErrorLocation(rows);
+    return moved;
 }
 
 duckdb::unique_ptr<duckdb::QueryResult> Execute(duckdb::ClientContext& context,
@@ -174,12 +169,17 @@ duckdb::unique_ptr<duckdb::QueryResult> Execute(duckdb::ClientContext& context,
 }
 
 duckdb::unique_ptr<duckdb::QueryResult> Run(duckdb::ClientContext& context, const SelectText& text) {
-    const auto prepared = context.Prepare(ParseText(context, text));
+    auto statement = ParseText(context, text);
+    // Without a text, DuckDB does not quote from it; which text an error quotes depends on where it fails.
+    statement->query.clear();
+    const auto prepared = context.Prepare(std::move(statement));
     if (prepared->HasError()) {
-        return Fail(prepared->GetErrorObject());
+        duckdb::ErrorData error = prepared->GetErrorObject();
+        error.AddErrorLocation(text.whole);
+        return Fail(error);
     }
     duckdb::PreparedStatementData& plan = version::PlanOf(context, *prepared);
-    RequireNoParameters(plan.properties);
+    version::RequireNoParameters(*prepared);
     const auto functions = version::FindTableFunctions(context, plan);
     if (!plan.properties.IsReadOnly() || !functions) {
         RefuseStatement();

@@ -96,6 +96,12 @@ TEST_F(ExtractedStatements, EachHasItsOwnText) {
     EXPECT_EQ(Text(kFarAway), "(none)");
 }
 
+TEST_F(ExtractedStatements, ATextEndsBeforeItsSemicolon) {
+    ASSERT_EQ(Extract("SELECT 1 /* a;b */ ; -- c;d\n;;SELECT ';' ; SELECT 2"), 3U);
+    EXPECT_EQ(Text(0), "SELECT 1 /* a;b */ ");
+    EXPECT_TRUE(Text(1).ends_with("SELECT ';' ")) << Text(1);
+}
+
 TEST_F(ExtractedStatements, APreparedStatementHasNoTextAnymore) {
     ASSERT_EQ(Extract("SELECT 1; SELECT * FROM nowhere"), 2U);
     for (idx_t index = 0; index < 2; ++index) {

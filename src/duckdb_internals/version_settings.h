@@ -14,6 +14,8 @@ struct EngineSetting {
 #if MDUCKDB_DUCKDB_MAJOR == 1
 
 inline constexpr std::array<EngineSetting, 0> kEngineSettings = {};
+/** Whether DuckDB follows links when it compares a path with the folders that are allowed. */
+inline constexpr bool kFollowsLinksInPaths = true;
 
 #else
 
@@ -25,6 +27,8 @@ inline constexpr std::array<EngineSetting, 3> kEngineSettings = {{
     // New files can be read by every DuckDB 1.
     {"storage_compatibility_version", "v1.0.0"},
 }};
+
+inline constexpr bool kFollowsLinksInPaths = false;
 
 #endif
 

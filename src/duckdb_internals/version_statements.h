@@ -1,7 +1,5 @@
 #pragma once
 
-#include <algorithm>
-#include <duckdb/common/string_util.hpp>
 #include <duckdb/execution/operator/scan/physical_table_scan.hpp>
 #include <duckdb/main/capi/capi_internal.hpp>
 #include <duckdb/main/prepared_statement_data.hpp>
@@ -50,7 +48,8 @@ inline idx_t TextLength(const duckdb::SQLStatement& statement) {
     return statement.stmt_length;
 }
 
-/** A statement's own part of its text, without the semicolon after it. */
+/** A statement's own part of its text, without the semicolon and what follows it. DuckDB 2.0 has dropped the
+   blanks and comments before it. */
 inline const std::string& OwnText(const duckdb::SQLStatement& statement) {
     return statement.query;
 }
@@ -68,6 +67,15 @@ inline const std::string& NameOf(const duckdb::FunctionExpression& call) {
 }
 inline duckdb::SelectStatement& SelectOf(duckdb::SubqueryExpression& subquery) {
     return *subquery.subquery;
+}
+
+/** Without values for its parameters DuckDB cannot plan a statement; throws what it reports of one that it
+   runs without values. */
+inline void RequireNoParameters(const duckdb::PreparedStatement& prepared) {
+    if (prepared.data->properties.parameter_count > 0) {
+        throw duckdb::InvalidInputException("Expected %llu parameters, but none were supplied",
+                                            prepared.data->properties.parameter_count);
+    }
 }
 
 /** A successfully prepared statement's plan and properties. */
@@ -128,6 +136,11 @@ inline void Begin(duckdb::PreparedStatementWrapper& prepared, RowsIn rows,
     pending.allow_streaming = streams;
     pending.statement = statement.context->PendingQuery(statement.query, statement.data, parameters);
 }
+/** Runs a stream that has been opened until its first rows are there; false when it failed before. */
+inline bool AwaitRows(duckdb::DuckDBResultData& /*data*/) {
+    // DuckDB 1.5 has done so when it opened the stream.
+    return true;
+}
 
 #else
 
@@ -136,10 +149,19 @@ using Pending = duckdb::QueryResult;
 inline idx_t TextLength(const duckdb::SQLStatement& statement) {
     return statement.stmt_location.length;
 }
+// A statement's text begins with its first word and ends where the next statement begins.
 inline std::string OwnText(const duckdb::SQLStatement& statement) {
     const std::string& query = statement.query;
-    const auto is_separator = [](char c) { return c == ';' || duckdb::StringUtil::CharacterIsSpace(c); };
-    return {query.begin(), std::find_if_not(query.rbegin(), query.rend(), is_separator).base()};
+    idx_t end = query.size();
+    const duckdb::vector<duckdb::SimplifiedToken> tokens = duckdb::Parser::Tokenize(query);
+    for (auto token = tokens.rbegin(); token != tokens.rend(); ++token) {
+        if (query[token->start] == ';') {
+            end = token->start;
+        } else if (token->type != duckdb::SimplifiedTokenType::SIMPLIFIED_TOKEN_COMMENT) {
+            break;
+        }
+    }
+    return query.substr(0, end);
 }
 
 inline duckdb::Parser MakeParser(duckdb::ClientContext& context) {
@@ -154,6 +176,11 @@ inline const std::string& NameOf(const duckdb::FunctionExpression& call) {
 }
 inline duckdb::SelectStatement& SelectOf(duckdb::SubqueryExpression& subquery) {
     return *subquery.SubqueryMutable();
+}
+
+inline void RequireNoParameters(const duckdb::PreparedStatement& prepared) {
+    duckdb::PreparedStatement::VerifyParameters(duckdb::identifier_map_t<duckdb::BoundParameterData>(),
+                                                prepared.GetNamedParameterMap());
 }
 
 inline duckdb::PreparedStatementData& PlanOf(duckdb::ClientContext& context,
@@ -217,6 +244,19 @@ inline void Begin(duckdb::PreparedStatementWrapper& prepared, RowsIn rows,
     if (!pending.allow_streaming && !pending.statement->HasError()) {
         pending.statement->Materialize();
     }
+}
+inline bool AwaitRows(duckdb::DuckDBResultData& data) {
+    if (!data.stream) {
+        return true;
+    }
+    for (auto state = data.stream->ExecuteTask(); !duckdb::IsObservable(state);
+         state = data.stream->ExecuteTask()) {
+        if (state == duckdb::QueryResultState::BLOCKED ||
+            state == duckdb::QueryResultState::NO_TASKS_AVAILABLE) {
+            data.stream->WaitForTask();
+        }
+    }
+    return !data.stream->HasError();
 }
 
 #endif

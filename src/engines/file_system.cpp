@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <climits>
+#include <cstdlib>
 #include <cstring>
 #include <string_view>
 #include <vector>
@@ -42,6 +43,21 @@ std::string FollowLinks(std::string path) {
 }
 
 }  // namespace
+
+std::string ResolveParents(const std::string& path) {
+    const std::size_t end = path.rfind('/', path.find_first_of("*?["));
+    const std::string folder = end == path.npos ? "" : path.substr(0, end + 1);
+    if (("/" + folder).find("/../") == path.npos || path.starts_with('~') || path.find("://") != path.npos ||
+        path.find('\0') != path.npos) {
+        return path;
+    }
+    std::array<char, PATH_MAX> real{};
+    if (realpath(folder.c_str(), real.data()) == nullptr) {
+        return {};
+    }
+    const std::string_view separator = std::string_view(real.data()) == "/" ? "" : "/";
+    return std::string(real.data()).append(separator).append(path, end + 1);
+}
 
 const FileSystem& FileSystem::Get() {
     static const FileSystem system;

@@ -49,6 +49,11 @@ class FileSystem {
     static const FileSystem& Get();
 };
 
+/** The path with the folder that its ".." lead to, up to the first wildcard: DuckDB removes a ".." with
+    whatever is before it, which may be a link. Unchanged without a "..", on a network and for `~`; empty when
+    the system does not find the folder. */
+std::string ResolveParents(const std::string& path);
+
 /** The endings of the files that belong to a database's log. */
 inline constexpr std::array<const char*, 3> kLogEndings{".wal", ".wal.checkpoint", ".wal.recovery"};
 /** Whether the log, or a part of it, is next to the database. */

@@ -100,7 +100,8 @@ duckdb_state InterruptibleConnection::ExecutePrepared(duckdb_prepared_statement 
 
 duckdb_state InterruptibleConnection::ExecuteStreaming(duckdb_prepared_statement prepared,
                                                        duckdb_result* out_result) {
-    return Execute(&duckdb_pending_prepared_stream, prepared, out_result);
+    const duckdb_state state = Execute(&duckdb_pending_prepared_stream, prepared, out_result);
+    return state == DuckDBSuccess ? duckdb_await_stream(out_result) : state;
 }
 
 duckdb_state InterruptibleConnection::Execute(Start start, duckdb_prepared_statement prepared,

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "base/text.h"
+#include "engines/file_system.h"
 #include "procedures/procedures.h"
 #include "procedures/sql_text.h"
 
@@ -74,6 +75,15 @@ std::string Arguments::RequiredText(std::uint32_t position, const char* procedur
         throw std::invalid_argument(std::string(procedure_name) + " requires a text argument.");
     }
     return text;
+}
+
+std::string Arguments::ParquetFiles(const char* procedure_name) const {
+    const std::string uri = RequiredText(0, procedure_name);
+    std::string files = ResolveParents(uri);
+    if (files.empty()) {
+        throw std::runtime_error("IO Error: No files found that match the pattern " + ('"' + uri + '"'));
+    }
+    return files;
 }
 
 std::string Arguments::Limit(std::uint32_t position) const {

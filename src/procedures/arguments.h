@@ -19,6 +19,8 @@ class Arguments {
     std::string OptionalText(std::uint32_t position) const;
     /** The text; std::invalid_argument when it is null or empty. */
     std::string RequiredText(std::uint32_t position, const char* procedure_name) const;
+    /** The first one as the address of files, whose ".." lead where they lead for the system. */
+    std::string ParquetFiles(const char* procedure_name) const;
     /** The row limit as decimal digits, or the empty text for none. */
     std::string Limit(std::uint32_t position) const;
     /** The select list that the argument asks for: "*", or identifiers. */

@@ -11,7 +11,7 @@ std::string ReadUri(const Arguments& arguments) {
     if (arguments.get_Count() < 1) {
         throw std::invalid_argument("fetch_parquet requires parquet file path.");
     }
-    return arguments.RequiredText(0, FetchParquet::kName);
+    return arguments.ParquetFiles(FetchParquet::kName);
 }
 
 std::string BaseQuery(const std::string& uri, const Arguments& arguments) {

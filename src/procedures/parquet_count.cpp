@@ -5,7 +5,7 @@
 namespace mduckdb {
 
 mirona_cursor ParquetCount::Run(mirona_call call, const Arguments& arguments) {
-    const std::string uri = arguments.RequiredText(0, kName);
+    const std::string uri = arguments.ParquetFiles(kName);
     return RunQuery(
         call, kName, PrivateEngine::OpenInMemory(kName, uri),
         "SELECT count(*) AS count FROM " + ReadParquetCall(uri) + WhereClause(arguments.OptionalText(1)), {});

@@ -5,7 +5,7 @@
 namespace mduckdb {
 
 mirona_cursor ParquetMetadata::Run(mirona_call call, const Arguments& arguments) {
-    const std::string uri = arguments.RequiredText(0, kName);
+    const std::string uri = arguments.ParquetFiles(kName);
     return RunQuery(call, kName, PrivateEngine::OpenInMemory(kName, uri),
                     "SELECT * FROM parquet_metadata(" + QuoteLiteral(uri) + ")", {});
 }

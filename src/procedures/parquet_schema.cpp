@@ -39,7 +39,7 @@ void AppendRow(std::vector<mirona_value>& values, mirona_call call, duckdb_resul
 }  // namespace
 
 mirona_cursor ParquetSchema::Run(mirona_call call, const Arguments& arguments) {
-    const std::string uri = arguments.RequiredText(0, kName);
+    const std::string uri = arguments.ParquetFiles(kName);
     const std::string sql = "SELECT * FROM " + ReadParquetCall(uri) + " LIMIT 0";
     RequireNoNul(kName, sql);
     PrivateEngine engine = PrivateEngine::OpenInMemory(kName, uri);

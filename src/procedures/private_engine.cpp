@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "base/text.h"
+#include "duckdb_internals/engine_settings.h"
 #include "duckdb_internals/task_threads.h"
 #include "engines/spill_path.h"
 #include "procedures/allowed_files.h"
@@ -38,12 +39,6 @@ bool TakePrefix(std::string_view& text, std::string_view prefix) {
         text.remove_prefix(prefix.size());
     }
     return has_prefix;
-}
-
-/** Where the system finds no file, DuckDB removes each ".." with whatever is before it and finds another.
-   Without a ".." both find the same; and what is on a network is not the system's. */
-bool IsFoundOnlyByDuckDB(const FileTurn& turn, const std::string& path) {
-    return !turn.get_Exists() && ("/" + path).find("/../") != path.npos && path.find("://") == path.npos;
 }
 
 }  // namespace
@@ -178,7 +173,8 @@ bool PrivateEngine::RunLimits() {
         folders.push_back(QuoteLiteral(folder));
     }
     // DuckDB accepts them in this order only.
-    return Run(("SET allowed_directories = [" + JoinList(folders) + "]").c_str()) &&
+    return RefuseParentsInPaths(connection_) &&
+           Run(("SET allowed_directories = [" + JoinList(folders) + "]").c_str()) &&
            Run("SET enable_external_access = false") && Run("SET lock_configuration = true");
 }
 
@@ -195,11 +191,11 @@ std::vector<PrivateEngine::Setting> PrivateEngine::HttpSettings() const {
 void PrivateEngine::UseFile(const std::string& file) {
     catalog_ = CatalogName(file);
     const bool is_confined = limits_->get_IsConfined();
-    const std::string path = is_confined ? RequireAllowed(file, limits_->folders) : file;
-    FileTurn turn(EngineFiles::Get(), path);
-    if (IsFoundOnlyByDuckDB(turn, path)) {
+    const std::string path = is_confined ? RequireAllowed(file, limits_->folders) : ResolveParents(file);
+    if (path.empty()) {
         throw std::runtime_error(kOpenFailed);
     }
+    FileTurn turn(EngineFiles::Get(), path);
     if (is_confined && turn.HasWriter()) {
         throw std::runtime_error("Cannot read '" + file +
                                  "' in limited folders: this process has it open for writing.");

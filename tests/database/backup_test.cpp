@@ -9,6 +9,7 @@
 #include "nbx/engine_lock.h"
 #include "nbx/hooks.h"
 #include "support/environment.h"
+#include "support/expected_by_version.h"
 
 namespace {
 
@@ -311,15 +312,18 @@ TEST_F(DatabaseBackup, OfADatabaseWithoutTablesCanBeRestored) {
 TEST_F(DatabaseBackup, RestoreOfAFolderThatIsNotABackupReportsTheErrorAndLeavesANewFile) {
     const std::string thrown =
         Thrown([&] { host->RestoreDatabase(Location(Path()), Location(Path("backups"))); });
-    EXPECT_EQ(thrown.find("xDuckDBError 72501 [" + Path() + "] [IO Error: {\"exception_type\":\"IO\""), 0u)
+    EXPECT_EQ(thrown.find("xDuckDBError 72501 [" + Path() + "] [" +
+                          get_ExpectedByVersion().before_unexpanded + "{\"exception_type\":\"IO\""),
+              0u)
         << thrown;
     EXPECT_TRUE(fs::exists(Path()));
     EXPECT_EQ(TryOpenElsewhere(Path(), true), "ok");
 }
 
-/** The one column of `test_all_types` whose table DuckDB 1.5 exports and cannot import again. */
+/** The columns of `test_all_types` that DuckDB 1.5 exports and cannot import again, and that DuckDB 2.0 does
+   not store in a file for DuckDB 1. */
 bool IsBeyondImport(const std::string& column) {
-    return column == "struct_of_fixed_array";
+    return column == "struct_of_fixed_array" || column == "empty_struct";
 }
 
 /** Types for which Parquet keeps less: the moment in UTC of a TIME WITH TIME ZONE, the milliseconds of an
@@ -330,7 +334,7 @@ bool IsRounded(const std::string& column) {
 
 TEST_F(DatabaseBackup, EveryTypeThatDuckDBCanImportIsRestored) {
     const auto database = host.Created(Path());
-    Execute(*database, "CREATE TABLE everything AS SELECT * FROM test_all_types(use_large_enum = false)");
+    Execute(*database, "CREATE VIEW everything AS FROM test_all_types(use_large_enum = false)");
     std::vector<std::string> columns;
     const std::string names = QueryText(
         *database,
@@ -344,7 +348,7 @@ TEST_F(DatabaseBackup, EveryTypeThatDuckDBCanImportIsRestored) {
         }
     }
     ASSERT_GT(columns.size(), 40u);
-    Execute(*database, "DROP TABLE everything");
+    Execute(*database, "DROP VIEW everything");
     const auto restored = RoundTrip(*database);
     const std::string types = "SELECT table_name, data_type FROM duckdb_columns()";
     EXPECT_EQ(Rows(*restored, types), Rows(*database, types));

@@ -3,6 +3,7 @@
 #include "base/holders.h"
 #include "database_test_base.h"
 #include "objects/database.h"
+#include "support/expected_by_version.h"
 
 namespace {
 
@@ -54,7 +55,9 @@ TEST_F(DatabaseLifecycle, EveryConnectionGetsItsErrorsAsJson) {
                                              "duckdb_query SET errors_as_json = true;"}));
     const auto database = host.Opened(Path());
     const std::string thrown = Thrown([&] { Execute(*database, "SELECT * FROM missing"); });
-    EXPECT_EQ(thrown.find("xDuckDBError 72501 [" + Path() + "] [{\"exception_type\":\"Catalog\""), 0u)
+    EXPECT_EQ(thrown.find("xDuckDBError 72501 [" + Path() + "] [" +
+                          get_ExpectedByVersion().before_unprepared + "{\"exception_type\":\"Catalog\""),
+              0u)
         << thrown;
 }
 

@@ -9,6 +9,7 @@
 
 #include "database_test_base.h"
 #include "procedures/handlers.h"
+#include "support/expected_by_version.h"
 #include "support/fake_host.h"
 #include "support/second_module.h"
 
@@ -315,7 +316,9 @@ TEST_F(OneFile, RestoreKeepsTheOwner) {
 
 TEST_F(OneFile, AFailedRestoreLeavesTheOldDatabaseUnchanged) {
     fs::create_directory(Path("nothing"));
-    EXPECT_THAT(Restore(real, Path("nothing")), StartsWith("xDuckDBError 72501 [" + real + "] [IO Error"));
+    EXPECT_THAT(Restore(real, Path("nothing")),
+                StartsWith("xDuckDBError 72501 [" + real + "] [" + get_ExpectedByVersion().before_unexpanded +
+                           "{\"exception_type\":\"IO\""));
     EXPECT_EQ(CountRowsOf(real), "3");
     const std::string backup = MakeBackup();
     for (const auto& entry : fs::directory_iterator(backup)) {

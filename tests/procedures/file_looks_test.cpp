@@ -8,6 +8,7 @@
 #include <cstdarg>
 
 #include "limited_calls.h"
+#include "support/expected_by_version.h"
 
 namespace {
 
@@ -133,6 +134,14 @@ class FileLooksTest : public LimitedCalls {
     duckdb_connection connection_ = nullptr;
 };
 
+void ExpectLooksOf(const Looks& bare, const Looks& call, const std::string& files) {
+    const int further = get_ExpectedByVersion().further_looks;
+    EXPECT_GE(call.opens, bare.opens) << files;
+    EXPECT_LE(call.opens, bare.opens + further) << files;
+    EXPECT_GE(call.reads, bare.reads) << files;
+    EXPECT_LE(call.reads, bare.reads + further) << files;
+}
+
 TEST_F(FileLooksTest, AreThoseOfTheBareQuery) {
     for (const std::string name : {"a.parquet", "*.parquet"}) {
         const std::string file = folder_ / name;
@@ -140,14 +149,12 @@ TEST_F(FileLooksTest, AreThoseOfTheBareQuery) {
         const Looks count = CountBare("SELECT count(*) AS count" + source);
         EXPECT_GT(count.opens, 0) << "the program's functions are not called";
         EXPECT_GT(count.reads, 0);
-        EXPECT_EQ(count, CountCall<ParquetCount>({file})) << name;
-        EXPECT_EQ(CountBare("SELECT count(*)" + source + " WHERE i > 25000"),
-                  CountCall<ParquetCount>({file, "i > 25000"}))
-            << name;
-        EXPECT_EQ(CountBare("SELECT *" + source), CountCall<FetchParquet>({file})) << name;
-        EXPECT_EQ(CountBare("SELECT i, t" + source + " WHERE h > 0 LIMIT 3"),
-                  CountCall<FetchParquet>({file, "i, t", "h > 0", "3"}))
-            << name;
+        ExpectLooksOf(count, CountCall<ParquetCount>({file}), name);
+        ExpectLooksOf(CountBare("SELECT count(*)" + source + " WHERE i > 25000"),
+                      CountCall<ParquetCount>({file, "i > 25000"}), name);
+        ExpectLooksOf(CountBare("SELECT *" + source), CountCall<FetchParquet>({file}), name);
+        ExpectLooksOf(CountBare("SELECT i, t" + source + " WHERE h > 0 LIMIT 3"),
+                      CountCall<FetchParquet>({file, "i, t", "h > 0", "3"}), name);
         EXPECT_EQ(CountBare("SELECT *" + source + " LIMIT 0"), CountCall<ParquetSchema>({file})) << name;
         EXPECT_EQ(CountBare("SELECT * FROM parquet_metadata('" + file + "')"),
                   CountCall<ParquetMetadata>({file}))

@@ -342,11 +342,13 @@ const std::set<std::string> kKnownVolatileFunctions{
     "nextval",
     "random",
     "setseed",
+    "setval",
     "sleep_ms",
     "stats",
     "uuid",
     "uuidv4",
     "uuidv7",
+    "vector_type",
     "write_log",
 };
 

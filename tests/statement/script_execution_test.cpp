@@ -1,4 +1,5 @@
 #include <random>
+#include <regex>
 #include <thread>
 
 #include "nbx/hooks.h"
@@ -292,9 +293,9 @@ std::string RandomStatement(std::mt19937& random) {
 
 /** An error's message without the positions in the SQL text, which differ between a script and a
     statement. */
-std::string WithoutPosition(std::string message) {
-    const std::size_t at = message.find("\"position\"");
-    return at == std::string::npos ? message : message.substr(0, at);
+std::string WithoutPosition(const std::string& message) {
+    static const std::regex kPosition(R"re(,"(position|location)":"[^"]*")re");
+    return std::regex_replace(message, kPosition, "");
 }
 
 }  // namespace

@@ -145,8 +145,9 @@ TEST_F(EnvelopeTest, ATextThatItsTypeDoesNotAllowIsRejectedWithDuckDBsText) {
         EXPECT_EQ(refusal, DuckDBError("value", refusal.message)) << word;
         EXPECT_NE(refusal.message, "") << word;
         EXPECT_EQ(Refusal(Variant(item.word, "\"rubbish\"")), refusal) << word;
-        // An empty text is none of these either.
-        EXPECT_EQ(Refusal(Typed(item.word, "\"\"")).exception, "xDuckDBError") << word;
+        // An empty text is none of these either, but for a bit string of DuckDB 2.0.
+        const bool is_valid = word == "BITSTRING" && Scalar("SELECT TRY_CAST('' AS BIT) IS NULL") == "false";
+        EXPECT_EQ(Refusal(Typed(item.word, "\"\"")).exception, is_valid ? "" : "xDuckDBError") << word;
     }
 }
 
