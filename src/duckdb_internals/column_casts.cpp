@@ -5,8 +5,8 @@
 #include <string>
 
 #include "duckdb_internals/out_of_memory.h"
-#include "duckdb_internals/vector_size.h"
 #include "duckdb_internals/version_differences.h"
+#include "duckdb_internals/version_vectors.h"
 
 namespace mduckdb {
 namespace {
@@ -24,11 +24,11 @@ void CastRows(duckdb::ClientContext& context, Vector& source, Vector& target, id
         } catch (const std::exception&) {
             ThrowIfOutOfMemory();
             duckdb::FlatVector::SetNull(cast, 0, true);
-            SetVectorSize(cast, 1);
+            version::SetVectorSize(cast, 1);
         }
         duckdb::VectorOperations::Copy(cast, target, 1, 0, row);
     }
-    SetVectorSize(target, count);
+    version::SetVectorSize(target, count);
 }
 
 std::unique_ptr<Vector> Cast(duckdb::ClientContext& context, Vector& source, duckdb_type type, idx_t count) {

@@ -13,7 +13,7 @@
 
 #include "duckdb_internals/out_of_memory.h"
 #include "duckdb_internals/quick_casts.h"
-#include "duckdb_internals/vector_size.h"
+#include "duckdb_internals/version_vectors.h"
 
 namespace mduckdb {
 namespace {
@@ -217,7 +217,7 @@ struct ColumnWriter::PlainCast {
           scale(DecimalOf(type, duckdb::DecimalType::GetScale)),
           source_size(duckdb::GetTypeIdSize(source.GetType().InternalType())),
           target_size(duckdb::GetTypeIdSize(type.InternalType())) {
-        SetVectorSize(source, 1);
+        version::SetVectorSize(source, 1);
     }
 
     bool Run(const void* element, void* slot) {
@@ -273,7 +273,7 @@ bool ColumnWriter::PutValue(idx_t row, duckdb_value value, std::string& error) {
         const auto& made = *reinterpret_cast<const duckdb::Value*>(value);
         Vector source(made.type(), idx_t{1});
         source.SetValue(0, made);
-        SetVectorSize(source, 1);
+        version::SetVectorSize(source, 1);
         return CastOne(reinterpret_cast<duckdb_vector>(&source), 0, row, error);
     } catch (const std::exception& failed) {
         ThrowIfOutOfMemory();
@@ -306,7 +306,7 @@ bool ColumnWriter::Cast(duckdb_vector source, idx_t count, idx_t row, std::strin
 }
 
 idx_t ColumnWriter::PutVector(idx_t row, duckdb_vector vector, idx_t count, std::string& error) {
-    SetVectorSize(Unwrap(vector), count);
+    version::SetVectorSize(Unwrap(vector), count);
     if (count == 0 || Cast(vector, count, row, error)) {
         return count;
     }

@@ -33,6 +33,8 @@ struct ExpectedByVersion {
     std::string missing_table;
     /** How the table t is named in the error of a CHECK. */
     std::string checked_table;
+    /** Whether a stream returns the rows before one that fails. */
+    bool streams_rows_before_a_failure;
     /** How often a procedure's call looks at a file more often than the bare query, which plans it once. */
     int further_looks;
     /** The tables of DuckDB that count what an engine has done. */
@@ -53,6 +55,7 @@ inline const ExpectedByVersion& get_ExpectedByVersion() {
         .has_plain_parameter_errors = true,
         .missing_table = "Table \".main.nowhere\" could not be found",
         .checked_table = "t",
+        .streams_rows_before_a_failure = true,
         .further_looks = 0,
         .counting_tables = {},
     };
@@ -75,6 +78,7 @@ inline const ExpectedByVersion& get_ExpectedByVersion() {
         .has_plain_parameter_errors = false,
         .missing_table = "Table '\"\".main.nowhere' could not be found",
         .checked_table = "\"t\"",
+        .streams_rows_before_a_failure = false,
         .further_looks = 3,
         .counting_tables = {"duckdb_eviction_queues"},
     };

@@ -5,7 +5,7 @@
 #include <duckdb/common/vector/flat_vector.hpp>
 #endif
 
-namespace mduckdb {
+namespace mduckdb::version {
 
 /** Tells a flat vector how many elements have been put into it by hand. DuckDB's vectors know their size
    since 2.0: a cast of one that has not been told finds nothing in it, and succeeds. */
@@ -16,4 +16,4 @@ void SetVectorSize(duckdb::Vector& vector, duckdb::idx_t count) {
     }
 }
 
-}  // namespace mduckdb
+}  // namespace mduckdb::version
