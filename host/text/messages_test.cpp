@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include <chrono>
+#include <ctime>
 #include <stdexcept>
 
 #include "nbx/exception.h"
@@ -73,7 +73,7 @@ TEST(MakeCaret, RemovesWholeCharactersBeforeThePosition) {
 
 TEST(MakeCaret, IsQuickForAVeryLongLine) {
     InitDisplayWidth();
-    const auto start = std::chrono::steady_clock::now();
+    const std::clock_t start = std::clock();  // the processor's time, whatever else the machine does
     for (const std::string& part :
          {std::string("a"), std::string("é"), std::string("日\t"), std::string("\xFF")}) {
         std::string sql = "SELECT ";
@@ -86,7 +86,7 @@ TEST(MakeCaret, IsQuickForAVeryLongLine) {
         EXPECT_NE(caret.find("X"), std::string::npos);
         EXPECT_LT(caret.size(), 1000U);
     }
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(10));
+    EXPECT_LT(std::clock() - start, 10 * CLOCKS_PER_SEC);
 }
 
 TEST(MakeCaret, IsEmptyWithoutAPosition) {
