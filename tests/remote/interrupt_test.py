@@ -101,7 +101,7 @@ class InterruptTest(RemoteCase):
             self.assertIn("xInterruptError", process.stdout.readline())
             self.assertEqual(process.stdout.readline(), f"{ROWS}\n")
             planted.release()
-            self.assertEqual(self.end(process), [str(ROWS)])
+            self.assertEqual(self.end(process), ["none", str(ROWS)])
 
     def test_a_process_that_exits_does_not_wait(self):
         with self.server.faulty("silent", path="silent") as planted:

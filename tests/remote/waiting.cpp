@@ -171,11 +171,12 @@ void Neighbour(const TestHost& host, const std::string& silent, const std::strin
     const Database database = MakeDatabase(host);
     const Database other = MakeDatabase(host);
     int64_t read_by_other = 0;
-    std::thread reader([&] { read_by_other = ReadStream(*other, silent); });
+    std::string failure;
+    std::thread reader([&] { failure = Thrown([&] { read_by_other = ReadStream(*other, silent); }); });
     Interrupt(*database, [&] { ReadStream(*database, silent); });
     std::cout << QueryText(*database, CountIn(url)) << std::endl;
     reader.join();
-    std::cout << read_by_other << "\n";
+    std::cout << failure << "\n" << read_by_other << "\n";
 }
 
 /** The process exits while a thread waits. */

@@ -79,7 +79,7 @@ inline const ExpectedByVersion& get_ExpectedByVersion() {
         .missing_table = "Table '\"\".main.nowhere' could not be found",
         .checked_table = "\"t\"",
         .streams_rows_before_a_failure = false,
-        .further_looks = 3,
+        .further_looks = 4,
         .counting_tables = {"duckdb_eviction_queues"},
     };
     const std::string_view version = duckdb_library_version();
