@@ -6,6 +6,7 @@
 #include "nbx/mrsql/duckdb_cursor.h"
 #include "nbx/mrsql/duckdb_query_result.h"
 #include "statement_fixture.h"
+#include "support/expected_by_version.h"
 
 namespace mduckdb::test {
 
@@ -230,6 +231,11 @@ class Reference {
         duckdb_open(nullptr, &engine_);
         duckdb_connect(engine_, &connection_);
         RunDirectly(connection_, "SET errors_as_json = true");
+        for (const std::string& setting : get_ExpectedByVersion().engine_settings) {
+            const std::size_t end = setting.find('=');
+            RunDirectly(connection_,
+                        "SET " + setting.substr(0, end) + " = '" + setting.substr(end + 1) + "'");
+        }
     }
     Reference(const Reference&) = delete;
     Reference& operator=(const Reference&) = delete;
