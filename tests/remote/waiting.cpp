@@ -45,7 +45,8 @@ Interface& As(nbx::mrsql::I_DuckDBDatabase& database, uint32_t id) {
 /** A database whose engine does not stop waiting by itself. */
 Database MakeDatabase(const TestHost& host) {
     Database database = host.Created(":memory:");
-    Execute(*database, "SET threads = 4; SET http_timeout = 1000");
+    // Also for streams, which have connections of their own.
+    Execute(*database, "SET threads = 4; SET GLOBAL http_timeout = 1000");
     return database;
 }
 
