@@ -75,7 +75,7 @@ bool IsZero(const unsigned char* bytes, std::size_t count) {
 /** Copies, and passes each buffer to `see`. */
 template <class See>
 void CopyAll(int source, uint64_t size, const std::string& target, const BackupStop& stop, See see) {
-    const Descriptor out(target, O_WRONLY);
+    const Descriptor out = OpenDescriptor(target, O_WRONLY);
     const Buffer buffer = MakeBuffer();
     uint64_t handed_over = 0;
     for (uint64_t at = 0; at < size;) {
@@ -112,18 +112,12 @@ bool IsReadable(int descriptor) {
 
 }  // namespace
 
-Descriptor::Descriptor(const std::string& path, int flags)
-    : descriptor_(open(path.c_str(), flags | O_CLOEXEC, 0666)) {
-    if (descriptor_ < 0) {
+Descriptor OpenDescriptor(const std::string& path, int flags) {
+    const int number = open(path.c_str(), flags | O_CLOEXEC, 0666);
+    if (number < 0) {
         ThrowFileError(path, "opened");
     }
-}
-
-void Descriptor::Close() noexcept {
-    if (descriptor_ >= 0) {
-        close(descriptor_);
-        descriptor_ = -1;
-    }
+    return Descriptor(number);
 }
 
 int FindOpenDescriptor(const std::string& path) {
@@ -153,7 +147,7 @@ void CopyBytes(int source, uint64_t size, const std::string& target, const Backu
 }
 
 std::string CopyFileWithSum(const std::string& source, const std::string& target, const BackupStop& stop) {
-    const Descriptor in(source, O_RDONLY);
+    const Descriptor in = OpenDescriptor(source, O_RDONLY);
     Sha256 sum;
     CopyAll(in.get(), FileSize(source), target, stop,
             [&sum](const unsigned char* bytes, std::size_t count) { sum.Add(bytes, count); });
@@ -161,7 +155,7 @@ std::string CopyFileWithSum(const std::string& source, const std::string& target
 }
 
 std::string FileSum(const std::string& path, const BackupStop& stop) {
-    const Descriptor in(path, O_RDONLY);
+    const Descriptor in = OpenDescriptor(path, O_RDONLY);
     const Buffer buffer = MakeBuffer();
     Sha256 sum;
     uint64_t at = 0;
@@ -174,14 +168,14 @@ std::string FileSum(const std::string& path, const BackupStop& stop) {
 }
 
 void SyncToDisk(const std::string& path) {
-    const Descriptor file(path, O_RDONLY);
+    const Descriptor file = OpenDescriptor(path, O_RDONLY);
     if (fsync(file.get()) != 0) {
         ThrowFileError(path, "synchronised");
     }
 }
 
 void WriteWhole(const std::string& path, const std::string& content) {
-    const Descriptor file(path, O_WRONLY | O_CREAT | O_TRUNC);
+    const Descriptor file = OpenDescriptor(path, O_WRONLY | O_CREAT | O_TRUNC);
     WriteAt(file.get(), reinterpret_cast<const unsigned char*>(content.data()), content.size(), 0, path);
     if (fsync(file.get()) != 0) {
         ThrowFileError(path, "synchronised");
@@ -189,7 +183,7 @@ void WriteWhole(const std::string& path, const std::string& content) {
 }
 
 std::string ReadWhole(const std::string& path) {
-    const Descriptor file(path, O_RDONLY);
+    const Descriptor file = OpenDescriptor(path, O_RDONLY);
     const Buffer buffer = MakeBuffer();
     std::string content;
     while (const std::size_t count = ReadAt(file.get(), buffer.get(), content.size())) {

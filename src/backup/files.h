@@ -5,22 +5,12 @@
 
 #include "backup/sha256.h"
 #include "backup/stop.h"
+#include "base/descriptor.h"
 
 namespace mduckdb {
 
-/** An owned file descriptor. */
-class Descriptor : nbx::noncopyable {
-  public:
-    /** Throws `BackupError` that names the file. */
-    Descriptor(const std::string& path, int flags);
-    ~Descriptor() { Close(); }
-
-    int get() const noexcept { return descriptor_; }
-    void Close() noexcept;
-
-  private:
-    int descriptor_;
-};
+/** Throws `BackupError` that names the file. */
+Descriptor OpenDescriptor(const std::string& path, int flags);
 
 /** The descriptor under which this process has the file open for reading already, or -1.
 

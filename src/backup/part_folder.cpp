@@ -45,12 +45,9 @@ void DeleteIfLeftBehind(const std::string& folder) {
         DeleteFolder(folder);
         return;
     }
-    const int in_use = open(mark.c_str(), O_RDONLY | O_CLOEXEC);
-    if (in_use >= 0 && flock(in_use, LOCK_EX | LOCK_NB) == 0) {
+    const Descriptor in_use(open(mark.c_str(), O_RDONLY | O_CLOEXEC));
+    if (in_use.get() >= 0 && flock(in_use.get(), LOCK_EX | LOCK_NB) == 0) {
         DeleteFolder(folder);
-    }
-    if (in_use >= 0) {
-        close(in_use);
     }
 }
 
@@ -75,9 +72,9 @@ PartFolder::PartFolder(const std::string& file) : path_(file + kInfix + "XXXXXX"
         ThrowFileError(file, "made");
     }
     try {
-        in_use_ = std::make_unique<Descriptor>(path_ + "/" + kInUseName, O_RDWR | O_CREAT);
+        in_use_ = OpenDescriptor(path_ + "/" + kInUseName, O_RDWR | O_CREAT);
         // The file system has no such locks, so leftovers stay.
-        flock(in_use_->get(), LOCK_EX | LOCK_NB);
+        flock(in_use_.get(), LOCK_EX | LOCK_NB);
     } catch (...) {
         DeleteFolder(path_);
         throw;

@@ -23,7 +23,7 @@ class PartFolder : nbx::noncopyable {
   private:
     std::string path_;
     /** Locked for as long as this process works on the folder. */
-    std::unique_ptr<Descriptor> in_use_;
+    Descriptor in_use_;
 };
 
 }  // namespace mduckdb

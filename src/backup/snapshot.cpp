@@ -90,13 +90,13 @@ class SnapshotJob : nbx::noncopyable {
         if (main < 0) {
             throw BackupError(source_.file + " is not the file that the database has open");
         }
-        Descriptor(copy_, O_WRONLY | O_CREAT | O_EXCL).Close();
+        OpenDescriptor(copy_, O_WRONLY | O_CREAT | O_EXCL).Close();
         LimitRights(copy_, main);
         CopyBytes(main, FileSize(source_.file), copy_, stop_);
         if (log_size > 0) {
-            Descriptor(LogOf(copy_), O_WRONLY | O_CREAT | O_EXCL).Close();
+            OpenDescriptor(LogOf(copy_), O_WRONLY | O_CREAT | O_EXCL).Close();
             // DuckDB has the log open for writing only and holds no lock on it.
-            const Descriptor log(LogOf(source_.file), O_RDONLY);
+            const Descriptor log = OpenDescriptor(LogOf(source_.file), O_RDONLY);
             CopyBytes(log.get(), log_size, LogOf(copy_), stop_);
         }
     }
@@ -155,7 +155,7 @@ class SnapshotJob : nbx::noncopyable {
     void Publish() {
         const std::string manifest = part_ / "manifest.json";
         WriteWhole(manifest, WriteManifest(manifest_));
-        LimitRights(manifest, Descriptor(copy_, O_RDONLY).get());
+        LimitRights(manifest, OpenDescriptor(copy_, O_RDONLY).get());
         stop_.Check();
         if (fs::exists(fs::symlink_status(target_))) {
             throw BackupError(target_ + " is there already");

@@ -38,7 +38,7 @@ void CopySnapshot(const std::string& snapshot, const std::string& copy, const st
     if (FileSize(snapshot + ".wal") > 0) {
         throw BackupError(snapshot + " was written to after it was made: there is " + snapshot + ".wal");
     }
-    Descriptor(copy, O_WRONLY | O_CREAT | O_EXCL).Close();
+    OpenDescriptor(copy, O_WRONLY | O_CREAT | O_EXCL).Close();
     if (CopyFileWithSum(snapshot, copy, stop) != identity.sha256) {
         throw BackupError(snapshot + " is damaged: its checksum is not that of its manifest");
     }

@@ -15,6 +15,8 @@
 #include <string_view>
 #include <utility>
 
+#include "base/descriptor.h"
+
 namespace mduckdb {
 namespace {
 
@@ -34,20 +36,6 @@ struct Wait {
     uint64_t switches = 0;
     uint64_t count = 0;
     Descriptors descriptors{};
-};
-
-class Descriptor : nbx::noncopyable {
-  public:
-    explicit Descriptor(int number) noexcept : number_(number) {}
-    ~Descriptor() {
-        if (number_ >= 0) {
-            close(number_);
-        }
-    }
-    int get() const noexcept { return number_; }
-
-  private:
-    const int number_;
 };
 
 /** The beginning of a file in the folder of a thread of this process; empty on failure. */
@@ -204,7 +192,6 @@ void ServerWaits::Enter() noexcept {
         threads_.push_back({number, 1, 0, {}});
     } catch (const std::exception&) {
         // An unknown thread is waited for until the client's time is over.
-        return;
     }
 }
 
@@ -242,7 +229,7 @@ void ServerWaits::End() noexcept {
             Deadline::Clock::now(), [](void* waits) noexcept { static_cast<ServerWaits*>(waits)->EndOnce(); },
             this);
     } catch (const std::exception&) {
-        return;
+        // The client's own time ends what waits.
     }
 }
 
