@@ -81,8 +81,15 @@ class DatabaseLink : nbx::noncopyable {
     void ThrowIfInterrupted();
     /** Ends the transaction that may be open, which no time limit cuts. */
     void Rollback() noexcept;
-    /** To be held while the thread calls DuckDB otherwise than by `ExecutePrepared`. */
-    ServerWaits::Work BeginWork() noexcept { return connection_.BeginWork(); }
+    /** As `InterruptibleConnection` prepares. */
+    duckdb_state Prepare(duckdb_connection connection, const std::string& sql,
+                         duckdb_prepared_statement* out_prepared) {
+        return connection_.Prepare(connection, sql, out_prepared);
+    }
+    duckdb_state PrepareExtracted(duckdb_connection connection, duckdb_extracted_statements extracted,
+                                  idx_t index, duckdb_prepared_statement* out_prepared) {
+        return connection_.PrepareExtracted(connection, extracted, index, out_prepared);
+    }
     /** The result is compact if the database, or the script of so many statements, keeps many. */
     duckdb_state ExecutePrepared(duckdb_prepared_statement prepared, duckdb_result* out_result,
                                  uint64_t statements = 1) NBX_REQUIRES(gEngineLock) {

@@ -93,6 +93,19 @@ void InterruptibleConnection::RepeatInterrupt() {
     }
 }
 
+duckdb_state InterruptibleConnection::Prepare(duckdb_connection connection, const std::string& sql,
+                                              duckdb_prepared_statement* out_prepared) {
+    const ServerWaits::Work work = BeginWork();
+    return duckdb_prepare(connection, sql.c_str(), out_prepared);
+}
+
+duckdb_state InterruptibleConnection::PrepareExtracted(duckdb_connection connection,
+                                                       duckdb_extracted_statements extracted, idx_t index,
+                                                       duckdb_prepared_statement* out_prepared) {
+    const ServerWaits::Work work = BeginWork();
+    return duckdb_prepare_extracted_statement(connection, extracted, index, out_prepared);
+}
+
 duckdb_state InterruptibleConnection::ExecutePrepared(duckdb_prepared_statement prepared,
                                                       duckdb_result* out_result) {
     return Execute(&duckdb_pending_prepared_managed, prepared, out_result);
@@ -101,7 +114,11 @@ duckdb_state InterruptibleConnection::ExecutePrepared(duckdb_prepared_statement 
 duckdb_state InterruptibleConnection::ExecuteStreaming(duckdb_prepared_statement prepared,
                                                        duckdb_result* out_result) {
     const duckdb_state state = Execute(&duckdb_pending_prepared_stream, prepared, out_result);
-    return state == DuckDBSuccess ? duckdb_await_stream(out_result) : state;
+    if (state != DuckDBSuccess) {
+        return state;
+    }
+    const ServerWaits::Work work = BeginWork();
+    return duckdb_await_stream(out_result);
 }
 
 duckdb_state InterruptibleConnection::Execute(Start start, duckdb_prepared_statement prepared,

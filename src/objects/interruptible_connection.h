@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <memory>
+#include <string>
 
 #include "base/process.h"
 #include "base/server_waits.h"
@@ -48,6 +49,13 @@ class InterruptibleConnection : nbx::noncopyable {
     /** To be held by the thread that calls DuckDB, so that it does not wait for a server when it is
        interrupted or cut. It must not run the host's code meanwhile. */
     ServerWaits::Work BeginWork() noexcept { return ServerWaits::Work(*waits_, is_interrupted_); }
+    /** Like `duckdb_prepare` on this connection, which the caller keeps. Preparing already reads from files
+       what names and types their columns have. */
+    duckdb_state Prepare(duckdb_connection connection, const std::string& sql,
+                         duckdb_prepared_statement* out_prepared);
+    /** Like `duckdb_prepare_extracted_statement`, in the same way. */
+    duckdb_state PrepareExtracted(duckdb_connection connection, duckdb_extracted_statements extracted,
+                                  idx_t index, duckdb_prepared_statement* out_prepared);
     /** Executes like `duckdb_execute_prepared`, but an `Interrupt` also stops it when it came before DuckDB
         began the query, which clears DuckDB's own flag. The caller destroys `*out_result`, also on
         failure. */

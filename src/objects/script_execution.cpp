@@ -43,24 +43,11 @@ class ScriptRollback : nbx::noncopyable {
     bool is_needed_ = true;
 };
 
-/** Preparing already reads what names and types the columns of files have. */
-duckdb_state Prepare(DatabaseLink& database, duckdb_connection connection, const std::string& sql,
-                     PreparedHolder& prepared) {
-    const ServerWaits::Work work = database.BeginWork();
-    return duckdb_prepare(connection, sql.c_str(), prepared.Receive());
-}
-
-duckdb_state PrepareExtracted(DatabaseLink& database, duckdb_connection connection,
-                              const ExtractedHolder& extracted, idx_t index, PreparedHolder& prepared) {
-    const ServerWaits::Work work = database.BeginWork();
-    return duckdb_prepare_extracted_statement(connection, extracted.get(), index, prepared.Receive());
-}
-
 ResultHolder ExecuteSingle(DatabaseLink& database, const duckdb_connection& connection,
                            const std::string& sql, const nbx::ValueRow& parameters)
     NBX_REQUIRES(gEngineLock) {
     PreparedHolder prepared;
-    if (Prepare(database, connection, sql, prepared) != DuckDBSuccess) {
+    if (database.Prepare(connection, sql, prepared.Receive()) != DuckDBSuccess) {
         const Failure error = FailureOf(prepared.get(), "Failed to prepare statement");
         prepared.Reset();
         database.ThrowFailure(error);
@@ -113,7 +100,7 @@ class ExpandedTransaction : nbx::noncopyable {
 PreparedHolder PrepareOne(DatabaseLink& database, duckdb_connection connection, ExtractedHolder& extracted,
                           idx_t index) {
     PreparedHolder prepared;
-    if (PrepareExtracted(database, connection, extracted, index, prepared) != DuckDBSuccess) {
+    if (database.PrepareExtracted(connection, extracted.get(), index, prepared.Receive()) != DuckDBSuccess) {
         const Failure error = FailureOf(prepared.get(), "Failed to prepare extracted statement");
         prepared.Reset();
         extracted.Reset();

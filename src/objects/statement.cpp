@@ -153,13 +153,8 @@ void DuckDBStatement::PrepareExtracted(duckdb_connection connection) {
         is_current_whole_ = false;
     }
     is_next_consumed_ = true;
-    duckdb_state state = DuckDBError;
-    {
-        const ServerWaits::Work work = RequireDatabase().BeginWork();
-        state = duckdb_prepare_extracted_statement(connection, extracted_.get(), next_index_,
-                                                   prepared_.Receive());
-    }
-    if (state != DuckDBSuccess) {
+    if (RequireDatabase().PrepareExtracted(connection, extracted_.get(), next_index_, prepared_.Receive()) !=
+        DuckDBSuccess) {
         const Failure error = FailureOf(prepared_.get(), "Failed to prepare statement");
         DestroyPrepared();
         RequireDatabase().ThrowFailure(error);

@@ -85,12 +85,7 @@ void StreamCursor::Start(const std::string& sql, const nbx::ValueRow* parameters
 
 ResultHolder StreamCursor::Execute(Work& work, const std::string& sql, const nbx::ValueRow* parameters) {
     PreparedHolder prepared;
-    duckdb_state state = DuckDBError;
-    {
-        const ServerWaits::Work call = work.get_Connection().BeginWork();
-        state = duckdb_prepare(side_->get(), sql.c_str(), prepared.Receive());
-    }
-    if (state != DuckDBSuccess) {
+    if (work.get_Connection().Prepare(side_->get(), sql, prepared.Receive()) != DuckDBSuccess) {
         work.ThrowFailure(FailureOf(prepared.get(), "Failed to prepare statement"));
     }
     if (!ReturnsRows(prepared.get())) {
