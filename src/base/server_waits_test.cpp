@@ -87,6 +87,13 @@ class Client : nbx::noncopyable {
     std::thread thread_;
 };
 
+/** Waits on this thread, for a second, as an HTTP client does; whether anything has come. */
+bool IsAnswered(const Connection& connection) {
+    const int descriptor = connection.get_Client();
+    std::array<pollfd, 2> awaited{{{descriptor, POLLIN, 0}, {descriptor, POLLIN, 0}}};
+    return poll(awaited.data(), 2, 1000) != 0;
+}
+
 /** Looks again and again, as the timer does, until the condition holds; false after 20 seconds. */
 template <class Condition>
 bool EndUntil(ServerWaits& waits, Condition condition) {
@@ -161,9 +168,7 @@ TEST_F(ServerWaitsTest, LeavesAThreadAloneThatHasLeft) {
         has_looked = true;
     });
     while (!has_looked) {
-        std::array<pollfd, 2> awaited{
-            {{connection.get_Client(), POLLIN, 0}, {connection.get_Client(), POLLIN, 0}}};
-        EXPECT_EQ(poll(awaited.data(), 2, 1000), 0);
+        EXPECT_FALSE(IsAnswered(connection));
     }
     looker.join();
 }
@@ -201,9 +206,7 @@ TEST_F(ServerWaitsTest, AnEndDuringWorkEndsWaitsUntilTheWorkHasEnded) {
     const Connection connection;
     const ServerWaits::Work work(waits, is_interrupted);
     waits.End();
-    std::array<pollfd, 2> awaited{
-        {{connection.get_Client(), POLLIN, 0}, {connection.get_Client(), POLLIN, 0}}};
-    while (poll(awaited.data(), 2, 1000) == 0) {
+    while (!IsAnswered(connection)) {
     }
     EXPECT_TRUE(connection.IsShutDown());
 }
@@ -215,13 +218,11 @@ TEST_F(ServerWaitsTest, AnEndBeforeTheWorkCountsOnlyWithItsFlag) {
         const Connection connection;
         waits.End();
         const ServerWaits::Work work(waits, is_interrupted);
-        std::array<pollfd, 2> awaited{
-            {{connection.get_Client(), POLLIN, 0}, {connection.get_Client(), POLLIN, 0}}};
         if (is_flagged) {
-            while (poll(awaited.data(), 2, 1000) == 0) {
+            while (!IsAnswered(connection)) {
             }
         } else {
-            EXPECT_EQ(poll(awaited.data(), 2, 1000), 0);
+            EXPECT_FALSE(IsAnswered(connection));
         }
         EXPECT_EQ(connection.IsShutDown(), is_flagged);
     }

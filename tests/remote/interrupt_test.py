@@ -40,6 +40,15 @@ class InterruptTest(RemoteCase):
         self.addCleanup(process.kill)
         return process
 
+    def start_waiting(self, planted, *arguments):
+        process = self.start(*arguments)
+        self.assertTrue(planted.met.wait(self.longest_run))
+        return process
+
+    def send_line(self, process):
+        process.stdin.write("\n")
+        process.stdin.flush()
+
     def end(self, process):
         printed, _ = process.communicate(timeout=self.longest_run)
         self.assertEqual(process.returncode, 0, printed)
@@ -49,11 +58,9 @@ class InterruptTest(RemoteCase):
         """What waits ends with the expected text, although the server goes on being silent."""
         fault = {"kind": "silent", **fault}
         with self.subTest(way=way, **fault), self.server.faulty(path="silent", **fault) as planted:
-            process = self.start(way, ending)
-            self.assertTrue(planted.met.wait(self.longest_run))
+            process = self.start_waiting(planted, way, ending)
             begun = time.monotonic()
-            process.stdin.write("\n")
-            process.stdin.flush()
+            self.send_line(process)
             first, *others = self.end(process)
             waited = time.monotonic() - begun
             self.assertIn(expected, first)
@@ -94,10 +101,8 @@ class InterruptTest(RemoteCase):
 
     def test_what_others_wait_for_is_left_alone(self):
         with self.server.faulty("silent", path="silent") as planted:
-            process = self.start("neighbour")
-            self.assertTrue(planted.met.wait(self.longest_run))
-            process.stdin.write("\n")
-            process.stdin.flush()
+            process = self.start_waiting(planted, "neighbour")
+            self.send_line(process)
             self.assertIn("xInterruptError", process.stdout.readline())
             self.assertEqual(process.stdout.readline(), f"{ROWS}\n")
             planted.release()
@@ -105,10 +110,8 @@ class InterruptTest(RemoteCase):
 
     def test_a_process_that_exits_does_not_wait(self):
         with self.server.faulty("silent", path="silent") as planted:
-            process = self.start("exit")
-            self.assertTrue(planted.met.wait(self.longest_run))
-            process.stdin.write("\n")
-            process.stdin.flush()
+            process = self.start_waiting(planted, "exit")
+            self.send_line(process)
             self.assertEqual(self.end(process), ["exits"])
 
 
