@@ -61,6 +61,16 @@ int64_t Most(const std::vector<Holdings>& rounds, std::size_t begin, std::size_t
     return most;
 }
 
+/** The most of each tenth: one step, a slow growth, and a single peak look different. */
+void PrintCourse(const std::vector<Holdings>& rounds, const char* name, int64_t Holdings::*what) {
+    constexpr std::size_t kParts = 10;
+    std::cout << name << " by tenths:";
+    for (std::size_t i = 0; i < kParts; ++i) {
+        std::cout << " " << Most(rounds, rounds.size() * i / kParts, rounds.size() * (i + 1) / kParts, what);
+    }
+    std::cout << "\n";
+}
+
 /** No more in the last third of the rounds after the warm-up than in the first, but for the part that may be
  * more. */
 void ExpectFlat(const std::vector<Holdings>& rounds, const char* name, int64_t Holdings::*what,
@@ -69,6 +79,7 @@ void ExpectFlat(const std::vector<Holdings>& rounds, const char* name, int64_t H
     const int64_t first = Most(rounds, 0, third, what);
     const int64_t last = Most(rounds, rounds.size() - third, rounds.size(), what);
     std::cout << name << ": " << first << " at first, " << last << " at last\n";
+    PrintCourse(rounds, name, what);
     EXPECT_LE(static_cast<double>(last), static_cast<double>(first) * (1 + tolerance)) << name;
 }
 
