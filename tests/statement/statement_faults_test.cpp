@@ -124,6 +124,18 @@ TEST_F(FaultsTest, AHostValueThatIsNotBoundIsReported) {
     }
 }
 
+TEST_F(FaultsTest, AnArrayThatRepeatsALongTextIsRefusedAfterAFewCopies) {
+    constexpr std::size_t kLength = 1'000'000;
+    // The text itself, and 8 MiB of copies.
+    constexpr uint64_t kMostCopies = 1 + 8 * 1024 * 1024 / kLength;
+    const Value array = Array(20, std::vector<Value>(100'000, Str(std::string(kLength, 'x'))));
+    auto statement = Prepared("SELECT $1");
+    duckdb_faults::Reset();
+    EXPECT_EQ(Catch([&] { statement->BindValue(1, array); }),
+              MemoryError("Failed to bind statement parameter"));
+    EXPECT_LE(duckdb_faults::CountCalls("duckdb_create_varchar_length"), kMostCopies);
+}
+
 TEST_F(FaultsTest, AnEnvelopeThatDuckDBCannotTurnIntoAValueIsReported) {
     auto statement = Prepared("SELECT $1");
     const auto bind = [&](const char* type_word) {
