@@ -17,10 +17,14 @@ FINDINGS = ROOT / "build" / "fuzz" / "findings"
 # Inputs longer than this get nowhere that shorter ones do not.
 MOST_BYTES = {"parquet_file": 6000, "database_head": 16384}
 COMMON_BYTES = 2000
+# Of the processor: other programs may hold up the fuzzer for much longer.
 LONGEST_INPUT_SECONDS = 20
+# On the clock: nothing goes on any more.
+HANGS_AFTER_SECONDS = 300
 MOST_MEGABYTES = 2500
 # A target that fails at once again and again is left.
 MOST_FINDINGS = 20
+CANNOT_BE_REPEATED = "cannot be repeated"
 # A frame of a sanitizer's stack, with the function and the file or library that it is in.
 FRAME = re.compile(r"^\s+#\d+ 0x[0-9a-f]+ (?:in )?(.*)$", re.MULTILINE)
 
@@ -34,7 +38,7 @@ def bytes_of(target):
 
 
 def limits(target):
-    return [f"-max_len={bytes_of(target)}", f"-timeout={LONGEST_INPUT_SECONDS}", f"-rss_limit_mb={MOST_MEGABYTES}"]
+    return [f"-max_len={bytes_of(target)}", f"-timeout={HANGS_AFTER_SECONDS}", f"-rss_limit_mb={MOST_MEGABYTES}"]
 
 
 def call(target, arguments, environment):
@@ -68,8 +72,10 @@ def place_of(output):
 
 def judge(target, finding, environment):
     """Runs a finding again, by itself."""
-    status, output, _ = call(target, [*limits(target), finding], environment)
-    return ("cannot be repeated", False) if status == 0 else place_of(output)
+    status, output, processor = call(target, [*limits(target), finding], environment)
+    if status != 0:
+        return place_of(output)
+    return (f"takes more than {LONGEST_INPUT_SECONDS} s" if processor > LONGEST_INPUT_SECONDS else CANNOT_BE_REPEATED, False)
 
 
 def coverage(target, folders, environment):
@@ -100,7 +106,7 @@ def run_target(target, seconds, environment):
     places = {}
     for finding in sorted(findings.iterdir()):
         places.setdefault(judge(target, finding, environment), []).append(finding.name)
-    own = [place for (place, is_duckdb) in places if not is_duckdb and place != "cannot be repeated"]
+    own = [place for (place, is_duckdb) in places if not is_duckdb and place != CANNOT_BE_REPEATED]
     figures = [f"{'in DuckDB' if is_duckdb else 'finding'}: {place}: {names[0]}" + (f" and {len(names) - 1} more" if len(names) > 1 else "")
                for (place, is_duckdb), names in sorted(places.items())]
     print(f"{target}: {executions} inputs, {before} branches before, {after} after", *figures, sep="\n    ", flush=True)

@@ -107,6 +107,11 @@ class Fuzzing(unittest.TestCase):
         output = "    #0 0x1 in __sanitizer_print_stack_trace (/x/build/fuzz/bin/fuzz_targets+0x3)\nSUMMARY: libFuzzer: timeout\n"
         self.assertEqual(fuzz.place_of(output), ("libFuzzer: timeout", False))
 
+    def test_a_finding_is_slow_by_the_processors_time_and_not_by_the_clocks(self):
+        for seconds, place in ((fuzz.LONGEST_INPUT_SECONDS - 1, fuzz.CANNOT_BE_REPEATED), (fuzz.LONGEST_INPUT_SECONDS + 1, "takes more than 20 s")):
+            with unittest.mock.patch.object(fuzz, "call", return_value=(0, "", seconds)):
+                self.assertEqual(fuzz.judge("a", "finding", {}), (place, False))
+
     def test_a_wrong_outcome_is_never_duckdbs(self):
         self.assertEqual(fuzz.place_of("fuzz: wrong outcome: rows\n" + CRASH_IN_DUCKDB), ("rows", False))
 
