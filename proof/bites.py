@@ -93,6 +93,9 @@ def last_words(output):
 def run_program(bite, environment):
     program = COPY / "build" / bite.preset / "bin" / bite.program
     variables = dict(environment(bite.preset, dict(bite.variables)))
+    if "TSAN_OPTIONS" in variables:
+        # What goes on after a race may never end.
+        variables["TSAN_OPTIONS"] += ":halt_on_error=1"
     try:
         run = subprocess.run([program, f"--gtest_filter={bite.tests}"], cwd=program.parent, env=variables, timeout=MOST_SECONDS,
                              stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True, errors="replace")
