@@ -115,6 +115,10 @@ void PrivateEngine::OpenNewMemory() {
         if (!is_remote_) {
             memory_engine_.emplace(engine_, limits_, round);
         }
+        for (const Setting& setting : HttpSettings()) {
+            // Where the extension that knows these settings is missing, the call itself fails.
+            Run(("SET " + std::string(setting.name) + " = " + QuoteLiteral(setting.value)).c_str());
+        }
     }
 }
 
@@ -162,10 +166,6 @@ bool PrivateEngine::RunLimits() {
         }
     }
     if (!limits_->get_IsConfined()) {
-        for (const Setting& setting : HttpSettings()) {
-            // Where the extension that knows these settings is missing, the call itself fails.
-            Run(("SET " + std::string(setting.name) + " = " + QuoteLiteral(setting.value)).c_str());
-        }
         return true;
     }
     std::vector<std::string> folders;
@@ -214,6 +214,12 @@ void PrivateEngine::OpenReader(FileTurn& turn, const std::string& file) {
     for (const Setting& setting : HttpSettings()) {
         configuration.Set(setting.name, setting.value);
     }
+    const bool has_own_pauses = is_remote_ && !limits_->get_IsConfined();
+    if (has_own_pauses) {
+        // DuckDB opens the file three times and pauses between its attempts, and nothing ends a pause. They
+        // grow fourfold otherwise, and a call that is cut would go through all of them.
+        configuration.Set("http_retry_backoff", "1");
+    }
     engine_ = turn.TakeIdleReader(configuration);
     const bool is_idle = engine_ != nullptr;
     std::string error;
@@ -231,6 +237,9 @@ void PrivateEngine::OpenReader(FileTurn& turn, const std::string& file) {
     }
     if (!is_idle) {
         LimitOpened(turn);
+        if (has_own_pauses) {
+            Run("RESET GLOBAL http_retry_backoff");
+        }
     }
 }
 

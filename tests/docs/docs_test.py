@@ -115,7 +115,7 @@ class Names(unittest.TestCase):
 
 # Literals of the sources that are not messages: SQL, and texts of the registration.
 NO_MESSAGE = re.compile(
-    r"^\s*(SELECT|ATTACH|EXPORT|IMPORT|SET|LIMIT|WHERE|FROM)\b|^'? \( |^, (STORAGE_VERSION|BLOCK_SIZE)|^\) AS "
+    r"^\s*(SELECT|ATTACH|EXPORT|IMPORT|SET|RESET|LIMIT|WHERE|FROM)\b|^'? \( |^, (STORAGE_VERSION|BLOCK_SIZE)|^\) AS "
     r"|^uri\b|^Reads |^Returns |^(\\[tnr]| )*$|^no (bytes|value)$|^engine lock$|MDUCKDB_SELECT_REPORTED_TYPE"
     r"|^these DuckDB headers are not|\|\||&&"
     # The queries of a comparison on DuckDB's catalog, and the JSON of a manifest.

@@ -13,6 +13,7 @@ import socket
 import ssl
 import struct
 import threading
+import time
 import urllib.parse
 
 from cryptography import x509
@@ -22,7 +23,8 @@ from cryptography.hazmat.primitives.asymmetric import ec
 # Longer than any test runs.
 LONGEST_DELAY = 900
 
-Request = collections.namedtuple("Request", "method path range status size")
+# `time`: of the answer, in seconds of the monotonic clock.
+Request = collections.namedtuple("Request", "method path range status size time")
 Answer = collections.namedtuple("Answer", "status headers body")
 
 
@@ -77,7 +79,8 @@ class Handler(http.server.BaseHTTPRequestHandler):
             answer = Answer(kind, {"Content-Type": "application/xml"}, fault.text)
         else:
             answer = self.server.make_answer(self, sent)
-        self.server.record(Request(self.command, self.path, self.headers.get("Range"), answer.status, len(answer.body)))
+        self.server.record(Request(self.command, self.path, self.headers.get("Range"), answer.status, len(answer.body),
+                                   time.monotonic()))
         if fault:
             fault.met.set()
         self.send(answer, fault if kind in ("reset", "truncated", "slow") else None)

@@ -1,5 +1,6 @@
 """Interrupts, cuts and closes while a server is silent: what waits for it ends, and nothing else."""
 
+import contextlib
 import os
 import pathlib
 import subprocess
@@ -15,6 +16,8 @@ WAITING = os.environ["MDUCKDB_REMOTE_WAITING"]
 ROWS = 400000
 # A procedure has no setting that makes DuckDB wait longer than half a minute by itself.
 OWN_END_OF_DUCKDB = 28
+# In seconds. DuckDB's own pauses grow from 0.1 to 0.4.
+BETWEEN_THE_PAUSES = 0.3
 
 
 class InterruptTest(RemoteCase):
@@ -28,6 +31,8 @@ class InterruptTest(RemoteCase):
                        "(FORMAT parquet, ROW_GROUP_SIZE 50000)")
             with duckdb.connect(f"{cls.files}/{name}.duckdb") as database:
                 database.sql("CREATE TABLE t AS SELECT 42 AS i")
+                database.sql("CREATE VIEW pauses AS SELECT value FROM duckdb_settings() "
+                             "WHERE name = 'http_retry_backoff'")
         cls.server = cls.enter(http_servers.FileServer(cls.files))
 
     def start(self, way, ending="parquet"):
@@ -91,6 +96,19 @@ class InterruptTest(RemoteCase):
             self.interrupt("fetch_duckdb", "fetch_duckdb was cut by the host.", "duckdb", 42, OWN_END_OF_DUCKDB,
                            method=method)
 
+    def test_the_pauses_while_a_database_is_opened_do_not_grow(self):
+        """DuckDB opens the file three times, so a cut call would go through all pauses three times."""
+        def fourth_attempt_comes_soon():
+            self.server.take_requests()
+            with self.server.faulty(503, method="GET|HEAD", path="silent"):
+                self.error("call", "fetch_duckdb", f"{self.server.url}/silent.duckdb", "t")
+            times = [request.time for request in self.server.take_requests() if request.status == 503]
+            return times[3] - times[2] < BETWEEN_THE_PAUSES
+
+        # A busy machine makes pauses longer, never shorter.
+        self.assertTrue(any(fourth_attempt_comes_soon() for _ in range(10)))
+        self.assertEqual(self.call("fetch_duckdb", f"{self.server.url}/well.duckdb", "pauses"), [["4"]])
+
     def test_a_time_limit_ends_a_call(self):
         for method in ("GET", "HEAD"):
             for procedure, url, *arguments in (("parquet_count", "silent.parquet", "h <> 5"),
@@ -100,12 +118,17 @@ class InterruptTest(RemoteCase):
                     self.assertIn(f"{procedure} exceeded its time limit of 1 second.", error)
 
     def test_what_others_wait_for_is_left_alone(self):
-        with self.server.faulty("silent", path="silent") as planted:
-            process = self.start_waiting(planted, "neighbour")
+        with contextlib.ExitStack() as faults:
+            # One of the first two for each reader, which then asks again.
+            planted = [faults.enter_context(self.server.faulty("silent", path="silent", times=times))
+                       for times in (1, 1, None)]
+            process = self.start_waiting(planted[0], "neighbour")
+            self.assertTrue(planted[1].met.wait(self.longest_run))
             self.send_line(process)
             self.assertIn("xInterruptError", process.stdout.readline())
             self.assertEqual(process.stdout.readline(), f"{ROWS}\n")
-            planted.release()
+            for fault in planted:
+                fault.release()
             self.assertEqual(self.end(process), ["none", str(ROWS)])
 
     def test_a_process_that_exits_does_not_wait(self):
