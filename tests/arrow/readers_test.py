@@ -180,7 +180,7 @@ class Readers(unittest.TestCase):
 
     def test_the_error_of_a_query_ends_both_readers(self):
         self.call("execute", b"SET threads = 1")
-        sql = "SELECT CASE WHEN i = 600000 THEN error('broken here') ELSE i END AS c FROM range(1000000) r(i)"
+        sql = "SELECT CASE WHEN i = 3000000 THEN error('broken here') ELSE i END AS c FROM range(4000000) r(i)"
         with self.assertRaisesRegex(OSError, "broken here"):
             self.arrow(sql, STREAMING).read_all()
         with self.assertRaisesRegex(Exception, "broken here"):

@@ -248,7 +248,7 @@ TEST_F(ArrowStream, IsEndedByAnInterruptOfAStreamingCursor) {
 TEST_F(ArrowStream, ObeysTheTimeLimitOfAStreamingCursor) {
     // After its first rows there is none for hours.
     const Cursor cursor =
-        Streaming("SELECT i FROM range(1000000000000) r(i) WHERE i < 500000 OR hash(i) = 1");
+        Streaming("SELECT i FROM range(1000000000000) r(i) WHERE i < 3000000 OR hash(i) = 1");
     ArrowReader reader(*cursor);
     auto* const deadlines = static_cast<nbx::mrsql::I_DuckDBDeadlines*>(
         database_->QueryInterface(nbx::mrsql::kDuckDBDeadlinesInterfaceId));
@@ -265,7 +265,7 @@ TEST_F(ArrowStream, EndsWithTheErrorOfItsQueryAndNotAsIfItWereComplete) {
     // may see before the cause.
     database_->SqlExecute(FromUtf8("SET threads = 1"), nullptr);
     ArrowReader reader(*Streaming(
-        "SELECT CASE WHEN i = 600000 THEN error('broken here') ELSE i END FROM range(1000000) r(i)"));
+        "SELECT CASE WHEN i = 3000000 THEN error('broken here') ELSE i END FROM range(4000000) r(i)"));
     std::string last = "rows";
     while (last == "rows") {
         last = reader.Fail();
@@ -273,7 +273,7 @@ TEST_F(ArrowStream, EndsWithTheErrorOfItsQueryAndNotAsIfItWereComplete) {
     EXPECT_EQ(last, "EIO: broken here");
     ArrowReader fetched(*database_.Open(
         database_.Stream(
-            "SELECT CASE WHEN i = 600000 THEN error('broken there') ELSE i END FROM range(900000) r(i)"),
+            "SELECT CASE WHEN i = 3000000 THEN error('broken there') ELSE i END FROM range(4000000) r(i)"),
         kServerCursor));
     for (last = "rows"; last == "rows";) {
         last = fetched.Fail();

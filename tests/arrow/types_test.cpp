@@ -3,7 +3,6 @@
 
 #include "../cursor/cursor_fixture.h"
 #include "arrow_reader.h"
-#include "support/expected_by_version.h"
 #include "support/sample_values.h"
 #include "support/test_engine.h"
 
@@ -25,13 +24,7 @@ void ExpectNoError(duckdb_error_data error) {
 /** DuckDB's own export on a connection of its own, with its setting for one without loss. */
 class OwnExport {
   public:
-    OwnExport() {
-        Set("arrow_lossless_conversion = true");
-        for (const std::string& setting : get_ExpectedByVersion().engine_settings) {
-            const std::size_t end = setting.find('=');
-            Set(setting.substr(0, end) + " = '" + setting.substr(end + 1) + "'");
-        }
-    }
+    OwnExport() { Set("arrow_lossless_conversion = true"); }
 
     std::string Describe(const std::string& sql) {
         ResultHolder result = engine_.Query(sql);

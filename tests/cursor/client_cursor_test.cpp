@@ -79,11 +79,11 @@ TEST_F(ClientCursor, KeepsTheRowsBeforeAFailureAndItsText) {
     // DuckDB stops the other threads of a failed query by an interrupt of its own, which a reader of the rows
     // may see before the cause.
     database_.Query("SET threads = 1");
-    const Cursor cursor = database_.Open(database_.Stream("SELECT CASE WHEN i = 1000000 THEN error('broken "
-                                                          "here') ELSE i END AS x FROM range(2000000) t(i)"),
+    const Cursor cursor = database_.Open(database_.Stream("SELECT CASE WHEN i = 3000000 THEN error('broken "
+                                                          "here') ELSE i END AS x FROM range(4000000) t(i)"),
                                          kClientCursor);
     EXPECT_GT(cursor->get_RecordCount(), 0U);
-    EXPECT_LT(cursor->get_RecordCount(), 1000001U);
+    EXPECT_LT(cursor->get_RecordCount(), 3000001U);
     EXPECT_NE(FetchErrorOf(*cursor).find("broken here"), std::string::npos) << FetchErrorOf(*cursor);
 }
 

@@ -89,15 +89,15 @@ TEST_F(ServerCursor, MovesWithinItsRowsWhileAnotherThreadHasTheEngineLock) {
 }
 
 TEST_F(ServerCursor, KeepsTheTextOfAFailureThatEndsTheRows) {
-    const Cursor cursor = database_.Open(database_.Stream("SELECT CASE WHEN i = 1000000 THEN error('broken "
-                                                          "here') ELSE i END AS x FROM range(2000000) t(i)"),
+    const Cursor cursor = database_.Open(database_.Stream("SELECT CASE WHEN i = 3000000 THEN error('broken "
+                                                          "here') ELSE i END AS x FROM range(4000000) t(i)"),
                                          kServerCursor);
     uint64_t rows = 0;
     while (cursor->NextRecord()) {
         ++rows;
     }
     EXPECT_GT(rows, 0U);
-    EXPECT_LT(rows, 1000001U);
+    EXPECT_LT(rows, 3000001U);
     EXPECT_NE(FetchErrorOf(*cursor).find("broken here"), std::string::npos) << FetchErrorOf(*cursor);
     EXPECT_FALSE(cursor->NextRecord()) << "the end stays the end";
     EXPECT_NE(FetchErrorOf(*cursor).find("broken here"), std::string::npos)

@@ -231,10 +231,8 @@ class Reference {
         duckdb_open(nullptr, &engine_);
         duckdb_connect(engine_, &connection_);
         RunDirectly(connection_, "SET errors_as_json = true");
-        for (const std::string& setting : get_ExpectedByVersion().engine_settings) {
-            const std::size_t end = setting.find('=');
-            RunDirectly(connection_,
-                        "SET " + setting.substr(0, end) + " = '" + setting.substr(end + 1) + "'");
+        for (const std::string& statement : get_EngineSettingStatements()) {
+            RunDirectly(connection_, statement);
         }
     }
     Reference(const Reference&) = delete;

@@ -33,8 +33,6 @@ struct ExpectedByVersion {
     std::string missing_table;
     /** How the table t is named in the error of a CHECK. */
     std::string checked_table;
-    /** Whether a stream returns the rows before one that fails. */
-    bool streams_rows_before_a_failure;
     /** How often a procedure's call looks at a file more often than the bare query, which plans it once. */
     int further_looks;
     /** The tables of DuckDB that count what an engine has done. */
@@ -55,7 +53,6 @@ inline const ExpectedByVersion& get_ExpectedByVersion() {
         .has_plain_parameter_errors = true,
         .missing_table = "Table \".main.nowhere\" could not be found",
         .checked_table = "t",
-        .streams_rows_before_a_failure = true,
         .further_looks = 0,
         .counting_tables = {},
     };
@@ -78,7 +75,6 @@ inline const ExpectedByVersion& get_ExpectedByVersion() {
         .has_plain_parameter_errors = false,
         .missing_table = "Table '\"\".main.nowhere' could not be found",
         .checked_table = "\"t\"",
-        .streams_rows_before_a_failure = false,
         .further_looks = 4,
         .counting_tables = {"duckdb_eviction_queues"},
     };
@@ -87,4 +83,14 @@ inline const ExpectedByVersion& get_ExpectedByVersion() {
         return kDuckDB155;
     }
     return version.substr(0, 3) == "v1." ? kDuckDB1 : kDuckDB2;
+}
+
+/** The module's own settings as statements, for an engine that a test opens by itself to compare with. */
+inline std::vector<std::string> get_EngineSettingStatements() {
+    std::vector<std::string> statements;
+    for (const std::string& setting : get_ExpectedByVersion().engine_settings) {
+        const std::size_t end = setting.find('=');
+        statements.push_back("SET " + setting.substr(0, end) + " = '" + setting.substr(end + 1) + "'");
+    }
+    return statements;
 }

@@ -9,15 +9,19 @@
 
 #include "base/holders.h"
 #include "duckdb_internals/plain_functions.h"
+#include "support/expected_by_version.h"
 
 namespace mduckdb {
 
-/** An engine in memory with one connection, for tests. */
+/** An engine in memory with one connection and the module's settings, for tests. */
 class TestEngine {
   public:
     TestEngine() {
         EXPECT_EQ(duckdb_open(nullptr, &database_), DuckDBSuccess);
         EXPECT_EQ(duckdb_connect(database_, &connection_), DuckDBSuccess);
+        for (const std::string& statement : get_EngineSettingStatements()) {
+            Query(statement);
+        }
         Query("SET TimeZone = 'UTC'");  // as a cast without a connection uses it
     }
     ~TestEngine() {
