@@ -217,12 +217,12 @@ void WriteEnvelopes(std::ostream& page, DatabaseProbe& probe) {
 }
 
 void WriteArrays(std::ostream& page, DatabaseProbe& probe) {
-    page << "| array of | DuckDB type | one element | DuckDB receives |\n|---|---|---|---|\n";
+    page << "| array of | DuckDB type | one element | DuckDB receives this element |\n|---|---|---|---|\n";
     for (const nbx::ValueType kind : kElementKinds) {
         const char* const text = TextOfKind(kind);
         page << "| " << KindName(static_cast<uint32_t>(kind)) << " | "
              << TypeOf(probe.Select(kTypeOfParameter, MakeArray(kind, text))) << " | " << Code(text) << " | ";
-        const Answer answer = probe.Select("SELECT $1::VARCHAR", MakeArray(kind, text));
+        const Answer answer = probe.Select("SELECT ($1)[1]::VARCHAR", MakeArray(kind, text));
         page << (answer.is_error ? "" : Code(answer.text)) << " |\n";
     }
 }
