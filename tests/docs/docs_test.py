@@ -52,6 +52,11 @@ class Blocks(unittest.TestCase):
             if block.kind in ("text", "console"):
                 self.assertNotEqual(set(block.text.splitlines()), {"..."}, block.place)
 
+    def test_what_another_duckdb_shows_is_on_a_page(self):
+        shown = [found.group(2) for page in all_pages() for found in pages.FENCE.finditer(page.read_text())]
+        for pattern, _ in [each for differences in pages.DIFFERENCES.values() for each in differences]:
+            self.assertTrue(any(re.search(pattern, text, re.MULTILINE) for text in shown), pattern)
+
     def test_pictures_are_few(self):
         self.assertEqual([block.page.name for block in all_blocks() if block.kind == "picture"], ["README.md"] + ["architecture.md"] * 4 + ["host-contract.md", "remote.md"])
 
