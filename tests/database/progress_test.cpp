@@ -94,9 +94,10 @@ TEST_F(DatabaseProgress, OfASourceThatCannotTellIsUnknown) {
     Progress().put_IsTracked(true);
     for (int i = 0; i < 10; ++i) {
         const auto begun = Clock::now();
-        const auto seen = Watch("WITH RECURSIVE r(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM r WHERE i < 100000000) "
-                                "SELECT count(*) FROM r",
-                                [&](const DuckDBProgress&) { return Clock::now() > begun + 50ms; });
+        const auto seen = Watch(
+            "WITH RECURSIVE r(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM r WHERE i < 100000000) "
+            "SELECT count(*) FROM r",
+            [&](const DuckDBProgress&) { return Clock::now() > begun + 50ms; });
         ASSERT_FALSE(seen.empty());
         EXPECT_EQ(seen.back().share, -1);
     }
