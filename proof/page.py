@@ -110,7 +110,7 @@ def added_up(runs):
         groups.setdefault(key, []).append(run)
     for group in groups.values():
         count = len(group)
-        form = group[0]["form"] if group[0]["form"] != "part" else f"{count} runs, {sum(run['runs'] for run in group)} processes killed"
+        form = group[0]["form"] if group[0]["form"] != "part" else f"{count} {'run' if count == 1 else 'runs'}, {sum(run['runs'] for run in group)} processes killed"
         yield {**group[-1], "date": group[0]["date"], "form": form, "seconds": round(sum(run["seconds"] for run in group), 1)}
 
 
