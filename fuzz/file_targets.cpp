@@ -21,13 +21,14 @@ using mduckdb::testing::FakeValue;
 namespace {
 
 constexpr uint64_t kMostRows = 50;
-constexpr unsigned kCallsOfOneHost = 500;
+constexpr unsigned kInputsOfOneHost = 100;
 
-/** A host for some calls under limits; it keeps every value, so there is a new one from time to time. */
-FakeHost& Host() {
+/** A host for the calls of some inputs, under limits. It keeps every value, so there is a new one from time
+   to time, but not within an input, whose values the next call still needs. */
+FakeHost& HostForInput() {
     static std::unique_ptr<FakeHost> host;
-    static unsigned calls = 0;
-    if (!host || ++calls % kCallsOfOneHost == 0) {
+    static unsigned inputs = 0;
+    if (inputs++ % kInputsOfOneHost == 0) {
         host.reset();
         host = std::make_unique<FakeHost>();
         auto limits = std::make_shared<mduckdb::Limits>();
@@ -37,7 +38,6 @@ FakeHost& Host() {
         limits->folders = {std::filesystem::path(MakeInputFile("", "allowed")).parent_path().string()};
         mduckdb::PutLimits(limits);
     }
-    host->reports.clear();
     return *host;
 }
 
@@ -68,8 +68,8 @@ constexpr std::array<Call, 5> kProcedures = {CallOf<mduckdb::FetchParquet>, Call
                                              CallOf<mduckdb::ParquetSchema>};
 
 /** Each procedure returns a cursor or reports one error. */
-void RunCall(Call call, std::vector<FakeValue*> arguments) {
-    FakeHost& host = Host();
+void RunCall(FakeHost& host, Call call, std::vector<FakeValue*> arguments) {
+    host.reports.clear();
     const bool has_cursor = call(host, std::move(arguments)) != nullptr;
     Require(has_cursor == host.reports.empty(), "a call has neither a cursor nor an error, or both");
     if (has_cursor) {
@@ -114,8 +114,9 @@ FakeValue* TakeArgument(Input& input, FakeHost& host, unsigned depth) {
 }
 
 void CallOnFile(const std::string& path, std::initializer_list<Call> calls) {
+    FakeHost& host = HostForInput();
     for (const Call call : calls) {
-        RunCall(call, {Host().Text(path)});
+        RunCall(host, call, {host.Text(path)});
     }
 }
 
@@ -124,11 +125,11 @@ void CallOnFile(const std::string& path, std::initializer_list<Call> calls) {
 void ProcedureArguments(Input& input) {
     const Call call = kProcedures[input.Pick(kProcedures.size())];
     std::vector<FakeValue*> arguments;
-    FakeHost& host = Host();
+    FakeHost& host = HostForInput();
     for (std::size_t count = 1 + input.Pick(8); count > 0; --count) {
         arguments.push_back(TakeArgument(input, host, 0));
     }
-    RunCall(call, std::move(arguments));
+    RunCall(host, call, std::move(arguments));
 }
 
 void ParquetFile(Input& input) {
@@ -147,21 +148,23 @@ void DatabaseBlocks(Input& input) {
     }
     MendChecksums(database);
     const std::string path = MakeInputFile(database, "c.db");
-    static const TestHost host;
-    host->IsDuckDBFile(Location(path));
+    static const TestHost opener;
+    opener->IsDuckDBFile(Location(path));
+    FakeHost& host = HostForInput();
     for (const char* const table : {"t", "v"}) {
-        RunCall(kProcedures[1], {Host().Text(path), Host().Text(table)});
+        RunCall(host, kProcedures[1], {host.Text(path), host.Text(table)});
     }
 }
 
 void DatabaseHead(Input& input) {
     const std::string_view bytes = input.Rest();
     const std::string path = MakeInputFile(bytes, "d.db");
-    static const TestHost host;
+    static const TestHost opener;
     const bool has_mark = bytes.empty() || (bytes.size() >= 12 && bytes.substr(8, 4) == "DUCK");
-    Require(host->IsDuckDBFile(Location(path)) == has_mark, "the probe takes a file for what it is not");
-    RunCall(kProcedures[1], {Host().Text(path), Host().Text("t")});
-    Require(host->IsDuckDBFile(Location(path)) == has_mark, "reading a file changes it");
+    Require(opener->IsDuckDBFile(Location(path)) == has_mark, "the probe takes a file for what it is not");
+    FakeHost& host = HostForInput();
+    RunCall(host, kProcedures[1], {host.Text(path), host.Text("t")});
+    Require(opener->IsDuckDBFile(Location(path)) == has_mark, "reading a file changes it");
 }
 
 }  // namespace fuzz

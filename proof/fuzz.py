@@ -101,6 +101,9 @@ def run_target(target, seconds, environment):
                                              f"-artifact_prefix={findings}/", work, CORPUS / target], environment)
         executions += sum(map(int, re.findall(r"^stat::number_of_executed_units: (\d+)", output, re.MULTILINE)))
         used += processor
+        # What cannot be repeated can be told only from what it printed.
+        if "Test unit written to" in output or "ERROR: " in output:
+            (findings.parent / f"{target}.{time.time_ns()}.log").write_text(output)
     spent = round(time.monotonic() - start, 1)
     after = coverage(target, [CORPUS / target, work], environment)
     places = {}
