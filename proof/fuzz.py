@@ -58,7 +58,8 @@ def place_of(output):
     if "fuzz: wrong outcome" in output:
         return re.search(r"fuzz: wrong outcome: (.*)", output)[1], False
     for frame in FRAME.findall(output):
-        if frame.startswith(("__sanitizer_", "__interceptor_", "fuzzer::")):
+        # The sanitizers and libFuzzer are in the program too, but without lines of a source.
+        if f"bin/{PROGRAM.name}+0x" in frame:
             continue
         if "libduckdb" in frame:
             return re.sub(r"\s+\(.*", "", frame), True

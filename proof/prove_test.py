@@ -103,6 +103,11 @@ class Fuzzing(unittest.TestCase):
         own = CRASH_IN_DUCKDB.replace("/c/lib/libduckdb.so", "/x/fuzz/a.cpp")
         self.assertFalse(fuzz.place_of(own)[1])
 
+    def test_the_allocator_of_a_sanitizer_is_not_where_memory_ran_out(self):
+        output = ("==1== ERROR: libFuzzer: out-of-memory\n    #0 0x5 in operator new(unsigned long) (/x/build/fuzz/bin/fuzz_targets+0x3ff)\n"
+                  "    #1 0x7 in duckdb::Copy() (/c/lib/libduckdb.so+0x1)\n    #2 0x5 in fuzz::Run() /x/fuzz/targets.cpp:3:1\n")
+        self.assertEqual(fuzz.place_of(output), ("duckdb::Copy()", True))
+
     def test_an_input_that_takes_too_long_is_named_by_that_and_not_by_the_place_of_the_alarm(self):
         output = "    #0 0x1 in __sanitizer_print_stack_trace (/x/build/fuzz/bin/fuzz_targets+0x3)\nSUMMARY: libFuzzer: timeout\n"
         self.assertEqual(fuzz.place_of(output), ("libFuzzer: timeout", False))
