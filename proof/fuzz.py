@@ -120,14 +120,14 @@ def run_target(target, seconds, environment):
             "inputs": executions, "branches": [before, after], "figures": figures, "passed": not own and executions > 0}
 
 
-def minimise(environment):
+def minimise(chosen, environment):
     """Replaces each target's corpus by the smallest set of its inputs and of those found that reaches the same."""
-    for target in targets():
+    for target in chosen:
         small = WORK.parent / "small" / target
         shutil.rmtree(small, ignore_errors=True)
         small.mkdir(parents=True)
         sources = [folder for folder in (CORPUS / target, WORK / target) if folder.exists()]
-        status, output, _ = call(target, ["-merge=1", *limits(target), small, *sources], environment)
+        status, output, _ = call(target, ["-merge=1", "-detect_leaks=0", *limits(target), small, *sources], environment)
         if status != 0 or not any(small.iterdir()):
             print(f"{target}: left as it was: {output[-300:]}")
             continue

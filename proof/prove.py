@@ -186,7 +186,7 @@ def main():
     options, wanted = parse(sys.argv[1:])
     if options.minimise:
         build("fuzz", ["fuzz_targets"])
-        fuzz.minimise(environment("fuzz", {}))
+        fuzz.minimise([target for target in fuzz.targets() if is_wanted(target, options)], environment("fuzz", {}))
         return
     if options.merge:
         records.merge(options.merge)
