@@ -4,6 +4,7 @@
 
 #include "base/holders.h"
 #include "duckdb_internals/managed_results.h"
+#include "duckdb_internals/progress_counting.h"
 #include "duckdb_internals/results.h"
 #include "duckdb_internals/task_threads.h"
 
@@ -64,16 +65,8 @@ void InterruptibleConnection::ClearInterrupted() {
 
 void InterruptibleConnection::SendTracking() {
     const bool is_tracked = is_tracked_.load();
-    const SharedConnection connection = get();
-    if (!connection) {
-        return;
-    }
-    // DuckDB counts only for a progress bar, which must not print. In a transaction that has failed neither
-    // can be set; the next call tries again.
-    const char* const settings =
-        is_tracked ? "SET enable_progress_bar_print = false; SET enable_progress_bar = true;"
-                   : "SET enable_progress_bar = false; SET enable_progress_bar_print = true;";
-    if (duckdb_query(*connection, settings, nullptr) == DuckDBSuccess) {
+    if (const SharedConnection connection = get()) {
+        CountProgress(*connection, is_tracked);
         is_counted_.store(is_tracked);
     }
 }

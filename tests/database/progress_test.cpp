@@ -138,6 +138,18 @@ TEST_F(DatabaseProgress, OfATransactionThatFailedIsTrackedOnceItHasEnded) {
     EXPECT_EQ(Setting("enable_progress_bar"), "true");
 }
 
+TEST_F(DatabaseProgress, IsTrackedInATransactionThatMayNotChangeSettings) {
+    Execute(*database, "CREATE TABLE few (i INTEGER); SET lock_configuration = true; BEGIN");
+    for (const bool is_tracked : {true, false}) {
+        Progress().put_IsTracked(is_tracked);
+        EXPECT_EQ(Thrown([&] { Execute(*database, "INSERT INTO few VALUES (1)"); }), "none");
+        EXPECT_EQ(Thrown([&] { EXPECT_EQ(Setting("enable_progress_bar"), is_tracked ? "true" : "false"); }),
+                  "none");
+    }
+    EXPECT_EQ(Thrown([&] { Execute(*database, "COMMIT"); }), "none");
+    EXPECT_EQ(QueryText(*database, "SELECT count(*) FROM few"), "2");
+}
+
 TEST_F(DatabaseProgress, MayBeAskedWhileTheDatabaseClosesAndOpens) {
     Progress().put_IsTracked(true);
     std::atomic<bool> is_done{false};
