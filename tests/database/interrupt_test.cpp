@@ -88,6 +88,9 @@ TEST_F(DatabaseInterrupt, WhileNothingRunsReachesNoLaterCall) {
     EXPECT_EQ(Thrown([&] { statement->Execute(); }), "none");
     database->Interrupt();
     EXPECT_EQ(Thrown([&] { statement->ExecuteAll(); }), "none");
+    const auto first = database->SqlQuery(S("SELECT 1; SELECT 2"), nbx::mrsql::kClientCursor, nullptr);
+    database->Interrupt();
+    EXPECT_EQ(Thrown([&] { first->NextResult(); }), "none");
 }
 
 TEST_F(DatabaseInterrupt, BeforeDuckDBBeginsIsNotLost) {
