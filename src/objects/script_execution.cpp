@@ -12,7 +12,7 @@
 #include "objects/database.h"
 #include "objects/operation.h"
 #include "objects/query_result.h"
-#include "values/host_value_binding.h"
+#include "values/parameter_binding.h"
 
 namespace mduckdb {
 
@@ -52,7 +52,7 @@ ResultHolder ExecuteSingle(DatabaseLink& database, const duckdb_connection& conn
         prepared.Reset();
         database.ThrowFailure(error);
     }
-    BindValueArray(prepared.get(), &parameters, database.get_ErrorPath());
+    ParameterValues(&parameters).Bind(prepared.get(), database.get_ErrorPath());
     if (connection == nullptr) {
         database.ThrowError("DuckDBDatabase is not open");  // a host value has closed it while it was read
     }

@@ -10,7 +10,6 @@
 #include "duckdb_internals/plain_functions.h"
 #include "duckdb_internals/statement_pieces.h"
 #include "nbx/hooks.h"
-#include "values/host_value_binding.h"
 
 namespace mduckdb {
 
@@ -51,12 +50,6 @@ uint64_t DuckDBStatement::get_PendingCount() {
 
 void DuckDBStatement::Detach() {
     EngineLockScope lock;
-    if (reading_.IsHere()) {
-        // The call that reads the value destroys the rest.
-        tie_.Cut();
-        census_.Leave();
-        return;
-    }
     const nbx::MutexLock detach_lock(detach_mutex_);
     tie_.Cut();
     census_.Leave();

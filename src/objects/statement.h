@@ -10,6 +10,7 @@
 #include "nbx/mrsql/duckdb_written_statements.h"
 #include "objects/database_link.h"
 #include "values/host_value_reading.h"
+#include "values/parameter_binding.h"
 
 namespace mduckdb {
 
@@ -128,8 +129,14 @@ class DuckDBStatement final : public nbx::Counted<nbx::mrsql::I_DuckDBStatement>
     [[noreturn]] void EndFailedBind();
     /** Makes the row the stored parameter set and binds it to what is prepared. */
     void ApplyParameters(nbx::smart_ptr<nbx::ValueRow> values);
-    /** Replaces all bindings with the stored parameter set, if there is one. */
+    /** Replaces all bindings with the stored parameter set. */
     void BindStoredParameters();
+    /** Uses nothing of the statement but the mark that it reads: the values may run anything else. */
+    ParameterValues ReadValues(const nbx::ValueRow* row);
+    /** Clears the bindings of what is prepared; whether it takes the stored parameter set. */
+    bool BeginStoredBind();
+    /** Throws if the database has been closed while the values were read. */
+    void BindOnly(const ParameterValues& values);
     template <class Bind>
     void BindTyped(const char* type_word, Bind&& bind);
     template <auto kBind, class... Arguments>
@@ -149,8 +156,6 @@ class DuckDBStatement final : public nbx::Counted<nbx::mrsql::I_DuckDBStatement>
 
     /** Throws when a host value that this statement reads calls it on the same thread. */
     void RefuseInnerCall() const;
-    /** A scope in which host values are read. */
-    class Reading;
 
     DatabaseTie tie_;
     CensusEntry census_;
@@ -174,7 +179,7 @@ class DuckDBStatement final : public nbx::Counted<nbx::mrsql::I_DuckDBStatement>
     /** They are several, and no transaction was open before the first of them. */
     bool may_roll_back_ = false;
     /** Guards what `put_Parameters` and `put_ParameterRows`, which take no engine lock, share with
-        `Detach`. */
+        `Detach`, which holds it. Not held while host values are read. */
     nbx::Mutex detach_mutex_;
     BindableStatement prepared_;
     ResultHolder result_;

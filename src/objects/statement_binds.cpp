@@ -9,6 +9,7 @@
 #include "duckdb_internals/value_guard.h"
 #include "objects/statement.h"
 #include "values/host_value_binding.h"
+#include "values/parameter_binding.h"
 
 namespace mduckdb {
 
@@ -35,23 +36,6 @@ const uint8_t* Bytes(const void* data, uint64_t length) {
 }
 
 }  // namespace
-
-/** When one of the values closes the database, the statement that they are bound to stays until the end. */
-class DuckDBStatement::Reading : nbx::noncopyable {
-  public:
-    explicit Reading(DuckDBStatement& statement) noexcept
-        : statement_(statement), reading_(statement.reading_) {}
-    ~Reading() {
-        if (statement_.tie_.get() == nullptr) {
-            statement_.DestroyPrepared();
-            statement_.DestroyExtracted();
-        }
-    }
-
-  private:
-    DuckDBStatement& statement_;
-    const HostValueReading::Scope reading_;
-};
 
 void DuckDBStatement::ClearPreparedBindings() {
     if (prepared_.ClearBindings() != DuckDBSuccess) {
@@ -98,25 +82,49 @@ void DuckDBStatement::EndFailedBind() {
 
 void DuckDBStatement::put_Parameters(nbx::smart_ptr<nbx::ValueRow> values) {
     RefuseInnerCall();
-    const nbx::MutexLock lock(detach_mutex_);
-    const nbx::smart_ptr<nbx::ValueRow> old_values = parameters_;
-    const nbx::smart_ptr<nbx::ValueRows> old_rows = std::exchange(parameter_rows_, nullptr);
+    // These outlive the mutex: releasing them runs the host's code.
+    nbx::smart_ptr<nbx::ValueRow> old_values = values;
+    nbx::smart_ptr<nbx::ValueRows> old_rows;
+    {
+        const nbx::MutexLock lock(detach_mutex_);
+        RequireDatabase();
+        parameters_.swap(old_values);
+        parameter_rows_.swap(old_rows);
+    }
     try {
-        ApplyParameters(std::move(values));
+        bool takes_values = false;
+        {
+            const nbx::MutexLock lock(detach_mutex_);
+            takes_values = BeginStoredBind();
+        }
+        if (takes_values) {
+            // Without the mutex, for which a database that closes waits with the engine lock: a value may
+            // wait for that lock.
+            const ParameterValues read = ReadValues(values.get());
+            const nbx::MutexLock lock(detach_mutex_);
+            BindOnly(read);
+        }
     } catch (const std::bad_alloc&) {
         // An execution must not take the new ones: the caller was told that there was no room for them.
-        parameters_ = old_values;
-        parameter_rows_ = old_rows;
+        const nbx::MutexLock lock(detach_mutex_);
+        parameters_.swap(old_values);
+        parameter_rows_.swap(old_rows);
         throw;
     }
 }
 
 void DuckDBStatement::put_ParameterRows(nbx::smart_ptr<nbx::ValueRows> rows) {
     RefuseInnerCall();
+    nbx::smart_ptr<nbx::ValueRow> old_values;
+    nbx::smart_ptr<nbx::ValueRows> old_rows;
     const nbx::MutexLock lock(detach_mutex_);
-    parameter_rows_.reset();
-    ApplyParameters(nullptr);
-    parameter_rows_ = std::move(rows);
+    RequireDatabase();
+    parameters_.swap(old_values);
+    parameter_rows_.swap(old_rows);
+    if (prepared_) {
+        ClearPreparedBindings();
+    }
+    parameter_rows_.swap(rows);
 }
 
 void DuckDBStatement::ApplyParameters(nbx::smart_ptr<nbx::ValueRow> values) {
@@ -129,18 +137,30 @@ void DuckDBStatement::ApplyParameters(nbx::smart_ptr<nbx::ValueRow> values) {
 
 void DuckDBStatement::BindStoredParameters() {
     RefuseInnerCall();
-    ClearPreparedBindings();
-    // When DuckDB expands a statement, only the pieces that have the parameters get them.
-    if (pieces_end_ - pieces_begin_ > 1 && duckdb_nparams(prepared_.get()) == 0) {
-        return;
-    }
-    {
+    if (BeginStoredBind()) {
         // A reference of its own: a value may call what releases the row.
         const nbx::smart_ptr<nbx::ValueRow> row = parameters_;
-        const Reading reading(*this);
-        BindValueArray(prepared_.get(), row.get(), tie_.get_Link()->get_ErrorPath());
+        BindOnly(ReadValues(row.get()));
     }
-    RequireDatabase();
+}
+
+bool DuckDBStatement::BeginStoredBind() {
+    if (!prepared_) {
+        return false;
+    }
+    ClearPreparedBindings();
+    // When DuckDB expands a statement, only the pieces that have the parameters get them.
+    return pieces_end_ - pieces_begin_ <= 1 || duckdb_nparams(prepared_.get()) > 0;
+}
+
+ParameterValues DuckDBStatement::ReadValues(const nbx::ValueRow* row) {
+    const HostValueReading::Scope reading(reading_);
+    return ParameterValues(row);
+}
+
+void DuckDBStatement::BindOnly(const ParameterValues& values) {
+    RequireDatabase();  // a value may have closed it
+    values.Bind(prepared_.get(), tie_.get_Link()->get_ErrorPath());
 }
 
 /** One typed bind: `bind` calls DuckDB for the prepared statement. When DuckDB throws, the bind's error has
@@ -347,11 +367,12 @@ void DuckDBStatement::BindValue(uint32_t index, nbx::smart_ptr<nbx::I_Value> val
         return;
     }
     try {
-        const BindOutcome outcome = [&] {
-            const Reading reading(*this);
-            return BindHostValue(prepared_.get(), index, value.get());
+        const ValueHolder made = [&] {
+            const HostValueReading::Scope reading(reading_);
+            return HostValueToDuckDB(value.get());
         }();
         RequireDatabase();
+        const BindOutcome outcome = BindParameter(prepared_.get(), index, made);
         if (outcome == BindOutcome::refused_by_duckdb) {
             ThrowStatementError(kBindFailureText);
         }

@@ -9,7 +9,7 @@
 #include "nbx/hooks.h"
 #include "objects/database.h"
 #include "objects/operation.h"
-#include "values/host_value_binding.h"
+#include "values/parameter_binding.h"
 
 namespace mduckdb {
 
@@ -73,17 +73,19 @@ StreamCursor::StreamCursor(SharedLink link, SharedEngine engine)
       side_(std::make_unique<SideConnection>(std::move(link), std::move(engine))) {}
 
 void StreamCursor::Start(const std::string& sql, const nbx::ValueRow* parameters) {
+    // A value may wait for the engine lock, with which another thread may wait for the mutex of the result.
+    const ParameterValues values(parameters);
     StartResult([&] {
         // The database may have been closed since.
         if (!side_ || is_stopped_.load()) {
             ThrowInvalid();
         }
         Work work(*this);
-        return Execute(work, sql, parameters);
+        return Execute(work, sql, values);
     });
 }
 
-ResultHolder StreamCursor::Execute(Work& work, const std::string& sql, const nbx::ValueRow* parameters) {
+ResultHolder StreamCursor::Execute(Work& work, const std::string& sql, const ParameterValues& values) {
     PreparedHolder prepared;
     if (work.get_Connection().Prepare(side_->get(), sql, prepared.Receive()) != DuckDBSuccess) {
         work.ThrowFailure(FailureOf(prepared.get(), "Failed to prepare statement"));
@@ -91,7 +93,7 @@ ResultHolder StreamCursor::Execute(Work& work, const std::string& sql, const nbx
     if (!ReturnsRows(prepared.get())) {
         work.ThrowFailure({"Query doesn't return a result", nullptr});
     }
-    BindValueArray(prepared.get(), parameters, tie_.get_Link()->get_ErrorPath());
+    values.Bind(prepared.get(), tie_.get_Link()->get_ErrorPath());
     ResultHolder result;
     if (work.get_Connection().ExecuteStreaming(prepared.get(), result.Receive()) != DuckDBSuccess ||
         work.get_IsCut()) {

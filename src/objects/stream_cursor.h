@@ -7,6 +7,7 @@
 
 #include "objects/duckdb_cursor_server.h"
 #include "objects/side_connection.h"
+#include "values/parameter_binding.h"
 
 namespace mduckdb {
 
@@ -34,7 +35,7 @@ class StreamCursor final : public DuckDBCursor_server {
      * cuts. */
     class Work;
 
-    ResultHolder Execute(Work& work, const std::string& sql, const nbx::ValueRow* parameters);
+    ResultHolder Execute(Work& work, const std::string& sql, const ParameterValues& values);
 
     /** Null once the cursor is closed. Changed under the engine lock and the mutex of the result: either is
        enough to read it. */

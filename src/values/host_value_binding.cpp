@@ -373,27 +373,4 @@ ValueHolder HostValueToDuckDB(I_Value* value) {
     }
 }
 
-BindOutcome BindHostValue(duckdb_prepared_statement prepared, idx_t index, I_Value* value) {
-    const ValueHolder made = HostValueToDuckDB(value);
-    if (!made) {
-        return BindOutcome::no_value;
-    }
-    return duckdb_bind_value(prepared, index, made.get()) == DuckDBSuccess ? BindOutcome::bound
-                                                                           : BindOutcome::refused_by_duckdb;
-}
-
-void BindValueArray(duckdb_prepared_statement prepared, const nbx::ValueRow* values,
-                    const nbx::String& database_path) {
-    const std::size_t count = values != nullptr ? values->get_Count() : 0;
-    for (std::size_t i = 0; i < count; ++i) {
-        const BindOutcome outcome = BindHostValue(prepared, i + 1, values->get_Item(i).get());
-        if (outcome == BindOutcome::refused_by_duckdb) {
-            ThrowDuckDBError(database_path, FailureOf(prepared, kBindFailureText));
-        }
-        if (outcome == BindOutcome::no_value) {
-            ThrowDuckDBError(database_path, kBindFailureText);
-        }
-    }
-}
-
 }  // namespace mduckdb

@@ -2,7 +2,7 @@
 
 #include "statement_fixture.h"
 #include "support/peak_memory.h"
-#include "values/host_value_binding.h"
+#include "values/parameter_binding.h"
 
 namespace mduckdb::test {
 

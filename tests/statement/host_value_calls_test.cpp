@@ -1,7 +1,11 @@
 // Host values whose methods throw, or call the module while it reads them.
+#include <chrono>
+#include <cstdlib>
 #include <functional>
+#include <future>
 
 #include "nbx/mrsql/duckdb_appender.h"
+#include "nbx/mrsql/duckdb_streaming.h"
 #include "statement_fixture.h"
 #include "support/test_host.h"
 
@@ -63,6 +67,16 @@ smart_ptr<ValueRow> OwnRow() {
     return Row({Own(Long(7)), Own(Str("text")), Own(Double(0.5))});
 }
 
+/** Runs in another thread what would wait forever if a lock were taken twice or in the wrong order. */
+void WithinAMinute(const std::function<void()>& run) {
+    auto done = std::async(std::launch::async, run);
+    if (done.wait_for(std::chrono::minutes(1)) != std::future_status::ready) {
+        ADD_FAILURE() << "a call waits for a lock that is not released";
+        std::quick_exit(1);
+    }
+    done.get();
+}
+
 const std::string kInsert = "INSERT INTO t VALUES ($1, $2, $3)";
 
 class HostValueCallsTest : public StatementTest {
@@ -109,6 +123,15 @@ class HostValueCallsTest : public StatementTest {
                                  ->CreateAppender(options);
                  appender_->AppendRow(OwnRow());
                  appender_->Close();
+             }},
+            {"OpenStream",
+             [this] {
+                 const auto stream = static_cast<nbx::mrsql::I_DuckDBStreaming*>(
+                                         database_->QueryInterface(nbx::mrsql::kDuckDBStreamingInterfaceId))
+                                         ->OpenStream(Text("SELECT $1, $2, $3"), OwnRow());
+                 ASSERT_TRUE(stream->NextRecord());
+                 const auto read = Row({stream->get_Value(0), stream->get_Value(1), stream->get_Value(2)});
+                 database_->SqlExecute(Text(kInsert), read);
              }},
         };
     }
@@ -178,8 +201,10 @@ TEST_F(HostValueCallsTest, ThatExecuteOnTheSameDatabaseChangeNoRow) {
 }
 
 TEST_F(HostValueCallsTest, ThatCloseTheDatabaseEndTheCallWithAnError) {
-    ForEachCall([this] { database_->Close(); },
-                [](const Entry& entry) { EXPECT_NE("", Catch(entry.run).exception); });
+    WithinAMinute([this] {
+        ForEachCall([this] { database_->Close(); },
+                    [](const Entry& entry) { EXPECT_NE("", Catch(entry.run).exception); });
+    });
 }
 
 TEST_F(HostValueCallsTest, ThatCallTheSameStatementOrAppenderEndTheCallWithAnError) {

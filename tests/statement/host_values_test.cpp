@@ -2,7 +2,7 @@
 #include <map>
 
 #include "statement_fixture.h"
-#include "values/host_value_binding.h"
+#include "values/parameter_binding.h"
 
 namespace mduckdb::test {
 
