@@ -23,8 +23,9 @@ duckdb_value CastStockText(const std::string& text, duckdb_type type) {
 }
 
 duckdb_value JsonToStockVariant(const std::string& text) {
+    // The C++ function that sets a value's type has another name in each version of DuckDB.
     duckdb::Value json(text);
-    json.Reinterpret(duckdb::LogicalType::JSON());
+    duckdb_logical_type_set_alias(duckdb_get_value_type(reinterpret_cast<duckdb_value>(&json)), "JSON");
     return Wrap(json.DefaultCastAs(duckdb::LogicalType::VARIANT()));
 }
 
