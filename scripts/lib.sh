@@ -29,6 +29,10 @@ while :; do
     esac
     shift 2
 done
+# ctest and others ignore words that they do not know.
+case " $* " in
+*" --duckdb "*) die "--duckdb NAME must come before the other arguments." ;;
+esac
 case $ARCH in
 '' | arm64) ;;
 *) die "Unknown processor '$ARCH'. --arch accepts only arm64." ;;

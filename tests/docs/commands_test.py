@@ -55,6 +55,7 @@ INLINE = {
 }
 NOT_RUN = {
     "scripts/test --duckdb NAME": "builds and tests everything on another DuckDB",
+    "scripts/test --duckdb NAME --preset asan": "builds and tests everything on another DuckDB",
     "scripts/setup --duckdb NAME": "downloads another DuckDB",
     **dict.fromkeys(("scripts/test --duckdb 1.5.5 --arch arm64", "scripts/package --duckdb 1.5.5 --arch arm64"),
                     "compiles everything for another processor"),
