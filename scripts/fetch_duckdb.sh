@@ -30,14 +30,16 @@ check_sum() {
 Delete the file and run this again."
 }
 
+# no_duckdb REASON: ends with status 69, so that a caller can tell this from other failures.
 no_duckdb() {
-    die "$1
+    say "$1
 DuckDB $DUCKDB_VERSION is needed. One of these helps:
   - a network, for '$(library_command)' and '$(source_command)';
   - the files that these two commands fetch on another machine, copied into $DOWNLOADS:
     $DUCKDB_LIBRARY_FILE and $DUCKDB_SOURCE_FILE;
   - an installation of your own: DuckDB_ROOT=FOLDER in the environment, where FOLDER has lib/libduckdb.so
     and the C and C++ headers of the same version in include/."
+    exit 69
 }
 
 library_command() {
@@ -114,8 +116,8 @@ fetch_duckdb() {
         return
     fi
     local work=$FETCHED library source inside
-    library=$(get_file "$DUCKDB_LIBRARY_FILE" "$DUCKDB_LIBRARY_SHA256" "$work" "$(library_command)") || exit 1
-    source=$(get_file "$DUCKDB_SOURCE_FILE" "$DUCKDB_SOURCE_SHA256" "$work" "$(source_command)") || exit 1
+    library=$(get_file "$DUCKDB_LIBRARY_FILE" "$DUCKDB_LIBRARY_SHA256" "$work" "$(library_command)") || exit
+    source=$(get_file "$DUCKDB_SOURCE_FILE" "$DUCKDB_SOURCE_SHA256" "$work" "$(source_command)") || exit
 
     mkdir -p "$work/home/lib"
     unpack_library "$library" "$work/home/lib"
