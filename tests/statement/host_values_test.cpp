@@ -2,6 +2,7 @@
 #include <map>
 
 #include "statement_fixture.h"
+#include "values/host_value_walk.h"
 #include "values/parameter_binding.h"
 
 namespace mduckdb::test {
