@@ -8,6 +8,7 @@
 #include "file_input.h"
 #include "procedures/call_limits.h"
 #include "procedures/handlers.h"
+#include "procedures/procedures.h"
 #include "session.h"
 #include "support/fake_host.h"
 #include "support/test_host.h"
@@ -31,6 +32,8 @@ FakeHost& HostForInput() {
     if (inputs++ % kInputsOfOneHost == 0) {
         host.reset();
         host = std::make_unique<FakeHost>();
+        // Cursors report under the host's own handle.
+        mduckdb::RegisterProcedures(host.get());
         auto limits = std::make_shared<mduckdb::Limits>();
         limits->memory_mb = 200;
         limits->threads = 1;
