@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "duckdb_internals/arrow_schema.h"
+#include "duckdb_internals/column_guard.h"
 #include "duckdb_internals/out_of_memory.h"
 #include "duckdb_internals/results.h"
 #include "duckdb_internals/version_differences.h"
@@ -157,8 +158,10 @@ void ArrowRows::State::Cast(DataChunk& rows, DataChunk& cast) {
         if (types[column] == result_types[column]) {
             cast.data[column].Reference(rows.data[column]);
         } else {
-            duckdb::VectorOperations::Cast(context, rows.data[column], cast.data[column], count);
-            KeepNulls(rows.data[column], cast.data[column], count);
+            const auto kept = HideUnreadable(rows.data[column], count, TextParts::variants);
+            Vector& source = kept ? *kept : rows.data[column];
+            duckdb::VectorOperations::Cast(context, source, cast.data[column], count);
+            KeepNulls(source, cast.data[column], count);
         }
     }
     version::SetRowCount(cast, count);

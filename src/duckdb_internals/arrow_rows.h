@@ -13,7 +13,8 @@ namespace mduckdb {
 
     Without loss, as DuckDB's setting `arrow_lossless_conversion` does, whatever the connection has set;
    DuckDB's other settings are those of the connection at the time of construction. A VARIANT, which DuckDB
-   does not convert, becomes its JSON text, also inside a nested type. */
+   does not convert, becomes its JSON text, also inside a nested type. A cell with a VARIANT that DuckDB must
+   not convert to text, see value_guard.h, becomes NULL. */
 class ArrowRows {
   public:
     /** Nothing may run on the result's connection. Throws `std::runtime_error` with DuckDB's text for a type

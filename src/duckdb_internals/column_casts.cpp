@@ -4,6 +4,7 @@
 #include <duckdb/common/vector_operations/vector_operations.hpp>
 #include <string>
 
+#include "duckdb_internals/column_guard.h"
 #include "duckdb_internals/out_of_memory.h"
 #include "duckdb_internals/version_differences.h"
 #include "duckdb_internals/version_vectors.h"
@@ -13,11 +14,13 @@ namespace {
 
 using duckdb::Vector;
 
-/** DuckDB throws for some values that their type does not allow; the other rows may still be fine. */
+/** DuckDB throws for some values that their type does not allow; the other rows may still be fine. Each is
+    copied, because a slice of one row still has the elements of all lists, and DuckDB casts these at once. */
 void CastRows(duckdb::ClientContext& context, Vector& source, Vector& target, idx_t count) {
     std::string ignored;
     for (idx_t row = 0; row < count; ++row) {
-        Vector one(source, row, row + 1);
+        Vector one(source.GetType(), idx_t{1});
+        duckdb::VectorOperations::Copy(source, one, row + 1, row, 0);
         Vector cast(target.GetType(), idx_t{1});
         try {
             duckdb::VectorOperations::TryCast(context, one, cast, 1, &ignored);
@@ -31,7 +34,8 @@ void CastRows(duckdb::ClientContext& context, Vector& source, Vector& target, id
     version::SetVectorSize(target, count);
 }
 
-std::unique_ptr<Vector> Cast(duckdb::ClientContext& context, Vector& source, duckdb_type type, idx_t count) {
+std::unique_ptr<Vector> CastReadable(duckdb::ClientContext& context, Vector& source, duckdb_type type,
+                                     idx_t count) {
     const duckdb::LogicalType target_type(duckdb::LogicalTypeIdFromC(type));
     auto target = std::make_unique<Vector>(target_type, count);
     try {
@@ -44,6 +48,12 @@ std::unique_ptr<Vector> Cast(duckdb::ClientContext& context, Vector& source, duc
         CastRows(context, source, *target, count);
     }
     return target;
+}
+
+std::unique_ptr<Vector> Cast(duckdb::ClientContext& context, Vector& source, duckdb_type type, idx_t count) {
+    // The casts to other targets, which start from plain numbers, are safe for any number.
+    const auto kept = type == DUCKDB_TYPE_VARCHAR ? HideUnreadable(source, count, TextParts::all) : nullptr;
+    return CastReadable(context, kept ? *kept : source, type, count);
 }
 
 }  // namespace

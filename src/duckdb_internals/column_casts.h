@@ -13,8 +13,8 @@ class Vector;
 
 namespace mduckdb {
 
-/** Casts columns of chunks, one chunk at a time. A cell that cannot be cast becomes NULL and does not affect
-    others. */
+/** Casts columns of chunks, one chunk at a time. A cell that cannot be cast, and one that must not be,
+    see value_guard.h, becomes NULL and does not affect others. */
 class ColumnCasts {
   public:
     /** For each column the type to cast it to, or DUCKDB_TYPE_INVALID to leave it unchanged. DuckDB casts

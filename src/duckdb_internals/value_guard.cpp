@@ -5,6 +5,7 @@
 #include <duckdb/common/types/variant.hpp>
 #include <duckdb/common/types/vector.hpp>
 #include <duckdb/function/scalar/variant_utils.hpp>
+#include <limits>
 
 #include "duckdb_internals/out_of_memory.h"
 #include "duckdb_internals/version_differences.h"
@@ -14,6 +15,7 @@ namespace mduckdb {
 namespace {
 
 using duckdb::LogicalTypeId;
+using duckdb::PhysicalType;
 using duckdb::Value;
 
 constexpr int64_t kNanosPerDay = kMicrosPerDay * 1000;
@@ -37,33 +39,28 @@ bool AreReadable(const duckdb::vector<Value>& values) {
  */
 bool AreReadableChildren(const Value& value) {
     switch (value.type().InternalType()) {
-        case duckdb::PhysicalType::LIST:
+        case PhysicalType::LIST:
             return AreReadable(duckdb::ListValue::GetChildren(value));
-        case duckdb::PhysicalType::ARRAY:
+        case PhysicalType::ARRAY:
             return AreReadable(duckdb::ArrayValue::GetChildren(value));
-        case duckdb::PhysicalType::STRUCT:
+        case PhysicalType::STRUCT:
             return AreReadable(duckdb::StructValue::GetChildren(value));
         default:  // a number or bytes
             return true;
     }
 }
 
-/** DuckDB also reads a number with more digits than the width, which files of other programs contain. It
-    cannot format one without a place before the point, nor the one that has no opposite. */
-bool IsReadableDecimal(const Value& value) {
+bool IsReadableDecimalValue(const Value& value) {
     const duckdb::hugeint_t number = duckdb::IntegralValue::Get(value);
-    const uint8_t width = duckdb::DecimalType::GetWidth(value.type());
-    const uint8_t scale = duckdb::DecimalType::GetScale(value.type());
-    const bool has_opposite = number != duckdb::NumericLimits<duckdb::hugeint_t>::Minimum();
-    return (scale < width && has_opposite) || IsValidDecimal(width, scale, {number.lower, number.upper});
+    return IsReadableDecimal(duckdb::DecimalType::GetWidth(value.type()),
+                             duckdb::DecimalType::GetScale(value.type()), {number.lower, number.upper});
 }
 
-bool IsReadableVariant(const Value& value) {
+bool IsReadableVariantValue(const Value& value) {
     duckdb::Vector vector = version::MakeVector(value);
     duckdb::RecursiveUnifiedVectorFormat format;
     version::ToUnifiedFormat(vector, 1, format);
-    return IsReadable(
-        duckdb::VariantUtils::ConvertVariantToValue(duckdb::UnifiedVariantVectorData(format), 0, 0));
+    return IsReadableVariant(format, 0);
 }
 
 template <bool (*IsValid)(const uint8_t*, idx_t)>
@@ -84,16 +81,67 @@ bool IsReadable(const Value& value) {
         case LogicalTypeId::TIME_TZ:
             return IsValidTimeTzBits(value.GetValueUnsafe<duckdb::dtime_tz_t>().bits);
         case LogicalTypeId::DECIMAL:
-            return IsReadableDecimal(value);
+            return IsReadableDecimalValue(value);
         case LogicalTypeId::BIT:
             return IsReadableBytes<IsValidBit>(value);
         case LogicalTypeId::BIGNUM:
             return IsReadableBytes<IsValidStoredBignum>(value);
         case LogicalTypeId::VARIANT:
             // DuckDB would read the missing parts of an incomplete VARIANT type.
-            return version::HasTypeInfo(value.type()) && IsReadableVariant(value);
+            return version::HasTypeInfo(value.type()) && IsReadableVariantValue(value);
         default:
             return AreReadableChildren(value);
+    }
+}
+
+duckdb_hugeint Widen(int64_t number) {
+    return {static_cast<uint64_t>(number), number < 0 ? -1 : 0};
+}
+duckdb_hugeint Widen(const duckdb::hugeint_t& number) {
+    return {number.lower, number.upper};
+}
+
+template <bool (*IsValid)(const uint8_t*, idx_t)>
+bool IsReadableText(const duckdb::string_t& text) {
+    return IsValid(reinterpret_cast<const uint8_t*>(text.GetData()), text.GetSize());
+}
+
+bool IsReadableDecimalPart(const duckdb::VariantDecimalData& decimal) {
+    const auto width = static_cast<uint8_t>(decimal.width);
+    const auto scale = static_cast<uint8_t>(decimal.scale);
+    switch (decimal.GetPhysicalType()) {
+        case PhysicalType::INT16:
+            return IsReadableDecimal(width, scale, Widen(duckdb::Load<int16_t>(decimal.value_ptr)));
+        case PhysicalType::INT32:
+            return IsReadableDecimal(width, scale, Widen(duckdb::Load<int32_t>(decimal.value_ptr)));
+        case PhysicalType::INT64:
+            return IsReadableDecimal(width, scale, Widen(duckdb::Load<int64_t>(decimal.value_ptr)));
+        default:
+            return IsReadableDecimal(width, scale, Widen(duckdb::Load<duckdb::hugeint_t>(decimal.value_ptr)));
+    }
+}
+
+bool IsReadablePart(const duckdb::UnifiedVariantVectorData& variant, idx_t row, uint32_t part) {
+    using Kind = duckdb::VariantLogicalType;
+    const auto bytes = [&] {
+        return duckdb::const_data_ptr_cast(variant.GetData(row).GetData()) + variant.GetByteOffset(row, part);
+    };
+    switch (variant.GetTypeId(row, part)) {
+        case Kind::TIME_MICROS:
+            return IsValidTime(version::UnitsOf(duckdb::Load<duckdb::dtime_t>(bytes())));
+        case Kind::TIME_NANOS:
+            return IsValidTimeNs(version::UnitsOf(duckdb::Load<duckdb::dtime_ns_t>(bytes())));
+        case Kind::TIME_MICROS_TZ:
+            return IsValidTimeTzBits(duckdb::Load<duckdb::dtime_tz_t>(bytes()).bits);
+        case Kind::DECIMAL:
+            return IsReadableDecimalPart(duckdb::VariantUtils::DecodeDecimalData(variant, row, part));
+        case Kind::BITSTRING:
+            return IsReadableText<IsValidBit>(duckdb::VariantUtils::DecodeStringData(variant, row, part));
+        case Kind::BIGNUM:
+            return IsReadableText<IsValidStoredBignum>(
+                duckdb::VariantUtils::DecodeStringData(variant, row, part));
+        default:  // an object or a list, whose parts are in the same sequence, or a value without a guard
+            return true;
     }
 }
 
@@ -161,6 +209,11 @@ bool IsValidDecimal(uint8_t width, uint8_t scale, duckdb_hugeint value) noexcept
     return number < bound && -bound < number;
 }
 
+bool IsReadableDecimal(uint8_t width, uint8_t scale, duckdb_hugeint value) noexcept {
+    const bool has_opposite = value.lower != 0 || value.upper != std::numeric_limits<int64_t>::min();
+    return (scale < width && has_opposite) || IsValidDecimal(width, scale, value);
+}
+
 bool IsValidBit(const uint8_t* data, idx_t size) noexcept {
     return data != nullptr && size >= 2 && data[0] <= kMostBitPadding;
 }
@@ -180,6 +233,17 @@ bool IsReadable(duckdb_value value) {
         ThrowIfOutOfMemory();
         return false;
     }
+}
+
+bool IsReadableVariant(const duckdb::RecursiveUnifiedVectorFormat& variants, idx_t row) {
+    const duckdb::UnifiedVariantVectorData variant(variants);
+    const auto part_count = static_cast<uint32_t>(variant.GetValuesListEntry(row).length);
+    for (uint32_t part = 0; part < part_count; ++part) {
+        if (!IsReadablePart(variant, row, part)) {
+            return false;
+        }
+    }
+    return true;
 }
 
 bool IsEveryValueReadable(const duckdb::LogicalType& type) {

@@ -6,7 +6,8 @@
 
 namespace duckdb {
 struct LogicalType;
-}
+struct RecursiveUnifiedVectorFormat;
+}  // namespace duckdb
 
 /* Numbers that DuckDB stores in a type that does not allow them. When DuckDB reads such a value or converts
    it to text, it can throw, end the engine for all its users or end the process, so these values must not
@@ -27,6 +28,10 @@ bool IsValidTimeTz(int64_t micros, int32_t offset) noexcept;
 bool IsValidTimeTzBits(uint64_t bits) noexcept;
 /** Width 1 to 38, scale not above it, and no more digits than the width. */
 bool IsValidDecimal(uint8_t width, uint8_t scale, duckdb_hugeint value) noexcept;
+/** Whether DuckDB can convert the number to text. It also reads one with more digits than the width, which
+    files of other programs contain, but cannot format one without a place before the point, nor the one that
+    has no opposite. */
+bool IsReadableDecimal(uint8_t width, uint8_t scale, duckdb_hugeint value) noexcept;
 /** A padding byte of 0 to 7 and at least one byte of bits behind it. */
 bool IsValidBit(const uint8_t* data, idx_t size) noexcept;
 /** The bytes of a `duckdb_bignum`: at least one. */
@@ -38,6 +43,9 @@ bool IsValidStoredBignum(const uint8_t* data, idx_t size) noexcept;
     for NULL. Failures that DuckDB reports in an ordinary way, such as an infinite date, do not count. Throws
     `std::bad_alloc`. */
 bool IsReadable(duckdb_value value);
+
+/** Whether DuckDB can convert the VARIANT in this row, which is not NULL, to text. */
+bool IsReadableVariant(const duckdb::RecursiveUnifiedVectorFormat& variants, idx_t row);
 
 /** Whether values of the type can be converted to text without looking at each of them. */
 bool IsEveryValueReadable(const duckdb::LogicalType& type);

@@ -102,12 +102,23 @@ static const char* const kLogOnly[] = {
 static const int64_t kHostile[] = {0, INT64_MAX, INT64_MIN, INT64_MIN + 1, -1, INT64_C(86400000001), 1};
 #define HOSTILE_ROWS (sizeof kHostile / sizeof kHostile[0])
 
+/* Bits and big numbers are texts: a padding of nine bits, one byte alone, and no bytes. */
+static const struct {
+    const char* bytes;
+    idx_t length;
+} kHostileBytes[] = {{"\x00\x01", 2},     {"\x09\x01", 2}, {"\x00", 1},    {"", 0},
+                     {"\xff\xff\xff", 3}, {"\x08\x00", 2}, {"\x07\xff", 2}};
+
 static void append_raw(duckdb_connection connection, const char* table, duckdb_type type) {
     duckdb_logical_type logical = duckdb_create_logical_type(type);
     duckdb_data_chunk chunk = duckdb_create_data_chunk(&logical, 1);
-    void* data = duckdb_vector_get_data(duckdb_data_chunk_get_vector(chunk, 0));
+    duckdb_vector vector = duckdb_data_chunk_get_vector(chunk, 0);
+    void* data = duckdb_vector_get_data(vector);
     for (size_t i = 0; i < HOSTILE_ROWS; ++i) {
-        if (type == DUCKDB_TYPE_DATE) {
+        if (type == DUCKDB_TYPE_BIT) {
+            duckdb_unsafe_vector_assign_string_element_len(vector, i, kHostileBytes[i].bytes,
+                                                           kHostileBytes[i].length);
+        } else if (type == DUCKDB_TYPE_DATE) {
             ((int32_t*)data)[i] = (int32_t)(kHostile[i] == INT64_MAX       ? INT32_MAX
                                             : kHostile[i] == INT64_MIN     ? INT32_MIN
                                             : kHostile[i] == INT64_MIN + 1 ? INT32_MIN + 1
@@ -142,6 +153,7 @@ static void make_hostile(void) {
         {"TIMESTAMP_NS", DUCKDB_TYPE_TIMESTAMP_NS},
         {"TIMESTAMPTZ", DUCKDB_TYPE_TIMESTAMP_TZ},
         {"TIMETZ", DUCKDB_TYPE_TIME_TZ},
+        {"BIT", DUCKDB_TYPE_BIT},
     };
     duckdb_database database = NULL;
     duckdb_connection connection = NULL;
@@ -155,7 +167,14 @@ static void make_hostile(void) {
         run(connection, sql);
         snprintf(sql, sizeof sql, "h_%s", kFiles[i].name);
         append_raw(connection, sql, kFiles[i].type);
+        snprintf(sql, sizeof sql,
+                 "CREATE TABLE \"n_%s\" AS SELECT [v] AS l, {'a': v} AS s, MAP {1: v} AS m, [{'a': [v]}] AS d"
+                 " FROM \"h_%s\"",
+                 kFiles[i].name, kFiles[i].name);
+        run(connection, sql);
     }
+    /* DuckDB writes the numbers as they are, and reads them so. */
+    run(connection, "COPY n_TIME TO 'hostile.parquet'");
     duckdb_disconnect(&connection);
     duckdb_close(&database);
 }

@@ -3,7 +3,9 @@
 
 #include "../cursor/cursor_fixture.h"
 #include "arrow_reader.h"
+#include "support/harmful_time.h"
 #include "support/sample_values.h"
+#include "support/temp_folder.h"
 #include "support/test_engine.h"
 
 namespace mduckdb {
@@ -118,6 +120,21 @@ TEST_F(ArrowTypes, OfAVariantAreItsJsonText) {
         "SELECT {'v': i::JSON, 'l': [i::JSON, NULL]} AS c, [NULL, i::JSON]::JSON[2] AS a, "
         "MAP {i: NULL::JSON} AS m, CASE WHEN i % 2 = 0 THEN [i::JSON] END AS n" +
             rows);
+}
+
+TEST_F(ArrowTypes, OfAVariantAreNullWhereDuckDBMustNotReadIt) {
+    const TempFolder folder;
+    const std::string file = "'" + (folder / "times.parquet") + "'";
+    {
+        TestEngine engine;
+        StoreHarmfulTime(engine);
+        engine.Query("COPY (FROM times UNION ALL SELECT TIME '12:00') TO " + file);
+    }
+    ExpectAsDuckDB("SELECT t::VARIANT AS v, [t::VARIANT] AS l, {'t': t, 'n': 1::VARIANT} AS s FROM " + file,
+                   "SELECT CASE WHEN is_sound THEN '\"12:00:00\"'::JSON END AS v, "
+                   "CASE WHEN is_sound THEN ['\"12:00:00\"'::JSON] END AS l, {'t': t, 'n': '1'::JSON} AS s "
+                   "FROM (SELECT t, t = TIME '12:00' AS is_sound FROM " +
+                       file + ")");
 }
 
 TEST_F(ArrowTypes, NestInRowsOfSeveralChunks) {
