@@ -87,8 +87,10 @@ HostValue ReadNull(const Column&, Scratch&, idx_t) {
     return MakeNullValue();
 }
 
+/** DuckDB creates no value of a cell with a text that is not valid UTF-8. */
 HostValue ReadVariant(const Column& column, Scratch& scratch, idx_t row) {
-    return scratch.convert_variant(column.TakeValue(row).get());
+    const ValueHolder value = column.TakeValue(row);
+    return value ? scratch.convert_variant(value.get()) : MakeEmptyText();
 }
 
 template <class Stored, ValueFactory kFactory, class Content = Stored>
@@ -108,7 +110,7 @@ HostValue ReadBlob(const Column& column, Scratch&, idx_t row) {
 /** The text through a `duckdb_value`, for types that are rare, nested or not stored in a plain form. */
 HostValue ReadTextOfValue(const Column& column, Scratch&, idx_t row) {
     const ValueHolder value = column.TakeValue(row);
-    if (!value || duckdb_is_null_value(value.get())) {
+    if (value && duckdb_is_null_value(value.get())) {
         return MakeNullValue();
     }
     return MakeStringValue(ValueText(value.get()).get_View());

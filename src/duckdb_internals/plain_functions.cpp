@@ -115,7 +115,7 @@ bool ContainsVariant(const LogicalType& type) {
     return duckdb::TypeVisitor::Contains(type, LogicalTypeId::VARIANT);
 }
 
-/** A text cell as a value. DuckDB's own function checks the text and returns no value when it is not valid
+/** A text as a value. DuckDB's own function checks the text and returns no value when it is not valid
     UTF-8, so a damaged file would turn texts into NULL. Checking again what DuckDB checked when it read the
     text also costs more than the copy. */
 Value MakeTextValue(const duckdb::string_t& text, const LogicalType& type) {
@@ -236,6 +236,10 @@ uint32_t duckdb_value_variant_type(duckdb_value value) {
 
 duckdb_value duckdb_value_variant_child(duckdb_value value) {
     return ReadVariant(value, duckdb_value(nullptr), [](const duckdb::UnifiedVariantVectorData& data) {
+        if (data.GetTypeId(0, 0) == duckdb::VariantLogicalType::VARCHAR) {
+            return Wrap(
+                MakeTextValue(duckdb::VariantUtils::DecodeStringData(data, 0, 0), LogicalType::VARCHAR));
+        }
         return Wrap(duckdb::VariantUtils::ConvertVariantToValue(data, 0, 0));
     });
 }

@@ -293,6 +293,9 @@ HostValue ConvertVariant(duckdb_value variant) {
         return MakeStringValue(ValueText(variant).get_View());
     }
     const ValueHolder child(duckdb_value_variant_child(variant));
+    if (!child) {  // DuckDB refuses it, for instance for a text in it that is not valid UTF-8
+        return ToEnvelope(nullptr, WordOf(variant_type));
+    }
     return ConvertVariantValue(child.get(), variant_type);
 }
 
