@@ -103,8 +103,11 @@ void DuckDBAppender::Leave() noexcept {
 void DuckDBAppender::Detach() noexcept {
     tie_.Cut();
     census_.Leave();
-    if (reading_.IsHere()) {
-        return;  // The call that reads the value holds the mutex, and does the rest.
+    if (reading_.IsAnywhere()) {
+        // Only if this thread reads the value, or held the engine lock before the close began. The call that
+        // reads it has the mutex, and does the rest; waiting for it could keep the engine lock from the
+        // value.
+        return;
     }
     const nbx::MutexLock lock(mutex_);
     LoseRows();
@@ -180,6 +183,7 @@ void DuckDBAppender::StoreCells(const nbx::ValueRow& row) {
     std::vector<ColumnWriter>& columns = rows.get_Columns();
     std::string error;
     const HostValueReading::Scope reading(reading_);
+    RequireOpen();  // a database that has begun to close waits for this call, and no value may wait for it
     for (std::size_t i = 0; i < columns.size(); ++i) {
         try {
             if (StoreHostValue(row.get_Item(i).get(), columns[i], rows.get_Row(), error)) {

@@ -45,6 +45,7 @@ class DuckDBAppender final : public nbx::Counted<nbx::mrsql::I_DuckDBAppender>, 
     uint64_t get_PendingRowCount() const override { return pending_count_.load(); }
 
     void Cut() noexcept override { tie_.Cut(); }
+    const HostValueReading& get_Reading() const noexcept override { return reading_; }
     void Detach() noexcept override;
 
   private:

@@ -9,6 +9,7 @@
 #include "nbx/mrsql/duckdb_cursor.h"
 #include "nbx/mrsql/duckdb_query_result.h"
 #include "nbx/mrsql/duckdb_statement.h"
+#include "values/host_value_reading.h"
 
 namespace mduckdb {
 
@@ -65,7 +66,11 @@ class SideChild {
   public:
     /** From now on the child lets DuckDB begin nothing. Does not wait. */
     virtual void Cut() noexcept NBX_REQUIRES(gEngineLock) = 0;
-    /** Waits until DuckDB has finished the child's work and gives up the connection. */
+    /** Whether a thread reads host values for the child, which may wait for the engine lock. A child that was
+        cut begins no further reading. */
+    virtual const HostValueReading& get_Reading() const noexcept = 0;
+    /** Waits until DuckDB has finished the child's work and gives up the connection. If host values are being
+        read, their reader gives it up. */
     virtual void Detach() noexcept NBX_REQUIRES(gEngineLock) = 0;
 
   protected:
@@ -110,6 +115,18 @@ class ChildLists : nbx::noncopyable {
     /** Before the database closes. */
     void CutSides() NBX_REQUIRES(gEngineLock) {
         sides_.ForEach([](SideChild* side) NBX_NO_THREAD_SAFETY_ANALYSIS { side->Cut(); });
+    }
+
+    /** Whether to let other threads finish reading host values before the database closes. Not on a thread
+        that reads some itself: another one may wait for it in the same way. */
+    bool IsReadElsewhere() const NBX_REQUIRES(gEngineLock) {
+        bool is_here = false;
+        bool is_anywhere = false;
+        sides_.ForEach([&](const SideChild* side) {
+            is_here = is_here || side->get_Reading().IsHere();
+            is_anywhere = is_anywhere || side->get_Reading().IsAnywhere();
+        });
+        return is_anywhere && !is_here;
     }
 
     /** Removes every child and detaches it from the database: appenders first, then results, then cursors,

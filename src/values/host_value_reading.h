@@ -10,16 +10,20 @@ namespace mduckdb {
 
 /** Knows while an object of the module reads host values, and on which thread. The host's own classes of
     values may call the module in their methods, also what closes the object's database, but not the object
-    itself, which is between two states. From any thread. */
+    itself, which is between two states. From any thread.
+
+    Neither call waits, and a value may wait for any lock of the host. So what must not wait for a value sets
+    a mark and asks whether the object reads; who reads looks for the mark when the scope has begun and again
+    when it has ended. One of the two always sees the other, as these accesses have one order. */
 class HostValueReading : nbx::noncopyable {
   public:
     /** The object reads values in this scope, one scope at a time. */
     class Scope : nbx::noncopyable {
       public:
         explicit Scope(HostValueReading& reading) noexcept : reading_(reading) {
-            reading_.thread_.store(pthread_self(), std::memory_order_relaxed);
+            reading_.thread_.store(pthread_self());
         }
-        ~Scope() { reading_.thread_.store(kNone, std::memory_order_relaxed); }
+        ~Scope() { reading_.thread_.store(kNone); }
 
       private:
         HostValueReading& reading_;
@@ -31,6 +35,9 @@ class HostValueReading : nbx::noncopyable {
         const pthread_t thread = thread_.load(std::memory_order_relaxed);
         return thread != kNone && thread == pthread_self();
     }
+
+    /** Whether any thread is in such a scope. */
+    bool IsAnywhere() const noexcept { return thread_.load() != kNone; }
 
   private:
     static constexpr pthread_t kNone = 0;

@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <functional>
 #include <future>
+#include <thread>
 
 #include "nbx/mrsql/duckdb_appender.h"
 #include "nbx/mrsql/duckdb_streaming.h"
@@ -116,19 +117,13 @@ class HostValueCallsTest : public StatementTest {
              }},
             {"AppendRow",
              [this] {
-                 nbx::mrsql::DuckDBAppenderOptions options;
-                 options.table = Text("t");
-                 appender_ = static_cast<nbx::mrsql::I_DuckDBAppenders*>(
-                                 database_->QueryInterface(nbx::mrsql::kDuckDBAppendersInterfaceId))
-                                 ->CreateAppender(options);
+                 appender_ = CreateAppender();
                  appender_->AppendRow(OwnRow());
                  appender_->Close();
              }},
             {"OpenStream",
              [this] {
-                 const auto stream = static_cast<nbx::mrsql::I_DuckDBStreaming*>(
-                                         database_->QueryInterface(nbx::mrsql::kDuckDBStreamingInterfaceId))
-                                         ->OpenStream(Text("SELECT $1, $2, $3"), OwnRow());
+                 const auto stream = OpenStream();
                  ASSERT_TRUE(stream->NextRecord());
                  const auto read = Row({stream->get_Value(0), stream->get_Value(1), stream->get_Value(2)});
                  database_->SqlExecute(Text(kInsert), read);
@@ -153,6 +148,43 @@ class HostValueCallsTest : public StatementTest {
             }
             Reset();
         }
+    }
+
+    smart_ptr<nbx::mrsql::I_DuckDBAppender> CreateAppender() {
+        nbx::mrsql::DuckDBAppenderOptions options;
+        options.table = Text("t");
+        return static_cast<nbx::mrsql::I_DuckDBAppenders*>(
+                   database_->QueryInterface(nbx::mrsql::kDuckDBAppendersInterfaceId))
+            ->CreateAppender(options);
+    }
+    smart_ptr<I_DuckDBCursor> OpenStream() {
+        return static_cast<nbx::mrsql::I_DuckDBStreaming*>(
+                   database_->QueryInterface(nbx::mrsql::kDuckDBStreamingInterfaceId))
+            ->OpenStream(Text("SELECT $1, $2, $3"), OwnRow());
+    }
+
+    /** Runs `read`, in which the first call of a value runs SQL while another thread closes the database,
+       which has begun as soon as `has_begun` tells. */
+    void ExpectAnErrorBesideAClose(const std::function<void()>& read,
+                                   const std::function<bool()>& has_begun) {
+        WithinAMinute([&] {
+            std::future<void> closing;
+            const auto act = [&] {
+                closing = std::async(std::launch::async, [this] { database_->Close(); });
+                while (!has_begun()) {
+                    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+                }
+                for (int i = 0; i < 100; ++i) {
+                    database_->SqlExecute(Text("SELECT 1"), nullptr);
+                    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+                }
+            };
+            gPlan = {1, act, 0};
+            EXPECT_NE("", Catch(read).exception);
+            ASSERT_TRUE(closing.valid()) << "no value was read";
+            closing.get();
+            EXPECT_FALSE(database_->get_IsOpen());
+        });
     }
 
     void Reset() {
@@ -205,6 +237,33 @@ TEST_F(HostValueCallsTest, ThatCloseTheDatabaseEndTheCallWithAnError) {
         ForEachCall([this] { database_->Close(); },
                     [](const Entry& entry) { EXPECT_NE("", Catch(entry.run).exception); });
     });
+}
+
+// A database that closes takes the engine lock before it releases its results, and then its cursors and
+// statements.
+
+TEST_F(HostValueCallsTest, OfPutParametersMayWaitForTheEngineLockOfAClose) {
+    statement_ = Prepared(kInsert);
+    const auto result = database_->SqlQuery(Text("SELECT 1"), nbx::mrsql::kServerCursor, nullptr);
+    ExpectAnErrorBesideAClose([&] { statement_->put_Parameters(OwnRow()); },
+                              [&] { return !result->get_Cursor(); });
+}
+
+TEST_F(HostValueCallsTest, OfOpenStreamMayWaitForTheEngineLockOfAClose) {
+    const auto result = database_->SqlQuery(Text("SELECT 1"), nbx::mrsql::kServerCursor, nullptr);
+    ExpectAnErrorBesideAClose([&] { OpenStream(); }, [&] { return !result->get_Cursor(); });
+}
+
+TEST_F(HostValueCallsTest, OfAppendRowMayWaitForTheEngineLockOfAClose) {
+    appender_ = CreateAppender();
+    appender_->AppendRow(Row({Long(1), Str("x"), Double(2)}));
+    ExpectAnErrorBesideAClose(
+        [&] {
+            appender_->AppendRows(Rows({OwnRow(), OwnRow()}));
+        },
+        [&] { return !appender_->get_Database(); });
+    EXPECT_EQ(0U, appender_->get_PendingRowCount());
+    EXPECT_EQ("DuckDBAppender is invalid", Catch([&] { appender_->Close(); }).message);
 }
 
 TEST_F(HostValueCallsTest, ThatCallTheSameStatementOrAppenderEndTheCallWithAnError) {
