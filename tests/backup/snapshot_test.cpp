@@ -40,6 +40,10 @@ class SnapshotTest : public testing::Test {
         std::sort(names.begin(), names.end());
         return names;
     }
+    /** Older than a folder in the making can be. */
+    static void MakeOld(const std::string& path) {
+        fs::last_write_time(path, fs::file_time_type::clock::now() - std::chrono::minutes(2));
+    }
     static DatabaseFacts FactsOf(const PlainEngine& engine) {
         BackupStop stop;
         SqlWorker worker(engine.get(), stop);
@@ -247,16 +251,29 @@ TEST_F(SnapshotTest, DeletesWhatAKilledProcessLeftBehind) {
     EXPECT_THAT(Made(), ElementsAre("snap.db", "snap.db.manifest.json"));
 }
 
-TEST_F(SnapshotTest, DeletesAnOldFolderWithoutItsMarkAndLeavesOneThatIsJustBeingMade) {
+TEST_F(SnapshotTest, DeletesAnOldEmptyFolderWithoutItsMarkAndLeavesOneThatIsJustBeingMade) {
     const PlainEngine source(Path("source.db"));
     for (const char* name : {"snap.db.part-killed", "snap.db.part-making"}) {
         fs::create_directory(Path(name));
     }
-    std::ofstream(Path("snap.db.part-killed/source.db")) << "half";
-    fs::last_write_time(Path("snap.db.part-killed"),
-                        fs::file_time_type::clock::now() - std::chrono::minutes(2));
+    MakeOld(Path("snap.db.part-killed"));
     ASSERT_EQ(SnapshotError(source, Path("snap.db")), "none");
     EXPECT_THAT(Made(), ElementsAre("snap.db", "snap.db.manifest.json", "snap.db.part-making"));
+}
+
+TEST_F(SnapshotTest, LeavesFoldersOfOthersWhoseNamesLookLikeItsOwn) {
+    const PlainEngine source(Path("source.db"));
+    for (const char* name : {"snap.db.part-abc123", "snap.db.part-archive"}) {
+        fs::create_directory(Path(name));
+        std::ofstream(Path(name) + "/mine") << "kept";
+        MakeOld(Path(name));
+    }
+    // A mark alone does not make a name of another length the module's.
+    std::ofstream(Path("snap.db.part-archive/.in-use")) << "";
+    ASSERT_EQ(SnapshotError(source, Path("snap.db")), "none");
+    for (const char* name : {"snap.db.part-abc123", "snap.db.part-archive"}) {
+        EXPECT_EQ(ReadWhole(Path(name) + "/mine"), "kept");
+    }
 }
 
 TEST_F(SnapshotTest, NamesTheTableThatCannotBeRead) {
