@@ -120,9 +120,15 @@ class DuckDBDatabase final : public nbx::mrsql::I_DuckDBDatabase,
     SharedEngine OpenEngine(FileTurn& turn) NBX_REQUIRES(gEngineLock);
     /** Null and the error text when the file cannot be created. */
     SharedEngine CreateEngine(FileTurn& turn, std::string& error) NBX_REQUIRES(gEngineLock);
-    /** Creates the file with the storage version and block size; false and the error text on failure. */
-    bool CreateFormattedFile(duckdb_config config, std::string& error) NBX_REQUIRES(gEngineLock);
-    std::string BuildAttachStatement() const NBX_REQUIRES(gEngineLock);
+    /** Writes the options into the configuration of a new file. */
+    void Configure(Configuration& configuration) const NBX_REQUIRES(gEngineLock);
+    bool HasFormat() const NBX_REQUIRES(gEngineLock) { return !storage_version_.isEmpty() || block_size_ != 0; }
+    /** Throws the creation error if the options or the format do not allow any file in the place of this one,
+        next to which it makes one and deletes it. */
+    void TryCreation(const std::string& file) const NBX_REQUIRES(gEngineLock);
+    /** Creates a file with the storage version and block size; false and the error text on failure. */
+    bool CreateFormattedFile(const std::string& path, duckdb_config config, std::string& error) const
+        NBX_REQUIRES(gEngineLock);
     /** Chooses and marks the place of a backup; returns a connection for the export and its statement. */
     std::unique_ptr<SideConnection> PrepareBackup(nbx::smart_ptr<nbx::I_Location> folder,
                                                   std::string& export_statement, std::string& backup_path)

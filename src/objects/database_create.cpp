@@ -1,3 +1,4 @@
+#include "backup/part_folder.h"
 #include "base/errors.h"
 #include "base/open_duckdb.h"
 #include "base/text.h"
@@ -63,6 +64,8 @@ void DuckDBDatabase::Create() {
     const bool is_shared =
         turn.get_UserCount() > 0 && HandleRegistry::Get().get_UserCount(location_->get_PathText()) > 0;
     if (turn.get_Exists() && !is_shared) {
+        // What no file can be created with must not cost the old one.
+        TryCreation(turn.get_Look().path);
         DropLocked(turn);
     }
     try {
@@ -89,17 +92,38 @@ void DuckDBDatabase::CreateSession(Session& session, FileTurn& turn, std::string
     }
 }
 
-SharedEngine DuckDBDatabase::CreateEngine(FileTurn& turn, std::string& error) {
-    Configuration configuration;
+void DuckDBDatabase::Configure(Configuration& configuration) const {
     configuration.SetAccessMode("READ_WRITE");
     if (are_options_given_) {
         configuration.ApplyOptions(options_);
     }
     SeparateSpill(configuration, ToPath(path_));
+}
+
+void DuckDBDatabase::TryCreation(const std::string& file) const {
+    std::string error;
+    try {
+        Configuration configuration;
+        Configure(configuration);
+        error = configuration.get_Error();
+        if (error.empty() && HasFormat()) {
+            const PartFolder folder(file);
+            CreateFormattedFile(folder / file.substr(file.rfind('/') + 1), configuration.get(), error);
+        }
+    } catch (const std::exception& caught) {
+        error = TextOr(caught.what(), "Unknown DuckDB database creation error");
+    }
+    if (!error.empty()) {
+        ThrowDuckDBError(link_->get_ErrorPath(), FailureOf(error.c_str(), ""));
+    }
+}
+
+SharedEngine DuckDBDatabase::CreateEngine(FileTurn& turn, std::string& error) {
+    Configuration configuration;
+    Configure(configuration);
     error = configuration.get_Error().empty() ? turn.get_Refusal(Engine::Access::writing)
                                               : configuration.get_Error();
-    const bool has_format = !storage_version_.isEmpty() || block_size_ != 0;
-    if (!error.empty() || (has_format && !CreateFormattedFile(configuration.get(), error))) {
+    if (!error.empty() || (HasFormat() && !CreateFormattedFile(ToPath(path_), configuration.get(), error))) {
         return nullptr;
     }
     SharedEngine engine = turn.OpenWriter(ToPath(path_), configuration, error);
@@ -109,19 +133,16 @@ SharedEngine DuckDBDatabase::CreateEngine(FileTurn& turn, std::string& error) {
     return engine;
 }
 
-bool DuckDBDatabase::CreateFormattedFile(duckdb_config config, std::string& error) {
-    return AuxiliaryEngine(config).Run(BuildAttachStatement(), error);
-}
-
-std::string DuckDBDatabase::BuildAttachStatement() const {
-    std::string sql = "ATTACH " + QuoteLiteral(ToPath(path_)) + " ( READ_WRITE";
+bool DuckDBDatabase::CreateFormattedFile(const std::string& path, duckdb_config config,
+                                         std::string& error) const {
+    std::string sql = "ATTACH " + QuoteLiteral(path) + " ( READ_WRITE";
     if (!storage_version_.isEmpty()) {
         sql += ", STORAGE_VERSION '" + ToUtf8(storage_version_) + "'";
     }
     if (block_size_ != 0) {
         sql += ", BLOCK_SIZE " + std::to_string(block_size_);
     }
-    return sql + " );";
+    return AuxiliaryEngine(config).Run(sql + " );", error);
 }
 
 }  // namespace mduckdb

@@ -123,19 +123,26 @@ TEST_F(DatabaseFailure, CreateWithoutAConnection) {
 }
 
 TEST_F(DatabaseFailure, CreateWithAFormatWhenItsAuxiliaryEngineFails) {
-    const auto database = host.Database(Path());
-    database->put_BlockSize(16384);
-    FailCall("duckdb_open_ext", 1);
-    EXPECT_EQ(Thrown([&] { database->Create(); }), Refusal(Path(), "Unknown DuckDB database open error"));
-    FailCall("duckdb_connect", 1);
-    EXPECT_EQ(Thrown([&] { database->Create(); }), Refusal(Path(), "Failed to create DuckDB connection"));
-    FailCall("duckdb_query", 1);
-    EXPECT_EQ(Thrown([&] { database->Create(); }), Refusal(Path(), "Unknown DuckDB database open error"));
-    EXPECT_EQ(duckdb_faults::CountLiveHandles(), 0);
-    EXPECT_EQ(database->get_ConnectionCount(), 0u);
-    EXPECT_FALSE(std::filesystem::exists(Path()));
-    database->Create();
-    EXPECT_TRUE(database->get_IsOpen());
+    // With an old file, the format is tried before that is deleted.
+    for (const bool is_old_there : {true, false}) {
+        const auto database = host.Database(Path());
+        database->put_BlockSize(16384);
+        FailCall("duckdb_open_ext", 1);
+        EXPECT_EQ(Thrown([&] { database->Create(); }),
+                  Refusal(Path(), "Unknown DuckDB database open error"));
+        FailCall("duckdb_connect", 1);
+        EXPECT_EQ(Thrown([&] { database->Create(); }),
+                  Refusal(Path(), "Failed to create DuckDB connection"));
+        FailCall("duckdb_query", 1);
+        EXPECT_EQ(Thrown([&] { database->Create(); }),
+                  Refusal(Path(), "Unknown DuckDB database open error"));
+        EXPECT_EQ(duckdb_faults::CountLiveHandles(), 0);
+        EXPECT_EQ(database->get_ConnectionCount(), 0u);
+        EXPECT_EQ(std::filesystem::exists(Path()), is_old_there);
+        database->Create();
+        EXPECT_TRUE(database->get_IsOpen());
+        database->Drop();
+    }
 }
 
 TEST_F(DatabaseFailure, CreateWithAnImpossibleFormatReportsTheAttachError) {
@@ -145,6 +152,37 @@ TEST_F(DatabaseFailure, CreateWithAnImpossibleFormatReportsTheAttachError) {
     EXPECT_EQ(thrown.find("xDuckDBError 72501 [" + Path() + "] ["), 0u) << thrown;
     EXPECT_NE(thrown.find("block size"), std::string::npos) << thrown;
     EXPECT_EQ(database->get_ConnectionCount(), 0u);
+}
+
+TEST_F(DatabaseFailure, CreateWithWhatIsImpossibleLeavesTheOldFile) {
+    using Change = std::function<void(nbx::mrsql::I_DuckDBDatabase&)>;
+    const auto with_options = [](auto change) -> Change {
+        return [change](nbx::mrsql::I_DuckDBDatabase& database) {
+            nbx::mrsql::DuckDBDatabaseOptions options;
+            change(options);
+            database.put_Options(options);
+        };
+    };
+    const std::vector<Change> changes{
+        [](auto& database) { database.put_StorageVersion(S("v9.9")); },
+        [](auto& database) { database.put_BlockSize(12345); },
+        with_options([](auto& options) { options.threads = 100000; }),
+    };
+    for (const Change& change : changes) {
+        {
+            const auto old = host.Created(Path());
+            Execute(*old, "CREATE OR REPLACE TABLE t AS SELECT 42 AS i");
+            old->Close();
+        }
+        const auto database = host.Database(Path());
+        change(*database);
+        EXPECT_EQ(Thrown([&] { database->Create(); }).find("xDuckDBError 72501 [" + Path() + "] ["), 0u);
+        EXPECT_FALSE(database->get_IsOpen());
+        EXPECT_EQ(QueryText(*host.Opened(Path()), "SELECT i FROM t"), "42");
+        for (const auto& entry : std::filesystem::directory_iterator(folder.get_Path())) {
+            EXPECT_EQ(entry.path(), Path());
+        }
+    }
 }
 
 TEST_F(DatabaseFailure, OpenOfAFileThatIsNotADatabaseReportsDuckDBsText) {
