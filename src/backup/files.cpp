@@ -146,10 +146,9 @@ void CopyBytes(int source, uint64_t size, const std::string& target, const Backu
     CopyAll(source, size, target, stop, [](const unsigned char*, std::size_t) {});
 }
 
-std::string CopyFileWithSum(const std::string& source, const std::string& target, const BackupStop& stop) {
-    const Descriptor in = OpenDescriptor(source, O_RDONLY);
+std::string CopyBytesWithSum(int source, uint64_t size, const std::string& target, const BackupStop& stop) {
     Sha256 sum;
-    CopyAll(in.get(), FileSize(source), target, stop,
+    CopyAll(source, size, target, stop,
             [&sum](const unsigned char* bytes, std::size_t count) { sum.Add(bytes, count); });
     return sum.Finish();
 }

@@ -26,8 +26,8 @@ uint64_t FileSize(const std::string& path);
     sparse file stays sparse. The disk writes while the copy goes on reading. Throws `BackupError` when a file
     cannot be read or written, or ends too early. */
 void CopyBytes(int source, uint64_t size, const std::string& target, const BackupStop& stop);
-/** The same for a whole file that nobody changes; returns the checksum of the copied bytes. */
-std::string CopyFileWithSum(const std::string& source, const std::string& target, const BackupStop& stop);
+/** The same; returns the checksum of the copied bytes. */
+std::string CopyBytesWithSum(int source, uint64_t size, const std::string& target, const BackupStop& stop);
 
 /** The SHA-256 of a file that this process does not have open elsewhere. */
 std::string FileSum(const std::string& path, const BackupStop& stop);

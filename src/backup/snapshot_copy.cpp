@@ -27,7 +27,7 @@ FileIdentity IdentityOf(const std::string& snapshot) {
 
 }  // namespace
 
-void CopySnapshot(const std::string& snapshot, const std::string& copy, const std::string& spill,
+void CopySnapshot(const std::string& snapshot, int source, const std::string& copy, const std::string& spill,
                   BackupStop& stop) {
     const FileIdentity identity = IdentityOf(snapshot);
     const uint64_t size = FileSize(snapshot);
@@ -39,7 +39,7 @@ void CopySnapshot(const std::string& snapshot, const std::string& copy, const st
         throw BackupError(snapshot + " was written to after it was made: there is " + snapshot + ".wal");
     }
     OpenDescriptor(copy, O_WRONLY | O_CREAT | O_EXCL).Close();
-    if (CopyFileWithSum(snapshot, copy, stop) != identity.sha256) {
+    if (CopyBytesWithSum(source, size, copy, stop) != identity.sha256) {
         throw BackupError(snapshot + " is damaged: its checksum is not that of its manifest");
     }
     const FileEngine engine(copy, FileEngine::Access::reading, "", spill);

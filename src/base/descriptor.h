@@ -20,9 +20,11 @@ class Descriptor {
     ~Descriptor() { Close(); }
 
     int get() const noexcept { return number_; }
+    /** Leaves it open, for the caller or for as long as the process lives. */
+    int Release() noexcept { return std::exchange(number_, -1); }
     void Close() noexcept {
         if (number_ >= 0) {
-            close(std::exchange(number_, -1));
+            close(Release());
         }
     }
 

@@ -1,9 +1,13 @@
 #include "extension/restore_snapshot.h"
 
+#include <fcntl.h>
+
+#include <exception>
 #include <stdexcept>
 #include <string>
 
 #include "backup/error.h"
+#include "backup/files.h"
 #include "backup/snapshot_copy.h"
 #include "base/errors.h"
 #include "base/text.h"
@@ -27,12 +31,44 @@ void DuringTurn(const DuckDBDatabase& database, const std::string& file, Act act
     act(turn);
 }
 
+/** A snapshot, open to be read. With any descriptor of a file that is closed, this process loses its lock on
+    the file, so no database of this process may have it open then. */
+class OpenSnapshot : nbx::noncopyable {
+  public:
+    explicit OpenSnapshot(const std::string& path) : path_(path) {
+        const EngineLockScope lock;
+        const FileTurn turn(EngineFiles::Get(), path_);
+        if (turn.get_UserCount() > 0 || turn.IsOpenByOtherMeans()) {
+            throw BackupError(path_ + " is open in this process");
+        }
+        descriptor_ = OpenDescriptor(path_, O_RDONLY);
+    }
+    ~OpenSnapshot() {
+        try {
+            const EngineLockScope lock;
+            const FileTurn turn(EngineFiles::Get(), path_);
+            if (turn.get_UserCount() == 0) {
+                descriptor_.Close();
+            }
+        } catch (const std::exception&) {  // Whether a database has opened the file meanwhile is unknown.
+        }
+        // Left open where closing it would cost a database its lock.
+        descriptor_.Release();
+    }
+    int get_Descriptor() const noexcept { return descriptor_.get(); }
+
+  private:
+    const std::string& path_;
+    Descriptor descriptor_;
+};
+
 /** Copying takes long and leaves the engine lock to others. */
 void RestoreFile(const DuckDBDatabase& database, const std::string& file, const std::string& snapshot) {
     DuringTurn(database, file, &RestoredFile::CheckTarget);
     RestoredFile restored(file);
     BackupStop stop;
-    CopySnapshot(snapshot, restored.get_Path(), restored.get_SpillPath(), stop);
+    CopySnapshot(snapshot, OpenSnapshot(snapshot).get_Descriptor(), restored.get_Path(),
+                 restored.get_SpillPath(), stop);
     restored.LimitRights(snapshot);
     DuringTurn(database, file, [&restored](FileTurn& turn) { restored.ReplaceTarget(turn); });
 }

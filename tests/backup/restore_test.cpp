@@ -151,6 +151,16 @@ TEST_F(RestoreSnapshotTest, OfASnapshotThatWasWrittenToIsRefused) {
     ExpectUntouched();
 }
 
+TEST_F(RestoreSnapshotTest, OfASnapshotThatThisProcessHasOpenIsRefusedAndLeavesItLocked) {
+    const Database reader = host_.Opened(snapshot_);
+    EXPECT_THAT(Restore(), HasSubstr(snapshot_ + " is open in this process"));
+    EXPECT_THAT(TryOpenElsewhere(snapshot_, true), HasSubstr("Could not set lock"));
+    ExpectUntouched();
+    reader->Close();
+    EXPECT_EQ(Restore(), "none");
+    EXPECT_EQ(ContentOf(target_), "new");
+}
+
 TEST_F(RestoreSnapshotTest, IntoADatabaseInUseIsRefused) {
     {
         const Database user = host_.Opened(target_);

@@ -128,14 +128,11 @@ TEST_F(DatabaseFailure, CreateWithAFormatWhenItsAuxiliaryEngineFails) {
         const auto database = host.Database(Path());
         database->put_BlockSize(16384);
         FailCall("duckdb_open_ext", 1);
-        EXPECT_EQ(Thrown([&] { database->Create(); }),
-                  Refusal(Path(), "Unknown DuckDB database open error"));
+        EXPECT_EQ(Thrown([&] { database->Create(); }), Refusal(Path(), "Unknown DuckDB database open error"));
         FailCall("duckdb_connect", 1);
-        EXPECT_EQ(Thrown([&] { database->Create(); }),
-                  Refusal(Path(), "Failed to create DuckDB connection"));
+        EXPECT_EQ(Thrown([&] { database->Create(); }), Refusal(Path(), "Failed to create DuckDB connection"));
         FailCall("duckdb_query", 1);
-        EXPECT_EQ(Thrown([&] { database->Create(); }),
-                  Refusal(Path(), "Unknown DuckDB database open error"));
+        EXPECT_EQ(Thrown([&] { database->Create(); }), Refusal(Path(), "Unknown DuckDB database open error"));
         EXPECT_EQ(duckdb_faults::CountLiveHandles(), 0);
         EXPECT_EQ(database->get_ConnectionCount(), 0u);
         EXPECT_EQ(std::filesystem::exists(Path()), is_old_there);
