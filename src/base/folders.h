@@ -25,8 +25,8 @@ void VisitEntries(const OpenFolder& folder, Visit visit) {
     }
 }
 
-/** Deletes a folder and everything in it, as far as the system allows. The entry `last` goes after all others:
-   a process that is killed meanwhile leaves it. */
+/** Deletes a folder and everything in it, as far as the system allows. The entry `last` goes after all
+   others: a process that is killed meanwhile leaves it. */
 void DeleteFolder(const std::string& path, const char* last) noexcept;
 
 }  // namespace mduckdb

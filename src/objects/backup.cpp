@@ -7,6 +7,8 @@
 #include <string>
 #include <utility>
 
+#include "backup/error.h"
+#include "backup/files.h"
 #include "base/errors.h"
 #include "base/folders.h"
 #include "base/holders.h"
@@ -83,6 +85,37 @@ void LimitRightsOfBackup(const std::string& backup, const std::string& database)
     });
 }
 
+bool IsFile(int parent, const char* name) {
+    struct stat info {};
+    return fstatat(parent, name, &info, 0) == 0 && S_ISREG(info.st_mode);
+}
+
+/** Waits until the disk holds the backup, for which DuckDB does not wait: a disk or a server may refuse what
+   it has taken at first. Sets the error on failure. Nothing for a folder that the system does not know. */
+void SyncBackup(const std::string& backup, Failure& error) {
+    const OpenFolder entries(opendir(backup.c_str()), &closedir);
+    if (!entries) {
+        return;
+    }
+    try {
+        VisitEntries(entries, [&backup](int folder, const char* name) {
+            if (IsFile(folder, name)) {
+                SyncToDisk(backup + "/" + name);
+            }
+        });
+        SyncToDisk(backup);
+        SyncToDisk(backup + "/..");
+    } catch (const BackupError& failure) {
+        error = {failure.what(), nullptr};
+    }
+}
+
+/** The export replaces an earlier one file by file. Without its last file, what is there meanwhile is not
+   taken for a backup. */
+void BreakOldExport(const std::string& backup) {
+    unlink((backup + "/load.sql").c_str());
+}
+
 /** An export that runs without the engine lock; closing the database waits for its end. */
 class RunningExport : nbx::noncopyable {
   public:
@@ -94,7 +127,8 @@ class RunningExport : nbx::noncopyable {
 };
 
 /** False and the error when the export fails. */
-bool Export(SideConnection& connection, const std::string& statement, Failure& error) {
+bool Export(SideConnection& connection, const std::string& statement, const std::string& backup,
+            Failure& error) {
     // Prepared rather than run as a plain query: only then does an interrupt that comes before the query
     // begins count.
     PreparedHolder prepared;
@@ -102,6 +136,7 @@ bool Export(SideConnection& connection, const std::string& statement, Failure& e
         error = FailureOf(prepared.get(), "Unknown DuckDB backup error");
         return false;
     }
+    BreakOldExport(backup);
     ResultHolder result;
     if (connection.get_Interruptible().ExecutePrepared(prepared.get(), result.Receive()) != DuckDBSuccess) {
         error = FailureOf(*result, "Unknown DuckDB backup error");
@@ -112,8 +147,7 @@ bool Export(SideConnection& connection, const std::string& statement, Failure& e
 
 }  // namespace
 
-std::unique_ptr<SideConnection> DuckDBDatabase::PrepareBackup(Location folder, std::string& export_statement,
-                                                              std::string& backup_path) {
+std::unique_ptr<SideConnection> DuckDBDatabase::PrepareBackup(Location folder, BackupPlace& place) {
     link_->RequireConnection();
     folder = ChooseFolder(std::move(folder), *location_);
     if (!IsFolderThere(folder)) {
@@ -127,11 +161,11 @@ std::unique_ptr<SideConnection> DuckDBDatabase::PrepareBackup(Location folder, s
         ThrowError("DuckDBDatabase backup folder is not available");
     }
     WriteMarker(*backup, location_->get_Text());
-    export_statement = BuildExportStatement(*backup);
-    // Skipped when the host keeps all backups directly in the folder.
-    if (!(backup->get_PathText() == folder->get_PathText())) {
-        backup_path = ToPath(backup->get_PathText());
-        LimitRightsOfBackup(backup_path, ToPath(path_));
+    place.statement = BuildExportStatement(*backup);
+    place.path = ToPath(backup->get_PathText());
+    place.is_own = !(backup->get_PathText() == folder->get_PathText());
+    if (place.is_own) {
+        LimitRightsOfBackup(place.path, ToPath(path_));
     }
     return connection;
 }
@@ -141,14 +175,13 @@ void DuckDBDatabase::Backup(Location folder) {
     Failure error;
     bool is_interrupted = false;
     {
-        std::string export_statement;
-        std::string backup_path;
+        BackupPlace place;
         std::optional<RunningExport> running;
         // Released before the export counts as ended, since the engine may be closed from then on.
         std::unique_ptr<SideConnection> connection;
         {
             const EngineLockScope lock;
-            connection = PrepareBackup(std::move(folder), export_statement, backup_path);
+            connection = PrepareBackup(std::move(folder), place);
             running.emplace(export_gate_);
         }
         CensusEntry entry(CensusLine::kBackup, link_->get_Census().get_Number());
@@ -157,15 +190,19 @@ void DuckDBDatabase::Backup(Location folder) {
         std::optional<Deadline> deadline;
         const uint64_t limit = link_->get_TimeLimit();
         SetDeadline(deadline, limit, connection->get_Interruptible());
-        if (!Export(*connection, export_statement, error)) {
+        const bool is_exported = Export(*connection, place.statement, place.path, error);
+        if (!is_exported) {
             is_interrupted = connection->get_Interruptible().TakeInterrupted();
             if (deadline && deadline->get_HasCut()) {
                 error = {DescribeCut(limit), nullptr};
             }
         }
         deadline.reset();
-        if (!backup_path.empty()) {
-            LimitRightsOfBackup(backup_path, ToPath(path_));
+        if (place.is_own) {
+            LimitRightsOfBackup(place.path, ToPath(path_));
+        }
+        if (is_exported) {
+            SyncBackup(place.path, error);
         }
     }
     // A thread that waited for the export may have closed and destroyed this object by now.

@@ -122,16 +122,24 @@ class DuckDBDatabase final : public nbx::mrsql::I_DuckDBDatabase,
     SharedEngine CreateEngine(FileTurn& turn, std::string& error) NBX_REQUIRES(gEngineLock);
     /** Writes the options into the configuration of a new file. */
     void Configure(Configuration& configuration) const NBX_REQUIRES(gEngineLock);
-    bool HasFormat() const NBX_REQUIRES(gEngineLock) { return !storage_version_.isEmpty() || block_size_ != 0; }
+    bool HasFormat() const NBX_REQUIRES(gEngineLock) {
+        return !storage_version_.isEmpty() || block_size_ != 0;
+    }
     /** Throws the creation error if the options or the format do not allow any file in the place of this one,
         next to which it makes one and deletes it. */
     void TryCreation(const std::string& file) const NBX_REQUIRES(gEngineLock);
     /** Creates a file with the storage version and block size; false and the error text on failure. */
     bool CreateFormattedFile(const std::string& path, duckdb_config config, std::string& error) const
         NBX_REQUIRES(gEngineLock);
-    /** Chooses and marks the place of a backup; returns a connection for the export and its statement. */
-    std::unique_ptr<SideConnection> PrepareBackup(nbx::smart_ptr<nbx::I_Location> folder,
-                                                  std::string& export_statement, std::string& backup_path)
+    struct BackupPlace {
+        std::string path;
+        /** A folder of its own, not the one in which the host keeps all backups. */
+        bool is_own = false;
+        /** The export into it. */
+        std::string statement;
+    };
+    /** Chooses and marks the place of a backup; returns a connection for the export. */
+    std::unique_ptr<SideConnection> PrepareBackup(nbx::smart_ptr<nbx::I_Location> folder, BackupPlace& place)
         NBX_REQUIRES(gEngineLock);
     /** Runs long work on the engine without the engine lock; `Close` waits for it and `Interrupt` ends it.
         `work` is called with the engine's handle and the stop. */

@@ -149,6 +149,33 @@ TEST_F(DatabaseBackup, AFailedExportReportsDuckDBsTextAndLeavesWhatItWrote) {
     EXPECT_EQ(QueryText(*database, "SELECT count(*) FROM t"), "3");
 }
 
+TEST_F(DatabaseBackup, AFailedExportOverAnEarlierOneLeavesNoMixtureThatCanBeRestored) {
+    const auto database = host.Created(Path());
+    Execute(*database, "CREATE TABLE a AS SELECT 1 AS i; CREATE TABLE b AS SELECT 1 AS i");
+    nbx::mrsql::gCreateBackupLocation = [](const nbx::smart_ptr<nbx::I_Location>& chosen) {
+        auto location = chosen->MakeChild(S("backup"));
+        fs::create_directories(U(location->get_PathText()));
+        return location;
+    };
+    database->Backup(Location(Path("backups")));
+    const std::string second = Path("backups/backup/b.parquet");
+    fs::rename(second, Path("first"));
+    fs::create_directory(second);
+    Execute(*database, "UPDATE a SET i = 2; UPDATE b SET i = 2");
+    EXPECT_NE(Thrown([&] { database->Backup(Location(Path("backups"))); }), "none");
+    // As if only the first file had been written.
+    fs::remove(second);
+    fs::rename(Path("first"), second);
+    const auto restore = [&] {
+        host->RestoreDatabase(Location(Path("restored.db")), Location(Path("backups/backup")));
+    };
+    const std::string thrown = Thrown(restore);
+    EXPECT_NE(thrown.find("load.sql"), std::string::npos) << thrown;
+    database->Backup(Location(Path("backups")));
+    EXPECT_EQ(Thrown(restore), "none");
+    EXPECT_EQ(QueryText(*host.Opened(Path("restored.db")), "SELECT a.i + b.i FROM a, b"), "4");
+}
+
 TEST_F(DatabaseBackup, AFailureWithoutATextHasTheFixedOne) {
     const auto database = host.Created(Path());
     duckdb_faults::FailCall("duckdb_execute_pending", 1);

@@ -262,4 +262,17 @@ TEST_F(FileFaults, EachLeavesWholeFilesAndIsReportedOrMadeGood) {
     }
 }
 
+TEST_F(FileFaults, NoBackupSucceedsThatTheDiskHasRefused) {
+    const auto& operations = FileOperations();
+    const auto backup = std::find_if(operations.begin(), operations.end(),
+                                     [](const FileOperation& each) { return each.name == "back up"; });
+    ASSERT_NE(backup, operations.end());
+    const auto syncs = Perform(*backup, NewFolder(), {}).counts[static_cast<std::size_t>(Call::kSync)];
+    // Three files at least, their folder and that of the folder.
+    EXPECT_GE(syncs, 5U);
+    for (uint64_t n = 1; n <= syncs; ++n) {
+        EXPECT_NE(Perform(*backup, NewFolder(), {Call::kSync, n, EIO, false}).thrown, "none") << n;
+    }
+}
+
 }  // namespace
