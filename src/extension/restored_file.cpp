@@ -52,11 +52,15 @@ void FlushFolder(const std::string& folder) noexcept {
     }
 }
 
-/** An unused name next to the file. */
+bool IsTaken(const std::string& name) {
+    struct stat info {};
+    return lstat(name.c_str(), &info) == 0;
+}
+
+/** A name next to the file that neither a file nor a log has. */
 std::string NameForUnreadable(const std::string& path) {
     std::string name = path + ".unreadable";
-    struct stat info {};
-    for (int i = 2; lstat(name.c_str(), &info) == 0; ++i) {
+    for (int i = 2; IsTaken(name) || HasLog(name); ++i) {
         name = path + ".unreadable-" + std::to_string(i);
     }
     return name;
@@ -84,11 +88,22 @@ void RestoredFile::CheckTarget(const FileTurn& turn) {
     }
 }
 
+void RestoredFile::RequireUnchanged(const FileTurn& turn) const {
+    const FileLook& look = turn.get_Look();
+    uint64_t device = 0;
+    uint64_t inode = 0;
+    const bool exists = FileSystem::Get().Identify(target_.c_str(), device, inode);
+    if (exists != look.exists || (exists && (device != look.device || inode != look.inode))) {
+        RefuseReplacement("Another file has taken its place.");
+    }
+}
+
 void RestoredFile::ReplaceTarget(FileTurn& turn) {
     if (HasLog(path_)) {
         throw std::runtime_error("The restored database could not be written whole.");
     }
     turn.ClaimPlace();
+    RequireUnchanged(turn);
     FileLock lock;
     bool is_readable = !HasLog(target_);
     if (turn.get_Exists()) {
@@ -96,6 +111,7 @@ void RestoredFile::ReplaceTarget(FileTurn& turn) {
     }
     ApplyRights(lock.get_Descriptor());
     if (!is_readable) {
+        RequireUnchanged(turn);
         KeepTarget(turn);
     }
     // Nothing may fail after the file is in place: the caller would believe that the old one is still there.
@@ -130,6 +146,7 @@ void RestoredFile::LockTarget(const FileTurn& turn, FileLock& lock, bool& is_rea
     for (int i = 0; i < kAttempts; ++i) {
         const FileStamp before = FileSystem::Get().ReadStamp(target_);
         if (HasLog(target_)) {
+            RequireUnchanged(turn);
             FoldLog(target_);
         }
         const FileStamp folded = FileSystem::Get().ReadStamp(target_);

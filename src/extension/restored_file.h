@@ -30,6 +30,9 @@ class RestoredFile : nbx::noncopyable {
     void ReplaceTarget(FileTurn& turn);
 
   private:
+    /** The turn may have looked at the target minutes ago. Throws when the name means another file by now, or
+        one more: its log is not to be touched. */
+    void RequireUnchanged(const FileTurn& turn) const;
     /** Writes the target's log into it (checkpoint) and takes the lock on it; sets `is_readable`. */
     void LockTarget(const FileTurn& turn, FileLock& lock, bool& is_readable) const;
     /** `old` is the target, or -1 when there is none. */

@@ -177,6 +177,32 @@ class RestoreBesideAWriter : public RestoreKill {
     std::optional<SecondProcess> restore;
 };
 
+TEST_F(RestoreBesideAWriter, LeavesTheLogOfAFileThatWasRenamedDuringTheImport) {
+    const std::string renamed = Path("target/renamed.db");
+    Start("imported");
+    fs::rename(target, renamed);
+    EXPECT_EQ(Continue(), Refusal(target, "Can not be dropped. Another file has taken its place."));
+    EXPECT_FALSE(fs::exists(target));
+    ASSERT_TRUE(fs::exists(target + ".wal"));
+    fs::rename(target + ".wal", renamed + ".wal");
+    EXPECT_EQ(QueryText(*host.Opened(renamed), "SELECT count(*) FROM r"), std::to_string(committed));
+}
+
+TEST_F(RestoreBesideAWriter, LeavesADatabaseThatAProcessCreatesDuringTheImport) {
+    fs::remove(target);
+    fs::remove(target + ".wal");
+    Start("imported");
+    int last = 0;
+    {
+        SecondProcess writer({COMMIT_WRITER, target});
+        last = CommitRows(writer);
+        EXPECT_EQ(Continue(), Refusal(target, "Can not be dropped. Another file has taken its place."));
+        writer.Kill();
+    }
+    EXPECT_FALSE(fs::exists(target + ".unreadable.wal"));
+    EXPECT_GE(std::stoi(QueryText(*host.Opened(target), "SELECT count(*) FROM r")), last);
+}
+
 TEST_F(RestoreBesideAWriter, FoldsALogThatAProcessLeavesBeforeTheLock) {
     for (const std::string stage : {"folded", "unlocked"}) {
         PrepareTarget();

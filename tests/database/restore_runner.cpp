@@ -1,8 +1,8 @@
 // Restores a database once: restore_runner FILE FOLDER [STAGE [wait]] Prints a line before it begins and one
-// at the end: `end`, or the error. With a STAGE it kills itself there: `unfolded`, `opened` and `folded`
-// before, during and after writing the old log into its file; `unlocked` before it locks the old file;
-// `unplaced` and `placed` before and after the new file takes the place of the old one. With `wait` it prints
-// the stage instead, each time, and waits for a line.
+// at the end: `end`, or the error. With a STAGE it kills itself there: `imported` when the new database has
+// been closed; `unfolded`, `opened` and `folded` before, during and after writing the old log into its file;
+// `unlocked` before it locks the old file; `unplaced` and `placed` before and after the new file takes the
+// place of the old one. With `wait` it prints the stage instead, each time, and waits for a line.
 
 #include <duckdb.h>
 #include <fcntl.h>
@@ -63,9 +63,7 @@ duckdb_state __wrap_duckdb_open_ext(const char* path, duckdb_database* out, duck
 
 void __wrap_duckdb_close(duckdb_database* engine) {
     __real_duckdb_close(engine);
-    if (gIsFolding) {
-        Reach("folded");
-    }
+    Reach(gIsFolding ? "folded" : "imported");
 }
 
 int __wrap_rename(const char* from, const char* to) {
