@@ -1,3 +1,6 @@
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
@@ -68,6 +71,22 @@ std::string ExportSql(const std::string& folder) {
            "' ( FORMAT PARQUET, COMPRESSION ZSTD, ROW_GROUP_SIZE 100_000, PARQUET_VERSION V2 )";
 }
 
+void SyncOne(const std::string& path) {
+    const int descriptor = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (descriptor < 0 || fsync(descriptor) != 0) {
+        Die("backup, bare: cannot be synchronised");
+    }
+    close(descriptor);
+}
+
+/** DuckDB does not wait for the disk. */
+void Sync(const std::string& folder) {
+    for (const auto& entry : std::filesystem::directory_iterator(folder)) {
+        SyncOne(entry.path());
+    }
+    SyncOne(folder);
+}
+
 nbx::smart_ptr<nbx::I_Location> At(const std::string& path) {
     return nbx::CreateLocation(nbx::String(path.c_str()));
 }
@@ -102,6 +121,7 @@ Group MakeBackupGroup(const Options& options) {
     const auto run_bare = [=] {
         const BareDuckDB duckdb(source, BareDuckDB::Access::writing, 0);
         duckdb.Run(ExportSql(folder + "/bare/export"));
+        Sync(folder + "/bare/export");
         return rows;
     };
     const auto run_module = [=] {

@@ -42,7 +42,12 @@ void WriteExportManifest(const std::string& folder, const std::vector<ExportedTa
                                       {"rows", rows[i]}});
     }
     const fs::path part = fs::path(folder) / (std::string(kExportManifest) + ".part");
-    std::ofstream(part, std::ios::binary) << manifest.dump(2) << "\n";
+    std::ofstream file(part, std::ios::binary);
+    file << manifest.dump(2) << "\n";
+    file.close();
+    if (!file) {
+        throw std::runtime_error(fmt::format("{} cannot be written.", part.string()));
+    }
     fs::rename(part, fs::path(folder) / kExportManifest);
 }
 

@@ -78,7 +78,8 @@ class NBX_API I_DuckDBDatabase : public I_Unknown {
         them, and both operations close an open object first. */
     virtual void put_Options(const DuckDBDatabaseOptions& options) = 0;
     /** Creates and opens a new database. An existing file is deleted first, unless other objects have it
-        open: then this object shares it. Closes the object first. */
+        open: then this object shares it. Options, storage version and block size that no file can have are
+        refused before that. Closes the object first. */
     virtual void Create() = 0;
     /** Opens an existing database. If it cannot be opened for writing it is silently opened for reading;
         check `get_IsReadOnly`. Closes the object first. */
@@ -91,7 +92,8 @@ class NBX_API I_DuckDBDatabase : public I_Unknown {
     virtual void Drop() = 0;
     /** Exports the database as Parquet files into a new folder. It is created inside the server's backup
         folder if the host has set one (`gServerBackupLocation`), otherwise inside `folder`, or inside the
-        folder "Backup" beside the database if `folder` is null. */
+        folder "Backup" beside the database if `folder` is null. Returns when the disk holds all of it. An
+        export into a folder that has one already replaces it; if it fails, neither can be restored. */
     virtual void Backup(smart_ptr<I_Location> folder) = 0;
     /** Returns a statement with a copy of the text, which is parsed when it is first prepared. The caller
         owns the reference. */
