@@ -82,9 +82,9 @@ def build(preset, program):
 
 
 def last_words(output):
-    """The line that says what is wrong."""
+    """The line that says what is wrong, without the folder of the copy."""
     marks = ("ERROR: ", "runtime error: ", "WARNING: ThreadSanitizer", "error: ")
-    lines = [line.strip() for line in output.splitlines()]
+    lines = [line.strip().replace(f"{COPY}/", "") for line in output.splitlines()]
     # A test's name may contain the last word.
     found = [line for line in lines if any(mark in line for mark in marks) or line.endswith(": Failure")]
     return found[0][:160] if found else "it failed"

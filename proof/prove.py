@@ -47,9 +47,9 @@ def environment(preset, variables):
 
 
 def read_output(output):
-    """Passed tests, and the lines with figures."""
+    """Passed tests, and the lines with figures, without the folder of the tree."""
     passed = re.findall(r"^\[  PASSED  \] (\d+) test", output, re.MULTILINE)
-    figures = [line.strip() for line in output.splitlines() if FIGURE.match(line)]
+    figures = [line.strip().replace(f"{ROOT}/", "") for line in output.splitlines() if FIGURE.match(line)]
     return sum(map(int, passed)), figures[:MOST_FIGURES]
 
 

@@ -96,6 +96,10 @@ class Stages(unittest.TestCase):
         output = "Note: Google Test filter = x1\n[==========] Running 2 tests\n8 kills, 3 snapshots\n[  PASSED  ] 2 tests.\nno number\n"
         self.assertEqual(prove.read_output(output), (2, ["8 kills, 3 snapshots"]))
 
+    def test_records_hold_no_folder_of_this_machine(self):
+        self.assertEqual(prove.read_output(f"{prove.ROOT}/tests/a.cpp:7: Failure\n")[1], ["tests/a.cpp:7: Failure"])
+        self.assertEqual(bites.last_words(f"{bites.COPY}/tests/a.cpp:7: Failure\n"), "tests/a.cpp:7: Failure")
+
 
 class Fuzzing(unittest.TestCase):
     def test_a_crash_belongs_to_the_first_frame_that_is_no_library_of_the_system(self):
