@@ -1,6 +1,7 @@
 #include "extension/restore_snapshot.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 
 #include <exception>
 #include <stdexcept>
@@ -44,20 +45,33 @@ class OpenSnapshot : nbx::noncopyable {
         descriptor_ = OpenDescriptor(path_, O_RDONLY);
     }
     ~OpenSnapshot() {
+        const EngineLockScope lock;
         try {
-            const EngineLockScope lock;
             const FileTurn turn(EngineFiles::Get(), path_);
-            if (turn.get_UserCount() == 0) {
-                descriptor_.Close();
-            }
-        } catch (const std::exception&) {  // Whether a database has opened the file meanwhile is unknown.
+            CloseUnlessInUse();
+        } catch (const std::exception&) {  // No memory to keep others from opening it at this very moment.
+            CloseUnlessInUse();
         }
-        // Left open where closing it would cost a database its lock.
-        descriptor_.Release();
     }
     int get_Descriptor() const noexcept { return descriptor_.get(); }
 
   private:
+    /** Where a database has opened the file meanwhile, it stays open for as long as the process lives. */
+    void CloseUnlessInUse() noexcept {
+        EngineFiles::Get().Visit(
+            [](void* context, const nbx::OpenEngine& engine) {
+                auto& snapshot = *static_cast<Descriptor*>(context);
+                struct stat ours {};
+                struct stat of_engine {};
+                if (fstat(snapshot.get(), &ours) == 0 && stat(engine.path, &of_engine) == 0 &&
+                    ours.st_dev == of_engine.st_dev && ours.st_ino == of_engine.st_ino) {
+                    snapshot.Release();
+                }
+            },
+            &descriptor_);
+        descriptor_.Close();
+    }
+
     const std::string& path_;
     Descriptor descriptor_;
 };
