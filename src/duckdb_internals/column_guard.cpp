@@ -87,13 +87,9 @@ Finder::Rows Finder::FindDecimals(Vector& vector, idx_t count) {
 }
 
 Finder::Rows Finder::FindVariants(Vector& vector, idx_t count) {
-    // DuckDB would read the missing parts of an incomplete VARIANT type.
-    if (!version::HasTypeInfo(vector.GetType())) {
-        return FindRows(vector, count, [](idx_t) { return false; });
-    }
-    duckdb::RecursiveUnifiedVectorFormat format;
-    version::ToUnifiedFormat(vector, count, format);
-    return FindRows(vector, count, [&](idx_t row) { return IsReadableVariant(format, row); });
+    Rows found = FindUnreadableVariants(vector, count);
+    is_found_ = is_found_ || !found.empty();
+    return found;
 }
 
 Finder::Rows Finder::FindLists(Vector& vector, idx_t count) {

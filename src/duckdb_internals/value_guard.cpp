@@ -9,6 +9,7 @@
 
 #include "duckdb_internals/out_of_memory.h"
 #include "duckdb_internals/version_differences.h"
+#include "duckdb_internals/version_vectors.h"
 
 namespace mduckdb {
 
@@ -25,6 +26,7 @@ constexpr uint8_t kMostBitPadding = 7;
 constexpr idx_t kBignumHeader = 3;
 
 bool IsReadable(const Value& value);
+bool IsReadableVariant(const duckdb::RecursiveUnifiedVectorFormat& variants, idx_t row);
 
 bool AreReadable(const duckdb::vector<Value>& values) {
     for (const auto& value : values) {
@@ -145,6 +147,18 @@ bool IsReadablePart(const duckdb::UnifiedVariantVectorData& variant, idx_t row, 
     }
 }
 
+/** The VARIANT in this row, which is not NULL. */
+bool IsReadableVariant(const duckdb::RecursiveUnifiedVectorFormat& variants, idx_t row) {
+    const duckdb::UnifiedVariantVectorData variant(variants);
+    const auto part_count = static_cast<uint32_t>(variant.GetValuesListEntry(row).length);
+    for (uint32_t part = 0; part < part_count; ++part) {
+        if (!IsReadablePart(variant, row, part)) {
+            return false;
+        }
+    }
+    return true;
+}
+
 /** Without the parts of a nested type. False for types that this list does not know, such as those of a later
     DuckDB. */
 bool HasReadableValues(LogicalTypeId type) {
@@ -235,15 +249,20 @@ bool IsReadable(duckdb_value value) {
     }
 }
 
-bool IsReadableVariant(const duckdb::RecursiveUnifiedVectorFormat& variants, idx_t row) {
-    const duckdb::UnifiedVariantVectorData variant(variants);
-    const auto part_count = static_cast<uint32_t>(variant.GetValuesListEntry(row).length);
-    for (uint32_t part = 0; part < part_count; ++part) {
-        if (!IsReadablePart(variant, row, part)) {
-            return false;
+std::vector<bool> FindUnreadableVariants(duckdb::Vector& variants, idx_t count) {
+    const bool is_complete = version::HasTypeInfo(variants.GetType());
+    duckdb::RecursiveUnifiedVectorFormat format;
+    if (is_complete) {
+        version::ToUnifiedFormat(variants, count, format);
+    }
+    std::vector<bool> found;
+    for (idx_t row = 0; row < count; ++row) {
+        if (!duckdb::FlatVector::IsNull(variants, row) && !(is_complete && IsReadableVariant(format, row))) {
+            found.resize(count);
+            found[row] = true;
         }
     }
-    return true;
+    return found;
 }
 
 bool IsEveryValueReadable(const duckdb::LogicalType& type) {

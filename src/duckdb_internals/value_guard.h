@@ -3,10 +3,11 @@
 #include <duckdb.h>
 
 #include <cstdint>
+#include <vector>
 
 namespace duckdb {
 struct LogicalType;
-struct RecursiveUnifiedVectorFormat;
+class Vector;
 }  // namespace duckdb
 
 /* Numbers that DuckDB stores in a type that does not allow them. When DuckDB reads such a value or converts
@@ -44,8 +45,9 @@ bool IsValidStoredBignum(const uint8_t* data, idx_t size) noexcept;
     `std::bad_alloc`. */
 bool IsReadable(duckdb_value value);
 
-/** Whether DuckDB can convert the VARIANT in this row, which is not NULL, to text. */
-bool IsReadableVariant(const duckdb::RecursiveUnifiedVectorFormat& variants, idx_t row);
+/** The VARIANTs of a flat vector that cannot be converted to text: a bit for each row, none when there are no
+    such rows. */
+std::vector<bool> FindUnreadableVariants(duckdb::Vector& variants, idx_t count);
 
 /** Whether values of the type can be converted to text without looking at each of them. */
 bool IsEveryValueReadable(const duckdb::LogicalType& type);
