@@ -165,7 +165,10 @@ static void test_hostile_nested(void) {
         test_hostile_table("n", kTypes[i]);
     }
     test_hostile_table("h", "BIT");
-    test_hostile_cells("hostile.parquet", call_procedure("fetch_parquet", 1, make_text("hostile.parquet")));
+    test_cursor* cursor = call_procedure("fetch_parquet", 1, make_text("hostile.parquet"));
+    if (cursor != NULL || strstr(gLog.report, "TIME values must be within a day") == NULL) {
+        test_hostile_cells("hostile.parquet", cursor); /* DuckDB 2.0 refuses such a file */
+    }
 }
 
 void test_foreign_types(void) {

@@ -50,7 +50,8 @@ class OwnExport {
         }
         return text;
     }
-    void Set(const std::string& setting) { engine_.Query("SET " + setting); }
+    void Run(const std::string& sql) { engine_.Query(sql); }
+    void Set(const std::string& setting) { Run("SET " + setting); }
     std::string TypeOf(const std::string& expression) {
         return engine_.QueryText("SELECT typeof(" + expression + ")").value_or("");
     }
@@ -124,17 +125,22 @@ TEST_F(ArrowTypes, OfAVariantAreItsJsonText) {
 
 TEST_F(ArrowTypes, OfAVariantAreNullWhereDuckDBMustNotReadIt) {
     const TempFolder folder;
-    const std::string file = "'" + (folder / "times.parquet") + "'";
+    const std::string attach = "ATTACH '" + (folder / "times.duckdb") + "' AS file";
     {
         TestEngine engine;
         StoreHarmfulTime(engine);
-        engine.Query("COPY (FROM times UNION ALL SELECT TIME '12:00') TO " + file);
+        engine.Query(attach);
+        engine.Query("CREATE TABLE file.times AS FROM times UNION ALL SELECT TIME '12:00'");
+        engine.Query("DETACH file");
     }
-    ExpectAsDuckDB("SELECT t::VARIANT AS v, [t::VARIANT] AS l, {'t': t, 'n': 1::VARIANT} AS s FROM " + file,
-                   "SELECT CASE WHEN is_sound THEN '\"12:00:00\"'::JSON END AS v, "
-                   "CASE WHEN is_sound THEN ['\"12:00:00\"'::JSON] END AS l, {'t': t, 'n': '1'::JSON} AS s "
-                   "FROM (SELECT t, t = TIME '12:00' AS is_sound FROM " +
-                       file + ")");
+    const std::string read_only = attach + " (READ_ONLY)";
+    database_->SqlExecute(FromUtf8(read_only), nullptr);
+    own_.Run(read_only);
+    ExpectAsDuckDB(
+        "SELECT t::VARIANT AS v, [t::VARIANT] AS l, {'t': t, 'n': 1::VARIANT} AS s FROM file.times",
+        "SELECT CASE WHEN is_sound THEN '\"12:00:00\"'::JSON END AS v, "
+        "CASE WHEN is_sound THEN ['\"12:00:00\"'::JSON] END AS l, {'t': t, 'n': '1'::JSON} AS s "
+        "FROM (SELECT t, t = TIME '12:00' AS is_sound FROM file.times)");
 }
 
 TEST_F(ArrowTypes, NestInRowsOfSeveralChunks) {
