@@ -6,6 +6,7 @@
 #include <duckdb/common/types/vector.hpp>
 #include <duckdb/function/scalar/variant_utils.hpp>
 #include <limits>
+#include <optional>
 
 #include "duckdb_internals/out_of_memory.h"
 #include "duckdb_internals/version_differences.h"
@@ -26,7 +27,7 @@ constexpr uint8_t kMostBitPadding = 7;
 constexpr idx_t kBignumHeader = 3;
 
 bool IsReadable(const Value& value);
-bool IsReadableVariant(const duckdb::RecursiveUnifiedVectorFormat& variants, idx_t row);
+bool IsReadableVariant(const duckdb::UnifiedVariantVectorData& variant, idx_t row);
 
 bool AreReadable(const duckdb::vector<Value>& values) {
     for (const auto& value : values) {
@@ -62,7 +63,7 @@ bool IsReadableVariantValue(const Value& value) {
     duckdb::Vector vector = version::MakeVector(value);
     duckdb::RecursiveUnifiedVectorFormat format;
     version::ToUnifiedFormat(vector, 1, format);
-    return IsReadableVariant(format, 0);
+    return IsReadableVariant(duckdb::UnifiedVariantVectorData(format), 0);
 }
 
 template <bool (*IsValid)(const uint8_t*, idx_t)>
@@ -148,8 +149,7 @@ bool IsReadablePart(const duckdb::UnifiedVariantVectorData& variant, idx_t row, 
 }
 
 /** The VARIANT in this row, which is not NULL. */
-bool IsReadableVariant(const duckdb::RecursiveUnifiedVectorFormat& variants, idx_t row) {
-    const duckdb::UnifiedVariantVectorData variant(variants);
+bool IsReadableVariant(const duckdb::UnifiedVariantVectorData& variant, idx_t row) {
     const auto part_count = static_cast<uint32_t>(variant.GetValuesListEntry(row).length);
     for (uint32_t part = 0; part < part_count; ++part) {
         if (!IsReadablePart(variant, row, part)) {
@@ -252,12 +252,14 @@ bool IsReadable(duckdb_value value) {
 std::vector<bool> FindUnreadableVariants(duckdb::Vector& variants, idx_t count) {
     const bool is_complete = version::HasTypeInfo(variants.GetType());
     duckdb::RecursiveUnifiedVectorFormat format;
+    std::optional<duckdb::UnifiedVariantVectorData> variant;
     if (is_complete) {
         version::ToUnifiedFormat(variants, count, format);
+        variant.emplace(format);
     }
     std::vector<bool> found;
     for (idx_t row = 0; row < count; ++row) {
-        if (!duckdb::FlatVector::IsNull(variants, row) && !(is_complete && IsReadableVariant(format, row))) {
+        if (!duckdb::FlatVector::IsNull(variants, row) && !(variant && IsReadableVariant(*variant, row))) {
             found.resize(count);
             found[row] = true;
         }
