@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <string>
 
+#include "base/descriptor.h"
 #include "nbx/open_files.h"
 #include "nbx/unknown.h"
 
@@ -96,22 +97,20 @@ std::string NameLockHolder(std::string text, const FileLook& file);
     of the file fails in every process while it is held. */
 class FileLock : nbx::noncopyable {
   public:
-    FileLock() = default;
-    ~FileLock();
     /** False and the reason when another process has the file open, or when it is neither a DuckDB database
        nor empty. The caller has the file's turn, and no engine of this process has it open. */
     bool Take(const FileLook& file, std::string& reason);
     FileContent get_Content() const { return content_; }
     /** The descriptor that has the lock. */
-    int get_Descriptor() const { return descriptor_; }
-    void Release() noexcept;
+    int get_Descriptor() const { return descriptor_.get(); }
+    void Release() noexcept { descriptor_.Close(); }
 
   private:
     bool TryTake(const FileLook& file, std::string& reason);
     /** Whether the opened file is the one that was checked, and is still there. */
     bool IsAt(const FileLook& file) const;
 
-    int descriptor_ = -1;
+    Descriptor descriptor_;
     FileContent content_ = FileContent::unreadable;
 };
 

@@ -12,6 +12,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "base/descriptor.h"
 #include "base/folders.h"
 #include "base/open_duckdb.h"
 #include "engines/configuration.h"
@@ -45,10 +46,9 @@ bool IsSameLog(const FileStamp& one, const FileStamp& other) {
 
 /** Makes the rename durable: names are stored in the folder. */
 void FlushFolder(const std::string& folder) noexcept {
-    const int descriptor = open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (descriptor >= 0) {
-        fsync(descriptor);
-        close(descriptor);
+    const Descriptor opened(open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (opened.get() >= 0) {
+        fsync(opened.get());
     }
 }
 
