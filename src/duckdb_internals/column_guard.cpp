@@ -23,13 +23,6 @@ bool IsReadableBytes(const duckdb::string_t& text) {
     return IsValid(reinterpret_cast<const uint8_t*>(text.GetData()), text.GetSize());
 }
 
-duckdb_hugeint Widen(int64_t number) {
-    return {static_cast<uint64_t>(number), number < 0 ? -1 : 0};
-}
-duckdb_hugeint Widen(const duckdb::hugeint_t& number) {
-    return {number.lower, number.upper};
-}
-
 /** Finds the rows of a column that hold a value which DuckDB must not convert to text. */
 class Finder {
   public:

@@ -54,9 +54,9 @@ bool AreReadableChildren(const Value& value) {
 }
 
 bool IsReadableDecimalValue(const Value& value) {
-    const duckdb::hugeint_t number = duckdb::IntegralValue::Get(value);
     return IsReadableDecimal(duckdb::DecimalType::GetWidth(value.type()),
-                             duckdb::DecimalType::GetScale(value.type()), {number.lower, number.upper});
+                             duckdb::DecimalType::GetScale(value.type()),
+                             Widen(duckdb::IntegralValue::Get(value)));
 }
 
 bool IsReadableVariantValue(const Value& value) {
@@ -95,13 +95,6 @@ bool IsReadable(const Value& value) {
         default:
             return AreReadableChildren(value);
     }
-}
-
-duckdb_hugeint Widen(int64_t number) {
-    return {static_cast<uint64_t>(number), number < 0 ? -1 : 0};
-}
-duckdb_hugeint Widen(const duckdb::hugeint_t& number) {
-    return {number.lower, number.upper};
 }
 
 template <bool (*IsValid)(const uint8_t*, idx_t)>
@@ -221,6 +214,10 @@ bool IsValidDecimal(uint8_t width, uint8_t scale, duckdb_hugeint value) noexcept
     const duckdb::hugeint_t number(value.upper, value.lower);
     const duckdb::hugeint_t& bound = duckdb::Hugeint::POWERS_OF_TEN[width];
     return number < bound && -bound < number;
+}
+
+duckdb_hugeint Widen(const duckdb::hugeint_t& number) noexcept {
+    return {number.lower, number.upper};
 }
 
 bool IsReadableDecimal(uint8_t width, uint8_t scale, duckdb_hugeint value) noexcept {

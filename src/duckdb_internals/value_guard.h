@@ -7,6 +7,7 @@
 
 namespace duckdb {
 struct LogicalType;
+struct hugeint_t;  // NOLINT(readability-identifier-naming): DuckDB's name
 class Vector;
 }  // namespace duckdb
 
@@ -29,6 +30,11 @@ bool IsValidTimeTz(int64_t micros, int32_t offset) noexcept;
 bool IsValidTimeTzBits(uint64_t bits) noexcept;
 /** Width 1 to 38, scale not above it, and no more digits than the width. */
 bool IsValidDecimal(uint8_t width, uint8_t scale, duckdb_hugeint value) noexcept;
+/** A number of a DECIMAL as these functions take it. */
+inline duckdb_hugeint Widen(int64_t number) noexcept {
+    return {static_cast<uint64_t>(number), number < 0 ? -1 : 0};
+}
+duckdb_hugeint Widen(const duckdb::hugeint_t& number) noexcept;
 /** Whether DuckDB can convert the number to text. It also reads one with more digits than the width, which
     files of other programs contain, but cannot format one without a place before the point, nor the one that
     has no opposite. */
