@@ -53,7 +53,7 @@ BITES = (
          "int64_t{1} << 54;", "dev", "duckdb_internals_tests", "DecimalDouble*", stage="release"),
     Bite("result that ends early", "src/objects/duckdb_cursor_server.cpp", "row_in_chunk_ + 1 >= cells_.get_RowCount()) {",
          "row_in_chunk_ + 2 >= cells_.get_RowCount()) {", "dev", "cursor_tests", "ServerCursor*:*BothCursors*", stage="release"),
-    Bite("dropped lock", "src/engines/file_lock.cpp", "} else if (fcntl(descriptor_, F_OFD_SETLK, &lock) != 0) {",
+    Bite("dropped lock", "src/engines/file_lock.cpp", "} else if (fcntl(descriptor_.get(), F_OFD_SETLK, &lock) != 0) {",
          "} else if (lock.l_type == F_UNLCK) {", "dev", "database_test", "SecondProcess*:OneFile*", stage="release"),
     Bite("slow path", "src/values/host_value_walk.h", "return repeated_size_ <= kMostRepeated;",
          "return repeated_size_ <= 20 * kMostRepeated;", "dev", "statement_faults_tests", "*RepeatsALongText*", stage="release"),
