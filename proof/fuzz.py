@@ -22,9 +22,16 @@ LONGEST_INPUT_SECONDS = 20
 # On the clock: nothing goes on any more.
 HANGS_AFTER_SECONDS = 300
 MOST_MEGABYTES = 2500
+# What passes the limit in small parts is looked for by its largest part.
+LARGE_PART_MEGABYTES = 100
 # A target that fails at once again and again is left.
 MOST_FINDINGS = 20
 CANNOT_BE_REPEATED = "cannot be repeated"
+# As place_of() names it where no stack was printed.
+OUT_OF_MEMORY = ("libFuzzer: out-of-memory", False)
+# DuckDB's threads hold memory from one input to the next, for which libFuzzer would stop them all and search for leaks after
+# most inputs: some of the fuzzers then run one input a second. The search at the end of the program stays.
+LEAKS_AT_EXIT = "-detect_leaks=0"
 # A frame of a sanitizer's stack, with the function and the file or library that it is in.
 FRAME = re.compile(r"^\s+#\d+ 0x[0-9a-f]+ (?:in )?(.*)$", re.MULTILINE)
 
@@ -37,8 +44,8 @@ def bytes_of(target):
     return MOST_BYTES.get(target, COMMON_BYTES)
 
 
-def limits(target):
-    return [f"-max_len={bytes_of(target)}", f"-timeout={HANGS_AFTER_SECONDS}", f"-rss_limit_mb={MOST_MEGABYTES}"]
+def limits(target, memory=(f"-rss_limit_mb={MOST_MEGABYTES}",)):
+    return [f"-max_len={bytes_of(target)}", f"-timeout={HANGS_AFTER_SECONDS}", *memory]
 
 
 def call(target, arguments, environment):
@@ -75,14 +82,18 @@ def judge(target, finding, environment):
     """Runs a finding again, by itself."""
     status, output, processor = call(target, [*limits(target), finding], environment)
     if status != 0:
-        return place_of(output)
+        place = place_of(output)
+        if place != OUT_OF_MEMORY:
+            return place
+        # The limit of the whole process tells nothing about who passed it.
+        _, output, _ = call(target, [*limits(target, ("-rss_limit_mb=0", f"-malloc_limit_mb={LARGE_PART_MEGABYTES}")), finding], environment)
+        return place_of(output) if "libFuzzer: out-of-memory" in output else place
     return (f"takes more than {LONGEST_INPUT_SECONDS} s" if processor > LONGEST_INPUT_SECONDS else CANNOT_BE_REPEATED, False)
 
 
 def coverage(target, folders, environment):
     """Branches that the inputs reach."""
-    # The search for leaks, which stops all threads each time, was done when the inputs were found.
-    _, output, _ = call(target, ["-runs=0", "-detect_leaks=0", *limits(target), *folders], environment)
+    _, output, _ = call(target, ["-runs=0", LEAKS_AT_EXIT, *limits(target), *folders], environment)
     found = re.findall(r"INITED cov: (\d+)", output)
     return int(found[-1]) if found else 0
 
@@ -94,21 +105,25 @@ def run_target(target, seconds, environment):
     before = coverage(target, [CORPUS / target, work], environment)
     start = time.monotonic()
     executions, used = 0, 0.0
+    places = {}
     for _ in range(MOST_FINDINGS):
         left = round(seconds - (time.monotonic() - start))
         if left <= 0:
             break
         # A finding ends the program; the next one goes on from what the earlier ones collected.
-        _, output, processor = call(target, [*limits(target), f"-max_total_time={left}", "-print_final_stats=1",
+        _, output, processor = call(target, [*limits(target), LEAKS_AT_EXIT, f"-max_total_time={left}", "-print_final_stats=1",
                                              f"-artifact_prefix={findings}/", work, CORPUS / target], environment)
         executions += sum(map(int, re.findall(r"^stat::number_of_executed_units: (\d+)", output, re.MULTILINE)))
         used += processor
         # What cannot be repeated can be told only from what it printed.
         if "Test unit written to" in output or "ERROR: " in output:
-            (findings.parent / f"{target}.{time.time_ns()}.log").write_text(output)
+            log = findings.parent / f"{target}.{time.time_ns()}.log"
+            log.write_text(output)
+            if "ERROR: LeakSanitizer" in output:
+                # Any of the inputs may have left it, and what DuckDB allocated may have been ours to release.
+                places.setdefault((f"leak: {place_of(output)[0]}", False), []).append(log.name)
     spent = round(time.monotonic() - start, 1)
     after = coverage(target, [CORPUS / target, work], environment)
-    places = {}
     for finding in sorted(findings.iterdir()):
         places.setdefault(judge(target, finding, environment), []).append(finding.name)
     own = [place for (place, is_duckdb) in places if not is_duckdb and place != CANNOT_BE_REPEATED]
@@ -127,7 +142,7 @@ def minimise(chosen, environment):
         shutil.rmtree(small, ignore_errors=True)
         small.mkdir(parents=True)
         sources = [folder for folder in (CORPUS / target, WORK / target) if folder.exists()]
-        status, output, _ = call(target, ["-merge=1", "-detect_leaks=0", *limits(target), small, *sources], environment)
+        status, output, _ = call(target, ["-merge=1", LEAKS_AT_EXIT, *limits(target), small, *sources], environment)
         if status != 0 or not any(small.iterdir()):
             print(f"{target}: left as it was: {output[-300:]}")
             continue

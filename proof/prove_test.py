@@ -121,6 +121,22 @@ class Fuzzing(unittest.TestCase):
             with unittest.mock.patch.object(fuzz, "call", return_value=(0, "", seconds)):
                 self.assertEqual(fuzz.judge("a", "finding", {}), (place, False))
 
+    def test_memory_without_a_place_is_that_of_its_largest_part(self):
+        over = "SUMMARY: libFuzzer: out-of-memory\n"
+        part = "    #0 0x7 in duckdb::Copy() (/c/lib/libduckdb.so+0x1)\n" + over
+        for second, place in ((part, ("duckdb::Copy()", True)), ("", fuzz.OUT_OF_MEMORY), (over, fuzz.OUT_OF_MEMORY)):
+            with unittest.mock.patch.object(fuzz, "call", side_effect=[(71, over, 1), (0, second, 1)]):
+                self.assertEqual(fuzz.judge("a", "finding", {}), place)
+
+    def test_memory_that_is_lost_when_a_fuzzer_ends_is_a_finding_wherever_it_was_allocated(self):
+        leak = "==1==ERROR: LeakSanitizer: detected memory leaks\n" + CRASH_IN_DUCKDB + "stat::number_of_executed_units: 9\n"
+        with tempfile.TemporaryDirectory() as folder, \
+                unittest.mock.patch.multiple(fuzz, WORK=pathlib.Path(folder, "work"), FINDINGS=pathlib.Path(folder, "findings"), MOST_FINDINGS=1), \
+                unittest.mock.patch.object(fuzz, "call", return_value=(1, leak, 1)):
+            entry = fuzz.run_target("a", 10, {})
+        self.assertFalse(entry["passed"])
+        self.assertRegex(entry["figures"][0], r"^finding: leak: duckdb::Read\(int\): a\.\d+\.log$")
+
     def test_a_wrong_outcome_is_never_duckdbs(self):
         self.assertEqual(fuzz.place_of("fuzz: wrong outcome: rows\n" + CRASH_IN_DUCKDB), ("rows", False))
 
