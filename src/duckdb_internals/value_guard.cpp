@@ -26,8 +26,85 @@ constexpr uint8_t kWidestDecimal = 38;
 constexpr uint8_t kMostBitPadding = 7;
 constexpr idx_t kBignumHeader = 3;
 
+template <bool (*IsValid)(const uint8_t*, idx_t)>
+bool IsReadableText(const duckdb::string_t& text) {
+    return IsValid(reinterpret_cast<const uint8_t*>(text.GetData()), text.GetSize());
+}
+
+bool IsReadableDecimalPart(const duckdb::VariantDecimalData& decimal) {
+    const auto width = static_cast<uint8_t>(decimal.width);
+    const auto scale = static_cast<uint8_t>(decimal.scale);
+    switch (decimal.GetPhysicalType()) {
+        case PhysicalType::INT16:
+            return IsReadableDecimal(width, scale, Widen(duckdb::Load<int16_t>(decimal.value_ptr)));
+        case PhysicalType::INT32:
+            return IsReadableDecimal(width, scale, Widen(duckdb::Load<int32_t>(decimal.value_ptr)));
+        case PhysicalType::INT64:
+            return IsReadableDecimal(width, scale, Widen(duckdb::Load<int64_t>(decimal.value_ptr)));
+        default:
+            return IsReadableDecimal(width, scale, Widen(duckdb::Load<duckdb::hugeint_t>(decimal.value_ptr)));
+    }
+}
+
+/** VARIANTs of rows that are not NULL. The kinds of their parts are read where DuckDB has them: its functions
+    find the row anew for each part. */
+class Variants {
+  public:
+    Variants(duckdb::Vector& vector, idx_t count)
+        : format_(vector, count),
+          data_(format_.unified),
+          kinds_(duckdb::UnifiedVariantVector::GetValuesTypeId(format_.unified)) {}
+
+    bool IsReadable(idx_t row) const {
+        const duckdb::list_entry_t parts = data_.GetValuesListEntry(row);
+        for (uint32_t part = 0; part < parts.length; ++part) {
+            const idx_t place = kinds_.sel->get_index(parts.offset + part);
+            if (!IsReadablePart(row, part, static_cast<Kind>(kinds_.data[place]))) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+  private:
+    using Kind = duckdb::VariantLogicalType;
+
+    bool IsReadablePart(idx_t row, uint32_t part, Kind kind) const;
+
+    struct Format {
+        Format(duckdb::Vector& vector, idx_t count) { version::ToUnifiedFormat(vector, count, unified); }
+        duckdb::RecursiveUnifiedVectorFormat unified;
+    };
+
+    const Format format_;
+    const duckdb::UnifiedVariantVectorData data_;
+    const duckdb::UnifiedVectorFormat& kinds_;
+};
+
+bool Variants::IsReadablePart(idx_t row, uint32_t part, Kind kind) const {
+    const auto bytes = [&] {
+        return duckdb::const_data_ptr_cast(data_.GetData(row).GetData()) + data_.GetByteOffset(row, part);
+    };
+    switch (kind) {
+        case Kind::TIME_MICROS:
+            return IsValidTime(version::UnitsOf(duckdb::Load<duckdb::dtime_t>(bytes())));
+        case Kind::TIME_NANOS:
+            return IsValidTimeNs(version::UnitsOf(duckdb::Load<duckdb::dtime_ns_t>(bytes())));
+        case Kind::TIME_MICROS_TZ:
+            return IsValidTimeTzBits(duckdb::Load<duckdb::dtime_tz_t>(bytes()).bits);
+        case Kind::DECIMAL:
+            return IsReadableDecimalPart(duckdb::VariantUtils::DecodeDecimalData(data_, row, part));
+        case Kind::BITSTRING:
+            return IsReadableText<IsValidBit>(duckdb::VariantUtils::DecodeStringData(data_, row, part));
+        case Kind::BIGNUM:
+            return IsReadableText<IsValidStoredBignum>(
+                duckdb::VariantUtils::DecodeStringData(data_, row, part));
+        default:  // an object or a list, whose parts are in the same sequence, or a value without a guard
+            return true;
+    }
+}
+
 bool IsReadable(const Value& value);
-bool IsReadableVariant(const duckdb::UnifiedVariantVectorData& variant, idx_t row);
 
 bool AreReadable(const duckdb::vector<Value>& values) {
     for (const auto& value : values) {
@@ -61,9 +138,7 @@ bool IsReadableDecimalValue(const Value& value) {
 
 bool IsReadableVariantValue(const Value& value) {
     duckdb::Vector vector = version::MakeVector(value);
-    duckdb::RecursiveUnifiedVectorFormat format;
-    version::ToUnifiedFormat(vector, 1, format);
-    return IsReadableVariant(duckdb::UnifiedVariantVectorData(format), 0);
+    return Variants(vector, 1).IsReadable(0);
 }
 
 template <bool (*IsValid)(const uint8_t*, idx_t)>
@@ -95,61 +170,6 @@ bool IsReadable(const Value& value) {
         default:
             return AreReadableChildren(value);
     }
-}
-
-template <bool (*IsValid)(const uint8_t*, idx_t)>
-bool IsReadableText(const duckdb::string_t& text) {
-    return IsValid(reinterpret_cast<const uint8_t*>(text.GetData()), text.GetSize());
-}
-
-bool IsReadableDecimalPart(const duckdb::VariantDecimalData& decimal) {
-    const auto width = static_cast<uint8_t>(decimal.width);
-    const auto scale = static_cast<uint8_t>(decimal.scale);
-    switch (decimal.GetPhysicalType()) {
-        case PhysicalType::INT16:
-            return IsReadableDecimal(width, scale, Widen(duckdb::Load<int16_t>(decimal.value_ptr)));
-        case PhysicalType::INT32:
-            return IsReadableDecimal(width, scale, Widen(duckdb::Load<int32_t>(decimal.value_ptr)));
-        case PhysicalType::INT64:
-            return IsReadableDecimal(width, scale, Widen(duckdb::Load<int64_t>(decimal.value_ptr)));
-        default:
-            return IsReadableDecimal(width, scale, Widen(duckdb::Load<duckdb::hugeint_t>(decimal.value_ptr)));
-    }
-}
-
-bool IsReadablePart(const duckdb::UnifiedVariantVectorData& variant, idx_t row, uint32_t part) {
-    using Kind = duckdb::VariantLogicalType;
-    const auto bytes = [&] {
-        return duckdb::const_data_ptr_cast(variant.GetData(row).GetData()) + variant.GetByteOffset(row, part);
-    };
-    switch (variant.GetTypeId(row, part)) {
-        case Kind::TIME_MICROS:
-            return IsValidTime(version::UnitsOf(duckdb::Load<duckdb::dtime_t>(bytes())));
-        case Kind::TIME_NANOS:
-            return IsValidTimeNs(version::UnitsOf(duckdb::Load<duckdb::dtime_ns_t>(bytes())));
-        case Kind::TIME_MICROS_TZ:
-            return IsValidTimeTzBits(duckdb::Load<duckdb::dtime_tz_t>(bytes()).bits);
-        case Kind::DECIMAL:
-            return IsReadableDecimalPart(duckdb::VariantUtils::DecodeDecimalData(variant, row, part));
-        case Kind::BITSTRING:
-            return IsReadableText<IsValidBit>(duckdb::VariantUtils::DecodeStringData(variant, row, part));
-        case Kind::BIGNUM:
-            return IsReadableText<IsValidStoredBignum>(
-                duckdb::VariantUtils::DecodeStringData(variant, row, part));
-        default:  // an object or a list, whose parts are in the same sequence, or a value without a guard
-            return true;
-    }
-}
-
-/** The VARIANT in this row, which is not NULL. */
-bool IsReadableVariant(const duckdb::UnifiedVariantVectorData& variant, idx_t row) {
-    const auto part_count = static_cast<uint32_t>(variant.GetValuesListEntry(row).length);
-    for (uint32_t part = 0; part < part_count; ++part) {
-        if (!IsReadablePart(variant, row, part)) {
-            return false;
-        }
-    }
-    return true;
 }
 
 /** Without the parts of a nested type. False for types that this list does not know, such as those of a later
@@ -248,15 +268,13 @@ bool IsReadable(duckdb_value value) {
 
 std::vector<bool> FindUnreadableVariants(duckdb::Vector& variants, idx_t count) {
     const bool is_complete = version::HasTypeInfo(variants.GetType());
-    duckdb::RecursiveUnifiedVectorFormat format;
-    std::optional<duckdb::UnifiedVariantVectorData> variant;
+    std::optional<Variants> readable;
     if (is_complete) {
-        version::ToUnifiedFormat(variants, count, format);
-        variant.emplace(format);
+        readable.emplace(variants, count);
     }
     std::vector<bool> found;
     for (idx_t row = 0; row < count; ++row) {
-        if (!duckdb::FlatVector::IsNull(variants, row) && !(variant && IsReadableVariant(*variant, row))) {
+        if (!duckdb::FlatVector::IsNull(variants, row) && !(readable && readable->IsReadable(row))) {
             found.resize(count);
             found[row] = true;
         }
