@@ -285,6 +285,9 @@ SharedEngine FileTurn::Open(const std::string& path, const Configuration& config
         error = reason ? reason.get() : "";
         if (is_file_ && file_->engines == nullptr) {
             error = NameLockHolder(std::move(error), look_);
+        } else if (is_file_) {
+            // DuckDB has closed what it had opened, and with it the readers' lock.
+            RenewReadLock(look_);
         }
         return nullptr;
     }

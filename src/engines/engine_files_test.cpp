@@ -1,6 +1,6 @@
 #include "engines/engine_files.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <chrono>
 #include <condition_variable>
@@ -9,10 +9,13 @@
 #include <mutex>
 #include <vector>
 
+#include "support/second_process.h"
 #include "support/temp_folder.h"
 
 namespace mduckdb {
 namespace {
+
+using ::testing::HasSubstr;
 
 struct Reading : Configuration {
     Reading() { SetAccessMode("READ_ONLY"); }
@@ -108,6 +111,18 @@ TEST_F(EngineFilesTest, AWriterIsRefusedWhileThereAreReaders) {
     EXPECT_EQ(error, "Cannot open file for writing: 1 reader of this process has it open");
     second.reset();
     EXPECT_NE(OpenWriter(path), nullptr) << error;
+}
+
+TEST_F(EngineFilesTest, AReaderThatCannotBeOpenedLeavesTheOthersTheirLock) {
+    ASSERT_EQ(RunElsewhere(path, "CREATE TABLE t AS SELECT 1 AS i"), "ok");
+    const SharedEngine reader = OpenReader(path);
+    ASSERT_THAT(TryOpenElsewhere(path, true), HasSubstr("Could not set lock"));
+    Reading small;
+    small.Set("memory_limit", "1KB");
+    ASSERT_EQ(FileTurn(files, path).OpenReader(path, small, error), nullptr);
+    ASSERT_THAT(error, HasSubstr("Out of Memory"));
+    EXPECT_THAT(TryOpenElsewhere(path, true), HasSubstr("Could not set lock"));
+    EXPECT_EQ(TryOpenElsewhere(path, false), "ok");
 }
 
 TEST_F(EngineFilesTest, AnIdleReaderIsReusedOnlyWithTheSameConfiguration) {

@@ -1,5 +1,6 @@
 #include "engines/file_system.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -7,6 +8,7 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <string_view>
 #include <vector>
 
@@ -149,20 +151,48 @@ FileContent ReadContent(int descriptor) {
     return kMark == std::string_view(bytes.data(), bytes.size()) ? FileContent::database : FileContent::other;
 }
 
-FileContent ReadContentWithoutOpening(const FileLook& file) {
+namespace {
+
+/** Calls `visit` with the descriptors that this process has on the file until it returns true. Another thread
+    may close one, and reuse its number, at any time: true says that the number meant the file afterwards too.
+ */
+template <class Visit>
+bool VisitDescriptors(const FileLook& file, Visit visit) {
     for (const int descriptor : ListDescriptors()) {
         const auto is_file = [&] {
             struct stat info {};
             return fstat(descriptor, &info) == 0 && S_ISREG(info.st_mode) && info.st_dev == file.device &&
                    info.st_ino == file.inode;
         };
-        // Another thread may close the descriptor, and reuse its number, while it is read.
-        const FileContent content = is_file() ? ReadContent(descriptor) : FileContent::unreadable;
-        if (content != FileContent::unreadable && is_file()) {
-            return content;
+        if (is_file() && visit(descriptor) && is_file()) {
+            return true;
         }
     }
-    return FileContent::unreadable;
+    return false;
+}
+
+}  // namespace
+
+FileContent ReadContentWithoutOpening(const FileLook& file) {
+    FileContent content = FileContent::unreadable;
+    const bool is_read = VisitDescriptors(file, [&](int descriptor) {
+        content = ReadContent(descriptor);
+        return content != FileContent::unreadable;
+    });
+    return is_read ? content : FileContent::unreadable;
+}
+
+bool RenewReadLock(const FileLook& file) noexcept {
+    try {
+        return VisitDescriptors(file, [](int descriptor) {
+            struct flock lock {};
+            lock.l_type = F_RDLCK;
+            lock.l_whence = SEEK_SET;
+            return fcntl(descriptor, F_SETLK, &lock) == 0;
+        });
+    } catch (const std::exception&) {  // no memory for the list
+        return false;
+    }
 }
 
 }  // namespace mduckdb

@@ -86,6 +86,11 @@ FileContent ReadContent(int descriptor);
     more would drop the process's lock on it. `unreadable` when there is none. */
 FileContent ReadContentWithoutOpening(const FileLook& file);
 
+/** Takes the lock of this process on a file that its engines read, through a descriptor of theirs: whoever
+    closes another descriptor of the file drops it. False when another process has locked the file meanwhile,
+    and where the system does not list descriptors. */
+bool RenewReadLock(const FileLook& file) noexcept;
+
 /** DuckDB's text for a file that another process has locked, with the name of that process where DuckDB found
     none: a lock of an open file description belongs to no process. No engine of this process has the file
     open. */
