@@ -75,7 +75,6 @@ class DatabaseLink : nbx::noncopyable {
 
     /** Interrupts what runs on the connection and on the side connections. */
     void Interrupt();
-    void ClearInterrupted() { connection_.ClearInterrupted(); }
     /** Throws `xInterruptError` when there was an interrupt since it was cleared or reported, and
        `xDuckDBError` when the time limit has cut the operation that runs. */
     void ThrowIfInterrupted();
@@ -90,9 +89,12 @@ class DatabaseLink : nbx::noncopyable {
                                   idx_t index, duckdb_prepared_statement* out_prepared) {
         return connection_.PrepareExtracted(connection, extracted, index, out_prepared);
     }
-    /** The result is compact if the database, or the script of so many statements, keeps many. */
+    /** The result is compact if the database, or the script of so many statements, keeps many. Throws
+       `xInterruptError` for an interrupt that came earlier in the call, while nothing ran that it could end.
+     */
     duckdb_state ExecutePrepared(duckdb_prepared_statement prepared, duckdb_result* out_result,
                                  uint64_t statements = 1) NBX_REQUIRES(gEngineLock) {
+        ThrowIfInterrupted();
         const duckdb_state state = connection_.ExecutePrepared(prepared, out_result);
         if (children_.CountResults() + statements > kFewResults) {
             duckdb_compact_result(out_result);

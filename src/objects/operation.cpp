@@ -37,10 +37,13 @@ std::string DescribeCut(uint64_t limit) {
     return "The time limit of " + std::to_string(limit) + " ms is over: the statement was cut";
 }
 
-Operation::Operation(DatabaseLink& link, CensusEntry* entry)
+Operation::Operation(DatabaseLink& link, CensusEntry* entry, Part part)
     : link_(link), entry_(entry), is_outermost_(link.operation_ == nullptr), limit_(link.get_TimeLimit()) {
     if (!is_outermost_) {
         return;
+    }
+    if (part == Part::begins) {
+        link_.connection_.ClearInterrupted();
     }
     link_.connection_.ApplyTracking();
     SetDeadline(deadline_, limit_, link_.connection_);

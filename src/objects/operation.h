@@ -18,11 +18,16 @@ std::string DescribeCut(uint64_t limit);
 
 /** A call that lets DuckDB work on a database's connection, from the moment at which it has the engine lock.
    A call inside another one is part of it. While it lasts the census shows it, and the database's time limit
-    cuts it. */
+    cuts it. An interrupt that came before it is forgotten. */
 class Operation : nbx::noncopyable {
   public:
+    /** `goes_on`: with a call that has released the engine lock, and that an interrupt ends which came
+        meanwhile. */
+    enum class Part { begins, goes_on };
+
     /** `entry` is that of a statement that runs. Throws if a deadline cannot be set. */
-    explicit Operation(DatabaseLink& link, CensusEntry* entry = nullptr) NBX_REQUIRES(gEngineLock);
+    explicit Operation(DatabaseLink& link, CensusEntry* entry = nullptr, Part part = Part::begins)
+        NBX_REQUIRES(gEngineLock);
     ~Operation();
 
     /** Throws if the time limit has cut the call. */

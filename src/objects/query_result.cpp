@@ -148,7 +148,6 @@ nbx::smart_ptr<nbx::mrsql::I_DuckDBQueryResult> DuckDBQueryResult::NextResult() 
         return nullptr;
     }
     const Operation operation(*tie_.get_Link());
-    tie_.get_Link()->ClearInterrupted();
     auto next = nbx::MakeObject<DuckDBQueryResult>(tie_.get_Link(), cursor_location_);
     next->Take(remaining_, remaining_size_);
     remaining_size_ = {0, 0};

@@ -146,7 +146,6 @@ void ExecuteStatements(DatabaseLink& database, duckdb_connection connection, con
     script failed is rolled back. */
 void ExecuteScript(DatabaseLink& database, const nbx::String& sql, const nbx::ValueRow* parameters,
                    const ResultTaker& taker) NBX_REQUIRES(gEngineLock) {
-    database.ClearInterrupted();
     const SharedConnection connection = database.RequireConnection();
     const std::string text = database.ToSql(sql);
     if (parameters == nullptr || parameters->get_IsEmpty()) {

@@ -91,7 +91,6 @@ void DuckDBStatement::Prepare() {
     RefuseInnerCall();
     DatabaseLink& database = RequireDatabase();
     const SharedConnection connection = database.RequireConnection();
-    database.ClearInterrupted();
     DestroyPrepared();
     ExtractNext(*connection);
     if (next_index_ >= extracted_count_) {

@@ -8,7 +8,7 @@
 #include "nbx/foreign_plugin.h"
 #include "nbx/mrsql/duckdb_statement.h"
 #include "nbx/mrsql/duckdb_written_statements.h"
-#include "objects/database_link.h"
+#include "objects/operation.h"
 #include "values/host_value_reading.h"
 #include "values/parameter_binding.h"
 
@@ -115,7 +115,7 @@ class DuckDBStatement final : public nbx::Counted<nbx::mrsql::I_DuckDBStatement>
        opened for them, and continues with the given statement. Does nothing in a transaction of the user. */
     void AbandonPieces(uint64_t next_index) noexcept NBX_REQUIRES(gEngineLock);
     /** One pass of `TryExecuteAll`; returns whether statements remain. */
-    bool RunOne();
+    bool RunOne(Operation::Part part);
 
     // Binding.
     /** This removes the bindings of the prepared statement, if there is one. */

@@ -54,10 +54,10 @@ void DuckDBStatement::ExecuteAll() {
     EndRun();
 }
 
-bool DuckDBStatement::RunOne() {
+bool DuckDBStatement::RunOne(Operation::Part part) {
     EngineLockScope lock;
     nbx::MironaInit3();
-    const Operation operation(*tie_.get_Link(), &census_);
+    const Operation operation(*tie_.get_Link(), &census_, part);
     RunNext();
     return next_index_ < extracted_count_;
 }
@@ -71,10 +71,12 @@ nbx::mrsql::DuckDBExecutionResult DuckDBStatement::TryExecuteAll() {
         }
     }
     try {
+        auto part = Operation::Part::begins;
         bool has_more = true;
         while (has_more) {
             // Each pass locks the engine lock again, so that other threads can run between two passes.
-            has_more = RunOne();
+            has_more = RunOne(part);
+            part = Operation::Part::goes_on;
             ++outcome.statements_executed;
         }
     } catch (const nbx::mrsql::xDuckDBError& error) {
@@ -114,7 +116,7 @@ int64_t DuckDBStatement::RunNext() {
 }
 
 int64_t DuckDBStatement::RunPrepared() {
-    RequireDatabase().ClearInterrupted();
+    RequireDatabase();
     try {
         return RunBound();
     } catch (...) {
@@ -142,9 +144,6 @@ int64_t DuckDBStatement::RunRows() {
     const nbx::smart_ptr<nbx::ValueRows> rows = parameter_rows_;
     bool has_run = false;
     for (std::size_t i = 0; i < rows->get_Count(); ++i) {
-        if (i > 0) {
-            tie_.get_Link()->ThrowIfInterrupted();
-        }
         ApplyParameters(rows->get_Item(i));
         if (prepared_) {
             RunOnce();

@@ -99,15 +99,37 @@ TEST_F(DatabaseInterrupt, BeforeDuckDBBeginsIsNotLost) {
     const auto connection = own.get_Connection();
     mduckdb::PreparedHolder prepared;
     ASSERT_EQ(duckdb_prepare(*connection, kLongQuery.c_str(), prepared.Receive()), DuckDBSuccess);
-    own.ClearInterrupted();
-    database->Interrupt();
+    mduckdb::InterruptibleConnection interruptible;
+    interruptible.Replace(connection);
+    interruptible.Interrupt();
     mduckdb::ResultHolder result;
     const auto begun = Clock::now();
-    EXPECT_EQ(own.ExecutePrepared(prepared.get(), result.Receive()), DuckDBError);
+    EXPECT_EQ(interruptible.ExecutePrepared(prepared.get(), result.Receive()), DuckDBError);
     EXPECT_LT(Clock::now() - begun, 1s);
     EXPECT_NE(std::string(duckdb_result_error(result.get())).find("INTERRUPT"), std::string::npos);
-    EXPECT_EQ(Thrown([&] { own.ThrowIfInterrupted(); }), "xInterruptError 57501");
-    EXPECT_EQ(Thrown([&] { own.ThrowIfInterrupted(); }), "none");
+    EXPECT_TRUE(interruptible.TakeInterrupted());
+    EXPECT_FALSE(interruptible.TakeInterrupted());
+}
+
+TEST_F(DatabaseInterrupt, InAScriptOfShortStatementsEndsTheScript) {
+    Execute(*database, "CREATE TABLE t (i INTEGER)");
+    std::string script;
+    constexpr int kStatements = 20'000;
+    for (int i = 0; i < kStatements; ++i) {
+        script += "INSERT INTO t VALUES (1);";
+    }
+    std::atomic<bool> is_over{false};
+    std::thread interrupter([&] {
+        while (!is_over && duckdb_faults::CountCalls("duckdb_prepare_extracted_statement") < 10) {
+            std::this_thread::yield();
+        }
+        database->Interrupt();
+    });
+    EXPECT_EQ(Thrown([&] { Execute(*database, script); }), "xInterruptError 57501");
+    is_over = true;
+    interrupter.join();
+    EXPECT_LT(std::stoi(QueryText(*database, "SELECT count(*) FROM t")), kStatements);
+    EXPECT_EQ(Thrown([&] { Execute(*database, "INSERT INTO t VALUES (2)"); }), "none");
 }
 
 TEST_F(DatabaseInterrupt, ExecutionReportsTheSameErrorTextsAsDuckDB) {

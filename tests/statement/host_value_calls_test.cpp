@@ -5,6 +5,7 @@
 #include <future>
 #include <thread>
 
+#include "nbx/hooks.h"
 #include "nbx/mrsql/duckdb_appender.h"
 #include "nbx/mrsql/duckdb_streaming.h"
 #include "statement_fixture.h"
@@ -284,6 +285,44 @@ TEST_F(HostValueCallsTest, ThatCallTheSameStatementOrAppenderEndTheCallWithAnErr
             appender_.reset();
             EXPECT_EQ(thrown.message.empty() ? "1" : "0", Scalar("SELECT count(*) FROM t"));
         });
+}
+
+TEST_F(HostValueCallsTest, ThatInterruptEndTheScriptWhicheverStatementReadsThem) {
+    bool (*const old_hook)() = nbx::mrsql::gpIsLocalSqlCall_PTR;
+    nbx::mrsql::gpIsLocalSqlCall_PTR = [] { return false; };
+    const std::string script = kInsert + ";" + kInsert;
+    const auto execute_all = [&] {
+        statement_ = Make(script);
+        statement_->put_Parameters(OwnRow());
+        gPlan.calls = 0;  // from here on they are read by the statements
+        statement_->ExecuteAll();
+    };
+    const auto try_execute_all = [&] {
+        statement_ = Make(script);
+        statement_->put_Parameters(OwnRow());
+        gPlan.calls = 0;
+        const auto outcome = statement_->TryExecuteAll();
+        EXPECT_LT(outcome.statements_executed, 2U);
+        EXPECT_NE(outcome.error_code, 0U);
+    };
+    gPlan = {};
+    execute_all();
+    const uint64_t calls = gPlan.calls;
+    ASSERT_GE(calls, 12U);
+    for (uint64_t call = 1; call <= calls; ++call) {
+        SCOPED_TRACE("call " + std::to_string(call) + " of a value");
+        const auto interrupt = [this] { database_->Interrupt(); };
+        Reset();
+        gPlan = {call, interrupt, 0};
+        EXPECT_EQ(Catch(execute_all).exception, "xInterruptError");
+        EXPECT_LT(std::stoi(Scalar("SELECT count(*) FROM t")), 2);
+        Reset();
+        gPlan = {call, interrupt, 0};
+        try_execute_all();
+        EXPECT_LT(std::stoi(Scalar("SELECT count(*) FROM t")), 2);
+        EXPECT_FALSE(gPlan.act) << "nothing happened";
+    }
+    nbx::mrsql::gpIsLocalSqlCall_PTR = old_hook;
 }
 
 TEST_F(HostValueCallsTest, ThatDetachTheStatementEndTheCallWithAnError) {
