@@ -1,16 +1,19 @@
 #include "backup/files.h"
 
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 #include <new>
 #include <system_error>
+#include <thread>
 
 #include "backup/error.h"
 #include "base/process.h"
@@ -198,6 +201,16 @@ void LimitRights(const std::string& path, int model) {
         chmod(path.c_str(), own.st_mode & of_model.st_mode & 0777U) != 0) {
         ThrowFileError(path, "given the access rights of the database");
     }
+}
+
+Descriptor LockFolder(const std::string& folder, const BackupStop& stop) {
+    constexpr std::chrono::milliseconds kPause{5};
+    Descriptor opened = OpenDescriptor(folder, O_RDONLY | O_DIRECTORY);
+    while (flock(opened.get(), LOCK_EX | LOCK_NB) != 0 && (errno == EWOULDBLOCK || errno == EINTR)) {
+        stop.Check();
+        std::this_thread::sleep_for(kPause);
+    }
+    return opened;
 }
 
 void RenameToFreeName(const std::string& from, const std::string& to) {

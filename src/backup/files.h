@@ -39,6 +39,10 @@ void WriteWhole(const std::string& path, const std::string& content);
 /** A small file as a text. Throws `BackupError` when it cannot be read. */
 std::string ReadWhole(const std::string& path);
 
+/** The folder, locked for this process and for others that ask for the lock; waits for it until the work is
+    stopped. The lock ends with the descriptor. Where the file system has no such locks, it is not locked. */
+Descriptor LockFolder(const std::string& folder, const BackupStop& stop);
+
 /** Removes the access rights that the model, an open file, does not have. Throws `BackupError`. */
 void LimitRights(const std::string& path, int model);
 /** Renames; fails when the new name is taken. Throws `BackupError`. */

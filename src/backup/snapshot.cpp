@@ -50,6 +50,19 @@ Source Describe(duckdb_database engine, BackupStop& stop) {
     return {engine, *row[0], row[1] == "true"};
 }
 
+/** A manifest without its snapshot was left by a process that was killed between two renames; what else has
+    the manifest's name is not ours. */
+void ThrowIfTaken(const std::string& target) {
+    if (fs::exists(fs::symlink_status(target))) {
+        throw BackupError(target + " is there already");
+    }
+    const std::string manifest = ManifestOf(target);
+    if (fs::exists(fs::symlink_status(manifest)) &&
+        (!fs::is_regular_file(manifest) || !ReadManifest(ReadWhole(manifest)))) {
+        throw BackupError(manifest + " is there already, and is not the manifest of a snapshot");
+    }
+}
+
 /** One snapshot while it is being taken. */
 class SnapshotJob : nbx::noncopyable {
   public:
@@ -156,17 +169,17 @@ class SnapshotJob : nbx::noncopyable {
         const std::string manifest = part_ / "manifest.json";
         WriteWhole(manifest, WriteManifest(manifest_));
         LimitRights(manifest, OpenDescriptor(copy_, O_RDONLY).get());
+        const std::string parent = fs::path(target_).parent_path().string();
+        // Of two snapshots to one file the slower one must not replace the manifest of the other.
+        const Descriptor turn = LockFolder(parent, stop_);
         stop_.Check();
-        if (fs::exists(fs::symlink_status(target_))) {
-            throw BackupError(target_ + " is there already");
-        }
-        // A manifest without its file was left by a process that was killed at this point.
+        ThrowIfTaken(target_);
         fs::rename(manifest, ManifestOf(target_));
         bool is_placed = false;
         try {
             RenameToFreeName(copy_, target_);
             is_placed = true;
-            SyncToDisk(fs::path(target_).parent_path().string());
+            SyncToDisk(parent);
         } catch (...) {
             std::error_code ignored;
             if (is_placed) {
@@ -189,10 +202,8 @@ class SnapshotJob : nbx::noncopyable {
 }  // namespace
 
 void TakeSnapshot(duckdb_database engine, const std::string& target, BackupStop& stop) {
-    if (fs::exists(fs::symlink_status(target))) {
-        throw BackupError(target + " is there already");
-    }
     try {
+        ThrowIfTaken(target);
         const Source source = Describe(engine, stop);
         SnapshotJob(source, target, stop).Run();
     } catch (const fs::filesystem_error& error) {

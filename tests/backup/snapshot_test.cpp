@@ -6,6 +6,7 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <thread>
 
 #include "backup/comparison.h"
@@ -274,6 +275,60 @@ TEST_F(SnapshotTest, LeavesFoldersOfOthersWhoseNamesLookLikeItsOwn) {
     for (const char* name : {"snap.db.part-abc123", "snap.db.part-archive"}) {
         EXPECT_EQ(ReadWhole(Path(name) + "/mine"), "kept");
     }
+}
+
+TEST_F(SnapshotTest, ReplacesTheManifestThatAKilledProcessLeftBehindAndNoFileOfOthers) {
+    const PlainEngine source(Path("source.db"));
+    ASSERT_EQ(SnapshotError(source, Path("other.db")), "none");
+    fs::rename(Path("other.db.manifest.json"), Path("snap.db.manifest.json"));
+    const std::string left = ReadWhole(Path("snap.db.manifest.json"));
+    EXPECT_EQ(SnapshotError(source, Path("snap.db")), "none");
+    EXPECT_NE(ReadWhole(Path("snap.db.manifest.json")), left);
+
+    std::ofstream(Path("new.db.manifest.json")) << R"({"name": "a web page"})";
+    EXPECT_EQ(SnapshotError(source, Path("new.db")),
+              Path("new.db.manifest.json") + " is there already, and is not the manifest of a snapshot");
+    EXPECT_EQ(ReadWhole(Path("new.db.manifest.json")), R"({"name": "a web page"})");
+    EXPECT_FALSE(fs::exists(Path("new.db")));
+}
+
+TEST_F(SnapshotTest, OfTwoToOneFileTheSlowerOneLeavesTheManifestOfTheOther) {
+    const PlainEngine source(Path("source.db"));
+    const std::string target = Path("snap.db");
+    const auto count_ready = [&] {
+        int ready = 0;
+        for (const auto& entry : fs::directory_iterator(folder_.get_Path())) {
+            ready += fs::exists(entry.path() / "manifest.json") ? 1 : 0;
+        }
+        return ready;
+    };
+    BackupStop stop;
+    Descriptor turn = LockFolder(folder_.get_Path(), stop);
+    std::vector<std::future<std::string>> errors;
+    for (int i = 0; i < 2; ++i) {
+        errors.push_back(std::async(std::launch::async, [&] { return SnapshotError(source, target); }));
+    }
+    while (count_ready() < 2 &&
+           errors[0].wait_for(std::chrono::milliseconds(1)) != std::future_status::ready &&
+           errors[1].wait_for(std::chrono::milliseconds(1)) != std::future_status::ready) {
+    }
+    EXPECT_EQ(count_ready(), 2) << "they do not wait for the folder";
+    EXPECT_FALSE(fs::exists(ManifestOf(target)));
+    turn.Close();
+    EXPECT_THAT((std::vector{errors[0].get(), errors[1].get()}),
+                testing::UnorderedElementsAre("none", target + " is there already"));
+    const auto identity = ReadManifest(ReadWhole(ManifestOf(target)));
+    ASSERT_TRUE(identity);
+    EXPECT_EQ(identity->sha256, FileSum(target, stop));
+    EXPECT_THAT(Made(), ElementsAre("snap.db", "snap.db.manifest.json"));
+}
+
+TEST_F(SnapshotTest, CanBeStoppedWhileItWaitsForTheFolder) {
+    BackupStop none;
+    const Descriptor turn = LockFolder(folder_.get_Path(), none);
+    BackupStop stop;
+    stop.Stop();
+    EXPECT_THROW(LockFolder(folder_.get_Path(), stop), BackupInterrupted);
 }
 
 TEST_F(SnapshotTest, NamesTheTableThatCannotBeRead) {
