@@ -120,7 +120,6 @@ TEST_F(ClientCursor, AnInterruptFromAnotherThreadStopsALongRead) {
     is_over = true;
     other.join();
     EXPECT_EQ(error, "57501||");
-    database_->get_Link()->ClearInterrupted();
 }
 
 TEST_F(ClientCursor, IsInvalidAtOnceWhenItsDatabaseClosesWhileItReads) {
