@@ -31,27 +31,14 @@ ChunkRows::ChunkRows(duckdb_connection connection, std::vector<LogicalTypeHolder
     }
 }
 
-idx_t ChunkRows::Open() {
-    if (!is_attached_) {
-        if (full_chunks_ == chunks_.size()) {
-            chunks_.push_back(MakeChunk(columns_));
-        }
-        for (idx_t i = 0; i < columns_.size(); ++i) {
-            columns_[i].Attach(duckdb_data_chunk_get_vector(chunks_[full_chunks_].get(), i));
-        }
-        is_attached_ = true;
+void ChunkRows::Attach() {
+    if (full_chunks_ == chunks_.size()) {
+        chunks_.push_back(MakeChunk(columns_));
     }
-    return chunk_size_ - rows_;
-}
-
-void ChunkRows::Keep(idx_t count) noexcept {
-    rows_ += count;
-    duckdb_data_chunk_set_size(chunks_[full_chunks_].get(), rows_);
-    if (rows_ == chunk_size_) {
-        ++full_chunks_;
-        rows_ = 0;
-        is_attached_ = false;
+    for (idx_t i = 0; i < columns_.size(); ++i) {
+        columns_[i].Attach(duckdb_data_chunk_get_vector(chunks_[full_chunks_].get(), i));
     }
+    is_attached_ = true;
 }
 
 void ChunkRows::Undo(idx_t count) noexcept {
@@ -73,16 +60,11 @@ void ChunkRows::Clear() noexcept {
 }
 
 bool ChunkRows::AppendTo(duckdb_appender appender, idx_t count) const noexcept {
-    for (const ChunkHolder& chunk : chunks_) {
-        const idx_t size = duckdb_data_chunk_get_size(chunk.get());
-        const idx_t taken = std::min(size, count);
-        if (taken == 0) {
-            break;
-        }
-        duckdb_data_chunk_set_size(chunk.get(), taken);
-        const duckdb_state state = duckdb_append_data_chunk(appender, chunk.get());
-        duckdb_data_chunk_set_size(chunk.get(), size);
-        if (state != DuckDBSuccess) {
+    count = std::min(count, get_Count());
+    for (std::size_t i = 0; count > 0; ++i) {
+        const idx_t taken = std::min(chunk_size_, count);
+        duckdb_data_chunk_set_size(chunks_[i].get(), taken);
+        if (duckdb_append_data_chunk(appender, chunks_[i].get()) != DuckDBSuccess) {
             return false;
         }
         count -= taken;

@@ -30,10 +30,22 @@ class ChunkRows : nbx::noncopyable {
 
     /** Attaches the columns to the place of the next rows; returns how many rows there is room for, at least
         one. They begin at `get_Row` of the columns. The rows must not be full. Throws `std::bad_alloc`. */
-    idx_t Open();
+    idx_t Open() {
+        if (!is_attached_) {
+            Attach();
+        }
+        return chunk_size_ - rows_;
+    }
     idx_t get_Row() const noexcept { return rows_; }
     /** The next rows, at most as many as `Open` returned, are complete. */
-    void Keep(idx_t count) noexcept;
+    void Keep(idx_t count) noexcept {
+        rows_ += count;
+        if (rows_ == chunk_size_) {
+            ++full_chunks_;
+            rows_ = 0;
+            is_attached_ = false;
+        }
+    }
     /** The next rows, which were stored in part, are stored again. */
     void Undo(idx_t count) noexcept;
     void Clear() noexcept;
@@ -42,6 +54,8 @@ class ChunkRows : nbx::noncopyable {
     bool AppendTo(duckdb_appender appender, idx_t count) const noexcept;
 
   private:
+    void Attach();
+
     std::vector<ColumnWriter> columns_;
     /** Of the elements with a fixed size. */
     uint64_t row_width_ = 0;
