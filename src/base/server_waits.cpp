@@ -8,14 +8,14 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
 #include <ctime>
 #include <exception>
 #include <optional>
-#include <string_view>
 #include <utility>
 
 #include "base/descriptor.h"
+#include "base/thread_facts.h"
+#include "base/uploads.h"
 
 namespace mduckdb {
 namespace {
@@ -31,71 +31,13 @@ constexpr uint64_t kMostDescriptors = 16;
 
 using Descriptors = std::array<pollfd, kMostDescriptors>;
 
-/** That a thread waits, and for what. */
+/** That a thread waits, and for what: for descriptors, or without any for another thread. */
 struct Wait {
+    SystemCall call;
     uint64_t switches = 0;
     uint64_t count = 0;
     Descriptors descriptors{};
 };
-
-/** The beginning of a file in the folder of a thread of this process; empty on failure. */
-template <std::size_t size>
-std::string_view ReadFact(pid_t thread, const char* name, std::array<char, size>& buffer) noexcept {
-    std::array<char, 64> path{};
-    snprintf(path.data(), path.size(), "/proc/self/task/%d/%s", static_cast<int>(thread), name);
-    const Descriptor file(open(path.data(), O_RDONLY | O_CLOEXEC));
-    const ssize_t length = file.get() < 0 ? -1 : pread(file.get(), buffer.data(), buffer.size() - 1, 0);
-    const std::size_t end = length < 0 ? 0 : static_cast<std::size_t>(length);
-    buffer[end] = '\0';
-    return {buffer.data(), end};
-}
-
-/** Takes the number at the beginning of the text, and the blanks before it; 0x begins a hexadecimal one. The
-    table of `std::from_chars` for other bases than 10 would keep a library from being unloaded. */
-std::optional<uint64_t> TakeNumber(std::string_view& text) noexcept {
-    constexpr std::string_view kDigits = "0123456789abcdef";
-    text.remove_prefix(std::min(text.find_first_not_of(" \t"), text.size()));
-    const bool is_hexadecimal = text.starts_with("0x");
-    text.remove_prefix(is_hexadecimal ? 2 : 0);
-    const std::string_view digits = kDigits.substr(0, is_hexadecimal ? 16 : 10);
-    const std::string_view number = text.substr(0, text.find_first_not_of(digits));
-    if (number.empty()) {
-        return std::nullopt;
-    }
-    uint64_t value = 0;
-    for (const char digit : number) {
-        value = value * digits.size() + digits.find(digit);
-    }
-    text.remove_prefix(number.size());
-    return value;
-}
-
-/** How often the thread has stopped running. */
-std::optional<uint64_t> ReadSwitches(pid_t thread) noexcept {
-    std::array<char, 8192> buffer{};
-    const std::string_view status = ReadFact(thread, "status", buffer);
-    uint64_t sum = 0;
-    for (const std::string_view name : {"\nvoluntary_ctxt_switches:", "\nnonvoluntary_ctxt_switches:"}) {
-        const std::size_t place = status.find(name);
-        if (place == status.npos) {
-            return std::nullopt;
-        }
-        std::string_view rest = status.substr(place + name.size());
-        const std::optional<uint64_t> count = TakeNumber(rest);
-        if (!count) {
-            return std::nullopt;
-        }
-        sum += *count;
-    }
-    return sum;
-}
-
-/** Copies memory of this process that another thread may release meanwhile. */
-bool CopyMemory(uint64_t address, void* to, std::size_t size) noexcept {
-    const Descriptor memory(open("/proc/self/mem", O_RDONLY | O_CLOEXEC));
-    return memory.get() >= 0 &&
-           pread(memory.get(), to, size, static_cast<off_t>(address)) == static_cast<ssize_t>(size);
-}
 
 /** In milliseconds; negative when it is unlimited or unknown. */
 int64_t ReadTimeout(uint64_t call, uint64_t argument) noexcept {
@@ -120,25 +62,28 @@ bool IsPoll(uint64_t call) noexcept {
     return call == SYS_ppoll;
 }
 
-/** What the thread waits for, if it waits as libcurl does. The number of switches is read last: a wait that
-    goes on later with the same number is this one. */
+/** The descriptors, if the thread waits for them as libcurl does. */
+bool FindDescriptors(Wait& out_wait) noexcept {
+    const SystemCall& call = out_wait.call;
+    const uint64_t count = call.arguments[1];
+    if (!IsPoll(call.number) || count < kFewestDescriptors || count > kMostDescriptors) {
+        return false;
+    }
+    const int64_t milliseconds = ReadTimeout(call.number, call.arguments[2]);
+    out_wait.count = count;
+    return milliseconds > 0 && milliseconds <= kLongestSlice &&
+           CopyMemory(call.arguments[0], out_wait.descriptors.data(), count * sizeof(pollfd));
+}
+
+/** What the thread waits for, if it waits as libcurl does or for another thread. The number of switches is
+    read last: a wait that goes on later with the same number is this one. */
 std::optional<Wait> FindWait(pid_t thread) noexcept {
-    std::array<char, 256> buffer{};
-    // The call and its arguments; "running" for a thread that does not wait.
-    std::string_view text = ReadFact(thread, "syscall", buffer);
-    const std::optional<uint64_t> call = TakeNumber(text);
-    const std::optional<uint64_t> address = TakeNumber(text);
-    const std::optional<uint64_t> count = TakeNumber(text);
-    const std::optional<uint64_t> timeout = TakeNumber(text);
-    if (!call || !IsPoll(*call) || !address || !count || !timeout || *count < kFewestDescriptors ||
-        *count > kMostDescriptors) {
+    const std::optional<SystemCall> call = ReadSystemCall(thread);
+    if (!call) {
         return std::nullopt;
     }
-    const int64_t milliseconds = ReadTimeout(*call, *timeout);
-    Wait wait;
-    wait.count = *count;
-    if (milliseconds <= 0 || milliseconds > kLongestSlice ||
-        !CopyMemory(*address, wait.descriptors.data(), wait.count * sizeof(pollfd))) {
+    Wait wait{*call};
+    if (call->number != SYS_futex && !FindDescriptors(wait)) {
         return std::nullopt;
     }
     const std::optional<uint64_t> switches = ReadSwitches(thread);
@@ -149,6 +94,16 @@ std::optional<Wait> FindWait(pid_t thread) noexcept {
     return wait;
 }
 
+/** A wait that has gone on since it was seen before. */
+struct LongWait {
+    pid_t thread;
+    Wait wait;
+    bool GoesOn() const noexcept {
+        const std::optional<Wait> now = FindWait(thread);
+        return now && now->switches == wait.switches;
+    }
+};
+
 bool IsTcpSocket(int descriptor) noexcept {
     int domain = 0;
     int type = 0;
@@ -158,20 +113,37 @@ bool IsTcpSocket(int descriptor) noexcept {
            (domain == AF_INET || domain == AF_INET6);
 }
 
-/** Shuts down the sockets of a wait that goes on. */
-void ShutDown(pid_t thread, const Wait& wait) noexcept {
-    for (uint64_t i = 0; i < wait.count; ++i) {
+/** Shuts down the sockets of a wait that goes on, if the owner's wait goes on, too. */
+void ShutDown(const LongWait& waiter, const LongWait& owner) noexcept {
+    for (uint64_t i = 0; i < waiter.wait.count; ++i) {
         // The number may belong to another file soon; the duplicate does not.
-        const Descriptor socket(fcntl(wait.descriptors[i].fd, F_DUPFD_CLOEXEC, 0));
+        const Descriptor socket(fcntl(waiter.wait.descriptors[i].fd, F_DUPFD_CLOEXEC, 0));
         if (socket.get() < 0 || !IsTcpSocket(socket.get())) {
             continue;
         }
-        const std::optional<Wait> now = FindWait(thread);
-        if (!now || now->switches != wait.switches) {
+        if (!waiter.GoesOn() || !owner.GoesOn()) {
             return;
         }
         shutdown(socket.get(), SHUT_RDWR);
     }
+}
+
+/** Shuts down the sockets of the threads that send parts of the upload for which the owner waits; false if it
+   waits for something else. */
+bool ShutDownUpload(const LongWait& owner) noexcept {
+    const uint64_t upload = FindUpload(owner.wait.call.arguments[0]);
+    if (upload == 0) {
+        return false;
+    }
+    for (const pid_t thread : ListThreads()) {
+        const std::optional<Wait> seen = FindWait(thread);
+        const std::optional<Wait> wait = FindWait(thread);
+        const bool is_long = seen && wait && wait->switches == seen->switches;
+        if (is_long && wait->count > 0 && SendsPartOf(upload, thread, wait->call)) {
+            ShutDown({thread, *wait}, owner);
+        }
+    }
+    return true;
 }
 
 }  // namespace
@@ -213,8 +185,13 @@ void ServerWaits::EndOnce() noexcept {
             thread.switches = wait ? wait->switches : 0;
             thread.since = now;
         } else if (is_silent_ || now - thread.since >= kPatience) {
-            ShutDown(thread.number, *wait);
-            is_silent_ = true;
+            const LongWait owner{thread.number, *wait};
+            if (wait->count == 0) {
+                is_silent_ = ShutDownUpload(owner) || is_silent_;
+            } else {
+                ShutDown(owner, owner);
+                is_silent_ = true;
+            }
         }
     }
 }

@@ -22,6 +22,10 @@ namespace mduckdb {
    call a thread is, with its arguments, and how often it has been switched out; a thread whose number is the
    same before and after its socket was duplicated has waited all the time, for this very socket.
 
+    A file goes to an object store on threads that DuckDB starts for it, while a thread of the connection
+   waits for them. Such a thread's sockets are shut down when its memory proves that it works for what the
+   other one waits for (`uploads.h`).
+
     Where the system does not tell (without /proc, or in a process that no debugger may look at), nothing is
     shut down, and the client's own time ends the wait. */
 class ServerWaits : nbx::noncopyable {
@@ -31,8 +35,9 @@ class ServerWaits : nbx::noncopyable {
     /** Afterwards the thread's sockets are not touched; waits while they are looked at. */
     void Leave() noexcept;
 
-    /** Shuts down what the threads wait for, if it is an HTTP server that has been silent for a moment. To be
-        called again every few milliseconds, since the client asks again. From any thread. */
+    /** Shuts down what the threads wait for, if it is an HTTP server that has been silent for a moment, or an
+        upload to one. To be called again every few milliseconds, since the client asks again. From any
+        thread. */
     void EndOnce() noexcept;
     /** Does so, on the timer's thread, until the work that goes on now has ended; nothing without work. */
     void End() noexcept;
@@ -45,10 +50,12 @@ class ServerWaits : nbx::noncopyable {
     /** A call into DuckDB, by the thread that makes it; never inside another one. */
     class Work : nbx::noncopyable {
       public:
-        /** `is_interrupted`: `End` may have come too early. */
-        Work(ServerWaits& waits, const std::atomic<bool>& is_interrupted) noexcept
+        /** `is_interrupted`: `End` may have come too early. `may_bring_client`: an engine may get a client
+            meanwhile, on any thread. */
+        Work(ServerWaits& waits, const std::atomic<bool>& is_interrupted,
+             bool may_bring_client = false) noexcept
             : waits_(waits), is_interrupted_(is_interrupted) {
-            if (get_HasClients()) {
+            if (may_bring_client || get_HasClients()) {
                 Begin();
             } else {
                 gCurrent = this;

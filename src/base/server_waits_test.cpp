@@ -1,58 +1,20 @@
 #include "base/server_waits.h"
 
 #include <gtest/gtest.h>
-#include <netinet/in.h>
 #include <poll.h>
-#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <array>
 #include <atomic>
-#include <fstream>
 #include <memory>
 #include <thread>
 #include <vector>
 
+#include "support/server_waits_fixture.h"
+
 namespace mduckdb {
 namespace {
-
-using std::chrono::milliseconds;
-
-/** Two ends of a connection over the loopback interface. */
-class Connection : nbx::noncopyable {
-  public:
-    Connection() {
-        const int listener = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        sockaddr_in address{};
-        address.sin_family = AF_INET;
-        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t size = sizeof address;
-        auto* const generic = reinterpret_cast<sockaddr*>(&address);
-        EXPECT_EQ(bind(listener, generic, size), 0);
-        EXPECT_EQ(listen(listener, 1), 0);
-        EXPECT_EQ(getsockname(listener, generic, &size), 0);
-        client_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-        EXPECT_EQ(connect(client_, generic, size), 0);
-        server_ = accept(listener, nullptr, nullptr);
-        close(listener);
-    }
-    ~Connection() {
-        close(client_);
-        close(server_);
-    }
-    int get_Client() const { return client_; }
-    void Answer() const { EXPECT_EQ(write(server_, "a", 1), 1); }
-    /** Whether anybody has shut it down. */
-    bool IsShutDown() const {
-        char byte = 0;
-        return recv(server_, &byte, 1, MSG_DONTWAIT) == 0;
-    }
-
-  private:
-    int client_ = -1;
-    int server_ = -1;
-};
 
 /** A thread that waits for something until there is an answer, a second at a time, as an HTTP client does. */
 class Client : nbx::noncopyable {
@@ -68,11 +30,7 @@ class Client : nbx::noncopyable {
             if (way.is_entered) {
                 waits.Enter();
             }
-            const int wake_up = eventfd(0, EFD_CLOEXEC);
-            std::array<pollfd, 2> awaited{{{descriptor, POLLIN, 0}, {wake_up, POLLIN, 0}}};
-            while (poll(awaited.data(), way.has_wake_up ? 2 : 1, way.slice) == 0) {
-            }
-            close(wake_up);
+            WaitAsClient(descriptor, way.has_wake_up, way.slice);
             if (way.is_entered) {
                 waits.Leave();
             }
@@ -93,38 +51,6 @@ bool IsAnswered(const Connection& connection) {
     std::array<pollfd, 2> awaited{{{descriptor, POLLIN, 0}, {descriptor, POLLIN, 0}}};
     return poll(awaited.data(), 2, 1000) != 0;
 }
-
-/** Looks again and again, as the timer does, until the condition holds; false after 20 seconds. */
-template <class Condition>
-bool EndUntil(ServerWaits& waits, Condition condition) {
-    const auto end = Deadline::Clock::now() + std::chrono::seconds(20);
-    while (!condition()) {
-        if (Deadline::Clock::now() > end) {
-            return false;
-        }
-        waits.EndOnce();
-        std::this_thread::sleep_for(milliseconds(5));
-    }
-    return true;
-}
-
-/** Looks so often that a wait which may be ended would have been. */
-void EndOften(ServerWaits& waits) {
-    for (int look = 0; look < 300; ++look) {
-        waits.EndOnce();
-        std::this_thread::sleep_for(milliseconds(5));
-    }
-}
-
-class ServerWaitsTest : public testing::Test {
-  protected:
-    void SetUp() override {
-        if (!std::ifstream("/proc/self/syscall").good()) {
-            GTEST_SKIP() << "this system does not show what threads wait for";
-        }
-        ServerWaits::NoteClient();
-    }
-};
 
 TEST_F(ServerWaitsTest, EndsTheWaitOfAnHttpClientForItsServer) {
     ServerWaits waits;
