@@ -75,7 +75,7 @@ void SendPartAbove(Upload upload, Upload other, int descriptor) {
 class Part : nbx::noncopyable {
   public:
     template <class... Arguments>
-    explicit Part(Arguments... arguments) : thread_(arguments..., connection_.get_Client()) {}
+    explicit Part(Arguments... arguments) : connection_(), thread_(arguments..., connection_.get_Client()) {}
     ~Part() {
         if (!IsShutDown()) {
             connection_.Answer();

@@ -7,6 +7,7 @@
 #include "duckdb_internals/progress_counting.h"
 #include "duckdb_internals/results.h"
 #include "duckdb_internals/task_threads.h"
+#include "duckdb_internals/written_files.h"
 
 namespace mduckdb {
 
@@ -48,9 +49,9 @@ void InterruptibleConnection::Cut() noexcept {
     }
 }
 
-void InterruptibleConnection::ReportThreads() {
+void InterruptibleConnection::ReportThreads(bool may_bring_client) {
     const SharedConnection connection = get();
-    if (connection && !are_threads_reported_.load() && HasHttpClient(*connection)) {
+    if (connection && !are_threads_reported_.load() && (may_bring_client || HasHttpClient(*connection))) {
         ReportTaskThreads(*connection, waits_);
         are_threads_reported_.store(true);
     }
@@ -116,10 +117,13 @@ duckdb_state InterruptibleConnection::ExecuteStreaming(duckdb_prepared_statement
 
 duckdb_state InterruptibleConnection::Execute(Start start, duckdb_prepared_statement prepared,
                                               duckdb_result* out_result) {
-    if (ServerWaits::get_HasClients()) {
-        ReportThreads();
+    // On one of its threads, DuckDB loads a client for an address to which it writes. What reads from one has
+    // loaded it when it was prepared.
+    const bool may_bring_client = WritesFiles(prepared);
+    if (may_bring_client || ServerWaits::get_HasClients()) {
+        ReportThreads(may_bring_client);
     }
-    const ServerWaits::Work work = BeginWork();
+    const ServerWaits::Work work = BeginWork(may_bring_client);
     // DuckDB forgets interrupts when it begins a query, which happens in the first of the two calls.
     PendingHolder pending;
     if (start(prepared, pending.Receive()) != DuckDBSuccess) {
@@ -127,7 +131,15 @@ duckdb_state InterruptibleConnection::Execute(Start start, duckdb_prepared_state
         return DuckDBError;
     }
     RepeatInterrupt();
-    return duckdb_execute_pending(pending.get(), out_result);
+    const duckdb_state state = duckdb_execute_pending(pending.get(), out_result);
+    if (state != DuckDBSuccess && ServerWaits::get_HasClients()) {
+        // Now, while an interrupt also ends what the store is asked then.
+        pending.Reset();
+        if (const SharedConnection connection = get()) {
+            CloseUnfinishedFiles(*connection, prepared);
+        }
+    }
+    return state;
 }
 
 }  // namespace mduckdb

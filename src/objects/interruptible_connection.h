@@ -48,7 +48,9 @@ class InterruptibleConnection : nbx::noncopyable {
     bool get_IsInterrupted() const noexcept { return is_interrupted_.load(); }
     /** To be held by the thread that calls DuckDB, so that it does not wait for a server when it is
        interrupted or cut. It must not run the host's code meanwhile. */
-    ServerWaits::Work BeginWork() noexcept { return ServerWaits::Work(*waits_, is_interrupted_); }
+    ServerWaits::Work BeginWork(bool may_bring_client = false) noexcept {
+        return ServerWaits::Work(*waits_, is_interrupted_, may_bring_client);
+    }
     /** Like `duckdb_prepare` on this connection, which the caller keeps. Preparing already reads from files
        what names and types their columns have. */
     duckdb_state Prepare(duckdb_connection connection, const std::string& sql,
@@ -71,7 +73,7 @@ class InterruptibleConnection : nbx::noncopyable {
         return connection_ != nullptr && process_ == get_ProcessNumber();
     }
     /** Learns which of DuckDB's threads work for the connection, once there can be a server to wait for. */
-    void ReportThreads();
+    void ReportThreads(bool may_bring_client);
     /** Stops the query that DuckDB has begun if an interrupt came before that. */
     void RepeatInterrupt();
 

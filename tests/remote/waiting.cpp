@@ -1,9 +1,12 @@
-// A process that reads a file from a server that is silent, and is interrupted meanwhile.
+// A process that reads a file from a server that is silent, or writes one there, and is interrupted
+// meanwhile.
 //
 //   remote_waiting WAY SILENT_URL URL
 //
 // WAY is one of kWays. After a line on its standard input it interrupts what waits, prints how that ended,
 // and what the same object then reads from the other address.
+
+#include <duckdb.h>
 
 #include <cstdlib>
 #include <iostream>
@@ -18,6 +21,7 @@
 #include "nbx/mrsql/duckdb_streaming.h"
 #include "procedures/handlers.h"
 #include "support/fake_host.h"
+#include "support/silent_server.h"
 #include "support/test_host.h"
 
 namespace {
@@ -57,7 +61,7 @@ void Interrupt(nbx::mrsql::I_DuckDBDatabase& database, F&& action) {
         AwaitLine();
         database.Interrupt();
     });
-    std::cout << Thrown(action) << "\n";
+    std::cout << Thrown(action) << std::endl;
     interrupter.join();
 }
 
@@ -180,6 +184,100 @@ void Neighbour(const TestHost& host, const std::string& silent, const std::strin
     std::cout << failure << "\n" << read_by_other << "\n";
 }
 
+/** Some parts of a file, which DuckDB sends on a thread each, and a rest. */
+std::string CopyTo(const std::string& url) {
+    return "COPY (SELECT i, hash(i) AS h, hash(i + 1) AS g FROM range(700000) r(i)) TO '" + url + "'";
+}
+
+/** The smallest parts that an object store accepts. */
+constexpr const char* kSmallParts = "SET GLOBAL s3_uploader_max_filesize = '50GB'";
+
+Database MakeWriter(const TestHost& host) {
+    Database database = MakeDatabase(host);
+    Execute(*database, kSmallParts);
+    return database;
+}
+
+std::string CountWritten(nbx::mrsql::I_DuckDBDatabase& database, const std::string& url) {
+    Execute(database, CopyTo(url));
+    return QueryText(database, CountIn(url));
+}
+
+void Upload(const TestHost& host, const std::string& silent, const std::string& url) {
+    const Database database = MakeWriter(host);
+    Interrupt(*database, [&] { Execute(*database, CopyTo(silent)); });
+    std::cout << CountWritten(*database, url) << "\n";
+}
+
+/** The statement keeps what DuckDB has begun for it. */
+void UploadByStatement(const TestHost& host, const std::string& silent, const std::string& url) {
+    const Database database = MakeWriter(host);
+    const auto statement = database->CreateStatement(S(CopyTo(silent)));
+    Interrupt(*database, [&] {
+        statement->PrepareNext();
+        statement->Execute();
+    });
+    std::cout << CountWritten(*database, url) << "\n";
+}
+
+void UploadInTime(const TestHost& host, const std::string& silent, const std::string& url) {
+    const Database database = MakeWriter(host);
+    auto& deadlines = As<nbx::mrsql::I_DuckDBDeadlines>(*database, nbx::mrsql::kDuckDBDeadlinesInterfaceId);
+    // Time enough to reach the store.
+    deadlines.put_TimeLimit(5000);
+    std::cout << Thrown([&] { Execute(*database, CopyTo(silent)); }) << "\n";
+    deadlines.put_TimeLimit(0);
+    std::cout << CountWritten(*database, url) << "\n";
+}
+
+/** An engine that the host has opened by itself, and uses on the thread that creates this. */
+class HostsEngine {
+  public:
+    HostsEngine() {
+        duckdb_open(nullptr, &engine_);
+        duckdb_connect(engine_, &connection_);
+    }
+    HostsEngine(const HostsEngine&) = delete;
+    HostsEngine& operator=(const HostsEngine&) = delete;
+    ~HostsEngine() {
+        duckdb_disconnect(&connection_);
+        duckdb_close(&engine_);
+    }
+    /** DuckDB's error, or "none". */
+    std::string Run(const std::string& sql) {
+        duckdb_result result;
+        duckdb_query(connection_, sql.c_str(), &result);
+        const char* const error = duckdb_result_error(&result);
+        const std::string text = error != nullptr ? error : "none";
+        duckdb_destroy_result(&result);
+        return text;
+    }
+
+  private:
+    duckdb_database engine_ = nullptr;
+    duckdb_connection connection_ = nullptr;
+};
+
+/** The host uploads, too, and waits for a server of its own as libcurl does. */
+void UploadBesideHost(const TestHost& host, const std::string& silent, const std::string& url) {
+    const Database database = MakeWriter(host);
+    std::string failure;
+    std::thread uploader([&] {
+        HostsEngine engine;
+        engine.Run(std::string("SET GLOBAL http_timeout = 1000; ") + kSmallParts);
+        failure = engine.Run(CopyTo(url));
+    });
+    const mduckdb::Connection connection;
+    std::thread client([&] { mduckdb::WaitAsClient(connection.get_Client()); });
+    Interrupt(*database, [&] { Execute(*database, CopyTo(silent)); });
+    std::cout << QueryText(*database, "SELECT 42") << std::endl;
+    uploader.join();
+    std::cout << (connection.IsShutDown() ? "shut down" : "left alone") << "\n" << failure << "\n";
+    connection.Answer();
+    client.join();
+    std::cout << QueryText(*database, CountIn(url)) << "\n";
+}
+
 /** The process exits while a thread waits. */
 void Exit(const TestHost& host, const std::string& silent, const std::string& /*url*/) {
     const Database database = MakeDatabase(host);
@@ -199,6 +297,10 @@ const std::map<std::string, Way> kWays{
     {"call", &Call},
     {"fetch_duckdb", &FetchDatabase},
     {"neighbour", &Neighbour},
+    {"upload", &Upload},
+    {"upload_statement", &UploadByStatement},
+    {"upload_limit", &UploadInTime},
+    {"upload_neighbour", &UploadBesideHost},
     {"exit", &Exit},
 };
 
