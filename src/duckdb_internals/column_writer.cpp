@@ -13,6 +13,7 @@
 
 #include "duckdb_internals/out_of_memory.h"
 #include "duckdb_internals/quick_casts.h"
+#include "duckdb_internals/version_casts.h"
 #include "duckdb_internals/version_vectors.h"
 
 namespace mduckdb {
@@ -118,26 +119,6 @@ bool IsPlain(duckdb_type type) {
     }
 }
 
-// Versions of DuckDB differ in how a cast is called.
-
-template <class Cast>
-duckdb::BoundCastData* DataOf(Cast& cast) {
-    if constexpr (requires { cast.GetCastData(); }) {
-        return cast.GetCastData().get();
-    } else {
-        return cast.cast_data.get();
-    }
-}
-
-template <class Cast>
-bool RunCast(Cast& cast, Vector& source, Vector& target, duckdb::CastParameters& parameters) {
-    if constexpr (requires { cast.Cast(source, target, 1, parameters); }) {
-        return cast.Cast(source, target, 1, parameters);
-    } else {
-        return cast.function(source, target, 1, parameters);
-    }
-}
-
 }  // namespace
 
 ColumnWriter::ColumnWriter(duckdb_connection connection, LogicalTypeHolder type, uint64_t& heap_bytes)
@@ -225,9 +206,9 @@ struct ColumnWriter::PlainCast {
             return true;
         }
         error.clear();
-        duckdb::CastParameters parameters(DataOf(cast), false, &error, nullptr);
+        duckdb::CastParameters parameters(version::DataOf(cast), false, &error, nullptr);
         std::memcpy(DataIn(source), element, source_size);
-        if (!RunCast(cast, source, target, parameters) || !error.empty()) {
+        if (!version::RunCast(cast, source, target, 1, parameters) || !error.empty()) {
             duckdb::FlatVector::SetNull(target, 0, false);
             return false;
         }

@@ -7,6 +7,7 @@
 #include <duckdb/function/cast/default_casts.hpp>
 
 #include "duckdb_internals/powers_of_ten.h"
+#include "duckdb_internals/version_casts.h"
 
 namespace mduckdb {
 namespace {
@@ -70,16 +71,6 @@ QuickCast ChooseCast(const duckdb::LogicalType& source, const duckdb::LogicalTyp
     }
 }
 
-// Versions of DuckDB differ in what they show of a cast.
-template <class Cast>
-bool IsSame(const Cast& one, const Cast& other) {
-    if constexpr (requires { one.Equals(other); }) {
-        return one.Equals(other);
-    } else {
-        return one.function == other.function;
-    }
-}
-
 }  // namespace
 
 QuickCast FindQuickCast(duckdb::ClientContext& context, const duckdb::BoundCastInfo& cast,
@@ -89,8 +80,8 @@ QuickCast FindQuickCast(duckdb::ClientContext& context, const duckdb::BoundCastI
         return nullptr;
     }
     duckdb::BindCastInput input(duckdb::CastFunctionSet::Get(context), nullptr, &context);
-    return IsSame(cast, duckdb::DefaultCasts::GetDefaultCastFunction(input, source, target)) ? quick
-                                                                                             : nullptr;
+    const duckdb::BoundCastInfo own = duckdb::DefaultCasts::GetDefaultCastFunction(input, source, target);
+    return version::IsSameCast(cast, own) ? quick : nullptr;
 }
 
 }  // namespace mduckdb

@@ -21,8 +21,9 @@
 
 #include "duckdb_internals/powers_of_ten.h"
 
-/* What DuckDB 1.5 and 2.0 name differently in values, vectors and results; version_statements.h has the other
-   names, version_settings.h what differs in engines. Only these three files ask for the version. */
+/* What DuckDB 1.5 and 2.0 name differently in values, vectors and results; version_casts.h,
+   version_statements.h and version_vectors.h have the other names, version_settings.h what differs in
+   engines. Only these files ask for the version. */
 namespace mduckdb::version {
 
 #if MDUCKDB_DUCKDB_MAJOR == 1

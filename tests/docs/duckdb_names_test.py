@@ -16,6 +16,11 @@ import unittest
 SKIPPED = 77
 ROOT, PLACE, PART = pathlib.Path(), pathlib.Path(), ""
 OLD, NEW = "1.5.6", "2.0.0"
+# How C++ asks which DuckDB it is compiled with: by version, by header or by what a class has.
+VERSION_TEST = re.compile(r"\b(?:MDUCKDB_)?DUCKDB_(?:(?:API|SOURCE)_)?(?:VERSION_)?(?:MAJOR|MINOR|PATCH|VERSION)\b|"
+                          r"\b__has_include\b|\brequires\s*[({]")
+# The second compares the loaded library with the headers.
+ASKS = re.compile(r"src/(?:duckdb_internals/version_\w+\.h|base/library_version\.cpp)")
 MAKE = f"scripts/private-names ~/.cache/mduckdb/duckdb-{OLD}/include ~/.cache/mduckdb/duckdb-{NEW}/include"
 
 
@@ -46,6 +51,14 @@ class Used(unittest.TestCase):
         for name in run.stderr.partition(": ")[2].split(", "):
             if name:
                 self.assertRegex(names[name.strip()], r"^version_\w+\.h(, version_\w+\.h)*$", name)
+
+    def test_only_the_files_for_what_differs_ask_for_the_version(self):
+        asking = set()
+        for path in (path for folder in ("src", "host", "mshared") for path in (ROOT / folder).rglob("*.*")):
+            if path.suffix in (".cpp", ".h") and not path.stem.endswith("_test") and VERSION_TEST.search(path.read_text()):
+                asking.add(str(path.relative_to(ROOT)))
+        self.assertEqual({file for file in asking if not ASKS.fullmatch(file)}, set())
+        self.assertIn("src/duckdb_internals/version_settings.h", asking)
 
     def test_an_alias_of_a_pointer_is_found(self):
         self.assertIn("const_data_ptr_t", used())
