@@ -60,3 +60,24 @@ refuses() {
 refuses "Unknown processor 'mips'. --arch accepts only arm64." --arch mips
 refuses "scripts/duckdb-1.5.pin names no library for arm64. Use one of: --duckdb 1.5.5" --arch arm64 --duckdb 1.5
 printf 'ok: a processor for which there is no DuckDB is refused\n'
+
+names=$(cd "$source/scripts" && echo duckdb-*.pin)
+names=${names//duckdb-/}
+refuses "Unknown DuckDB '9.9'. Use one of: ${names//.pin/}" --duckdb 9.9
+refuses "--duckdb NAME must come before the other arguments." base --duckdb 2.0
+printf 'ok: a DuckDB without a pin, and a name that would be ignored, are refused\n'
+
+# What a download must not be: anything but the file whose checksum is in the pin.
+for name in ${names//.pin/}; do
+    # shellcheck disable=SC2016
+    file=$(cd "$source" && bash -c 'source scripts/lib.sh && echo "$DUCKDB_LIBRARY_FILE"' setup --duckdb "$name")
+    mkdir -p "$work/cache-$name/mduckdb/downloads"
+    damaged=$work/cache-$name/mduckdb/downloads/$file
+    echo damaged >"$damaged"
+    said=$(env -u DuckDB_ROOT XDG_CACHE_HOME="$work/cache-$name" MDUCKDB_NO_PACKAGES=1 "$source/scripts/setup" --duckdb "$name" 2>&1) &&
+        fail "scripts/setup --duckdb $name takes a damaged file"
+    [[ $said == "$damaged is damaged: its SHA-256 sum is "*", and scripts/duckdb-$name.pin has "* ]] ||
+        fail "scripts/setup --duckdb $name says of a damaged file: $said"
+    [ -z "$(find "$work/cache-$name/mduckdb" -name 'duckdb-*' -type d)" ] || fail "scripts/setup keeps what it has not checked"
+done
+printf 'ok: a download with another checksum is refused\n'
