@@ -1,11 +1,14 @@
 #!/usr/bin/env bash
 # Configures the tree without a preset, as somebody who knows only CMake does, and sets up a system that is not Debian
 # and processors that have no DuckDB.
-#   check_configure.sh SOURCE_FOLDER DUCKDB_FOLDER
+#   check_configure.sh SOURCE_FOLDER DUCKDB_FOLDER HEADERS LIBRARY VERSION     the last three are DuckDB's
 set -euo pipefail
 
 source=$1
 duckdb=$2
+headers=$3
+library=$4
+version=$5
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
@@ -66,6 +69,29 @@ names=${names//duckdb-/}
 refuses "Unknown DuckDB '9.9'. Use one of: ${names//.pin/}" --duckdb 9.9
 refuses "--duckdb NAME must come before the other arguments." base --duckdb 2.0
 printf 'ok: a DuckDB without a pin, and a name that would be ignored, are refused\n'
+
+# refuses_to_configure TEXT OPTION...
+refuses_to_configure() {
+    local text=$1
+    shift
+    cmake -G Ninja -S "$source" -B "$work/refused" -DMDUCKDB_TESTS=OFF "$@" >"$work/log" 2>&1 && fail "cmake $* succeeds"
+    # CMake breaks the lines.
+    [[ $(tr -s ' \n' ' ' <"$work/log") == *"$text"* ]] || fail "cmake $* says: $(cat "$work/log")"
+}
+mkdir -p "$work"/other/{include,lib}
+ln -s "$library" "$work/other/lib/libduckdb.so"
+ln -s "$headers"/* "$work/other/include"
+rm -f "$work/other/include/duckdb_source_version.h"
+echo '#define DUCKDB_SOURCE_VERSION "1.4.5"' >"$work/other/include/duckdb_source_version.h"
+refuses_to_configure "are of version 1.4.5, and $work/other/lib/libduckdb.so is $version. Both must be the same." \
+    -DDuckDB_ROOT:PATH="$work/other"
+for name in ${names//.pin/}; do
+    pinned=$(sed -n 's/^DUCKDB_VERSION=//p' "$source/scripts/duckdb-$name.pin")
+    [ "$pinned" = "$version" ] ||
+        refuses_to_configure "DuckDB $pinned is needed (scripts/duckdb-$name.pin), and $duckdb has $version." \
+            -DDuckDB_ROOT:PATH="$duckdb" -DMDUCKDB_DUCKDB="$name"
+done
+printf 'ok: headers of another version than the library, and another version than the pinned one, are refused\n'
 
 # What a download must not be: anything but the file whose checksum is in the pin.
 for name in ${names//.pin/}; do
