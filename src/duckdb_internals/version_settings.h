@@ -19,9 +19,11 @@ inline constexpr bool kFollowsLinksInPaths = true;
 
 #else
 
-inline constexpr std::array<EngineSetting, 3> kEngineSettings = {{
+inline constexpr std::array<EngineSetting, 4> kEngineSettings = {{
     // A statement that cannot be prepared leaves its transaction as it was.
     {"default_transaction_invalidation_policy", "SYNTACTIC_ERRORS_DO_NOT_INVALIDATE"},
+    // Files are read by the threads that `threads` allows; others would be started with every engine.
+    {"async_threads", "0"},
     // Columns of NULL are INTEGER.
     {"legacy_disable_null_type", "true"},
     // New files can be read by every DuckDB 1.

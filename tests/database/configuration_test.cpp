@@ -4,6 +4,7 @@
 
 #include "database_test_base.h"
 #include "support/expected_by_version.h"
+#include "support/thread_count.h"
 
 namespace {
 
@@ -66,6 +67,19 @@ TEST_F(DatabaseConfiguration, OpenWritesAllOptionsInOrderBeforeTheAccessMode) {
                      "extension_directory=" + (folder / "extensions"), "access_mode=READ_WRITE"}));
     EXPECT_EQ(QueryText(*database, "SELECT current_setting('threads')"), "3");
     EXPECT_EQ(QueryText(*database, "SELECT current_setting('enable_external_access')"), "false");
+}
+
+TEST_F(DatabaseConfiguration, AnEngineHasNoThreadsBesidesThoseOfTheOption) {
+    MakeFile();
+    const std::size_t before = CountThreads();
+    const auto database = host.Database(Path());
+    DuckDBDatabaseOptions options;
+    options.threads = 1;  // that of the caller
+    database->put_Options(options);
+    database->Open();
+    EXPECT_LE(CountThreadsAfterJoin(before), before);
+    EXPECT_EQ(QueryText(*database, "SELECT count(*) FROM range(100000)"), "100000");
+    EXPECT_LE(CountThreadsAfterJoin(before), before);
 }
 
 TEST_F(DatabaseConfiguration, CreateWritesTheAccessModeFirst) {

@@ -72,7 +72,7 @@ Looks CountLooks(Act act) {
     return {gOpens, gReads};
 }
 
-/** Both sides have one thread, so that the reads do not depend on chance. */
+/** Both sides have one thread and the module's settings, so that the reads do not depend on chance. */
 class FileLooksTest : public LimitedCalls {
   protected:
     FileLooksTest() {
@@ -128,6 +128,9 @@ class FileLooksTest : public LimitedCalls {
         ASSERT_EQ(DuckDBSuccess, duckdb_open_ext(nullptr, &database_, config, nullptr));
         duckdb_destroy_config(&config);
         ASSERT_EQ(DuckDBSuccess, duckdb_connect(database_, &connection_));
+        for (const std::string& statement : get_EngineSettingStatements()) {
+            ASSERT_EQ(DuckDBSuccess, duckdb_query(connection_, statement.c_str(), nullptr)) << statement;
+        }
     }
 
     duckdb_database database_ = nullptr;

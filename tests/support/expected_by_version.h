@@ -64,7 +64,8 @@ inline const ExpectedByVersion& get_ExpectedByVersion() {
     }();
     static const ExpectedByVersion kDuckDB2 = {
         .engine_settings = {"default_transaction_invalidation_policy=SYNTACTIC_ERRORS_DO_NOT_INVALIDATE",
-                            "legacy_disable_null_type=true", "storage_compatibility_version=v1.0.0"},
+                            "async_threads=0", "legacy_disable_null_type=true",
+                            "storage_compatibility_version=v1.0.0"},
         .refused_by_parquet = {DUCKDB_TYPE_TIMESTAMP_S},
         .blank_before_statement = "",
         .failed_timestamp_cast = "INTERNAL",
