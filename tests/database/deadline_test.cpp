@@ -6,12 +6,14 @@
 #include <thread>
 #include <vector>
 
+#include "base/holders.h"
 #include "database_test_base.h"
 #include "nbx/hooks.h"
 #include "nbx/mrsql/duckdb_deadlines.h"
 #include "nbx/mrsql/duckdb_snapshot.h"
 #include "nbx/mrsql/duckdb_written_statements.h"
 #include "nbx/value.h"
+#include "objects/database.h"
 
 namespace {
 
@@ -202,23 +204,43 @@ TEST_F(DatabaseDeadline, InTheMomentAtWhichAStatementEndsCutsNoLaterOne) {
     EXPECT_GT(cut, 0);
 }
 
+// On a machine with other work: not much longer than an interrupt of DuckDB itself takes meanwhile.
 TEST_F(DatabaseDeadline, IsKeptWithinFiftyMilliseconds) {
+    constexpr auto kLimit = 10ms;
+    constexpr double kMostMilliseconds = 50;
+    const auto connection = dynamic_cast<mduckdb::DuckDBDatabase&>(*database).get_Link()->get_Connection();
+    const auto measure = [&](const auto& run, std::vector<double>& overruns) {
+        const auto begun = Clock::now();
+        run();
+        overruns.push_back(std::chrono::duration<double, std::milli>(Clock::now() - begun - kLimit).count());
+    };
+    const auto percentile = [](std::vector<double>& overruns) {
+        std::sort(overruns.begin(), overruns.end());
+        return overruns[overruns.size() * 99 / 100 - 1];
+    };
     std::vector<double> overruns;
+    std::vector<double> bare;
     for (int i = 0; i < 200; ++i) {
         Limit(*database, 10);
-        const auto begun = Clock::now();
-        EXPECT_EQ(Thrown([&] { Execute(*database, kLongQuery); }), Cut(10));
-        overruns.push_back(std::chrono::duration<double, std::milli>(Clock::now() - begun - 10ms).count());
+        measure([&] { EXPECT_EQ(Thrown([&] { Execute(*database, kLongQuery); }), Cut(10)); }, overruns);
+        measure(
+            [&] {
+                std::thread interrupter([&] {
+                    std::this_thread::sleep_for(kLimit);
+                    duckdb_interrupt(*connection);
+                });
+                mduckdb::ResultHolder result;
+                EXPECT_EQ(duckdb_query(*connection, kLongQuery.c_str(), result.Receive()), DuckDBError);
+                interrupter.join();
+            },
+            bare);
     }
-    std::sort(overruns.begin(), overruns.end());
-    const double percentile = overruns[overruns.size() * 99 / 100 - 1];
+    const double longest = percentile(overruns);
+    const double longest_bare = percentile(bare);
     std::cout << "overrun of 200 deadlines in milliseconds: median " << overruns[100] << ", 99th percentile "
-              << percentile << ", longest " << overruns.back() << '\n';
-#ifdef MDUCKDB_TEST_IS_SANITIZED
-    EXPECT_LE(percentile, 2000);
-#else
-    EXPECT_LE(percentile, 50);
-#endif
+              << longest << ", of interrupts of DuckDB itself " << bare[100] << " and " << longest_bare
+              << '\n';
+    EXPECT_LE(longest, std::max(kMostMilliseconds, 2 * longest_bare));
 }
 
 }  // namespace
