@@ -40,6 +40,10 @@ inline bool ReturnsRows(const duckdb::PreparedStatementData& plan) {
 
 #if MDUCKDB_DUCKDB_MAJOR == 1
 
+/** Whether the files of a failed run may be closed at once. DuckDB 2.0.0 then sometimes waits for ever for
+   its own writing tasks (`AsyncFileWriter`). */
+inline constexpr bool kMayCloseUnfinishedFiles = true;
+
 /** A statement that has been begun. */
 using Pending = duckdb::PendingQueryResult;
 
@@ -143,6 +147,8 @@ inline bool AwaitRows(duckdb::DuckDBResultData& /*data*/) {
 }
 
 #else
+
+inline constexpr bool kMayCloseUnfinishedFiles = false;
 
 using Pending = duckdb::QueryResult;
 

@@ -34,10 +34,10 @@ bool WritesFiles(duckdb_prepared_statement prepared) noexcept {
     return type == duckdb::StatementType::COPY_STATEMENT || type == duckdb::StatementType::EXPORT_STATEMENT;
 }
 
-void CloseUnfinishedFiles(duckdb_connection connection, duckdb_prepared_statement prepared) noexcept {
+bool CloseUnfinishedFiles(duckdb_connection connection, duckdb_prepared_statement prepared) noexcept {
     duckdb::PreparedStatement* const statement = StatementOf(prepared);
-    if (statement == nullptr) {
-        return;
+    if (!version::kMayCloseUnfinishedFiles || statement == nullptr) {
+        return false;
     }
     try {
         duckdb::ClientContext& context = *reinterpret_cast<duckdb::Connection*>(connection)->context;
@@ -45,8 +45,9 @@ void CloseUnfinishedFiles(duckdb_connection connection, duckdb_prepared_statemen
         if (plan.physical_plan) {
             ResetSinks(plan.physical_plan->Root());
         }
+        return true;
     } catch (const std::exception&) {
-        // Where no plan is kept, no file is.
+        return false;  // where no plan is kept, no file is
     }
 }
 
