@@ -47,6 +47,11 @@ inline constexpr bool kMayCloseUnfinishedFiles = true;
 /** A statement that has been begun. */
 using Pending = duckdb::PendingQueryResult;
 
+/** Of a successfully prepared statement. */
+inline duckdb::StatementType TypeOf(const duckdb::PreparedStatement& prepared) {
+    return prepared.data->statement_type;
+}
+
 /** The length of a statement's own part of its text; 0 for a statement that DuckDB wrote. */
 inline idx_t TextLength(const duckdb::SQLStatement& statement) {
     return statement.stmt_length;
@@ -152,6 +157,9 @@ inline constexpr bool kMayCloseUnfinishedFiles = false;
 
 using Pending = duckdb::QueryResult;
 
+inline duckdb::StatementType TypeOf(const duckdb::PreparedStatement& prepared) {
+    return prepared.GetStatementType();
+}
 inline idx_t TextLength(const duckdb::SQLStatement& statement) {
     return statement.stmt_location.length;
 }

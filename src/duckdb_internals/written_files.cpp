@@ -30,7 +30,7 @@ duckdb::PreparedStatement* StatementOf(duckdb_prepared_statement prepared) noexc
 bool WritesFiles(duckdb_prepared_statement prepared) noexcept {
     duckdb::PreparedStatement* const statement = StatementOf(prepared);
     const duckdb::StatementType type =
-        statement == nullptr ? duckdb::StatementType::INVALID_STATEMENT : statement->GetStatementType();
+        statement == nullptr ? duckdb::StatementType::INVALID_STATEMENT : version::TypeOf(*statement);
     return type == duckdb::StatementType::COPY_STATEMENT || type == duckdb::StatementType::EXPORT_STATEMENT;
 }
 

@@ -58,6 +58,9 @@ void InterruptibleConnection::ReportThreads(bool may_bring_client) {
 }
 
 void InterruptibleConnection::ClearInterrupted() {
+    if (!is_interrupted_.load()) {
+        return;
+    }
     // Under the mutex: between the two steps of an interrupt the flag would be cleared and DuckDB
     // interrupted.
     const nbx::MutexLock lock(mutex_);

@@ -30,7 +30,7 @@ class InterruptibleConnection : nbx::noncopyable {
     /** Forgets an interrupt that came before; at the start of every run. */
     void ClearInterrupted();
     /** Whether `Interrupt` was called since; each interrupt is reported once. */
-    bool TakeInterrupted() noexcept { return is_interrupted_.exchange(false); }
+    bool TakeInterrupted() noexcept { return is_interrupted_.load() && is_interrupted_.exchange(false); }
     /** Whether DuckDB counts the progress of what runs on the connection, from the next `ApplyTracking` on.
      */
     void put_IsTracked(bool is_tracked) noexcept { is_tracked_.store(is_tracked); }
