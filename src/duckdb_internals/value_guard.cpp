@@ -46,8 +46,8 @@ bool IsReadableDecimalPart(const duckdb::VariantDecimalData& decimal) {
     }
 }
 
-/** VARIANTs of rows that are not NULL. The kinds of their parts are read where DuckDB has them: its functions
-    find the row anew for each part. */
+/** VARIANTs of rows that are not NULL. Reads the kinds of their parts directly from DuckDB's vector, because
+    DuckDB's functions would look up the row again for each part. */
 class Variants {
   public:
     Variants(duckdb::Vector& vector, idx_t count)

@@ -86,9 +86,9 @@ FileContent ReadContent(int descriptor);
     more would drop the process's lock on it. `unreadable` when there is none. */
 FileContent ReadContentWithoutOpening(const FileLook& file);
 
-/** Takes the lock of this process on a file that its engines read, through a descriptor of theirs: whoever
-    closes another descriptor of the file drops it. False when another process has locked the file meanwhile,
-    and where the system does not list descriptors. */
+/** Locks a file again that engines of this process read, through one of their descriptors: closing any other
+    descriptor of the file has released the lock. Returns false if another process has locked the file
+    meanwhile, or if the system does not list descriptors. */
 bool RenewReadLock(const FileLook& file) noexcept;
 
 /** DuckDB's text for a file that another process has locked, with the name of that process where DuckDB found

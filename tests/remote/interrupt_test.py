@@ -1,9 +1,7 @@
 """Interrupts, cuts and closes while a server is silent: what waits for it ends, and nothing else."""
 
 import contextlib
-import os
 import pathlib
-import subprocess
 import time
 import unittest
 
@@ -11,8 +9,8 @@ import duckdb
 
 import http_servers
 from remote_case import RemoteCase
+from waiting_process import WaitingProcess
 
-WAITING = os.environ["MDUCKDB_REMOTE_WAITING"]
 ROWS = 400000
 # A procedure has no setting that makes DuckDB wait longer than half a minute by itself.
 OWN_END_OF_DUCKDB = 28
@@ -20,7 +18,7 @@ OWN_END_OF_DUCKDB = 28
 BETWEEN_THE_PAUSES = 0.3
 
 
-class InterruptTest(RemoteCase):
+class InterruptTest(WaitingProcess, RemoteCase):
     @classmethod
     def setUpClass(cls):
         super().setUpClass()
@@ -35,29 +33,10 @@ class InterruptTest(RemoteCase):
                              "WHERE name = 'http_retry_backoff'")
         cls.server = cls.enter(http_servers.FileServer(cls.files))
 
-    def start(self, way, ending="parquet"):
-        process = subprocess.Popen([WAITING, way, *(f"{self.server.url}/{name}.{ending}" for name in ("silent", "well"))],
-                                   env=self.environment, cwd=self.folder, stdin=subprocess.PIPE, stdout=subprocess.PIPE,
-                                   stderr=subprocess.STDOUT, text=True)
-        self.addCleanup(process.stdout.close)
-        self.addCleanup(process.stdin.close)
-        self.addCleanup(process.wait)
-        self.addCleanup(process.kill)
-        return process
-
-    def start_waiting(self, planted, *arguments):
-        process = self.start(*arguments)
+    def start_waiting(self, planted, way, ending="parquet"):
+        process = self.start(way, *(f"{self.server.url}/{name}.{ending}" for name in ("silent", "well")))
         self.assertTrue(planted.met.wait(self.longest_run))
         return process
-
-    def send_line(self, process):
-        process.stdin.write("\n")
-        process.stdin.flush()
-
-    def end(self, process):
-        printed, _ = process.communicate(timeout=self.longest_run)
-        self.assertEqual(process.returncode, 0, printed)
-        return printed.splitlines()
 
     def interrupt(self, way, expected, ending="parquet", rows=ROWS, longest=None, **fault):
         """What waits ends with the expected text, although the server goes on being silent."""

@@ -1,14 +1,13 @@
 """Interrupts while an object store is silent during an upload: what waits for it ends, and nothing else."""
 
-import os
 import signal
 import subprocess
 import time
 import unittest
 
 from remote_case import HOST, StoreCase
+from waiting_process import WaitingProcess
 
-WAITING = os.environ["MDUCKDB_REMOTE_WAITING"]
 ROWS = 700000
 # What DuckDB asks an object store for: the parts, which it sends on threads of their own, after and before two others.
 BEGIN = {"method": "POST"}
@@ -18,27 +17,9 @@ END = {"method": "POST", "after": 1}
 OWN_END_OF_DUCKDB = 28
 
 
-class UploadsTest(StoreCase):
+class UploadsTest(WaitingProcess, StoreCase):
     def url(self, name):
         return f"s3://{self.store.bucket}/{name}.parquet"
-
-    def start(self, way):
-        process = subprocess.Popen([WAITING, way, self.url("silent"), self.url("well")], env=self.environment, cwd=self.folder,
-                                   stdin=subprocess.PIPE, stdout=subprocess.PIPE, stderr=subprocess.STDOUT, text=True)
-        self.addCleanup(process.stdout.close)
-        self.addCleanup(process.stdin.close)
-        self.addCleanup(process.wait)
-        self.addCleanup(process.kill)
-        return process
-
-    def send_line(self, process):
-        process.stdin.write("\n")
-        process.stdin.flush()
-
-    def end(self, process):
-        printed, _ = process.communicate(timeout=self.longest_run)
-        self.assertEqual(process.returncode, 0, printed)
-        return printed.splitlines()
 
     def silent(self, name="silent", **fault):
         return self.store.front.faulty("silent", path=name, **fault)
@@ -47,7 +28,7 @@ class UploadsTest(StoreCase):
         """What waits ends with the expected text, although the store goes on being silent."""
         for fault in (BEGIN, PARTS, END):
             with self.subTest(way=way, **fault), self.silent(**fault) as planted:
-                process = self.start(way)
+                process = self.start(way, self.url("silent"), self.url("well"))
                 if is_sent:
                     self.assertTrue(planted.met.wait(self.longest_run))
                     self.send_line(process)
@@ -66,7 +47,7 @@ class UploadsTest(StoreCase):
 
     def test_what_others_upload_and_wait_for_is_left_alone(self):
         with self.silent(**PARTS) as ours, self.silent("well", **PARTS) as others:
-            process = self.start("upload_neighbour")
+            process = self.start("upload_neighbour", self.url("silent"), self.url("well"))
             for planted in (ours, others):
                 self.assertTrue(planted.met.wait(self.longest_run))
             self.send_line(process)
