@@ -22,39 +22,8 @@ using duckdb::LogicalTypeId;
 using duckdb::PhysicalType;
 using duckdb::string_t;
 
-namespace {
-
-/** DuckDB formats texts into its vectors, which only grow; a vector is replaced after this many bytes. */
-constexpr idx_t kScratchBytes = idx_t{64} * 1024;
-
-struct Scratch;
-struct Column;
-using ReadCell = HostValue (*)(const Column&, Scratch&, idx_t row);
-
-/** One column of the chunk, with the function for its type. The pointers are the chunk's. */
-struct Column {
-    ReadCell read;
-    const void* data;
-    const uint64_t* validity;  // a bit a row; null: every row is valid
-    const LogicalType* type;
-    uint8_t scale;
-    duckdb_data_chunk chunk;
-    idx_t index;  // of the column in the chunk
-
-    bool IsValid(idx_t row) const noexcept {
-        return validity == nullptr || (validity[row / 64] >> (row % 64) & 1) != 0;
-    }
-    template <class T>
-    const T& Get(idx_t row) const noexcept {
-        return static_cast<const T*>(data)[row];
-    }
-    ValueHolder TakeValue(idx_t row) const {
-        return ValueHolder(duckdb_data_chunk_get_value(chunk, index, row));
-    }
-};
-
 /** State that the readers of one chunk share. */
-struct Scratch {
+struct CellScratch {
     VariantConverter convert_variant;
 
     /** Where DuckDB formats texts, and how many bytes it has formatted there. */
@@ -65,15 +34,20 @@ struct Scratch {
         created. */
     std::vector<std::unique_ptr<duckdb::Vector>> texts{};
 
+    /** DuckDB formats texts into its vectors, which only grow; a vector is replaced after this many bytes. */
+    static constexpr idx_t kMostBytes = idx_t{64} * 1024;
+
     /** Not inline: creating a heap is rare, and its code would burden each function that reads a cell. */
     [[gnu::noinline]] version::TextHeap& GetHeap() {
-        if (!heap || used > kScratchBytes) {
+        if (!heap || used > kMostBytes) {
             heap = version::MakeTextHeap();
             used = 0;
         }
         return *heap;
     }
 };
+
+namespace {
 
 HostValue MakeText(const string_t& text) {
     return MakeStringValue({text.GetData(), text.GetSize()});
@@ -83,32 +57,32 @@ HostValue MakeEmptyText() {
     return MakeStringValue({});
 }
 
-HostValue ReadNull(const Column&, Scratch&, idx_t) {
+HostValue ReadNull(const CellColumn&, CellScratch&, idx_t) {
     return MakeNullValue();
 }
 
 /** DuckDB creates no value of a cell with a text that is not valid UTF-8. */
-HostValue ReadVariant(const Column& column, Scratch& scratch, idx_t row) {
+HostValue ReadVariant(const CellColumn& column, CellScratch& scratch, idx_t row) {
     const ValueHolder value = column.TakeValue(row);
     return value ? scratch.convert_variant(value.get()) : MakeEmptyText();
 }
 
 template <class Stored, ValueFactory kFactory, class Content = Stored>
-HostValue ReadNumber(const Column& column, Scratch&, idx_t row) {
+HostValue ReadNumber(const CellColumn& column, CellScratch&, idx_t row) {
     return MakeHostValue<kFactory>(static_cast<Content>(column.Get<Stored>(row)));
 }
 
-HostValue ReadText(const Column& column, Scratch&, idx_t row) {
+HostValue ReadText(const CellColumn& column, CellScratch&, idx_t row) {
     return MakeText(column.Get<string_t>(row));
 }
 
-HostValue ReadBlob(const Column& column, Scratch&, idx_t row) {
+HostValue ReadBlob(const CellColumn& column, CellScratch&, idx_t row) {
     const auto& bytes = column.Get<string_t>(row);
     return MakeBinaryValue({bytes.GetData(), bytes.GetSize()});
 }
 
 /** The text through a `duckdb_value`, for types that are rare, nested or not stored in a plain form. */
-HostValue ReadTextOfValue(const Column& column, Scratch&, idx_t row) {
+HostValue ReadTextOfValue(const CellColumn& column, CellScratch&, idx_t row) {
     const ValueHolder value = column.TakeValue(row);
     if (value && duckdb_is_null_value(value.get())) {
         return MakeNullValue();
@@ -117,14 +91,14 @@ HostValue ReadTextOfValue(const Column& column, Scratch&, idx_t row) {
 }
 
 /** The column as texts, or a vector of no texts when it must not or cannot be cast as a whole. */
-std::unique_ptr<duckdb::Vector> CastToTexts(const Column& column) {
+std::unique_ptr<duckdb::Vector> CastToTexts(const CellColumn& column) {
     auto& chunk = *reinterpret_cast<duckdb::DataChunk*>(column.chunk);
-    if (IsEveryValueReadable(*column.type)) {
+    duckdb::Vector& vector = chunk.data[column.index];
+    if (IsEveryValueReadable(vector.GetType())) {
         auto texts = std::make_unique<duckdb::Vector>(LogicalType::VARCHAR, chunk.size());
         std::string error;
         try {
-            if (duckdb::VectorOperations::DefaultTryCast(chunk.data[column.index], *texts, chunk.size(),
-                                                         &error)) {
+            if (duckdb::VectorOperations::DefaultTryCast(vector, *texts, chunk.size(), &error)) {
                 version::Flatten(*texts, chunk.size());
                 return texts;
             }
@@ -136,7 +110,7 @@ std::unique_ptr<duckdb::Vector> CastToTexts(const Column& column) {
 
 /** A nested value as text. Casting one value costs microseconds, so the column is cast as a whole where that
     is possible. */
-HostValue ReadNested(const Column& column, Scratch& scratch, idx_t row) {
+HostValue ReadNested(const CellColumn& column, CellScratch& scratch, idx_t row) {
     auto& texts = scratch.texts[column.index];
     if (!texts) {
         texts = CastToTexts(column);
@@ -166,7 +140,7 @@ concept TimeOfDay = std::is_same_v<T, duckdb::dtime_t> || std::is_same_v<T, duck
 
 /** The text as DuckDB's cast to VARCHAR formats it. */
 template <class T, class Cast>
-HostValue ReadFormatted(const Column& column, Scratch& scratch, idx_t row) {
+HostValue ReadFormatted(const CellColumn& column, CellScratch& scratch, idx_t row) {
     const T value = column.Get<T>(row);
     if constexpr (TimeOfDay<T>) {
         if (!IsValidTimeOfDay(value)) {
@@ -186,7 +160,7 @@ void PutDigits(char* place, unsigned count, unsigned number) noexcept {
 
 /** The same text as DuckDB's, without DuckDB's memory for it. Dates of other years and infinite ones are
     rare. */
-HostValue ReadDate(const Column& column, Scratch& scratch, idx_t row) {
+HostValue ReadDate(const CellColumn& column, CellScratch& scratch, idx_t row) {
     using std::chrono::sys_days;
     constexpr sys_days kFirst = std::chrono::year(1) / 1 / 1;
     constexpr sys_days kLast = std::chrono::year(9999) / 12 / 31;
@@ -203,25 +177,37 @@ HostValue ReadDate(const Column& column, Scratch& scratch, idx_t row) {
 }
 
 template <class T>
-HostValue ReadEnum(const Column& column, Scratch&, idx_t row) {
+HostValue ReadEnum(const CellColumn& column, CellScratch&, idx_t row) {
     const T position = column.Get<T>(row);
-    return position < duckdb::EnumType::GetSize(*column.type)
-               ? MakeText(duckdb::EnumType::GetString(*column.type, position))
-               : MakeEmptyText();
+    const LogicalType& type =
+        reinterpret_cast<duckdb::DataChunk*>(column.chunk)->data[column.index].GetType();
+    return position < duckdb::EnumType::GetSize(type) ? MakeText(duckdb::EnumType::GetString(type, position))
+                                                      : MakeEmptyText();
 }
 
 /** A DECIMAL of up to 18 digits. A file may hold a number with more, which DuckDB reads too. */
 template <class T>
-HostValue ReadDecimal(const Column& column, Scratch&, idx_t row) {
+HostValue ReadDecimal(const CellColumn& column, CellScratch&, idx_t row) {
     return MakeHostValue<nbx::CreateValueDouble>(DecimalToDouble(column.Get<T>(row), column.scale));
 }
 
 /** The one number without an opposite is not readable, see `IsReadable`. */
-HostValue ReadWideDecimal(const Column& column, Scratch&, idx_t row) {
+HostValue ReadWideDecimal(const CellColumn& column, CellScratch&, idx_t row) {
     const auto number = column.Get<duckdb_hugeint>(row);
     const bool has_opposite = number.upper != std::numeric_limits<int64_t>::min() || number.lower != 0;
     return has_opposite ? MakeHostValue<nbx::CreateValueDouble>(WideDecimalToDouble(number, column.scale))
                         : MakeEmptyText();
+}
+
+/** The reader as the table has it: a cell that DuckDB refuses to read is the empty text. */
+template <HostValue (*kRead)(const CellColumn&, CellScratch&, idx_t)>
+nbx::I_Value* Guarded(const CellColumn& column, CellScratch& scratch, idx_t row) {
+    try {
+        return kRead(column, scratch, row).detach();
+    } catch (...) {
+        ThrowIfOutOfMemory();
+        return MakeEmptyText().detach();
+    }
 }
 
 /** Where a cell is read: in the data of the vector, flattened if necessary, or through the chunk. */
@@ -243,52 +229,53 @@ using From::data;
 /** The one place that says what a cell of a cursor becomes; a text for every type that is not here. Numbers
     keep their width, but a TINYINT becomes a Short, since the host's Byte has no sign. */
 constexpr Kind kKinds[] = {
-    {LogicalTypeId::SQLNULL, chunk, ReadNull},
-    {LogicalTypeId::BOOLEAN, data, ReadNumber<bool, nbx::CreateValueBoolean>},
-    {LogicalTypeId::TINYINT, data, ReadNumber<int8_t, nbx::CreateValueShort, int16_t>},
-    {LogicalTypeId::SMALLINT, data, ReadNumber<int16_t, nbx::CreateValueShort>},
-    {LogicalTypeId::INTEGER, data, ReadNumber<int32_t, nbx::CreateValueLong>},
-    {LogicalTypeId::BIGINT, data, ReadNumber<int64_t, nbx::CreateValueLLong>},
-    {LogicalTypeId::UTINYINT, data, ReadNumber<uint8_t, nbx::CreateValueByte>},
-    {LogicalTypeId::USMALLINT, data, ReadNumber<uint16_t, nbx::CreateValueUShort>},
-    {LogicalTypeId::UINTEGER, data, ReadNumber<uint32_t, nbx::CreateValueULong>},
-    {LogicalTypeId::UBIGINT, data, ReadNumber<uint64_t, nbx::CreateValueULLong>},
-    {LogicalTypeId::FLOAT, data, ReadNumber<float, nbx::CreateValueFloat>},
-    {LogicalTypeId::DOUBLE, data, ReadNumber<double, nbx::CreateValueDouble>},
-    {LogicalTypeId::DECIMAL, data, ReadDecimal<int16_t>, PhysicalType::INT16},
-    {LogicalTypeId::DECIMAL, data, ReadDecimal<int32_t>, PhysicalType::INT32},
-    {LogicalTypeId::DECIMAL, data, ReadDecimal<int64_t>, PhysicalType::INT64},
-    {LogicalTypeId::DECIMAL, data, ReadWideDecimal, PhysicalType::INT128},
-    {LogicalTypeId::BLOB, data, ReadBlob},
-    {LogicalTypeId::VARCHAR, data, ReadText},
-    {LogicalTypeId::ENUM, data, ReadEnum<uint8_t>, PhysicalType::UINT8},
-    {LogicalTypeId::ENUM, data, ReadEnum<uint16_t>, PhysicalType::UINT16},
-    {LogicalTypeId::ENUM, data, ReadEnum<uint32_t>, PhysicalType::UINT32},
-    {LogicalTypeId::DATE, data, ReadDate},
-    {LogicalTypeId::TIME, data, ReadFormatted<duckdb::dtime_t, duckdb::StringCast>},
-    {LogicalTypeId::TIME_NS, data, ReadFormatted<duckdb::dtime_ns_t, duckdb::StringCast>},
-    {LogicalTypeId::TIME_TZ, data, ReadFormatted<duckdb::dtime_tz_t, version::StringCastWithZone>},
-    {LogicalTypeId::TIMESTAMP, data, ReadFormatted<duckdb::timestamp_t, duckdb::StringCast>},
+    {LogicalTypeId::SQLNULL, chunk, Guarded<ReadNull>},
+    {LogicalTypeId::BOOLEAN, data, Guarded<ReadNumber<bool, nbx::CreateValueBoolean>>},
+    {LogicalTypeId::TINYINT, data, Guarded<ReadNumber<int8_t, nbx::CreateValueShort, int16_t>>},
+    {LogicalTypeId::SMALLINT, data, Guarded<ReadNumber<int16_t, nbx::CreateValueShort>>},
+    {LogicalTypeId::INTEGER, data, Guarded<ReadNumber<int32_t, nbx::CreateValueLong>>},
+    {LogicalTypeId::BIGINT, data, Guarded<ReadNumber<int64_t, nbx::CreateValueLLong>>},
+    {LogicalTypeId::UTINYINT, data, Guarded<ReadNumber<uint8_t, nbx::CreateValueByte>>},
+    {LogicalTypeId::USMALLINT, data, Guarded<ReadNumber<uint16_t, nbx::CreateValueUShort>>},
+    {LogicalTypeId::UINTEGER, data, Guarded<ReadNumber<uint32_t, nbx::CreateValueULong>>},
+    {LogicalTypeId::UBIGINT, data, Guarded<ReadNumber<uint64_t, nbx::CreateValueULLong>>},
+    {LogicalTypeId::FLOAT, data, Guarded<ReadNumber<float, nbx::CreateValueFloat>>},
+    {LogicalTypeId::DOUBLE, data, Guarded<ReadNumber<double, nbx::CreateValueDouble>>},
+    {LogicalTypeId::DECIMAL, data, Guarded<ReadDecimal<int16_t>>, PhysicalType::INT16},
+    {LogicalTypeId::DECIMAL, data, Guarded<ReadDecimal<int32_t>>, PhysicalType::INT32},
+    {LogicalTypeId::DECIMAL, data, Guarded<ReadDecimal<int64_t>>, PhysicalType::INT64},
+    {LogicalTypeId::DECIMAL, data, Guarded<ReadWideDecimal>, PhysicalType::INT128},
+    {LogicalTypeId::BLOB, data, Guarded<ReadBlob>},
+    {LogicalTypeId::VARCHAR, data, Guarded<ReadText>},
+    {LogicalTypeId::ENUM, data, Guarded<ReadEnum<uint8_t>>, PhysicalType::UINT8},
+    {LogicalTypeId::ENUM, data, Guarded<ReadEnum<uint16_t>>, PhysicalType::UINT16},
+    {LogicalTypeId::ENUM, data, Guarded<ReadEnum<uint32_t>>, PhysicalType::UINT32},
+    {LogicalTypeId::DATE, data, Guarded<ReadDate>},
+    {LogicalTypeId::TIME, data, Guarded<ReadFormatted<duckdb::dtime_t, duckdb::StringCast>>},
+    {LogicalTypeId::TIME_NS, data, Guarded<ReadFormatted<duckdb::dtime_ns_t, duckdb::StringCast>>},
+    {LogicalTypeId::TIME_TZ, data, Guarded<ReadFormatted<duckdb::dtime_tz_t, version::StringCastWithZone>>},
+    {LogicalTypeId::TIMESTAMP, data, Guarded<ReadFormatted<duckdb::timestamp_t, duckdb::StringCast>>},
     {LogicalTypeId::TIMESTAMP_TZ, data,
-     ReadFormatted<version::StoredTimestampTz, version::StringCastWithZone>},
+     Guarded<ReadFormatted<version::StoredTimestampTz, version::StringCastWithZone>>},
     {LogicalTypeId::TIMESTAMP_SEC, data,
-     ReadFormatted<version::StoredTimestampS, duckdb::CastFromTimestampSec>},
+     Guarded<ReadFormatted<version::StoredTimestampS, duckdb::CastFromTimestampSec>>},
     {LogicalTypeId::TIMESTAMP_MS, data,
-     ReadFormatted<version::StoredTimestampMs, duckdb::CastFromTimestampMS>},
-    {LogicalTypeId::TIMESTAMP_NS, data, ReadFormatted<duckdb::timestamp_ns_t, duckdb::CastFromTimestampNS>},
-    {LogicalTypeId::INTERVAL, data, ReadFormatted<duckdb::interval_t, duckdb::StringCast>},
-    {LogicalTypeId::HUGEINT, data, ReadFormatted<duckdb::hugeint_t, duckdb::StringCast>},
-    {LogicalTypeId::UHUGEINT, data, ReadFormatted<duckdb::uhugeint_t, duckdb::StringCast>},
-    {LogicalTypeId::UUID, data, ReadFormatted<duckdb::hugeint_t, duckdb::CastFromUUID>},
-    {LogicalTypeId::LIST, chunk, ReadNested},
-    {LogicalTypeId::ARRAY, chunk, ReadNested},
-    {LogicalTypeId::STRUCT, chunk, ReadNested},
-    {LogicalTypeId::MAP, chunk, ReadNested},
-    {LogicalTypeId::UNION, chunk, ReadNested},
-    {LogicalTypeId::VARIANT, chunk, ReadVariant},
+     Guarded<ReadFormatted<version::StoredTimestampMs, duckdb::CastFromTimestampMS>>},
+    {LogicalTypeId::TIMESTAMP_NS, data,
+     Guarded<ReadFormatted<duckdb::timestamp_ns_t, duckdb::CastFromTimestampNS>>},
+    {LogicalTypeId::INTERVAL, data, Guarded<ReadFormatted<duckdb::interval_t, duckdb::StringCast>>},
+    {LogicalTypeId::HUGEINT, data, Guarded<ReadFormatted<duckdb::hugeint_t, duckdb::StringCast>>},
+    {LogicalTypeId::UHUGEINT, data, Guarded<ReadFormatted<duckdb::uhugeint_t, duckdb::StringCast>>},
+    {LogicalTypeId::UUID, data, Guarded<ReadFormatted<duckdb::hugeint_t, duckdb::CastFromUUID>>},
+    {LogicalTypeId::LIST, chunk, Guarded<ReadNested>},
+    {LogicalTypeId::ARRAY, chunk, Guarded<ReadNested>},
+    {LogicalTypeId::STRUCT, chunk, Guarded<ReadNested>},
+    {LogicalTypeId::MAP, chunk, Guarded<ReadNested>},
+    {LogicalTypeId::UNION, chunk, Guarded<ReadNested>},
+    {LogicalTypeId::VARIANT, chunk, Guarded<ReadVariant>},
 };
 
-constexpr Kind kOtherKind = {LogicalTypeId::INVALID, chunk, ReadTextOfValue};
+constexpr Kind kOtherKind = {LogicalTypeId::INVALID, chunk, Guarded<ReadTextOfValue>};
 
 const Kind& FindKind(const LogicalType& type) {
     const LogicalTypeId id = version::IsStruct(type.id()) ? LogicalTypeId::STRUCT : type.id();
@@ -303,8 +290,8 @@ const Kind& FindKind(const LogicalType& type) {
 }  // namespace
 
 struct CellReader::State {
-    Scratch scratch;
-    std::vector<Column> columns{};
+    CellScratch scratch;
+    std::vector<CellColumn> columns{};
     /** Flattens columns that the chunk holds in a compressed form. */
     std::vector<std::unique_ptr<duckdb::Vector>> spread{};
 
@@ -313,7 +300,7 @@ struct CellReader::State {
         duckdb::Vector& vector = all.data[index];
         const LogicalType& type = vector.GetType();
         const Kind& kind = FindKind(type);
-        Column column{kind.read, nullptr, nullptr, &type, 0, chunk, index};
+        CellColumn column{kind.read, nullptr, nullptr, chunk, static_cast<uint32_t>(index), 0};
         if (kind.from == From::data) {
             duckdb::Vector& flat = Spread(vector, all.size());
             column.data = duckdb::FlatVector::GetData(flat);
@@ -339,7 +326,7 @@ struct CellReader::State {
 };
 
 CellReader::CellReader(VariantConverter convert_variant)
-    : state_(std::make_unique<State>(State{Scratch{convert_variant}})) {}
+    : state_(std::make_unique<State>(State{CellScratch{convert_variant}})), scratch_(&state_->scratch) {}
 CellReader::~CellReader() = default;
 
 void CellReader::Bind(duckdb_data_chunk chunk) {
@@ -357,24 +344,13 @@ void CellReader::Bind(duckdb_data_chunk chunk) {
     for (idx_t index = 0; index < column_count; ++index) {
         state_->Add(chunk, index);
     }
+    columns_ = state_->columns.data();
     column_count_ = column_count;
     row_count_ = duckdb_data_chunk_get_size(chunk);
 }
 
-HostValue CellReader::Read(idx_t column, idx_t row) {
-    if (column >= column_count_ || row >= row_count_) {
-        return MakeNullValue();
-    }
-    const Column& from = state_->columns[column];
-    if (!from.IsValid(row)) {
-        return MakeNullValue();
-    }
-    try {
-        return from.read(from, state_->scratch, row);
-    } catch (...) {
-        ThrowIfOutOfMemory();
-        return MakeEmptyText();
-    }
+nbx::I_Value* CellReader::MakeNull() {
+    return MakeNullValue().detach();
 }
 
 }  // namespace mduckdb

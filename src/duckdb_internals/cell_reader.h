@@ -28,6 +28,34 @@ class ValueText {
 /** Creates the host value of a VARIANT; also called with null and with NULL. */
 using VariantConverter = HostValue (*)(duckdb_value variant);
 
+struct CellScratch;
+struct CellColumn;
+
+/** Creates the host value of a cell that is not NULL. The caller owns the reference. Throws `std::bad_alloc`.
+ */
+using ReadCell = nbx::I_Value* (*)(const CellColumn&, CellScratch&, idx_t row);
+
+/** One column of a chunk, with the function for its type. The pointers are the chunk's. */
+struct CellColumn {
+    ReadCell read;
+    const void* data;
+    const uint64_t* validity;  // a bit a row; null: every row is valid
+    duckdb_data_chunk chunk;
+    uint32_t index;  // of the column in the chunk
+    uint8_t scale;   // of a DECIMAL
+
+    bool IsValid(idx_t row) const noexcept {
+        return validity == nullptr || (validity[row / 64] >> (row % 64) & 1) != 0;
+    }
+    template <class T>
+    const T& Get(idx_t row) const noexcept {
+        return static_cast<const T*>(data)[row];
+    }
+    ValueHolder TakeValue(idx_t row) const {
+        return ValueHolder(duckdb_data_chunk_get_value(chunk, index, row));
+    }
+};
+
 /** Creates host values from the cells of one chunk after another: the table in the source says which type
     becomes which host value. The result is the same as through DuckDB's values
     (`duckdb_data_chunk_get_value`, then the getter of the type), but types with a plain form are read without
@@ -38,18 +66,32 @@ class CellReader {
     ~CellReader();
 
     /** Selects the chunk, which the caller keeps and must not change or destroy while cells are
-        read. Null: no cells. Throws `std::bad_alloc`. */
+        read. Null: no cells. Throws `std::bad_alloc`, but not for null. */
     void Bind(duckdb_data_chunk chunk);
     /** Rows of the chunk. */
     idx_t get_RowCount() const noexcept { return row_count_; }
-    /** The host value of a cell, never a null pointer: a null value for NULL and outside the chunk, the empty
+    /** Whether the chunk has the cell. */
+    bool HasCell(idx_t column, idx_t row) const noexcept {
+        return column < column_count_ && row < row_count_;
+    }
+    /** The host value of a cell that the chunk has, never a null pointer: a null value for NULL, the empty
         text for a cell that its type does not allow or that DuckDB refuses to convert to text. Throws
         `std::bad_alloc`. */
-    HostValue Read(idx_t column, idx_t row);
+    HostValue Read(idx_t column, idx_t row) {
+        const CellColumn& from = columns_[column];
+        return HostValue::Adopt(from.IsValid(row) ? from.read(from, *scratch_, row) : MakeNull());
+    }
 
   private:
     struct State;
+
+    /** Not inline: it would burden each caller. */
+    static nbx::I_Value* MakeNull();
+
     std::unique_ptr<State> state_;
+    /** In the state. */
+    const CellColumn* columns_ = nullptr;
+    CellScratch* scratch_;
     idx_t column_count_ = 0;
     idx_t row_count_ = 0;
 };

@@ -34,16 +34,17 @@ bool DuckDBCursor_server::PrevRecord() {
 }
 
 bool DuckDBCursor_server::NextRecord() {
-    if (MoveInChunk()) {
-        return true;
-    }
+    return MoveInChunk() || MoveToNextRowUnderLock();
+}
+
+bool DuckDBCursor_server::MoveToNextRowUnderLock() {
     const EngineLockScope lock;
     return MoveToNextRow();
 }
 
 inline bool DuckDBCursor_server::MoveInChunk() {
     RequireValid();
-    if (!chunk_ || row_in_chunk_ + 1 >= cells_.get_RowCount()) {
+    if (row_in_chunk_ + 1 >= cells_.get_RowCount()) {
         return false;
     }
     ++row_in_chunk_;
@@ -82,24 +83,28 @@ void DuckDBCursor_server::MoveToNextChunk() {
     row_in_chunk_ = 0;
 }
 
-inline void DuckDBCursor_server::RequireRecord() const {
-    if (!chunk_) {
-        ThrowError("Data is not available. Use NextRecord() to fetch data.");
-    }
-    if (row_in_chunk_ >= cells_.get_RowCount()) {
-        ThrowError("Current position is out of bounds");
-    }
+void DuckDBCursor_server::ThrowNoRecord() const {
+    ThrowError(chunk_ ? "Current position is out of bounds"
+                      : "Data is not available. Use NextRecord() to fetch data.");
+}
+
+void DuckDBCursor_server::ThrowNoCell(uint32_t column_index) const {
+    RequireValid();
+    RequireColumn(column_index);
+    ThrowNoRecord();
 }
 
 nbx::smart_ptr<nbx::I_Value> DuckDBCursor_server::get_Value(uint32_t column_index) {
-    RequireValid();
-    RequireColumn(column_index);
-    RequireRecord();
+    if (!get_IsValid() || !cells_.HasCell(column_index, row_in_chunk_)) {
+        ThrowNoCell(column_index);
+    }
     return cells_.Read(column_index, row_in_chunk_);
 }
 
 DuckDBCursor_imp::RecordPlace DuckDBCursor_server::FindRecord() {
-    RequireRecord();
+    if (row_in_chunk_ >= cells_.get_RowCount()) {
+        ThrowNoRecord();
+    }
     return {chunk_.get(), row_in_chunk_};
 }
 
@@ -116,7 +121,7 @@ DuckDBCursor_imp::ArrowStart DuckDBCursor_server::FindArrowStart() {
 
 void DuckDBCursor_server::HandOverRows() noexcept {
     has_handed_over_rows_ = true;
-    // The cells stay bound to it, but are only read while there is a chunk, and none comes.
+    cells_.Bind(nullptr);
     chunk_.Reset();
     next_chunk_.Reset();
 }

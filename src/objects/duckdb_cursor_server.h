@@ -42,8 +42,11 @@ class DuckDBCursor_server : public DuckDBCursor_imp {
     bool MoveInChunk();
     /** Throws if an Arrow stream has them. */
     void RequireRows() const;
-    /** Throws if there is no current record. */
-    void RequireRecord() const;
+    /** Not inline: it takes the engine lock, and would burden each call of `NextRecord`. */
+    [[gnu::noinline]] bool MoveToNextRowUnderLock();
+    [[noreturn]] void ThrowNoRecord() const;
+    /** Throws what is wrong when a cell cannot be read. */
+    [[noreturn]] void ThrowNoCell(uint32_t column_index) const;
     /** Throws for operations that only a client cursor supports. */
     [[noreturn]] void Refuse(const char* message) const;
     /** Replaces the chunk with the next one, or with none. Throws when it cannot be read, and then stays
@@ -56,7 +59,7 @@ class DuckDBCursor_server : public DuckDBCursor_imp {
     ChunkHolder next_chunk_;
     uint64_t row_in_chunk_ = 0;
     bool has_handed_over_rows_ = false;
-    /** Bound to the chunk. */
+    /** Bound to the chunk, or to none. */
     CellReader cells_{ConvertVariant};
 };
 
