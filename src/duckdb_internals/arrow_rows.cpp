@@ -153,11 +153,12 @@ void ArrowRows::State::MakeSchema(duckdb_result& result) {
 
 void ArrowRows::State::Cast(DataChunk& rows, DataChunk& cast) {
     const idx_t count = rows.size();
-    cast.Initialize(duckdb::Allocator::DefaultAllocator(), types);
+    cast.InitializeEmpty(types);
     for (idx_t column = 0; column < types.size(); ++column) {
         if (types[column] == result_types[column]) {
             cast.data[column].Reference(rows.data[column]);
         } else {
+            cast.data[column].Initialize();
             const auto kept = HideUnreadable(rows.data[column], count, TextParts::variants);
             Vector& source = kept ? *kept : rows.data[column];
             duckdb::VectorOperations::Cast(context, source, cast.data[column], count);

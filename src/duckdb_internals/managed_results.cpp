@@ -18,12 +18,15 @@ struct Scan {
     bool is_started = false;
 };
 
-duckdb_data_chunk ScanChunk(duckdb::ColumnDataCollection& rows, Scan& scan) {
+duckdb_data_chunk ScanChunk(duckdb::ColumnDataCollection& rows, Scan& scan, bool in_place) {
+    using duckdb::ColumnDataScanProperties;
     if (!scan.is_started) {
-        // Copies the rows: a chunk without copies would be valid only until the scan moves its pins.
-        rows.InitializeScan(scan.state, duckdb::ColumnDataScanProperties::DISALLOW_ZERO_COPY);
+        rows.InitializeScan(scan.state);
         scan.is_started = true;
     }
+    // Without copies a chunk is valid only until the scan moves its pins.
+    scan.state.properties =
+        in_place ? ColumnDataScanProperties::ALLOW_ZERO_COPY : ColumnDataScanProperties::DISALLOW_ZERO_COPY;
     // The collection's own method would take the chunk's memory from the engine. Created before the scan,
     // which moves past the rows even if there is no memory for them.
     auto chunk = std::make_unique<duckdb::DataChunk>();
@@ -113,7 +116,8 @@ void duckdb_destroy_result_scan(duckdb_result_scan* scan) {
     *scan = nullptr;
 }
 
-duckdb_data_chunk duckdb_scan_result_chunk(duckdb_result result, duckdb_result_scan scan, char** out_error) {
+duckdb_data_chunk duckdb_scan_result_chunk(duckdb_result result, duckdb_result_scan scan, bool in_place,
+                                           char** out_error) {
     *out_error = nullptr;
     try {
         auto* data = static_cast<duckdb::DuckDBResultData*>(result.internal_data);
@@ -121,7 +125,7 @@ duckdb_data_chunk duckdb_scan_result_chunk(duckdb_result result, duckdb_result_s
             return nullptr;
         }
         if (duckdb::ColumnDataCollection* const rows = version::FindRows(*data)) {
-            return ScanChunk(*rows, *reinterpret_cast<Scan*>(scan));
+            return ScanChunk(*rows, *reinterpret_cast<Scan*>(scan), in_place);
         }
         auto chunk = version::FetchFromStream(*data);
         return chunk && chunk->size() > 0 ? reinterpret_cast<duckdb_data_chunk>(chunk.release()) : nullptr;

@@ -41,8 +41,10 @@ void duckdb_destroy_result_scan(duckdb_result_scan* scan);
 /** The result's next chunk, or null at the end and after a failure. If reading computed rows fails,
    `out_error` receives the text, to be freed; the error of a result that is computed while it is read stays
    in the result. The chunk depends neither on the result nor on the engine, unlike that of
-   `duckdb_fetch_chunk`. */
-duckdb_data_chunk duckdb_scan_result_chunk(duckdb_result result, duckdb_result_scan scan, char** out_error);
+   `duckdb_fetch_chunk`; but with `in_place` its rows may be the result's own, which nobody may change, and
+   which are there until the scan goes on or either of them is destroyed. */
+duckdb_data_chunk duckdb_scan_result_chunk(duckdb_result result, duckdb_result_scan scan, bool in_place,
+                                           char** out_error);
 }
 
 namespace mduckdb {

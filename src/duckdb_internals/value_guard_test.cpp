@@ -6,6 +6,7 @@
 
 #include <functional>
 #include <limits>
+#include <string_view>
 
 #include "support/harmful_time.h"
 #include "support/sample_values.h"
@@ -288,6 +289,46 @@ TEST(ValueGuard, AHarmfulValueInsideAVariantMakesItUnreadable) {
         ValueHolder child(duckdb_value_variant_child(value.get()));
         EXPECT_EQ(IsReadable(child.get()), column == 2);
         EXPECT_EQ(TextOf(child.get()).has_value(), column == 2);
+    }
+}
+
+/** Overwrites bytes of a VARIANT's data, from `place` on. */
+void Damage(duckdb_data_chunk chunk, idx_t row, std::size_t place, std::string_view bytes) {
+    constexpr idx_t kDataField = 3;
+    duckdb_vector data = duckdb_struct_vector_get_child(duckdb_data_chunk_get_vector(chunk, 0), kDataField);
+    duckdb_string_t& blob = static_cast<duckdb_string_t*>(duckdb_vector_get_data(data))[row];
+    ASSERT_LE(place + bytes.size(), duckdb_string_t_length(blob));
+    char* const first = duckdb_string_is_inlined(blob) ? blob.value.inlined.inlined : blob.value.pointer.ptr;
+    bytes.copy(first + place, bytes.size());
+}
+
+TEST(ValueGuard, AHarmfulVariantOfEachGuardedKindIsFoundInItsColumn) {
+    using std::literals::operator""sv;
+    struct Harm {
+        const char* expression;
+        std::size_t place;
+        std::string_view bytes;
+    };
+    const Harm harms[] = {
+        {"'12:34:56.789'::TIME", 0, "\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF"sv},
+        {"'12:34:56.789012345'::TIME_NS", 0, "\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF"sv},
+        {"'12:34:56+02'::TIMETZ", 0, "\xFF\xFF\xFF\xFF\xFF\xFF\xFF\xFF"sv},
+        {"12.50::DECIMAL(4,2)", 1, "\x05"sv},  // the scale
+        {"123::BIGNUM", 0, "\x01"sv},          // its length
+        {"'0101'::BIT", 1, "\x09"sv},          // the bits that are padding
+    };
+    TestEngine engine;
+    for (const Harm& harm : harms) {
+        const std::string value = harm.expression;
+        ResultHolder result = engine.Query("SELECT unnest([" + value + "::VARIANT, {'a': " + value +
+                                           "}::VARIANT, NULL, " + value + "::VARIANT])");
+        ChunkHolder chunk(duckdb_fetch_chunk(*result));
+        auto& column = *reinterpret_cast<duckdb::Vector*>(duckdb_data_chunk_get_vector(chunk.get(), 0));
+        EXPECT_EQ(FindUnreadableVariants(column, 4), std::vector<bool>()) << value;
+        Damage(chunk.get(), 3, harm.place, harm.bytes);
+        EXPECT_EQ(FindUnreadableVariants(column, 4), std::vector<bool>({false, false, false, true})) << value;
+        Damage(chunk.get(), 0, harm.place, harm.bytes);
+        EXPECT_EQ(FindUnreadableVariants(column, 4), std::vector<bool>({true, false, false, true})) << value;
     }
 }
 

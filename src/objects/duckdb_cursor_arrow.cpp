@@ -29,7 +29,8 @@ class DuckDBCursor_imp::ArrowReader final : public ArrowSource {
 
   private:
     /** Lets `start_.rows` be the next rows of the stream, or null at their end. They stay there until they
-       are converted, so that a failure in between loses none. */
+       are converted, so that a failure in between loses none. The conversion copies them, so they may be in
+       the result's memory. */
     void FetchRows();
     /** False at the end of the rows. */
     bool FetchChunk();
@@ -69,7 +70,7 @@ void DuckDBCursor_imp::ArrowReader::FetchRows() {
 }
 
 bool DuckDBCursor_imp::ArrowReader::FetchChunk() {
-    start_.rows = cursor_->ReadChunk(scan_);
+    start_.rows = cursor_->ReadChunk(scan_, RowsAre::of_result);
     if (start_.rows && duckdb_data_chunk_get_size(start_.rows.get()) == 0) {
         start_.rows.Reset();
     }

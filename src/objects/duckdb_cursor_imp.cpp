@@ -176,26 +176,27 @@ ChunkHolder DuckDBCursor_imp::FetchChunk(ResultScanHolder& scan) {
     if (!result_) {
         ThrowInvalid();
     }
-    return ReadChunk(scan);
+    return ReadChunk(scan, RowsAre::own);
 }
 
-ChunkHolder DuckDBCursor_imp::ReadChunk(ResultScanHolder& scan) {
+ChunkHolder DuckDBCursor_imp::ReadChunk(ResultScanHolder& scan, RowsAre rows) {
     TextHolder error;
-    ChunkHolder chunk = ScanChunk(scan, error);
+    ChunkHolder chunk = ScanChunk(scan, rows, error);
     if (error) {
         ThrowDuckDBError(tie_.get_Link()->get_ErrorPath(), FailureOf(error.get(), ""));
     }
     return chunk;
 }
 
-ChunkHolder DuckDBCursor_imp::ScanChunk(ResultScanHolder& scan, TextHolder& error) {
+ChunkHolder DuckDBCursor_imp::ScanChunk(ResultScanHolder& scan, RowsAre rows, TextHolder& error) {
     if (!scan) {
         scan.Reset(duckdb_create_result_scan());
     }
     if (!scan) {
         throw std::bad_alloc();
     }
-    ChunkHolder chunk(duckdb_scan_result_chunk(*result_, scan.get(), error.Receive()));
+    ChunkHolder chunk(
+        duckdb_scan_result_chunk(*result_, scan.get(), rows == RowsAre::of_result, error.Receive()));
     if (!chunk && !error) {
         fetch_status_.KeepErrorOf(result_.get());
     }

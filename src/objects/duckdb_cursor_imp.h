@@ -138,11 +138,14 @@ class DuckDBCursor_imp : public nbx::Counted<nbx::mrsql::I_DuckDBCursor>, public
     /** A stream has the rows from now on, unless it reads them by a scan of its own. */
     virtual void HandOverRows() noexcept {}
 
+    /** Whose memory the rows of a chunk are in. The result's are not to be changed, and there until its scan
+        goes on or the result is released. */
+    enum class RowsAre : bool { own, of_result };
     /** What `FetchChunk` does under the mutex of the result, which is there. */
-    virtual ChunkHolder ReadChunk(ResultScanHolder& scan);
+    virtual ChunkHolder ReadChunk(ResultScanHolder& scan, RowsAre rows);
     /** The next rows, under the same mutex; null at their end and after a failure, whose text it gives or
      * keeps. */
-    ChunkHolder ScanChunk(ResultScanHolder& scan, TextHolder& error);
+    ChunkHolder ScanChunk(ResultScanHolder& scan, RowsAre rows, TextHolder& error);
     /** A release of the result is about to wait for what runs on it, under the engine lock. */
     virtual void StopReading() noexcept {}
     /** The result is gone; under its mutex and the engine lock. */

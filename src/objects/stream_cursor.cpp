@@ -106,7 +106,7 @@ bool StreamCursor::NextRecord() {
     return MoveToNextRow();
 }
 
-ChunkHolder StreamCursor::ReadChunk(ResultScanHolder& scan) {
+ChunkHolder StreamCursor::ReadChunk(ResultScanHolder& scan, RowsAre rows) {
     if (failure_) {
         std::rethrow_exception(failure_);
     }
@@ -118,7 +118,7 @@ ChunkHolder StreamCursor::ReadChunk(ResultScanHolder& scan) {
         ChunkHolder chunk;
         {
             const ServerWaits::Work call = work.get_Connection().BeginWork();
-            chunk = ScanChunk(scan, error);
+            chunk = ScanChunk(scan, rows, error);
         }
         const std::string text = error ? error.get() : ToUtf8(get_FetchError());
         // A cut that came too late would meet the next chunk, without its reason.

@@ -26,7 +26,7 @@ class StreamCursor final : public DuckDBCursor_server {
     bool NextRecord() override;
 
   protected:
-    ChunkHolder ReadChunk(ResultScanHolder& scan) override;
+    ChunkHolder ReadChunk(ResultScanHolder& scan, RowsAre rows) override;
     void StopReading() noexcept override;
     void ReleaseConnection() noexcept override;
 

@@ -77,7 +77,10 @@ class ArrowTypes : public testing::Test {
     void ExpectAsDuckDB(const std::string& sql, const std::string& own_sql) {
         const std::string expected = own_.Describe(own_sql);
         EXPECT_EQ(DescribeStream(*Select(sql, kServerCursor)), expected) << sql;
-        EXPECT_EQ(DescribeStream(*Select(sql, kClientCursor)), expected) << sql;
+        // A stream reads its rows where the result has them; the second one finds them unchanged.
+        const Cursor cursor = Select(sql, kClientCursor);
+        EXPECT_EQ(DescribeStream(*cursor), expected) << sql;
+        EXPECT_EQ(DescribeStream(*cursor), expected) << sql << ", once more";
     }
     void ExpectAsDuckDB(const std::string& sql) { ExpectAsDuckDB(sql, sql); }
 
