@@ -199,15 +199,10 @@ HostValue ReadWideDecimal(const CellColumn& column, CellScratch&, idx_t row) {
                         : MakeEmptyText();
 }
 
-/** The reader as the table has it: a cell that DuckDB refuses to read is the empty text. */
+/** The reader as the table has it. */
 template <HostValue (*kRead)(const CellColumn&, CellScratch&, idx_t)>
-nbx::I_Value* Guarded(const CellColumn& column, CellScratch& scratch, idx_t row) {
-    try {
-        return kRead(column, scratch, row).detach();
-    } catch (...) {
-        ThrowIfOutOfMemory();
-        return MakeEmptyText().detach();
-    }
+nbx::I_Value* Read(const CellColumn& column, CellScratch& scratch, idx_t row) {
+    return kRead(column, scratch, row).detach();
 }
 
 /** Where a cell is read: in the data of the vector, flattened if necessary, or through the chunk. */
@@ -229,53 +224,53 @@ using From::data;
 /** The one place that says what a cell of a cursor becomes; a text for every type that is not here. Numbers
     keep their width, but a TINYINT becomes a Short, since the host's Byte has no sign. */
 constexpr Kind kKinds[] = {
-    {LogicalTypeId::SQLNULL, chunk, Guarded<ReadNull>},
-    {LogicalTypeId::BOOLEAN, data, Guarded<ReadNumber<bool, nbx::CreateValueBoolean>>},
-    {LogicalTypeId::TINYINT, data, Guarded<ReadNumber<int8_t, nbx::CreateValueShort, int16_t>>},
-    {LogicalTypeId::SMALLINT, data, Guarded<ReadNumber<int16_t, nbx::CreateValueShort>>},
-    {LogicalTypeId::INTEGER, data, Guarded<ReadNumber<int32_t, nbx::CreateValueLong>>},
-    {LogicalTypeId::BIGINT, data, Guarded<ReadNumber<int64_t, nbx::CreateValueLLong>>},
-    {LogicalTypeId::UTINYINT, data, Guarded<ReadNumber<uint8_t, nbx::CreateValueByte>>},
-    {LogicalTypeId::USMALLINT, data, Guarded<ReadNumber<uint16_t, nbx::CreateValueUShort>>},
-    {LogicalTypeId::UINTEGER, data, Guarded<ReadNumber<uint32_t, nbx::CreateValueULong>>},
-    {LogicalTypeId::UBIGINT, data, Guarded<ReadNumber<uint64_t, nbx::CreateValueULLong>>},
-    {LogicalTypeId::FLOAT, data, Guarded<ReadNumber<float, nbx::CreateValueFloat>>},
-    {LogicalTypeId::DOUBLE, data, Guarded<ReadNumber<double, nbx::CreateValueDouble>>},
-    {LogicalTypeId::DECIMAL, data, Guarded<ReadDecimal<int16_t>>, PhysicalType::INT16},
-    {LogicalTypeId::DECIMAL, data, Guarded<ReadDecimal<int32_t>>, PhysicalType::INT32},
-    {LogicalTypeId::DECIMAL, data, Guarded<ReadDecimal<int64_t>>, PhysicalType::INT64},
-    {LogicalTypeId::DECIMAL, data, Guarded<ReadWideDecimal>, PhysicalType::INT128},
-    {LogicalTypeId::BLOB, data, Guarded<ReadBlob>},
-    {LogicalTypeId::VARCHAR, data, Guarded<ReadText>},
-    {LogicalTypeId::ENUM, data, Guarded<ReadEnum<uint8_t>>, PhysicalType::UINT8},
-    {LogicalTypeId::ENUM, data, Guarded<ReadEnum<uint16_t>>, PhysicalType::UINT16},
-    {LogicalTypeId::ENUM, data, Guarded<ReadEnum<uint32_t>>, PhysicalType::UINT32},
-    {LogicalTypeId::DATE, data, Guarded<ReadDate>},
-    {LogicalTypeId::TIME, data, Guarded<ReadFormatted<duckdb::dtime_t, duckdb::StringCast>>},
-    {LogicalTypeId::TIME_NS, data, Guarded<ReadFormatted<duckdb::dtime_ns_t, duckdb::StringCast>>},
-    {LogicalTypeId::TIME_TZ, data, Guarded<ReadFormatted<duckdb::dtime_tz_t, version::StringCastWithZone>>},
-    {LogicalTypeId::TIMESTAMP, data, Guarded<ReadFormatted<duckdb::timestamp_t, duckdb::StringCast>>},
+    {LogicalTypeId::SQLNULL, chunk, Read<ReadNull>},
+    {LogicalTypeId::BOOLEAN, data, Read<ReadNumber<bool, nbx::CreateValueBoolean>>},
+    {LogicalTypeId::TINYINT, data, Read<ReadNumber<int8_t, nbx::CreateValueShort, int16_t>>},
+    {LogicalTypeId::SMALLINT, data, Read<ReadNumber<int16_t, nbx::CreateValueShort>>},
+    {LogicalTypeId::INTEGER, data, Read<ReadNumber<int32_t, nbx::CreateValueLong>>},
+    {LogicalTypeId::BIGINT, data, Read<ReadNumber<int64_t, nbx::CreateValueLLong>>},
+    {LogicalTypeId::UTINYINT, data, Read<ReadNumber<uint8_t, nbx::CreateValueByte>>},
+    {LogicalTypeId::USMALLINT, data, Read<ReadNumber<uint16_t, nbx::CreateValueUShort>>},
+    {LogicalTypeId::UINTEGER, data, Read<ReadNumber<uint32_t, nbx::CreateValueULong>>},
+    {LogicalTypeId::UBIGINT, data, Read<ReadNumber<uint64_t, nbx::CreateValueULLong>>},
+    {LogicalTypeId::FLOAT, data, Read<ReadNumber<float, nbx::CreateValueFloat>>},
+    {LogicalTypeId::DOUBLE, data, Read<ReadNumber<double, nbx::CreateValueDouble>>},
+    {LogicalTypeId::DECIMAL, data, Read<ReadDecimal<int16_t>>, PhysicalType::INT16},
+    {LogicalTypeId::DECIMAL, data, Read<ReadDecimal<int32_t>>, PhysicalType::INT32},
+    {LogicalTypeId::DECIMAL, data, Read<ReadDecimal<int64_t>>, PhysicalType::INT64},
+    {LogicalTypeId::DECIMAL, data, Read<ReadWideDecimal>, PhysicalType::INT128},
+    {LogicalTypeId::BLOB, data, Read<ReadBlob>},
+    {LogicalTypeId::VARCHAR, data, Read<ReadText>},
+    {LogicalTypeId::ENUM, data, Read<ReadEnum<uint8_t>>, PhysicalType::UINT8},
+    {LogicalTypeId::ENUM, data, Read<ReadEnum<uint16_t>>, PhysicalType::UINT16},
+    {LogicalTypeId::ENUM, data, Read<ReadEnum<uint32_t>>, PhysicalType::UINT32},
+    {LogicalTypeId::DATE, data, Read<ReadDate>},
+    {LogicalTypeId::TIME, data, Read<ReadFormatted<duckdb::dtime_t, duckdb::StringCast>>},
+    {LogicalTypeId::TIME_NS, data, Read<ReadFormatted<duckdb::dtime_ns_t, duckdb::StringCast>>},
+    {LogicalTypeId::TIME_TZ, data, Read<ReadFormatted<duckdb::dtime_tz_t, version::StringCastWithZone>>},
+    {LogicalTypeId::TIMESTAMP, data, Read<ReadFormatted<duckdb::timestamp_t, duckdb::StringCast>>},
     {LogicalTypeId::TIMESTAMP_TZ, data,
-     Guarded<ReadFormatted<version::StoredTimestampTz, version::StringCastWithZone>>},
+     Read<ReadFormatted<version::StoredTimestampTz, version::StringCastWithZone>>},
     {LogicalTypeId::TIMESTAMP_SEC, data,
-     Guarded<ReadFormatted<version::StoredTimestampS, duckdb::CastFromTimestampSec>>},
+     Read<ReadFormatted<version::StoredTimestampS, duckdb::CastFromTimestampSec>>},
     {LogicalTypeId::TIMESTAMP_MS, data,
-     Guarded<ReadFormatted<version::StoredTimestampMs, duckdb::CastFromTimestampMS>>},
+     Read<ReadFormatted<version::StoredTimestampMs, duckdb::CastFromTimestampMS>>},
     {LogicalTypeId::TIMESTAMP_NS, data,
-     Guarded<ReadFormatted<duckdb::timestamp_ns_t, duckdb::CastFromTimestampNS>>},
-    {LogicalTypeId::INTERVAL, data, Guarded<ReadFormatted<duckdb::interval_t, duckdb::StringCast>>},
-    {LogicalTypeId::HUGEINT, data, Guarded<ReadFormatted<duckdb::hugeint_t, duckdb::StringCast>>},
-    {LogicalTypeId::UHUGEINT, data, Guarded<ReadFormatted<duckdb::uhugeint_t, duckdb::StringCast>>},
-    {LogicalTypeId::UUID, data, Guarded<ReadFormatted<duckdb::hugeint_t, duckdb::CastFromUUID>>},
-    {LogicalTypeId::LIST, chunk, Guarded<ReadNested>},
-    {LogicalTypeId::ARRAY, chunk, Guarded<ReadNested>},
-    {LogicalTypeId::STRUCT, chunk, Guarded<ReadNested>},
-    {LogicalTypeId::MAP, chunk, Guarded<ReadNested>},
-    {LogicalTypeId::UNION, chunk, Guarded<ReadNested>},
-    {LogicalTypeId::VARIANT, chunk, Guarded<ReadVariant>},
+     Read<ReadFormatted<duckdb::timestamp_ns_t, duckdb::CastFromTimestampNS>>},
+    {LogicalTypeId::INTERVAL, data, Read<ReadFormatted<duckdb::interval_t, duckdb::StringCast>>},
+    {LogicalTypeId::HUGEINT, data, Read<ReadFormatted<duckdb::hugeint_t, duckdb::StringCast>>},
+    {LogicalTypeId::UHUGEINT, data, Read<ReadFormatted<duckdb::uhugeint_t, duckdb::StringCast>>},
+    {LogicalTypeId::UUID, data, Read<ReadFormatted<duckdb::hugeint_t, duckdb::CastFromUUID>>},
+    {LogicalTypeId::LIST, chunk, Read<ReadNested>},
+    {LogicalTypeId::ARRAY, chunk, Read<ReadNested>},
+    {LogicalTypeId::STRUCT, chunk, Read<ReadNested>},
+    {LogicalTypeId::MAP, chunk, Read<ReadNested>},
+    {LogicalTypeId::UNION, chunk, Read<ReadNested>},
+    {LogicalTypeId::VARIANT, chunk, Read<ReadVariant>},
 };
 
-constexpr Kind kOtherKind = {LogicalTypeId::INVALID, chunk, Guarded<ReadTextOfValue>};
+constexpr Kind kOtherKind = {LogicalTypeId::INVALID, chunk, Read<ReadTextOfValue>};
 
 const Kind& FindKind(const LogicalType& type) {
     const LogicalTypeId id = version::IsStruct(type.id()) ? LogicalTypeId::STRUCT : type.id();
@@ -351,6 +346,11 @@ void CellReader::Bind(duckdb_data_chunk chunk) {
 
 nbx::I_Value* CellReader::MakeNull() {
     return MakeNullValue().detach();
+}
+
+HostValue CellReader::MakeRefused() {
+    ThrowIfOutOfMemory();
+    return MakeEmptyText();
 }
 
 }  // namespace mduckdb

@@ -31,8 +31,8 @@ using VariantConverter = HostValue (*)(duckdb_value variant);
 struct CellScratch;
 struct CellColumn;
 
-/** Creates the host value of a cell that is not NULL. The caller owns the reference. Throws `std::bad_alloc`.
- */
+/** Creates the host value of a cell that is not NULL. The caller owns the reference. Throws `std::bad_alloc`,
+    and what DuckDB throws where it refuses the cell. */
 using ReadCell = nbx::I_Value* (*)(const CellColumn&, CellScratch&, idx_t row);
 
 /** One column of a chunk, with the function for its type. The pointers are the chunk's. */
@@ -79,14 +79,20 @@ class CellReader {
         `std::bad_alloc`. */
     HostValue Read(idx_t column, idx_t row) {
         const CellColumn& from = columns_[column];
-        return HostValue::Adopt(from.IsValid(row) ? from.read(from, *scratch_, row) : MakeNull());
+        try {
+            return HostValue::Adopt(from.IsValid(row) ? from.read(from, *scratch_, row) : MakeNull());
+        } catch (...) {
+            return MakeRefused();
+        }
     }
 
   private:
     struct State;
 
-    /** Not inline: it would burden each caller. */
+    // Not inline: they would burden each caller.
     static nbx::I_Value* MakeNull();
+    /** For a cell that could not be read, while the exception is handled. */
+    static HostValue MakeRefused();
 
     std::unique_ptr<State> state_;
     /** In the state. */

@@ -90,8 +90,12 @@ class DuckDBCursor_imp : public nbx::Counted<nbx::mrsql::I_DuckDBCursor>, public
     void TakeResult(ResultHolder& result) noexcept;
     void GiveBackResult(ResultHolder& result) noexcept;
 
-    /** Called for each field that is read. A cursor that has cut its tie has released its result too. */
-    bool get_IsValid() const noexcept { return has_result_.load() && !tie_.get_Link()->get_IsOrphaned(); }
+    /** Called for each field of rows that the cursor has fetched and that depend on nothing else. A database
+        that is closed lets its cursors release their results. */
+    bool get_HasResult() const noexcept { return has_result_.load(); }
+    /** For what needs the database or the result. A cursor that has cut its tie has released its result too.
+     */
+    bool get_IsValid() const noexcept { return get_HasResult() && !tie_.get_Link()->get_IsOrphaned(); }
     /** Throws "DuckDBCursor is invalid" unless the cursor has its database and its result. */
     void RequireValid() const {
         if (!get_IsValid()) {

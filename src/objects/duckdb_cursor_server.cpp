@@ -43,7 +43,9 @@ bool DuckDBCursor_server::MoveToNextRowUnderLock() {
 }
 
 inline bool DuckDBCursor_server::MoveInChunk() {
-    RequireValid();
+    if (!get_HasResult()) {
+        ThrowInvalid();
+    }
     if (row_in_chunk_ + 1 >= cells_.get_RowCount()) {
         return false;
     }
@@ -55,6 +57,7 @@ bool DuckDBCursor_server::MoveToNextRow() {
     if (MoveInChunk()) {
         return true;
     }
+    RequireValid();
     MoveToNextChunk();
     return static_cast<bool>(chunk_);
 }
@@ -95,7 +98,7 @@ void DuckDBCursor_server::ThrowNoCell(uint32_t column_index) const {
 }
 
 nbx::smart_ptr<nbx::I_Value> DuckDBCursor_server::get_Value(uint32_t column_index) {
-    if (!get_IsValid() || !cells_.HasCell(column_index, row_in_chunk_)) {
+    if (!get_HasResult() || !cells_.HasCell(column_index, row_in_chunk_)) {
         ThrowNoCell(column_index);
     }
     return cells_.Read(column_index, row_in_chunk_);
