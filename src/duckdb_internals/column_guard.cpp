@@ -18,11 +18,6 @@ using duckdb::LogicalTypeId;
 using duckdb::PhysicalType;
 using duckdb::Vector;
 
-template <bool (*IsValid)(const uint8_t*, idx_t)>
-bool IsReadableBytes(const duckdb::string_t& text) {
-    return IsValid(reinterpret_cast<const uint8_t*>(text.GetData()), text.GetSize());
-}
-
 /** Finds the rows of a column that hold a value which DuckDB must not convert to text. */
 class Finder {
   public:
@@ -154,9 +149,11 @@ Finder::Rows Finder::Find(Vector& vector, idx_t count) {
             return FindCells<duckdb::dtime_tz_t>(
                 vector, count, [](duckdb::dtime_tz_t time) { return IsValidTimeTzBits(time.bits); });
         case LogicalTypeId::BIT:
-            return FindCells<duckdb::string_t>(vector, count, IsReadableBytes<IsValidBit>);
+            return FindCells<duckdb::string_t>(
+                vector, count, [](const duckdb::string_t& stored) { return IsValidBit(stored); });
         case LogicalTypeId::BIGNUM:
-            return FindCells<duckdb::string_t>(vector, count, IsReadableBytes<IsValidStoredBignum>);
+            return FindCells<duckdb::string_t>(
+                vector, count, [](const duckdb::string_t& stored) { return IsValidStoredBignum(stored); });
         case LogicalTypeId::VARIANT:
             return FindVariants(vector, count);
         case LogicalTypeId::DECIMAL:

@@ -27,11 +27,6 @@ constexpr uint8_t kWidestDecimal = 38;
 constexpr uint8_t kMostBitPadding = 7;
 constexpr idx_t kBignumHeader = 3;
 
-template <bool (*IsValid)(const uint8_t*, idx_t)>
-bool IsReadableText(const duckdb::string_t& text) {
-    return IsValid(reinterpret_cast<const uint8_t*>(text.GetData()), text.GetSize());
-}
-
 bool IsReadableDecimalPart(const duckdb::VariantDecimalData& decimal) {
     const auto width = static_cast<uint8_t>(decimal.width);
     const auto scale = static_cast<uint8_t>(decimal.scale);
@@ -96,10 +91,9 @@ bool Variants::IsReadablePart(idx_t row, uint32_t part, Kind kind) const {
         case Kind::DECIMAL:
             return IsReadableDecimalPart(duckdb::VariantUtils::DecodeDecimalData(data_, row, part));
         case Kind::BITSTRING:
-            return IsReadableText<IsValidBit>(duckdb::VariantUtils::DecodeStringData(data_, row, part));
+            return IsValidBit(duckdb::VariantUtils::DecodeStringData(data_, row, part));
         case Kind::BIGNUM:
-            return IsReadableText<IsValidStoredBignum>(
-                duckdb::VariantUtils::DecodeStringData(data_, row, part));
+            return IsValidStoredBignum(duckdb::VariantUtils::DecodeStringData(data_, row, part));
         default:  // an object or a list, whose parts are in the same sequence, or a value without a guard
             return true;
     }
@@ -171,12 +165,6 @@ bool IsReadableVariantValue(const Value& value) {
     return Variants(vector, 1).IsReadable(0);
 }
 
-template <bool (*IsValid)(const uint8_t*, idx_t)>
-bool IsReadableBytes(const Value& value) {
-    const auto& bytes = duckdb::StringValue::Get(value);
-    return IsValid(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
-}
-
 bool IsReadable(const Value& value) {
     if (value.IsNull()) {
         return true;
@@ -191,9 +179,9 @@ bool IsReadable(const Value& value) {
         case LogicalTypeId::DECIMAL:
             return IsReadableDecimalValue(value);
         case LogicalTypeId::BIT:
-            return IsReadableBytes<IsValidBit>(value);
+            return IsValidBit(duckdb::string_t(duckdb::StringValue::Get(value)));
         case LogicalTypeId::BIGNUM:
-            return IsReadableBytes<IsValidStoredBignum>(value);
+            return IsValidStoredBignum(duckdb::string_t(duckdb::StringValue::Get(value)));
         case LogicalTypeId::VARIANT:
             // DuckDB would read the missing parts of an incomplete VARIANT type.
             return version::HasTypeInfo(value.type()) && IsReadableVariantValue(value);
@@ -285,6 +273,14 @@ bool IsValidBignum(const uint8_t* data, idx_t size) noexcept {
 
 bool IsValidStoredBignum(const uint8_t* data, idx_t size) noexcept {
     return data != nullptr && size > kBignumHeader;
+}
+
+bool IsValidBit(const duckdb::string_t& stored) noexcept {
+    return IsValidBit(duckdb::const_data_ptr_cast(stored.GetData()), stored.GetSize());
+}
+
+bool IsValidStoredBignum(const duckdb::string_t& stored) noexcept {
+    return IsValidStoredBignum(duckdb::const_data_ptr_cast(stored.GetData()), stored.GetSize());
 }
 
 bool IsReadable(duckdb_value value) {

@@ -8,6 +8,7 @@
 namespace duckdb {
 struct LogicalType;
 struct hugeint_t;  // NOLINT(readability-identifier-naming): DuckDB's name
+struct string_t;   // NOLINT(readability-identifier-naming): DuckDB's name
 class Vector;
 }  // namespace duckdb
 
@@ -45,6 +46,9 @@ bool IsValidBit(const uint8_t* data, idx_t size) noexcept;
 bool IsValidBignum(const uint8_t* data, idx_t size) noexcept;
 /** DuckDB's stored form of a BIGNUM: a header of three bytes and at least one byte of number. */
 bool IsValidStoredBignum(const uint8_t* data, idx_t size) noexcept;
+/** The same for what a vector holds. */
+bool IsValidBit(const duckdb::string_t& stored) noexcept;
+bool IsValidStoredBignum(const duckdb::string_t& stored) noexcept;
 
 /** Whether the value, with all that it holds, can be read and converted to text. True for a null handle and
     for NULL. Failures that DuckDB reports in an ordinary way, such as an infinite date, do not count. Throws

@@ -73,7 +73,6 @@ NOT_RUN = {
     "scripts/remote-servers": "needs a network the first time; the tests with remote files run it",
     ".ci/run": "is what runs this test",
     ".ci/run format tidy": "is what runs this test",
-    ".ci/run duckdb2": "builds everything once more, on another DuckDB",
     "man mduckdb-host": "a machine may have no man; install_test looks for the page",
 }
 # Pages whose commands another test runs.
