@@ -69,6 +69,7 @@ class RestoreKill : public DatabaseTest {
 
     std::string backup;
     std::string target;
+    /** Rows that the old database has at least: the writer may commit another one before it is killed. */
     int committed = 0;
 };
 
@@ -185,7 +186,7 @@ TEST_F(RestoreBesideAWriter, LeavesTheLogOfAFileThatWasRenamedDuringTheImport) {
     EXPECT_FALSE(fs::exists(target));
     ASSERT_TRUE(fs::exists(target + ".wal"));
     fs::rename(target + ".wal", renamed + ".wal");
-    EXPECT_EQ(QueryText(*host.Opened(renamed), "SELECT count(*) FROM r"), std::to_string(committed));
+    EXPECT_GE(std::stoi(QueryText(*host.Opened(renamed), "SELECT count(*) FROM r")), committed);
 }
 
 TEST_F(RestoreBesideAWriter, LeavesADatabaseThatAProcessCreatesDuringTheImport) {
