@@ -79,8 +79,11 @@ class CellReader {
         `std::bad_alloc`. */
     HostValue Read(idx_t column, idx_t row) {
         const CellColumn& from = columns_[column];
+        if (!from.IsValid(row)) {
+            return HostValue::Adopt(MakeNull());
+        }
         try {
-            return HostValue::Adopt(from.IsValid(row) ? from.read(from, *scratch_, row) : MakeNull());
+            return HostValue::Adopt(from.read(from, *scratch_, row));
         } catch (...) {
             return MakeRefused();
         }
