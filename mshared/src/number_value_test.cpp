@@ -1,9 +1,11 @@
 #include <cmath>
 #include <cstdint>
+#include <initializer_list>
 #include <limits>
 #include <string>
 
 #include "mshared/test_support.h"
+#include "nbx/content_in_place.h"
 #include "nbx/exception.h"
 
 namespace nbx {
@@ -43,6 +45,40 @@ TEST(NumberValues, AreCreatedInTheirOwnWidth) {
            {ValueType::ULLong, INT64_MAX, "18446744073709551615"});
     Expect(Make<float>(CreateValueFloat, 1.5F), {ValueType::Float, 1, "1.5"});
     Expect(Make<double>(CreateValueDouble, -2.25), {ValueType::Double, -2, "-2.25"});
+}
+
+template <class T>
+void ExpectInPlace(std::initializer_list<ValueType> types) {
+    for (const ValueType type : types) {
+        const ValuePtr value = TakeValue(CreateValueOfType(static_cast<uint32_t>(type), true));
+        for (const bool is_null : {false, true}) {
+            value->put_Boolean(true);
+            value->put_IsNull(is_null);
+            const auto content = GetContentInPlace(*value);
+            ASSERT_TRUE(content && content->number != nullptr) << static_cast<uint32_t>(type);
+            EXPECT_EQ(*static_cast<const T*>(content->number), static_cast<T>(is_null ? 0 : 1))
+                << static_cast<uint32_t>(type);
+            EXPECT_EQ(content->type_code, static_cast<uint32_t>(type));
+            EXPECT_EQ(content->is_null, is_null);
+            EXPECT_EQ(content->text, u"");
+        }
+    }
+}
+
+TEST(NumberValues, ShowTheirNumberInPlaceInItsOwnWidth) {
+    ExpectInPlace<bool>({ValueType::Boolean});
+    ExpectInPlace<uint8_t>({ValueType::Byte, ValueType::Enum8});
+    ExpectInPlace<int16_t>({ValueType::Short});
+    ExpectInPlace<uint16_t>({ValueType::UShort, ValueType::Enum16});
+    ExpectInPlace<int32_t>({ValueType::Long, ValueType::Medium});
+    ExpectInPlace<uint32_t>({ValueType::ULong, ValueType::UMedium});
+    ExpectInPlace<int64_t>({ValueType::LLong});
+    ExpectInPlace<uint64_t>({ValueType::ULLong});
+    ExpectInPlace<float>({ValueType::Float});
+    ExpectInPlace<double>({ValueType::Double, ValueType::LDouble, ValueType::Currency});
+    const int64_t large = INT64_MIN;
+    const ValuePtr value = Make<int64_t>(CreateValueLLong, large);
+    EXPECT_EQ(*static_cast<const int64_t*>(GetContentInPlace(*value)->number), large);
 }
 
 TEST(NumberValues, AreZeroWithoutAContent) {

@@ -1,6 +1,8 @@
 #include <cmath>
 #include <limits>
+#include <optional>
 #include <type_traits>
+#include <typeinfo>
 #include <utility>
 
 #include "value_core.h"
@@ -89,6 +91,9 @@ class NumberValue final : public ValueCore<NumberValue<T>> {
     }
 
     void Clear() noexcept { content_ = T{}; }
+    ContentInPlace get_InPlace() const noexcept {
+        return {this->get_TypeCode(), this->get_IsNull(), &content_, {}};
+    }
 
   private:
     template <class From>
@@ -107,6 +112,23 @@ static_assert(sizeof(NumberValue<bool>) <= 24 && sizeof(NumberValue<double>) <= 
 template <class T, ValueType kType>
 I_Value* MakeNumber(bool nullable, const void* content, const void* /*extra*/) {
     return new NumberValue<T>(static_cast<uint32_t>(kType), nullable, ContentOf<T>(content));
+}
+
+/** The content if the value is of one of the classes, which are tried in turn. */
+template <class... T>
+std::optional<ContentInPlace> GetInPlace(const I_Value& value) noexcept {
+    // The classes are final and known here alone, so that each comparison is one of addresses.
+    const std::type_info* const type = &typeid(value);
+    std::optional<ContentInPlace> content;
+    const auto try_class = [&]<class Number>(std::type_identity<Number>) {
+        if (type != &typeid(NumberValue<Number>)) {
+            return false;
+        }
+        content = static_cast<const NumberValue<Number>&>(value).get_InPlace();
+        return true;
+    };
+    static_cast<void>((try_class(std::type_identity<T>{}) || ...));
+    return content;
 }
 
 }  // namespace
@@ -188,6 +210,11 @@ I_Value* CreateNumberOfType(ValueType type, bool nullable) {
         default:
             return nullptr;
     }
+}
+
+std::optional<ContentInPlace> GetNumberInPlace(const I_Value& value) noexcept {
+    return GetInPlace<int32_t, int64_t, double, bool, int16_t, float, uint8_t, uint16_t, uint32_t, uint64_t>(
+        value);
 }
 
 }  // namespace nbx

@@ -1,7 +1,7 @@
 #include <string>
 
 #include "mshared/test_support.h"
-#include "nbx/text_in_place.h"
+#include "nbx/content_in_place.h"
 
 namespace nbx {
 namespace {
@@ -36,24 +36,31 @@ TEST(TextValue, StoresTextsOfEveryLengthInTurn) {
     EXPECT_EQ(value->get_Text(), String());
 }
 
+std::u16string_view TextInPlace(const ValuePtr& value) {
+    const auto content = GetContentInPlace(*value);
+    EXPECT_TRUE(content && content->number == nullptr && content->type_code == value->get_TypeCode() &&
+                content->is_null == value->get_IsNull());
+    return content ? content->text : u"no content";
+}
+
 TEST(TextValue, ShowsItsTextInPlace) {
     for (const char* text :
          {"", "short", "a text that is longer than a few characters", "\xC3\xA4\xC3\xB6"}) {
         const ValuePtr value = MakeText(text);
-        EXPECT_EQ(GetTextInPlace(*value), value->get_Text().get_View());
+        EXPECT_EQ(TextInPlace(value), value->get_Text().get_View());
     }
     const ValuePtr value = MakeText("first");
     value->put_Text(Wide("another, longer text"));
-    EXPECT_EQ(GetTextInPlace(*value), u"another, longer text");
+    EXPECT_EQ(TextInPlace(value), u"another, longer text");
     value->put_IsNull(true);
-    EXPECT_EQ(GetTextInPlace(*value), u"");
+    EXPECT_EQ(TextInPlace(value), u"");
 }
 
-TEST(TextValue, OtherClassesShowNoTextInPlace) {
-    for (const ValueType type : {ValueType::Long, ValueType::JSON, ValueType::VarBinary, ValueType::Date,
-                                 ValueType::Reference, ValueType::Array}) {
+TEST(TextValue, ValuesWithInterfacesShowNoContentInPlace) {
+    for (const ValueType type : {ValueType::JSON, ValueType::VarBinary, ValueType::Date, ValueType::Time,
+                                 ValueType::DateTime, ValueType::Reference, ValueType::Array}) {
         const ValuePtr value = TakeValue(CreateValueOfType(static_cast<uint32_t>(type), true));
-        EXPECT_EQ(GetTextInPlace(*value), std::nullopt) << static_cast<uint32_t>(type);
+        EXPECT_FALSE(GetContentInPlace(*value)) << static_cast<uint32_t>(type);
     }
 }
 

@@ -11,7 +11,7 @@
 #include <utility>
 
 #include "json_text.h"
-#include "nbx/text_in_place.h"
+#include "nbx/content_in_place.h"
 #include "unicode.h"
 #include "value_core.h"
 
@@ -241,12 +241,13 @@ I_Value* MakeBytes(uint32_t type_code, bool nullable, const void* content, const
 
 }  // namespace
 
-std::optional<std::u16string_view> GetTextInPlace(const I_Value& value) noexcept {
+std::optional<ContentInPlace> GetContentInPlace(const I_Value& value) noexcept {
     // The class is final and known here alone, so that the comparison is one of addresses.
-    if (typeid(value) != typeid(TextValue)) {
-        return std::nullopt;
+    if (&typeid(value) != &typeid(TextValue)) {
+        return GetNumberInPlace(value);
     }
-    return static_cast<const TextValue&>(value).get_View();
+    const auto& text = static_cast<const TextValue&>(value);
+    return ContentInPlace{text.get_TypeCode(), text.get_IsNull(), nullptr, text.get_View()};
 }
 
 I_Value* CreateValueString(bool nullable, const void* content, const void* /*extra*/) {

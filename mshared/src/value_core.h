@@ -1,9 +1,11 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <utility>
 
 #include "errors.h"
+#include "nbx/content_in_place.h"
 #include "nbx/value.h"
 #include "pool.h"
 #include "value_text.h"
@@ -92,5 +94,8 @@ T ContentOf(const void* content) noexcept {
 I_Value* CreateNumberOfType(ValueType type, bool nullable);
 I_Value* CreateBytesOfType(uint32_t type_code, bool nullable);
 I_Value* CreateTextOfType(uint32_t type_code, bool nullable);
+
+/** `GetContentInPlace` of Booleans and numbers; nothing for all others. */
+std::optional<ContentInPlace> GetNumberInPlace(const I_Value& value) noexcept;
 
 }  // namespace nbx

@@ -50,7 +50,12 @@ idx_t CopyElements(ColumnWriter& column, idx_t row, const Part& part) {
     const Element* const elements = part.get_Elements<Element>();
     idx_t valid = part.count;
     if constexpr (IsValid != &IsAnything<Element>) {
-        for (idx_t i = 0; i < valid; ++i) {
+        // Most arrays are valid, which a loop without branches finds out.
+        bool are_all_valid = true;
+        for (idx_t i = 0; i < part.count; ++i) {
+            are_all_valid &= IsValid(part.array, elements[i]);
+        }
+        for (idx_t i = 0; !are_all_valid && i < valid; ++i) {
             if (!IsValid(part.array, elements[i]) && !part.IsNull(i)) {
                 valid = i;
             }
@@ -203,6 +208,20 @@ bool HasTypeOf(const ColumnWriter& column, const DuckDBColumnArray& array) {
                                                  duckdb_decimal_scale(column.get_Type()) == array.scale);
 }
 
+/** At most the largest number, and more than the texts have if there are NULLs, whose lengths mean nothing.
+ */
+uint64_t SumOfLengths(const std::vector<Part>& parts) {
+    constexpr uint64_t kLongest = uint64_t{1} << 32U;  // so that the sum of a chunk stays in range
+    uint64_t sum = 0;
+    for (const Part& part : parts) {
+        const auto* const elements = part.get_Elements<DuckDBBytes>();
+        for (idx_t i = 0; i < part.count; ++i) {
+            sum += std::min(elements[i].length, kLongest);
+        }
+    }
+    return sum;
+}
+
 LogicalTypeHolder TypeOf(const DuckDBColumnArray& array) {
     return array.type == DUCKDB_TYPE_DECIMAL
                ? LogicalTypeHolder(duckdb_create_decimal_type(array.width, array.scale))
@@ -233,14 +252,17 @@ std::string RefuseArray(const DuckDBColumnArray& array) {
 
 idx_t CountRowsOf(const DuckDBColumnArray* columns, std::size_t column_count, uint64_t first, idx_t count,
                   uint64_t bytes) {
-    uint64_t sum = 0;
     std::vector<Part> parts;
     for (std::size_t i = 0; i < column_count; ++i) {
         if (IsOfBytes(columns[i])) {
             parts.push_back({columns[i], first, count});
         }
     }
-    for (idx_t row = 0; row < count && !parts.empty(); ++row) {
+    if (SumOfLengths(parts) <= bytes) {
+        return count;
+    }
+    uint64_t sum = 0;
+    for (idx_t row = 0; row < count; ++row) {
         for (const Part& part : parts) {
             sum += part.IsNull(row) ? 0 : part.get_Elements<DuckDBBytes>()[row].length;
         }

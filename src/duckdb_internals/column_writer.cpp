@@ -193,18 +193,12 @@ struct ColumnWriter::PlainCast {
           source(Unwrap(MakeType(source_type).get()), idx_t{1}),
           target(type, idx_t{1}),
           cast(FindCast(context, source.GetType(), type)),
-          quick(FindQuickCast(context, cast, source.GetType(), type)),
-          width(DecimalOf(type, duckdb::DecimalType::GetWidth)),
-          scale(DecimalOf(type, duckdb::DecimalType::GetScale)),
           source_size(duckdb::GetTypeIdSize(source.GetType().InternalType())),
           target_size(duckdb::GetTypeIdSize(type.InternalType())) {
         version::SetVectorSize(source, 1);
     }
 
     bool Run(const void* element, void* slot) {
-        if (quick != nullptr && quick(element, slot, width, scale)) {
-            return true;
-        }
         error.clear();
         duckdb::CastParameters parameters(version::DataOf(cast), false, &error, nullptr);
         std::memcpy(DataIn(source), element, source_size);
@@ -218,29 +212,34 @@ struct ColumnWriter::PlainCast {
     static void* DataIn(Vector& vector) {
         return duckdb_vector_get_data(reinterpret_cast<duckdb_vector>(&vector));
     }
-    static uint8_t DecimalOf(const duckdb::LogicalType& type, uint8_t (*get)(const duckdb::LogicalType&)) {
-        return type.id() == duckdb::LogicalTypeId::DECIMAL ? get(type) : uint8_t{0};
-    }
 
     const duckdb_type from;
     Vector source;
     Vector target;
     duckdb::BoundCastInfo cast;
-    const QuickCast quick;
-    const uint8_t width;
-    const uint8_t scale;
     const std::size_t source_size;
     const std::size_t target_size;
     std::string error;
 };
 
-bool ColumnWriter::PutCast(duckdb_type type, idx_t row, const void* element) {
+void ColumnWriter::PreparePlainCast(duckdb_type type) {
+    const duckdb::LogicalType& target = Unwrap(type_.get());
+    auto cast = std::make_unique<PlainCast>(ContextOf(connection_), type, target);
+    const auto slot_size = static_cast<uint32_t>(cast->target_size);
+    const QuickCast quick = FindQuickCast(ContextOf(connection_), cast->cast, cast->source.GetType(), target);
+    const bool is_decimal = target.id() == duckdb::LogicalTypeId::DECIMAL;
+    quick_ = {quick, type, slot_size, is_decimal ? duckdb::DecimalType::GetWidth(target) : uint8_t{0},
+              is_decimal ? duckdb::DecimalType::GetScale(target) : uint8_t{0}};
+    cast_ = std::move(cast);
+}
+
+bool ColumnWriter::PutPlainCast(duckdb_type type, idx_t row, const void* element) {
     if (!is_plain_) {
         return false;
     }
     try {
         if (!cast_ || cast_->from != type) {
-            cast_ = std::make_unique<PlainCast>(ContextOf(connection_), type, Unwrap(type_.get()));
+            PreparePlainCast(type);
         }
         return cast_->Run(element, static_cast<char*>(data_) + row * cast_->target_size);
     } catch (const std::exception&) {

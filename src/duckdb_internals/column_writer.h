@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "base/holders.h"
+#include "duckdb_internals/quick_casts.h"
 
 namespace mduckdb {
 
@@ -65,6 +66,14 @@ class ColumnWriter {
 
   private:
     struct PlainCast;
+    /** The quick form of the last cast. */
+    struct Quick {
+        QuickCast cast = nullptr;
+        duckdb_type from = DUCKDB_TYPE_INVALID;
+        uint32_t slot_size = 0;
+        uint8_t width = 0;
+        uint8_t scale = 0;
+    };
 
     static constexpr duckdb_type TypeOf(bool) { return DUCKDB_TYPE_BOOLEAN; }
     static constexpr duckdb_type TypeOf(int16_t) { return DUCKDB_TYPE_SMALLINT; }
@@ -120,7 +129,14 @@ class ColumnWriter {
     }
     /** Casts an element of the type to the column's; false if DuckDB does not, and for columns whose elements
         have no fixed size. */
-    bool PutCast(duckdb_type type, idx_t row, const void* element);
+    bool PutCast(duckdb_type type, idx_t row, const void* element) {
+        return (quick_.cast != nullptr && quick_.from == type &&
+                quick_.cast(element, static_cast<char*>(data_) + row * quick_.slot_size, quick_.width,
+                            quick_.scale)) ||
+               PutPlainCast(type, row, element);
+    }
+    bool PutPlainCast(duckdb_type type, idx_t row, const void* element);
+    void PreparePlainCast(duckdb_type type);
     /** Casts the first elements of the vector and stores them from the row on; false and DuckDB's text on
         failure. */
     bool Cast(duckdb_vector source, idx_t count, idx_t row, std::string& error);
@@ -133,6 +149,7 @@ class ColumnWriter {
     uint64_t* heap_bytes_;
     /** Of the last type that was cast. Null before its first use. */
     std::unique_ptr<PlainCast> cast_;
+    Quick quick_;
     duckdb_vector vector_ = nullptr;
     void* data_ = nullptr;
 };

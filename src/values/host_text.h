@@ -8,48 +8,48 @@
 #include "base/text.h"
 #include "duckdb_internals/column_writer.h"
 #include "nbx/string.h"
-#include "nbx/text_in_place.h"
 
 namespace mduckdb {
 
-/** Copies a text of ASCII, as most are; false for any other. */
+/** Copies a text of ASCII, as most are; false for any other. `out` has room for as many bytes as the text has
+    units. */
 inline bool CopyAscii(std::u16string_view text, char* out) noexcept {
-    constexpr uint64_t kOthers = 0xFF80FF80FF80FF80U;
-    constexpr uint64_t kPairs = 0x0000FFFF0000FFFFU;
-    uint64_t all = 0;
-    std::size_t i = 0;
-    // Four units at a time, each in a lane of 16 bits; the steps join two and two of them.
-    for (; i + 4 <= text.size(); i += 4) {
-        uint64_t units = 0;
+    using Units = uint16_t __attribute__((vector_size(16)));
+    using Bytes = uint8_t __attribute__((vector_size(8)));
+    constexpr std::size_t kStep = sizeof(Bytes);
+    constexpr unsigned kOthers = 0xFF80U;
+    Units all{};
+    const auto copy = [&](std::size_t i) {
+        Units units;
         std::memcpy(&units, text.data() + i, sizeof units);
         all |= units;
-        units = (units | units >> 8U) & kPairs;
-        const auto bytes = static_cast<uint32_t>(units | units >> 16U);
+        const Bytes bytes = __builtin_convertvector(units, Bytes);
         std::memcpy(out + i, &bytes, sizeof bytes);
+    };
+    if (text.size() < kStep) {
+        unsigned seen = 0;
+        for (std::size_t i = 0; i < text.size(); ++i) {
+            seen |= text[i];
+            out[i] = static_cast<char>(text[i]);
+        }
+        return (seen & kOthers) == 0;
     }
-    for (; i < text.size(); ++i) {
-        all |= text[i];
-        out[i] = static_cast<char>(text[i]);
+    for (std::size_t i = 0; i + kStep <= text.size(); i += kStep) {
+        copy(i);
     }
-    return (all & kOthers) == 0;
+    copy(text.size() - kStep);  // the rest, with units before it once more
+    std::array<uint64_t, 2> halves;
+    std::memcpy(halves.data(), &all, sizeof all);
+    return ((halves[0] | halves[1]) & (kOthers * 0x0001000100010001U)) == 0;
 }
 
-/** `ColumnWriter::PutText` of a host value's text. */
-inline bool StoreHostText(const nbx::I_Value& value, ColumnWriter& column, idx_t row) {
+/** `ColumnWriter::PutText` of UTF-16. */
+inline bool StoreText(std::u16string_view text, ColumnWriter& column, idx_t row) {
     std::array<char, 256> ascii;
-    const auto copy_ascii = [&](std::u16string_view text) {
-        return text.size() <= ascii.size() && CopyAscii(text, ascii.data());
-    };
-    const auto in_place = nbx::GetTextInPlace(value);
-    if (in_place && copy_ascii(*in_place)) {
-        return column.PutText(row, std::string_view(ascii.data(), in_place->size()));
+    if (text.size() <= ascii.size() && CopyAscii(text, ascii.data())) {
+        return column.PutText(row, std::string_view(ascii.data(), text.size()));
     }
-    const nbx::String text = value.get_Text();
-    const std::u16string_view units = text.get_View();
-    if (!in_place && copy_ascii(units)) {
-        return column.PutText(row, std::string_view(ascii.data(), units.size()));
-    }
-    return column.PutText(row, ToUtf8(text));
+    return column.PutText(row, ToUtf8(nbx::String(text.data(), text.size())));
 }
 
 }  // namespace mduckdb

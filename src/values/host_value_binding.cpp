@@ -2,17 +2,16 @@
 
 #include <algorithm>
 #include <array>
-#include <concepts>
 #include <exception>
 #include <limits>
 #include <vector>
 
 #include "base/errors.h"
-#include "base/text.h"
 #include "duckdb_internals/failures.h"
 #include "duckdb_internals/out_of_memory.h"
 #include "duckdb_internals/plain_functions.h"
-#include "values/host_moments.h"
+#include "nbx/content_in_place.h"
+#include "values/host_kinds.h"
 #include "values/host_text.h"
 #include "values/host_value_walk.h"
 #include "values/variant.h"
@@ -27,77 +26,9 @@ constexpr const char* kValueName = "value";
 
 ValueHolder ToDuckDB(I_Value* value, HostValueWalk* walk);
 
-template <class Interface>
-Interface* Query(I_Value& value, uint32_t interface_id) {
-    return static_cast<Interface*>(value.QueryInterface(interface_id));
-}
-
 ValueHolder NullValue() {
     return ValueHolder(duckdb_create_null_value());
 }
-
-ValueHolder TextOf(I_Value& value, HostValueWalk* walk) {
-    const std::string text = ToUtf8(value.get_Text());
-    if (walk != nullptr) {
-        walk->Count(text.size());
-    }
-    return MakeTextValue(text);
-}
-
-template <class Number>
-Number ReadNumber(I_Value& value) {
-    if constexpr (std::same_as<Number, bool>) {
-        return value.get_Boolean();
-    } else if constexpr (std::floating_point<Number>) {
-        return static_cast<Number>(value.get_Double());
-    } else if constexpr (std::signed_integral<Number>) {
-        return static_cast<Number>(value.get_LLong());
-    } else {
-        return static_cast<Number>(value.get_ULLong());
-    }
-}
-
-/** Kinds of values that have a form without parts: how a value is read, and from that the two forms in which
-    it reaches DuckDB, a value of its own and a place in a column. `Store` returns false for what the column
-    does not hold as it is. */
-template <auto kCreate, class Number>
-struct NumberKind {
-    static ValueHolder Make(I_Value& value, HostValueWalk* /*walk*/) {
-        return ValueHolder(kCreate(ReadNumber<Number>(value)));
-    }
-    static bool Store(I_Value& value, ColumnWriter& column, idx_t row) {
-        return column.Put(row, ReadNumber<Number>(value));
-    }
-};
-
-/** Kinds of values that are read through an interface of their own; a value that lacks it is a text. The
-    conversion returns nothing for a content that DuckDB would misread. */
-template <class Interface, uint32_t kInterfaceId, auto kConvert, auto kCreate>
-struct MomentKind {
-    static ValueHolder Make(I_Value& value, HostValueWalk* walk) {
-        const auto* parts = Query<Interface>(value, kInterfaceId);
-        if (parts == nullptr) {
-            return TextOf(value, walk);
-        }
-        const auto moment = kConvert(*parts);
-        return moment ? ValueHolder(kCreate(*moment)) : ValueHolder();
-    }
-    static bool Store(I_Value& value, ColumnWriter& column, idx_t row) {
-        const auto* parts = Query<Interface>(value, kInterfaceId);
-        if (parts == nullptr) {
-            return false;
-        }
-        const auto moment = kConvert(*parts);
-        return moment && column.Put(row, *moment);
-    }
-};
-
-struct TextKind {
-    static ValueHolder Make(I_Value& value, HostValueWalk* walk) { return TextOf(value, walk); }
-    static bool Store(I_Value& value, ColumnWriter& column, idx_t row) {
-        return StoreHostText(value, column, row);
-    }
-};
 
 [[noreturn]] void RefuseEnum() {
     ThrowValueError(kValueName, "Mirona enum values are not supported by DuckDB binding");
@@ -132,6 +63,8 @@ struct HostType {
     ValueHolder (*read)(I_Value& value, HostValueWalk* walk);
     bool (*store)(I_Value& value, ColumnWriter& column, idx_t row);
     duckdb_type element_type;
+    /** Null for types that do not hold a number. */
+    bool (*store_number)(const void* number, ColumnWriter& column, idx_t row) = nullptr;
 };
 
 using nbx::ValueType;
@@ -143,7 +76,8 @@ constexpr HostType TypeOf(ValueType type, duckdb_type element_type) {
 
 template <auto kCreate, class Number>
 constexpr HostType NumberType(ValueType type, duckdb_type element_type) {
-    return TypeOf<NumberKind<kCreate, Number>>(type, element_type);
+    using Kind = NumberKind<kCreate, Number>;
+    return {type, Kind::Make, Kind::Store, element_type, Kind::StoreNumber};
 }
 
 bool StoreNothing(I_Value& /*value*/, ColumnWriter& /*column*/, idx_t /*row*/) {
@@ -317,8 +251,24 @@ ValueHolder ToDuckDB(I_Value* value, HostValueWalk* walk) {
     return HostTypeOf(type_code).read(*value, walk);
 }
 
+/** `StoreDirectly` for values that offer no interfaces. */
+bool StoreContent(const nbx::ContentInPlace& content, ColumnWriter& column, idx_t row) {
+    if (content.is_null) {
+        column.PutNull(row);
+        return true;
+    }
+    if (content.number == nullptr) {
+        return StoreText(content.text, column, row);
+    }
+    const auto store = HostTypeOf(content.type_code).store_number;
+    return store != nullptr && store(content.number, column, row);
+}
+
 /** Stores what the column holds as it is, seen in the order of `ToDuckDB`. */
 bool StoreDirectly(I_Value& value, ColumnWriter& column, idx_t row) {
+    if (const auto content = nbx::GetContentInPlace(value)) {
+        return StoreContent(*content, column, row);
+    }
     const uint32_t type_code = value.get_TypeCode();
     if (type_code == static_cast<uint32_t>(ValueType::Reference)) {
         return false;
@@ -336,6 +286,20 @@ bool StoreDirectly(I_Value& value, ColumnWriter& column, idx_t row) {
     return HostTypeOf(type_code).store(value, column, row);
 }
 
+/** Stores what DuckDB has to convert. */
+bool StoreConverted(I_Value* value, ColumnWriter& column, idx_t row, std::string& error) {
+    const ValueHolder made = HostValueToDuckDB(value);
+    if (!made) {
+        error = kUnconvertibleText;
+        return false;
+    }
+    if (duckdb_is_null_value(made.get())) {
+        column.PutNull(row);
+        return true;
+    }
+    return column.PutValue(row, made.get(), error);
+}
+
 }  // namespace
 
 bool StoreHostValue(I_Value* value, ColumnWriter& column, idx_t row, std::string& error) {
@@ -348,16 +312,7 @@ bool StoreHostValue(I_Value* value, ColumnWriter& column, idx_t row, std::string
     } catch (const std::exception&) {
         ThrowIfOutOfMemory();  // The conversion below reports anything else.
     }
-    const ValueHolder made = HostValueToDuckDB(value);
-    if (!made) {
-        error = kUnconvertibleText;
-        return false;
-    }
-    if (duckdb_is_null_value(made.get())) {
-        column.PutNull(row);
-        return true;
-    }
-    return column.PutValue(row, made.get(), error);
+    return StoreConverted(value, column, row, error);
 }
 
 ValueHolder HostValueToDuckDB(I_Value* value) {

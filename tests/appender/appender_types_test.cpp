@@ -1,6 +1,7 @@
 #include <utility>
 
 #include "appender_fixture.h"
+#include "support/hosts_own_value.h"
 
 namespace mduckdb::test {
 namespace {
@@ -120,6 +121,10 @@ const std::vector<Value>& AllValues() {
     return all;
 }
 
+Value HostsOwn(const Value& value) {
+    return nbx::MakeObject<HostsOwnValue>(value);
+}
+
 class AppenderTypes : public AppenderTest, public testing::WithParamInterface<const char*> {};
 
 template <class Call>
@@ -131,11 +136,12 @@ bool IsTaken(Call call) {
 
 TEST_P(AppenderTypes, TakeTheValuesThatAnInsertWithParametersTakes) {
     const std::string type = GetParam();
-    for (const char* table : {"bound", "appended"}) {
+    for (const char* table : {"bound", "appended", "of_the_host"}) {
         Direct(std::string("CREATE TABLE ") + table + " (row INTEGER, cell " + type + ")");
     }
     const auto statement = Prepared("INSERT INTO bound VALUES ($1, $2)");
     const Appender appender = Open("appended");
+    const Appender host_appender = Open("of_the_host");
     int32_t number = 0;
     for (const Value& value : AllValues()) {
         const auto row = Row({Long(++number), value});
@@ -143,14 +149,43 @@ TEST_P(AppenderTypes, TakeTheValuesThatAnInsertWithParametersTakes) {
             statement->put_Parameters(row);
             statement->Execute();
         });
+        const auto host_row = Row({Long(number), value ? HostsOwn(value) : nullptr});
         EXPECT_EQ(IsTaken([&] { appender->AppendRow(row); }), is_bound)
             << "row " << number << ": " << (value ? Utf8(value->get_Text()) : "null");
+        EXPECT_EQ(IsTaken([&] { host_appender->AppendRow(host_row); }), is_bound) << "row " << number;
     }
     appender->Close();
-    EXPECT_EQ(Direct("SELECT row, cell::VARCHAR FROM appended ORDER BY row"),
-              Direct("SELECT row, cell::VARCHAR FROM bound ORDER BY row"));
-    EXPECT_EQ(Scalar("SELECT count(*) FROM (FROM appended EXCEPT ALL FROM bound)"), "0");
+    host_appender->Close();
+    for (const std::string table : {"appended", "of_the_host"}) {
+        EXPECT_EQ(Direct("SELECT row, cell::VARCHAR FROM " + table + " ORDER BY row"),
+                  Direct("SELECT row, cell::VARCHAR FROM bound ORDER BY row"));
+        EXPECT_EQ(Scalar("SELECT count(*) FROM (FROM " + table + " EXCEPT ALL FROM bound)"), "0");
+    }
     EXPECT_NE(Scalar("SELECT count(*) FROM appended"), "0");
+}
+
+TEST_F(AppenderTest, KeepsTextsOfEveryLengthWithACharacterOutsideOfAsciiAnywhere) {
+    Direct("CREATE TABLE texts (length INTEGER, place INTEGER, text VARCHAR)");
+    const Appender appender = Open("texts");
+    for (const int32_t length : {0, 1, 3, 7, 8, 9, 15, 16, 17, 31, 40, 255, 256, 257}) {
+        for (int32_t place = -1; place < length; ++place) {
+            std::string text(static_cast<std::size_t>(length), 'x');
+            if (place >= 0) {
+                text.replace(static_cast<std::size_t>(place), 1,
+                             place % 2 == 0 ? "\xC2\x80" : "\xEF\xBD\x81");
+            }
+            const Value own = Str(text);
+            appender->AppendRow(Row({Long(length), Long(place), own}));
+            appender->AppendRow(Row({Long(length), Long(place), HostsOwn(own)}));
+        }
+    }
+    appender->Close();
+    EXPECT_EQ(Scalar("SELECT count(*) FROM texts WHERE text IS DISTINCT FROM CASE place WHEN -1 THEN "
+                     "repeat('x', length) "
+                     "ELSE repeat('x', place) || chr(if(place % 2 = 0, 128, 65345)) || repeat('x', length - "
+                     "place - 1) END"),
+              "0");
+    EXPECT_EQ(Scalar("SELECT count(*) FROM texts"), "1858");
 }
 
 INSTANTIATE_TEST_SUITE_P(Every, AppenderTypes,

@@ -9,6 +9,7 @@
 #include "nbx/mrsql/duckdb_appender.h"
 #include "nbx/mrsql/duckdb_streaming.h"
 #include "statement_fixture.h"
+#include "support/hosts_own_value.h"
 #include "support/test_host.h"
 
 namespace mduckdb::test {
@@ -30,39 +31,16 @@ void Meet() {
     }
 }
 
-/** A value of the host's own class: another value's content behind methods that follow the plan. */
-class HostsOwnValue final : public nbx::Counted<I_Value> {
+class PlannedValue final : public HostsOwnValue {
   public:
-    explicit HostsOwnValue(Value inner) : inner_(std::move(inner)) {}
-    void* QueryInterface(uint32_t interface_id) override {
-        Meet();
-        return inner_->QueryInterface(interface_id);
-    }
-    uint32_t get_TypeCode() const override { return Met().get_TypeCode(); }
-    bool get_IsNullable() const override { return Met().get_IsNullable(); }
-    bool get_IsNull() const override { return Met().get_IsNull(); }
-    void put_IsNull(bool is_null) override { inner_->put_IsNull(is_null); }
-    bool get_Boolean() const override { return Met().get_Boolean(); }
-    int64_t get_LLong() const override { return Met().get_LLong(); }
-    uint64_t get_ULLong() const override { return Met().get_ULLong(); }
-    double get_Double() const override { return Met().get_Double(); }
-    String get_Text() const override { return Met().get_Text(); }
-    void put_Boolean(bool content) override { inner_->put_Boolean(content); }
-    void put_LLong(int64_t content) override { inner_->put_LLong(content); }
-    void put_ULLong(uint64_t content) override { inner_->put_ULLong(content); }
-    void put_Double(double content) override { inner_->put_Double(content); }
-    void put_Text(String content) override { inner_->put_Text(std::move(content)); }
+    using HostsOwnValue::HostsOwnValue;
 
   private:
-    const I_Value& Met() const {
-        Meet();
-        return *inner_;
-    }
-    Value inner_;
+    void BeforeCall() const override { Meet(); }
 };
 
 Value Own(Value inner) {
-    return nbx::MakeObject<HostsOwnValue>(std::move(inner));
+    return nbx::MakeObject<PlannedValue>(std::move(inner));
 }
 
 smart_ptr<ValueRow> OwnRow() {
