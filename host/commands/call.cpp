@@ -14,7 +14,7 @@ namespace mduckdb_host {
 
 namespace {
 
-constexpr const char* kHelp =
+constexpr const char* kCallHelp =
     "Procedures: fetch_parquet(uri [, columns [, where [, limit]]]), parquet_schema(uri),\n"
     "parquet_metadata(uri), parquet_count(uri [, where]), fetch_duckdb(uri, table_or_view [, limit]).\n"
     "An argument that is the JSON of null, a number, a string or an array is passed as that value, any\n"
@@ -41,7 +41,7 @@ int RunCall(Program& program, const std::string& procedure, const std::vector<st
 
 void AddCallCommand(CLI::App& app, Program& program) {
     CLI::App* const command = app.add_subcommand("call", "Call a procedure of the module and print its rows");
-    command->footer(kHelp);
+    command->footer(kCallHelp);
     auto procedure = std::make_shared<std::string>();
     command->add_option("PROCEDURE", *procedure, "Name of the procedure")->required();
     auto words = std::make_shared<std::vector<std::string>>();

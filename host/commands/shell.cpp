@@ -20,7 +20,7 @@ namespace mduckdb_host {
 
 namespace {
 
-constexpr const char* kHelp =
+constexpr const char* kShellHelp =
     "Without DATABASE the shell opens an empty database in memory; a missing file is created.\n"
     "Statements end with a semicolon; .help lists the commands that begin with a dot. When the input\n"
     "is a pipe, the shell shows no prompt, continues after an error (unless --bail is given), and exits\n"
@@ -30,7 +30,7 @@ constexpr const char* kHelp =
     "Example:\n"
     "  mduckdb-host shell sales.db\n";
 
-struct Arguments {
+struct ShellArguments {
     std::string path;
     bool bails = false;
     bool has_no_init = false;
@@ -44,7 +44,7 @@ LineHelp MakeLineHelp(const Session& session, const Shell& shell) {
             [&session](const std::string& line) { return DescribeContinuation(session, line); }};
 }
 
-int RunShell(Program& program, const Arguments& arguments) {
+int RunShell(Program& program, const ShellArguments& arguments) {
     const std::string& path = arguments.path;
     BlockInterrupts();
     program.Load();
@@ -83,8 +83,8 @@ int RunShell(Program& program, const Arguments& arguments) {
 
 void AddShellCommand(CLI::App& app, Program& program) {
     CLI::App* const command = app.add_subcommand("shell", "Run SQL interactively");
-    command->footer(kHelp);
-    auto arguments = std::make_shared<Arguments>();
+    command->footer(kShellHelp);
+    auto arguments = std::make_shared<ShellArguments>();
     command->add_option("DATABASE", arguments->path, "Database file");
     command->add_flag("--no-init", arguments->has_no_init, "Do not run the start-up file");
     command->add_flag("--bail", arguments->bails, "End a script at its first error");

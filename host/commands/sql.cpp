@@ -23,7 +23,7 @@ namespace mduckdb_host {
 
 namespace {
 
-constexpr const char* kHelp =
+constexpr const char* kSqlHelp =
     "SQL may contain several statements; - reads them from the standard input. The result of every\n"
     "statement is printed, including the number of changed rows. Parameters are written as $1, $2 or ?\n"
     "and require that SQL is a single statement. A parameter is a JSON value; an object such as\n"
@@ -34,7 +34,7 @@ constexpr const char* kHelp =
     "Example:\n"
     "  mduckdb-host sql sales.db 'SELECT * FROM orders WHERE id = $1' --param 17 --format json\n";
 
-struct Arguments {
+struct SqlArguments {
     std::string path;
     std::string sql;
     std::string cursor = "server";
@@ -68,7 +68,7 @@ std::vector<Statement> SplitStatements(const std::string& sql) {
 
 using ResultPtr = nbx::smart_ptr<nbx::mrsql::I_DuckDBQueryResult>;
 
-ResultPtr RunSql(const DatabasePtr& database, const Arguments& arguments, const SqlText& sql,
+ResultPtr RunSql(const DatabasePtr& database, const SqlArguments& arguments, const SqlText& sql,
                  const InterruptWatch& watch, RowProgress& progress) {
     const uint32_t location =
         arguments.cursor == "client" ? nbx::mrsql::kClientCursor : nbx::mrsql::kServerCursor;
@@ -86,8 +86,8 @@ ResultPtr RunSql(const DatabasePtr& database, const Arguments& arguments, const 
     return database->SqlQuery(text, location, ToParameters(parameters));
 }
 
-int RunAndPrint(Program& program, const Arguments& arguments, const DatabasePtr& database, const SqlText& sql,
-                Printer& printer) {
+int RunAndPrint(Program& program, const SqlArguments& arguments, const DatabasePtr& database,
+                const SqlText& sql, Printer& printer) {
     InterruptWatch watch(database);
     RowProgress progress;
     const auto report = [&](const std::exception& error) {
@@ -112,7 +112,7 @@ int RunAndPrint(Program& program, const Arguments& arguments, const DatabasePtr&
 }
 
 /** Prints each result before the next statement runs, and stops at the first one that fails. */
-int RunScript(Program& program, const Arguments& arguments, const DatabasePtr& database,
+int RunScript(Program& program, const SqlArguments& arguments, const DatabasePtr& database,
               const std::vector<Statement>& statements) {
     const std::unique_ptr<Printer> printer = program.MakePrinter();
     for (const Statement& statement : statements) {
@@ -125,7 +125,7 @@ int RunScript(Program& program, const Arguments& arguments, const DatabasePtr& d
     return kWorked;
 }
 
-int RunSqlCommand(Program& program, const Arguments& arguments) {
+int RunSqlCommand(Program& program, const SqlArguments& arguments) {
     if (!arguments.parameters.empty() && !arguments.parameters_file.empty()) {
         throw xUsageError("Use either --param or --params-file, not both.");
     }
@@ -149,8 +149,8 @@ int RunSqlCommand(Program& program, const Arguments& arguments) {
 
 void AddSqlCommand(CLI::App& app, Program& program) {
     CLI::App* const command = app.add_subcommand("sql", "Run SQL statements and print their results");
-    command->footer(kHelp);
-    auto arguments = std::make_shared<Arguments>();
+    command->footer(kSqlHelp);
+    auto arguments = std::make_shared<SqlArguments>();
     command->add_option("DATABASE", arguments->path, "Database file, or :memory:")->required();
     command->add_option("SQL", arguments->sql, "Statements, or - for the standard input")->required();
     command->add_option("--cursor", arguments->cursor, "Where the rows are kept: server or client")

@@ -3,8 +3,8 @@
 #include <cstdlib>
 #include <stdexcept>
 
-TempFolder::TempFolder() {
-    std::string name = (std::filesystem::temp_directory_path() / "mduckdb_test_XXXXXX").string();
+TempFolder::TempFolder(const std::filesystem::path& place) {
+    std::string name = (place / "mduckdb_test_XXXXXX").string();
     if (mkdtemp(name.data()) == nullptr) {
         throw std::runtime_error("cannot make a folder " + name);
     }

@@ -6,7 +6,7 @@
 /** A new empty folder that is deleted with everything in it. */
 class TempFolder {
   public:
-    TempFolder();
+    explicit TempFolder(const std::filesystem::path& place = std::filesystem::temp_directory_path());
     ~TempFolder();
     TempFolder(const TempFolder&) = delete;
     TempFolder& operator=(const TempFolder&) = delete;
