@@ -31,7 +31,7 @@ class Bite:
 
 
 BITES = (
-    Bite("overflow", "src/values/host_text.h", "return text.size() <= ascii.size() &&", "return text.size() <= 64 * ascii.size() &&",
+    Bite("overflow", "src/values/host_text.h", "if (text.size() <= ascii.size() &&", "if (text.size() <= 64 * ascii.size() &&",
          "asan", "appender_tests", "AppenderTest.StoresTextsOfAnyLength*", stage="asan"),
     Bite("use after free", "src/backup/export_scripts.cpp", "const std::string_view statement = script.substr(0, end);",
          "const auto* const freed = new std::string(script.substr(0, end));\n        const std::string_view statement = *freed;\n"

@@ -50,8 +50,9 @@ void ChunkRows::Undo(idx_t count) noexcept {
 }
 
 void ChunkRows::Clear() noexcept {
-    for (const ChunkHolder& chunk : chunks_) {
-        duckdb_data_chunk_reset(chunk.get());
+    const std::size_t used = full_chunks_ + (is_attached_ ? 1 : 0);
+    for (std::size_t i = 0; i < used; ++i) {
+        duckdb_data_chunk_reset(chunks_[i].get());
     }
     full_chunks_ = 0;
     rows_ = 0;

@@ -8,8 +8,6 @@
 
 #include "base/errors.h"
 #include "base/text.h"
-#include "duckdb_internals/column_array.h"
-#include "objects/operation.h"
 #include "values/host_value_binding.h"
 
 namespace mduckdb {
@@ -21,45 +19,6 @@ namespace {
 }
 
 }  // namespace
-
-/** DuckDB works for an appender. A database that closes waits for the end; until the deadline ends, the time
-    limit of the database cuts the work. */
-class DuckDBAppender::Work : nbx::noncopyable {
-  public:
-    explicit Work(DuckDBAppender& appender) NBX_REQUIRES(appender.mutex_)
-        : appender_(appender),
-          link_(appender.tie_.get_Link()),
-          turn_(link_->get_Appends()),
-          connection_(appender.table_->get_Interruptible()),
-          limit_(link_->get_TimeLimit()) {
-        connection_.ClearInterrupted();
-        // The database may have been closed since, and would no longer wait.
-        appender.RequireOpen();
-        SetDeadline(deadline_, limit_, connection_);
-        appender_.census_.BeginRunning();
-    }
-    ~Work() {
-        deadline_.reset();
-        appender_.census_.EndRunning();
-    }
-
-    void EndDeadline() noexcept {
-        is_cut_ = is_cut_ || (deadline_ && deadline_->get_HasCut());
-        deadline_.reset();
-    }
-    bool get_IsCut() const noexcept { return is_cut_; }
-    uint64_t get_Limit() const noexcept { return limit_; }
-    InterruptibleConnection& get_Connection() noexcept { return connection_; }
-
-  private:
-    DuckDBAppender& appender_;
-    const SharedLink link_;
-    const ExportGate::Scope turn_;
-    InterruptibleConnection& connection_;
-    const uint64_t limit_;
-    bool is_cut_ = false;
-    std::optional<Deadline> deadline_;
-};
 
 DuckDBAppender::DuckDBAppender(SharedLink link, SharedEngine engine, bool is_one_transaction)
     : tie_(std::move(link)),
@@ -203,61 +162,6 @@ void DuckDBAppender::Keep(uint64_t count) {
     pending_count_.store(pending_count_.load(std::memory_order_relaxed) + count, std::memory_order_relaxed);
 }
 
-void DuckDBAppender::AppendColumns(const nbx::mrsql::DuckDBColumnArray* columns, uint32_t column_count,
-                                   uint64_t row_count) {
-    RefuseInnerCall();
-    const nbx::MutexLock lock(mutex_);
-    RequireOpen();
-    if (column_count != names_.size()) {
-        ThrowRowError(std::to_string(column_count) + " arrays for " + std::to_string(names_.size()) +
-                      " columns");
-    }
-    for (uint32_t i = 0; row_count > 0 && i < column_count; ++i) {
-        const std::string refusal = RefuseArray(columns[i]);
-        if (!refusal.empty()) {
-            ThrowCellError(i, refusal);
-        }
-    }
-    ChunkRows& rows = table_->get_Rows();
-    for (uint64_t first = 0; first < row_count;) {
-        RequireOpen();
-        if (rows.get_IsFull()) {
-            FlushRows();
-        }
-        const idx_t room = std::min<uint64_t>(rows.Open(), row_count - first);
-        const idx_t count = CountRowsOf(columns, column_count, first, room, ChunkRows::kMostBytes);
-        StorePart(columns, first, count);
-        first += count;
-    }
-}
-
-void DuckDBAppender::StorePart(const nbx::mrsql::DuckDBColumnArray* columns, uint64_t first, idx_t count) {
-    ChunkRows& rows = table_->get_Rows();
-    idx_t stored = count;
-    std::size_t failing = 0;
-    std::string error;
-    try {
-        for (std::size_t i = 0; i < names_.size() && stored > 0; ++i) {
-            std::string text;
-            const idx_t valid =
-                StoreArray(rows.get_Columns()[i], rows.get_Row(), columns[i], first, stored, text);
-            if (valid < stored) {
-                stored = valid;
-                failing = i;
-                error = std::move(text);
-            }
-        }
-    } catch (...) {
-        rows.Undo(count);
-        throw;
-    }
-    Keep(stored);
-    if (stored < count) {
-        rows.Undo(count - stored);
-        ThrowCellError(failing, error);
-    }
-}
-
 void DuckDBAppender::Flush() {
     RefuseInnerCall();
     const nbx::MutexLock lock(mutex_);
@@ -333,10 +237,14 @@ void DuckDBAppender::StoreRows(bool commit) {
     }
     rows.Clear();
     if (commit) {
-        stored_count_.store(stored_count_.load() + pending);
         pending_count_.store(0);
-        census_.put_Size(static_cast<int64_t>(stored_count_.load()), -1);
+        CountStored(pending);
     }
+}
+
+void DuckDBAppender::CountStored(uint64_t count) {
+    stored_count_.store(stored_count_.load() + count);
+    census_.put_Size(static_cast<int64_t>(stored_count_.load()), -1);
 }
 
 void DuckDBAppender::StoreIn(Work& work, bool commit) {

@@ -2,11 +2,13 @@
 
 #include <atomic>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "nbx/mrsql/duckdb_appender.h"
 #include "objects/database_link.h"
+#include "objects/operation.h"
 #include "objects/table_appender.h"
 #include "values/host_value_reading.h"
 
@@ -64,6 +66,12 @@ class DuckDBAppender final : public nbx::Counted<nbx::mrsql::I_DuckDBAppender>, 
        cannot be stored; the rows before it are appended. */
     void StorePart(const nbx::mrsql::DuckDBColumnArray* columns, uint64_t first, idx_t count)
         NBX_REQUIRES(mutex_);
+    /** Stores and commits the next rows without collecting them, which would copy them through memory once
+       more; returns how many. 0 if nothing is stored: because these rows need not be stored yet, or because
+       they cannot be stored, whose reason is found by collecting them. Throws after an interrupt. */
+    idx_t StoreAtOnce(const nbx::mrsql::DuckDBColumnArray* columns, uint64_t first, uint64_t count)
+        NBX_REQUIRES(mutex_);
+    void CountStored(uint64_t count) NBX_REQUIRES(mutex_);
     /** The next rows are appended. */
     void Keep(uint64_t count) NBX_REQUIRES(mutex_);
     /** Stores the collected rows, and commits unless everything is one transaction. */
@@ -95,6 +103,45 @@ class DuckDBAppender final : public nbx::Counted<nbx::mrsql::I_DuckDBAppender>, 
     std::atomic<uint64_t> row_count_{0};
     std::atomic<uint64_t> stored_count_{0};
     std::atomic<uint64_t> pending_count_{0};
+};
+
+/** DuckDB works for an appender. A database that closes waits for the end; until the deadline ends, the time
+    limit of the database cuts the work. */
+class DuckDBAppender::Work : nbx::noncopyable {
+  public:
+    explicit Work(DuckDBAppender& appender) NBX_REQUIRES(appender.mutex_)
+        : appender_(appender),
+          link_(appender.tie_.get_Link()),
+          turn_(link_->get_Appends()),
+          connection_(appender.table_->get_Interruptible()),
+          limit_(link_->get_TimeLimit()) {
+        connection_.ClearInterrupted();
+        // The database may have been closed since, and would no longer wait.
+        appender.RequireOpen();
+        SetDeadline(deadline_, limit_, connection_);
+        appender_.census_.BeginRunning();
+    }
+    ~Work() {
+        deadline_.reset();
+        appender_.census_.EndRunning();
+    }
+
+    void EndDeadline() noexcept {
+        is_cut_ = is_cut_ || (deadline_ && deadline_->get_HasCut());
+        deadline_.reset();
+    }
+    bool get_IsCut() const noexcept { return is_cut_; }
+    uint64_t get_Limit() const noexcept { return limit_; }
+    InterruptibleConnection& get_Connection() noexcept { return connection_; }
+
+  private:
+    DuckDBAppender& appender_;
+    const SharedLink link_;
+    const ExportGate::Scope turn_;
+    InterruptibleConnection& connection_;
+    const uint64_t limit_;
+    bool is_cut_ = false;
+    std::optional<Deadline> deadline_;
 };
 
 }  // namespace mduckdb

@@ -1,10 +1,12 @@
 #include "objects/table_appender.h"
 
+#include <algorithm>
 #include <new>
 #include <utility>
 
 #include "base/errors.h"
 #include "base/text.h"
+#include "duckdb_internals/column_array.h"
 #include "duckdb_internals/failures.h"
 #include "duckdb_internals/statement_pieces.h"
 #include "objects/rollback.h"
@@ -146,8 +148,12 @@ bool TableAppender::Store(Failure& error) {
     return StoreFirst(rows_->get_Count(), error);
 }
 
+bool TableAppender::Begin(Failure& error) {
+    return IsInTransaction(connection_.get()) || Run("BEGIN TRANSACTION", error);
+}
+
 bool TableAppender::StoreFirst(idx_t count, Failure& error) {
-    if (!IsInTransaction(connection_.get()) && !Run("BEGIN TRANSACTION", error)) {
+    if (!Begin(error)) {
         last_failure_ = DUCKDB_ERROR_INVALID;
         return false;
     }
@@ -159,6 +165,38 @@ bool TableAppender::StoreFirst(idx_t count, Failure& error) {
         error = FailureOfAppender(appender_.get());
     }
     return is_stored;
+}
+
+idx_t TableAppender::StoreArrays(const nbx::mrsql::DuckDBColumnArray* columns, uint64_t first, idx_t count) {
+    Failure ignored;
+    if (!Begin(ignored)) {
+        return 0;
+    }
+    uint64_t bytes = 0;
+    idx_t passed = 0;
+    while (passed < count && bytes < ChunkRows::kMostBytes) {
+        const idx_t part = PassArrays(columns, first + passed, count - passed);
+        if (part == 0) {
+            return 0;
+        }
+        passed += part;
+        bytes += rows_->get_Bytes();
+        rows_->Clear();
+    }
+    return duckdb_appender_flush(appender_.get()) == DuckDBSuccess ? passed : 0;
+}
+
+idx_t TableAppender::PassArrays(const nbx::mrsql::DuckDBColumnArray* columns, uint64_t first, idx_t count) {
+    const idx_t room = std::min(rows_->Open(), count);
+    const idx_t part = CountRowsOf(columns, names_.size(), first, room, ChunkRows::kMostBytes);
+    for (std::size_t i = 0; i < names_.size(); ++i) {
+        std::string ignored;
+        if (StoreArray(rows_->get_Columns()[i], rows_->get_Row(), columns[i], first, part, ignored) < part) {
+            return 0;
+        }
+    }
+    rows_->Keep(part);
+    return rows_->AppendTo(appender_.get(), part) ? part : 0;
 }
 
 bool TableAppender::Commit(Failure& error) {

@@ -44,6 +44,10 @@ class TableAppender : nbx::noncopyable {
     /** Stores the collected rows in the transaction, which begins now if there is none. False and DuckDB's
         error on failure; then the transaction must be rolled back. The collected rows stay. */
     bool Store(Failure& error);
+    /** Stores rows of arrays that `RefuseArray` does not refuse, while nothing is collected; returns how
+       many, fewer if they take much memory. 0 if a row cannot be stored; then the transaction must be rolled
+       back. Throws `std::bad_alloc`. After a failure the collected rows must be cleared too. */
+    idx_t StoreArrays(const nbx::mrsql::DuckDBColumnArray* columns, uint64_t first, idx_t count);
     // No interrupt reaches these two: the outcome would be unknown.
     bool Commit(Failure& error);
     void Rollback() noexcept;
@@ -58,6 +62,9 @@ class TableAppender : nbx::noncopyable {
     void AddEveryColumn(const std::string& catalog, const std::string& schema, const std::string& table);
     bool Run(const char* sql, Failure& error);
     bool StoreFirst(idx_t count, Failure& error);
+    /** Passes up to a chunk of rows to DuckDB's appender; returns how many, 0 on failure. */
+    idx_t PassArrays(const nbx::mrsql::DuckDBColumnArray* columns, uint64_t first, idx_t count);
+    bool Begin(Failure& error);
 
     SideConnection connection_;
     AppenderHolder appender_;

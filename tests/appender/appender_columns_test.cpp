@@ -215,5 +215,80 @@ TEST_F(AppenderTest, RefusesArraysThatItCannotRead) {
     EXPECT_EQ(Scalar("SELECT count(*) FROM t"), "0");
 }
 
+/** More rows than are stored at a time; the texts are of a few bytes, or all the same one. */
+struct ManyRows {
+    static constexpr uint64_t kCount = 300'000;
+
+    explicit ManyRows(std::string_view text) : texts(kCount, BytesOf(text)) {
+        for (uint64_t i = 0; i < kCount; ++i) {
+            numbers.push_back(static_cast<int64_t>(i));
+        }
+    }
+    void AppendTo(const Appender& appender) const {
+        const DuckDBColumnArray columns[] = {ArrayOf(DUCKDB_TYPE_BIGINT, numbers.data()),
+                                             ArrayOf(DUCKDB_TYPE_VARCHAR, texts.data())};
+        appender->AppendColumns(columns, 2, kCount);
+    }
+
+    std::vector<int64_t> numbers;
+    std::vector<DuckDBBytes> texts;
+};
+
+TEST_F(AppenderTest, KeepsTheRowsBeforeAnElementOfManyRows) {
+    Direct("CREATE TABLE t (i BIGINT, s VARCHAR)");
+    ManyRows rows("text");
+    // In the second of the parts that are stored at a time.
+    rows.texts[200'000] = BytesOf("\xFF");
+    const Appender appender = Open("t");
+    EXPECT_EQ(Catch([&] { rows.AppendTo(appender); }),
+              MemoryError("Row 200001, column \"s\": The text is not valid UTF-8"));
+    EXPECT_EQ(appender->get_RowCount(), 200'000u);
+    EXPECT_EQ(appender->get_StoredRowCount() + appender->get_PendingRowCount(), 200'000u);
+    appender->Close();
+    EXPECT_EQ(Direct("SELECT count(*), max(i), sum(rowid - i), min(s), max(s) FROM t"),
+              (Table{{"200000", "199999", "0", "text", "text"}}));
+}
+
+TEST_F(AppenderTest, NamesTheRowOfManyThatAConstraintRefuses) {
+    for (const uint64_t duplicate : {uint64_t{77'777}, uint64_t{130'000}}) {
+        Direct("CREATE OR REPLACE TABLE t (i BIGINT PRIMARY KEY, s VARCHAR)");
+        ManyRows rows("text");
+        rows.numbers[duplicate] = 5;
+        const Appender appender = Open("t");
+        const Thrown thrown = Catch([&] { rows.AppendTo(appender); });
+        EXPECT_EQ(thrown.message.find("Row " + std::to_string(duplicate + 1) + ": Constraint Error: "), 0u)
+            << thrown.message;
+        const uint64_t stored = appender->get_StoredRowCount();
+        EXPECT_EQ(stored > 0, duplicate == 130'000);
+        EXPECT_EQ(appender->get_PendingRowCount(), 0u);
+        appender->AppendRow(Row({LLong(-1), Str("last")}));
+        appender->Close();
+        EXPECT_EQ(Scalar("SELECT count(*) FROM t"), std::to_string(stored + 1));
+    }
+}
+
+TEST_F(AppenderTest, OfOneTransactionStoresNothingOfManyRowsAfterAFailure) {
+    Direct("CREATE TABLE t (i BIGINT CHECK (i <> 250000), s VARCHAR)");
+    const Appender appender = Open("t", true);
+    const ManyRows rows("text");
+    Catch([&] {
+        rows.AppendTo(appender);
+        appender->Commit();
+    });
+    EXPECT_EQ(Scalar("SELECT count(*) FROM t"), "0");
+    EXPECT_EQ(appender->get_StoredRowCount(), 0u);
+}
+
+TEST_F(AppenderTest, StoresColumnsWhoseTextsTakeMuchMemory) {
+    Direct("CREATE TABLE t (i BIGINT, s VARCHAR)");
+    const Appender appender = Open("t");
+    // 122,880 of them would take 120 MB.
+    ManyRows(std::string(1000, 'x')).AppendTo(appender);
+    appender->Close();
+    EXPECT_EQ(appender->get_StoredRowCount(), ManyRows::kCount);
+    EXPECT_EQ(Direct("SELECT count(*), sum(rowid - i), sum(length(s)) FROM t"),
+              (Table{{"300000", "0", "300000000"}}));
+}
+
 }  // namespace
 }  // namespace mduckdb::test

@@ -215,6 +215,32 @@ TEST_F(SlowAppenderTest, IsCutByTheTimeLimitOfTheDatabase) {
     EXPECT_EQ(Scalar("SELECT count(*) FROM slow"), "0");
 }
 
+TEST_F(SlowAppenderTest, OfColumnsIsInterruptedAndCut) {
+    const std::vector<int64_t> numbers(200'000, 7);
+    DuckDBColumnArray column{};
+    column.type = DUCKDB_TYPE_BIGINT;
+    column.data = numbers.data();
+    const Appender appender = Open("slow");
+    const auto append = [&] { appender->AppendColumns(&column, 1, numbers.size()); };
+    std::thread other([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        database_->Interrupt();
+    });
+    EXPECT_EQ(Catch(append).exception, "xInterruptError");
+    other.join();
+    EXPECT_EQ(appender->get_PendingRowCount(), 0u);
+    auto* deadlines = static_cast<nbx::mrsql::I_DuckDBDeadlines*>(
+        database_->QueryInterface(nbx::mrsql::kDuckDBDeadlinesInterfaceId));
+    deadlines->put_TimeLimit(50);
+    EXPECT_EQ(Catch(append),
+              MemoryError("Rows 122881 to 245760: The time limit of 50 ms is over: the statement was cut"));
+    deadlines->put_TimeLimit(0);
+    EXPECT_EQ(Scalar("SELECT count(*) FROM slow"), "0");
+    appender->AppendColumns(&column, 1, 1);
+    appender->Close();
+    EXPECT_EQ(Scalar("SELECT count(*) FROM slow"), "1");
+}
+
 TEST_F(SlowAppenderTest, MakesTheClosingDatabaseWait) {
     const Appender appender = OpenWithRows();
     std::thread other([&] {
