@@ -9,6 +9,7 @@
 #include "nbx/mrsql/duckdb_appender.h"
 #include "nbx/mrsql/duckdb_streaming.h"
 #include "statement_fixture.h"
+#include "support/environment.h"
 #include "support/hosts_own_value.h"
 #include "support/test_host.h"
 
@@ -50,8 +51,9 @@ smart_ptr<ValueRow> OwnRow() {
 /** Runs in another thread what would wait forever if a lock were taken twice or in the wrong order. It takes
    seconds, and in an emulator on a busy machine minutes. */
 void WithoutWaitingForEver(const std::function<void()>& run) {
+    const auto limit = std::chrono::minutes(1) * NumberFromEnvironment("MDUCKDB_TEST_SLOWNESS", 1);
     auto done = std::async(std::launch::async, run);
-    if (done.wait_for(std::chrono::minutes(10)) != std::future_status::ready) {
+    if (done.wait_for(limit) != std::future_status::ready) {
         ADD_FAILURE() << "a call waits for a lock that is not released";
         std::quick_exit(1);
     }
