@@ -208,10 +208,10 @@ bool HasTypeOf(const ColumnWriter& column, const DuckDBColumnArray& array) {
                                                  duckdb_decimal_scale(column.get_Type()) == array.scale);
 }
 
-/** At most the largest number, and more than the texts have if there are NULLs, whose lengths mean nothing.
- */
+/** The bytes of the texts, or more: a NULL has a length too, which means nothing. Exact enough for limits below
+    4 GiB, to which each length is cut, so that the sum stays in range. */
 uint64_t SumOfLengths(const std::vector<Part>& parts) {
-    constexpr uint64_t kLongest = uint64_t{1} << 32U;  // so that the sum of a chunk stays in range
+    constexpr uint64_t kLongest = uint64_t{1} << 32U;
     uint64_t sum = 0;
     for (const Part& part : parts) {
         const auto* const elements = part.get_Elements<DuckDBBytes>();

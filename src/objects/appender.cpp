@@ -227,10 +227,11 @@ void DuckDBAppender::StoreRows(bool commit) {
     try {
         StoreIn(work, commit);
     } catch (const std::bad_alloc&) {
-        // The collected rows can be stored again, but what the transaction had before is gone.
+        // The collected rows can be stored again, unless they may have been committed; what the transaction
+        // had before is gone.
         work.EndDeadline();
         table_->Rollback();
-        if (pending_count_.load() != rows.get_Count()) {
+        if (table_->get_IsOutcomeUnknown() || pending_count_.load() != rows.get_Count()) {
             Discard();
         }
         throw;

@@ -68,8 +68,10 @@ class DuckDBAppender final : public nbx::Counted<nbx::mrsql::I_DuckDBAppender>, 
         NBX_REQUIRES(mutex_);
     /** Stores and commits the next rows without collecting them, which would copy them through memory once
        more; returns how many. 0 if nothing is stored: because these rows need not be stored yet, or because
-       they cannot be stored, whose reason is found by collecting them. Throws after an interrupt. */
+       they cannot be stored, whose reason is found by collecting them. Throws as a flush does. */
     idx_t StoreAtOnce(const nbx::mrsql::DuckDBColumnArray* columns, uint64_t first, uint64_t count)
+        NBX_REQUIRES(mutex_);
+    idx_t StoreAtOnceIn(Work& work, const nbx::mrsql::DuckDBColumnArray* columns, uint64_t first, idx_t most)
         NBX_REQUIRES(mutex_);
     void CountStored(uint64_t count) NBX_REQUIRES(mutex_);
     /** The next rows are appended. */

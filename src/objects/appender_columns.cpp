@@ -74,28 +74,42 @@ idx_t DuckDBAppender::StoreAtOnce(const nbx::mrsql::DuckDBColumnArray* columns, 
         return 0;
     }
     Work work(*this);
-    Failure error;
-    idx_t stored = 0;
+    const uint64_t before = row_count_.load();
     try {
-        stored = table_->StoreArrays(columns, first, most);
+        return StoreAtOnceIn(work, columns, first, most);
     } catch (const std::bad_alloc&) {
-        // Collecting the rows needs other memory, and reports it if there is none.
+        work.EndDeadline();
+        table_->Rollback();
+        Discard();
+        // The rows can be appended again, unless they may have been committed.
+        if (!table_->get_IsOutcomeUnknown()) {
+            row_count_.store(before);
+        }
+        throw;
     }
+}
+
+idx_t DuckDBAppender::StoreAtOnceIn(Work& work, const nbx::mrsql::DuckDBColumnArray* columns, uint64_t first,
+                                    idx_t most) {
+    idx_t passed = 0;
+    const bool is_stored = table_->StoreArrays(columns, first, most, passed);
     const bool is_interrupted = work.get_Connection().get_IsInterrupted();
+    // The outcome of a commit that is cut would be unknown.
     work.EndDeadline();
-    if (is_interrupted || work.get_IsCut()) {
-        row_count_.store(row_count_.load() + most);
-        pending_count_.store(most);
-        Fail(work, false, std::move(error));
-    }
-    if (stored == 0 || !table_->Commit(error)) {
+    if (!is_stored && !is_interrupted && !work.get_IsCut()) {
         table_->Rollback();
         Discard();
         return 0;
     }
-    row_count_.store(row_count_.load() + stored);
-    CountStored(stored);
-    return stored;
+    row_count_.store(row_count_.load() + passed);
+    pending_count_.store(passed);
+    Failure error;
+    if (!is_stored || is_interrupted || !table_->Commit(error)) {
+        Fail(work, false, std::move(error));
+    }
+    pending_count_.store(0);
+    CountStored(passed);
+    return passed;
 }
 
 }  // namespace mduckdb

@@ -149,6 +149,7 @@ bool TableAppender::Store(Failure& error) {
 }
 
 bool TableAppender::Begin(Failure& error) {
+    is_outcome_unknown_ = false;
     return IsInTransaction(connection_.get()) || Run("BEGIN TRANSACTION", error);
 }
 
@@ -167,23 +168,26 @@ bool TableAppender::StoreFirst(idx_t count, Failure& error) {
     return is_stored;
 }
 
-idx_t TableAppender::StoreArrays(const nbx::mrsql::DuckDBColumnArray* columns, uint64_t first, idx_t count) {
+bool TableAppender::StoreArrays(const nbx::mrsql::DuckDBColumnArray* columns, uint64_t first, idx_t count,
+                                idx_t& passed) {
     Failure ignored;
+    passed = 1;
     if (!Begin(ignored)) {
-        return 0;
+        return false;
     }
     uint64_t bytes = 0;
-    idx_t passed = 0;
-    while (passed < count && bytes < ChunkRows::kMostBytes) {
-        const idx_t part = PassArrays(columns, first + passed, count - passed);
+    idx_t done = 0;
+    while (done < count && bytes < ChunkRows::kMostBytes) {
+        const idx_t part = PassArrays(columns, first + done, count - done);
         if (part == 0) {
-            return 0;
+            return false;
         }
-        passed += part;
+        done += part;
+        passed = done;
         bytes += rows_->get_Bytes();
         rows_->Clear();
     }
-    return duckdb_appender_flush(appender_.get()) == DuckDBSuccess ? passed : 0;
+    return duckdb_appender_flush(appender_.get()) == DuckDBSuccess;
 }
 
 idx_t TableAppender::PassArrays(const nbx::mrsql::DuckDBColumnArray* columns, uint64_t first, idx_t count) {
@@ -201,7 +205,16 @@ idx_t TableAppender::PassArrays(const nbx::mrsql::DuckDBColumnArray* columns, ui
 
 bool TableAppender::Commit(Failure& error) {
     const SideConnection::Shield shield(connection_);
-    return !IsInTransaction(connection_.get()) || Run("COMMIT", error);
+    is_outcome_unknown_ = false;
+    if (!IsInTransaction(connection_.get())) {
+        return true;
+    }
+    try {
+        return Run("COMMIT", error);
+    } catch (const std::bad_alloc&) {
+        is_outcome_unknown_ = !IsInTransaction(connection_.get());
+        throw;
+    }
 }
 
 void TableAppender::Rollback() noexcept {

@@ -44,13 +44,17 @@ class TableAppender : nbx::noncopyable {
     /** Stores the collected rows in the transaction, which begins now if there is none. False and DuckDB's
         error on failure; then the transaction must be rolled back. The collected rows stay. */
     bool Store(Failure& error);
-    /** Stores rows of arrays that `RefuseArray` does not refuse, while nothing is collected; returns how
-       many, fewer if they take much memory. 0 if a row cannot be stored; then the transaction must be rolled
-       back. Throws `std::bad_alloc`. After a failure the collected rows must be cleared too. */
-    idx_t StoreArrays(const nbx::mrsql::DuckDBColumnArray* columns, uint64_t first, idx_t count);
+    /** Stores rows of arrays that `RefuseArray` does not refuse in the transaction, while nothing is
+        collected; fewer than `count` if they take much memory. `passed` is how many, also on failure: those
+        that were read until then, at least one. After a failure the transaction must be rolled back and the
+        collected rows cleared. Throws `std::bad_alloc`. */
+    bool StoreArrays(const nbx::mrsql::DuckDBColumnArray* columns, uint64_t first, idx_t count,
+                     idx_t& passed);
     // No interrupt reaches these two: the outcome would be unknown.
     bool Commit(Failure& error);
     void Rollback() noexcept;
+    /** `Commit` threw, and the rows may be stored. */
+    bool get_IsOutcomeUnknown() const noexcept { return is_outcome_unknown_; }
 
     /** After `Store` failed and was rolled back: the first of the collected rows that DuckDB does not store,
         counted from 1, and DuckDB's error for it. 0 if that is unknown, or an interrupt came; the error is
@@ -70,6 +74,7 @@ class TableAppender : nbx::noncopyable {
     AppenderHolder appender_;
     std::vector<nbx::String> names_;
     std::unique_ptr<ChunkRows> rows_;
+    bool is_outcome_unknown_ = false;
     /** Of the last rows that could not be stored. */
     duckdb_error_type last_failure_ = DUCKDB_ERROR_INVALID;
 };

@@ -215,7 +215,7 @@ TEST_F(AppenderTest, RefusesArraysThatItCannotRead) {
     EXPECT_EQ(Scalar("SELECT count(*) FROM t"), "0");
 }
 
-/** More rows than are stored at a time; the texts are of a few bytes, or all the same one. */
+/** More rows than are stored at a time, all with the same text. */
 struct ManyRows {
     static constexpr uint64_t kCount = 300'000;
 

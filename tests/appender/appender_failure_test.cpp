@@ -241,6 +241,24 @@ TEST_F(SlowAppenderTest, OfColumnsIsInterruptedAndCut) {
     EXPECT_EQ(Scalar("SELECT count(*) FROM slow"), "1");
 }
 
+TEST_F(SlowAppenderTest, NamesTheRowsOfLongTextsThatAreCut) {
+    Direct("CREATE TABLE texts (s VARCHAR CHECK (length(sha256(repeat(s, 20))) > 0))");
+    const std::string text(1016, 'x');
+    const std::vector<DuckDBBytes> texts(200'000, {text.data(), text.size()});
+    DuckDBColumnArray column{};
+    column.type = DUCKDB_TYPE_VARCHAR;
+    column.data = texts.data();
+    const Appender appender = Open("texts");
+    auto* deadlines = static_cast<nbx::mrsql::I_DuckDBDeadlines*>(
+        database_->QueryInterface(nbx::mrsql::kDuckDBDeadlinesInterfaceId));
+    deadlines->put_TimeLimit(400);
+    // 64 MiB of rows of 16 bytes and a text.
+    EXPECT_EQ(Catch([&] { appender->AppendColumns(&column, 1, texts.size()); }),
+              MemoryError("Rows 1 to 65536: The time limit of 400 ms is over: the statement was cut"));
+    deadlines->put_TimeLimit(0);
+    EXPECT_EQ(Scalar("SELECT count(*) FROM texts"), "0");
+}
+
 TEST_F(SlowAppenderTest, MakesTheClosingDatabaseWait) {
     const Appender appender = OpenWithRows();
     std::thread other([&] {

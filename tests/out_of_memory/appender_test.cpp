@@ -72,6 +72,33 @@ TEST_P(AppenderOutOfMemory, IsAnErrorThatStoresNothingOrIsWhole) {
 }
 INSTANTIATE_TEST_SUITE_P(Every, AppenderOutOfMemory, testing::ValuesIn(kAppends), NameOf<Append>);
 
+TEST_F(AppenderTest, OfManyRowsOfArraysStoresThemOrNothing) {
+    // One row more than are stored at a time.
+    static const std::vector<int64_t> numbers(122'881, 7);
+    DuckDBColumnArray column{};
+    column.type = DUCKDB_TYPE_BIGINT;
+    column.data = numbers.data();
+    Appender appender;
+    Operation operation;
+    operation.prepare = [&] {
+        appender.reset();
+        Direct("CREATE OR REPLACE TABLE t (i BIGINT)");
+        appender = Open("t");
+    };
+    operation.act = [&] {
+        appender->AppendColumns(&column, 1, numbers.size());
+        return std::string();
+    };
+    operation.look = [&] {
+        return std::to_string(appender->get_RowCount()) + " " +
+               std::to_string(appender->get_PendingRowCount()) + " " +
+               std::to_string(appender->get_StoredRowCount()) + " " + Scalar("SELECT count(*) FROM t");
+    };
+    EXPECT_GT(FailEach(operation), 0u);
+    appender->Close();
+    EXPECT_EQ(Scalar("SELECT count(*) FROM t"), "122881");
+}
+
 TEST_F(AppenderTest, ThatCannotBeCreatedLeavesNothingBehind) {
     Direct("CREATE TABLE t (i INTEGER, s VARCHAR)");
     Appender appender;
