@@ -208,8 +208,8 @@ bool HasTypeOf(const ColumnWriter& column, const DuckDBColumnArray& array) {
                                                  duckdb_decimal_scale(column.get_Type()) == array.scale);
 }
 
-/** The bytes of the texts, or more: a NULL has a length too, which means nothing. Exact enough for limits below
-    4 GiB, to which each length is cut, so that the sum stays in range. */
+/** The bytes of the texts, or more: a NULL has a length too, which means nothing. Exact enough for limits
+   below 4 GiB, to which each length is cut, so that the sum stays in range. */
 uint64_t SumOfLengths(const std::vector<Part>& parts) {
     constexpr uint64_t kLongest = uint64_t{1} << 32U;
     uint64_t sum = 0;

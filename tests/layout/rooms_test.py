@@ -64,14 +64,24 @@ class Room:
         return run.returncode == 0, run.stderr
 
 
+def compiled_sources():
+    """(source, folder of the call, the compiler call): also of the sources that a unity source includes."""
+    for entry in json.loads((BUILD / "compile_commands.json").read_text()):
+        file = pathlib.Path(entry["directory"], entry["file"]).resolve()
+        sources = [file]
+        if file.parent.name == "Unity":
+            sources = [pathlib.Path(path) for path in re.findall(r'^#include "(.+)"$', file.read_text(), re.MULTILINE)]
+        for source in sources:
+            yield source, entry["directory"], shlex.split(entry["command"])
+
+
 def all_rooms():
     calls = {}
-    for entry in json.loads((BUILD / "compile_commands.json").read_text()):
-        source = pathlib.Path(entry["directory"], entry["file"]).resolve()
+    for source, directory, command in compiled_sources():
         if source.is_relative_to(ROOT):
             parts = source.relative_to(ROOT).parts
             if len(parts) == 3 and parts[0] in rooms.PARTS and not source.stem.endswith("_test"):
-                calls.setdefault(parts[:2], {})[source.name] = (entry["directory"], shlex.split(entry["command"]))
+                calls.setdefault(parts[:2], {})[source.name] = (directory, command)
     return [Room(part, name, found) for (part, name), found in sorted(calls.items())]
 
 

@@ -51,7 +51,7 @@ smart_ptr<ValueRow> OwnRow() {
 /** Runs in another thread what would wait forever if a lock were taken twice or in the wrong order. It takes
    seconds, and in an emulator on a busy machine minutes. */
 void WithoutWaitingForEver(const std::function<void()>& run) {
-    const auto limit = std::chrono::minutes(1) * NumberFromEnvironment("MDUCKDB_TEST_SLOWNESS", 1);
+    const auto limit = std::chrono::minutes(1) * NumberFromEnvironment("MDUCKDB_SLOWNESS_OF_TESTS", 1);
     auto done = std::async(std::launch::async, run);
     if (done.wait_for(limit) != std::future_status::ready) {
         ADD_FAILURE() << "a call waits for a lock that is not released";
