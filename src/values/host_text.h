@@ -34,10 +34,10 @@ inline bool CopyAscii(std::u16string_view text, char* out) noexcept {
         }
         return (seen & kOthers) == 0;
     }
-    for (std::size_t i = 0; i + kStep <= text.size(); i += kStep) {
+    for (std::size_t i = 0; i + kStep < text.size(); i += kStep) {
         copy(i);
     }
-    copy(text.size() - kStep);  // the rest, with units before it once more
+    copy(text.size() - kStep);  // the rest, with units before it once more unless it is a whole step
     std::array<uint64_t, 2> halves;
     std::memcpy(halves.data(), &all, sizeof all);
     return ((halves[0] | halves[1]) & (kOthers * 0x0001000100010001U)) == 0;
