@@ -11,7 +11,8 @@ namespace bench {
 namespace {
 
 constexpr const char* kUsage =
-    "usage: mduckdb-bench --modules FOLDER --folder FOLDER [--rounds N] [--scale F] [--case NAME] GROUP...\n"
+    "usage: mduckdb-bench --modules FOLDER --folder FOLDER [--rounds N] [--most-rounds N] [--scale F] [--case NAME]\n"
+    "                     GROUP...\n"
     "           measures the groups and prints a JSON line for each of their cases\n"
     "       mduckdb-bench --check --modules FOLDER --folder FOLDER [--scale F] GROUP...\n"
     "           looks whether the cases of each group do the same work\n"
@@ -39,6 +40,8 @@ Arguments ReadArguments(int argc, char** argv) {
             options.folder = next();
         } else if (argument == "--rounds") {
             options.rounds = static_cast<unsigned>(std::atoi(next()));
+        } else if (argument == "--most-rounds") {
+            options.most_rounds = static_cast<unsigned>(std::atoi(next()));
         } else if (argument == "--scale") {
             options.scale = std::atof(next());
         } else if (argument == "--case") {

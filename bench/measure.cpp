@@ -70,6 +70,16 @@ void MeasureOnce(const Case& measured, Figures& figures) {
     }
 }
 
+/** Whether the minimum was nearly reached a second time. */
+bool IsSettled(std::vector<double> seconds) {
+    constexpr double kNearly = 1.02;
+    if (seconds.size() < 2) {
+        return false;
+    }
+    std::partial_sort(seconds.begin(), seconds.begin() + 2, seconds.end());
+    return seconds[1] <= seconds[0] * kNearly;
+}
+
 }  // namespace
 
 uint64_t Scaled(uint64_t full, const Options& options) noexcept {
@@ -97,7 +107,12 @@ void MeasureGroup(const Group& group, const Options& options) {
     }
     std::map<std::size_t, Figures> figures;
     std::minstd_rand random(20260101);
-    for (unsigned round = 0; round < options.rounds; ++round) {
+    const auto is_settled = [&] {
+        return std::all_of(figures.begin(), figures.end(),
+                           [](const auto& figure) { return IsSettled(figure.second.seconds); });
+    };
+    for (unsigned round = 0; round < options.rounds || (round < options.most_rounds && !is_settled());
+         ++round) {
         std::shuffle(order.begin(), order.end(), random);
         for (const std::size_t i : order) {
             MeasureOnce(group.cases[i], figures[i]);
