@@ -11,7 +11,8 @@ namespace bench {
 namespace {
 
 constexpr const char* kUsage =
-    "usage: mduckdb-bench --modules FOLDER --folder FOLDER [--rounds N] [--most-rounds N] [--scale F] [--case NAME]\n"
+    "usage: mduckdb-bench --modules FOLDER --folder FOLDER [--rounds N] [--most-rounds N] [--scale F] "
+    "[--case NAME]\n"
     "                     GROUP...\n"
     "           measures the groups and prints a JSON line for each of their cases\n"
     "       mduckdb-bench --check --modules FOLDER --folder FOLDER [--scale F] GROUP...\n"

@@ -115,12 +115,16 @@ if(DuckDB_FOUND)
 endif()
 
 if(DuckDB_FOUND AND NOT TARGET DuckDB::DuckDB)
+    # The headers have the same path in every build folder, so that an object that uses none of them is the same too.
+    set(_duckdb_all ${PROJECT_BINARY_DIR}/include_roots/duckdb)
+    file(MAKE_DIRECTORY ${PROJECT_BINARY_DIR}/include_roots)
+    file(CREATE_LINK ${DuckDB_INCLUDE_DIR} ${_duckdb_all} SYMBOLIC)
     add_library(DuckDB::DuckDB SHARED IMPORTED)
     set_target_properties(DuckDB::DuckDB PROPERTIES
         IMPORTED_LOCATION ${DuckDB_LIBRARY}
         IMPORTED_SONAME libduckdb.so
-        INTERFACE_INCLUDE_DIRECTORIES ${DuckDB_INCLUDE_DIR}
-        INTERFACE_SYSTEM_INCLUDE_DIRECTORIES ${DuckDB_INCLUDE_DIR})
+        INTERFACE_INCLUDE_DIRECTORIES ${_duckdb_all}
+        INTERFACE_SYSTEM_INCLUDE_DIRECTORIES ${_duckdb_all})
 endif()
 
 if(DuckDB_FOUND AND NOT TARGET DuckDB::C)

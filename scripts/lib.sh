@@ -174,6 +174,14 @@ configure() {
     fi
 }
 
+# share_objects FOLDER: lets ccache, where its user has not told it how, give the build in FOLDER the objects of the same
+# tree's builds on other DuckDBs: of the terminal, of mshared and their tests. Paths into the folder are then relative.
+share_objects() {
+    if command -v ccache >/dev/null && [ -z "$(ccache --get-config base_dir)" ]; then
+        export CCACHE_BASEDIR=$1 CCACHE_SLOPPINESS=pch_defines,time_macros
+    fi
+}
+
 # build PRESET [TARGET...]: prints to stderr, and nothing if there is nothing to do.
 build() {
     local folder=$BUILD/$1
@@ -182,5 +190,5 @@ build() {
     if ninja -C "$folder" -n "$@" 2>/dev/null | grep -q 'no work to do'; then
         return
     fi
-    ninja -C "$folder" "$@" >&2
+    (share_objects "$folder" && ninja -C "$folder" "$@" >&2)
 }

@@ -57,8 +57,8 @@ class Room:
         output = call.index("-o")
         del call[output:output + 2]
         call = call[:call.index("-c")] + call[call.index("-c") + 2:]
-        # The source comes from a pipe; -iquote is the folder in which a compiler looks first for a file of the room.
-        call += ["-fsyntax-only", "-iquote", str(self.folder), "-x", "c++", "-"]
+        # Only the includes are read. The source comes from a pipe; -iquote is the folder in which a compiler looks first for a file of the room.
+        call += ["-E", "-o", os.devnull, "-iquote", str(self.folder), "-x", "c++", "-"]
         run = subprocess.run(call, cwd=self.directory, input=text, capture_output=True, text=True,
                              env={**os.environ, "LC_ALL": "C"})
         return run.returncode == 0, run.stderr
