@@ -16,8 +16,8 @@
 
 namespace fuzz {
 
-using mduckdb::testing::FakeHost;
-using mduckdb::testing::FakeValue;
+using mduckdb::test::FakeHost;
+using mduckdb::test::FakeValue;
 
 namespace {
 

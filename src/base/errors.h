@@ -36,6 +36,8 @@ std::string TextOr(const char* duckdb_text, const char* fixed_text);
 [[noreturn]] void ThrowDuckDBError(const nbx::String& path, const Failure& failure);
 /** The same for objects that have no database: its path is "unknown". */
 [[noreturn]] void ThrowDetachedError(std::string_view message);
+/** What errors of values carry that do not name the value's kind. */
+inline constexpr const char* kValueName = "value";
 /** The same for a value, which has no database: the error carries `name` instead of a path. */
 [[noreturn]] void ThrowValueError(const char* name, const std::string& message);
 [[noreturn]] void ThrowValueError(const char* name, const Failure& failure);

@@ -9,7 +9,7 @@
 namespace mduckdb {
 namespace {
 
-using testing::FakeHost;
+using test::FakeHost;
 
 template <class Error>
 std::string RefusalOf(const std::string& limit) {
@@ -49,7 +49,7 @@ TEST(ParseLimit, RefusesWhatDoesNotFitBeforeLookingAtTheRest) {
 
 TEST(Arguments, AnUnsignedLimitIsAcceptedWithoutARangeCheck) {
     FakeHost host;
-    testing::FakeValue* limit = host.Int(-1);
+    test::FakeValue* limit = host.Int(-1);
     limit->type = MIRONA_TYPE_UINT64;
     mirona_value values[] = {limit};
     host.argument_count = 1;

@@ -11,8 +11,8 @@
 namespace mduckdb {
 namespace {
 
-using testing::FakeHost;
-using testing::FakeValue;
+using test::FakeHost;
+using test::FakeValue;
 
 constexpr std::int64_t kMax = std::numeric_limits<std::int64_t>::max();
 constexpr std::int64_t kMin = std::numeric_limits<std::int64_t>::min();

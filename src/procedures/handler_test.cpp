@@ -12,8 +12,8 @@
 namespace mduckdb {
 namespace {
 
+using test::FakeHost;
 using ::testing::ElementsAre;
-using testing::FakeHost;
 using ::testing::IsEmpty;
 
 template <class Thrown>

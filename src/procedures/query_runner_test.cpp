@@ -10,7 +10,7 @@
 namespace mduckdb {
 namespace {
 
-using testing::FakeHost;
+using test::FakeHost;
 
 TEST(ColumnName, IsThePositionFromOneWhenDuckDBHasNone) {
     EXPECT_EQ("Column2", ColumnName(std::nullopt, 1));

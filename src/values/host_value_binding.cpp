@@ -22,8 +22,6 @@ using nbx::I_Value;
 
 namespace {
 
-constexpr const char* kValueName = "value";
-
 ValueHolder ToDuckDB(I_Value* value, HostValueWalk* walk);
 
 ValueHolder NullValue() {

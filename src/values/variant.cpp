@@ -21,7 +21,6 @@ namespace {
 
 constexpr const char* kTypedMarker = "duckdb_value";
 constexpr const char* kVariantMarker = "duckdb_variant";
-constexpr const char* kValueName = "value";
 constexpr const char* kVariantName = "variant";
 
 struct TypeWord;

@@ -25,7 +25,7 @@
 namespace {
 
 using namespace std::chrono_literals;
-using mduckdb::testing::FakeHost;
+using mduckdb::test::FakeHost;
 using Line = nbx::mrsql::DuckDBCensusLine;
 
 const std::string kEndless = "(SELECT count(*) FROM range(100000000) a, range(100000) b) > 0";

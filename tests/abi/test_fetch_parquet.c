@@ -81,7 +81,7 @@ typedef struct expected_column {
     const char* text;
 } expected_column;
 
-static const expected_column kTypes[] = {
+static const expected_column kExpectedColumns[] = {
     {"c1", 1, MIRONA_TYPE_BOOL, "true"},
     {"c2", 2, MIRONA_TYPE_INT64, "-128"},
     {"c3", 3, MIRONA_TYPE_INT64, "-32768"},
@@ -98,7 +98,7 @@ static const expected_column kTypes[] = {
     {"c14", 14, MIRONA_TYPE_TIME, "23:59:58.999"},
     {"c17", 17, MIRONA_TYPE_TEXT, "a longer text than twelve bytes"},
 };
-#define TYPE_COUNT ((uint32_t)(sizeof kTypes / sizeof kTypes[0]))
+#define TYPE_COUNT ((uint32_t)(sizeof kExpectedColumns / sizeof kExpectedColumns[0]))
 
 static void check_blob(test_cursor* cursor) {
     test_value* blob = get_cell(cursor, TYPE_COUNT);
@@ -120,12 +120,12 @@ static void test_types(void) {
     CHECK_INT(cursor_columns(cursor), TYPE_COUNT + 1);
     CHECK(next_row(cursor));
     for (uint32_t i = 0; i < TYPE_COUNT; ++i) {
-        CHECK_TEXT(column_name(cursor, i), kTypes[i].name);
-        CHECK_INT(cursor->def.columns[i].duckdb_type, kTypes[i].duckdb_type);
-        CHECK_INT(cursor->def.columns[i].host_type, kTypes[i].host_type);
-        CHECK_TEXT(cell_text(cursor, (int32_t)i), kTypes[i].text);
+        CHECK_TEXT(column_name(cursor, i), kExpectedColumns[i].name);
+        CHECK_INT(cursor->def.columns[i].duckdb_type, kExpectedColumns[i].duckdb_type);
+        CHECK_INT(cursor->def.columns[i].host_type, kExpectedColumns[i].host_type);
+        CHECK_TEXT(cell_text(cursor, (int32_t)i), kExpectedColumns[i].text);
         test_value* cell = get_cell(cursor, (int32_t)i);
-        CHECK_INT(cell != NULL ? cell->type : 0, kTypes[i].host_type);
+        CHECK_INT(cell != NULL ? cell->type : 0, kExpectedColumns[i].host_type);
         free_value(cell);
     }
     check_blob(cursor);

@@ -12,7 +12,7 @@
 namespace {
 
 using mduckdb::FetchDuckDB;
-using mduckdb::testing::FakeHost;
+using mduckdb::test::FakeHost;
 using nbx::mrsql::DuckDBBudgetFigures;
 using nbx::mrsql::I_DuckDBBudget;
 

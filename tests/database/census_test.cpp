@@ -210,7 +210,7 @@ TEST_F(Census, HasABackupWhileItRuns) {
 
 using mduckdb::FetchDuckDB;
 using mduckdb::FetchParquet;
-using mduckdb::testing::FakeHost;
+using mduckdb::test::FakeHost;
 
 TEST_F(Census, HasACallUntilItsCursorIsClosed) {
     FakeHost procedures;

@@ -15,7 +15,7 @@
 namespace {
 
 /** What fetch_duckdb reports about the table r of the file; "none" if it returns a cursor. */
-std::string Fetch(mduckdb::testing::FakeHost& caller, const std::string& file) {
+std::string Fetch(mduckdb::test::FakeHost& caller, const std::string& file) {
     caller.reports.clear();
     caller.Call<mduckdb::FetchDuckDB>({caller.Text(file), caller.Text("r")});
     return caller.reports.empty() ? "none" : caller.reports.front();
@@ -29,7 +29,7 @@ int main(int argc, char** argv) {
     }
     const char* order = argc == 3 ? argv[2] : "";
     const TestHost host;
-    mduckdb::testing::FakeHost caller;
+    mduckdb::test::FakeHost caller;
     const auto database = host.Database(argv[1]);
     if (std::strcmp(order, "fetch-before") == 0 &&
         (Fetch(caller, argv[1]) != "none" || Thrown([&] { database->Open(); }) == "none")) {

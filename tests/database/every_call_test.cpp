@@ -24,7 +24,7 @@ struct duckdb_result_scan_data;
 
 namespace {
 
-using mduckdb::testing::FakeHost;
+using mduckdb::test::FakeHost;
 using nbx::mrsql::I_DuckDBDatabase;
 using Database = nbx::smart_ptr<I_DuckDBDatabase>;
 

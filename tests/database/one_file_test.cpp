@@ -203,7 +203,7 @@ TEST_F(OneFile, CreateReportsWhyTheOldFileCannotBeDeletedAndKeepsIt) {
     EXPECT_THAT(Restore(real, MakeBackup()), attached);
     EXPECT_TRUE(host->IsDuckDBFile(Location(real)));
     {
-        mduckdb::testing::FakeHost caller;
+        mduckdb::test::FakeHost caller;
         EXPECT_EQ(caller.Call<mduckdb::FetchDuckDB>({caller.Text(real), caller.Text("t")}), nullptr);
         EXPECT_THAT(caller.reports.at(0), attached);
     }
@@ -230,7 +230,7 @@ TEST_F(OneFile, DropDeletesTheLogAndTheFileThatALinkPointsTo) {
 }
 
 TEST_F(OneFile, ACursorOfAProcedureIsAUserOfTheEngine) {
-    mduckdb::testing::FakeHost caller;
+    mduckdb::test::FakeHost caller;
     auto database = host.Opened(real);
     ASSERT_NE(caller.Call<mduckdb::FetchDuckDB>({caller.Text(aliases[0]), caller.Text("t")}), nullptr);
     EXPECT_EQ(database->get_ConnectionCount(), 1u);

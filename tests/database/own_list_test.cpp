@@ -74,7 +74,7 @@ TEST_F(OwnList, DoesNotHideAFileThatTheOtherModuleHasOpen) {
     EXPECT_THAT(Thrown([&] { host.Database(real)->Drop(); }), HasSubstr(kOtherUse));
     EXPECT_TRUE(host->IsDuckDBFile(Location(real)));
     {
-        mduckdb::testing::FakeHost caller;
+        mduckdb::test::FakeHost caller;
         EXPECT_EQ(caller.Call<mduckdb::FetchDuckDB>({caller.Text(real), caller.Text("t")}), nullptr);
         EXPECT_THAT(caller.reports.at(0), HasSubstr(kOtherUse));
     }

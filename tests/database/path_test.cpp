@@ -81,13 +81,13 @@ class PathTest : public DatabaseTest {
     }
     /** The number of rows of the table t, or the text that is reported. */
     static std::string FetchDuckDB(const std::string& path) {
-        mduckdb::testing::FakeHost caller;
+        mduckdb::test::FakeHost caller;
         const auto* cursor = caller.Call<mduckdb::FetchDuckDB>({caller.Text(path), caller.Text("t")});
         return cursor != nullptr ? std::to_string(caller.cursor.row_count(caller.cursor.state))
                                  : caller.reports.at(0);
     }
     static std::string FetchParquet(const std::string& path) {
-        mduckdb::testing::FakeHost caller;
+        mduckdb::test::FakeHost caller;
         const auto* cursor = caller.Call<mduckdb::FetchParquet>({caller.Text(path)});
         return cursor != nullptr ? std::to_string(caller.cursor.row_count(caller.cursor.state))
                                  : caller.reports.at(0);

@@ -30,7 +30,7 @@ class ClosedStreamsTest : public testing::Test {
     static void WriteWhileADatabaseIsOpen(const LoadedModule& module) {
         const TempFolder folder;
         const std::string file = folder / "a.db";
-        const auto database = module->CreateDatabase(nbx::CreateLocation(nbx::FromUtf8(file)));
+        const auto database = module->CreateDatabase(Location(file));
         database->Create();
         const std::string before = ReadFile(file);
         for (int descriptor = 0; descriptor <= 2; ++descriptor) {

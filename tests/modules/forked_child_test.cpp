@@ -50,7 +50,7 @@ struct ForkingHost {
         statement->PrepareNext();
     }
     DatabasePtr Make(const std::string& name) const {
-        return module->CreateDatabase(nbx::CreateLocation(FromUtf8(folder / name)));
+        return module->CreateDatabase(Location(folder / name));
     }
     std::string ReadFiles() const { return ReadFile(folder / "a.db") + ReadFile(folder / "a.db.wal"); }
 };

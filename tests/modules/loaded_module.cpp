@@ -7,6 +7,10 @@
 
 #include "nbx/mrsql/registry.h"
 
+nbx::smart_ptr<nbx::I_Location> Location(const std::string& path) {
+    return nbx::CreateLocation(nbx::FromUtf8(path));
+}
+
 namespace {
 
 using Procedures = std::map<std::string, mirona_procedure_handler>;

@@ -5,7 +5,10 @@
 #include <vector>
 
 #include "mirona/extension_api.h"
+#include "nbx/location.h"
 #include "nbx/mrsql/duckdb_extension.h"
+
+nbx::smart_ptr<nbx::I_Location> Location(const std::string& path);
 
 /** A built module, loaded as a server does it and used only through its two exports. */
 class LoadedModule {

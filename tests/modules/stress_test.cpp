@@ -25,10 +25,6 @@ using Clock = std::chrono::steady_clock;
 constexpr int kWorkers = 8;
 constexpr std::chrono::seconds kLongestStep{120};
 
-nbx::smart_ptr<nbx::I_Location> Location(const std::string& path) {
-    return nbx::CreateLocation(FromUtf8(path));
-}
-
 uint64_t Seed() {
     const int given = NumberFromEnvironment("MDUCKDB_TEST_SEED", 0);
     return given != 0 ? static_cast<uint64_t>(given) : std::random_device()() % 1'000'000 + 1;

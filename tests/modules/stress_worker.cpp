@@ -16,10 +16,6 @@ using nbx::mrsql::kServerCursor;
 
 namespace {
 
-nbx::smart_ptr<nbx::I_Location> Location(const std::string& path) {
-    return nbx::CreateLocation(FromUtf8(path));
-}
-
 nbx::smart_ptr<nbx::ValueRow> MakeParameters(int64_t worker, int64_t number) {
     auto row = nbx::MakeObject<nbx::ValueRow>();
     for (const int64_t content : {worker, number}) {

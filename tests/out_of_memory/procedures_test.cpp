@@ -15,8 +15,8 @@
 namespace mduckdb::test {
 namespace {
 
-using mduckdb::testing::FakeHost;
-using mduckdb::testing::FakeValue;
+using mduckdb::test::FakeHost;
+using mduckdb::test::FakeValue;
 namespace fs = std::filesystem;
 
 /** A call of the table that does the host's part without failures: the host has memory of its own. */
@@ -155,27 +155,27 @@ class ProceduresOutOfMemory : public ::testing::Test {
     mirona_extension_api api_ = ShieldedTable(host_);
 };
 
-constexpr uint64_t kSamples = 12;
+constexpr uint64_t kSampledAllocations = 12;
 
 TEST_F(ProceduresOutOfMemory, FetchParquetGivesEveryRowOrReports) {
     ExpectWhole<FetchParquet>({host_.Text(Parquet()), host_.Array({host_.Text("i"), host_.Text("s")}),
                                host_.Text("i % 2 = 0 OR s LIKE 'a text%'"), host_.Int(5000)},
-                              kSamples);
-    ExpectWhole<FetchParquet>({host_.Text(Parquet())}, kSamples);
+                              kSampledAllocations);
+    ExpectWhole<FetchParquet>({host_.Text(Parquet())}, kSampledAllocations);
 }
 
 TEST_F(ProceduresOutOfMemory, FetchDuckDBGivesEveryRowOrReports) {
     ExpectWhole<FetchDuckDB>({host_.Text(folder_ / "a.db"), host_.Text("main.\"t\""), host_.Text("5000")},
-                             kSamples);
+                             kSampledAllocations);
     // Through the engine of a database object.
     const auto writer = test_host_.Opened(folder_ / "a.db");
-    ExpectWhole<FetchDuckDB>({host_.Text(folder_ / "a.db"), host_.Text("a.main.t")}, kSamples);
+    ExpectWhole<FetchDuckDB>({host_.Text(folder_ / "a.db"), host_.Text("a.main.t")}, kSampledAllocations);
 }
 
 TEST_F(ProceduresOutOfMemory, TheOthersGiveEveryRowOrReport) {
-    ExpectWhole<ParquetCount>({host_.Text(Parquet()), host_.Text("i > 10")}, kSamples);
-    ExpectWhole<ParquetMetadata>({host_.Text(Parquet())}, kSamples);
-    ExpectWhole<ParquetSchema>({host_.Text(Parquet())}, kSamples);
+    ExpectWhole<ParquetCount>({host_.Text(Parquet()), host_.Text("i > 10")}, kSampledAllocations);
+    ExpectWhole<ParquetMetadata>({host_.Text(Parquet())}, kSampledAllocations);
+    ExpectWhole<ParquetSchema>({host_.Text(Parquet())}, kSampledAllocations);
 }
 
 TEST_F(ProceduresOutOfMemory, AStartThatFailsIsReportedToTheHost) {

@@ -14,7 +14,7 @@
 #include "limited_calls.h"
 #include "support/peak_memory.h"
 
-namespace mduckdb::testing {
+namespace mduckdb::test {
 namespace {
 
 using ::testing::ElementsAre;
@@ -374,4 +374,4 @@ TEST_F(CallLimitsTest, CutCallsSoonAfterTheirTime) {
 }
 
 }  // namespace
-}  // namespace mduckdb::testing
+}  // namespace mduckdb::test

@@ -10,7 +10,7 @@
 #include "engines/engine_files.h"
 #include "limited_calls.h"
 
-namespace mduckdb::testing {
+namespace mduckdb::test {
 namespace {
 
 namespace fs = std::filesystem;
@@ -349,4 +349,4 @@ TEST_F(ConfinementTest, TakesARelativePathFromTheWorkingFolder) {
 }
 
 }  // namespace
-}  // namespace mduckdb::testing
+}  // namespace mduckdb::test

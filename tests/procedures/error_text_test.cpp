@@ -15,7 +15,7 @@
 #include "support/fake_host.h"
 #include "support/temp_folder.h"
 
-namespace mduckdb::testing {
+namespace mduckdb::test {
 namespace {
 
 class ErrorTextTest : public ::testing::Test {
@@ -158,4 +158,4 @@ TEST_F(ErrorTextTest, LeavesTheNamesOfColumnsAsDuckDBReturnsThem) {
 }
 
 }  // namespace
-}  // namespace mduckdb::testing
+}  // namespace mduckdb::test

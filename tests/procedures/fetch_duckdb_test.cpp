@@ -13,7 +13,7 @@
 #include "support/alone.h"
 #include "support/fake_host.h"
 
-namespace mduckdb::testing {
+namespace mduckdb::test {
 namespace {
 
 using ::testing::ElementsAre;
@@ -195,4 +195,4 @@ TEST(DatabaseFilePath, IsThePathThatDuckDBOpens) {
 }
 
 }  // namespace
-}  // namespace mduckdb::testing
+}  // namespace mduckdb::test

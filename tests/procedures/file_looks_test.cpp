@@ -52,7 +52,7 @@ extern "C" __attribute__((visibility("default"))) ssize_t pread(int descriptor, 
     return next(descriptor, buffer, size, offset);
 }
 
-namespace mduckdb::testing {
+namespace mduckdb::test {
 namespace {
 
 struct Looks {
@@ -166,4 +166,4 @@ TEST_F(FileLooksTest, AreThoseOfTheBareQuery) {
 }
 
 }  // namespace
-}  // namespace mduckdb::testing
+}  // namespace mduckdb::test

@@ -13,7 +13,7 @@
 #include "support/duckdb_faults.h"
 #include "support/expected_by_version.h"
 
-namespace mduckdb::testing {
+namespace mduckdb::test {
 namespace {
 
 using nbx::mrsql::I_DuckDBBudget;
@@ -297,4 +297,4 @@ TEST_F(HandedOnTest, TheCensusShowsAnIdleEngineAsOneThatWaits) {
 }
 
 }  // namespace
-}  // namespace mduckdb::testing
+}  // namespace mduckdb::test

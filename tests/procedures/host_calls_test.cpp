@@ -7,7 +7,7 @@
 #include "engines/idle_engines.h"
 #include "limited_calls.h"
 
-namespace mduckdb::testing {
+namespace mduckdb::test {
 namespace {
 
 using ::testing::IsEmpty;
@@ -321,4 +321,4 @@ TEST_F(HostCallsTest, ThatMoveTheSameCursorLeaveItWhereTheyMovedItTo) {
 }
 
 }  // namespace
-}  // namespace mduckdb::testing
+}  // namespace mduckdb::test

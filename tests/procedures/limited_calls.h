@@ -14,7 +14,7 @@
 #include "support/temp_folder.h"
 #include "support/test_host.h"
 
-namespace mduckdb::testing {
+namespace mduckdb::test {
 
 using nbx::mrsql::DuckDBProcedureLimits;
 using nbx::mrsql::I_DuckDBProcedureLimits;
@@ -66,4 +66,4 @@ class LimitedCalls : public ::testing::Test {
         extension_->QueryInterface(nbx::mrsql::kDuckDBProcedureLimitsInterfaceId));
 };
 
-}  // namespace mduckdb::testing
+}  // namespace mduckdb::test

@@ -15,7 +15,7 @@
 #include "support/fake_host.h"
 #include "support/temp_folder.h"
 
-namespace mduckdb::testing {
+namespace mduckdb::test {
 namespace {
 
 using ::testing::ElementsAre;
@@ -388,4 +388,4 @@ TEST(RefusedFunctions, AreAllDuckDBFunctionsThatMayChangeSomething) {
 }
 
 }  // namespace
-}  // namespace mduckdb::testing
+}  // namespace mduckdb::test

@@ -10,7 +10,7 @@
 #include "support/fake_host.h"
 #include "support/temp_folder.h"
 
-namespace mduckdb::testing {
+namespace mduckdb::test {
 namespace {
 
 using Cells = std::vector<std::string>;
@@ -82,4 +82,4 @@ TEST_F(OverfullDecimals, AreReadAsWhatTheirVectorHoldsWhereNoCastIsMade) {
 }
 
 }  // namespace
-}  // namespace mduckdb::testing
+}  // namespace mduckdb::test

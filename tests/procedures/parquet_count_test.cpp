@@ -10,7 +10,7 @@
 #include "support/fake_host.h"
 #include "support/temp_folder.h"
 
-namespace mduckdb::testing {
+namespace mduckdb::test {
 namespace {
 
 using ::testing::IsEmpty;
@@ -70,4 +70,4 @@ TEST_F(ParquetCountTest, CountsTheRowsOfTheCondition) {
 }
 
 }  // namespace
-}  // namespace mduckdb::testing
+}  // namespace mduckdb::test

@@ -4,7 +4,7 @@
 #include "nbx/mrsql/registry.h"
 #include "support/fake_host.h"
 
-namespace mduckdb::testing {
+namespace mduckdb::test {
 namespace {
 
 using ::testing::ElementsAre;
@@ -37,4 +37,4 @@ TEST(Registration, ReportsEachRefusalInOrderAfterTheExtensionIsInstalled) {
 }
 
 }  // namespace
-}  // namespace mduckdb::testing
+}  // namespace mduckdb::test

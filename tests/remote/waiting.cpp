@@ -27,7 +27,7 @@
 namespace {
 
 using Database = nbx::smart_ptr<nbx::mrsql::I_DuckDBDatabase>;
-using mduckdb::testing::FakeHost;
+using mduckdb::test::FakeHost;
 
 // Reads a whole column, in several row groups.
 constexpr const char* kCondition = "h <> 5";

@@ -16,7 +16,7 @@
 #include "nbx/mrsql/duckdb_snapshot.h"
 #include "procedures/handlers.h"
 
-using mduckdb::testing::FakeHost;
+using mduckdb::test::FakeHost;
 using nbx::mrsql::I_DuckDBDatabase;
 using nbx::mrsql::kClientCursor;
 using nbx::mrsql::kServerCursor;

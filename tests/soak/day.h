@@ -30,7 +30,7 @@ class Day {
 
     TempFolder folder_;
     TestHost host_;
-    mduckdb::testing::FakeHost procedures_;
+    mduckdb::test::FakeHost procedures_;
     std::mt19937_64 random_;
     std::string file_;
     std::string parquet_;

@@ -185,8 +185,6 @@ class HostValueCallsTest : public StatementTest {
 
 const std::string kStored = "7|text|0.5";
 
-}  // namespace
-
 TEST_F(HostValueCallsTest, StoreTheRowOfTheHostsOwnClasses) {
     for (const Entry& entry : Entries()) {
         entry.run();
@@ -319,4 +317,5 @@ TEST_F(HostValueCallsTest, ThatDetachTheStatementEndTheCallWithAnError) {
         });
 }
 
+}  // namespace
 }  // namespace mduckdb::test

@@ -33,7 +33,7 @@ Value Adopt(I_Value* value) {
 
 }  // namespace
 
-Thrown Describe(std::exception_ptr thrown) {
+Thrown DescribeThrown(std::exception_ptr thrown) {
     try {
         std::rethrow_exception(std::move(thrown));
     } catch (const nbx::mrsql::xDuckDBError& error) {

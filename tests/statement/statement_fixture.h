@@ -45,13 +45,13 @@ std::string Utf8(const String& text);
 String Text(std::string_view utf8);
 
 /** Rethrows what `call` throws as a record; an empty `exception` when it throws nothing. */
-Thrown Describe(std::exception_ptr thrown);
+Thrown DescribeThrown(std::exception_ptr thrown);
 template <class Call>
 Thrown Catch(Call&& call) {
     try {
         call();
     } catch (...) {
-        return Describe(std::current_exception());
+        return DescribeThrown(std::current_exception());
     }
     return {};
 }

@@ -7,7 +7,7 @@
 
 #include "base/holders.h"
 
-namespace mduckdb::testing {
+namespace mduckdb::test {
 
 /** DuckDB alone, in memory (null) or on a file, closed at the end of the scope. */
 class AloneEngine {
@@ -40,4 +40,4 @@ inline void RunAlone(const char* file, const std::string& sql) {
     AloneEngine(file).Run(sql);
 }
 
-}  // namespace mduckdb::testing
+}  // namespace mduckdb::test

@@ -6,7 +6,7 @@
 #include "nbx/mrsql/registry.h"
 #include "procedures/procedures.h"
 
-namespace mduckdb::testing {
+namespace mduckdb::test {
 namespace {
 
 FakeHost& HostOf(mirona_call call) {
@@ -152,4 +152,4 @@ std::string FakeHost::Cell(std::int32_t column) {
     return cell != nullptr ? ValueOf(cell).text : "NULL";
 }
 
-}  // namespace mduckdb::testing
+}  // namespace mduckdb::test

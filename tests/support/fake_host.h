@@ -7,7 +7,7 @@
 
 #include "mirona/extension_api.h"
 
-namespace mduckdb::testing {
+namespace mduckdb::test {
 
 /** A value of the fake host: its type and, as text, what the module stored or may read. */
 struct FakeValue {
@@ -59,11 +59,11 @@ class FakeHost {
     std::deque<FakeValue> values_;
 };
 
-}  // namespace mduckdb::testing
+}  // namespace mduckdb::test
 
 #include "procedures/handler.h"
 
-namespace mduckdb::testing {
+namespace mduckdb::test {
 
 template <class Procedure>
 mirona_cursor FakeHost::Call(std::vector<FakeValue*> arguments) {
@@ -73,4 +73,4 @@ mirona_cursor FakeHost::Call(std::vector<FakeValue*> arguments) {
     return HandleCall<Procedure>(get_Call(), handles.data());
 }
 
-}  // namespace mduckdb::testing
+}  // namespace mduckdb::test
