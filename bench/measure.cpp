@@ -70,14 +70,15 @@ void MeasureOnce(const Case& measured, Figures& figures) {
     }
 }
 
-/** Whether the minimum was nearly reached a second time. */
+/** Whether the minimum was nearly reached twice more. */
 bool IsSettled(std::vector<double> seconds) {
+    constexpr std::size_t kTimes = 3;
     constexpr double kNearly = 1.02;
-    if (seconds.size() < 2) {
+    if (seconds.size() < kTimes) {
         return false;
     }
-    std::partial_sort(seconds.begin(), seconds.begin() + 2, seconds.end());
-    return seconds[1] <= seconds[0] * kNearly;
+    std::partial_sort(seconds.begin(), seconds.begin() + kTimes, seconds.end());
+    return seconds[kTimes - 1] <= seconds[0] * kNearly;
 }
 
 }  // namespace

@@ -37,7 +37,7 @@ struct Group {
 struct Options {
     unsigned rounds = 5;
     /** When the rounds are over, a group has further ones, up to this many in all, until each case has come
-        within 2% of its minimum twice: a minimum that was seen once may be one of a machine at its best,
+        within 2% of its minimum three times: one that was seen less often may be of a machine at its best,
        which the cases beside it did not have. */
     unsigned most_rounds = 0;
     /** Fraction of the full size of the workloads. */
