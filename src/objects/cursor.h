@@ -10,7 +10,7 @@ namespace mduckdb {
 
 /** Creates a cursor of the kind that the location asks for over a result that returns rows: 1 creates a
     `DuckDBCursor_client`, every other number a `DuckDBCursor_server`. Takes ownership of the result unless it
-    throws. The caller holds the engine lock, which is released while a client cursor reads the rows. */
+    throws. The cursor is complete before a database that closes on another thread can reach it. */
 nbx::smart_ptr<nbx::mrsql::I_DuckDBCursor> MakeCursor(SharedLink link, ResultHolder& result,
                                                       uint32_t cursor_location);
 

@@ -35,6 +35,7 @@ DuckDBCursor_client::DuckDBCursor_client(SharedLink link, ResultHolder& result)
         RequireValid();
     } catch (...) {
         GiveBackResult(result);
+        LeaveSiblings();
         throw;
     }
 }

@@ -51,7 +51,19 @@ nbx::String ExactDecimals::get_DecimalText(uint32_t column_index) {
 }
 
 DuckDBCursor_imp::DuckDBCursor_imp(SharedLink link)
-    : tie_(std::move(link)), census_(CensusLine::kCursor, tie_.get_Link()->get_Census().get_Number()) {
+    : tie_(std::move(link)), census_(CensusLine::kCursor, tie_.get_Link()->get_Census().get_Number()) {}
+
+DuckDBCursor_imp::DuckDBCursor_imp(SharedLink link, ResultHolder& result)
+    : DuckDBCursor_imp(std::move(link)) {
+    if (!result) {
+        ThrowInvalid();
+    }
+    ReadDescription(result.get());
+    const ResultSize size = MeasureResult(*result);
+    census_.put_Size(size.rows, size.bytes);
+}
+
+void DuckDBCursor_imp::JoinSiblings() {
     const EngineLockScope lock;
     if (tie_.get_Link()->get_IsOrphaned()) {
         ThrowInvalid();
@@ -60,22 +72,10 @@ DuckDBCursor_imp::DuckDBCursor_imp(SharedLink link)
     census_.Enter();
 }
 
-DuckDBCursor_imp::DuckDBCursor_imp(SharedLink link, ResultHolder& result)
-    : tie_(std::move(link)), census_(CensusLine::kCursor, tie_.get_Link()->get_Census().get_Number()) {
+void DuckDBCursor_imp::TakeResult(ResultHolder& result) {
     const EngineLockScope lock;
-    if (!result || tie_.get_Link()->get_IsOrphaned()) {
-        ThrowInvalid();
-    }
-    ReadDescription(result.get());
-    // Last, so that a failure in the constructor cannot leave the object in the list.
-    tie_.get_Siblings().Add(this);
-    const ResultSize size = MeasureResult(*result);
-    census_.put_Size(size.rows, size.bytes);
-    census_.Enter();
-}
-
-void DuckDBCursor_imp::TakeResult(ResultHolder& result) noexcept {
-    const nbx::MutexLock lock(result_mutex_);
+    JoinSiblings();
+    const nbx::MutexLock result_lock(result_mutex_);
     result_ = std::move(result);
     has_result_.store(true);
 }

@@ -72,11 +72,19 @@ class DuckDBCursor_imp : public nbx::Counted<nbx::mrsql::I_DuckDBCursor>, public
     void Detach() override NBX_NO_THREAD_SAFETY_ANALYSIS;  // the caller holds the lock
 
   protected:
-    /** Reads the description. The rest of the construction follows, and then the result is taken: a
-        construction that fails leaves it with the caller. */
+    /** Reads the description. The most derived class then takes the result: a construction that fails leaves
+        it with the caller. */
     DuckDBCursor_imp(SharedLink link, ResultHolder& result);
-    /** For a result that follows; until then the cursor is invalid. */
+    /** For a result that follows; until then the cursor is invalid. The most derived class joins the
+        siblings. */
     explicit DuckDBCursor_imp(SharedLink link);
+    /** From here on a database that closes on another thread calls `Detach`. Called by the constructor of the
+        most derived class, whose virtual functions are then those of the object. Throws "DuckDBCursor is
+        invalid" if the database is being destroyed. */
+    void JoinSiblings();
+    /** Undoes it before the destruction begins, or before a constructor throws: `Detach` must not meet a half
+        destroyed object. Releases the result. May be called twice. */
+    void LeaveSiblings() noexcept;
     /** Takes the result that `start` returns, and reads its description. `start` runs under the mutex of the
        result, so that `Close` and `Detach` wait for it. No other thread may know the cursor but through its
        database. */
@@ -87,7 +95,8 @@ class DuckDBCursor_imp : public nbx::Counted<nbx::mrsql::I_DuckDBCursor>, public
         ReadDescription(result_.get());
         has_result_.store(true);
     }
-    void TakeResult(ResultHolder& result) noexcept;
+    /** Joins the siblings with the result. Strong guarantee. */
+    void TakeResult(ResultHolder& result);
     void GiveBackResult(ResultHolder& result) noexcept;
 
     /** Called for each field of rows that the cursor has fetched and that depend on nothing else. A database
@@ -179,9 +188,6 @@ class DuckDBCursor_imp : public nbx::Counted<nbx::mrsql::I_DuckDBCursor>, public
     /** Called before the engine closes, since its memory holds the rows. Waits for a chunk that is being
        fetched. May run while other threads read fields. */
     void ReleaseResult() noexcept;
-    /** To be called before the destruction begins: a database that closes on another thread calls `Detach` of
-        every object in its list, which must not be half destroyed. May be called twice. */
-    void LeaveSiblings() noexcept;
 
     Names column_names_;
     Names column_type_names_;

@@ -69,8 +69,9 @@ bool ReturnsRows(duckdb_prepared_statement prepared) {
 }  // namespace
 
 StreamCursor::StreamCursor(SharedLink link, SharedEngine engine)
-    : DuckDBCursor_server(link),
-      side_(std::make_unique<SideConnection>(std::move(link), std::move(engine))) {}
+    : DuckDBCursor_server(link), side_(std::make_unique<SideConnection>(std::move(link), std::move(engine))) {
+    JoinSiblings();
+}
 
 void StreamCursor::Start(const std::string& sql, const nbx::ValueRow* parameters) {
     // A value may wait for the engine lock, with which another thread may wait for the mutex of the result.

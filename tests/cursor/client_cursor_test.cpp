@@ -136,5 +136,24 @@ TEST_F(ClientCursor, IsInvalidAtOnceWhenItsDatabaseClosesWhileItReads) {
     }
 }
 
+TEST_F(ClientCursor, IsCompleteBeforeADatabaseThatClosesOnAnotherThreadReachesIt) {
+    for (int round = 0; round < 300; ++round) {
+        OpenedDatabase database;
+        ResultHolder result = database.Query("SELECT 1");
+        std::atomic<bool> is_begun{false};
+        std::thread other([&] {
+            while (!is_begun) {
+                // Spins: the constructor takes microseconds.
+            }
+            database->Close();
+        });
+        const uint32_t location = round % 2 == 0 ? kClientCursor : kServerCursor;
+        is_begun = true;
+        const std::string error = ErrorOf([&] { database.Open(std::move(result), location); });
+        other.join();
+        EXPECT_TRUE(error.empty() || error == kInvalidCursor) << error;
+    }
+}
+
 }  // namespace
 }  // namespace mduckdb
